@@ -1,0 +1,108 @@
+/* rvtjp: image-coding primitives for JPEG, JPEG 2000, JPEG XR, BCn texture
+ * and TIFF codecs.  Each call does one step on caller-owned memory and
+ * returns a status; nothing is allocated, logged or kept between calls
+ * except in the caller's own state objects.  Compiles as C99 and as C++.
+ *
+ * Conventions shared by every export:
+ *  - Arguments are checked in the order they are listed: a null pointer gives
+ *    rvtStatusNullPtr, a row step below 1 (checked right after its pointer)
+ *    rvtStatusStep, a region with width or height below 1 rvtStatusSize.
+ *    Nothing is written when a check fails.
+ *  - Row steps are in bytes for every element type.  Multi-plane arguments
+ *    are arrays of plane pointers sharing one step.
+ *  - Coefficient blocks are 64 int16 values in natural (row-major) order.
+ *  - Region primitives marked "threaded" split their rows over OpenMP
+ *    threads when the region holds more than 8192 pixels (see rvtcore.h,
+ *    rvtSetNumThreads, to cap the count); the split never changes results.
+ *  - Each export's implementation is chosen once when the library loads
+ *    (SSSE3 floor; AVX2 or AVX-512 where the processor has them); all paths
+ *    give bit-identical results.
+ */
+#ifndef RVTJP_H
+#define RVTJP_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Status of every export but rvtjGetLibVersion: 0 success, < 0 error,
+ * > 0 warning (the output is complete). */
+typedef enum RvtResult {
+  rvtStatusRowEnd = -124,      /* a PackBits packet overruns the row */
+  rvtStatusHuffTable = -64,    /* invalid Huffman table, or symbol with no code */
+  rvtStatusHuffData = -63,     /* data that no Huffman code covers */
+  rvtStatusOutOfBuffer = -62,  /* destination full / source exhausted */
+  rvtStatusStep = -14,         /* a row step below 1 */
+  rvtStatusNoMem = -9,         /* allocation failed */
+  rvtStatusNullPtr = -8,       /* a required pointer is null */
+  rvtStatusRange = -7,         /* a computed value outside its table */
+  rvtStatusSize = -6,          /* a size or length below 1 or out of range */
+  rvtStatusBadArg = -5,        /* an argument value outside its range */
+  rvtStatusErr = -2,           /* inconsistent decoded block data */
+  rvtStatusOk = 0,             /* success */
+  rvtStatusDivByZero = 6,      /* warning: a divisor was 0 (65535 written) */
+  rvtStatusOddSize = 35        /* warning: size not a multiple of the chroma factor */
+} RvtResult;
+
+/* Region of interest in pixels, passed by value. */
+typedef struct ImageSize {
+  int32_t width;
+  int32_t height;
+} ImageSize;
+
+/* Rectangle: origin and size in pixels. */
+typedef struct ImageRect {
+  int32_t x;
+  int32_t y;
+  int32_t width;
+  int32_t height;
+} ImageRect;
+
+/* Version record; constant data owned by the library. */
+typedef struct LibraryVersion {
+  int32_t major;          /* 7 */
+  int32_t minor;          /* 1 */
+  int32_t majorBuild;     /* 0 */
+  int32_t build;          /* 36264 */
+  char targetCpu[4];      /* "u8", or "n8" on processors with SSSE3 and MOVBE */
+  const char* Name;       /* "rvtJP SSSE3 (u8)" or "rvtJP Tarn (n8)" */
+  const char* Version;    /* "7.1.0 (r36264)" */
+  const char* BuildDate;  /* "Jul 23 2012" */
+} LibraryVersion;
+
+/* ------------------------------------------------------------- library */
+
+/* Version record of the implementation chosen at load; never fails. */
+const LibraryVersion* rvtjGetLibVersion(void);
+
+/* ------------------------------------------------------------- level shift */
+
+/* dst = clamp(src + 128, 0, 255) per pixel.  Threaded. */
+RvtResult rvtiAdd128_JPEG_16s8u_C1R(const int16_t* pSrc, int32_t srcStep,
+                                    uint8_t* pDst, int32_t dstStep,
+                                    ImageSize roiSize);
+/* dst = src - 128 per pixel (exact).  Threaded. */
+RvtResult rvtiSub128_JPEG_8u16s_C1R(const uint8_t* pSrc, int32_t srcStep,
+                                    int16_t* pDst, int32_t dstStep,
+                                    ImageSize roiSize);
+
+/* ------------------------------------------------------------- quantization */
+
+/* ------------------------------------------------------------- forward DCT */
+
+/* ------------------------------------------------------------- inverse DCT */
+
+/* ------------------------------------------------------------- colour conversion */
+
+/* ------------------------------------------------------------- chroma sampling */
+
+/* ------------------------------------------------------------- Huffman tables and states */
+
+/* ------------------------------------------------------------- baseline Huffman coding */
+
+#ifdef __cplusplus
+}
+#endif
+#endif /* RVTJP_H */

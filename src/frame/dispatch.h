@@ -1,0 +1,68 @@
+// Implementation descriptors: what each export can run on each target.
+//
+// Every export <name> in exports.inc has a descriptor rvt::impl_<name> with
+// one entry per code path, best first:
+//   [kAvx3]  Highway AVX-512 target      (null if not compiled)
+//   [kAvx2]  Highway AVX2 target         (null if not compiled)
+//   [kSsse3] Highway SSSE3 target        (the floor; null for plain exports)
+//   [kRef]   the plain scalar reference  (the definition of the result)
+// At load, each export's two slots are filled with the best entry the
+// processor can run (dispatch.cc); the tests call every entry directly.
+#ifndef RVT_FRAME_DISPATCH_H_
+#define RVT_FRAME_DISPATCH_H_
+
+#include <cstdint>
+#include <type_traits>
+
+#include "rvtjp.h"
+
+namespace rvt {
+
+enum Level : int { kAvx3 = 0, kAvx2 = 1, kSsse3 = 2, kRef = 3, kNumLevels = 4 };
+
+inline const char* LevelName(int level) {
+  static const char* const names[kNumLevels] = {"AVX3", "AVX2", "SSSE3", "ref"};
+  return names[level];
+}
+
+template <class Fn>
+struct Impl {
+  Fn fn[kNumLevels];
+};
+
+// Best level the feature mask (rvtcore bits) can run; kRef without SSSE3.
+int LevelForFeatures(uint64_t mask);
+// Level chosen at load for this process.
+int ActiveLevel();
+
+}  // namespace rvt
+
+// Descriptor of a Highway export: use inside namespace rvt, under HWY_ONCE,
+// in the file that defines HWY_NAMESPACE::hwy_fn and the reference ref_fn.
+#define RVT_IMPL_HWY(name, hwy_fn, ref_fn)                                 \
+  extern const Impl<decltype(&::name)> impl_##name;                        \
+  const Impl<decltype(&::name)> impl_##name = {                            \
+      {HWY_CHOOSE_AVX3(hwy_fn), HWY_CHOOSE_AVX2(hwy_fn),                   \
+       HWY_CHOOSE_SSSE3(hwy_fn), &ref_fn}}
+
+// Descriptor of an export with no vector form: the reference serves alone.
+#define RVT_IMPL_PLAIN(name, fn)                                          \
+  extern const Impl<decltype(&::name)> impl_##name;                        \
+  const Impl<decltype(&::name)> impl_##name = {{nullptr, nullptr, nullptr, &fn}}
+
+// Descriptor of the variant-1 implementation of an RVT_EXPORT_V2 export.
+#define RVT_IMPL1_PLAIN(name, fn)                                         \
+  extern const Impl<decltype(&::name)> impl1_##name;                       \
+  const Impl<decltype(&::name)> impl1_##name = {{nullptr, nullptr, nullptr, &fn}}
+
+// Declarations of every descriptor, for the frame and the tests.
+namespace rvt {
+#define RVT_EXPORT(name, ret, params) extern const Impl<decltype(&::name)> impl_##name;
+#define RVT_EXPORT_V2(name, ret, params) \
+  RVT_EXPORT(name, ret, params) extern const Impl<decltype(&::name)> impl1_##name;
+#include "frame/exports.inc"
+#undef RVT_EXPORT
+#undef RVT_EXPORT_V2
+}  // namespace rvt
+
+#endif  // RVT_FRAME_DISPATCH_H_
