@@ -8,6 +8,7 @@
 #include "frame/checks.h"
 #include "frame/dispatch.h"
 #include "frame/threading.h"
+#include "frame/unaligned.h"
 
 #ifndef RVT_FRAME_LEVEL_SHIFT_ONCE
 #define RVT_FRAME_LEVEL_SHIFT_ONCE
@@ -36,15 +37,16 @@ RvtResult Sub128Region(const uint8_t* src, int32_t srcStep, int16_t* dst, int32_
   return rvtStatusOk;
 }
 
-// Reference rows: the sum is formed in int, without wrapping.
+// Reference rows: the sum is formed in int, without wrapping.  16-bit
+// elements may sit at odd addresses.
 inline void Add128RowRef(const int16_t* src, uint8_t* dst, int n) {
   for (int x = 0; x < n; ++x) {
-    const int v = src[x] + 128;
+    const int v = LoadAt(src + x) + 128;
     dst[x] = uint8_t(v < 0 ? 0 : (v > 255 ? 255 : v));
   }
 }
 inline void Sub128RowRef(const uint8_t* src, int16_t* dst, int n) {
-  for (int x = 0; x < n; ++x) dst[x] = int16_t(src[x] - 128);
+  for (int x = 0; x < n; ++x) StoreAt(dst + x, int16_t(src[x] - 128));
 }
 
 inline RvtResult Add128Ref(const int16_t* src, int32_t ss, uint8_t* dst, int32_t ds, ImageSize r) {

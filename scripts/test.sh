@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs the whole suite: the release
+# build with every test and the install check, then an ASan+UBSan build of
+# the library and its tests.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+jobs=$(nproc)
+scripts/deps.sh
+
+cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build build -j"$jobs"
+ctest --test-dir build -j"$jobs" --output-on-failure
+
+cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DRVT_SANITIZE=ON \
+  -DRVT_BUILD_BENCH=OFF -DRVT_BUILD_EXAMPLES=OFF >/dev/null
+cmake --build build-asan -j"$jobs"
+ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+  ctest --test-dir build-asan -j"$jobs" --output-on-failure
