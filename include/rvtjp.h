@@ -90,6 +90,27 @@ RvtResult rvtiSub128_JPEG_8u16s_C1R(const uint8_t* pSrc, int32_t srcStep,
 
 /* ------------------------------------------------------------- quantization */
 
+/* Tables: a raw table is 64 step sizes (bytes) in zig-zag order, as a DQT
+ * segment carries them; forward (reciprocal, round(32768 / q)) and inverse
+ * (q itself) tables are 64 uint16 in natural order. */
+
+/* Scales a raw table in place by a JPEG quality factor (>= 1; 50 keeps the
+ * table, 100 and above make every step 1); entries end in 1..255.  Quality
+ * below 1: rvtStatusBadArg. */
+RvtResult rvtiQuantFwdRawTableInit_JPEG_8u(uint8_t* pQuantRawTable, int32_t qualityFactor);
+/* Forward table round(32768 / q) in natural order.  A step of 0 gets 65535
+ * and the call returns the warning rvtStatusDivByZero (table complete). */
+RvtResult rvtiQuantFwdTableInit_JPEG_8u16u(const uint8_t* pQuantRawTable,
+                                           uint16_t* pQuantFwdTable);
+/* Inverse table: the step sizes widened to 16 bits, in natural order. */
+RvtResult rvtiQuantInvTableInit_JPEG_8u16u(const uint8_t* pQuantRawTable,
+                                           uint16_t* pQuantInvTable);
+/* Quantizes 64 coefficients in place: ((8x * (R >> 1)) >> 16 + 1) >> 1, in
+ * 16 bits (halves round up; exact for |x| <= 4095). */
+RvtResult rvtiQuantFwd8x8_JPEG_16s_C1I(int16_t* pSrcDst, const uint16_t* pQuantFwdTable);
+/* Dequantizes 64 values in place: x * q, low 16 bits of the product. */
+RvtResult rvtiQuantInv8x8_JPEG_16s_C1I(int16_t* pSrcDst, const uint16_t* pQuantInvTable);
+
 /* ------------------------------------------------------------- forward DCT */
 
 /* ------------------------------------------------------------- inverse DCT */
