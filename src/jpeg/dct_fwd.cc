@@ -15,8 +15,8 @@
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
 #include <hwy/highway.h>
 
-#include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "frame/checks.h"
 #include "frame/dispatch.h"
@@ -139,6 +139,7 @@ inline int16_t QuantizeRef(int16_t f, uint16_t r) {
 }
 
 // Transform and quantize a level-shifted block (natural order) into dst.
+// Blocks and tables may sit at any address, hence the copies.
 inline void FdctQuantRef(int16_t* blk, int16_t* dst, const uint16_t* table) {
   for (int c = 0; c < 8; ++c) {
     int16_t col[8];
@@ -147,13 +148,17 @@ inline void FdctQuantRef(int16_t* blk, int16_t* dst, const uint16_t* table) {
     for (int i = 0; i < 8; ++i) blk[i * 8 + c] = col[i];
   }
   for (int v = 0; v < 8; ++v) RowRef(blk + v * 8, v);
-  for (int i = 0; i < 64; ++i) dst[i] = QuantizeRef(blk[i], table[i]);
+  uint16_t r[64];
+  int16_t out[64];
+  std::memcpy(r, table, sizeof(r));
+  for (int i = 0; i < 64; ++i) out[i] = QuantizeRef(blk[i], r[i]);
+  std::memcpy(dst, out, sizeof(out));
 }
 
 inline RvtResult Fwd16sRef(const int16_t* src, int16_t* dst, const uint16_t* table) {
   RVT_CHECK(CheckBlock(src, dst, table));
   int16_t blk[64];
-  std::copy(src, src + 64, blk);
+  std::memcpy(blk, src, sizeof(blk));
   FdctQuantRef(blk, dst, table);
   return rvtStatusOk;
 }
@@ -375,7 +380,8 @@ RvtResult FwdLS16uRef(const uint16_t* src, int32_t srcStep, int16_t* dst, const 
   const auto mul = [](float v, float k) { return v * k; };
   float blk[8][8];
   for (int r = 0; r < 8; ++r) {
-    const uint16_t* row = RowPtr(src, srcStep, r);
+    uint16_t row[8];
+    std::memcpy(row, RowPtr(src, srcStep, r), sizeof(row));  // any alignment
     for (int c = 0; c < 8; ++c) blk[r][c] = float(row[c]) - 2048.0f;
     FloatPass(blk[r], mul);
   }
@@ -385,8 +391,12 @@ RvtResult FwdLS16uRef(const uint16_t* src, int32_t srcStep, int16_t* dst, const 
     FloatPass(col, mul);
     for (int r = 0; r < 8; ++r) blk[r][c] = col[r];
   }
+  float q[64];
+  int16_t out[64];
+  std::memcpy(q, table, sizeof(q));
   for (int i = 0; i < 64; ++i)
-    dst[i] = fdct::FloatToCoef(blk[i / 8][i % 8] * fdct::kPostScale.s[i] * table[i]);
+    out[i] = fdct::FloatToCoef(blk[i / 8][i % 8] * fdct::kPostScale.s[i] * q[i]);
+  std::memcpy(dst, out, sizeof(out));
   return rvtStatusOk;
 }
 
