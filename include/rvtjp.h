@@ -90,7 +90,52 @@ RvtResult rvtiSub128_JPEG_8u16s_C1R(const uint8_t* pSrc, int32_t srcStep,
 
 /* ------------------------------------------------------------- quantization */
 
+/* Tables: a raw table is 64 step sizes (bytes) in zig-zag order, as a DQT
+ * segment carries them; forward (reciprocal, round(32768 / q)) and inverse
+ * (q itself) tables are 64 uint16 in natural order. */
+
+/* Scales a raw table in place by a JPEG quality factor (>= 1; 50 keeps the
+ * table, 100 and above make every step 1); entries end in 1..255.  Quality
+ * below 1: rvtStatusBadArg. */
+RvtResult rvtiQuantFwdRawTableInit_JPEG_8u(uint8_t* pQuantRawTable, int32_t qualityFactor);
+/* Forward table round(32768 / q) in natural order.  A step of 0 gets 65535
+ * and the call returns the warning rvtStatusDivByZero (table complete). */
+RvtResult rvtiQuantFwdTableInit_JPEG_8u16u(const uint8_t* pQuantRawTable,
+                                           uint16_t* pQuantFwdTable);
+/* Inverse table: the step sizes widened to 16 bits, in natural order. */
+RvtResult rvtiQuantInvTableInit_JPEG_8u16u(const uint8_t* pQuantRawTable,
+                                           uint16_t* pQuantInvTable);
+/* Quantizes 64 coefficients in place with a forward table: x becomes
+ * ((8x * (R >> 1)) >> 16 + 1) >> 1 in 16-bit arithmetic, close to x / q
+ * (8x wraps for |x| > 4095; 5 and -5 by 10 both give 0, 1 by 2 gives 1). */
+RvtResult rvtiQuantFwd8x8_JPEG_16s_C1I(int16_t* pSrcDst, const uint16_t* pQuantFwdTable);
+/* Dequantizes 64 values in place: x * q, low 16 bits of the product. */
+RvtResult rvtiQuantInv8x8_JPEG_16s_C1I(int16_t* pSrcDst, const uint16_t* pQuantInvTable);
+
 /* ------------------------------------------------------------- forward DCT */
+
+/* Forward 8x8 DCT and quantization, 64 coefficients out in natural order.
+ * The fixed-point forms quantize with a forward table from
+ * rvtiQuantFwdTableInit_JPEG_8u16u: round(F * R / 32768), halves to even.
+ * Blocks, sample rows and tables may sit at any address. */
+
+/* 64 level-shifted samples to quantized coefficients. */
+RvtResult rvtiDCTQuantFwd8x8_JPEG_16s_C1(const int16_t* pSrc, int16_t* pDst,
+                                         const uint16_t* pQuantFwdTable);
+/* Same, in place. */
+RvtResult rvtiDCTQuantFwd8x8_JPEG_16s_C1I(int16_t* pSrcDst, const uint16_t* pQuantFwdTable);
+/* 8x8 unsigned 8-bit samples (rows srcStep bytes apart), shifted by -128.
+ * Checks src and pDst, then srcStep, then the table. */
+RvtResult rvtiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(const uint8_t* pSrc, int32_t srcStep, int16_t* pDst,
+                                              const uint16_t* pQuantFwdTable);
+/* 8x8 unsigned 16-bit samples (12-bit JPEG), shifted by -2048, through a
+ * single-precision DCT (rows, then columns); each coefficient is multiplied
+ * by the caller's pQuantFwdTable entry in natural order (typically 1/q for
+ * step q; no export builds it), rounded to nearest with halves to even and
+ * saturated to 16 bits (a NaN product gives -32768).  Checks as the 8-bit
+ * form. */
+RvtResult rvtiDCTQuantFwd8x8LS_JPEG_16u16s_C1R(const uint16_t* pSrc, int32_t srcStep, int16_t* pDst,
+                                               const float* pQuantFwdTable);
 
 /* ------------------------------------------------------------- inverse DCT */
 
