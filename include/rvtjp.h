@@ -113,6 +113,26 @@ RvtResult rvtiQuantInv8x8_JPEG_16s_C1I(int16_t* pSrcDst, const uint16_t* pQuantI
 
 /* ------------------------------------------------------------- forward DCT */
 
+/* Forward 8x8 DCT and quantization, 64 coefficients out in natural order.
+ * The fixed-point forms quantize with a forward table from
+ * rvtiQuantFwdTableInit_JPEG_8u16u: round(F * R / 32768), halves to even. */
+
+/* 64 level-shifted samples to quantized coefficients. */
+RvtResult rvtiDCTQuantFwd8x8_JPEG_16s_C1(const int16_t* pSrc, int16_t* pDst,
+                                         const uint16_t* pQuantFwdTable);
+/* Same, in place. */
+RvtResult rvtiDCTQuantFwd8x8_JPEG_16s_C1I(int16_t* pSrcDst, const uint16_t* pQuantFwdTable);
+/* 8x8 unsigned 8-bit samples (rows srcStep bytes apart), shifted by -128.
+ * Checks src and pDst, then srcStep, then the table. */
+RvtResult rvtiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(const uint8_t* pSrc, int32_t srcStep, int16_t* pDst,
+                                              const uint16_t* pQuantFwdTable);
+/* 8x8 unsigned 16-bit samples (12-bit JPEG), shifted by -2048, in single
+ * precision; each coefficient is multiplied by the caller's pQuantFwdTable
+ * entry (e.g. 1/q), rounded to nearest (halves to even) and saturated to
+ * 16 bits (a NaN product gives -32768).  Checks as the 8-bit form. */
+RvtResult rvtiDCTQuantFwd8x8LS_JPEG_16u16s_C1R(const uint16_t* pSrc, int32_t srcStep, int16_t* pDst,
+                                               const float* pQuantFwdTable);
+
 /* ------------------------------------------------------------- inverse DCT */
 
 /* Inverse 8x8 DCT fused with dequantization.  Every form multiplies each
