@@ -595,7 +595,7 @@ template <class D>
 HWY_INLINE void Ls16uImpl(D df, const int16_t* src, uint16_t* dst, int32_t step,
                           const uint16_t* q) {
   const hn::Rebind<int32_t, D> d32;
-  VF f[8 * kHF], g[8 * kHF];
+  hn::Vec<D> f[8 * kHF], g[8 * kHF];  // VF; spelled dependent so only one branch below is built
   for (int r = 0; r < 8; ++r) {
     const V128 x = Dequant(src + 8 * r, q + 8 * r);
     if constexpr (kNF == 8) {
@@ -610,19 +610,20 @@ HWY_INLINE void Ls16uImpl(D df, const int16_t* src, uint16_t* dst, int32_t step,
   Transpose8x8(g, f);
   for (int h = 0; h < kHF; ++h) Idct8Float(f + h, g + h, kHF);  // along the rows, transposed
   Transpose8x8(g, f);
-  const auto lift = hn::Set(d32, 2048), lo = hn::Zero(d32), top = hn::Set(d32, 4095);
+  // Clamping to -2048..2047 before rounding gives the same integers as
+  // clamping after it (the bounds are integers); then the level shift.
+  const hn::Vec<D> lo = hn::Set(df, -2048.0f), hi = hn::Set(df, 2047.0f);
+  const auto lift = hn::Set(D128(), 2048);
+  const hn::Full128<uint16_t> du16;
   for (int y = 0; y < 8; ++y) {
-    uint16_t* out = Row(dst, step, y);
+    V128 v;
     if constexpr (kNF == 8) {
-      const auto v = hn::Min(hn::Max(hn::Add(hn::NearestInt(f[y]), lift), lo), top);
-      const hn::Rebind<uint16_t, decltype(d32)> du16;
-      hn::StoreU(hn::DemoteTo(du16, v), du16, out);
+      v = hn::DemoteTo(hn::Rebind<int16_t, decltype(d32)>(), hn::NearestInt(hn::Min(hn::Max(f[y], lo), hi)));
     } else {
-      const auto a = hn::Min(hn::Max(hn::Add(hn::NearestInt(f[2 * y]), lift), lo), top);
-      const auto b = hn::Min(hn::Max(hn::Add(hn::NearestInt(f[2 * y + 1]), lift), lo), top);
-      const hn::Full128<uint16_t> du16;
-      hn::StoreU(hn::BitCast(du16, hn::ReorderDemote2To(D128(), a, b)), du16, out);
+      v = hn::ReorderDemote2To(D128(), hn::NearestInt(hn::Min(hn::Max(f[2 * y], lo), hi)),
+                               hn::NearestInt(hn::Min(hn::Max(f[2 * y + 1], lo), hi)));
     }
+    hn::StoreU(hn::BitCast(du16, hn::Add(v, lift)), du16, Row(dst, step, y));
   }
 }
 
