@@ -267,8 +267,9 @@ HWY_INLINE hn::Vec<D128> Dequant(const int16_t* src, const uint16_t* q) {
   return hn::Mul(hn::LoadU(d, src), hn::LoadU(d, reinterpret_cast<const int16_t*>(q)));
 }
 
-// Row pass of coefficient rows 0..rows-1, one row per 128-bit block: the
-// row is reordered to X0 X2 X4 X6 X1 X3 X5 X7, each pair broadcast and
+// Row pass of coefficient rows 0..rows-1, one row per 128-bit block (at
+// most two per vector: wider vectors cost more in splitting than they save):
+// the row is reordered to X0 X2 X4 X6 X1 X3 X5 X7, each pair broadcast and
 // multiplied pairwise with the row's tables.
 template <class D16>
 HWY_INLINE void RowPass(D16 d16, const int16_t* src, const uint16_t* q, int rows, V128* y) {
@@ -357,7 +358,7 @@ void Ls8Full(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) 
 
 void Ls8Corner4(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
   V128 y[4], z[8];
-  RowPass(hn::CappedTag<int16_t, 32>(), src, q, 4, y);
+  RowPass(hn::CappedTag<int16_t, 16>(), src, q, 4, y);
   ColumnPass4(y, z);
   StoreLs8(z, dst, step);
 }
