@@ -4,7 +4,7 @@
 //
 // The 8-bit transform: a row pass of 32-bit dot products with one table
 // per coefficient row (each row pre-scaled for the column pass) and a
-// row-specific rounder, shifted right by 11 and saturated; then a column
+// rounder of its own per row, shifted right by 11 and saturated; then a column
 // pass in saturating 16-bit arithmetic built on tangent butterflies; the
 // result is 64 times the sample value.  All 32-bit sums wrap modulo 2^32,
 // so every evaluation order gives the same bits.
