@@ -76,7 +76,7 @@ RvtResult DownH2V2Region(const uint8_t* src, int32_t srcStep, ImageSize srcRoi, 
                          int32_t dstStep, ImageSize dstRoi) {
   RVT_CHECK(CheckRegions(src, srcStep, srcRoi, dst, dstStep, dstRoi));
   ForEachRow(dstRoi, [&](int y) {
-    const uint8_t* u = RowPtr(src, srcStep, 2 * y);
+    const uint8_t* u = RowPtr(RowPtr(src, srcStep, y), srcStep, y);  // row 2y, no int overflow
     kRow(u, RowPtr(u, srcStep, 1), RowPtr(dst, dstStep, y), dstRoi.width);
   });
   return rvtStatusOk;
