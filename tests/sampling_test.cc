@@ -4,6 +4,7 @@
 // inaccessible pages; argument checks in order with nothing written.
 #include <algorithm>
 #include <functional>
+#include <tuple>
 
 #include "checkasm.h"
 
@@ -213,54 +214,40 @@ TEST(Sampling, ExportsRunTheChosenTarget) {
 }
 
 TEST(Sampling, ChecksInOrderWriteNothing) {
-  const uint8_t src[64] = {};
+  const uint8_t src[64] = {}, *s = src + 16;
   GuardedPlane<uint8_t> dst(4, 2);
   const GuardedPlane<uint8_t> before = dst;
-  struct Case {
-    bool src;
-    int32_t src_step;
-    ImageSize src_roi;
-    bool dst;
-    int32_t dst_step;
-    ImageSize dst_roi;
-    RvtResult want;
-  };
-  const Case region[] = {
-      {false, 0, {0, 0}, false, 0, {0, 0}, rvtStatusNullPtr},
-      {true, 0, {0, 0}, false, 0, {0, 0}, rvtStatusStep},
-      {true, 8, {0, 4}, false, 0, {0, 0}, rvtStatusSize},
-      {true, 8, {4, -1}, false, 4, {2, 2}, rvtStatusSize},
-      {true, 8, {4, 4}, false, 0, {0, 0}, rvtStatusNullPtr},
-      {true, 8, {4, 4}, true, 0, {0, 0}, rvtStatusStep},
-      {true, 8, {4, 4}, true, 4, {0, 2}, rvtStatusSize},
-      {true, 8, {4, 4}, true, 4, {2, 0}, rvtStatusSize},
+  uint8_t* d = dst.data();
+  using RegionArgs = std::tuple<const uint8_t*, int32_t, ImageSize, uint8_t*, int32_t, ImageSize>;
+  const std::pair<RegionArgs, RvtResult> region[] = {
+      {{nullptr, 0, {0, 0}, nullptr, 0, {0, 0}}, rvtStatusNullPtr},
+      {{s, 0, {0, 0}, nullptr, 0, {0, 0}}, rvtStatusStep},
+      {{s, 8, {0, 4}, nullptr, 0, {0, 0}}, rvtStatusSize},
+      {{s, 8, {4, -1}, nullptr, 4, {2, 2}}, rvtStatusSize},
+      {{s, 8, {4, 4}, nullptr, 0, {0, 0}}, rvtStatusNullPtr},
+      {{s, 8, {4, 4}, d, 0, {0, 0}}, rvtStatusStep},
+      {{s, 8, {4, 4}, d, 4, {0, 2}}, rvtStatusSize},
+      {{s, 8, {4, 4}, d, 4, {2, 0}}, rvtStatusSize},
   };
   using RegionFn = RvtResult (*)(const uint8_t*, int32_t, ImageSize, uint8_t*, int32_t, ImageSize);
   for (const Impl<RegionFn>* impl :
        {&impl_rvtiSampleDownH2V1_JPEG_8u_C1R, &impl_rvtiSampleDownH2V2_JPEG_8u_C1R,
         &impl_rvtiSampleUpH2V1_JPEG_8u_C1R, &impl_rvtiSampleUpH2V2_JPEG_8u_C1R}) {
     for (const auto& t : test::AllTargets(*impl)) {
-      for (const Case& k : region) {
-        EXPECT_EQ(t.fn(k.src ? src + 16 : nullptr, k.src_step, k.src_roi,
-                       k.dst ? dst.data() : nullptr, k.dst_step, k.dst_roi),
-                  k.want)
-            << t.name;
-      }
+      for (const auto& [args, want] : region) EXPECT_EQ(std::apply(t.fn, args), want) << t.name;
     }
   }
   // Row forms: every row pointer first, then the width.
   for (const Export& e : Exports()) {
-    if (!e.row) continue;
     for (const auto& [name, fn] : e.targets) {
-      EXPECT_EQ(fn(nullptr, 8, 0, 1, dst.data(), 4), rvtStatusNullPtr) << e.name << name;
+      if (!e.row) continue;
+      EXPECT_EQ(fn(nullptr, 8, 0, 1, d, 4), rvtStatusNullPtr) << e.name << name;
       EXPECT_EQ(fn(src, 8, 0, 1, nullptr, 4), rvtStatusNullPtr) << e.name << name;
-      for (int w : {0, -1, INT32_MIN}) {
-        EXPECT_EQ(fn(src, 8, w, 1, dst.data(), 4), rvtStatusSize) << e.name << name;
-      }
+      for (int w : {0, -1, INT32_MIN}) EXPECT_EQ(fn(src, 8, w, 1, d, 4), rvtStatusSize) << e.name;
     }
   }
-  EXPECT_EQ(rvtiSampleDownRowH2V2_Box_JPEG_8u_C1(src, nullptr, -1, dst.data()), rvtStatusNullPtr);
-  EXPECT_EQ(rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1(src, nullptr, 0, dst.data()), rvtStatusNullPtr);
+  EXPECT_EQ(rvtiSampleDownRowH2V2_Box_JPEG_8u_C1(src, nullptr, -1, d), rvtStatusNullPtr);
+  EXPECT_EQ(rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1(src, nullptr, 0, d), rvtStatusNullPtr);
   EXPECT_TRUE(dst.Unchanged(before));
 }
 
