@@ -198,6 +198,72 @@ RvtResult rvtiDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R(const int16_t* pSrc, uint8_t*
 
 /* ------------------------------------------------------------- chroma sampling */
 
+/* Down-sampling of a whole region by 2 horizontally (threaded):
+ *   dst(i, y) = (src(2i, y) + src(2i+1, y) + 1) >> 1.
+ * The destination size sets the work: 2*dstRoiSize.width samples of each of
+ * dstRoiSize.height source rows are read; srcRoiSize is only checked to be
+ * positive.  Checks: pSrc, srcStep, srcRoiSize, pDst, dstStep, then
+ * dstRoiSize width before height. */
+RvtResult rvtiSampleDownH2V1_JPEG_8u_C1R(const uint8_t* pSrc, int32_t srcStep,
+                                         ImageSize srcRoiSize, uint8_t* pDst,
+                                         int32_t dstStep, ImageSize dstRoiSize);
+/* Down-sampling of a whole region by 2 in both directions (threaded):
+ *   dst(i, y) = (src(2i, 2y) + src(2i+1, 2y) + src(2i, 2y+1)
+ *                + src(2i+1, 2y+1) + 3) >> 2,
+ * the mean rounded up.  Reads 2*dstRoiSize.height source rows of
+ * 2*dstRoiSize.width samples; sizes and checks as for H2V1. */
+RvtResult rvtiSampleDownH2V2_JPEG_8u_C1R(const uint8_t* pSrc, int32_t srcStep,
+                                         ImageSize srcRoiSize, uint8_t* pDst,
+                                         int32_t dstStep, ImageSize dstRoiSize);
+/* One row down by 2 with a box filter whose bias alternates 0, 1, 0, ...
+ * from the first output: dst[i] = (src[2i] + src[2i+1] + (i & 1)) >> 1.
+ * Writes ceil(srcWidth/2) samples; an odd srcWidth reads the padding sample
+ * src[srcWidth].  Checks: both pointers (null: rvtStatusNullPtr), then
+ * srcWidth < 1 (rvtStatusSize). */
+RvtResult rvtiSampleDownRowH2V1_Box_JPEG_8u_C1(const uint8_t* pSrc, int32_t srcWidth,
+                                               uint8_t* pDst);
+/* One row down by 2 in both directions from an upper (pSrc1) and a lower
+ * (pSrc2) row, bias alternating 1, 2, 1, ... from the first output:
+ *   dst[i] = (u[2i] + u[2i+1] + l[2i] + l[2i+1] + 1 + (i & 1)) >> 2.
+ * Writes ceil(srcWidth/2) samples; an odd srcWidth reads the padding sample
+ * of each row.  Checks: the three pointers, then srcWidth. */
+RvtResult rvtiSampleDownRowH2V2_Box_JPEG_8u_C1(const uint8_t* pSrc1, const uint8_t* pSrc2,
+                                               int32_t srcWidth, uint8_t* pDst);
+/* Up-sampling of a whole region by 2 horizontally with the 3:1 triangle
+ * filter, edges not replicated:
+ *   dst(2i, y) = (3 src(i, y) + src(i-1, y) + 1) >> 2,
+ *   dst(2i+1, y) = (3 src(i, y) + src(i+1, y) + 2) >> 2
+ * for every destination sample, so samples -1 .. dstRoiSize.width/2 of each
+ * source row are read: the caller provides one readable sample left of the
+ * region and, for an even destination width, one right of it (replicated
+ * edges, say).  Runs on the calling thread; checks as for the down forms. */
+RvtResult rvtiSampleUpH2V1_JPEG_8u_C1R(const uint8_t* pSrc, int32_t srcStep,
+                                       ImageSize srcRoiSize, uint8_t* pDst,
+                                       int32_t dstStep, ImageSize dstRoiSize);
+/* Up-sampling of a whole region by 2 in both directions (threaded).  Output
+ * row r uses near row n = r/2 and far row f = n-1 (r even) or n+1 (r odd),
+ * column sums c[j] = 3 n[j] + f[j], and
+ *   dst[2i] = (3 c[i] + c[i-1] + 8) >> 4, dst[2i+1] = (3 c[i] + c[i+1] + 7) >> 4
+ * for every output, edges not replicated: source rows -1 .. dstHeight/2 and
+ * columns -1 .. dstWidth/2 are read, so the region needs a one-sample margin
+ * around it (the right and bottom ones only for even destination sizes). */
+RvtResult rvtiSampleUpH2V2_JPEG_8u_C1R(const uint8_t* pSrc, int32_t srcStep,
+                                       ImageSize srcRoiSize, uint8_t* pDst,
+                                       int32_t dstStep, ImageSize dstRoiSize);
+/* One row up by 2 with the triangle filter, edges replicated: writes
+ * 2*srcWidth samples, reads srcWidth.  dst[0] = src[0], dst[2w-1] = src[w-1],
+ * the others as in rvtiSampleUpH2V1_JPEG_8u_C1R.  Checks: both pointers,
+ * then srcWidth. */
+RvtResult rvtiSampleUpRowH2V1_Triangle_JPEG_8u_C1(const uint8_t* pSrc, int32_t srcWidth,
+                                                  uint8_t* pDst);
+/* One row up by 2 in both directions from the near (pSrc1) and far (pSrc2)
+ * source rows, edges replicated: with c[j] = 3 near[j] + far[j],
+ * dst[0] = (4 c[0] + 8) >> 4, dst[2w-1] = (4 c[w-1] + 7) >> 4, the others
+ * as in rvtiSampleUpH2V2_JPEG_8u_C1R.  Writes 2*srcWidth samples, reads
+ * srcWidth of each row.  Checks: the three pointers, then srcWidth. */
+RvtResult rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1(const uint8_t* pSrc1, const uint8_t* pSrc2,
+                                                  int32_t srcWidth, uint8_t* pDst);
+
 /* ------------------------------------------------------------- Huffman tables and states */
 
 /* ------------------------------------------------------------- baseline Huffman coding */

@@ -230,4 +230,72 @@ void WithThreads(std::initializer_list<int> counts, Body&& body) {
 
 }  // namespace rvt::test
 
+// ---------------------------------------------------------------- read windows
+// For kernels that may read a set margin around their region and nothing
+// else.  WindowPlane: a byte plane whose readable window (origin at data())
+// is kept, while every other byte -- row padding, rows outside, the bytes
+// before and after -- is refilled by Poison(seed); a kernel run under two
+// poisons must give the same output.  PageFence: memory between two
+// inaccessible pages, to lay a window flush against either so that even a
+// read whose value is thrown away faults.
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace rvt::test {
+
+class WindowPlane {
+ public:
+  WindowPlane(int window_w, int window_h, int origin_x, int origin_y, int32_t step, int misalign)
+      : step_(step), origin_(kPad + size_t(misalign) + size_t(step) * origin_y + origin_x) {
+    const size_t bytes = kPad + size_t(misalign) + size_t(step) * (window_h - 1) + window_w + kPad;
+    storage_.resize(bytes);
+    window_.assign(bytes, false);
+    for (int y = 0; y < window_h; ++y)
+      for (int x = 0; x < window_w; ++x) window_[kPad + misalign + size_t(step) * y + x] = true;
+  }
+  uint8_t* data() { return storage_.data() + origin_; }
+  int32_t step() const { return step_; }
+  void FillWindow(Rng& rng) { Refill(rng, true); }
+  void Poison(uint64_t seed) {
+    Rng rng(seed);
+    Refill(rng, false);
+  }
+
+ private:
+  void Refill(Rng& rng, bool inside) {
+    for (size_t i = 0; i < storage_.size(); ++i)
+      if (window_[i] == inside) storage_[i] = uint8_t(rng.Uniform(0, 255));
+  }
+  static constexpr size_t kPad = 128;
+  int32_t step_;
+  size_t origin_;
+  std::vector<uint8_t> storage_;
+  std::vector<bool> window_;
+};
+
+class PageFence {
+ public:
+  explicit PageFence(size_t bytes)
+      : page_(size_t(sysconf(_SC_PAGESIZE))), inner_((bytes + page_ - 1) / page_ * page_) {
+    void* p = mmap(nullptr, inner_ + 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS,
+                   -1, 0);
+    base_ = p == MAP_FAILED ? nullptr : static_cast<uint8_t*>(p);
+    if (base_) mprotect(base_, page_, PROT_NONE), mprotect(base_ + page_ + inner_, page_, PROT_NONE);
+  }
+  ~PageFence() {
+    if (base_) munmap(base_, inner_ + 2 * page_);
+  }
+  PageFence(const PageFence&) = delete;
+  PageFence& operator=(const PageFence&) = delete;
+  bool ok() const { return base_ != nullptr; }
+  uint8_t* AfterLow() { return base_ + page_; }                        // flush with the low fence
+  uint8_t* BeforeHigh(size_t n) { return base_ + page_ + inner_ - n; }  // n bytes to the high one
+
+ private:
+  size_t page_, inner_;
+  uint8_t* base_ = nullptr;
+};
+
+}  // namespace rvt::test
+
 #endif  // RVT_TESTS_CHECKASM_H_
