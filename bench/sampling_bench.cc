@@ -27,12 +27,13 @@ Planes& P() {
 void RunDown(benchmark::State& s, RegionFn fn, int threads, double memcpy_ns) {
   Planes& p = P();
   const int32_t old = rvtSetNumThreads(threads);
+  bench::LoopTimer timer;
   for (auto _ : s) {
     fn(p.full.data(), kW, {kW, kH}, p.half.data(), kCw, {kCw, kCh});
     benchmark::ClobberMemory();
   }
   rvtSetNumThreads(old);
-  bench::ReportBytes(s, size_t(kW) * kH, size_t(kCw) * kCh, memcpy_ns);
+  bench::ReportBytes(s, timer, size_t(kW) * kH, size_t(kCw) * kCh, memcpy_ns);
 }
 
 // The half plane has a one-sample margin all round; the region starts at (1, 1).
@@ -40,18 +41,20 @@ void RunUp(benchmark::State& s, RegionFn fn, int threads, double memcpy_ns) {
   Planes& p = P();
   const int32_t step = kCw + 2;
   const int32_t old = rvtSetNumThreads(threads);
+  bench::LoopTimer timer;
   for (auto _ : s) {
     fn(p.half.data() + step + 1, step, {kCw, kCh}, p.full.data(), kW, {kW, kH});
     benchmark::ClobberMemory();
   }
   rvtSetNumThreads(old);
-  bench::ReportBytes(s, size_t(kCw) * kCh, size_t(kW) * kH, memcpy_ns);
+  bench::ReportBytes(s, timer, size_t(kCw) * kCh, size_t(kW) * kH, memcpy_ns);
 }
 
 // The row forms as a codec calls them, one output row per call.
 template <class Fn>
 void RunDownRows(benchmark::State& s, Fn fn, double memcpy_ns) {
   Planes& p = P();
+  bench::LoopTimer timer;
   for (auto _ : s) {
     for (int y = 0; y < kCh; ++y) {
       fn(p.full.data() + size_t(2 * y) * kW, p.full.data() + size_t(2 * y + 1) * kW, kW,
@@ -59,12 +62,13 @@ void RunDownRows(benchmark::State& s, Fn fn, double memcpy_ns) {
     }
     benchmark::ClobberMemory();
   }
-  bench::ReportBytes(s, size_t(kW) * kH, size_t(kCw) * kCh, memcpy_ns);
+  bench::ReportBytes(s, timer, size_t(kW) * kH, size_t(kCw) * kCh, memcpy_ns);
 }
 
 template <class Fn>
 void RunUpRows(benchmark::State& s, Fn fn, double memcpy_ns) {
   Planes& p = P();
+  bench::LoopTimer timer;
   for (auto _ : s) {
     for (int r = 0; r < kH; ++r) {
       const int n = r / 2, f = r & 1 ? std::min(n + 1, kCh - 1) : std::max(n - 1, 0);
@@ -73,7 +77,7 @@ void RunUpRows(benchmark::State& s, Fn fn, double memcpy_ns) {
     }
     benchmark::ClobberMemory();
   }
-  bench::ReportBytes(s, size_t(kCw) * kCh, size_t(kW) * kH, memcpy_ns);
+  bench::ReportBytes(s, timer, size_t(kCw) * kCh, size_t(kW) * kH, memcpy_ns);
 }
 
 int Register() {
@@ -84,13 +88,14 @@ int Register() {
                            [=](benchmark::State& s, auto fn) { RunDown(s, fn, threads, mc); });
     bench::RegisterTargets("UpH2V2" + suffix, impl_rvtiSampleUpH2V2_JPEG_8u_C1R,
                            [=](benchmark::State& s, auto fn) { RunUp(s, fn, threads, mc); });
-    benchmark::RegisterBenchmark(("memcpy_same_bytes" + suffix).c_str(), [](benchmark::State& s) {
+    benchmark::RegisterBenchmark(("memcpy_same_bytes" + suffix).c_str(), [mc](benchmark::State& s) {
       static std::vector<uint8_t> a(kTraffic / 2, 1), b(kTraffic / 2);
+      bench::LoopTimer timer;
       for (auto _ : s) {
         std::memcpy(b.data(), a.data(), a.size());
         benchmark::ClobberMemory();
       }
-      bench::ReportBytes(s, a.size(), b.size(), double(0));
+      bench::ReportBytes(s, timer, a.size(), b.size(), mc);
     });
   }
   // The forms that run on the calling thread, and H2V1 down for completeness.
@@ -99,23 +104,25 @@ int Register() {
   bench::RegisterTargets("DownH2V1", impl_rvtiSampleDownH2V1_JPEG_8u_C1R,
                          [=](benchmark::State& s, auto fn) {
                            Planes& p = P();
+                           bench::LoopTimer timer;
                            for (auto _ : s) {
                              fn(p.full.data(), kW, {kW, kH}, p.half.data(), kCw, {kCw, kH / 4});
                              benchmark::ClobberMemory();
                            }
                            // Half the rows of the plane: the same traffic.
-                           bench::ReportBytes(s, size_t(kW) * kH / 4, size_t(kCw) * kH / 4,
+                           bench::ReportBytes(s, timer, size_t(kW) * kH / 4, size_t(kCw) * kH / 4,
                                               mc_down1);
                          });
   bench::RegisterTargets("UpH2V1", impl_rvtiSampleUpH2V1_JPEG_8u_C1R,
                          [=](benchmark::State& s, auto fn) {
                            Planes& p = P();
                            const int32_t step = kCw + 2;
+                           bench::LoopTimer timer;
                            for (auto _ : s) {
                              fn(p.half.data() + 1, step, {kCw, kCh}, p.full.data(), kW, {kW, kCh});
                              benchmark::ClobberMemory();
                            }
-                           bench::ReportBytes(s, size_t(kCw) * kCh, size_t(kW) * kCh,
+                           bench::ReportBytes(s, timer, size_t(kCw) * kCh, size_t(kW) * kCh,
                                               mc_up1);
                          });
   bench::RegisterTargets("DownRowH2V2_Box", impl_rvtiSampleDownRowH2V2_Box_JPEG_8u_C1,
