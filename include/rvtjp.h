@@ -100,6 +100,73 @@ RvtResult rvtiSub128_JPEG_8u16s_C1R(const uint8_t* pSrc, int32_t srcStep,
 
 /* ------------------------------------------------------------- Huffman tables and states */
 
+/* Huffman tables as the entropy coders use them, and the bit positions that
+ * span calls.  All four are flat byte blocks without pointers: size them
+ * with ...GetBufSize, build them in place with ...Init (or let ...InitAlloc
+ * allocate through rvtMalloc; release with the matching ...Free), copy them
+ * freely.  A built spec is read-only and may be shared between threads; a
+ * state belongs to one stream.
+ *
+ * Tables come as a DHT segment carries them: bits[16] (bits[i] = number of
+ * codes of length i+1) and vals (sum of bits symbols, at most 256).  Codes
+ * are assigned canonically.  Layouts (little-endian):
+ *   EncodeHuffmanSpec   1024 bytes: uint32 entry[256] by symbol,
+ *                       (length << 16) | code; 0 = symbol not coded.
+ *   DecodeHuffmanSpec   1644 bytes: uint16 values[256]; uint32 lookup[256]
+ *                       by the next 8 bits, symbol | (length << 16) for codes
+ *                       up to 8 bits, 0 otherwise; uint16 minCode[18],
+ *                       maxCode[18] (0xFFFF = no code of that length),
+ *                       valueIndex[18], indexed by length 1..16.
+ *   EncodeHuffmanState  1048 bytes: uint64 accumulator (pending bits
+ *                       left-aligned under bit 24), int32 pending-bit count
+ *                       (0..7), uint32 end-of-band run, uint32 correction-bit
+ *                       count, uint8 correction bits[1024], 4 bytes padding.
+ *   DecodeHuffmanState  24 bytes: uint64 accumulator (the count valid bits
+ *                       in its low bits, oldest highest), int32 valid-bit
+ *                       count (0..32), uint32 end-of-band run, uint32
+ *                       coefficients done, 4 bytes padding. */
+typedef struct EncodeHuffmanSpec EncodeHuffmanSpec;
+typedef struct DecodeHuffmanSpec DecodeHuffmanSpec;
+typedef struct EncodeHuffmanState EncodeHuffmanState;
+typedef struct DecodeHuffmanState DecodeHuffmanState;
+
+/* Byte sizes of the four objects: 1024, 1644, 1048 and 24. */
+RvtResult rvtiEncodeHuffmanSpecGetBufSize_JPEG_8u(int* pSize);
+RvtResult rvtiDecodeHuffmanSpecGetBufSize_JPEG_8u(int* pSize);
+RvtResult rvtiEncodeHuffmanStateGetBufSize_JPEG_8u(int* pSize);
+RvtResult rvtiDecodeHuffmanStateGetBufSize_JPEG_8u(int* pSize);
+
+/* Builds an encoder spec.  rvtStatusHuffTable for more than 256 codes, or a
+ * code that would be all 1-bits or overflow its length (the object is then
+ * left partly built).  A repeated symbol keeps its later code. */
+RvtResult rvtiEncodeHuffmanSpecInit_JPEG_8u(const uint8_t* pBits, const uint8_t* pVals,
+                                            EncodeHuffmanSpec* pSpec);
+/* Builds a decoder spec.  rvtStatusHuffTable for more than 256 codes; an
+ * over-full table is accepted unless its 8-bit lookup would run past one
+ * entry beyond its end (that one entry lands on minCode[0..1]). */
+RvtResult rvtiDecodeHuffmanSpecInit_JPEG_8u(const uint8_t* pBits, const uint8_t* pVals,
+                                            DecodeHuffmanSpec* pSpec);
+/* Allocate and build.  A failed allocation gives rvtStatusNullPtr and stores
+ * nothing; on rvtStatusHuffTable the (incomplete) object is still stored in
+ * *ppSpec and must be released with the matching Free. */
+RvtResult rvtiEncodeHuffmanSpecInitAlloc_JPEG_8u(const uint8_t* pBits, const uint8_t* pVals,
+                                                 EncodeHuffmanSpec** ppSpec);
+RvtResult rvtiDecodeHuffmanSpecInitAlloc_JPEG_8u(const uint8_t* pBits, const uint8_t* pVals,
+                                                 DecodeHuffmanSpec** ppSpec);
+/* Zero every field (the encoders also do this after a flush). */
+RvtResult rvtiEncodeHuffmanStateInit_JPEG_8u(EncodeHuffmanState* pState);
+RvtResult rvtiDecodeHuffmanStateInit_JPEG_8u(DecodeHuffmanState* pState);
+/* Allocate and zero; a failed allocation gives rvtStatusNullPtr. */
+RvtResult rvtiEncodeHuffmanStateInitAlloc_JPEG_8u(EncodeHuffmanState** ppState);
+RvtResult rvtiDecodeHuffmanStateInitAlloc_JPEG_8u(DecodeHuffmanState** ppState);
+/* Release an object from the matching InitAlloc (null gives rvtStatusNullPtr;
+ * any other pointer goes to rvtFree unchecked). */
+RvtResult rvtiEncodeHuffmanSpecFree_JPEG_8u(EncodeHuffmanSpec* pSpec);
+RvtResult rvtiDecodeHuffmanSpecFree_JPEG_8u(DecodeHuffmanSpec* pSpec);
+RvtResult rvtiEncodeHuffmanStateFree_JPEG_8u(EncodeHuffmanState* pState);
+RvtResult rvtiDecodeHuffmanStateFree_JPEG_8u(DecodeHuffmanState* pState);
+
+
 /* ------------------------------------------------------------- baseline Huffman coding */
 
 #ifdef __cplusplus
