@@ -90,6 +90,27 @@ RvtResult rvtiSub128_JPEG_8u16s_C1R(const uint8_t* pSrc, int32_t srcStep,
 
 /* ------------------------------------------------------------- quantization */
 
+/* Tables: a raw table is 64 step sizes (bytes) in zig-zag order, as a DQT
+ * segment carries them; forward (reciprocal, round(32768 / q)) and inverse
+ * (q itself) tables are 64 uint16 in natural order. */
+
+/* Scales a raw table in place by a JPEG quality factor (>= 1; 50 keeps the
+ * table, 100 and above make every step 1); entries end in 1..255.  Quality
+ * below 1: rvtStatusBadArg. */
+RvtResult rvtiQuantFwdRawTableInit_JPEG_8u(uint8_t* pQuantRawTable, int32_t qualityFactor);
+/* Forward table round(32768 / q) in natural order.  A step of 0 gets 65535
+ * and the call returns the warning rvtStatusDivByZero (table complete). */
+RvtResult rvtiQuantFwdTableInit_JPEG_8u16u(const uint8_t* pQuantRawTable,
+                                           uint16_t* pQuantFwdTable);
+/* Inverse table: the step sizes widened to 16 bits, in natural order. */
+RvtResult rvtiQuantInvTableInit_JPEG_8u16u(const uint8_t* pQuantRawTable,
+                                           uint16_t* pQuantInvTable);
+/* Quantizes 64 coefficients in place: ((8x * (R >> 1)) >> 16 + 1) >> 1, in
+ * 16 bits (halves round up; exact for |x| <= 4095). */
+RvtResult rvtiQuantFwd8x8_JPEG_16s_C1I(int16_t* pSrcDst, const uint16_t* pQuantFwdTable);
+/* Dequantizes 64 values in place: x * q, low 16 bits of the product. */
+RvtResult rvtiQuantInv8x8_JPEG_16s_C1I(int16_t* pSrcDst, const uint16_t* pQuantInvTable);
+
 /* ------------------------------------------------------------- forward DCT */
 
 /* ------------------------------------------------------------- inverse DCT */
@@ -98,7 +119,140 @@ RvtResult rvtiSub128_JPEG_8u16s_C1R(const uint8_t* pSrc, int32_t srcStep,
 
 /* ------------------------------------------------------------- chroma sampling */
 
+/* Down-sampling of a whole region by 2 horizontally (threaded):
+ *   dst(i, y) = (src(2i, y) + src(2i+1, y) + 1) >> 1.
+ * The destination size sets the work: 2*dstRoiSize.width samples of each of
+ * dstRoiSize.height source rows are read; srcRoiSize is only checked to be
+ * positive.  Checks: pSrc, srcStep, srcRoiSize, pDst, dstStep, then
+ * dstRoiSize width before height. */
+RvtResult rvtiSampleDownH2V1_JPEG_8u_C1R(const uint8_t* pSrc, int32_t srcStep,
+                                         ImageSize srcRoiSize, uint8_t* pDst,
+                                         int32_t dstStep, ImageSize dstRoiSize);
+/* Down-sampling of a whole region by 2 in both directions (threaded):
+ *   dst(i, y) = (src(2i, 2y) + src(2i+1, 2y) + src(2i, 2y+1)
+ *                + src(2i+1, 2y+1) + 3) >> 2,
+ * the mean rounded up.  Reads 2*dstRoiSize.height source rows of
+ * 2*dstRoiSize.width samples; sizes and checks as for H2V1. */
+RvtResult rvtiSampleDownH2V2_JPEG_8u_C1R(const uint8_t* pSrc, int32_t srcStep,
+                                         ImageSize srcRoiSize, uint8_t* pDst,
+                                         int32_t dstStep, ImageSize dstRoiSize);
+/* One row down by 2 with a box filter whose bias alternates 0, 1, 0, ...
+ * from the first output: dst[i] = (src[2i] + src[2i+1] + (i & 1)) >> 1.
+ * Writes ceil(srcWidth/2) samples; an odd srcWidth reads the padding sample
+ * src[srcWidth].  Checks: both pointers (null: rvtStatusNullPtr), then
+ * srcWidth < 1 (rvtStatusSize). */
+RvtResult rvtiSampleDownRowH2V1_Box_JPEG_8u_C1(const uint8_t* pSrc, int32_t srcWidth,
+                                               uint8_t* pDst);
+/* One row down by 2 in both directions from an upper (pSrc1) and a lower
+ * (pSrc2) row, bias alternating 1, 2, 1, ... from the first output:
+ *   dst[i] = (u[2i] + u[2i+1] + l[2i] + l[2i+1] + 1 + (i & 1)) >> 2.
+ * Writes ceil(srcWidth/2) samples; an odd srcWidth reads the padding sample
+ * of each row.  Checks: the three pointers, then srcWidth. */
+RvtResult rvtiSampleDownRowH2V2_Box_JPEG_8u_C1(const uint8_t* pSrc1, const uint8_t* pSrc2,
+                                               int32_t srcWidth, uint8_t* pDst);
+/* Up-sampling of a whole region by 2 horizontally with the 3:1 triangle
+ * filter, edges not replicated:
+ *   dst(2i, y) = (3 src(i, y) + src(i-1, y) + 1) >> 2,
+ *   dst(2i+1, y) = (3 src(i, y) + src(i+1, y) + 2) >> 2
+ * for every destination sample, so samples -1 .. dstRoiSize.width/2 of each
+ * source row are read: the caller provides one readable sample left of the
+ * region and, for an even destination width, one right of it (replicated
+ * edges, say).  Runs on the calling thread; checks as for the down forms. */
+RvtResult rvtiSampleUpH2V1_JPEG_8u_C1R(const uint8_t* pSrc, int32_t srcStep,
+                                       ImageSize srcRoiSize, uint8_t* pDst,
+                                       int32_t dstStep, ImageSize dstRoiSize);
+/* Up-sampling of a whole region by 2 in both directions (threaded).  Output
+ * row r uses near row n = r/2 and far row f = n-1 (r even) or n+1 (r odd),
+ * column sums c[j] = 3 n[j] + f[j], and
+ *   dst[2i] = (3 c[i] + c[i-1] + 8) >> 4, dst[2i+1] = (3 c[i] + c[i+1] + 7) >> 4
+ * for every output, edges not replicated: source rows -1 .. dstHeight/2 and
+ * columns -1 .. dstWidth/2 are read, so the region needs a one-sample margin
+ * around it (the right and bottom ones only for even destination sizes). */
+RvtResult rvtiSampleUpH2V2_JPEG_8u_C1R(const uint8_t* pSrc, int32_t srcStep,
+                                       ImageSize srcRoiSize, uint8_t* pDst,
+                                       int32_t dstStep, ImageSize dstRoiSize);
+/* One row up by 2 with the triangle filter, edges replicated: writes
+ * 2*srcWidth samples, reads srcWidth.  dst[0] = src[0], dst[2w-1] = src[w-1],
+ * the others as in rvtiSampleUpH2V1_JPEG_8u_C1R.  Checks: both pointers,
+ * then srcWidth. */
+RvtResult rvtiSampleUpRowH2V1_Triangle_JPEG_8u_C1(const uint8_t* pSrc, int32_t srcWidth,
+                                                  uint8_t* pDst);
+/* One row up by 2 in both directions from the near (pSrc1) and far (pSrc2)
+ * source rows, edges replicated: with c[j] = 3 near[j] + far[j],
+ * dst[0] = (4 c[0] + 8) >> 4, dst[2w-1] = (4 c[w-1] + 7) >> 4, the others
+ * as in rvtiSampleUpH2V2_JPEG_8u_C1R.  Writes 2*srcWidth samples, reads
+ * srcWidth of each row.  Checks: the three pointers, then srcWidth. */
+RvtResult rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1(const uint8_t* pSrc1, const uint8_t* pSrc2,
+                                                  int32_t srcWidth, uint8_t* pDst);
+
 /* ------------------------------------------------------------- Huffman tables and states */
+
+/* Huffman tables as the entropy coders use them, and the bit positions that
+ * span calls.  All four are flat byte blocks without pointers: size them
+ * with ...GetBufSize, build them in place with ...Init (or let ...InitAlloc
+ * allocate through rvtMalloc; release with the matching ...Free), copy them
+ * freely.  A built spec is read-only and may be shared between threads; a
+ * state belongs to one stream.
+ *
+ * Tables come as a DHT segment carries them: bits[16] (bits[i] = number of
+ * codes of length i+1) and vals (sum of bits symbols, at most 256).  Codes
+ * are assigned canonically.  Layouts (little-endian):
+ *   EncodeHuffmanSpec   1024 bytes: uint32 entry[256] by symbol,
+ *                       (length << 16) | code; 0 = symbol not coded.
+ *   DecodeHuffmanSpec   1644 bytes: uint16 values[256]; uint32 lookup[256]
+ *                       by the next 8 bits, symbol | (length << 16) for codes
+ *                       up to 8 bits, 0 otherwise; uint16 minCode[18],
+ *                       maxCode[18] (0xFFFF = no code of that length),
+ *                       valueIndex[18], indexed by length 1..16.
+ *   EncodeHuffmanState  1048 bytes: uint64 accumulator (pending bits
+ *                       left-aligned under bit 24), int32 pending-bit count
+ *                       (0..7), uint32 end-of-band run, uint32 correction-bit
+ *                       count, uint8 correction bits[1024], 4 bytes padding.
+ *   DecodeHuffmanState  24 bytes: uint64 accumulator (the count valid bits
+ *                       in its low bits, oldest highest), int32 valid-bit
+ *                       count (0..32), uint32 end-of-band run, uint32
+ *                       coefficients done, 4 bytes padding. */
+typedef struct EncodeHuffmanSpec EncodeHuffmanSpec;
+typedef struct DecodeHuffmanSpec DecodeHuffmanSpec;
+typedef struct EncodeHuffmanState EncodeHuffmanState;
+typedef struct DecodeHuffmanState DecodeHuffmanState;
+
+/* Byte sizes of the four objects: 1024, 1644, 1048 and 24. */
+RvtResult rvtiEncodeHuffmanSpecGetBufSize_JPEG_8u(int* pSize);
+RvtResult rvtiDecodeHuffmanSpecGetBufSize_JPEG_8u(int* pSize);
+RvtResult rvtiEncodeHuffmanStateGetBufSize_JPEG_8u(int* pSize);
+RvtResult rvtiDecodeHuffmanStateGetBufSize_JPEG_8u(int* pSize);
+
+/* Builds an encoder spec.  rvtStatusHuffTable for more than 256 codes, or a
+ * code that would be all 1-bits or overflow its length (the object is then
+ * left partly built).  A repeated symbol keeps its later code. */
+RvtResult rvtiEncodeHuffmanSpecInit_JPEG_8u(const uint8_t* pBits, const uint8_t* pVals,
+                                            EncodeHuffmanSpec* pSpec);
+/* Builds a decoder spec.  rvtStatusHuffTable for more than 256 codes; an
+ * over-full table is accepted unless its 8-bit lookup would run past one
+ * entry beyond its end (that one entry lands on minCode[0..1]). */
+RvtResult rvtiDecodeHuffmanSpecInit_JPEG_8u(const uint8_t* pBits, const uint8_t* pVals,
+                                            DecodeHuffmanSpec* pSpec);
+/* Allocate and build.  A failed allocation gives rvtStatusNullPtr and stores
+ * nothing; on rvtStatusHuffTable the (incomplete) object is still stored in
+ * *ppSpec and must be released with the matching Free. */
+RvtResult rvtiEncodeHuffmanSpecInitAlloc_JPEG_8u(const uint8_t* pBits, const uint8_t* pVals,
+                                                 EncodeHuffmanSpec** ppSpec);
+RvtResult rvtiDecodeHuffmanSpecInitAlloc_JPEG_8u(const uint8_t* pBits, const uint8_t* pVals,
+                                                 DecodeHuffmanSpec** ppSpec);
+/* Zero every field (the encoders also do this after a flush). */
+RvtResult rvtiEncodeHuffmanStateInit_JPEG_8u(EncodeHuffmanState* pState);
+RvtResult rvtiDecodeHuffmanStateInit_JPEG_8u(DecodeHuffmanState* pState);
+/* Allocate and zero; a failed allocation gives rvtStatusNullPtr. */
+RvtResult rvtiEncodeHuffmanStateInitAlloc_JPEG_8u(EncodeHuffmanState** ppState);
+RvtResult rvtiDecodeHuffmanStateInitAlloc_JPEG_8u(DecodeHuffmanState** ppState);
+/* Release an object from the matching InitAlloc (null gives rvtStatusNullPtr;
+ * any other pointer goes to rvtFree unchecked). */
+RvtResult rvtiEncodeHuffmanSpecFree_JPEG_8u(EncodeHuffmanSpec* pSpec);
+RvtResult rvtiDecodeHuffmanSpecFree_JPEG_8u(DecodeHuffmanSpec* pSpec);
+RvtResult rvtiEncodeHuffmanStateFree_JPEG_8u(EncodeHuffmanState* pState);
+RvtResult rvtiDecodeHuffmanStateFree_JPEG_8u(DecodeHuffmanState* pState);
+
 
 /* ------------------------------------------------------------- baseline Huffman coding */
 
