@@ -394,8 +394,8 @@ void Decoder::Impl::DecodeScan(Component** sc, int ns, Reader* rd, bool threaded
     const int nt = std::min(threads, intervals);
     if (!coefs.Reserve(row_blocks * 64 * size_t(nt))) return Problem(DecodeStatus::kError, "out of memory");
     done.resize(row_blocks * size_t(nt));
-    std::vector<StageTimes> thread_times(size_t(nt));
-    std::vector<std::string> problems(size_t(nt));
+    std::vector<StageTimes> thread_times(static_cast<size_t>(nt));
+    std::vector<std::string> problems(static_cast<size_t>(nt));
     auto run = [&](int t) {
       const int k0 = int(int64_t(intervals) * t / nt), k1 = int(int64_t(intervals) * (t + 1) / nt);
       Reader r = *rd;
@@ -532,7 +532,7 @@ void Decoder::Impl::Finish() {
     return Problem(DecodeStatus::kError, "out of memory");
   if (nt == 1) return Emit(height, strip.data(), st);
   std::vector<std::thread> pool;
-  std::vector<StageTimes> tt(size_t(nt));
+  std::vector<StageTimes> tt(static_cast<size_t>(nt));
   const int y0 = emitted;
   for (int t = 0; t < nt; ++t) {
     const int a = y0 + (height - y0) * t / nt, b = y0 + (height - y0) * (t + 1) / nt;
