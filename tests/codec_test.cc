@@ -5,6 +5,8 @@
 // unsupported and damaged files give a status, never a crash.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <random>
 #include <string>
@@ -34,16 +36,18 @@ std::vector<uint8_t> LoadFile(const std::string& name) {
   return data;
 }
 
-// A synthetic image of any size with edges, gradients and noise.
+// A synthetic image of any size: smooth waves, a soft checkerboard, noise.
 Image Synthetic(int w, int h, int channels, uint32_t seed) {
   Image image;
   image.Resize(w, h, channels);
   std::mt19937 rng(seed);
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < w; ++x)
-      for (int c = 0; c < channels; ++c)
-        image.row(y)[x * channels + c] =
-            uint8_t((x * (c + 3) + y * (5 - c) + ((x / 5 + y / 3) % 2) * 60 + int(rng() % 24)) & 255);
+      for (int c = 0; c < channels; ++c) {
+        const double v = 128 + 60 * std::sin(x * 0.21 + c) * std::cos(y * 0.17 - c) +
+                         ((x / 6 + y / 5) % 2 ? 20 : -20) + int(rng() % 9) - 4;
+        image.row(y)[x * channels + c] = uint8_t(std::clamp(v, 0.0, 255.0));
+      }
   return image;
 }
 
@@ -76,12 +80,12 @@ class Codec : public ::testing::Test {
 // tables and sampling; both files decoded by libjpeg-turbo.
 TEST_F(Codec, EncoderMatchesLibjpegTurbo) {
   TurboPeer peer;
-  std::printf("%-12s %-6s %3s %9s %9s %7s %8s %8s %7s\n", "image", "samp", "q", "ours(B)", "turbo(B)",
+  std::printf("%-14s %-6s %3s %9s %9s %7s %8s %8s %7s\n", "image", "samp", "q", "ours(B)", "turbo(B)",
               "size", "ours dB", "turbo dB", "diff");
   for (const char* name : {"astronaut.png", "chelsea.png", "camera.png"}) {
     const Image src = Load(name);
     for (Sampling s : {Sampling::k444, Sampling::k422, Sampling::k420, Sampling::kGrey}) {
-      if (src.channels == 1 && s != Sampling::kGrey) continue;
+      if ((src.channels == 1) != (s == Sampling::kGrey)) continue;
       for (int q : {50, 75, 90, 95}) {
         const std::string what = std::string(name) + " " + SamplingName(s) + " q" + std::to_string(q);
         Encoder encoder;
@@ -95,20 +99,15 @@ TEST_F(Codec, EncoderMatchesLibjpegTurbo) {
         const std::vector<uint8_t> ours(encoder.data(), encoder.data() + encoder.size());
         ExpectSameCoefficients(coefs, ours, what);
 
-        Image ours_dec, theirs_dec, grey_src = src;
+        Image ours_dec, theirs_dec;
         ASSERT_TRUE(peer.Decode(ours.data(), ours.size(), &ours_dec, &error)) << what << ": " << error;
         ASSERT_TRUE(peer.Encode(src, q, s, &error)) << what << ": " << error;
         const size_t theirs_size = peer.size();
         ASSERT_TRUE(peer.Decode(peer.data(), peer.size(), &theirs_dec, &error)) << what << ": " << error;
-        if (s == Sampling::kGrey && src.channels == 3) {
-          // Judge luma-only files against libjpeg-turbo's own grey conversion.
-          grey_src = theirs_dec;
-        }
-        const double p_ours = Psnr(grey_src, ours_dec), p_theirs = Psnr(grey_src, theirs_dec);
+        const double p_ours = Psnr(src, ours_dec), p_theirs = Psnr(src, theirs_dec);
         const double size_ratio = double(ours.size()) / double(theirs_size);
-        std::printf("%-12s %-6s %3d %9zu %9zu %7.4f %8.3f %8.3f %+7.3f\n", name, SamplingName(s), q, ours.size(),
+        std::printf("%-14s %-6s %3d %9zu %9zu %7.4f %8.3f %8.3f %+7.3f\n", name, SamplingName(s), q, ours.size(),
                     theirs_size, size_ratio, p_ours, p_theirs, p_ours - p_theirs);
-        if (s == Sampling::kGrey && src.channels == 3) continue;  // no source to judge against
         EXPECT_NEAR(p_ours, p_theirs, 0.1) << what;
         EXPECT_NEAR(size_ratio, 1.0, 0.02) << what;
       }
@@ -146,7 +145,7 @@ TEST_F(Codec, EdgesAndRestartIntervals) {
           ASSERT_EQ(decoder.Decode(file.data(), file.size(), DecodeOptions(), &ours, &error), DecodeStatus::kOk)
               << what << ": " << error;
           EXPECT_LE(MeanAbsDiff(ours, theirs), 1.0) << what;
-          EXPECT_GT(Psnr(ours, src), 20.0) << what;
+          EXPECT_GT(Psnr(ours, src), 28.0) << what;
         }
       }
     }
