@@ -113,7 +113,80 @@ RvtResult rvtiQuantInv8x8_JPEG_16s_C1I(int16_t* pSrcDst, const uint16_t* pQuantI
 
 /* ------------------------------------------------------------- forward DCT */
 
+/* Forward 8x8 DCT and quantization, 64 coefficients out in natural order.
+ * The fixed-point forms quantize with a forward table from
+ * rvtiQuantFwdTableInit_JPEG_8u16u: round(F * R / 32768), halves to even. */
+
+/* 64 level-shifted samples to quantized coefficients. */
+RvtResult rvtiDCTQuantFwd8x8_JPEG_16s_C1(const int16_t* pSrc, int16_t* pDst,
+                                         const uint16_t* pQuantFwdTable);
+/* Same, in place. */
+RvtResult rvtiDCTQuantFwd8x8_JPEG_16s_C1I(int16_t* pSrcDst, const uint16_t* pQuantFwdTable);
+/* 8x8 unsigned 8-bit samples (rows srcStep bytes apart), shifted by -128.
+ * Checks src and pDst, then srcStep, then the table. */
+RvtResult rvtiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(const uint8_t* pSrc, int32_t srcStep, int16_t* pDst,
+                                              const uint16_t* pQuantFwdTable);
+/* 8x8 unsigned 16-bit samples (12-bit JPEG), shifted by -2048, in single
+ * precision; each coefficient is multiplied by the caller's pQuantFwdTable
+ * entry (e.g. 1/q), rounded to nearest (halves to even) and saturated to
+ * 16 bits (a NaN product gives -32768).  Checks as the 8-bit form. */
+RvtResult rvtiDCTQuantFwd8x8LS_JPEG_16u16s_C1R(const uint16_t* pSrc, int32_t srcStep, int16_t* pDst,
+                                               const float* pQuantFwdTable);
+
 /* ------------------------------------------------------------- inverse DCT */
+
+/* Inverse 8x8 DCT fused with dequantization.  Every form multiplies each
+ * coefficient it reads by the inverse-table entry at the same natural
+ * position, keeping the low 16 bits of the product.  The 8-bit forms share
+ * one fixed-point transform whose intermediate result z is 64 times the
+ * sample value.  The LS forms check pSrc, pDst, dstStep, then the table;
+ * they write only their output rows (dst + r * dstStep).  No form reads a
+ * coefficient or table entry it does not use. */
+
+/* 8x8 samples +128, clamped to 0..255. */
+RvtResult rvtiDCTQuantInv8x8LS_JPEG_16s8u_C1R(const int16_t* pSrc, uint8_t* pDst,
+                                              int32_t dstStep,
+                                              const uint16_t* pQuantInvTable);
+/* Unshifted form of the 8-bit transform: 64 values z >> 6, each exactly the
+ * sample the LS form writes before it adds 128 and clamps (range -512..511;
+ * rvtiAdd128 of this output equals the LS output).  pDst may equal pSrc. */
+RvtResult rvtiDCTQuantInv8x8_JPEG_16s_C1(const int16_t* pSrc, int16_t* pDst,
+                                         const uint16_t* pQuantInvTable);
+/* The same in place. */
+RvtResult rvtiDCTQuantInv8x8_JPEG_16s_C1I(int16_t* pSrcDst, const uint16_t* pQuantInvTable);
+/* Samples of more than 8 bits (12-bit JPEG): the inverse table holds the
+ * plain 16-bit step sizes; single-precision transform (peak error against
+ * an exact IDCT below 1 even at 12 bits), rounded to nearest under the
+ * default rounding mode, +2048, clamped to 0..4095. */
+RvtResult rvtiDCTQuantInv8x8LS_JPEG_16s16u_C1R(const int16_t* pSrc, uint16_t* pDst,
+                                               int32_t dstStep,
+                                               const uint16_t* pQuantInvTable);
+/* DC only: reads pSrc[0] and pQuantInvTable[0]; all 64 samples are
+ * ((DC * q) >> 3) + 128 taken modulo 2^16 as signed, clamped to 0..255 (no
+ * rounding term: a product of 7 gives 128). */
+RvtResult rvtiDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R(const int16_t* pSrc, uint8_t* pDst,
+                                                  int32_t dstStep,
+                                                  const uint16_t* pQuantInvTable);
+/* Corner forms: read coefficient rows 0-1 (2x2) or 0-3 (4x4) only, the
+ * rest taken as zero; 8x8 output identical to the full LS form's for every
+ * block whose other rows are zero (so for every 2x2 / 4x4 corner block). */
+RvtResult rvtiDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R(const int16_t* pSrc, uint8_t* pDst,
+                                                  int32_t dstStep,
+                                                  const uint16_t* pQuantInvTable);
+RvtResult rvtiDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R(const int16_t* pSrc, uint8_t* pDst,
+                                                  int32_t dstStep,
+                                                  const uint16_t* pQuantInvTable);
+/* Reduced outputs from all 64 coefficients: sample (i, j) of the 2x2 (4x4)
+ * result is the mean of the 4x4 (2x2) block of exact full-size samples it
+ * covers, +128 (saturating), clamped to 0..255; within 1 of that mean
+ * rounded.  Two separable fixed-point passes (15-bit weights, 5 fraction
+ * bits kept between them).  Writes 2 (4) rows of 2 (4) bytes. */
+RvtResult rvtiDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R(const int16_t* pSrc, uint8_t* pDst,
+                                                   int32_t dstStep,
+                                                   const uint16_t* pQuantInvTable);
+RvtResult rvtiDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R(const int16_t* pSrc, uint8_t* pDst,
+                                                   int32_t dstStep,
+                                                   const uint16_t* pQuantInvTable);
 
 /* ------------------------------------------------------------- colour conversion */
 

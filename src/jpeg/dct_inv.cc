@@ -1,0 +1,657 @@
+// Inverse 8x8 DCT fused with dequantization: the full 8-bit transform and
+// its shortcuts (DC only, 2x2 and 4x4 corners), the 1/2 and 1/4 scale
+// outputs, the unshifted 16-bit output and the 16-bit-sample transform.
+//
+// The 8-bit transform: a row pass of 32-bit dot products with one table
+// per coefficient row (each row pre-scaled for the column pass) and a
+// row-specific rounder, shifted right by 11 and saturated; then a column
+// pass in saturating 16-bit arithmetic built on tangent butterflies; the
+// result is 64 times the sample value.  All 32-bit sums wrap modulo 2^32,
+// so every evaluation order gives the same bits.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "jpeg/dct_inv.cc"
+#include <hwy/foreach_target.h>  // IWYU pragma: keep
+#include <hwy/highway.h>
+
+#include <cmath>
+#include <cstring>
+
+#include "frame/checks.h"
+#include "frame/dispatch.h"
+#include "jpeg/dct_inv_tables.h"
+
+#ifndef RVT_JPEG_DCT_INV_ONCE
+#define RVT_JPEG_DCT_INV_ONCE
+namespace rvt {
+
+// Column pass constants: tan(pi/16), tan(2pi/16), tan(3pi/16) - 1 in Q16,
+// and cos(pi/4) - 1 in Q16.
+inline constexpr int16_t kIdctT1 = dct::kT1;
+inline constexpr int16_t kIdctT2 = dct::kT2;
+inline constexpr int16_t kIdctT3m = dct::kT3m;
+inline constexpr int16_t kIdctC4m = -19195;
+
+// Argument checks.  The LS forms check the destination and its step before
+// the table.
+inline RvtResult CheckLs(const void* src, const void* dst, int32_t dstStep, const void* table) {
+  RVT_CHECK(CheckPtr(src));
+  RVT_CHECK(CheckPlane(dst, dstStep));
+  RVT_CHECK(CheckPtr(table));
+  return rvtStatusOk;
+}
+
+template <class T>
+inline T* Row(T* base, int32_t step, int r) {
+  return reinterpret_cast<T*>(reinterpret_cast<uintptr_t>(base) + intptr_t(step) * r);
+}
+
+// Export bodies over a kernel: checks in order, then the kernel.
+using Ls8Kernel = void (*)(const int16_t*, uint8_t*, int32_t, const uint16_t*);
+using Ls16Kernel = void (*)(const int16_t*, uint16_t*, int32_t, const uint16_t*);
+using PlainKernel = void (*)(const int16_t*, int16_t*, const uint16_t*);
+
+template <Ls8Kernel kKernel>
+RvtResult Ls8(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
+  RVT_CHECK(CheckLs(src, dst, dstStep, table));
+  kKernel(src, dst, dstStep, table);
+  return rvtStatusOk;
+}
+template <Ls16Kernel kKernel>
+RvtResult Ls16(const int16_t* src, uint16_t* dst, int32_t dstStep, const uint16_t* table) {
+  RVT_CHECK(CheckLs(src, dst, dstStep, table));
+  kKernel(src, dst, dstStep, table);
+  return rvtStatusOk;
+}
+template <PlainKernel kKernel>
+RvtResult Plain(const int16_t* src, int16_t* dst, const uint16_t* table) {
+  RVT_CHECK(CheckPtr(src));
+  RVT_CHECK(CheckPtr(dst));
+  RVT_CHECK(CheckPtr(table));
+  kKernel(src, dst, table);
+  return rvtStatusOk;
+}
+template <PlainKernel kKernel>
+RvtResult InPlace(int16_t* srcDst, const uint16_t* table) {
+  RVT_CHECK(CheckPtr(srcDst));
+  RVT_CHECK(CheckPtr(table));
+  kKernel(srcDst, srcDst, table);
+  return rvtStatusOk;
+}
+
+// ---------------------------------------------------------------- reference
+
+namespace ref {
+
+inline int16_t Sat16(int32_t v) { return int16_t(v < -32768 ? -32768 : (v > 32767 ? 32767 : v)); }
+inline int16_t AddS(int16_t a, int16_t b) { return Sat16(int32_t(a) + b); }
+inline int16_t SubS(int16_t a, int16_t b) { return Sat16(int32_t(a) - b); }
+inline int16_t MulHi(int16_t a, int16_t k) { return int16_t((int32_t(a) * k) >> 16); }
+// Low 16 bits of the product.
+inline int16_t Dequant(int16_t c, uint16_t q) {
+  return int16_t(uint16_t(uint32_t(uint16_t(c)) * uint32_t(q)));
+}
+inline uint8_t ClampByte(int32_t v) { return uint8_t(v < 0 ? 0 : (v > 255 ? 255 : v)); }
+
+// 64 times the samples of the 8-bit transform of a dequantized block.
+inline void Idct8Core(const int16_t* x, int16_t z[64]) {
+  int16_t y[64];
+  for (int v = 0; v < 8; ++v) {
+    const int16_t* in = x + 8 * v;
+    const auto& w = dct::kRowTables.w[v];
+    for (int k = 0; k < 4; ++k) {
+      uint32_t e = uint32_t(kIdctRowRounder[v]), o = 0;
+      for (int u = 0; u < 8; u += 2) e += uint32_t(int32_t(in[u]) * w[u][k]);
+      for (int u = 1; u < 8; u += 2) o += uint32_t(int32_t(in[u]) * w[u][k]);
+      y[8 * v + k] = Sat16(int32_t(e + o) >> 11);
+      y[8 * v + 7 - k] = Sat16(int32_t(e - o) >> 11);
+    }
+  }
+  for (int c = 0; c < 8; ++c) {
+    const int16_t y0 = y[c], y1 = y[8 + c], y2 = y[16 + c], y3 = y[24 + c];
+    const int16_t y4 = y[32 + c], y5 = y[40 + c], y6 = y[48 + c], y7 = y[56 + c];
+    const int16_t a0 = AddS(y0, y4), a1 = SubS(y0, y4);
+    const int16_t e2 = AddS(MulHi(y6, kIdctT2), y2), e6 = SubS(MulHi(y2, kIdctT2), y6);
+    const int16_t o17 = AddS(MulHi(y7, kIdctT1), y1), o71 = SubS(MulHi(y1, kIdctT1), y7);
+    const int16_t o53 = AddS(AddS(MulHi(y5, kIdctT3m), y5), y3);
+    const int16_t o35 = SubS(y5, AddS(MulHi(y3, kIdctT3m), y3));
+    const int16_t s1 = AddS(SubS(o17, o53), SubS(o71, o35));
+    const int16_t s2 = SubS(SubS(o17, o53), SubS(o71, o35));
+    const int16_t c1 = AddS(MulHi(s1, kIdctC4m), s1), c2 = AddS(MulHi(s2, kIdctC4m), s2);
+    const int16_t ae = AddS(a0, e2), ad = SubS(a0, e2), be = AddS(a1, e6), bd = SubS(a1, e6);
+    const int16_t oa = AddS(o17, o53), ob = AddS(o71, o35);
+    z[c] = AddS(ae, oa);
+    z[56 + c] = SubS(ae, oa);
+    z[8 + c] = AddS(be, c1);
+    z[48 + c] = SubS(be, c1);
+    z[16 + c] = AddS(bd, c2);
+    z[40 + c] = SubS(bd, c2);
+    z[24 + c] = AddS(ad, ob);
+    z[32 + c] = SubS(ad, ob);
+  }
+}
+
+// The first `rows` coefficient rows, dequantized; the other rows zero.
+inline void DequantRows(const int16_t* src, const uint16_t* q, int rows, int16_t x[64]) {
+  for (int i = 0; i < 64; ++i) x[i] = i < 8 * rows ? Dequant(src[i], q[i]) : 0;
+}
+
+inline void StoreLs8(const int16_t z[64], uint8_t* dst, int32_t step) {
+  for (int r = 0; r < 8; ++r) {
+    uint8_t* out = Row(dst, step, r);
+    for (int c = 0; c < 8; ++c) out[c] = ClampByte(int16_t((z[8 * r + c] >> 6) + 128));
+  }
+}
+
+template <int kRows>
+void Ls8Rows(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
+  int16_t x[64], z[64];
+  DequantRows(src, q, kRows, x);
+  Idct8Core(x, z);
+  StoreLs8(z, dst, step);
+}
+
+void Plain16(const int16_t* src, int16_t* dst, const uint16_t* q) {
+  int16_t x[64], z[64];
+  DequantRows(src, q, 8, x);
+  Idct8Core(x, z);
+  for (int i = 0; i < 64; ++i) dst[i] = int16_t(z[i] >> 6);
+}
+
+void DcOnly(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
+  const int32_t p = int32_t(src[0]) * int32_t(q[0]);
+  const int16_t v = int16_t(uint16_t(uint32_t((p >> 3) + 128)));
+  const uint8_t b = ClampByte(v);
+  for (int r = 0; r < 8; ++r) std::memset(Row(dst, step, r), b, 8);
+}
+
+// Reduced transforms: K[j][v] weights of output j; vertical pass to 16
+// bits with 5 fraction bits, then horizontal pass with rounding.
+template <int J>
+void Reduced(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q,
+             const int16_t (&k)[J][8]) {
+  int16_t x[64], t[J][8];
+  DequantRows(src, q, 8, x);
+  for (int j = 0; j < J; ++j) {
+    for (int u = 0; u < 8; ++u) {
+      uint32_t s = 1u << (kReducedShift1 - 1);
+      for (int v = 0; v < 8; ++v) s += uint32_t(int32_t(x[8 * v + u]) * k[j][v]);
+      t[j][u] = Sat16(int32_t(s) >> kReducedShift1);
+    }
+  }
+  for (int j = 0; j < J; ++j) {
+    uint8_t* out = Row(dst, step, j);
+    for (int i = 0; i < J; ++i) {
+      uint32_t s = 1u << (kReducedShift2 - 1);
+      for (int u = 0; u < 8; ++u) s += uint32_t(int32_t(t[j][u]) * k[i][u]);
+      out[i] = ClampByte(AddS(Sat16(int32_t(s) >> kReducedShift2), 128));
+    }
+  }
+}
+void To4x4(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
+  Reduced<4>(src, dst, step, q, kIdctTo4x4);
+}
+void To2x2(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
+  Reduced<2>(src, dst, step, q, kIdctTo2x2);
+}
+
+// One 8-point pass in single precision; in[i * stride], out[i * stride].
+// The vector kernels evaluate the very same expressions in the same order.
+inline void Idct8Float(const float* in, float* out, int stride) {
+  const float i0 = in[0], i1 = in[stride], i2 = in[2 * stride], i3 = in[3 * stride];
+  const float i4 = in[4 * stride], i5 = in[5 * stride], i6 = in[6 * stride], i7 = in[7 * stride];
+  const float e0 = (i0 + i4) * kIdctF4, e1 = (i0 - i4) * kIdctF4;
+  const float e2 = i2 * kIdctF2 + i6 * kIdctF6, e3 = i2 * kIdctF6 - i6 * kIdctF2;
+  const float E0 = e0 + e2, E3 = e0 - e2, E1 = e1 + e3, E2 = e1 - e3;
+  const float O0 = i1 * kIdctF1 + i3 * kIdctF3 + i5 * kIdctF5 + i7 * kIdctF7;
+  const float O1 = i1 * kIdctF3 - i3 * kIdctF7 - i5 * kIdctF1 - i7 * kIdctF5;
+  const float O2 = i1 * kIdctF5 - i3 * kIdctF1 + i5 * kIdctF7 + i7 * kIdctF3;
+  const float O3 = i1 * kIdctF7 - i3 * kIdctF5 + i5 * kIdctF3 - i7 * kIdctF1;
+  out[0] = E0 + O0;
+  out[7 * stride] = E0 - O0;
+  out[stride] = E1 + O1;
+  out[6 * stride] = E1 - O1;
+  out[2 * stride] = E2 + O2;
+  out[5 * stride] = E2 - O2;
+  out[3 * stride] = E3 + O3;
+  out[4 * stride] = E3 - O3;
+}
+
+void Ls16u(const int16_t* src, uint16_t* dst, int32_t step, const uint16_t* q) {
+  float f[64], g[64];
+  for (int i = 0; i < 64; ++i) f[i] = float(Dequant(src[i], q[i]));
+  for (int u = 0; u < 8; ++u) Idct8Float(f + u, g + u, 8);      // down the columns
+  for (int y = 0; y < 8; ++y) Idct8Float(g + 8 * y, f + 8 * y, 1);  // along the rows
+  for (int y = 0; y < 8; ++y) {
+    uint16_t* out = Row(dst, step, y);
+    for (int x = 0; x < 8; ++x) {
+      const int32_t v = int32_t(std::nearbyint(f[8 * y + x])) + 2048;
+      out[x] = uint16_t(v < 0 ? 0 : (v > 4095 ? 4095 : v));
+    }
+  }
+}
+
+}  // namespace ref
+}  // namespace rvt
+#endif  // RVT_JPEG_DCT_INV_ONCE
+
+HWY_BEFORE_NAMESPACE();
+namespace rvt {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+using D128 = hn::Full128<int16_t>;
+using V128 = hn::Vec<D128>;
+
+// Lane i: a[2i] * b[2i] + a[2i+1] * b[2i+1] in 32 bits.
+template <class D32, class V>
+HWY_INLINE hn::Vec<D32> MulPairs(D32 d32, V a, V b) {
+  hn::Vec<D32> sum1 = hn::Zero(d32);
+  const hn::Vec<D32> sum0 = hn::ReorderWidenMulAccumulate(d32, a, b, hn::Zero(d32), sum1);
+  return hn::RearrangeToOddPlusEven(sum0, sum1);
+}
+
+// The 128-bit blocks of v, in order.
+template <class D>
+HWY_INLINE void SplitBlocks(D d, hn::Vec<D> v, V128* out) {
+  if constexpr (hn::MaxLanes(D()) * sizeof(hn::TFromD<D>) <= 16) {
+    out[0] = v;
+  } else {
+    const hn::Half<D> dh;
+    SplitBlocks(dh, hn::LowerHalf(dh, v), out);
+    SplitBlocks(dh, hn::UpperHalf(dh, v), out + hn::MaxLanes(dh) / 8);
+  }
+}
+
+HWY_INLINE hn::Vec<D128> Dequant(const int16_t* src, const uint16_t* q) {
+  const D128 d;
+  return hn::Mul(hn::LoadU(d, src), hn::LoadU(d, reinterpret_cast<const int16_t*>(q)));
+}
+
+// Row pass of coefficient rows 0..rows-1, one row per 128-bit block: the
+// row is reordered to X0 X2 X4 X6 X1 X3 X5 X7, each pair broadcast and
+// multiplied pairwise with the row's tables.
+template <class D16>
+HWY_INLINE void RowPass(D16 d16, const int16_t* src, const uint16_t* q, int rows, V128* y) {
+  const hn::Repartition<int32_t, D16> d32;
+  const hn::Repartition<uint8_t, D16> d8;
+  constexpr int kPer = int(hn::MaxLanes(D16()) / 8);
+  alignas(16) static constexpr uint8_t kPerm[16] = {0, 1, 4, 5, 8, 9, 12, 13,
+                                                    2, 3, 6, 7, 10, 11, 14, 15};
+  const auto perm = hn::LoadDup128(d8, kPerm);
+  for (int g = 0; g < rows; g += kPer) {
+    const auto x = hn::Mul(hn::LoadU(d16, src + 8 * g),
+                           hn::LoadU(d16, reinterpret_cast<const int16_t*>(q + 8 * g)));
+    const auto p = hn::BitCast(d32, hn::TableLookupBytes(hn::BitCast(d8, x), perm));
+    const auto x02 = hn::BitCast(d16, hn::Broadcast<0>(p));
+    const auto x46 = hn::BitCast(d16, hn::Broadcast<1>(p));
+    const auto x13 = hn::BitCast(d16, hn::Broadcast<2>(p));
+    const auto x57 = hn::BitCast(d16, hn::Broadcast<3>(p));
+    const auto e = hn::Add(hn::Add(MulPairs(d32, x02, hn::Load(d16, kIdctRowPairs.pair[0][g])),
+                                   MulPairs(d32, x46, hn::Load(d16, kIdctRowPairs.pair[1][g]))),
+                           hn::Load(d32, kIdctRowPairs.rounder[g]));
+    const auto o = hn::Add(MulPairs(d32, x13, hn::Load(d16, kIdctRowPairs.pair[2][g])),
+                           MulPairs(d32, x57, hn::Load(d16, kIdctRowPairs.pair[3][g])));
+    const auto lo = hn::ShiftRight<11>(hn::Add(e, o));
+    const auto hi = hn::Shuffle0123(hn::ShiftRight<11>(hn::Sub(e, o)));  // outputs 4..7
+    SplitBlocks(d16, hn::ReorderDemote2To(d16, lo, hi), y + g);
+  }
+}
+
+HWY_INLINE V128 AddS(V128 a, V128 b) { return hn::SaturatedAdd(a, b); }
+HWY_INLINE V128 SubS(V128 a, V128 b) { return hn::SaturatedSub(a, b); }
+HWY_INLINE V128 MulHi(V128 a, int16_t k) { return hn::MulHigh(a, hn::Set(D128(), k)); }
+
+// Output rows from the column pass's intermediate terms.
+HWY_INLINE void Butterfly(V128 a0, V128 a1, V128 e2, V128 e6, V128 o17, V128 o71, V128 o53,
+                          V128 o35, V128* z) {
+  const V128 s1 = AddS(SubS(o17, o53), SubS(o71, o35));
+  const V128 s2 = SubS(SubS(o17, o53), SubS(o71, o35));
+  const V128 c1 = AddS(MulHi(s1, kIdctC4m), s1), c2 = AddS(MulHi(s2, kIdctC4m), s2);
+  const V128 ae = AddS(a0, e2), ad = SubS(a0, e2), be = AddS(a1, e6), bd = SubS(a1, e6);
+  const V128 oa = AddS(o17, o53), ob = AddS(o71, o35);
+  z[0] = AddS(ae, oa);
+  z[7] = SubS(ae, oa);
+  z[1] = AddS(be, c1);
+  z[6] = SubS(be, c1);
+  z[2] = AddS(bd, c2);
+  z[5] = SubS(bd, c2);
+  z[3] = AddS(ad, ob);
+  z[4] = SubS(ad, ob);
+}
+
+HWY_INLINE void ColumnPass(const V128* y, V128* z) {
+  Butterfly(AddS(y[0], y[4]), SubS(y[0], y[4]), AddS(MulHi(y[6], kIdctT2), y[2]),
+            SubS(MulHi(y[2], kIdctT2), y[6]), AddS(MulHi(y[7], kIdctT1), y[1]),
+            SubS(MulHi(y[1], kIdctT1), y[7]), AddS(AddS(MulHi(y[5], kIdctT3m), y[5]), y[3]),
+            SubS(y[5], AddS(MulHi(y[3], kIdctT3m), y[3])), z);
+}
+
+// Rows 4..7 of the row pass are zero (coefficient rows 4..7 zero).
+HWY_INLINE void ColumnPass4(const V128* y, V128* z) {
+  const V128 zero = hn::Zero(D128());
+  Butterfly(y[0], y[0], y[2], MulHi(y[2], kIdctT2), y[1], MulHi(y[1], kIdctT1), y[3],
+            SubS(zero, AddS(MulHi(y[3], kIdctT3m), y[3])), z);
+}
+
+// Coefficient rows 2..7 zero: row 2 of the row pass is all 1 (its
+// rounder), rows 3..7 are zero.
+HWY_INLINE void ColumnPass2(const V128* y, V128* z) {
+  const V128 zero = hn::Zero(D128()), one = hn::Set(D128(), 1);
+  Butterfly(y[0], y[0], one, zero, y[1], MulHi(y[1], kIdctT1), zero, zero, z);
+}
+
+HWY_INLINE void StoreLs8(const V128* z, uint8_t* dst, int32_t step) {
+  const hn::Rebind<uint8_t, D128> d8;
+  const V128 bias = hn::Set(D128(), 128);
+  for (int r = 0; r < 8; ++r) {
+    hn::StoreU(hn::DemoteTo(d8, hn::Add(hn::ShiftRight<6>(z[r]), bias)), d8, Row(dst, step, r));
+  }
+}
+
+void Ls8Full(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
+  V128 y[8], z[8];
+  RowPass(hn::CappedTag<int16_t, 32>(), src, q, 8, y);
+  ColumnPass(y, z);
+  StoreLs8(z, dst, step);
+}
+
+void Ls8Corner4(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
+  V128 y[4], z[8];
+  RowPass(hn::CappedTag<int16_t, 32>(), src, q, 4, y);
+  ColumnPass4(y, z);
+  StoreLs8(z, dst, step);
+}
+
+void Ls8Corner2(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
+  V128 y[2], z[8];
+  RowPass(hn::CappedTag<int16_t, 16>(), src, q, 2, y);
+  ColumnPass2(y, z);
+  StoreLs8(z, dst, step);
+}
+
+void Plain16(const int16_t* src, int16_t* dst, const uint16_t* q) {
+  V128 y[8], z[8];
+  RowPass(hn::CappedTag<int16_t, 32>(), src, q, 8, y);  // reads all of src first
+  ColumnPass(y, z);
+  for (int r = 0; r < 8; ++r) hn::StoreU(hn::ShiftRight<6>(z[r]), D128(), dst + 8 * r);
+}
+
+void DcOnly(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
+  const int32_t p = int32_t(src[0]) * int32_t(q[0]);
+  const int16_t v = int16_t(uint16_t(uint32_t((p >> 3) + 128)));
+  const hn::Full64<uint8_t> d8;
+  const auto b = hn::Set(d8, uint8_t(v < 0 ? 0 : (v > 255 ? 255 : v)));
+  for (int r = 0; r < 8; ++r) hn::StoreU(b, d8, Row(dst, step, r));
+}
+
+// ---------------------------------------------------------------- reduced
+
+// Pass-1 weights for the pair of rows (2p, 2p+1) and output j, as the
+// int16 pairs the pairwise multiply takes: [p][j][8].
+template <int J>
+struct ReducedPairs {
+  alignas(64) int16_t w[4][J][8];
+};
+template <int J>
+constexpr ReducedPairs<J> MakeReducedPairs(const int16_t (&k)[J][8]) {
+  ReducedPairs<J> t{};
+  for (int p = 0; p < 4; ++p)
+    for (int j = 0; j < J; ++j)
+      for (int i = 0; i < 4; ++i) {
+        t.w[p][j][2 * i] = k[j][2 * p];
+        t.w[p][j][2 * i + 1] = k[j][2 * p + 1];
+      }
+  return t;
+}
+inline constexpr ReducedPairs<4> kTo4x4Pairs = MakeReducedPairs<4>(kIdctTo4x4);
+inline constexpr ReducedPairs<2> kTo2x2Pairs = MakeReducedPairs<2>(kIdctTo2x2);
+
+// Each 128-bit block computes one output row j.  The vertical pass
+// multiplies interleaved coefficient rows by (K[j][2p], K[j][2p+1]); the
+// horizontal pass multiplies the 8 intermediate values by K[i][0..7] and
+// adds the four pair sums of each output i.
+template <int J>
+HWY_INLINE void ReducedKernel(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q,
+                              const int16_t (&k)[J][8], const ReducedPairs<J>& pairs) {
+  const hn::CappedTag<int16_t, 8 * J> d16;
+  const hn::Repartition<int32_t, decltype(d16)> d32;
+  const hn::Rebind<uint8_t, decltype(d16)> d8;
+  constexpr int kPer = int(hn::MaxLanes(decltype(d16)()) / 8);
+
+  hn::Vec<decltype(d16)> lo[4], hi[4];
+  for (int p = 0; p < 4; ++p) {
+    const auto r0 = hn::Mul(hn::LoadDup128(d16, src + 16 * p),
+                            hn::LoadDup128(d16, reinterpret_cast<const int16_t*>(q + 16 * p)));
+    const auto r1 = hn::Mul(hn::LoadDup128(d16, src + 16 * p + 8),
+                            hn::LoadDup128(d16, reinterpret_cast<const int16_t*>(q + 16 * p + 8)));
+    lo[p] = hn::InterleaveLower(d16, r0, r1);
+    hi[p] = hn::InterleaveUpper(d16, r0, r1);
+  }
+  const auto bias1 = hn::Set(d32, 1 << (kReducedShift1 - 1));
+  const auto bias2 = hn::Set(d32, 1 << (kReducedShift2 - 1));
+  alignas(64) uint8_t out[8 * J];
+  for (int g = 0; g < J; g += kPer) {
+    auto slo = bias1, shi = bias1;
+    for (int p = 0; p < 4; ++p) {
+      const auto w = hn::Load(d16, pairs.w[p][g]);
+      slo = hn::Add(slo, MulPairs(d32, lo[p], w));
+      shi = hn::Add(shi, MulPairs(d32, hi[p], w));
+    }
+    const auto t = hn::ReorderDemote2To(d16, hn::ShiftRight<kReducedShift1>(slo),
+                                        hn::ShiftRight<kReducedShift1>(shi));
+    hn::Vec<decltype(d32)> s;
+    if constexpr (J == 4) {
+      const hn::Repartition<int64_t, decltype(d16)> d64;
+      const auto p0 = MulPairs(d32, t, hn::LoadDup128(d16, k[0]));
+      const auto p1 = MulPairs(d32, t, hn::LoadDup128(d16, k[1]));
+      const auto p2 = MulPairs(d32, t, hn::LoadDup128(d16, k[2]));
+      const auto p3 = MulPairs(d32, t, hn::LoadDup128(d16, k[3]));
+      const auto a = hn::BitCast(d64, hn::Add(hn::InterleaveLower(d32, p0, p1),
+                                              hn::InterleaveUpper(d32, p0, p1)));
+      const auto b = hn::BitCast(d64, hn::Add(hn::InterleaveLower(d32, p2, p3),
+                                              hn::InterleaveUpper(d32, p2, p3)));
+      s = hn::Add(hn::BitCast(d32, hn::InterleaveLower(d64, a, b)),
+                  hn::BitCast(d32, hn::InterleaveUpper(d64, a, b)));
+    } else {
+      const auto p0 = MulPairs(d32, t, hn::LoadDup128(d16, k[0]));
+      const auto p1 = MulPairs(d32, t, hn::LoadDup128(d16, k[1]));
+      const auto a = hn::Add(hn::InterleaveLower(d32, p0, p1), hn::InterleaveUpper(d32, p0, p1));
+      s = hn::Add(a, hn::Shuffle1032(a));
+    }
+    s = hn::ShiftRight<kReducedShift2>(hn::Add(s, bias2));
+    const auto v = hn::SaturatedAdd(hn::ReorderDemote2To(d16, s, s), hn::Set(d16, 128));
+    hn::Store(hn::DemoteTo(d8, v), d8, out + 8 * g);  // block b: row g + b, J bytes first
+  }
+  for (int j = 0; j < J; ++j) std::memcpy(Row(dst, step, j), out + 8 * j, J);
+}
+
+void To4x4(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
+  ReducedKernel<4>(src, dst, step, q, kIdctTo4x4, kTo4x4Pairs);
+}
+void To2x2(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
+  ReducedKernel<2>(src, dst, step, q, kIdctTo2x2, kTo2x2Pairs);
+}
+
+// ---------------------------------------------------------------- 16-bit samples
+
+using DF = hn::CappedTag<float, 8>;
+using VF = hn::Vec<DF>;
+constexpr int kNF = int(hn::MaxLanes(DF()));  // 4 or 8 floats per vector
+constexpr int kHF = 8 / kNF;                  // vectors per row of 8
+
+// Same expressions, same order as the reference's 8-point pass; in[i] and
+// out[i] step by `stride` vectors.
+HWY_INLINE void Idct8Float(const VF* in, VF* out, int stride) {
+  const DF df;
+  const VF k1 = hn::Set(df, kIdctF1), k2 = hn::Set(df, kIdctF2), k3 = hn::Set(df, kIdctF3);
+  const VF k4 = hn::Set(df, kIdctF4), k5 = hn::Set(df, kIdctF5), k6 = hn::Set(df, kIdctF6);
+  const VF k7 = hn::Set(df, kIdctF7);
+  const VF i0 = in[0], i1 = in[stride], i2 = in[2 * stride], i3 = in[3 * stride];
+  const VF i4 = in[4 * stride], i5 = in[5 * stride], i6 = in[6 * stride], i7 = in[7 * stride];
+  const VF e0 = (i0 + i4) * k4, e1 = (i0 - i4) * k4;
+  const VF e2 = i2 * k2 + i6 * k6, e3 = i2 * k6 - i6 * k2;
+  const VF E0 = e0 + e2, E3 = e0 - e2, E1 = e1 + e3, E2 = e1 - e3;
+  const VF O0 = i1 * k1 + i3 * k3 + i5 * k5 + i7 * k7;
+  const VF O1 = i1 * k3 - i3 * k7 - i5 * k1 - i7 * k5;
+  const VF O2 = i1 * k5 - i3 * k1 + i5 * k7 + i7 * k3;
+  const VF O3 = i1 * k7 - i3 * k5 + i5 * k3 - i7 * k1;
+  out[0] = E0 + O0;
+  out[7 * stride] = E0 - O0;
+  out[stride] = E1 + O1;
+  out[6 * stride] = E1 - O1;
+  out[2 * stride] = E2 + O2;
+  out[5 * stride] = E2 - O2;
+  out[3 * stride] = E3 + O3;
+  out[4 * stride] = E3 - O3;
+}
+
+// Transposes the 8x8 matrix m[row * kHF + h] (vector h holds columns
+// h*kNF .. h*kNF+kNF-1 of the row) into t in the same layout.
+HWY_INLINE void Transpose8x8(const VF* m, VF* t) {
+  const DF df;
+  const hn::Repartition<double, DF> dd;
+  if constexpr (kNF == 4) {
+    for (int br = 0; br < 2; ++br) {
+      for (int bc = 0; bc < 2; ++bc) {
+        const VF a = m[(4 * br + 0) * 2 + bc], b = m[(4 * br + 1) * 2 + bc];
+        const VF c = m[(4 * br + 2) * 2 + bc], d = m[(4 * br + 3) * 2 + bc];
+        const auto ab0 = hn::BitCast(dd, hn::InterleaveLower(df, a, b));
+        const auto ab1 = hn::BitCast(dd, hn::InterleaveUpper(df, a, b));
+        const auto cd0 = hn::BitCast(dd, hn::InterleaveLower(df, c, d));
+        const auto cd1 = hn::BitCast(dd, hn::InterleaveUpper(df, c, d));
+        t[(4 * bc + 0) * 2 + br] = hn::BitCast(df, hn::InterleaveLower(dd, ab0, cd0));
+        t[(4 * bc + 1) * 2 + br] = hn::BitCast(df, hn::InterleaveUpper(dd, ab0, cd0));
+        t[(4 * bc + 2) * 2 + br] = hn::BitCast(df, hn::InterleaveLower(dd, ab1, cd1));
+        t[(4 * bc + 3) * 2 + br] = hn::BitCast(df, hn::InterleaveUpper(dd, ab1, cd1));
+      }
+    }
+  } else {
+    hn::Vec<decltype(dd)> u[8];
+    for (int half = 0; half < 2; ++half) {
+      const VF* r = m + 4 * half;
+      const auto t0 = hn::BitCast(dd, hn::InterleaveLower(df, r[0], r[1]));
+      const auto t1 = hn::BitCast(dd, hn::InterleaveUpper(df, r[0], r[1]));
+      const auto t2 = hn::BitCast(dd, hn::InterleaveLower(df, r[2], r[3]));
+      const auto t3 = hn::BitCast(dd, hn::InterleaveUpper(df, r[2], r[3]));
+      u[4 * half + 0] = hn::InterleaveLower(dd, t0, t2);  // columns 0 | 4
+      u[4 * half + 1] = hn::InterleaveUpper(dd, t0, t2);  // columns 1 | 5
+      u[4 * half + 2] = hn::InterleaveLower(dd, t1, t3);  // columns 2 | 6
+      u[4 * half + 3] = hn::InterleaveUpper(dd, t1, t3);  // columns 3 | 7
+    }
+    for (int c = 0; c < 4; ++c) {
+      t[c] = hn::BitCast(df, hn::ConcatLowerLower(dd, u[4 + c], u[c]));
+      t[c + 4] = hn::BitCast(df, hn::ConcatUpperUpper(dd, u[4 + c], u[c]));
+    }
+  }
+}
+
+template <class D>
+HWY_INLINE void Ls16uImpl(D df, const int16_t* src, uint16_t* dst, int32_t step,
+                          const uint16_t* q) {
+  const hn::Rebind<int32_t, D> d32;
+  VF f[8 * kHF], g[8 * kHF];
+  for (int r = 0; r < 8; ++r) {
+    const V128 x = Dequant(src + 8 * r, q + 8 * r);
+    if constexpr (kNF == 8) {
+      f[r] = hn::ConvertTo(df, hn::PromoteTo(d32, x));
+    } else {
+      const hn::Half<D128> dh;
+      f[2 * r] = hn::ConvertTo(df, hn::PromoteTo(d32, hn::LowerHalf(dh, x)));
+      f[2 * r + 1] = hn::ConvertTo(df, hn::PromoteTo(d32, hn::UpperHalf(dh, x)));
+    }
+  }
+  for (int h = 0; h < kHF; ++h) Idct8Float(f + h, g + h, kHF);  // down the columns
+  Transpose8x8(g, f);
+  for (int h = 0; h < kHF; ++h) Idct8Float(f + h, g + h, kHF);  // along the rows, transposed
+  Transpose8x8(g, f);
+  const auto lift = hn::Set(d32, 2048), lo = hn::Zero(d32), top = hn::Set(d32, 4095);
+  for (int y = 0; y < 8; ++y) {
+    uint16_t* out = Row(dst, step, y);
+    if constexpr (kNF == 8) {
+      const auto v = hn::Min(hn::Max(hn::Add(hn::NearestInt(f[y]), lift), lo), top);
+      const hn::Rebind<uint16_t, decltype(d32)> du16;
+      hn::StoreU(hn::DemoteTo(du16, v), du16, out);
+    } else {
+      const auto a = hn::Min(hn::Max(hn::Add(hn::NearestInt(f[2 * y]), lift), lo), top);
+      const auto b = hn::Min(hn::Max(hn::Add(hn::NearestInt(f[2 * y + 1]), lift), lo), top);
+      const hn::Full128<uint16_t> du16;
+      hn::StoreU(hn::BitCast(du16, hn::ReorderDemote2To(D128(), a, b)), du16, out);
+    }
+  }
+}
+
+void Ls16u(const int16_t* src, uint16_t* dst, int32_t step, const uint16_t* q) {
+  Ls16uImpl(DF(), src, dst, step, q);
+}
+
+// ---------------------------------------------------------------- exports
+
+RvtResult InvLs8(const int16_t* s, uint8_t* d, int32_t st, const uint16_t* q) {
+  return Ls8<Ls8Full>(s, d, st, q);
+}
+RvtResult InvLs8Dc(const int16_t* s, uint8_t* d, int32_t st, const uint16_t* q) {
+  return Ls8<DcOnly>(s, d, st, q);
+}
+RvtResult InvLs8Corner2(const int16_t* s, uint8_t* d, int32_t st, const uint16_t* q) {
+  return Ls8<Ls8Corner2>(s, d, st, q);
+}
+RvtResult InvLs8Corner4(const int16_t* s, uint8_t* d, int32_t st, const uint16_t* q) {
+  return Ls8<Ls8Corner4>(s, d, st, q);
+}
+RvtResult InvLs8To2x2(const int16_t* s, uint8_t* d, int32_t st, const uint16_t* q) {
+  return Ls8<To2x2>(s, d, st, q);
+}
+RvtResult InvLs8To4x4(const int16_t* s, uint8_t* d, int32_t st, const uint16_t* q) {
+  return Ls8<To4x4>(s, d, st, q);
+}
+RvtResult InvLs16(const int16_t* s, uint16_t* d, int32_t st, const uint16_t* q) {
+  return Ls16<Ls16u>(s, d, st, q);
+}
+RvtResult InvPlain(const int16_t* s, int16_t* d, const uint16_t* q) { return Plain<Plain16>(s, d, q); }
+RvtResult InvInPlace(int16_t* sd, const uint16_t* q) { return InPlace<Plain16>(sd, q); }
+
+}  // namespace HWY_NAMESPACE
+}  // namespace rvt
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace rvt {
+namespace {
+RvtResult InvLs8Ref(const int16_t* s, uint8_t* d, int32_t st, const uint16_t* q) {
+  return Ls8<ref::Ls8Rows<8>>(s, d, st, q);
+}
+RvtResult InvLs8DcRef(const int16_t* s, uint8_t* d, int32_t st, const uint16_t* q) {
+  return Ls8<ref::DcOnly>(s, d, st, q);
+}
+RvtResult InvLs8Corner2Ref(const int16_t* s, uint8_t* d, int32_t st, const uint16_t* q) {
+  return Ls8<ref::Ls8Rows<2>>(s, d, st, q);
+}
+RvtResult InvLs8Corner4Ref(const int16_t* s, uint8_t* d, int32_t st, const uint16_t* q) {
+  return Ls8<ref::Ls8Rows<4>>(s, d, st, q);
+}
+RvtResult InvLs8To2x2Ref(const int16_t* s, uint8_t* d, int32_t st, const uint16_t* q) {
+  return Ls8<ref::To2x2>(s, d, st, q);
+}
+RvtResult InvLs8To4x4Ref(const int16_t* s, uint8_t* d, int32_t st, const uint16_t* q) {
+  return Ls8<ref::To4x4>(s, d, st, q);
+}
+RvtResult InvLs16Ref(const int16_t* s, uint16_t* d, int32_t st, const uint16_t* q) {
+  return Ls16<ref::Ls16u>(s, d, st, q);
+}
+RvtResult InvPlainRef(const int16_t* s, int16_t* d, const uint16_t* q) {
+  return Plain<ref::Plain16>(s, d, q);
+}
+RvtResult InvInPlaceRef(int16_t* sd, const uint16_t* q) { return InPlace<ref::Plain16>(sd, q); }
+}  // namespace
+
+RVT_IMPL_HWY(rvtiDCTQuantInv8x8_JPEG_16s_C1, InvPlain, InvPlainRef);
+RVT_IMPL_HWY(rvtiDCTQuantInv8x8_JPEG_16s_C1I, InvInPlace, InvInPlaceRef);
+RVT_IMPL_HWY(rvtiDCTQuantInv8x8LS_JPEG_16s8u_C1R, InvLs8, InvLs8Ref);
+RVT_IMPL_HWY(rvtiDCTQuantInv8x8LS_JPEG_16s16u_C1R, InvLs16, InvLs16Ref);
+RVT_IMPL_HWY(rvtiDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R, InvLs8Dc, InvLs8DcRef);
+RVT_IMPL_HWY(rvtiDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R, InvLs8Corner2, InvLs8Corner2Ref);
+RVT_IMPL_HWY(rvtiDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R, InvLs8Corner4, InvLs8Corner4Ref);
+RVT_IMPL_HWY(rvtiDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R, InvLs8To2x2, InvLs8To2x2Ref);
+RVT_IMPL_HWY(rvtiDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R, InvLs8To4x4, InvLs8To4x4Ref);
+}  // namespace rvt
+#endif
