@@ -515,6 +515,76 @@ RvtResult rvtiDecodeHuffmanStateFree_JPEG_8u(DecodeHuffmanState* pState);
 
 /* ------------------------------------------------------------- baseline Huffman coding */
 
+/* One 8x8 block of quantized coefficients (natural order) to baseline
+ * Huffman bits and back; the zig-zag order, the DC prediction, run lengths,
+ * byte stuffing and the bit position between calls are handled here.
+ *
+ * Encoders append to pDst[0..dstLenBytes) at *pDstCurrPos and advance it.
+ * A symbol without a code gives rvtStatusHuffTable (as does AC category 16
+ * after a run of 15, which has no symbol); a full destination gives
+ * rvtStatusOutOfBuffer with the bytes that fit stored and *pDstCurrPos
+ * advanced, the state holding the last symbol that fitted (re-encode from a
+ * copy of the state).  A call with bFlushState set writes nothing else: it
+ * completes a pending byte with 1-bits and resets the state (end of a scan
+ * or restart interval).  A negative *pDstCurrPos gives rvtStatusBadArg.
+ *
+ * Decoders read pSrc[0..srcLenBytes) from *pSrcCurrPos, remove stuffing,
+ * pass over fill bytes (FF FF) and stop at a marker, which they store in
+ * *pMarker and pass; with *pMarker non-zero they read nothing more (clear it
+ * and the state after handling the marker).  rvtStatusOutOfBuffer: the
+ * source ran out where bits were needed (the position stays at the end:
+ * supply more data and retry from a saved state); rvtStatusHuffData: no
+ * code of up to 16 bits matches, or bits are needed past a marker.  A
+ * negative *pSrcCurrPos gives rvtStatusBadArg. */
+RvtResult rvtiEncodeHuffman8x8_JPEG_16s1u_C1(const int16_t* pSrc, uint8_t* pDst, int dstLenBytes,
+                                             int* pDstCurrPos, int16_t* pLastDC,
+                                             const EncodeHuffmanSpec* pDcTable,
+                                             const EncodeHuffmanSpec* pAcTable,
+                                             EncodeHuffmanState* pEncHuffState, int bFlushState);
+/* Zeroes the block, then decodes it (the state's coefficients-done field
+ * gets 64 minus the count of positions left, which exceeds 64 when a run
+ * passes the end).  A coefficient whose run carries it to zig-zag 64..71 is
+ * stored at 63; one beyond that gives rvtStatusErr.  srcLenBytes 0 is
+ * accepted, < 0 gives rvtStatusBadArg. */
+RvtResult rvtiDecodeHuffman8x8_JPEG_1u16s_C1(const uint8_t* pSrc, int srcLenBytes,
+                                             int* pSrcCurrPos, int16_t* pDst, int16_t* pLastDC,
+                                             int* pMarker, const DecodeHuffmanSpec* pDcTable,
+                                             const DecodeHuffmanSpec* pAcTable,
+                                             DecodeHuffmanState* pDecHuffState);
+/* One difference value (no prediction): its category's code and extra bits
+ * (category 16, -32768, has none). */
+RvtResult rvtiEncodeHuffmanOne_JPEG_16s1u_C1(const int16_t* pSrc, uint8_t* pDst, int dstLenBytes,
+                                             int* pDstCurrPos,
+                                             const EncodeHuffmanSpec* pEncHuffTable,
+                                             EncodeHuffmanState* pEncHuffState, int bFlushState);
+/* Symbols 16 and above decode to -32768 (32768 in 16 bits) with no extra
+ * bits.  srcLenBytes < 1 gives rvtStatusSize. */
+RvtResult rvtiDecodeHuffmanOne_JPEG_1u16s_C1(const uint8_t* pSrc, int srcLenBytes,
+                                             int* pSrcCurrPos, int16_t* pDst, int* pMarker,
+                                             const DecodeHuffmanSpec* pDecHuffTable,
+                                             DecodeHuffmanState* pDecHuffState);
+/* Block encoder at a bit position, no state and no bound: the byte at
+ * *pDstBitsLen / 8 keeps its top (*pDstBitsLen % 8) bits, the block's bits
+ * follow (stuffed), a last partial byte is stored with zero low bits, and
+ * *pDstBitsLen becomes the new bit position.  513 bytes from the start byte
+ * always suffice.  Symbols without a code add no bits and the call returns
+ * rvtStatusOk; only a negative position gives rvtStatusBadArg. */
+RvtResult rvtiEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* pSrc, uint8_t* pDst,
+                                                    int* pDstBitsLen, int16_t* pLastDC,
+                                                    const EncodeHuffmanSpec* pDcTable,
+                                                    const EncodeHuffmanSpec* pAcTable);
+/* Block decoder with the bit accumulator in the caller's variables
+ * (*pPrefetchedBits holds *pNumValidPrefetchedBits valid bits, 0..32, in its
+ * low bits) and no source bound: it reads from byte *pSrcBitsLen / 8 and
+ * stops at a marker, so the data must end with one.  *pSrcBitsLen comes back
+ * as 8 times the next byte to read (the pending bits live in the
+ * accumulator). */
+RvtResult rvtiDecodeHuffman8x8_Direct_JPEG_1u16s_C1(
+    const uint8_t* pSrc, int* pSrcBitsLen, int16_t* pDst, int16_t* pLastDC, int* pMarker,
+    uint32_t* pPrefetchedBits, int* pNumValidPrefetchedBits, const DecodeHuffmanSpec* pDcTable,
+    const DecodeHuffmanSpec* pAcTable);
+
+
 #ifdef __cplusplus
 }
 #endif
