@@ -293,7 +293,7 @@ void Decoder::Impl::DecodeRows(Component** sc, int ns, const McuBlock* blocks, i
                                StageTimes* st) {
   const int ri = restart_interval;
   for (int my = row_begin; my < row_end; ++my) {
-    StageClock clock(st != nullptr);
+    StageClock clock(times != nullptr);
     int mx0 = 0, mx1 = mcus_x;
     if (ri > 0) {
       mx0 = std::max(0, interval_begin * ri - my * mcus_x);
@@ -459,7 +459,7 @@ void Decoder::Impl::DecodeScan(Component** sc, int ns, Reader* rd, bool threaded
 // Up-samples and converts rows [y0, y1) of the image.
 void Decoder::Impl::ConvertRows(int y0, int y1, uint8_t* scratch, StageTimes* st) {
   Image& img = *image;
-  StageClock clock(st != nullptr);
+  StageClock clock(times != nullptr);
   const Component& Y = comp[0];
   if (ncomp == 1) {
     for (int y = y0; y < y1; ++y) std::memcpy(img.row(y), Y.plane.data() + size_t(y) * Y.stride, size_t(width));
