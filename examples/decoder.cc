@@ -8,8 +8,9 @@
 // of its blocks decode as flat grey) and decoding resumes at the next
 // restart marker; missing data leaves the rest of the image grey.
 #include <algorithm>
-#include <atomic>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -43,6 +44,16 @@ struct Component {
 // One block of an MCU: component and block offset inside the MCU.
 struct McuBlock {
   int comp, bx, by;
+};
+
+// The blocks of one scan: its components, the blocks of an MCU, the MCU grid.
+struct ScanLayout {
+  Component* comp[4];
+  int ns = 0;
+  McuBlock blocks[10];
+  int nblocks = 0;
+  int mcus_x = 0, mcus_y = 0;
+  size_t row_blocks() const { return size_t(mcus_x) * nblocks; }
 };
 
 // The position of one entropy decoder in the data.
@@ -152,9 +163,14 @@ struct Decoder::Impl {
   void ReadSof(int code, const uint8_t* p, int len);
   void ReadSos(const uint8_t* p, int len, const uint8_t* data, size_t size, size_t* pos, int* next);
   void DecodeScan(Component** sc, int ns, Reader* rd, bool threaded);
-  void DecodeRows(Component** sc, int ns, const McuBlock* blocks, int nblocks, int mcus_x,
-                  int row_begin, int row_end, Reader* rd, int interval_begin, int interval_end,
-                  int16_t* coef, int* done_list, StageTimes* st);
+  void DecodeRows(const ScanLayout& sl, int row_begin, int row_end, Reader* rd, int interval_begin,
+                  int interval_end, int16_t* coef, int* done_list, StageTimes* st);
+  void EntropyRow(const ScanLayout& sl, int my, Reader* rd, int interval_begin, int interval_end,
+                  int16_t* coef, int* done_list);
+  void TransformRow(const ScanLayout& sl, int my, int interval_begin, int interval_end,
+                    const int16_t* coef, const int* done_list);
+  int ReadyRows(const ScanLayout& sl, int my) const;
+  void PipelinedScan(const ScanLayout& sl, Reader* rd, StageTimes* st);
   void Idct(const int16_t* blk, int done, uint8_t* dst, int stride, const uint16_t* table);
   void Emit(int y_end, uint8_t* scratch, StageTimes* st);
   void ConvertRows(int y0, int y1, uint8_t* scratch, StageTimes* st);
@@ -284,92 +300,168 @@ void Decoder::Impl::Idct(const int16_t* blk, int n, uint8_t* dst, int stride, co
     rvtiDCTQuantInv8x8LS_JPEG_16s8u_C1R(blk, dst, stride, table);
 }
 
-// Decodes MCU rows [row_begin, row_end) of a scan: restart intervals
-// [interval_begin, interval_end) of it belong to this reader (the MCUs of
-// others are left alone).
-void Decoder::Impl::DecodeRows(Component** sc, int ns, const McuBlock* blocks, int nblocks,
-                               int mcus_x, int row_begin, int row_end, Reader* rd,
+// MCUs [mx0, mx1) of MCU row my that belong to restart intervals
+// [interval_begin, interval_end).
+static void RowRange(int ri, int mcus_x, int my, int interval_begin, int interval_end, int* mx0, int* mx1) {
+  *mx0 = 0;
+  *mx1 = mcus_x;
+  if (ri > 0) {
+    *mx0 = std::max(0, interval_begin * ri - my * mcus_x);
+    *mx1 = std::min(mcus_x, interval_end * ri - my * mcus_x);
+  }
+}
+
+// Huffman-decodes the blocks of MCU row my (those of the reader's restart
+// intervals) into coef, with each block's count of coded positions.
+void Decoder::Impl::EntropyRow(const ScanLayout& sl, int my, Reader* rd, int interval_begin,
+                               int interval_end, int16_t* coef, int* done_list) {
+  const int ri = restart_interval;
+  int mx0, mx1;
+  RowRange(ri, sl.mcus_x, my, interval_begin, interval_end, &mx0, &mx1);
+  int16_t* blk = coef;
+  int* dn = done_list;
+  for (int mx = mx0; mx < mx1; ++mx) {
+    const int m = my * sl.mcus_x + mx;
+    if (ri > 0 && m % ri == 0 && m / ri != interval_begin) {
+      rd->SeekMarker();
+      if (rd->marker >= 0xD0 && rd->marker <= 0xD7) {
+        if (rd->marker != 0xD0 + ((m / ri - 1) & 7)) rd->Damage("restart marker out of sequence");
+        rd->Reset();
+      } else if (!rd->broken) {
+        rd->broken = true;
+        rd->Damage("restart marker missing");
+      }
+    }
+    for (int b = 0; b < sl.nblocks; ++b, blk += 64, ++dn) {
+      const Component& k = *sl.comp[sl.blocks[b].comp];
+      if (!rd->broken) {
+        const RvtResult r = rvtiDecodeHuffman8x8_JPEG_1u16s_C1(rd->data, rd->size, &rd->pos, blk,
+                                                               &rd->pred[sl.blocks[b].comp], &rd->marker,
+                                                               dc_spec(k.td), ac_spec(k.ta), rd->state);
+        if (r >= 0) {
+          *dn = rd->CoefficientsDone();
+          continue;
+        }
+        rd->broken = true;
+        rd->Damage(r == rvtStatusOutOfBuffer ? "data ends early" : "corrupt entropy-coded data");
+      }
+      std::memset(blk, 0, 128);
+      *dn = 1;
+    }
+  }
+}
+
+// Dequantizes and transforms the blocks EntropyRow left in coef into the
+// component planes.
+void Decoder::Impl::TransformRow(const ScanLayout& sl, int my, int interval_begin, int interval_end,
+                                 const int16_t* coef, const int* done_list) {
+  int mx0, mx1;
+  RowRange(restart_interval, sl.mcus_x, my, interval_begin, interval_end, &mx0, &mx1);
+  const int16_t* blk = coef;
+  const int* dn = done_list;
+  for (int mx = mx0; mx < mx1; ++mx)
+    for (int b = 0; b < sl.nblocks; ++b, blk += 64, ++dn) {
+      Component& k = *sl.comp[sl.blocks[b].comp];
+      const int bx = sl.ns == 1 ? mx : mx * k.h + sl.blocks[b].bx;
+      const int by = sl.ns == 1 ? my : my * k.v + sl.blocks[b].by;
+      Idct(blk, *dn, k.plane.data() + size_t(by) * 8 * k.stride + size_t(bx) * 8, k.stride, qt[k.tq]);
+    }
+}
+
+void Decoder::Impl::DecodeRows(const ScanLayout& sl, int row_begin, int row_end, Reader* rd,
                                int interval_begin, int interval_end, int16_t* coef, int* done_list,
                                StageTimes* st) {
-  const int ri = restart_interval;
   for (int my = row_begin; my < row_end; ++my) {
     StageClock clock(times != nullptr);
-    int mx0 = 0, mx1 = mcus_x;
-    if (ri > 0) {
-      mx0 = std::max(0, interval_begin * ri - my * mcus_x);
-      mx1 = std::min(mcus_x, interval_end * ri - my * mcus_x);
-    }
-    int16_t* blk = coef;
-    int* dn = done_list;
-    for (int mx = mx0; mx < mx1; ++mx) {
-      const int m = my * mcus_x + mx;
-      if (ri > 0 && m % ri == 0 && m / ri != interval_begin) {
-        rd->SeekMarker();
-        if (rd->marker >= 0xD0 && rd->marker <= 0xD7) {
-          if (rd->marker != 0xD0 + ((m / ri - 1) & 7)) rd->Damage("restart marker out of sequence");
-          rd->Reset();
-        } else if (!rd->broken) {
-          rd->broken = true;
-          rd->Damage("restart marker missing");
-        }
-      }
-      for (int b = 0; b < nblocks; ++b, blk += 64, ++dn) {
-        const int c = blocks[b].comp;
-        if (!rd->broken) {
-          const RvtResult r = rvtiDecodeHuffman8x8_JPEG_1u16s_C1(
-              rd->data, rd->size, &rd->pos, blk, &rd->pred[c], &rd->marker, dc_spec(sc[c]->td),
-              ac_spec(sc[c]->ta), rd->state);
-          if (r >= 0) {
-            *dn = rd->CoefficientsDone();
-            continue;
-          }
-          rd->broken = true;
-          rd->Damage(r == rvtStatusOutOfBuffer ? "data ends early" : "corrupt entropy-coded data");
-        }
-        std::memset(blk, 0, 128);
-        *dn = 1;
-      }
-    }
+    EntropyRow(sl, my, rd, interval_begin, interval_end, coef, done_list);
     clock.Lap(&st->entropy);
-    blk = coef;
-    dn = done_list;
-    for (int mx = mx0; mx < mx1; ++mx)
-      for (int b = 0; b < nblocks; ++b, blk += 64, ++dn) {
-        Component& k = *sc[blocks[b].comp];
-        const int bx = ns == 1 ? mx : mx * k.h + blocks[b].bx;
-        const int by = ns == 1 ? my : my * k.v + blocks[b].by;
-        Idct(blk, *dn, k.plane.data() + size_t(by) * 8 * k.stride + size_t(bx) * 8, k.stride,
-             qt[k.tq]);
-      }
+    TransformRow(sl, my, interval_begin, interval_end, coef, done_list);
     clock.Lap(&st->transform);
   }
 }
 
+// Image rows that can become pixels once MCU row my of a scan that codes
+// every component is decoded: those whose chroma rows below are there too.
+int Decoder::Impl::ReadyRows(const ScanLayout& sl, int my) const {
+  if (my + 1 >= sl.mcus_y) return height;
+  int ready = height;
+  for (int c = 0; c < ncomp; ++c) {
+    const Component& k = comp[c];
+    const int avail = std::min(k.ch, (my + 1) * 8 * (sl.ns == 1 ? 1 : k.v));
+    ready = std::min(ready, k.vs == 2 ? 2 * avail - 2 : avail);
+  }
+  return ready;
+}
+
+// Two threads in a pipeline: this one Huffman-decodes MCU rows into a ring
+// of row buffers, the other transforms them and makes pixels.
+void Decoder::Impl::PipelinedScan(const ScanLayout& sl, Reader* rd, StageTimes* st) {
+  constexpr int kRing = 4;
+  const size_t rb = sl.row_blocks();
+  std::mutex mu;
+  std::condition_variable cv;
+  int produced = 0, consumed = 0;
+  StageTimes worker_times;
+  const int intervals = restart_interval > 0 ? CeilDiv(sl.mcus_x * sl.mcus_y, restart_interval) : 1;
+  std::thread worker([&] {
+    for (int my = 0; my < sl.mcus_y; ++my) {
+      {
+        std::unique_lock<std::mutex> lock(mu);
+        cv.wait(lock, [&] { return produced > my; });
+      }
+      StageClock clock(times != nullptr);
+      const size_t slot = size_t(my % kRing);
+      TransformRow(sl, my, 0, intervals, coefs.data() + slot * rb * 64, done.data() + slot * rb);
+      clock.Lap(&worker_times.transform);
+      Emit(ReadyRows(sl, my), strip.data(), &worker_times);
+      std::lock_guard<std::mutex> lock(mu);
+      consumed = my + 1;
+      cv.notify_all();
+    }
+  });
+  for (int my = 0; my < sl.mcus_y; ++my) {
+    {
+      std::unique_lock<std::mutex> lock(mu);
+      cv.wait(lock, [&] { return my - consumed < kRing; });
+    }
+    StageClock clock(times != nullptr);
+    const size_t slot = size_t(my % kRing);
+    EntropyRow(sl, my, rd, 0, intervals, coefs.data() + slot * rb * 64, done.data() + slot * rb);
+    clock.Lap(&st->entropy);
+    std::lock_guard<std::mutex> lock(mu);
+    produced = my + 1;
+    cv.notify_all();
+  }
+  worker.join();
+  st->transform += worker_times.transform;
+  st->sampling += worker_times.sampling;
+  st->colour += worker_times.colour;
+}
+
 void Decoder::Impl::DecodeScan(Component** sc, int ns, Reader* rd, bool threaded) {
-  McuBlock blocks[10];
-  int nblocks = 0;
-  int mcus_x, mcus_y;
+  ScanLayout sl;
+  sl.ns = ns;
+  for (int c = 0; c < ns; ++c) sl.comp[c] = sc[c];
   if (ns == 1) {
-    blocks[nblocks++] = {0, 0, 0};
-    mcus_x = CeilDiv(sc[0]->cw, 8);
-    mcus_y = CeilDiv(sc[0]->ch, 8);
+    sl.blocks[sl.nblocks++] = {0, 0, 0};
+    sl.mcus_x = CeilDiv(sc[0]->cw, 8);
+    sl.mcus_y = CeilDiv(sc[0]->ch, 8);
   } else {
     for (int c = 0; c < ns; ++c)
       for (int by = 0; by < sc[c]->v; ++by)
-        for (int bx = 0; bx < sc[c]->h; ++bx) {
-          if (nblocks == 10) return Problem(DecodeStatus::kError, "more than 10 blocks in an MCU");
-          blocks[nblocks++] = {c, bx, by};
-        }
-    mcus_x = mcux;
-    mcus_y = mcuy;
+        for (int bx = 0; bx < sc[c]->h; ++bx) sl.blocks[sl.nblocks++] = {c, bx, by};
+    sl.mcus_x = mcux;
+    sl.mcus_y = mcuy;
   }
-  const size_t row_blocks = size_t(mcus_x) * nblocks;
+  const size_t row_blocks = sl.row_blocks();
   const bool all = ns == ncomp;  // rows become pixels as soon as they are decoded
   StageTimes local;
   StageTimes* st = times ? times : &local;
   const int ri = restart_interval;
-  const int total = mcus_x * mcus_y;
+  const int total = sl.mcus_x * sl.mcus_y;
   const int intervals = ri > 0 ? CeilDiv(total, ri) : 1;
+  if (!strip.Reserve(size_t(comp[0].stride) * kStripRows * 2))
+    return Problem(DecodeStatus::kError, "out of memory");
 
   // With restart markers and several threads, the intervals are found first
   // and decoded in contiguous runs, one per thread.
@@ -402,10 +494,9 @@ void Decoder::Impl::DecodeScan(Component** sc, int ns, Reader* rd, bool threaded
       r.state = state(t);
       r.pos = starts[size_t(k0)];
       r.Reset();
-      const int row_begin = k0 * ri / mcus_x, row_end = std::min(mcus_y, CeilDiv(k1 * ri, mcus_x));
-      DecodeRows(sc, ns, blocks, nblocks, mcus_x, row_begin, row_end, &r, k0, k1,
-                 coefs.data() + row_blocks * 64 * size_t(t), done.data() + row_blocks * size_t(t),
-                 &thread_times[size_t(t)]);
+      const int row_begin = k0 * ri / sl.mcus_x, row_end = std::min(sl.mcus_y, CeilDiv(k1 * ri, sl.mcus_x));
+      DecodeRows(sl, row_begin, row_end, &r, k0, k1, coefs.data() + row_blocks * 64 * size_t(t),
+                 done.data() + row_blocks * size_t(t), &thread_times[size_t(t)]);
       problems[size_t(t)] = r.problem;
     };
     std::vector<std::thread> pool;
@@ -418,36 +509,22 @@ void Decoder::Impl::DecodeScan(Component** sc, int ns, Reader* rd, bool threaded
       st->entropy += s.entropy;
       st->transform += s.transform;
     }
-    // The marker after the scan.
-    Reader last = *rd;
-    last.pos = starts.back();
-    last.marker = 0;
-    // Skip the last interval's data.
-    last.SeekMarker();
-    *rd = last;
+    // The marker after the scan: past the last interval's data.
+    rd->pos = starts.back();
+    rd->marker = 0;
+    rd->SeekMarker();
   } else {
-    if (!coefs.Reserve(row_blocks * 64)) return Problem(DecodeStatus::kError, "out of memory");
-    done.resize(row_blocks);
+    const bool pipelined = threaded && all;
+    const size_t slots = pipelined ? 4 : 1;
+    if (!coefs.Reserve(row_blocks * 64 * slots)) return Problem(DecodeStatus::kError, "out of memory");
+    done.resize(row_blocks * slots);
     rd->Reset();
-    if (!strip.Reserve(size_t(comp[0].stride) * kStripRows * 2))
-      return Problem(DecodeStatus::kError, "out of memory");
-    for (int my = 0; my < mcus_y; ++my) {
-      DecodeRows(sc, ns, blocks, nblocks, mcus_x, my, my + 1, rd, 0, intervals, coefs.data(),
-                 done.data(), st);
-      if (all) {
-        if (my + 1 == mcus_y) {
-          for (int c = 0; c < ncomp; ++c) comp[c].coded = true;
-          Emit(height, strip.data(), st);
-        } else {
-          // Rows whose chroma neighbours below are decoded too.
-          int ready = height;
-          for (int c = 0; c < ncomp; ++c) {
-            const Component& k = comp[c];
-            const int avail = std::min(k.ch, (my + 1) * 8 * (ns == 1 ? 1 : k.v));
-            ready = std::min(ready, k.vs == 2 ? 2 * avail - 2 : avail);
-          }
-          Emit(ready, strip.data(), st);
-        }
+    if (pipelined) {
+      PipelinedScan(sl, rd, st);
+    } else {
+      for (int my = 0; my < sl.mcus_y; ++my) {
+        DecodeRows(sl, my, my + 1, rd, 0, intervals, coefs.data(), done.data(), st);
+        if (all) Emit(ReadyRows(sl, my), strip.data(), st);
       }
     }
     rd->SeekMarker();
