@@ -87,7 +87,7 @@ bool TurboPeer::Decode(const uint8_t* data, size_t size, Image* image, std::stri
   return true;
 }
 
-bool LibjpegEncode(const Image& image, int quality, Sampling sampling, int restart_interval,
+bool LibjpegEncode(const Image& image, int quality, Sampling sampling, const LibjpegOptions& options,
                    std::vector<uint8_t>* out, std::string* error) {
   jpeg_compress_struct cinfo;
   ErrorManager err;
@@ -110,6 +110,7 @@ bool LibjpegEncode(const Image& image, int quality, Sampling sampling, int resta
   cinfo.in_color_space = image.channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
   jpeg_set_defaults(&cinfo);
   if (image.channels == 3 && sampling == Sampling::kGrey) jpeg_set_colorspace(&cinfo, JCS_GRAYSCALE);
+  if (image.channels == 3 && options.rgb) jpeg_set_colorspace(&cinfo, JCS_RGB);
   jpeg_set_quality(&cinfo, quality, TRUE);
   cinfo.dct_method = JDCT_ISLOW;
   cinfo.optimize_coding = FALSE;
@@ -118,7 +119,19 @@ bool LibjpegEncode(const Image& image, int quality, Sampling sampling, int resta
     cinfo.comp_info[0].v_samp_factor = sampling == Sampling::k420 ? 2 : 1;
     for (int c = 1; c < 3; ++c) cinfo.comp_info[c].h_samp_factor = cinfo.comp_info[c].v_samp_factor = 1;
   }
-  cinfo.restart_interval = static_cast<unsigned int>(restart_interval);
+  cinfo.restart_interval = static_cast<unsigned int>(options.restart_interval);
+  jpeg_scan_info scans[3];
+  if (options.one_scan_per_component && cinfo.num_components == 3) {
+    for (int c = 0; c < 3; ++c) {
+      scans[c].comps_in_scan = 1;
+      scans[c].component_index[0] = c;
+      scans[c].Ss = 0;
+      scans[c].Se = 63;
+      scans[c].Ah = scans[c].Al = 0;
+    }
+    cinfo.scan_info = scans;
+    cinfo.num_scans = 3;
+  }
   jpeg_start_compress(&cinfo, TRUE);
   while (cinfo.next_scanline < cinfo.image_height) {
     JSAMPROW row = const_cast<JSAMPROW>(image.row(int(cinfo.next_scanline)));

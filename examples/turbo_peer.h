@@ -37,9 +37,16 @@ class TurboPeer {
   size_t size_ = 0;
 };
 
-// Baseline encoding through the libjpeg API, with a restart interval in
-// MCUs (0: none) and with the same settings as TurboPeer::Encode otherwise.
-bool LibjpegEncode(const Image& image, int quality, Sampling sampling, int restart_interval,
+// What libjpeg can write beyond TurboPeer::Encode's plain files.
+struct LibjpegOptions {
+  int restart_interval = 0;  // in MCUs, 0: none
+  bool one_scan_per_component = false;  // non-interleaved sequential scans
+  bool rgb = false;  // store R, G, B without colour conversion (Adobe marker)
+};
+
+// Baseline encoding through the libjpeg API, with the same settings as
+// TurboPeer::Encode otherwise.
+bool LibjpegEncode(const Image& image, int quality, Sampling sampling, const LibjpegOptions& options,
                    std::vector<uint8_t>* out, std::string* error);
 
 // The quantized coefficients of a file as libjpeg reads them

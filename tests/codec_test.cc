@@ -167,6 +167,11 @@ TEST_F(Codec, DecoderMatchesLibjpegTurbo) {
     ASSERT_TRUE(peer.Decode(file.data(), file.size(), &theirs, &error)) << what << ": " << error;
     const DecodeStatus st = decoder.Decode(file.data(), file.size(), DecodeOptions(), &ours, &error);
     ASSERT_EQ(st, DecodeStatus::kOk) << what << ": " << error;
+    Image threaded;
+    DecodeOptions two;
+    two.threads = 2;
+    ASSERT_EQ(decoder.Decode(file.data(), file.size(), two, &threaded, &error), DecodeStatus::kOk) << what;
+    EXPECT_EQ(threaded.pixels, ours.pixels) << what << ", two threads";
     const double mad = MeanAbsDiff(ours, theirs);
     std::printf("%-44s PSNR vs libjpeg-turbo %6.2f dB, mean |diff| %.4f\n", what.c_str(), Psnr(ours, theirs), mad);
     EXPECT_LE(mad, 1.0) << what;
@@ -182,12 +187,25 @@ TEST_F(Codec, DecoderMatchesLibjpegTurbo) {
             std::string("TurboJPEG coffee ") + SamplingName(s) + " q" + std::to_string(q));
     }
   const Image chelsea = Load("chelsea.png");
-  for (Sampling s : {Sampling::k444, Sampling::k420})
+  for (Sampling s : {Sampling::k444, Sampling::k420}) {
+    LibjpegOptions lo;
+    std::vector<uint8_t> file;
     for (int ri : {1, 5, 29}) {
-      std::vector<uint8_t> file;
-      ASSERT_TRUE(LibjpegEncode(chelsea, 80, s, ri, &file, &error)) << error;
+      lo.restart_interval = ri;
+      ASSERT_TRUE(LibjpegEncode(chelsea, 80, s, lo, &file, &error)) << error;
       check(file, std::string("libjpeg chelsea ") + SamplingName(s) + " restart " + std::to_string(ri));
     }
+    // One scan per component, restart intervals counted in blocks.
+    lo.one_scan_per_component = true;
+    ASSERT_TRUE(LibjpegEncode(chelsea, 80, s, lo, &file, &error)) << error;
+    check(file, std::string("libjpeg chelsea ") + SamplingName(s) + " 3 scans, restart 29");
+  }
+  // R, G, B stored as they are (an Adobe marker says so).
+  LibjpegOptions rgb;
+  rgb.rgb = true;
+  std::vector<uint8_t> file;
+  ASSERT_TRUE(LibjpegEncode(chelsea, 90, Sampling::k444, rgb, &file, &error)) << error;
+  check(file, "libjpeg chelsea stored as RGB");
 }
 
 // The threaded modes give the very bytes and pixels of the serial ones:
