@@ -105,8 +105,9 @@ RvtResult rvtiQuantFwdTableInit_JPEG_8u16u(const uint8_t* pQuantRawTable,
 /* Inverse table: the step sizes widened to 16 bits, in natural order. */
 RvtResult rvtiQuantInvTableInit_JPEG_8u16u(const uint8_t* pQuantRawTable,
                                            uint16_t* pQuantInvTable);
-/* Quantizes 64 coefficients in place: ((8x * (R >> 1)) >> 16 + 1) >> 1, in
- * 16 bits (halves round up; exact for |x| <= 4095). */
+/* Quantizes 64 coefficients in place with a forward table: x becomes
+ * ((8x * (R >> 1)) >> 16 + 1) >> 1 in 16-bit arithmetic, close to x / q
+ * (8x wraps for |x| > 4095; 5 and -5 by 10 both give 0, 1 by 2 gives 1). */
 RvtResult rvtiQuantFwd8x8_JPEG_16s_C1I(int16_t* pSrcDst, const uint16_t* pQuantFwdTable);
 /* Dequantizes 64 values in place: x * q, low 16 bits of the product. */
 RvtResult rvtiQuantInv8x8_JPEG_16s_C1I(int16_t* pSrcDst, const uint16_t* pQuantInvTable);
@@ -115,7 +116,8 @@ RvtResult rvtiQuantInv8x8_JPEG_16s_C1I(int16_t* pSrcDst, const uint16_t* pQuantI
 
 /* Forward 8x8 DCT and quantization, 64 coefficients out in natural order.
  * The fixed-point forms quantize with a forward table from
- * rvtiQuantFwdTableInit_JPEG_8u16u: round(F * R / 32768), halves to even. */
+ * rvtiQuantFwdTableInit_JPEG_8u16u: round(F * R / 32768), halves to even.
+ * Blocks, sample rows and tables may sit at any address. */
 
 /* 64 level-shifted samples to quantized coefficients. */
 RvtResult rvtiDCTQuantFwd8x8_JPEG_16s_C1(const int16_t* pSrc, int16_t* pDst,
@@ -126,10 +128,12 @@ RvtResult rvtiDCTQuantFwd8x8_JPEG_16s_C1I(int16_t* pSrcDst, const uint16_t* pQua
  * Checks src and pDst, then srcStep, then the table. */
 RvtResult rvtiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(const uint8_t* pSrc, int32_t srcStep, int16_t* pDst,
                                               const uint16_t* pQuantFwdTable);
-/* 8x8 unsigned 16-bit samples (12-bit JPEG), shifted by -2048, in single
- * precision; each coefficient is multiplied by the caller's pQuantFwdTable
- * entry (e.g. 1/q), rounded to nearest (halves to even) and saturated to
- * 16 bits (a NaN product gives -32768).  Checks as the 8-bit form. */
+/* 8x8 unsigned 16-bit samples (12-bit JPEG), shifted by -2048, through a
+ * single-precision DCT (rows, then columns); each coefficient is multiplied
+ * by the caller's pQuantFwdTable entry in natural order (typically 1/q for
+ * step q; no export builds it), rounded to nearest with halves to even and
+ * saturated to 16 bits (a NaN product gives -32768).  Checks as the 8-bit
+ * form. */
 RvtResult rvtiDCTQuantFwd8x8LS_JPEG_16u16s_C1R(const uint16_t* pSrc, int32_t srcStep, int16_t* pDst,
                                                const float* pQuantFwdTable);
 

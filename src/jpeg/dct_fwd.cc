@@ -15,8 +15,8 @@
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
 #include <hwy/highway.h>
 
-#include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "frame/checks.h"
 #include "frame/dispatch.h"
@@ -139,6 +139,7 @@ inline int16_t QuantizeRef(int16_t f, uint16_t r) {
 }
 
 // Transform and quantize a level-shifted block (natural order) into dst.
+// Blocks and tables may sit at any address, hence the copies.
 inline void FdctQuantRef(int16_t* blk, int16_t* dst, const uint16_t* table) {
   for (int c = 0; c < 8; ++c) {
     int16_t col[8];
@@ -147,13 +148,17 @@ inline void FdctQuantRef(int16_t* blk, int16_t* dst, const uint16_t* table) {
     for (int i = 0; i < 8; ++i) blk[i * 8 + c] = col[i];
   }
   for (int v = 0; v < 8; ++v) RowRef(blk + v * 8, v);
-  for (int i = 0; i < 64; ++i) dst[i] = QuantizeRef(blk[i], table[i]);
+  uint16_t r[64];
+  int16_t out[64];
+  std::memcpy(r, table, sizeof(r));
+  for (int i = 0; i < 64; ++i) out[i] = QuantizeRef(blk[i], r[i]);
+  std::memcpy(dst, out, sizeof(out));
 }
 
 inline RvtResult Fwd16sRef(const int16_t* src, int16_t* dst, const uint16_t* table) {
   RVT_CHECK(CheckBlock(src, dst, table));
   int16_t blk[64];
-  std::copy(src, src + 64, blk);
+  std::memcpy(blk, src, sizeof(blk));
   FdctQuantRef(blk, dst, table);
   return rvtStatusOk;
 }
@@ -236,12 +241,9 @@ HWY_INLINE hn::Vec<D> JoinRows(D d, const V128* rows) {
   constexpr size_t N = hn::MaxLanes(d);
   if constexpr (N == 8) {
     return rows[0];
-  } else if constexpr (N == 16) {
-    return hn::Combine(d, rows[1], rows[0]);
   } else {
-    static_assert(N == 32, "128, 256 or 512-bit vectors");
-    const hn::Half<D> dh;
-    return hn::Combine(d, hn::Combine(dh, rows[3], rows[2]), hn::Combine(dh, rows[1], rows[0]));
+    static_assert(N == 16, "128 or 256-bit vectors");
+    return hn::Combine(d, rows[1], rows[0]);
   }
 }
 
@@ -283,7 +285,9 @@ HWY_INLINE hn::Vec<D> QuantizeHalfEven(D d, hn::Vec<D> f, const uint16_t* table)
 // Column pass, row pass and quantization of eight level-shifted rows.
 HWY_INLINE void FdctQuant(V128 (&x)[8], int16_t* HWY_RESTRICT dst, const uint16_t* table) {
   ColumnPass(x);
-  const hn::ScalableTag<int16_t> d;
+  // One or two rows per vector.  Four (512 bits) measured slower: the
+  // joins cost more than the row-pass operations they save.
+  const hn::CappedTag<int16_t, 16> d;
   constexpr size_t N = hn::MaxLanes(d);
   constexpr size_t K = N / 8;  // rows per vector
   constexpr size_t M = 8 / K;  // vectors per block
@@ -376,7 +380,8 @@ RvtResult FwdLS16uRef(const uint16_t* src, int32_t srcStep, int16_t* dst, const 
   const auto mul = [](float v, float k) { return v * k; };
   float blk[8][8];
   for (int r = 0; r < 8; ++r) {
-    const uint16_t* row = RowPtr(src, srcStep, r);
+    uint16_t row[8];
+    std::memcpy(row, RowPtr(src, srcStep, r), sizeof(row));  // any alignment
     for (int c = 0; c < 8; ++c) blk[r][c] = float(row[c]) - 2048.0f;
     FloatPass(blk[r], mul);
   }
@@ -386,8 +391,12 @@ RvtResult FwdLS16uRef(const uint16_t* src, int32_t srcStep, int16_t* dst, const 
     FloatPass(col, mul);
     for (int r = 0; r < 8; ++r) blk[r][c] = col[r];
   }
+  float q[64];
+  int16_t out[64];
+  std::memcpy(q, table, sizeof(q));
   for (int i = 0; i < 64; ++i)
-    dst[i] = fdct::FloatToCoef(blk[i / 8][i % 8] * fdct::kPostScale.s[i] * table[i]);
+    out[i] = fdct::FloatToCoef(blk[i / 8][i % 8] * fdct::kPostScale.s[i] * q[i]);
+  std::memcpy(dst, out, sizeof(out));
   return rvtStatusOk;
 }
 
@@ -429,22 +438,71 @@ HWY_INLINE void Transpose8x8(hn::Vec<hn::Full128<uint16_t>> (&r)[8]) {
   }
 }
 
+#if HWY_TARGET <= HWY_AVX2
+using DF8 = hn::Full256<float>;
+using VF8 = hn::Vec<DF8>;
+
+// 8x8 transpose of float rows (one row per 256-bit vector).
+HWY_INLINE void TransposeRows8(VF8 (&r)[8]) {
+  const DF8 d;
+  const hn::Repartition<double, DF8> d64;
+  hn::Vec<decltype(d64)> u[8];
+  for (int i = 0; i < 4; ++i) {  // per 128-bit half: pairs of rows 2i, 2i+1
+    u[2 * i] = hn::BitCast(d64, hn::InterleaveLower(d, r[2 * i], r[2 * i + 1]));
+    u[2 * i + 1] = hn::BitCast(d64, hn::InterleaveUpper(d, r[2 * i], r[2 * i + 1]));
+  }
+  VF8 v[8];  // v[4h + j]: column j (low half) and j + 4 (high half) of rows 4h..4h+3
+  for (int h = 0; h < 2; ++h) {
+    const auto* uh = u + 4 * h;
+    v[4 * h + 0] = hn::BitCast(d, hn::InterleaveLower(d64, uh[0], uh[2]));
+    v[4 * h + 1] = hn::BitCast(d, hn::InterleaveUpper(d64, uh[0], uh[2]));
+    v[4 * h + 2] = hn::BitCast(d, hn::InterleaveLower(d64, uh[1], uh[3]));
+    v[4 * h + 3] = hn::BitCast(d, hn::InterleaveUpper(d64, uh[1], uh[3]));
+  }
+  for (int j = 0; j < 4; ++j) {
+    r[j] = hn::ConcatLowerLower(d, v[4 + j], v[j]);
+    r[j + 4] = hn::ConcatUpperUpper(d, v[4 + j], v[j]);
+  }
+}
+#endif
+
 RvtResult FwdLS16u(const uint16_t* src, int32_t srcStep, int16_t* dst, const float* table) {
   RVT_CHECK(fdct::CheckSamples(src, srcStep, dst, table));
   const hn::Full128<uint16_t> du;
-  const hn::Full128<int32_t> di;
-  const hn::Full64<uint16_t> du_half;
-  const DF df;
-  const D128 d16;
-  const auto mul = [&](VF v, float k) { return hn::Mul(v, hn::Set(df, k)); };
-
-  // Columns of the sample block: cols[x] holds rows 0..7 of column x.
+  // Columns of the sample block: cols[x] holds rows 0..7 of column x, so
+  // that the row transform runs across vectors.
   hn::Vec<decltype(du)> cols[8];
   for (int r = 0; r < 8; ++r) cols[r] = hn::LoadU(du, RowPtr(src, srcStep, r));
   Transpose8x8(cols);
-  // Row transform: lo[x] / hi[x] are rows 0..3 / 4..7 of column x.
+
+#if HWY_TARGET <= HWY_AVX2
+  // One row of eight floats per vector.
+  const DF8 df;
+  const hn::Full256<int32_t> di;
+  const hn::Full128<int16_t> d16;
+  const auto mul = [&](VF8 v, float k) { return hn::Mul(v, hn::Set(df, k)); };
+  const VF8 shift = hn::Set(df, 2048.0f);
+  VF8 f[8];
+  for (int x = 0; x < 8; ++x) f[x] = hn::Sub(hn::ConvertTo(df, hn::PromoteTo(di, cols[x])), shift);
+  FloatPass(f, mul);  // f[u]: frequency u of rows 0..7
+  TransposeRows8(f);  // f[y]: frequencies 0..7 of row y
+  FloatPass(f, mul);  // f[v]: coefficient row v
+  const VF8 lowest = hn::Set(df, -32768.0f), highest = hn::Set(df, 32767.0f);
+  for (int v = 0; v < 8; ++v) {
+    const VF8 c = hn::Mul(hn::Mul(f[v], hn::LoadU(df, fdct::kPostScale.s + 8 * v)),
+                          hn::LoadU(df, table + 8 * v));
+    const auto n = hn::NearestInt(hn::Min(hn::Max(c, lowest), highest));
+    hn::StoreU(hn::DemoteTo(d16, n), d16, dst + 8 * v);
+  }
+#else
+  // Four floats per vector: lo / hi halves of each row or column.
+  const DF df;
+  const hn::Full128<int32_t> di;
+  const hn::Full64<uint16_t> du_half;
+  const D128 d16;
+  const auto mul = [&](VF v, float k) { return hn::Mul(v, hn::Set(df, k)); };
   const VF shift = hn::Set(df, 2048.0f);
-  VF lo[8], hi[8];
+  VF lo[8], hi[8];  // rows 0..3 / 4..7 of column x
   for (int x = 0; x < 8; ++x) {
     lo[x] = hn::Sub(hn::ConvertTo(df, hn::PromoteTo(di, hn::LowerHalf(du_half, cols[x]))), shift);
     hi[x] = hn::Sub(hn::ConvertTo(df, hn::PromoteTo(di, hn::UpperHalf(du_half, cols[x]))), shift);
@@ -459,7 +517,6 @@ RvtResult FwdLS16u(const uint16_t* src, int32_t srcStep, int16_t* dst, const flo
   Transpose4x4(left[4], left[5], left[6], left[7]);
   Transpose4x4(right[0], right[1], right[2], right[3]);
   Transpose4x4(right[4], right[5], right[6], right[7]);
-  // Column transform.
   FloatPass(left, mul);
   FloatPass(right, mul);
   const VF lowest = hn::Set(df, -32768.0f), highest = hn::Set(df, 32767.0f);
@@ -471,6 +528,7 @@ RvtResult FwdLS16u(const uint16_t* src, int32_t srcStep, int16_t* dst, const flo
     const auto a = to_int(left[v], 8 * v), b = to_int(right[v], 8 * v + 4);
     hn::StoreU(hn::ReorderDemote2To(d16, a, b), d16, dst + 8 * v);
   }
+#endif
   return rvtStatusOk;
 }
 

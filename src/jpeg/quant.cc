@@ -6,6 +6,8 @@
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
 #include <hwy/highway.h>
 
+#include <cstring>
+
 #include "frame/checks.h"
 #include "frame/dispatch.h"
 #include "frame/widen.h"
@@ -54,18 +56,19 @@ RvtResult QuantFwdRawTableInit(uint8_t* raw, int32_t quality) {
 RvtResult QuantFwdTableInit(const uint8_t* raw, uint16_t* fwd) {
   RVT_CHECK(CheckPtr(raw));
   RVT_CHECK(CheckPtr(fwd));
-  uint16_t q[64];
+  uint16_t q[64], out[64];
   NaturalWide(raw, q);
   RvtResult status = rvtStatusOk;
   for (int i = 0; i < 64; ++i) {
     if (q[i] == 0) {
-      fwd[i] = 65535;
+      out[i] = 65535;
       status = rvtStatusDivByZero;
     } else {
       // round(32768 / q); no quotient by 1..255 is a tie.
-      fwd[i] = uint16_t((32768 + q[i] / 2) / q[i]);
+      out[i] = uint16_t((32768 + q[i] / 2) / q[i]);
     }
   }
+  std::memcpy(fwd, out, sizeof(out));  // any alignment
   return status;
 }
 
@@ -74,7 +77,7 @@ RvtResult QuantInvTableInit(const uint8_t* raw, uint16_t* inv) {
   RVT_CHECK(CheckPtr(inv));
   uint16_t q[64];
   NaturalWide(raw, q);
-  for (int i = 0; i < 64; ++i) inv[i] = q[i];
+  std::memcpy(inv, q, sizeof(q));
   return rvtStatusOk;
 }
 
@@ -86,12 +89,17 @@ RvtResult QuantInvTableInit(const uint8_t* raw, uint16_t* inv) {
 RvtResult QuantFwd8x8Ref(int16_t* block, const uint16_t* fwd) {
   RVT_CHECK(CheckPtr(block));
   RVT_CHECK(CheckPtr(fwd));
+  int16_t b[64];
+  uint16_t r[64];
+  std::memcpy(b, block, sizeof(b));  // blocks and tables may sit at any address
+  std::memcpy(r, fwd, sizeof(r));
   for (int i = 0; i < 64; ++i) {
-    const int16_t a = int16_t(block[i] * 8);
-    const int32_t h = fwd[i] >> 1;
+    const int16_t a = int16_t(b[i] * 8);
+    const int32_t h = r[i] >> 1;
     const int16_t p = int16_t((a * h) >> 16);
-    block[i] = int16_t((p + 1) >> 1);
+    b[i] = int16_t((p + 1) >> 1);
   }
+  std::memcpy(block, b, sizeof(b));
   return rvtStatusOk;
 }
 
@@ -99,7 +107,12 @@ RvtResult QuantFwd8x8Ref(int16_t* block, const uint16_t* fwd) {
 RvtResult QuantInv8x8Ref(int16_t* block, const uint16_t* inv) {
   RVT_CHECK(CheckPtr(block));
   RVT_CHECK(CheckPtr(inv));
-  for (int i = 0; i < 64; ++i) block[i] = int16_t(block[i] * inv[i]);
+  int16_t b[64];
+  uint16_t q[64];
+  std::memcpy(b, block, sizeof(b));
+  std::memcpy(q, inv, sizeof(q));
+  for (int i = 0; i < 64; ++i) b[i] = int16_t(b[i] * q[i]);
+  std::memcpy(block, b, sizeof(b));
   return rvtStatusOk;
 }
 
