@@ -350,7 +350,7 @@ HWY_INLINE void StoreLs8(const V128* z, uint8_t* dst, int32_t step) {
 
 void Ls8Full(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
   V128 y[8], z[8];
-  RowPass(hn::CappedTag<int16_t, 32>(), src, q, 8, y);
+  RowPass(hn::CappedTag<int16_t, 16>(), src, q, 8, y);
   ColumnPass(y, z);
   StoreLs8(z, dst, step);
 }
@@ -371,7 +371,7 @@ void Ls8Corner2(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* 
 
 void Plain16(const int16_t* src, int16_t* dst, const uint16_t* q) {
   V128 y[8], z[8];
-  RowPass(hn::CappedTag<int16_t, 32>(), src, q, 8, y);  // reads all of src first
+  RowPass(hn::CappedTag<int16_t, 16>(), src, q, 8, y);  // reads all of src first
   ColumnPass(y, z);
   for (int r = 0; r < 8; ++r) hn::StoreU(hn::ShiftRight<6>(z[r]), D128(), dst + 8 * r);
 }
@@ -386,83 +386,129 @@ void DcOnly(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
 
 // ---------------------------------------------------------------- reduced
 
-// Pass-1 weights for the pair of rows (2p, 2p+1) and output j, as the
-// int16 pairs the pairwise multiply takes: [p][j][8].
+// Output rows j and J-1-j of a reduced transform weigh the even input rows
+// alike and the odd ones with opposite signs, so the vertical pass forms
+// the even part E (rows 0, 2, 4, 6) and the odd part O (rows 1, 3, 5, 7) of
+// the first J/2 output rows and takes E + O and E - O.  The 32-bit sums wrap
+// like the reference's, so the split changes no bit.
+template <int J>
+constexpr bool MirroredRows(const int16_t (&k)[J][8]) {
+  for (int j = 0; j < J; ++j)
+    for (int v = 0; v < 8; ++v)
+      if (k[J - 1 - j][v] != (v % 2 ? -k[j][v] : k[j][v])) return false;
+  return true;
+}
+static_assert(MirroredRows<4>(kIdctTo4x4) && MirroredRows<2>(kIdctTo2x2));
+static_assert(kIdctTo2x2[0][4] == 0 && kIdctTo2x2[0][6] == 0, "2x2 skips rows 4 and 6");
+
+// Vertical-pass weights [pair][j][8] for the row pairs (0,2), (4,6), (1,3),
+// (5,7) and the first J/2 outputs, as the int16 pairs the pairwise multiply
+// takes.
 template <int J>
 struct ReducedPairs {
-  alignas(64) int16_t w[4][J][8];
+  alignas(64) int16_t w[4][J / 2][8];
 };
 template <int J>
 constexpr ReducedPairs<J> MakeReducedPairs(const int16_t (&k)[J][8]) {
+  constexpr int kRows[4][2] = {{0, 2}, {4, 6}, {1, 3}, {5, 7}};
   ReducedPairs<J> t{};
   for (int p = 0; p < 4; ++p)
-    for (int j = 0; j < J; ++j)
+    for (int j = 0; j < J / 2; ++j)
       for (int i = 0; i < 4; ++i) {
-        t.w[p][j][2 * i] = k[j][2 * p];
-        t.w[p][j][2 * i + 1] = k[j][2 * p + 1];
+        t.w[p][j][2 * i] = k[j][kRows[p][0]];
+        t.w[p][j][2 * i + 1] = k[j][kRows[p][1]];
       }
   return t;
 }
 inline constexpr ReducedPairs<4> kTo4x4Pairs = MakeReducedPairs<4>(kIdctTo4x4);
 inline constexpr ReducedPairs<2> kTo2x2Pairs = MakeReducedPairs<2>(kIdctTo2x2);
 
-// Each 128-bit block computes one output row j.  The vertical pass
-// multiplies interleaved coefficient rows by (K[j][2p], K[j][2p+1]); the
-// horizontal pass multiplies the 8 intermediate values by K[i][0..7] and
-// adds the four pair sums of each output i.
+// Per 128-bit block: lane i is the sum of the four lanes of p_i.
+template <class D32, class V>
+HWY_INLINE V SumLanes4(D32 d32, V p0, V p1, V p2, V p3) {
+  const hn::Repartition<int64_t, D32> d64;
+  const auto a = hn::BitCast(d64, hn::Add(hn::InterleaveLower(d32, p0, p1),
+                                          hn::InterleaveUpper(d32, p0, p1)));
+  const auto b = hn::BitCast(d64, hn::Add(hn::InterleaveLower(d32, p2, p3),
+                                          hn::InterleaveUpper(d32, p2, p3)));
+  return hn::Add(hn::BitCast(d32, hn::InterleaveLower(d64, a, b)),
+                 hn::BitCast(d32, hn::InterleaveUpper(d64, a, b)));
+}
+
+// Each 128-bit block holds one output row: the vertical pass multiplies
+// interleaved coefficient rows by their weight pairs; the horizontal pass
+// multiplies the 8 intermediate values by K[i][0..7] and sums each i.
 template <int J>
 HWY_INLINE void ReducedKernel(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q,
                               const int16_t (&k)[J][8], const ReducedPairs<J>& pairs) {
-  const hn::CappedTag<int16_t, 8 * J> d16;
-  const hn::Repartition<int32_t, decltype(d16)> d32;
-  const hn::Rebind<uint8_t, decltype(d16)> d8;
-  constexpr int kPer = int(hn::MaxLanes(decltype(d16)()) / 8);
+  const hn::CappedTag<int16_t, 4 * J> d16;
+  using D16 = decltype(d16);
+  const hn::Repartition<int32_t, D16> d32;
+  const hn::Rebind<uint8_t, D16> d8;
+  using V = hn::Vec<D16>;
+  using V32 = hn::Vec<decltype(d32)>;
+  constexpr int kPer = int(hn::MaxLanes(D16()) / 8);
+  constexpr int kGroups = J / 2 / kPer;
 
-  hn::Vec<decltype(d16)> lo[4], hi[4];
+  V x[8];
+  for (int v = 0; v < 8; ++v) {
+    x[v] = hn::Mul(hn::LoadDup128(d16, src + 8 * v),
+                   hn::LoadDup128(d16, reinterpret_cast<const int16_t*>(q + 8 * v)));
+  }
+  constexpr int kRows[4][2] = {{0, 2}, {4, 6}, {1, 3}, {5, 7}};
+  V z[4][2];
   for (int p = 0; p < 4; ++p) {
-    const auto r0 = hn::Mul(hn::LoadDup128(d16, src + 16 * p),
-                            hn::LoadDup128(d16, reinterpret_cast<const int16_t*>(q + 16 * p)));
-    const auto r1 = hn::Mul(hn::LoadDup128(d16, src + 16 * p + 8),
-                            hn::LoadDup128(d16, reinterpret_cast<const int16_t*>(q + 16 * p + 8)));
-    lo[p] = hn::InterleaveLower(d16, r0, r1);
-    hi[p] = hn::InterleaveUpper(d16, r0, r1);
+    z[p][0] = hn::InterleaveLower(d16, x[kRows[p][0]], x[kRows[p][1]]);
+    z[p][1] = hn::InterleaveUpper(d16, x[kRows[p][0]], x[kRows[p][1]]);
   }
-  const auto bias1 = hn::Set(d32, 1 << (kReducedShift1 - 1));
-  const auto bias2 = hn::Set(d32, 1 << (kReducedShift2 - 1));
-  alignas(64) uint8_t out[8 * J];
-  for (int g = 0; g < J; g += kPer) {
-    auto slo = bias1, shi = bias1;
-    for (int p = 0; p < 4; ++p) {
-      const auto w = hn::Load(d16, pairs.w[p][g]);
-      slo = hn::Add(slo, MulPairs(d32, lo[p], w));
-      shi = hn::Add(shi, MulPairs(d32, hi[p], w));
+  const V32 bias1 = hn::Set(d32, 1 << (kReducedShift1 - 1));
+  V front[kGroups], back[kGroups];  // output rows g*kPer + b, and J-1 minus that
+  for (int g = 0; g < kGroups; ++g) {
+    V32 e[2], o[2];
+    for (int h = 0; h < 2; ++h) {
+      e[h] = hn::Add(bias1, MulPairs(d32, z[0][h], hn::Load(d16, pairs.w[0][g * kPer])));
+      if constexpr (J == 4) {
+        e[h] = hn::Add(e[h], MulPairs(d32, z[1][h], hn::Load(d16, pairs.w[1][g * kPer])));
+      }
+      o[h] = hn::Add(MulPairs(d32, z[2][h], hn::Load(d16, pairs.w[2][g * kPer])),
+                     MulPairs(d32, z[3][h], hn::Load(d16, pairs.w[3][g * kPer])));
     }
-    const auto t = hn::ReorderDemote2To(d16, hn::ShiftRight<kReducedShift1>(slo),
-                                        hn::ShiftRight<kReducedShift1>(shi));
-    hn::Vec<decltype(d32)> s;
-    if constexpr (J == 4) {
-      const hn::Repartition<int64_t, decltype(d16)> d64;
-      const auto p0 = MulPairs(d32, t, hn::LoadDup128(d16, k[0]));
-      const auto p1 = MulPairs(d32, t, hn::LoadDup128(d16, k[1]));
-      const auto p2 = MulPairs(d32, t, hn::LoadDup128(d16, k[2]));
-      const auto p3 = MulPairs(d32, t, hn::LoadDup128(d16, k[3]));
-      const auto a = hn::BitCast(d64, hn::Add(hn::InterleaveLower(d32, p0, p1),
-                                              hn::InterleaveUpper(d32, p0, p1)));
-      const auto b = hn::BitCast(d64, hn::Add(hn::InterleaveLower(d32, p2, p3),
-                                              hn::InterleaveUpper(d32, p2, p3)));
-      s = hn::Add(hn::BitCast(d32, hn::InterleaveLower(d64, a, b)),
-                  hn::BitCast(d32, hn::InterleaveUpper(d64, a, b)));
-    } else {
-      const auto p0 = MulPairs(d32, t, hn::LoadDup128(d16, k[0]));
-      const auto p1 = MulPairs(d32, t, hn::LoadDup128(d16, k[1]));
-      const auto a = hn::Add(hn::InterleaveLower(d32, p0, p1), hn::InterleaveUpper(d32, p0, p1));
-      s = hn::Add(a, hn::Shuffle1032(a));
-    }
-    s = hn::ShiftRight<kReducedShift2>(hn::Add(s, bias2));
-    const auto v = hn::SaturatedAdd(hn::ReorderDemote2To(d16, s, s), hn::Set(d16, 128));
-    hn::Store(hn::DemoteTo(d8, v), d8, out + 8 * g);  // block b: row g + b, J bytes first
+    front[g] = hn::ReorderDemote2To(d16, hn::ShiftRight<kReducedShift1>(hn::Add(e[0], o[0])),
+                                    hn::ShiftRight<kReducedShift1>(hn::Add(e[1], o[1])));
+    back[g] = hn::ReorderDemote2To(d16, hn::ShiftRight<kReducedShift1>(hn::Sub(e[0], o[0])),
+                                   hn::ShiftRight<kReducedShift1>(hn::Sub(e[1], o[1])));
   }
-  for (int j = 0; j < J; ++j) std::memcpy(Row(dst, step, j), out + 8 * j, J);
+
+  const V32 bias2 = hn::Set(d32, 1 << (kReducedShift2 - 1));
+  auto finish = [&](V32 a, V32 b) {
+    const V v = hn::ReorderDemote2To(d16, hn::ShiftRight<kReducedShift2>(hn::Add(a, bias2)),
+                                     hn::ShiftRight<kReducedShift2>(hn::Add(b, bias2)));
+    return hn::DemoteTo(d8, hn::SaturatedAdd(v, hn::Set(d16, 128)));
+  };
+  alignas(64) uint8_t out[16];
+  if constexpr (J == 4) {
+    const V k0 = hn::LoadDup128(d16, k[0]), k1 = hn::LoadDup128(d16, k[1]);
+    const V k2 = hn::LoadDup128(d16, k[2]), k3 = hn::LoadDup128(d16, k[3]);
+    auto sums = [&](V t) {
+      return SumLanes4(d32, MulPairs(d32, t, k0), MulPairs(d32, t, k1), MulPairs(d32, t, k2),
+                       MulPairs(d32, t, k3));
+    };
+    // Block b of group g: 4 bytes of row j = g*kPer + b, then 4 of row 3 - j.
+    for (int g = 0; g < kGroups; ++g) {
+      hn::Store(finish(sums(front[g]), sums(back[g])), d8, out + 8 * kPer * g);
+    }
+    for (int j = 0; j < 2; ++j) {
+      std::memcpy(Row(dst, step, j), out + 8 * j, 4);
+      std::memcpy(Row(dst, step, 3 - j), out + 8 * j + 4, 4);
+    }
+  } else {
+    const V k0 = hn::LoadDup128(d16, k[0]), k1 = hn::LoadDup128(d16, k[1]);
+    const V32 s = SumLanes4(d32, MulPairs(d32, front[0], k0), MulPairs(d32, front[0], k1),
+                            MulPairs(d32, back[0], k0), MulPairs(d32, back[0], k1));
+    hn::Store(finish(s, s), d8, out);  // rows 0 and 1, two bytes each
+    std::memcpy(Row(dst, step, 0), out, 2);
+    std::memcpy(Row(dst, step, 1), out + 2, 2);
+  }
 }
 
 void To4x4(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
