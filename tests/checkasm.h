@@ -231,19 +231,13 @@ void WithThreads(std::initializer_list<int> counts, Body&& body) {
 }  // namespace rvt::test
 
 // ---------------------------------------------------------------- read windows
-// For kernels that may read a defined margin beside their region (the
-// up-samplers read one sample left and right of each row, one row above and
-// below) and must read nothing else.
-//
-// WindowPlane: a plane of bytes whose rows have a readable window (origin
-// at data()), with everything else -- row padding, rows outside the window,
-// bytes before and after -- filled by Poison(seed).  Running a kernel under
-// two poisons must give the same output: any read outside the window that
-// reaches a result shows up as a difference.
-//
-// PageFence: memory with inaccessible pages on both sides, to place a
-// window flush against a page edge so that even a read whose value is
-// thrown away (an over-long vector load) faults.
+// For kernels that may read a set margin around their region and nothing
+// else.  WindowPlane: a byte plane whose readable window (origin at data())
+// is kept, while every other byte -- row padding, rows outside, the bytes
+// before and after -- is refilled by Poison(seed); a kernel run under two
+// poisons must give the same output.  PageFence: memory between two
+// inaccessible pages, to lay a window flush against either so that even a
+// read whose value is thrown away faults.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -251,75 +245,54 @@ namespace rvt::test {
 
 class WindowPlane {
  public:
-  // Window of window_w x window_h bytes; data() is the window's byte at
-  // (origin_x, origin_y).  step_bytes 0 means window_w + 24.
-  WindowPlane(int window_w, int window_h, int origin_x, int origin_y, int32_t step_bytes = 0,
-              int misalign = 0)
-      : ww_(window_w), wh_(window_h), ox_(origin_x), oy_(origin_y),
-        step_(step_bytes > 0 ? step_bytes : window_w + 24) {
-    const size_t bytes = size_t(step_) * size_t(wh_ - 1) + size_t(ww_);
-    storage_.resize(kPad + 64 + bytes + kPad);
-    const uintptr_t base = reinterpret_cast<uintptr_t>(storage_.data()) + kPad;
-    start_ = kPad + (64 - base % 64) % 64 + size_t(misalign);
-    storage_.resize(start_ + bytes + kPad);
-    window_.assign(storage_.size(), false);
-    for (int y = 0; y < wh_; ++y)
-      for (int x = 0; x < ww_; ++x) window_[start_ + size_t(step_) * y + x] = true;
-    Poison(0);
+  WindowPlane(int window_w, int window_h, int origin_x, int origin_y, int32_t step, int misalign)
+      : step_(step), origin_(kPad + size_t(misalign) + size_t(step) * origin_y + origin_x) {
+    const size_t bytes = kPad + size_t(misalign) + size_t(step) * (window_h - 1) + window_w + kPad;
+    storage_.resize(bytes);
+    window_.assign(bytes, false);
+    for (int y = 0; y < window_h; ++y)
+      for (int x = 0; x < window_w; ++x) window_[kPad + misalign + size_t(step) * y + x] = true;
   }
-
-  uint8_t* data() { return storage_.data() + start_ + size_t(step_) * oy_ + ox_; }
+  uint8_t* data() { return storage_.data() + origin_; }
   int32_t step() const { return step_; }
-  // Window byte at (x, y) relative to data().
-  uint8_t& at(int x, int y) { return data()[int64_t(step_) * y + x]; }
-
-  void FillWindow(Rng& rng) {
-    for (size_t i = 0; i < storage_.size(); ++i)
-      if (window_[i]) storage_[i] = uint8_t(rng.Uniform(0, 255));
-  }
-  // New pseudo-random bytes everywhere outside the window.
+  void FillWindow(Rng& rng) { Refill(rng, true); }
   void Poison(uint64_t seed) {
-    Rng rng(seed * 7919 + 17);
-    for (size_t i = 0; i < storage_.size(); ++i)
-      if (!window_[i]) storage_[i] = uint8_t(rng.Uniform(0, 255));
+    Rng rng(seed);
+    Refill(rng, false);
   }
 
  private:
+  void Refill(Rng& rng, bool inside) {
+    for (size_t i = 0; i < storage_.size(); ++i)
+      if (window_[i] == inside) storage_[i] = uint8_t(rng.Uniform(0, 255));
+  }
   static constexpr size_t kPad = 128;
-  int ww_, wh_, ox_, oy_;
   int32_t step_;
-  size_t start_ = 0;
+  size_t origin_;
   std::vector<uint8_t> storage_;
   std::vector<bool> window_;
 };
 
 class PageFence {
  public:
-  explicit PageFence(size_t bytes) {
-    page_ = size_t(sysconf(_SC_PAGESIZE));
-    inner_ = (bytes + page_ - 1) / page_ * page_;
-    void* p = mmap(nullptr, inner_ + 2 * page_, PROT_READ | PROT_WRITE,
-                   MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  explicit PageFence(size_t bytes)
+      : page_(size_t(sysconf(_SC_PAGESIZE))), inner_((bytes + page_ - 1) / page_ * page_) {
+    void* p = mmap(nullptr, inner_ + 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS,
+                   -1, 0);
     base_ = p == MAP_FAILED ? nullptr : static_cast<uint8_t*>(p);
-    if (base_) {
-      mprotect(base_, page_, PROT_NONE);
-      mprotect(base_ + page_ + inner_, page_, PROT_NONE);
-    }
+    if (base_) mprotect(base_, page_, PROT_NONE), mprotect(base_ + page_ + inner_, page_, PROT_NONE);
   }
   ~PageFence() {
     if (base_) munmap(base_, inner_ + 2 * page_);
   }
   PageFence(const PageFence&) = delete;
   PageFence& operator=(const PageFence&) = delete;
-
   bool ok() const { return base_ != nullptr; }
-  // First byte after the lower fence.
-  uint8_t* AfterLow() { return base_ + page_; }
-  // A block of n bytes ending at the upper fence.
-  uint8_t* BeforeHigh(size_t n) { return base_ + page_ + inner_ - n; }
+  uint8_t* AfterLow() { return base_ + page_; }                        // flush with the low fence
+  uint8_t* BeforeHigh(size_t n) { return base_ + page_ + inner_ - n; }  // n bytes to the high one
 
  private:
-  size_t page_ = 0, inner_ = 0;
+  size_t page_, inner_;
   uint8_t* base_ = nullptr;
 };
 

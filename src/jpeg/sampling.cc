@@ -76,7 +76,7 @@ RvtResult DownH2V2Region(const uint8_t* src, int32_t srcStep, ImageSize srcRoi, 
                          int32_t dstStep, ImageSize dstRoi) {
   RVT_CHECK(CheckRegions(src, srcStep, srcRoi, dst, dstStep, dstRoi));
   ForEachRow(dstRoi, [&](int y) {
-    const uint8_t* u = RowPtr(src, srcStep, 2 * y);
+    const uint8_t* u = RowPtr(RowPtr(src, srcStep, y), srcStep, y);  // row 2y, no int overflow
     kRow(u, RowPtr(u, srcStep, 1), RowPtr(dst, dstStep, y), dstRoi.width);
   });
   return rvtStatusOk;
@@ -294,11 +294,65 @@ HWY_INLINE void Cascade(ptrdiff_t n, const Step& step, const Tail& tail) {
   tail();
 }
 
-// Pair sums of a row of bytes seen as u16 lanes: lane k = s[2k] + s[2k+1].
-template <class D16, class V8>
-HWY_INLINE hn::Vec<D16> PairSums(D16 d16, V8 bytes) {
-  const auto v = hn::BitCast(d16, bytes);
-  return hn::Add(hn::And(v, hn::Set(d16, 0x00FF)), hn::ShiftRight<8>(v));
+// ---- target-specific building blocks
+// Byte pairs times signed byte weights, each pair summed into an i16 lane
+// (pmaddubsw).  The weights used here never reach its saturation.
+template <size_t N>
+HWY_INLINE hn::Vec128<int16_t, N / 2> MulAddPairs(hn::Vec128<uint8_t, N> a,
+                                                  hn::Vec128<int8_t, N> w) {
+  return hn::Vec128<int16_t, N / 2>{_mm_maddubs_epi16(a.raw, w.raw)};
+}
+// Two vectors of i16 lanes holding 0..255 packed into one of bytes, in order.
+HWY_INLINE hn::Vec128<uint8_t> PackBytes(hn::Vec128<int16_t> a, hn::Vec128<int16_t> b) {
+  return hn::Vec128<uint8_t>{_mm_packus_epi16(a.raw, b.raw)};
+}
+// Stores lo, hi whose 16-byte blocks alternate in memory (lo.0 hi.0 lo.1 hi.1
+// ...), the order InterleaveLower/Upper leave results in.
+HWY_INLINE void StoreAlternatingBlocks(hn::Vec128<uint8_t> lo, hn::Vec128<uint8_t> hi,
+                                       uint8_t* p) {
+  const hn::Full128<uint8_t> d;
+  hn::StoreU(lo, d, p);
+  hn::StoreU(hi, d, p + 16);
+}
+#if HWY_TARGET <= HWY_AVX2
+HWY_INLINE hn::Vec256<int16_t> MulAddPairs(hn::Vec256<uint8_t> a, hn::Vec256<int8_t> w) {
+  return hn::Vec256<int16_t>{_mm256_maddubs_epi16(a.raw, w.raw)};
+}
+HWY_INLINE hn::Vec256<uint8_t> PackBytes(hn::Vec256<int16_t> a, hn::Vec256<int16_t> b) {
+  return hn::Vec256<uint8_t>{
+      _mm256_permute4x64_epi64(_mm256_packus_epi16(a.raw, b.raw), _MM_SHUFFLE(3, 1, 2, 0))};
+}
+HWY_INLINE void StoreAlternatingBlocks(hn::Vec256<uint8_t> lo, hn::Vec256<uint8_t> hi,
+                                       uint8_t* p) {
+  const hn::Full256<uint8_t> d;
+  hn::StoreU(hn::ConcatLowerLower(d, hi, lo), d, p);
+  hn::StoreU(hn::ConcatUpperUpper(d, hi, lo), d, p + 32);
+}
+#endif
+#if HWY_TARGET <= HWY_AVX3
+HWY_INLINE hn::Vec512<int16_t> MulAddPairs(hn::Vec512<uint8_t> a, hn::Vec512<int8_t> w) {
+  return hn::Vec512<int16_t>{_mm512_maddubs_epi16(a.raw, w.raw)};
+}
+HWY_INLINE hn::Vec512<uint8_t> PackBytes(hn::Vec512<int16_t> a, hn::Vec512<int16_t> b) {
+  const __m512i order = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
+  return hn::Vec512<uint8_t>{
+      _mm512_permutexvar_epi64(order, _mm512_packus_epi16(a.raw, b.raw))};
+}
+HWY_INLINE void StoreAlternatingBlocks(hn::Vec512<uint8_t> lo, hn::Vec512<uint8_t> hi,
+                                       uint8_t* p) {
+  const __m512i first = _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11);
+  const __m512i second = _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15);
+  _mm512_storeu_si512(p, _mm512_permutex2var_epi64(lo.raw, first, hi.raw));
+  _mm512_storeu_si512(p + 64, _mm512_permutex2var_epi64(lo.raw, second, hi.raw));
+}
+#endif
+
+// Byte weights w0, w1 repeated over the pairs of a vector.
+template <class D8>
+HWY_INLINE hn::Vec<hn::Repartition<int8_t, D8>> PairWeights(D8 d8, int w0, int w1) {
+  const hn::Repartition<int8_t, D8> di8;
+  const hn::Repartition<uint16_t, D8> d16;
+  return hn::BitCast(di8, hn::Set(d16, uint16_t((w1 << 8) | w0)));
 }
 
 // The output at lane k of a block starting at output x has index x + k;
@@ -310,6 +364,8 @@ HWY_INLINE hn::Vec<D> ByParity(D d, ptrdiff_t x, int even, int odd) {
   return hn::IfThenElse(hn::Eq(parity, hn::Zero(d)), hn::Set(d, hn::TFromD<D>(even)),
                         hn::Set(d, hn::TFromD<D>(odd)));
 }
+
+// ---- down-sampling
 
 void DownH2V1Row(const uint8_t* s, uint8_t* d, ptrdiff_t n) {
   Cascade<uint8_t>(
@@ -338,27 +394,27 @@ void DownBoxH2V1Row(const uint8_t* s, uint8_t* d, ptrdiff_t n) {
       [&] { sampling::DownBoxH2V1Ref(s, d, n); });
 }
 
-// Sums of 2x2 blocks in u16 lanes, plus bias, >> 2; two vectors of results
-// pack back into one of bytes.
+// 2x2 sums: pair sums of each row (weights 1, 1), added, biased, >> 2; two
+// vectors of results pack into one of bytes.
 template <class D8, class V16>
 HWY_INLINE void DownH2V2Block(D8 d8, const uint8_t* u, const uint8_t* l, uint8_t* d, ptrdiff_t x,
                               V16 bias) {
-  const hn::Repartition<uint16_t, D8> d16;
   const size_t L = hn::Lanes(d8);
-  const auto lo = hn::Add(PairSums(d16, hn::LoadU(d8, u + 2 * x)),
-                          PairSums(d16, hn::LoadU(d8, l + 2 * x)));
-  const auto hi = hn::Add(PairSums(d16, hn::LoadU(d8, u + 2 * x + L)),
-                          PairSums(d16, hn::LoadU(d8, l + 2 * x + L)));
-  const auto a = hn::ShiftRight<2>(hn::Add(lo, bias));
-  const auto b = hn::ShiftRight<2>(hn::Add(hi, bias));
-  hn::StoreU(hn::ConcatEven(d8, hn::BitCast(d8, b), hn::BitCast(d8, a)), d8, d + x);
+  const auto ones = PairWeights(d8, 1, 1);
+  const auto sums = [&](ptrdiff_t at) {
+    return hn::Add(MulAddPairs(hn::LoadU(d8, u + at), ones),
+                   MulAddPairs(hn::LoadU(d8, l + at), ones));
+  };
+  const auto a = hn::ShiftRight<2>(hn::Add(sums(2 * x), bias));
+  const auto b = hn::ShiftRight<2>(hn::Add(sums(2 * x + ptrdiff_t(L)), bias));
+  hn::StoreU(PackBytes(a, b), d8, d + x);
 }
 
 void DownH2V2Row(const uint8_t* u, const uint8_t* l, uint8_t* d, ptrdiff_t n) {
   Cascade<uint8_t>(
       n,
       [&](auto d8, ptrdiff_t x) {
-        const hn::Repartition<uint16_t, decltype(d8)> d16;
+        const hn::Repartition<int16_t, decltype(d8)> d16;
         DownH2V2Block(d8, u, l, d, x, hn::Set(d16, 3));
       },
       [&] { sampling::DownH2V2Ref(u, l, d, n); });
@@ -368,54 +424,75 @@ void DownBoxH2V2Row(const uint8_t* u, const uint8_t* l, uint8_t* d, ptrdiff_t n)
   Cascade<uint8_t>(
       n,
       [&](auto d8, ptrdiff_t x) {
-        const hn::Repartition<uint16_t, decltype(d8)> d16;
+        const hn::Repartition<int16_t, decltype(d8)> d16;
         DownH2V2Block(d8, u, l, d, x, ByParity(d16, x, 1, 2));
       },
       [&] { sampling::DownBoxH2V2Ref(u, l, d, n); });
 }
 
-// Up-sampling works on u16 lanes, one lane per source sample, and stores
-// the even output in the low byte and the odd one in the high byte of each
-// lane, which is their order in memory.
-template <class D16>
-HWY_INLINE hn::Vec<D16> Widen(D16 d16, const uint8_t* p) {
-  return hn::PromoteTo(d16, hn::LoadU(hn::Rebind<uint8_t, D16>(), p));
+// ---- up-sampling
+// A block covers Lanes(d8) source columns.  Byte pairs are formed with
+// InterleaveLower/Upper, which work per 16-byte block, so the two halves
+// of the results come out with alternating blocks; every lane holds one
+// column's even output in its low byte and odd output in its high byte,
+// which is their order in memory.
+
+// Merges even outputs (low bytes of `even`) with odd outputs (high bytes of
+// `odd_high`).
+template <class D8, class V16>
+HWY_INLINE hn::Vec<D8> MergeOutputs(D8 d8, V16 even, V16 odd_high) {
+  const hn::Repartition<uint16_t, D8> d16;
+  const auto high = hn::MaskFromVec(hn::BitCast(d8, hn::Set(d16, uint16_t(0xFF00))));
+  return hn::IfThenElse(high, hn::BitCast(d8, odd_high), hn::BitCast(d8, even));
 }
 
-template <class D16, class V>
-HWY_INLINE void StorePairs(D16 d16, V even, V odd, uint8_t* d) {
-  const hn::Repartition<uint8_t, D16> d8;
-  hn::StoreU(hn::BitCast(d8, hn::Or(even, hn::ShiftLeft<8>(odd))), d8, d);
-}
-
+// Horizontal: even = (3 s[i] + s[i-1] + 1) >> 2, odd = (3 s[i] + s[i+1] + 2) >> 2.
 void UpH2V1Pairs(const uint8_t* s, uint8_t* d, ptrdiff_t n) {
-  Cascade<uint16_t>(
+  Cascade<uint8_t>(
       n,
-      [&](auto d16, ptrdiff_t x) {
-        const auto mid = Widen(d16, s + x);
-        const auto m3 = hn::Add(hn::Add(mid, mid), mid);
-        const auto even = hn::ShiftRight<2>(hn::Add(hn::Add(m3, Widen(d16, s + x - 1)),
-                                                    hn::Set(d16, 1)));
-        const auto odd = hn::ShiftRight<2>(hn::Add(hn::Add(m3, Widen(d16, s + x + 1)),
-                                                   hn::Set(d16, 2)));
-        StorePairs(d16, even, odd, d + 2 * x);
+      [&](auto d8, ptrdiff_t x) {
+        const hn::Repartition<uint16_t, decltype(d8)> d16;
+        const auto w31 = PairWeights(d8, 3, 1);
+        const auto mid = hn::LoadU(d8, s + x), left = hn::LoadU(d8, s + x - 1),
+                   right = hn::LoadU(d8, s + x + 1);
+        const auto half = [&](auto with_left, auto with_right) {
+          const auto e = hn::BitCast(d16, MulAddPairs(with_left, w31));
+          const auto o = hn::BitCast(d16, MulAddPairs(with_right, w31));
+          return MergeOutputs(d8, hn::ShiftRight<2>(hn::Add(e, hn::Set(d16, 1))),
+                              hn::ShiftLeft<6>(hn::Add(o, hn::Set(d16, 2))));
+        };
+        StoreAlternatingBlocks(
+            half(hn::InterleaveLower(d8, mid, left), hn::InterleaveLower(d8, mid, right)),
+            half(hn::InterleaveUpper(d8, mid, left), hn::InterleaveUpper(d8, mid, right)),
+            d + 2 * x);
       },
       [&] { sampling::UpH2V1PairsRef(s, d, n); });
 }
 
+// Two-dimensional: with byte pairs (near, far) of each column, weights 9, 3
+// give 3 c[i] and weights 3, 1 give the neighbours' c; then
+//   even = ((3c + 7) + c[i-1] + 1) >> 1 >> 3 (a rounding average),
+//   odd  = ((3c + 7) + c[i+1]) >> 4, placed in the high byte by << 4.
 void UpH2V2Pairs(const uint8_t* near, const uint8_t* far, uint8_t* d, ptrdiff_t n) {
-  Cascade<uint16_t>(
+  Cascade<uint8_t>(
       n,
-      [&](auto d16, ptrdiff_t x) {
-        const auto col = [&](ptrdiff_t at) {
-          const auto v = Widen(d16, near + at);
-          return hn::Add(hn::Add(hn::Add(v, v), v), Widen(d16, far + at));
+      [&](auto d8, ptrdiff_t x) {
+        const hn::Repartition<uint16_t, decltype(d8)> d16;
+        const auto w93 = PairWeights(d8, 9, 3), w31 = PairWeights(d8, 3, 1);
+        const auto n0 = hn::LoadU(d8, near + x), f0 = hn::LoadU(d8, far + x);
+        const auto nl = hn::LoadU(d8, near + x - 1), fl = hn::LoadU(d8, far + x - 1);
+        const auto nr = hn::LoadU(d8, near + x + 1), fr = hn::LoadU(d8, far + x + 1);
+        const auto half = [&](auto mid, auto left, auto right) {
+          const auto c3 = hn::Add(hn::BitCast(d16, MulAddPairs(mid, w93)), hn::Set(d16, 7));
+          const auto e = hn::AverageRound(c3, hn::BitCast(d16, MulAddPairs(left, w31)));
+          const auto o = hn::Add(c3, hn::BitCast(d16, MulAddPairs(right, w31)));
+          return MergeOutputs(d8, hn::ShiftRight<3>(e), hn::ShiftLeft<4>(o));
         };
-        const auto c = col(x);
-        const auto c3 = hn::Add(hn::Add(c, c), c);
-        const auto even = hn::ShiftRight<4>(hn::Add(hn::Add(c3, col(x - 1)), hn::Set(d16, 8)));
-        const auto odd = hn::ShiftRight<4>(hn::Add(hn::Add(c3, col(x + 1)), hn::Set(d16, 7)));
-        StorePairs(d16, even, odd, d + 2 * x);
+        StoreAlternatingBlocks(half(hn::InterleaveLower(d8, n0, f0), hn::InterleaveLower(d8, nl, fl),
+                                    hn::InterleaveLower(d8, nr, fr)),
+                               half(hn::InterleaveUpper(d8, n0, f0), hn::InterleaveUpper(d8, nl, fl),
+                                    hn::InterleaveUpper(d8, nr, fr)),
+                               d + 2 * x);
       },
       [&] { sampling::UpH2V2PairsRef(near, far, d, n); });
 }

@@ -1,0 +1,132 @@
+// Chroma sampling over a 3840x2160 plane (down: full plane to 1920x1080;
+// up: 1920x1080 with a one-sample margin to the full plane), every target,
+// 1 and 2 threads, against memcpy of the same traffic in the same run.
+#include "bench_util.h"
+
+namespace rvt {
+namespace {
+
+constexpr int kW = 3840, kH = 2160, kCw = kW / 2, kCh = kH / 2;
+// Bytes read plus bytes written, the same for every form here.
+constexpr size_t kTraffic = size_t(kW) * kH + size_t(kCw) * kCh;
+
+using RegionFn = RvtResult (*)(const uint8_t*, int32_t, ImageSize, uint8_t*, int32_t, ImageSize);
+
+struct Planes {
+  std::vector<uint8_t> full, half;
+  Planes() : full(size_t(kW) * kH), half(size_t(kCw + 2) * (kCh + 2)) {
+    for (size_t i = 0; i < full.size(); ++i) full[i] = uint8_t(i * 37 % 251);
+    for (size_t i = 0; i < half.size(); ++i) half[i] = uint8_t(i * 29 % 241);
+  }
+};
+Planes& P() {
+  static Planes p;
+  return p;
+}
+
+void RunDown(benchmark::State& s, RegionFn fn, int threads, double memcpy_ns) {
+  Planes& p = P();
+  const int32_t old = rvtSetNumThreads(threads);
+  for (auto _ : s) {
+    fn(p.full.data(), kW, {kW, kH}, p.half.data(), kCw, {kCw, kCh});
+    benchmark::ClobberMemory();
+  }
+  rvtSetNumThreads(old);
+  bench::ReportBytes(s, size_t(kW) * kH, size_t(kCw) * kCh, memcpy_ns);
+}
+
+// The half plane has a one-sample margin all round; the region starts at (1, 1).
+void RunUp(benchmark::State& s, RegionFn fn, int threads, double memcpy_ns) {
+  Planes& p = P();
+  const int32_t step = kCw + 2;
+  const int32_t old = rvtSetNumThreads(threads);
+  for (auto _ : s) {
+    fn(p.half.data() + step + 1, step, {kCw, kCh}, p.full.data(), kW, {kW, kH});
+    benchmark::ClobberMemory();
+  }
+  rvtSetNumThreads(old);
+  bench::ReportBytes(s, size_t(kCw) * kCh, size_t(kW) * kH, memcpy_ns);
+}
+
+// The row forms as a codec calls them, one output row per call.
+template <class Fn>
+void RunDownRows(benchmark::State& s, Fn fn, double memcpy_ns) {
+  Planes& p = P();
+  for (auto _ : s) {
+    for (int y = 0; y < kCh; ++y) {
+      fn(p.full.data() + size_t(2 * y) * kW, p.full.data() + size_t(2 * y + 1) * kW, kW,
+         p.half.data() + size_t(y) * kCw);
+    }
+    benchmark::ClobberMemory();
+  }
+  bench::ReportBytes(s, size_t(kW) * kH, size_t(kCw) * kCh, memcpy_ns);
+}
+
+template <class Fn>
+void RunUpRows(benchmark::State& s, Fn fn, double memcpy_ns) {
+  Planes& p = P();
+  for (auto _ : s) {
+    for (int r = 0; r < kH; ++r) {
+      const int n = r / 2, f = r & 1 ? std::min(n + 1, kCh - 1) : std::max(n - 1, 0);
+      fn(p.half.data() + size_t(n) * kCw, p.half.data() + size_t(f) * kCw, kCw,
+         p.full.data() + size_t(r) * kW);
+    }
+    benchmark::ClobberMemory();
+  }
+  bench::ReportBytes(s, size_t(kCw) * kCh, size_t(kW) * kH, memcpy_ns);
+}
+
+int Register() {
+  const double mc = bench::MemcpyNs(kTraffic / 2);
+  for (int threads : {1, 2}) {
+    const std::string suffix = "/threads:" + std::to_string(threads);
+    bench::RegisterTargets("DownH2V2" + suffix, impl_rvtiSampleDownH2V2_JPEG_8u_C1R,
+                           [=](benchmark::State& s, auto fn) { RunDown(s, fn, threads, mc); });
+    bench::RegisterTargets("UpH2V2" + suffix, impl_rvtiSampleUpH2V2_JPEG_8u_C1R,
+                           [=](benchmark::State& s, auto fn) { RunUp(s, fn, threads, mc); });
+    benchmark::RegisterBenchmark(("memcpy_same_bytes" + suffix).c_str(), [](benchmark::State& s) {
+      static std::vector<uint8_t> a(kTraffic / 2, 1), b(kTraffic / 2);
+      for (auto _ : s) {
+        std::memcpy(b.data(), a.data(), a.size());
+        benchmark::ClobberMemory();
+      }
+      bench::ReportBytes(s, a.size(), b.size(), double(0));
+    });
+  }
+  // The forms that run on the calling thread, and H2V1 down for completeness.
+  const double mc_down1 = bench::MemcpyNs(size_t(kW) * kH * 3 / 16);
+  const double mc_up1 = bench::MemcpyNs(size_t(kW) * kCh * 3 / 4);
+  bench::RegisterTargets("DownH2V1", impl_rvtiSampleDownH2V1_JPEG_8u_C1R,
+                         [=](benchmark::State& s, auto fn) {
+                           Planes& p = P();
+                           for (auto _ : s) {
+                             fn(p.full.data(), kW, {kW, kH}, p.half.data(), kCw, {kCw, kH / 4});
+                             benchmark::ClobberMemory();
+                           }
+                           // Half the rows of the plane: the same traffic.
+                           bench::ReportBytes(s, size_t(kW) * kH / 4, size_t(kCw) * kH / 4,
+                                              mc_down1);
+                         });
+  bench::RegisterTargets("UpH2V1", impl_rvtiSampleUpH2V1_JPEG_8u_C1R,
+                         [=](benchmark::State& s, auto fn) {
+                           Planes& p = P();
+                           const int32_t step = kCw + 2;
+                           for (auto _ : s) {
+                             fn(p.half.data() + 1, step, {kCw, kCh}, p.full.data(), kW, {kW, kCh});
+                             benchmark::ClobberMemory();
+                           }
+                           bench::ReportBytes(s, size_t(kCw) * kCh, size_t(kW) * kCh,
+                                              mc_up1);
+                         });
+  bench::RegisterTargets("DownRowH2V2_Box", impl_rvtiSampleDownRowH2V2_Box_JPEG_8u_C1,
+                         [=](benchmark::State& s, auto fn) { RunDownRows(s, fn, mc); });
+  bench::RegisterTargets("UpRowH2V2_Triangle", impl_rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1,
+                         [=](benchmark::State& s, auto fn) { RunUpRows(s, fn, mc); });
+  return 0;
+}
+const int kRegistered = Register();
+
+}  // namespace
+}  // namespace rvt
+
+BENCHMARK_MAIN();
