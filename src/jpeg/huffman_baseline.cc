@@ -1,7 +1,22 @@
 // Baseline Huffman coding of 8x8 blocks and of single difference values.
 //
-// The careful coders below are the definition: a bit writer that checks the
-// destination at every byte and a bit reader that fills byte by byte.
+// The careful coders are the definition: a bit writer that checks the
+// destination at every byte and a bit reader that fills byte by byte.  The
+// block coders also have fast paths, compiled per vector target, that must
+// give the same bytes, states and statuses:
+//  - the encoder finds the non-zero coefficients in zig-zag order with one
+//    vector pass (byte shuffles of the packed block), then walks only those,
+//    collecting bits in a 64-bit word and storing four bytes at a time.  It
+//    runs when the destination has room for the block's worst case (from its
+//    count of non-zero values); otherwise the careful writer takes the block.
+//  - the decoder reads the source four bytes at a time while it is at least
+//    four bytes from its end and the bytes hold no 0xFF, and fills exactly
+//    as far as the careful reader would, so positions and states agree.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "jpeg/huffman_baseline.cc"
+#include <hwy/foreach_target.h>  // IWYU pragma: keep
+#include <hwy/highway.h>
+
 #include <climits>
 #include <cstring>
 
@@ -10,6 +25,8 @@
 #include "frame/memory.h"
 #include "jpeg/huffman_coding.h"
 
+#ifndef RVT_JPEG_HUFFMAN_BASELINE_ONCE
+#define RVT_JPEG_HUFFMAN_BASELINE_ONCE
 namespace rvt {
 namespace huff {
 
@@ -300,16 +317,322 @@ RvtResult DecodeDirect(const uint8_t* src, int* bitpos, int16_t* block, int16_t*
   return status;
 }
 
+// Byte shuffles that gather the packed block (four vectors of 16 bytes, one
+// per pair of rows) into zig-zag order: output vector j, source vector i.
+// 0x80 yields a zero byte.
+struct ZigzagShuffles {
+  uint8_t idx[4][4][16];
+  constexpr ZigzagShuffles() : idx() {
+    for (int j = 0; j < 4; ++j) {
+      for (int i = 0; i < 4; ++i) {
+        for (int b = 0; b < 16; ++b) {
+          const int nat = kZigzag[16 * j + b];
+          idx[j][i][b] = uint8_t(nat / 16 == i ? nat % 16 : 0x80);
+        }
+      }
+    }
+  }
+  constexpr bool Empty(int j, int i) const {
+    for (int b = 0; b < 16; ++b) {
+      if (idx[j][i][b] != 0x80) return false;
+    }
+    return true;
+  }
+};
+alignas(16) inline constexpr ZigzagShuffles kZigzagShuffles{};
+// Zig-zag positions 0..15 take nothing from rows 6-7, 48..63 nothing from
+// rows 0-1; the shuffles skip those pairs.
+static_assert(kZigzagShuffles.Empty(0, 3) && kZigzagShuffles.Empty(3, 0));
+
+inline bool HasFFByte(uint32_t w) {
+  return (((w & 0x7F7F7F7Fu) + 0x01010101u) & w & 0x80808080u) != 0;
+}
+
 }  // namespace
 }  // namespace huff
+}  // namespace rvt
+#endif  // RVT_JPEG_HUFFMAN_BASELINE_ONCE
 
+HWY_BEFORE_NAMESPACE();
+namespace rvt {
+namespace huff {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+// Bit k set when the coefficient at zig-zag position k is non-zero.
+HWY_INLINE uint64_t NonZeroMask(const int16_t* block) {
+  const hn::Full128<int16_t> d16;
+  const hn::Full128<int8_t> d8;
+  const hn::Rebind<int8_t, decltype(d16)> d8h;
+  // Saturating packs keep every non-zero value non-zero.
+  const auto p0 = hn::Combine(d8, hn::DemoteTo(d8h, hn::LoadU(d16, block + 8)),
+                              hn::DemoteTo(d8h, hn::LoadU(d16, block)));
+  const auto p1 = hn::Combine(d8, hn::DemoteTo(d8h, hn::LoadU(d16, block + 24)),
+                              hn::DemoteTo(d8h, hn::LoadU(d16, block + 16)));
+  const auto p2 = hn::Combine(d8, hn::DemoteTo(d8h, hn::LoadU(d16, block + 40)),
+                              hn::DemoteTo(d8h, hn::LoadU(d16, block + 32)));
+  const auto p3 = hn::Combine(d8, hn::DemoteTo(d8h, hn::LoadU(d16, block + 56)),
+                              hn::DemoteTo(d8h, hn::LoadU(d16, block + 48)));
+  const auto idx = [&](int j, int i) {
+    return hn::LoadU(d8, reinterpret_cast<const int8_t*>(kZigzagShuffles.idx[j][i]));
+  };
+  const auto z0 = hn::Or(hn::Or(hn::TableLookupBytesOr0(p0, idx(0, 0)),
+                                hn::TableLookupBytesOr0(p1, idx(0, 1))),
+                         hn::TableLookupBytesOr0(p2, idx(0, 2)));
+  const auto z1 = hn::Or(hn::Or(hn::TableLookupBytesOr0(p0, idx(1, 0)),
+                                hn::TableLookupBytesOr0(p1, idx(1, 1))),
+                         hn::Or(hn::TableLookupBytesOr0(p2, idx(1, 2)),
+                                hn::TableLookupBytesOr0(p3, idx(1, 3))));
+  const auto z2 = hn::Or(hn::Or(hn::TableLookupBytesOr0(p0, idx(2, 0)),
+                                hn::TableLookupBytesOr0(p1, idx(2, 1))),
+                         hn::Or(hn::TableLookupBytesOr0(p2, idx(2, 2)),
+                                hn::TableLookupBytesOr0(p3, idx(2, 3))));
+  const auto z3 = hn::Or(hn::Or(hn::TableLookupBytesOr0(p1, idx(3, 1)),
+                                hn::TableLookupBytesOr0(p2, idx(3, 2))),
+                         hn::TableLookupBytesOr0(p3, idx(3, 3)));
+  const auto zero = hn::Zero(d8);
+  uint8_t bits[8];
+  hn::StoreMaskBits(d8, hn::Not(hn::Eq(z0, zero)), bits);
+  hn::StoreMaskBits(d8, hn::Not(hn::Eq(z1, zero)), bits + 2);
+  hn::StoreMaskBits(d8, hn::Not(hn::Eq(z2, zero)), bits + 4);
+  hn::StoreMaskBits(d8, hn::Not(hn::Eq(z3, zero)), bits + 6);
+  uint64_t m;
+  std::memcpy(&m, bits, 8);
+  return m;
+}
+
+// Bits collected right-aligned in a 64-bit word, leaving four bytes at a
+// time.  The caller has made sure the destination has room for everything.
+struct FastWriter {
+  uint8_t* out;
+  uint64_t buf;
+  int nbits;  // < 32 between calls
+
+  HWY_INLINE void Put(uint32_t v, int n) {
+    buf = (buf << n) | v;
+    nbits += n;
+    if (nbits >= 32) {
+      nbits -= 32;
+      const uint32_t w = uint32_t(buf >> nbits);
+      if (!HasFFByte(w)) {
+        const uint32_t be = __builtin_bswap32(w);
+        std::memcpy(out, &be, 4);
+        out += 4;
+      } else {
+        for (int i = 24; i >= 0; i -= 8) Byte(uint8_t(w >> i));
+      }
+    }
+  }
+  HWY_INLINE void Byte(uint8_t b) {
+    *out++ = b;
+    if (b == 0xFF) *out++ = 0;
+  }
+  // Leaves the whole bytes; the rest goes back into the state.
+  HWY_INLINE void Finish(EncodeHuffmanState* st) {
+    while (nbits >= 8) {
+      nbits -= 8;
+      Byte(uint8_t(buf >> nbits));
+    }
+    const uint32_t rest = uint32_t(buf) & ((1u << nbits) - 1);
+    st->acc = uint64_t(rest) << (24 - nbits);
+    st->count = nbits;
+  }
+};
+
+HWY_INLINE int BitLength(uint32_t a) { return a ? 32 - __builtin_clz(a) : 0; }
+
+RvtResult Encode8x8Fast(const int16_t* block, uint8_t* dst, int len, int* pos, int16_t* last_dc,
+                        const EncodeHuffmanSpec* dc, const EncodeHuffmanSpec* ac,
+                        EncodeHuffmanState* st, int flush) {
+  if (flush) return Encode8x8Careful(block, dst, len, pos, last_dc, dc, ac, st, flush);
+  RVT_CHECK(CheckEncode8x8(block, dst, len, pos, last_dc, dc, ac, st));
+  const uint64_t nz = NonZeroMask(block);
+  // Worst case of this block: 7 pending bits, DC and each non-zero AC value
+  // 16 + 16 bits, at most three ZRLs and an EOB of 16 bits; each byte may be
+  // stuffed.
+  const int64_t worst = 2 * ((7 + 32 + 48 + 16 + 32 * int64_t(__builtin_popcountll(nz >> 1))) / 8 + 1);
+  if (int64_t(len) - *pos < worst) return Encode8x8Body(block, dst, len, pos, last_dc, dc, ac, st);
+
+  BitWriter pending{dst, len, *pos, 0, 0};
+  pending.Load(st);
+  FastWriter w{dst + *pos, pending.acc >> (24 - pending.count), pending.count};
+  RvtResult status = rvtStatusOk;
+  const int32_t diff = int32_t(block[0]) - int32_t(*last_dc);
+  *last_dc = block[0];
+  int s = BitLength(uint32_t(diff < 0 ? -diff : diff));
+  uint32_t e = dc->entry[s];
+  int n = CodeLength(e);
+  if (n == 0) {
+    status = rvtStatusHuffTable;
+  } else {
+    w.Put(((e & ((1u << n) - 1)) << s) | ExtraBits(diff, s), n + s);
+    const uint32_t zrl = ac->entry[0xF0];
+    uint64_t m = nz & ~uint64_t(1);
+    int prev = 0;
+    while (m != 0) {
+      const int k = __builtin_ctzll(m);
+      m &= m - 1;
+      int run = k - prev - 1;
+      prev = k;
+      const int32_t v = block[kZigzag[k]];
+      for (; run > 15; run -= 16) {
+        if (CodeLength(zrl) == 0) {
+          status = rvtStatusHuffTable;
+          break;
+        }
+        w.Put(zrl & ((1u << CodeLength(zrl)) - 1), CodeLength(zrl));
+      }
+      if (status != rvtStatusOk) break;
+      s = BitLength(uint32_t(v < 0 ? -v : v));
+      const int sym = run * 16 + s;
+      e = sym < 256 ? ac->entry[sym] : 0u;
+      n = CodeLength(e);
+      if (n == 0) {
+        status = rvtStatusHuffTable;
+        break;
+      }
+      w.Put(((e & ((1u << n) - 1)) << s) | ExtraBits(v, s), n + s);
+    }
+    if (status == rvtStatusOk && prev != 63) {
+      e = ac->entry[0x00];
+      n = CodeLength(e);
+      if (n == 0) {
+        status = rvtStatusHuffTable;
+      } else {
+        w.Put(e & ((1u << n) - 1), n);
+      }
+    }
+  }
+  w.Finish(st);
+  *pos = int(w.out - dst);
+  return status;
+}
+
+// The careful reader with a four-byte fill: it takes as many whole bytes as
+// the byte loop would (up to 32 bits), when none of them can be a marker or
+// stuffing and all lie inside the source; anything else goes byte by byte.
+struct FastReader : BitReader {
+  HWY_INLINE RvtResult Fill(int n) {
+    if (count < 25 && pos <= len - 4 && *marker == 0) {
+      uint32_t w;
+      std::memcpy(&w, src + pos, 4);
+      w = __builtin_bswap32(w);
+      if (!HasFFByte(w)) {
+        const int k = (32 - count) >> 3;
+        acc = k == 4 ? w : (acc << (8 * k)) | (w >> (32 - 8 * k));
+        count += 8 * k;
+        pos += k;
+        return rvtStatusOk;
+      }
+    }
+    return BitReader::Fill(n);
+  }
+  HWY_INLINE RvtResult Need(int n) { return count < n ? Fill(n) : rvtStatusOk; }
+};
+
+// DecodeSymbol with the four-byte fill; codes longer than 8 bits (and
+// codes read from fewer than 8 bits) take the careful search.
+HWY_INLINE int FastSymbol(FastReader& r, const DecodeHuffmanSpec* t) {
+  if (r.count < 8) {
+    const RvtResult st = r.Fill(0);
+    if (st != rvtStatusOk) return st;
+  }
+  int len = 1;
+  if (r.count >= 8) {
+    const uint32_t e = t->lookup[r.Peek8()];
+    const uint32_t n = (e >> 16) & 0xFF;
+    if (n - 1 < 8) {
+      r.count -= int(n);
+      return int(e & 0xFF);
+    }
+    len = 9;
+  }
+  if (r.count < len) {
+    const RvtResult st = r.Fill(len);
+    if (st != rvtStatusOk) return st;
+  }
+  BitReader& careful = r;
+  return SearchCode(careful, t, len, int32_t(r.Take(len)));
+}
+
+// DecodeBlock over the fast reader, step for step.
+HWY_INLINE RvtResult FastDecodeBlock(FastReader& r, int16_t* block, int16_t* last_dc,
+                                     const DecodeHuffmanSpec* dc, const DecodeHuffmanSpec* ac,
+                                     uint32_t* done) {
+  int sym = FastSymbol(r, dc);
+  if (sym < 0) {
+    *done = 0;
+    return RvtResult(sym);
+  }
+  int s = sym & 15;
+  if (s != 0) {
+    const RvtResult st = r.Need(s);
+    if (st != rvtStatusOk) {
+      *done = 0;
+      return st;
+    }
+    *last_dc = int16_t(*last_dc + Extend(r.Take(s), s));
+  }
+  block[0] = *last_dc;
+  int k = 1;  // zig-zag position; 64 - k positions remain
+  for (;;) {
+    sym = FastSymbol(r, ac);
+    if (sym < 0) {
+      *done = uint32_t(k);
+      return RvtResult(sym);
+    }
+    const int run = sym >> 4;
+    s = sym & 15;
+    if (s != 0) {
+      k += run + 1;
+      const RvtResult st = r.Need(s);
+      if (st != rvtStatusOk) {
+        *done = uint32_t(k);
+        return st;
+      }
+      const int32_t v = Extend(r.Take(s), s);
+      const int at = kZigzagDecode[k - 1];
+      if (at > 63) return rvtStatusErr;
+      block[at] = int16_t(v);
+    } else if (run < 15) {
+      break;  // EOB
+    } else {
+      k += 16;  // ZRL
+    }
+    if (k > 63) break;
+  }
+  *done = uint32_t(k);
+  return rvtStatusOk;
+}
+
+RvtResult Decode8x8Fast(const uint8_t* src, int len, int* pos, int16_t* block, int16_t* last_dc,
+                        int* marker, const DecodeHuffmanSpec* dc, const DecodeHuffmanSpec* ac,
+                        DecodeHuffmanState* st) {
+  RVT_CHECK(CheckDecode8x8(src, len, pos, block, last_dc, marker, dc, ac, st));
+  std::memset(block, 0, 64 * sizeof(int16_t));
+  FastReader r{{src, len, *pos, 0, 0, marker}};
+  r.Load(st);
+  const RvtResult status = FastDecodeBlock(r, block, last_dc, dc, ac, &st->coefsDone);
+  *pos = r.pos;
+  r.Store(st);
+  return status;
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace huff
+}  // namespace rvt
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace rvt {
 using namespace huff;  // NOLINT
 
-RVT_IMPL_PLAIN(rvtiEncodeHuffman8x8_JPEG_16s1u_C1, Encode8x8Careful);
-RVT_IMPL_PLAIN(rvtiDecodeHuffman8x8_JPEG_1u16s_C1, Decode8x8Careful);
+RVT_IMPL_HWY(rvtiEncodeHuffman8x8_JPEG_16s1u_C1, Encode8x8Fast, Encode8x8Careful);
+RVT_IMPL_HWY(rvtiDecodeHuffman8x8_JPEG_1u16s_C1, Decode8x8Fast, Decode8x8Careful);
 RVT_IMPL_PLAIN(rvtiEncodeHuffmanOne_JPEG_16s1u_C1, EncodeOne);
 RVT_IMPL_PLAIN(rvtiDecodeHuffmanOne_JPEG_1u16s_C1, DecodeOne);
 RVT_IMPL_PLAIN(rvtiEncodeHuffman8x8_Direct_JPEG_16s1u_C1, EncodeDirect);
 RVT_IMPL_PLAIN(rvtiDecodeHuffman8x8_Direct_JPEG_1u16s_C1, DecodeDirect);
 
 }  // namespace rvt
+#endif

@@ -270,7 +270,7 @@ inline int SearchCode(Reader& r, const DecodeHuffmanSpec* t, int len, int32_t co
 // longer codes) the search.  Returns the symbol (0..255) or a negative
 // status.
 template <class Reader>
-inline int DecodeSymbol(Reader& r, const DecodeHuffmanSpec* t) {
+inline __attribute__((always_inline)) int DecodeSymbol(Reader& r, const DecodeHuffmanSpec* t) {
   if (r.count < 8) {
     const RvtResult st = r.Fill(0);
     if (st != rvtStatusOk) return st;
