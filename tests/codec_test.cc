@@ -239,6 +239,95 @@ TEST_F(Codec, ThreadsChangeNothing) {
   }
 }
 
+// The ends of the quality range (tables saturated at 255, or all 1 with the
+// largest magnitude categories) and luma-only coding of a colour image:
+// libjpeg reads back exactly what we coded.
+TEST_F(Codec, QualityExtremesAndLumaOnly) {
+  const Image src = Load("coffee.png");
+  struct Case {
+    int quality;
+    Sampling sampling;
+  };
+  for (const Case& c : {Case{1, Sampling::k420}, Case{100, Sampling::k444}, Case{100, Sampling::k422},
+                        Case{90, Sampling::kGrey}}) {
+    const std::string what = "q" + std::to_string(c.quality) + " " + SamplingName(c.sampling);
+    Encoder encoder;
+    Coefficients coefs;
+    encoder.set_coefficients(&coefs);
+    EncodeOptions opt;
+    opt.quality = c.quality;
+    opt.sampling = c.sampling;
+    std::string error;
+    ASSERT_TRUE(encoder.Encode(src, opt, &error)) << what << ": " << error;
+    const std::vector<uint8_t> file(encoder.data(), encoder.data() + encoder.size());
+    ExpectSameCoefficients(coefs, file, what);
+    Image ours;
+    Decoder decoder;
+    ASSERT_EQ(decoder.Decode(file.data(), file.size(), DecodeOptions(), &ours, &error), DecodeStatus::kOk) << what;
+    EXPECT_EQ(ours.channels, c.sampling == Sampling::kGrey ? 1 : 3) << what;
+    if (c.quality == 100 && c.sampling == Sampling::k444) EXPECT_GT(Psnr(ours, src), 45.0) << what;
+  }
+  EncodeOptions bad;
+  bad.quality = 0;
+  std::vector<uint8_t> file;
+  std::string error;
+  EXPECT_FALSE(EncodeJpeg(src, bad, &file, &error));
+}
+
+// Segments a decoder must pass over: comments, unknown APPn, fill bytes
+// before a marker, a restart marker between segments.  The image is the same.
+TEST_F(Codec, ForeignSegmentsArePassedOver) {
+  const Image src = Synthetic(37, 29, 3, 5);
+  std::vector<uint8_t> file;
+  std::string error;
+  ASSERT_TRUE(EncodeJpeg(src, EncodeOptions(), &file, &error)) << error;
+  std::vector<uint8_t> extra = {0xFF, 0xFE, 0x00, 0x07, 'h', 'e', 'l', 'l', 'o',
+                                0xFF, 0xE9, 0x00, 0x04, 0xAB, 0xCD, 0xFF, 0xFF, 0xFF, 0xD3};
+  std::vector<uint8_t> padded(file.begin(), file.begin() + 2);
+  padded.insert(padded.end(), extra.begin(), extra.end());
+  padded.insert(padded.end(), file.begin() + 2, file.end());
+  Decoder decoder;
+  Image a, b;
+  ASSERT_EQ(decoder.Decode(file.data(), file.size(), DecodeOptions(), &a, &error), DecodeStatus::kOk) << error;
+  ASSERT_EQ(decoder.Decode(padded.data(), padded.size(), DecodeOptions(), &b, &error), DecodeStatus::kOk) << error;
+  EXPECT_EQ(a.pixels, b.pixels);
+}
+
+// PNM and PNG files written and read back, and PNM headers with comments;
+// malformed headers are refused.
+TEST(ImageIo, RoundTripsAndBadHeaders) {
+  const std::string dir = ::testing::TempDir();
+  for (int channels : {1, 3}) {
+    const Image src = Synthetic(23, 17, channels, 3);
+    for (const char* ext : {".png", ".pnm"}) {
+      const std::string path = dir + "/rvtjpeg_io_" + std::to_string(channels) + ext;
+      std::string error;
+      Image back;
+      ASSERT_TRUE(WriteImage(path, src, &error)) << error;
+      ASSERT_TRUE(ReadImage(path, &back, &error)) << error;
+      EXPECT_EQ(back.channels, channels);
+      EXPECT_EQ(back.pixels, src.pixels) << ext;
+      std::remove(path.c_str());
+    }
+  }
+  const std::string path = dir + "/rvtjpeg_io_hdr.ppm";
+  auto write = [&](const std::string& bytes) {
+    std::string error;
+    ASSERT_TRUE(WriteFile(path, reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), &error));
+  };
+  Image img;
+  std::string error;
+  write(std::string("P6\n# made by hand\n2 1\n255\n") + std::string("\x01\x02\x03\x04\x05\x06", 6));
+  ASSERT_TRUE(ReadImage(path, &img, &error)) << error;
+  EXPECT_EQ(img.width, 2);
+  EXPECT_EQ(img.pixels[5], 6);
+  for (const char* bad : {"P6\n2 1\n65535\n", "P6\n0 1\n255\n", "P3\n1 1\n255\n1 2 3", "P6\n2 1\n255\n\x01"}) {
+    write(bad);
+    EXPECT_FALSE(ReadImage(path, &img, &error)) << bad;
+  }
+  std::remove(path.c_str());
+}
+
 // Valid JPEGs of kinds the decoder does not handle: a clear status and
 // message, nothing else.  (The frame header's type and precision are
 // patched; the decoder must refuse before reading any scan.)
