@@ -137,6 +137,7 @@ void DecodePeer(benchmark::State& st, Sampling s) {
 // Keeps the Mpix/s of every run for the closing table.
 class TableReporter : public benchmark::ConsoleReporter {
  public:
+  TableReporter() : ConsoleReporter(OO_None) {}
   std::map<std::string, double> mpix;
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& r : runs) {

@@ -31,4 +31,4 @@ echo "== against libjpeg-turbo on the same photo"
 "$TOOL" compare "$IMAGE" -q 90 -s 420 -o "$OUT"
 echo
 echo "== speed on a 3840x2160 frame tiled from testdata/"
-"$BUILD/bench/codec_bench" --benchmark_min_time=0.5 --benchmark_color=false
+"$BUILD/bench/codec_bench" --benchmark_min_time=0.5
