@@ -283,7 +283,7 @@ HWY_INLINE hn::Vec<D> QuantizeHalfEven(D d, hn::Vec<D> f, const uint16_t* table)
 }
 
 // Column pass, row pass and quantization of eight level-shifted rows.
-HWY_INLINE void FdctQuant(V128 (&x)[8], int16_t* HWY_RESTRICT dst, const uint16_t* table) {
+HWY_INLINE void FdctQuant(V128 (&x)[8], int16_t* dst, const uint16_t* table) {
   ColumnPass(x);
   // One or two rows per vector.  Four (512 bits) measured slower: the
   // joins cost more than the row-pass operations they save.

@@ -30,6 +30,19 @@ constexpr int32_t kZigzagOfNatural[64] = {
     35, 36, 48, 49, 57, 58, 62, 63,
 };
 
+// round(32768 / q) for every step size; no quotient by 1..255 is a tie.
+// Step 0 has no reciprocal and gets 65535.
+struct Reciprocals {
+  uint16_t r[256];
+};
+constexpr Reciprocals MakeReciprocals() {
+  Reciprocals t{};
+  t.r[0] = 65535;
+  for (int q = 1; q < 256; ++q) t.r[q] = uint16_t((32768 + q / 2) / q);
+  return t;
+}
+constexpr Reciprocals kReciprocals = MakeReciprocals();
+
 // The raw table widened to 16 bits and put in natural order.
 void NaturalWide(const uint8_t* raw, uint16_t* out) {
   uint16_t wide[64];
@@ -60,13 +73,8 @@ RvtResult QuantFwdTableInit(const uint8_t* raw, uint16_t* fwd) {
   NaturalWide(raw, q);
   RvtResult status = rvtStatusOk;
   for (int i = 0; i < 64; ++i) {
-    if (q[i] == 0) {
-      out[i] = 65535;
-      status = rvtStatusDivByZero;
-    } else {
-      // round(32768 / q); no quotient by 1..255 is a tie.
-      out[i] = uint16_t((32768 + q[i] / 2) / q[i]);
-    }
+    out[i] = kReciprocals.r[q[i]];
+    if (q[i] == 0) status = rvtStatusDivByZero;
   }
   std::memcpy(fwd, out, sizeof(out));  // any alignment
   return status;
