@@ -4,7 +4,7 @@
 //
 // The 8-bit transform: a row pass of 32-bit dot products with one table
 // per coefficient row (each row pre-scaled for the column pass) and a
-// row-specific rounder, shifted right by 11 and saturated; then a column
+// rounder of its own per row, shifted right by 11 and saturated; then a column
 // pass in saturating 16-bit arithmetic built on tangent butterflies; the
 // result is 64 times the sample value.  All 32-bit sums wrap modulo 2^32,
 // so every evaluation order gives the same bits.
@@ -267,8 +267,9 @@ HWY_INLINE hn::Vec<D128> Dequant(const int16_t* src, const uint16_t* q) {
   return hn::Mul(hn::LoadU(d, src), hn::LoadU(d, reinterpret_cast<const int16_t*>(q)));
 }
 
-// Row pass of coefficient rows 0..rows-1, one row per 128-bit block: the
-// row is reordered to X0 X2 X4 X6 X1 X3 X5 X7, each pair broadcast and
+// Row pass of coefficient rows 0..rows-1, one row per 128-bit block (at
+// most two per vector: wider vectors cost more in splitting than they save):
+// the row is reordered to X0 X2 X4 X6 X1 X3 X5 X7, each pair broadcast and
 // multiplied pairwise with the row's tables.
 template <class D16>
 HWY_INLINE void RowPass(D16 d16, const int16_t* src, const uint16_t* q, int rows, V128* y) {
@@ -357,7 +358,7 @@ void Ls8Full(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) 
 
 void Ls8Corner4(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
   V128 y[4], z[8];
-  RowPass(hn::CappedTag<int16_t, 32>(), src, q, 4, y);
+  RowPass(hn::CappedTag<int16_t, 16>(), src, q, 4, y);
   ColumnPass4(y, z);
   StoreLs8(z, dst, step);
 }
@@ -595,7 +596,7 @@ template <class D>
 HWY_INLINE void Ls16uImpl(D df, const int16_t* src, uint16_t* dst, int32_t step,
                           const uint16_t* q) {
   const hn::Rebind<int32_t, D> d32;
-  VF f[8 * kHF], g[8 * kHF];
+  hn::Vec<D> f[8 * kHF], g[8 * kHF];  // VF; spelled dependent so only one branch below is built
   for (int r = 0; r < 8; ++r) {
     const V128 x = Dequant(src + 8 * r, q + 8 * r);
     if constexpr (kNF == 8) {
@@ -610,19 +611,20 @@ HWY_INLINE void Ls16uImpl(D df, const int16_t* src, uint16_t* dst, int32_t step,
   Transpose8x8(g, f);
   for (int h = 0; h < kHF; ++h) Idct8Float(f + h, g + h, kHF);  // along the rows, transposed
   Transpose8x8(g, f);
-  const auto lift = hn::Set(d32, 2048), lo = hn::Zero(d32), top = hn::Set(d32, 4095);
+  // Clamping to -2048..2047 before rounding gives the same integers as
+  // clamping after it (the bounds are integers); then the level shift.
+  const hn::Vec<D> lo = hn::Set(df, -2048.0f), hi = hn::Set(df, 2047.0f);
+  const auto lift = hn::Set(D128(), 2048);
+  const hn::Full128<uint16_t> du16;
   for (int y = 0; y < 8; ++y) {
-    uint16_t* out = Row(dst, step, y);
+    V128 v;
     if constexpr (kNF == 8) {
-      const auto v = hn::Min(hn::Max(hn::Add(hn::NearestInt(f[y]), lift), lo), top);
-      const hn::Rebind<uint16_t, decltype(d32)> du16;
-      hn::StoreU(hn::DemoteTo(du16, v), du16, out);
+      v = hn::DemoteTo(hn::Rebind<int16_t, decltype(d32)>(), hn::NearestInt(hn::Min(hn::Max(f[y], lo), hi)));
     } else {
-      const auto a = hn::Min(hn::Max(hn::Add(hn::NearestInt(f[2 * y]), lift), lo), top);
-      const auto b = hn::Min(hn::Max(hn::Add(hn::NearestInt(f[2 * y + 1]), lift), lo), top);
-      const hn::Full128<uint16_t> du16;
-      hn::StoreU(hn::BitCast(du16, hn::ReorderDemote2To(D128(), a, b)), du16, out);
+      v = hn::ReorderDemote2To(D128(), hn::NearestInt(hn::Min(hn::Max(f[2 * y], lo), hi)),
+                               hn::NearestInt(hn::Min(hn::Max(f[2 * y + 1], lo), hi)));
     }
+    hn::StoreU(hn::BitCast(du16, hn::Add(v, lift)), du16, Row(dst, step, y));
   }
 }
 
