@@ -61,27 +61,50 @@ HWY_INLINE V16 Weights(int wa, int wb) {
   return hn::BitCast(D16(), hn::Set(D32(), int32_t(uint32_t(uint16_t(wa)) |
                                                    uint32_t(uint16_t(wb)) << 16)));
 }
-// (p.a*wa + p.b*wb [+ q.a*wc + q.b*wd] + bias) >> kShift, saturated to 16
-// bits.  Packing the block-interleaved halves restores the lane order.
-template <int kShift>
-HWY_INLINE V16 Dot(const Pair& p, int wa, int wb, int32_t bias) {
-  const D32 d32;
+HWY_INLINE V32 Madd(V16 pairs, V16 weights, V32 sum) {
   V32 unused;
-  const V16 w = Weights(wa, wb);
-  const V32 lo = hn::ReorderWidenMulAccumulate(d32, p.lo, w, hn::Set(d32, bias), unused);
-  const V32 hi = hn::ReorderWidenMulAccumulate(d32, p.hi, w, hn::Set(d32, bias), unused);
+  return hn::ReorderWidenMulAccumulate(D32(), pairs, weights, sum, unused);
+}
+// Packs 32-bit sums >> kShift to 16 bits; the block-interleaved halves of
+// Zip come back in lane order.
+template <int kShift>
+HWY_INLINE V16 Pack(V32 lo, V32 hi) {
   return hn::ReorderDemote2To(D16(), hn::ShiftRight<kShift>(lo), hn::ShiftRight<kShift>(hi));
 }
+// A bias split as hi * 2^kShift + lo with 0 <= lo < 2^kShift: lo joins the
+// sum as the weight of a lane that holds 1, hi is added after the shift
+// (exact: floor((s + lo) / 2^k) + hi; no sum here comes near 16 bits).
 template <int kShift>
-HWY_INLINE V16 Dot(const Pair& p, int wa, int wb, const Pair& q, int wc, int wd, int32_t bias) {
-  const D32 d32;
-  V32 unused;
-  const V16 w0 = Weights(wa, wb), w1 = Weights(wc, wd);
-  V32 lo = hn::ReorderWidenMulAccumulate(d32, p.lo, w0, hn::Set(d32, bias), unused);
-  V32 hi = hn::ReorderWidenMulAccumulate(d32, p.hi, w0, hn::Set(d32, bias), unused);
-  lo = hn::ReorderWidenMulAccumulate(d32, q.lo, w1, lo, unused);
-  hi = hn::ReorderWidenMulAccumulate(d32, q.hi, w1, hi, unused);
-  return hn::ReorderDemote2To(D16(), hn::ShiftRight<kShift>(lo), hn::ShiftRight<kShift>(hi));
+struct Bias {
+  static_assert(kShift <= 15, "lo must fit a 16-bit weight");
+  int hi, lo;
+  explicit Bias(int32_t b) : hi(b >> kShift), lo(b - (b >> kShift) * (1 << kShift)) {}
+  V16 Add(V16 v) const { return hi ? hn::Add(v, K16(hi)) : v; }
+};
+
+// (a*wa + b*wb + c*wc + bias) >> kShift, with ab = Zip(a, b), c1 = Zip(c, 1).
+template <int kShift>
+HWY_INLINE V16 Dot3(const Pair& ab, int wa, int wb, const Pair& c1, int wc, int32_t bias) {
+  const Bias<kShift> k(bias);
+  const V16 w0 = Weights(wa, wb), w1 = Weights(wc, k.lo);
+  const V32 zero = hn::Zero(D32());
+  return k.Add(Pack<kShift>(Madd(c1.lo, w1, Madd(ab.lo, w0, zero)),
+                            Madd(c1.hi, w1, Madd(ab.hi, w0, zero))));
+}
+// (a*wa + bias) >> kShift, with a1 = Zip(a, 1).
+template <int kShift>
+HWY_INLINE V16 Dot1(const Pair& a1, int wa, int32_t bias) {
+  const Bias<kShift> k(bias);
+  const V16 w = Weights(wa, k.lo);
+  const V32 zero = hn::Zero(D32());
+  return k.Add(Pack<kShift>(Madd(a1.lo, w, zero), Madd(a1.hi, w, zero)));
+}
+// (a*wa + b*wb + bias) >> kShift, with ab = Zip(a, b); the bias adds in 32 bits.
+template <int kShift>
+HWY_INLINE V16 Dot2(const Pair& ab, int wa, int wb, int32_t bias) {
+  const V16 w = Weights(wa, wb);
+  const V32 b = hn::Set(D32(), bias);
+  return Pack<kShift>(Madd(ab.lo, w, b), Madd(ab.hi, w, b));
 }
 
 // ------------------------------------------------------------ layouts
@@ -225,24 +248,26 @@ HWY_INLINE Pix Load(cl::YccC2, const cl::Rows& rows, int x) {
 
 HWY_INLINE Pix Apply(cl::FormA15, const Pix& p) {
   const Pair rg = Zip(p.a, p.b), b1 = Zip(p.c, K16(1));
-  return {Dot<15>(rg, 9798, 19235, b1, 3736, 16266, 0),
-          Dot<15>(rg, -5529, -10855, b1, 16384, 0, 4210688),
-          Dot<15>(rg, 16384, -13720, b1, -2664, 0, 4210704), p.k};
+  return {Dot3<15>(rg, 9798, 19235, b1, 3736, 16266), Dot3<15>(rg, -5529, -10855, b1, 16384, 4210688),
+          Dot3<15>(rg, 16384, -13720, b1, -2664, 4210704), p.k};
 }
 HWY_INLINE Pix Apply(cl::FormB, const Pix& p) {
   const Pair rg = Zip(p.a, p.b), b1 = Zip(p.c, K16(1));
-  return {Dot<14>(rg, 4899, 9617, b1, 1868, 8192, 0),
-          Dot<14>(rg, -2764, -5428, b1, 8192, 0, 2105344),
-          Dot<14>(rg, 8192, -6860, b1, -1332, 0, 2105344), p.k};
+  return {Dot3<14>(rg, 4899, 9617, b1, 1868, 8192), Dot3<14>(rg, -2764, -5428, b1, 8192, 2105344),
+          Dot3<14>(rg, 8192, -6860, b1, -1332, 2105344), p.k};
 }
 HWY_INLINE Pix Apply(cl::FormC, const Pix& p) {
-  // 38470 does not fit a signed 16-bit weight: G is doubled instead.
-  const V16 y = Dot<16>(Zip(p.a, hn::Add(p.b, p.b)), 19595, 19235, Zip(p.c, K16(2)), 7471, 16384, 0);
-  return {y, Dot<15>(Zip(hn::Sub(p.c, y), K16(1)), 18491, 0, 4210688),
-          Dot<15>(Zip(hn::Sub(p.a, y), K16(1)), 23373, 0, 4210688), p.k};
+  // 38470 does not fit a signed 16-bit weight, nor 32768 the rounding one:
+  // G and the constant lane are doubled instead.
+  const Pair rg2 = Zip(p.a, hn::Add(p.b, p.b)), b2 = Zip(p.c, K16(2));
+  const V32 zero = hn::Zero(D32());
+  const V16 w0 = Weights(19595, 19235), w1 = Weights(7471, 16384);
+  const V16 y = Pack<16>(Madd(b2.lo, w1, Madd(rg2.lo, w0, zero)), Madd(b2.hi, w1, Madd(rg2.hi, w0, zero)));
+  return {y, Dot1<15>(Zip(hn::Sub(p.c, y), K16(1)), 18491, 4210688),
+          Dot1<15>(Zip(hn::Sub(p.a, y), K16(1)), 23373, 4210688), p.k};
 }
 HWY_INLINE Pix Apply(cl::FormD, const Pix& p) {
-  const V16 y = Dot<15>(Zip(p.a, p.b), 9798, 19235, Zip(p.c, K16(1)), 3736, 16266, 0);
+  const V16 y = Dot3<15>(Zip(p.a, p.b), 9798, 19235, Zip(p.c, K16(1)), 3736, 16266);
   return {y, y, y, y};
 }
 HWY_INLINE Pix Apply(cl::FormE, const Pix& p) {
@@ -297,16 +322,16 @@ HWY_INLINE Pix Apply(cl::FormH, const Pix& p) {
 
 HWY_INLINE Pix Apply(cl::FormF, const Pix& p) {
   const V16 one = K16(1);
-  const V16 r = Dot<14>(Zip(p.c, one), 22970, 0, -2932015);
-  const V16 g = Dot<14>(Zip(p.b, p.c), -5638, -11700, 2227566);
-  const V16 b = Dot<14>(Zip(p.b, one), 29032, 0, -3707961);
+  const V16 r = Dot1<14>(Zip(p.c, one), 22970, -2932015);
+  const V16 g = Dot2<14>(Zip(p.b, p.c), -5638, -11700, 2227566);
+  const V16 b = Dot1<14>(Zip(p.b, one), 29032, -3707961);
   return {hn::SaturatedAdd(p.a, r), hn::SaturatedAdd(p.a, g), hn::SaturatedAdd(p.a, b), p.k};
 }
 HWY_INLINE Pix Apply(cl::FormG, const Pix& p) {
   const V16 one = K16(1);
-  const V16 r = Dot<14>(Zip(p.c, one), 22970, 0, -2932015);
-  const V16 g = Dot<14>(Zip(p.b, p.c), 5638, 11700, -2211182);
-  const V16 b = Dot<14>(Zip(p.b, one), 29032, 0, -3708561);
+  const V16 r = Dot1<14>(Zip(p.c, one), 22970, -2932015);
+  const V16 g = Dot2<14>(Zip(p.b, p.c), 5638, 11700, -2211182);
+  const V16 b = Dot1<14>(Zip(p.b, one), 29032, -3708561);
   return {hn::SaturatedAdd(p.a, r), hn::SaturatedSub(p.a, g), hn::SaturatedAdd(p.a, b), p.k};
 }
 HWY_INLINE Pix Apply(cl::FormI, const Pix& p) {
