@@ -6,9 +6,11 @@
 // give the same bytes, states and statuses:
 //  - the encoder finds the non-zero coefficients in zig-zag order with one
 //    vector pass (byte shuffles of the packed block), then walks only those,
-//    collecting bits in a 64-bit word and storing four bytes at a time.  It
-//    runs when the destination has room for the block's worst case (from its
-//    count of non-zero values); otherwise the careful writer takes the block.
+//    collecting bits in a 64-bit word whose whole bytes go to a staging area
+//    with one store per symbol; one vector scan per block finds the 0xFF
+//    bytes that need stuffing on the way out.  Blocks that do not fit (or
+//    hold a symbol without a code) are coded again by the careful writer
+//    from the untouched state.
 //  - the decoder reads the source four bytes at a time while it is at least
 //    four bytes from its end and the bytes hold no 0xFF, and fills exactly
 //    as far as the careful reader would, so positions and states agree.
@@ -347,6 +349,9 @@ static_assert(kZigzagShuffles.Empty(0, 3) && kZigzagShuffles.Empty(3, 0));
 inline bool HasFFByte(uint32_t w) {
   return (((w & 0x7F7F7F7Fu) + 0x01010101u) & w & 0x80808080u) != 0;
 }
+inline bool HasFFByte64(uint64_t w) {
+  return (((w & 0x7F7F7F7F7F7F7F7Full) + 0x0101010101010101ull) & w & 0x8080808080808080ull) != 0;
+}
 
 }  // namespace
 }  // namespace huff
@@ -401,111 +406,130 @@ HWY_INLINE uint64_t NonZeroMask(const int16_t* block) {
   return m;
 }
 
-// Bits collected right-aligned in a 64-bit word, leaving four bytes at a
-// time.  The caller has made sure the destination has room for everything.
-struct FastWriter {
+// Bits collected right-aligned in a 64-bit word; after every symbol the
+// whole bytes leave with one 8-byte store into a staging area on the stack
+// (the bytes past them are rewritten by the next store), so the symbol loop
+// has no data-dependent branch.  Stuffing is left to the copy-out.
+struct StagingWriter {
   uint8_t* out;
   uint64_t buf;
-  int nbits;  // < 32 between calls
+  int nbits;  // < 8 after each Put
 
-  HWY_INLINE void Put(uint32_t v, int n) {
+  HWY_INLINE void Put(uint64_t v, int n) {
     buf = (buf << n) | v;
     nbits += n;
-    if (nbits >= 32) {
-      nbits -= 32;
-      const uint32_t w = uint32_t(buf >> nbits);
-      if (!HasFFByte(w)) {
-        const uint32_t be = __builtin_bswap32(w);
-        std::memcpy(out, &be, 4);
-        out += 4;
-      } else {
-        for (int i = 24; i >= 0; i -= 8) Byte(uint8_t(w >> i));
-      }
-    }
-  }
-  HWY_INLINE void Byte(uint8_t b) {
-    *out++ = b;
-    if (b == 0xFF) *out++ = 0;
-  }
-  // Leaves the whole bytes; the rest goes back into the state.
-  HWY_INLINE void Finish(EncodeHuffmanState* st) {
-    while (nbits >= 8) {
-      nbits -= 8;
-      Byte(uint8_t(buf >> nbits));
-    }
-    const uint32_t rest = uint32_t(buf) & ((1u << nbits) - 1);
-    st->acc = uint64_t(rest) << (24 - nbits);
-    st->count = nbits;
+    const uint64_t be = __builtin_bswap64(buf << ((64 - nbits) & 63));
+    std::memcpy(out, &be, 8);
+    out += nbits >> 3;
+    nbits &= 7;
   }
 };
 
-HWY_INLINE int BitLength(uint32_t a) { return a ? 32 - __builtin_clz(a) : 0; }
+// Copies n staged bytes to dst with an 0x00 after every 0xFF; returns the
+// count written.  The staging area holds at least 16 bytes past n.
+HWY_INLINE int CopyStuffed(uint8_t* dst, const uint8_t* stage, int n) {
+  const hn::Full128<uint8_t> d;
+  const auto ff = hn::Set(d, 0xFF);
+  bool any = false;
+  for (int i = 0; i < n; i += 16) {
+    const auto m = hn::Eq(hn::LoadU(d, stage + i), ff);
+    if (!hn::AllFalse(d, m)) {
+      // Only an 0xFF inside the n bytes counts.
+      uint8_t bits[2];
+      hn::StoreMaskBits(d, m, bits);
+      const uint32_t mask = uint32_t(bits[0]) | uint32_t(bits[1]) << 8;
+      const int left = n - i;
+      if (left >= 16 || (mask & ((1u << left) - 1)) != 0) {
+        any = true;
+        break;
+      }
+    }
+  }
+  if (HWY_LIKELY(!any)) {
+    std::memcpy(dst, stage, size_t(n));
+    return n;
+  }
+  int o = 0;
+  for (int i = 0; i < n; ++i) {
+    dst[o++] = stage[i];
+    if (stage[i] == 0xFF) dst[o++] = 0;
+  }
+  return o;
+}
+
+HWY_INLINE uint32_t Magnitude(int32_t v) { return uint32_t(v < 0 ? -v : v); }
+// Bit length of a non-zero magnitude.
+HWY_INLINE int BitLengthNZ(uint32_t a) { return 32 - __builtin_clz(a); }
+
+// The symbols of one block into the staging area; the DC predictor moves
+// on.  Returns false when a symbol has no code (or category 16 meets a run
+// of 15): the careful writer then codes the block to report exactly where.
+HWY_INLINE bool StageBlock(StagingWriter& w, const int16_t* block, int16_t* last_dc,
+                           const EncodeHuffmanSpec* dc, const EncodeHuffmanSpec* ac) {
+  const uint64_t nz = NonZeroMask(block);
+  const int32_t diff = int32_t(block[0]) - int32_t(*last_dc);
+  *last_dc = block[0];
+  // Entries are valid when their length is 1..16: (entry - 0x10000) below
+  // 0x100000.  Invalid ones are only flagged here; lengths are masked so the
+  // shifts stay defined.
+  uint32_t bad = 0;
+  const uint32_t a = Magnitude(diff);
+  int s = a ? BitLengthNZ(a) : 0;
+  uint32_t e = dc->entry[s];
+  bad |= uint32_t(e - 0x10000u >= 0x100000u);
+  int n = int(e >> 16) & 31;
+  w.Put((uint64_t(e & 0xFFFF) << s) | ExtraBits(diff, s), n + s);
+  const uint32_t zrl = ac->entry[0xF0];
+  uint64_t m = nz & ~uint64_t(1);
+  int prev = 0;
+  while (m != 0) {
+    const int k = int(__builtin_ctzll(m));
+    m &= m - 1;
+    int run = k - prev - 1;
+    prev = k;
+    const int32_t v = block[kZigzag[k]];
+    if (HWY_UNLIKELY(run > 15)) {
+      bad |= uint32_t(zrl - 0x10000u >= 0x100000u);
+      const int zn = int(zrl >> 16) & 31;
+      for (; run > 15; run -= 16) w.Put(zrl & 0xFFFF, zn);
+    }
+    s = BitLengthNZ(Magnitude(v));
+    const uint32_t sym = uint32_t(run * 16 + s);
+    e = ac->entry[sym & 0xFF];
+    bad |= (sym >> 8) | uint32_t(e - 0x10000u >= 0x100000u);
+    n = int(e >> 16) & 31;
+    w.Put((uint64_t(e & 0xFFFF) << s) | (uint32_t(v + (v >> 31)) & ((1u << s) - 1)), n + s);
+  }
+  if (prev != 63) {
+    e = ac->entry[0x00];
+    bad |= uint32_t(e - 0x10000u >= 0x100000u);
+    w.Put(e & 0xFFFF, int(e >> 16) & 31);
+  }
+  return bad == 0;
+}
 
 RvtResult Encode8x8Fast(const int16_t* block, uint8_t* dst, int len, int* pos, int16_t* last_dc,
                         const EncodeHuffmanSpec* dc, const EncodeHuffmanSpec* ac,
                         EncodeHuffmanState* st, int flush) {
   if (flush) return Encode8x8Careful(block, dst, len, pos, last_dc, dc, ac, st, flush);
   RVT_CHECK(CheckEncode8x8(block, dst, len, pos, last_dc, dc, ac, st));
-  const uint64_t nz = NonZeroMask(block);
-  // Worst case of this block: 7 pending bits, DC and each non-zero AC value
-  // 16 + 16 bits, at most three ZRLs and an EOB of 16 bits; each byte may be
-  // stuffed.
-  const int64_t worst = 2 * ((7 + 32 + 48 + 16 + 32 * int64_t(__builtin_popcountll(nz >> 1))) / 8 + 1);
-  if (int64_t(len) - *pos < worst) return Encode8x8Body(block, dst, len, pos, last_dc, dc, ac, st);
-
-  BitWriter pending{dst, len, *pos, 0, 0};
-  pending.Load(st);
-  FastWriter w{dst + *pos, pending.acc >> (24 - pending.count), pending.count};
-  RvtResult status = rvtStatusOk;
-  const int32_t diff = int32_t(block[0]) - int32_t(*last_dc);
-  *last_dc = block[0];
-  int s = BitLength(uint32_t(diff < 0 ? -diff : diff));
-  uint32_t e = dc->entry[s];
-  int n = CodeLength(e);
-  if (n == 0) {
-    status = rvtStatusHuffTable;
-  } else {
-    w.Put(((e & ((1u << n) - 1)) << s) | ExtraBits(diff, s), n + s);
-    const uint32_t zrl = ac->entry[0xF0];
-    uint64_t m = nz & ~uint64_t(1);
-    int prev = 0;
-    while (m != 0) {
-      const int k = __builtin_ctzll(m);
-      m &= m - 1;
-      int run = k - prev - 1;
-      prev = k;
-      const int32_t v = block[kZigzag[k]];
-      for (; run > 15; run -= 16) {
-        if (CodeLength(zrl) == 0) {
-          status = rvtStatusHuffTable;
-          break;
-        }
-        w.Put(zrl & ((1u << CodeLength(zrl)) - 1), CodeLength(zrl));
-      }
-      if (status != rvtStatusOk) break;
-      s = BitLength(uint32_t(v < 0 ? -v : v));
-      const int sym = run * 16 + s;
-      e = sym < 256 ? ac->entry[sym] : 0u;
-      n = CodeLength(e);
-      if (n == 0) {
-        status = rvtStatusHuffTable;
-        break;
-      }
-      w.Put(((e & ((1u << n) - 1)) << s) | ExtraBits(v, s), n + s);
-    }
-    if (status == rvtStatusOk && prev != 63) {
-      e = ac->entry[0x00];
-      n = CodeLength(e);
-      if (n == 0) {
-        status = rvtStatusHuffTable;
-      } else {
-        w.Put(e & ((1u << n) - 1), n);
-      }
-    }
+  const int count = st->count & 7;
+  const uint32_t pending = (uint32_t(st->acc) >> (24 - count)) & ((1u << count) - 1);
+  // Room for a block's worst case (2055 bits) plus the 8-byte store past it.
+  alignas(16) uint8_t stage[272];
+  StagingWriter w{stage, pending, count};
+  const int16_t dc_before = *last_dc;
+  const bool ok = StageBlock(w, block, last_dc, dc, ac);
+  const int staged = int(w.out - stage);
+  // Stuffing at most doubles the bytes: copy out when even that fits.
+  if (HWY_UNLIKELY(!ok || 2 * staged > len - *pos)) {
+    *last_dc = dc_before;
+    return Encode8x8Body(block, dst, len, pos, last_dc, dc, ac, st);
   }
-  w.Finish(st);
-  *pos = int(w.out - dst);
-  return status;
+  *pos += CopyStuffed(dst + *pos, stage, staged);
+  st->acc = uint64_t(uint32_t(w.buf) & ((1u << w.nbits) - 1)) << (24 - w.nbits);
+  st->count = w.nbits;
+  return rvtStatusOk;
 }
 
 // The careful reader with a four-byte fill: it takes as many whole bytes as
