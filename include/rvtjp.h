@@ -196,6 +196,192 @@ RvtResult rvtiDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R(const int16_t* pSrc, uint8_t*
 
 /* ------------------------------------------------------------- colour conversion */
 
+/* Whole-region conversions between RGB/BGR (8-bit C3/C4/P3, or 5-5-5 and
+ * 5-6-5 words), CMYK and YCbCr/YCCK (full range, chroma centred on 128),
+ * luma extraction, and 411 (chroma 2x2) / 422 (chroma 2x1) planar forms.
+ * Planar arguments are arrays of plane pointers that share one step:
+ * Y, Cb, Cr (, K); R, G, B; C, M, Y, K.  C4 sources ignore byte 3; C4
+ * outputs set it to aval (CMYK: byte 3 is K).  Packed 16-bit fields widen
+ * as f << 3 (5 bits) and f << 2 (6 bits) and narrow by truncation; bit 15
+ * of a 555 word is written 0.  "clamp" below saturates to 16 bits, then to
+ * 0..255.  Unless noted, checks are pointers (each plane too) and their
+ * steps in argument order, then the region; "no step check" members check
+ * only pointers, then the region.
+ *
+ * Each member keeps its own fixed-point arithmetic, so two members that
+ * compute the same conversion can differ by one in some outputs:
+ *  A  C3 to P3: the first 8*floor(w/8) pixels of every row use 15-bit
+ *     weights (Y rounding 16266, Cr bias 16 above Cb), the last w%8 pixels
+ *     14-bit ones; a pixel's result depends on its column.
+ *  B  14-bit weights, every pixel.
+ *  C  luma to 16 bits, chroma from (B - Y) and (R - Y) with 15-bit gains.
+ *  D  luma only, 15-bit weights.  E  luma only in single precision,
+ *     rounded to nearest even.
+ *  F  additive inverse, 14 bits; G  subtractive inverse, 14 bits (green and
+ *     blue constants differ from F by design).
+ *  H  16-bit high-half products.  Luma per pixel: floor(s*w/256) for each of
+ *     4899, 9617, 1868, summed with unsigned saturation, +32, >> 6.  Chroma
+ *     at scale 32: the sum S of the n samples of a group (n = 1 per pixel,
+ *     2 for a 422 pair, 4 for a 411 block) is placed as S*(128/n) in a
+ *     16-bit lane, so each weight gives floor(S*w/(512*n)); the result is
+ *     clamp((4112 + positive term - first - second negative term) >> 5)
+ *     with saturating 16-bit adds in that order (no partial sum can leave
+ *     16 bits, so the order never shows).  Weights: Cb 2765, 5427, 8192;
+ *     Cr 8192, 6860, 1332.  Within 1 of the exact conversion.
+ *  I  16-bit inverse: Y*16 plus the high halves of Cb*128, Cr*128 times
+ *     11485, 2819, 5850, 14516, offsets 2871, 2167, 3629, +8, >> 4.
+ *  J  16-bit inverse of packed 4:2:2: high halves of Cb*128, Cr*128 times
+ *     22970, -11700, -5638, 29032, >> 5, offsets -179, +135, -226; a
+ *     neutral pixel (Y, 128, 128) gives G = Y - 1.
+ * 411/422 members: Y planes hold the region, Cb/Cr planes ceil(w/2)
+ * columns (411: and ceil(h/2) rows).  They require w >= 2 (and, 411,
+ * h >= 2), have no step check, convert everything, and return
+ * rvtStatusOddSize (+35) when w (411: w or h) is odd.  An odd last column
+ * (or row) is a group of its own: its chroma is the average of the pixels
+ * that exist (forward) and it uses the last chroma sample (inverse).
+ * Source and destination must not overlap. */
+
+/* C3 RGB / BGR to P3 YCbCr, form A.  Threaded. */
+RvtResult rvtiRGBToYCbCr_JPEG_8u_C3P3R(const uint8_t* pSrc, int32_t srcStep,
+                                       uint8_t* const pDst[3], int32_t dstStep,
+                                       ImageSize roiSize);
+RvtResult rvtiBGRToYCbCr_JPEG_8u_C3P3R(const uint8_t* pSrc, int32_t srcStep,
+                                       uint8_t* const pDst[3], int32_t dstStep,
+                                       ImageSize roiSize);
+/* C4 RGB / BGR (byte 3 ignored) to P3 YCbCr, form H per pixel.  No step check. */
+RvtResult rvtiRGBToYCbCr_JPEG_8u_C4P3R(const uint8_t* pSrc, int32_t srcStep,
+                                       uint8_t* const pDst[3], int32_t dstStep,
+                                       ImageSize roiSize);
+RvtResult rvtiBGRToYCbCr_JPEG_8u_C4P3R(const uint8_t* pSrc, int32_t srcStep,
+                                       uint8_t* const pDst[3], int32_t dstStep,
+                                       ImageSize roiSize);
+/* P3 RGB to P3 YCbCr, form C.  Threaded. */
+RvtResult rvtiRGBToYCbCr_JPEG_8u_P3R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                     uint8_t* const pDst[3], int32_t dstStep,
+                                     ImageSize roiSize);
+/* 16-bit 555 / 565 RGB or BGR words to P3 YCbCr, form B. */
+RvtResult rvtiRGB555ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* pSrc, int32_t srcStep,
+                                             uint8_t* const pDst[3], int32_t dstStep,
+                                             ImageSize roiSize);
+RvtResult rvtiRGB565ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* pSrc, int32_t srcStep,
+                                             uint8_t* const pDst[3], int32_t dstStep,
+                                             ImageSize roiSize);
+RvtResult rvtiBGR555ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* pSrc, int32_t srcStep,
+                                             uint8_t* const pDst[3], int32_t dstStep,
+                                             ImageSize roiSize);
+RvtResult rvtiBGR565ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* pSrc, int32_t srcStep,
+                                             uint8_t* const pDst[3], int32_t dstStep,
+                                             ImageSize roiSize);
+/* C3 RGB / BGR to luma, form D.  Threaded. */
+RvtResult rvtiRGBToY_JPEG_8u_C3C1R(const uint8_t* pSrc, int32_t srcStep, uint8_t* pDst,
+                                   int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiBGRToY_JPEG_8u_C3C1R(const uint8_t* pSrc, int32_t srcStep, uint8_t* pDst,
+                                   int32_t dstStep, ImageSize roiSize);
+/* P3 RGB to luma, form E (single precision).  Threaded. */
+RvtResult rvtiRGBToY_JPEG_8u_P3C1R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                   uint8_t* pDst, int32_t dstStep, ImageSize roiSize);
+/* C4 CMYK to P4 YCCK: form B on (255-C, 255-M, 255-Y), K copied.  Threaded. */
+RvtResult rvtiCMYKToYCCK_JPEG_8u_C4P4R(const uint8_t* pSrc, int32_t srcStep,
+                                       uint8_t* const pDst[4], int32_t dstStep,
+                                       ImageSize roiSize);
+/* P4 CMYK to P4 YCCK: form C on (255-C, 255-M, 255-Y), K copied.  Threaded. */
+RvtResult rvtiCMYKToYCCK_JPEG_8u_P4R(const uint8_t* const pSrc[4], int32_t srcStep,
+                                     uint8_t* const pDst[4], int32_t dstStep,
+                                     ImageSize roiSize);
+/* C3/C4 RGB/BGR to P3 YCbCr with chroma averaged over 2x2 blocks, form H. */
+RvtResult rvtiRGBToYCbCr411_JPEG_8u_C3P3R(const uint8_t* pSrc, int32_t srcStep,
+                                          uint8_t* const pDst[3], int32_t dstStep,
+                                          ImageSize roiSize);
+RvtResult rvtiRGBToYCbCr411_JPEG_8u_C4P3R(const uint8_t* pSrc, int32_t srcStep,
+                                          uint8_t* const pDst[3], int32_t dstStep,
+                                          ImageSize roiSize);
+RvtResult rvtiBGRToYCbCr411_JPEG_8u_C3P3R(const uint8_t* pSrc, int32_t srcStep,
+                                          uint8_t* const pDst[3], int32_t dstStep,
+                                          ImageSize roiSize);
+RvtResult rvtiBGRToYCbCr411_JPEG_8u_C4P3R(const uint8_t* pSrc, int32_t srcStep,
+                                          uint8_t* const pDst[3], int32_t dstStep,
+                                          ImageSize roiSize);
+/* C3/C4 RGB/BGR to P3 YCbCr with chroma averaged over pixel pairs, form H. */
+RvtResult rvtiRGBToYCbCr422_JPEG_8u_C3P3R(const uint8_t* pSrc, int32_t srcStep,
+                                          uint8_t* const pDst[3], int32_t dstStep,
+                                          ImageSize roiSize);
+RvtResult rvtiRGBToYCbCr422_JPEG_8u_C4P3R(const uint8_t* pSrc, int32_t srcStep,
+                                          uint8_t* const pDst[3], int32_t dstStep,
+                                          ImageSize roiSize);
+RvtResult rvtiBGRToYCbCr422_JPEG_8u_C3P3R(const uint8_t* pSrc, int32_t srcStep,
+                                          uint8_t* const pDst[3], int32_t dstStep,
+                                          ImageSize roiSize);
+RvtResult rvtiBGRToYCbCr422_JPEG_8u_C4P3R(const uint8_t* pSrc, int32_t srcStep,
+                                          uint8_t* const pDst[3], int32_t dstStep,
+                                          ImageSize roiSize);
+
+/* P3 YCbCr to C3 RGB / BGR, form F.  Threaded. */
+RvtResult rvtiYCbCrToRGB_JPEG_8u_P3C3R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                       uint8_t* pDst, int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiYCbCrToBGR_JPEG_8u_P3C3R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                       uint8_t* pDst, int32_t dstStep, ImageSize roiSize);
+/* P3 YCbCr to C4 RGB / BGR with byte 3 = aval, form I.  No step check. */
+RvtResult rvtiYCbCrToRGB_JPEG_8u_P3C4R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                       uint8_t* pDst, int32_t dstStep, ImageSize roiSize,
+                                       uint8_t aval);
+RvtResult rvtiYCbCrToBGR_JPEG_8u_P3C4R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                       uint8_t* pDst, int32_t dstStep, ImageSize roiSize,
+                                       uint8_t aval);
+/* P3 YCbCr to P3 RGB, form G.  Threaded. */
+RvtResult rvtiYCbCrToRGB_JPEG_8u_P3R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                     uint8_t* const pDst[3], int32_t dstStep,
+                                     ImageSize roiSize);
+/* P3 YCbCr to 16-bit 555 / 565 RGB or BGR words, form G. */
+RvtResult rvtiYCbCrToRGB555_JPEG_8u16u_P3C3R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                             uint16_t* pDst, int32_t dstStep,
+                                             ImageSize roiSize);
+RvtResult rvtiYCbCrToRGB565_JPEG_8u16u_P3C3R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                             uint16_t* pDst, int32_t dstStep,
+                                             ImageSize roiSize);
+RvtResult rvtiYCbCrToBGR555_JPEG_8u16u_P3C3R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                             uint16_t* pDst, int32_t dstStep,
+                                             ImageSize roiSize);
+RvtResult rvtiYCbCrToBGR565_JPEG_8u16u_P3C3R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                             uint16_t* pDst, int32_t dstStep,
+                                             ImageSize roiSize);
+/* P4 YCCK to C4 / P4 CMYK: form G, then 255 - x; K copied.  Threaded. */
+RvtResult rvtiYCCKToCMYK_JPEG_8u_P4C4R(const uint8_t* const pSrc[4], int32_t srcStep,
+                                       uint8_t* pDst, int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiYCCKToCMYK_JPEG_8u_P4R(const uint8_t* const pSrc[4], int32_t srcStep,
+                                     uint8_t* const pDst[4], int32_t dstStep,
+                                     ImageSize roiSize);
+/* P3 YCbCr with 2x2 chroma to C3 / C4 (byte 3 = aval) RGB / BGR, form I,
+ * each chroma sample used for its whole block. */
+RvtResult rvtiYCbCr411ToRGB_JPEG_8u_P3C3R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                          uint8_t* pDst, int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiYCbCr411ToRGB_JPEG_8u_P3C4R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                          uint8_t* pDst, int32_t dstStep, ImageSize roiSize,
+                                          uint8_t aval);
+RvtResult rvtiYCbCr411ToBGR_JPEG_8u_P3C3R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                          uint8_t* pDst, int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiYCbCr411ToBGR_JPEG_8u_P3C4R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                          uint8_t* pDst, int32_t dstStep, ImageSize roiSize,
+                                          uint8_t aval);
+/* P3 YCbCr with 2x1 chroma to C3 / C4 (byte 3 = aval) RGB / BGR, form I,
+ * each chroma sample used for its pixel pair. */
+RvtResult rvtiYCbCr422ToRGB_JPEG_8u_P3C3R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                          uint8_t* pDst, int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiYCbCr422ToRGB_JPEG_8u_P3C4R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                          uint8_t* pDst, int32_t dstStep, ImageSize roiSize,
+                                          uint8_t aval);
+RvtResult rvtiYCbCr422ToBGR_JPEG_8u_P3C3R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                          uint8_t* pDst, int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiYCbCr422ToBGR_JPEG_8u_P3C4R(const uint8_t* const pSrc[3], int32_t srcStep,
+                                          uint8_t* pDst, int32_t dstStep, ImageSize roiSize,
+                                          uint8_t aval);
+/* Packed 4:2:2 (Y0 Cb Y1 Cr per pixel pair) to C3 RGB, form J.  Checks:
+ * pSrc, pDst null; then width < 1 or height == 0 (rvtStatusSize).  Steps
+ * are not checked (a negative step walks rows upwards) and a negative
+ * height converts nothing.  An odd width converts its last pixel from the
+ * Y0, Cb and Cr of its pair, so source rows hold whole pairs.  Threaded. */
+RvtResult rvtiYCbCr422ToRGB_JPEG_8u_C2C3R(const uint8_t* pSrc, int32_t srcStep,
+                                          uint8_t* pDst, int32_t dstStep, ImageSize roiSize);
+
 /* ------------------------------------------------------------- chroma sampling */
 
 /* Down-sampling of a whole region by 2 horizontally (threaded):
@@ -266,7 +452,144 @@ RvtResult rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1(const uint8_t* pSrc1, const ui
 
 /* ------------------------------------------------------------- Huffman tables and states */
 
+/* Huffman tables as the entropy coders use them, and the bit positions that
+ * span calls.  All four are flat byte blocks without pointers: size them
+ * with ...GetBufSize, build them in place with ...Init (or let ...InitAlloc
+ * allocate through rvtMalloc; release with the matching ...Free), copy them
+ * freely.  A built spec is read-only and may be shared between threads; a
+ * state belongs to one stream.
+ *
+ * Tables come as a DHT segment carries them: bits[16] (bits[i] = number of
+ * codes of length i+1) and vals (sum of bits symbols, at most 256).  Codes
+ * are assigned canonically.  Layouts (little-endian):
+ *   EncodeHuffmanSpec   1024 bytes: uint32 entry[256] by symbol,
+ *                       (length << 16) | code; 0 = symbol not coded.
+ *   DecodeHuffmanSpec   1644 bytes: uint16 values[256]; uint32 lookup[256]
+ *                       by the next 8 bits, symbol | (length << 16) for codes
+ *                       up to 8 bits, 0 otherwise; uint16 minCode[18],
+ *                       maxCode[18] (0xFFFF = no code of that length),
+ *                       valueIndex[18], indexed by length 1..16.
+ *   EncodeHuffmanState  1048 bytes: uint64 accumulator (pending bits
+ *                       left-aligned under bit 24), int32 pending-bit count
+ *                       (0..7), uint32 end-of-band run, uint32 correction-bit
+ *                       count, uint8 correction bits[1024], 4 bytes padding.
+ *   DecodeHuffmanState  24 bytes: uint64 accumulator (the count valid bits
+ *                       in its low bits, oldest highest), int32 valid-bit
+ *                       count (0..32), uint32 end-of-band run, uint32
+ *                       coefficients done, 4 bytes padding. */
+typedef struct EncodeHuffmanSpec EncodeHuffmanSpec;
+typedef struct DecodeHuffmanSpec DecodeHuffmanSpec;
+typedef struct EncodeHuffmanState EncodeHuffmanState;
+typedef struct DecodeHuffmanState DecodeHuffmanState;
+
+/* Byte sizes of the four objects: 1024, 1644, 1048 and 24. */
+RvtResult rvtiEncodeHuffmanSpecGetBufSize_JPEG_8u(int* pSize);
+RvtResult rvtiDecodeHuffmanSpecGetBufSize_JPEG_8u(int* pSize);
+RvtResult rvtiEncodeHuffmanStateGetBufSize_JPEG_8u(int* pSize);
+RvtResult rvtiDecodeHuffmanStateGetBufSize_JPEG_8u(int* pSize);
+
+/* Builds an encoder spec.  rvtStatusHuffTable for more than 256 codes, or a
+ * code that would be all 1-bits or overflow its length (the object is then
+ * left partly built).  A repeated symbol keeps its later code. */
+RvtResult rvtiEncodeHuffmanSpecInit_JPEG_8u(const uint8_t* pBits, const uint8_t* pVals,
+                                            EncodeHuffmanSpec* pSpec);
+/* Builds a decoder spec.  rvtStatusHuffTable for more than 256 codes; an
+ * over-full table is accepted unless its 8-bit lookup would run past one
+ * entry beyond its end (that one entry lands on minCode[0..1]). */
+RvtResult rvtiDecodeHuffmanSpecInit_JPEG_8u(const uint8_t* pBits, const uint8_t* pVals,
+                                            DecodeHuffmanSpec* pSpec);
+/* Allocate and build.  A failed allocation gives rvtStatusNullPtr and stores
+ * nothing; on rvtStatusHuffTable the (incomplete) object is still stored in
+ * *ppSpec and must be released with the matching Free. */
+RvtResult rvtiEncodeHuffmanSpecInitAlloc_JPEG_8u(const uint8_t* pBits, const uint8_t* pVals,
+                                                 EncodeHuffmanSpec** ppSpec);
+RvtResult rvtiDecodeHuffmanSpecInitAlloc_JPEG_8u(const uint8_t* pBits, const uint8_t* pVals,
+                                                 DecodeHuffmanSpec** ppSpec);
+/* Zero every field (the encoders also do this after a flush). */
+RvtResult rvtiEncodeHuffmanStateInit_JPEG_8u(EncodeHuffmanState* pState);
+RvtResult rvtiDecodeHuffmanStateInit_JPEG_8u(DecodeHuffmanState* pState);
+/* Allocate and zero; a failed allocation gives rvtStatusNullPtr. */
+RvtResult rvtiEncodeHuffmanStateInitAlloc_JPEG_8u(EncodeHuffmanState** ppState);
+RvtResult rvtiDecodeHuffmanStateInitAlloc_JPEG_8u(DecodeHuffmanState** ppState);
+/* Release an object from the matching InitAlloc (null gives rvtStatusNullPtr;
+ * any other pointer goes to rvtFree unchecked). */
+RvtResult rvtiEncodeHuffmanSpecFree_JPEG_8u(EncodeHuffmanSpec* pSpec);
+RvtResult rvtiDecodeHuffmanSpecFree_JPEG_8u(DecodeHuffmanSpec* pSpec);
+RvtResult rvtiEncodeHuffmanStateFree_JPEG_8u(EncodeHuffmanState* pState);
+RvtResult rvtiDecodeHuffmanStateFree_JPEG_8u(DecodeHuffmanState* pState);
+
+
 /* ------------------------------------------------------------- baseline Huffman coding */
+
+/* One 8x8 block of quantized coefficients (natural order) to baseline
+ * Huffman bits and back; the zig-zag order, the DC prediction, run lengths,
+ * byte stuffing and the bit position between calls are handled here.
+ *
+ * Encoders append to pDst[0..dstLenBytes) at *pDstCurrPos and advance it.
+ * A symbol without a code gives rvtStatusHuffTable (as does AC category 16
+ * after a run of 15, which has no symbol); a full destination gives
+ * rvtStatusOutOfBuffer with the bytes that fit stored and *pDstCurrPos
+ * advanced, the state holding the last symbol that fitted (re-encode from a
+ * copy of the state).  A call with bFlushState set writes nothing else: it
+ * completes a pending byte with 1-bits and resets the state (end of a scan
+ * or restart interval).  A negative *pDstCurrPos gives rvtStatusBadArg.
+ *
+ * Decoders read pSrc[0..srcLenBytes) from *pSrcCurrPos, remove stuffing,
+ * pass over fill bytes (FF FF) and stop at a marker, which they store in
+ * *pMarker and pass; with *pMarker non-zero they read nothing more (clear it
+ * and the state after handling the marker).  rvtStatusOutOfBuffer: the
+ * source ran out where bits were needed (the position stays at the end:
+ * supply more data and retry from a saved state); rvtStatusHuffData: no
+ * code of up to 16 bits matches, or bits are needed past a marker.  A
+ * negative *pSrcCurrPos gives rvtStatusBadArg. */
+RvtResult rvtiEncodeHuffman8x8_JPEG_16s1u_C1(const int16_t* pSrc, uint8_t* pDst, int dstLenBytes,
+                                             int* pDstCurrPos, int16_t* pLastDC,
+                                             const EncodeHuffmanSpec* pDcTable,
+                                             const EncodeHuffmanSpec* pAcTable,
+                                             EncodeHuffmanState* pEncHuffState, int bFlushState);
+/* Zeroes the block, then decodes it (the state's coefficients-done field
+ * gets 64 minus the count of positions left, which exceeds 64 when a run
+ * passes the end).  A coefficient whose run carries it to zig-zag 64..71 is
+ * stored at 63; one beyond that gives rvtStatusErr.  srcLenBytes 0 is
+ * accepted, < 0 gives rvtStatusBadArg. */
+RvtResult rvtiDecodeHuffman8x8_JPEG_1u16s_C1(const uint8_t* pSrc, int srcLenBytes,
+                                             int* pSrcCurrPos, int16_t* pDst, int16_t* pLastDC,
+                                             int* pMarker, const DecodeHuffmanSpec* pDcTable,
+                                             const DecodeHuffmanSpec* pAcTable,
+                                             DecodeHuffmanState* pDecHuffState);
+/* One difference value (no prediction): its category's code and extra bits
+ * (category 16, -32768, has none). */
+RvtResult rvtiEncodeHuffmanOne_JPEG_16s1u_C1(const int16_t* pSrc, uint8_t* pDst, int dstLenBytes,
+                                             int* pDstCurrPos,
+                                             const EncodeHuffmanSpec* pEncHuffTable,
+                                             EncodeHuffmanState* pEncHuffState, int bFlushState);
+/* Symbols 16 and above decode to -32768 (32768 in 16 bits) with no extra
+ * bits.  srcLenBytes < 1 gives rvtStatusSize. */
+RvtResult rvtiDecodeHuffmanOne_JPEG_1u16s_C1(const uint8_t* pSrc, int srcLenBytes,
+                                             int* pSrcCurrPos, int16_t* pDst, int* pMarker,
+                                             const DecodeHuffmanSpec* pDecHuffTable,
+                                             DecodeHuffmanState* pDecHuffState);
+/* Block encoder at a bit position, no state and no bound: the byte at
+ * *pDstBitsLen / 8 keeps its top (*pDstBitsLen % 8) bits, the block's bits
+ * follow (stuffed), a last partial byte is stored with zero low bits, and
+ * *pDstBitsLen becomes the new bit position.  513 bytes from the start byte
+ * always suffice.  Symbols without a code add no bits and the call returns
+ * rvtStatusOk; only a negative position gives rvtStatusBadArg. */
+RvtResult rvtiEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* pSrc, uint8_t* pDst,
+                                                    int* pDstBitsLen, int16_t* pLastDC,
+                                                    const EncodeHuffmanSpec* pDcTable,
+                                                    const EncodeHuffmanSpec* pAcTable);
+/* Block decoder with the bit accumulator in the caller's variables
+ * (*pPrefetchedBits holds *pNumValidPrefetchedBits valid bits, 0..32, in its
+ * low bits) and no source bound: it reads from byte *pSrcBitsLen / 8 and
+ * stops at a marker, so the data must end with one.  *pSrcBitsLen comes back
+ * as 8 times the next byte to read (the pending bits live in the
+ * accumulator). */
+RvtResult rvtiDecodeHuffman8x8_Direct_JPEG_1u16s_C1(
+    const uint8_t* pSrc, int* pSrcBitsLen, int16_t* pDst, int16_t* pLastDC, int* pMarker,
+    uint32_t* pPrefetchedBits, int* pNumValidPrefetchedBits, const DecodeHuffmanSpec* pDcTable,
+    const DecodeHuffmanSpec* pAcTable);
+
 
 #ifdef __cplusplus
 }

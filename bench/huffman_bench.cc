@@ -1,0 +1,246 @@
+// Baseline Huffman coding of a 3840x2160 4:2:0 frame of real coefficients
+// (the blocks of the test photos, tiled), every compiled path of the block
+// encoder and decoder, next to libjpeg-turbo coding the same frame: reading
+// the coefficients of its JPEG (jpeg_read_coefficients) and transcoding it
+// as jpegtran does (read, then jpeg_write_coefficients with the same
+// tables).  Throughput is counted in coefficient bytes (128 per block).
+#include <cstddef>
+#include <cstdio>
+
+#include <jpeglib.h>
+
+#include "bench_util.h"
+#include "huffman_util.h"
+#include "jpeg_oracle.h"
+
+namespace rvt {
+namespace {
+
+constexpr int kW = 3840, kH = 2160;
+constexpr int kMcuX = kW / 16, kMcuY = kH / 16;
+
+struct Frame {
+  // Blocks in coding order: per MCU four luma blocks, then Cb, then Cr.
+  std::vector<int16_t> blocks;
+  std::vector<int> comp;  // component of each block
+  std::vector<uint8_t> jpeg;  // the frame as libjpeg-turbo writes it
+  size_t nblocks() const { return comp.size(); }
+};
+
+// A mosaic of the photos' blocks: 128x128-block tiles, each from one photo,
+// repeated across the plane.
+struct Mosaic {
+  std::vector<const test::CoefPlane*> planes;
+  const int16_t* at(int bx, int by) const {
+    const test::CoefPlane& p = *planes[size_t((bx / 128 + by / 128) % int(planes.size()))];
+    return p.block(bx % p.real_wb, by % p.real_hb);
+  }
+};
+
+const Frame& TheFrame() {
+  static const Frame f = [] {
+    static std::vector<test::Coefs> photos;
+    for (const char* name : {"hubble_deep_field.jpg", "retina.jpg", "rocket.jpg"}) {
+      photos.push_back(test::ReadCoefficients(test::ReadFile(test::TestFile(name))));
+    }
+    Mosaic luma, chroma[2];
+    for (const auto& p : photos) {
+      luma.planes.push_back(&p.planes[0]);
+      chroma[0].planes.push_back(&p.planes[1]);
+      chroma[1].planes.push_back(&p.planes[2]);
+    }
+    Frame fr;
+    auto add = [&](const int16_t* b, int c) {
+      fr.blocks.insert(fr.blocks.end(), b, b + 64);
+      fr.comp.push_back(c);
+    };
+    for (int my = 0; my < kMcuY; ++my) {
+      for (int mx = 0; mx < kMcuX; ++mx) {
+        for (int i = 0; i < 4; ++i) add(luma.at(2 * mx + (i & 1), 2 * my + (i >> 1)), 0);
+        add(chroma[0].at(mx, my), 1);
+        add(chroma[1].at(mx, my), 2);
+      }
+    }
+    // The same frame written by libjpeg-turbo with its default tables.
+    jpeg_compress_struct c;
+    jpeg_error_mgr err;
+    c.err = jpeg_std_error(&err);
+    jpeg_create_compress(&c);
+    unsigned char* out = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&c, &out, &size);
+    c.image_width = kW;
+    c.image_height = kH;
+    c.input_components = 3;
+    c.in_color_space = JCS_YCbCr;
+    jpeg_set_defaults(&c);
+    jvirt_barray_ptr arrays[3];
+    for (int ci = 0; ci < 3; ++ci) {
+      const int wb = ci == 0 ? kW / 8 : kW / 16, hb = ci == 0 ? kH / 8 : kH / 16;
+      arrays[ci] = (*c.mem->request_virt_barray)(reinterpret_cast<j_common_ptr>(&c), JPOOL_IMAGE,
+                                                 TRUE, JDIMENSION(wb), JDIMENSION(hb),
+                                                 JDIMENSION(c.comp_info[ci].v_samp_factor));
+    }
+    jpeg_write_coefficients(&c, arrays);
+    size_t k = 0;
+    for (int my = 0; my < kMcuY; ++my) {
+      JBLOCKARRAY rows[3];
+      rows[0] = (*c.mem->access_virt_barray)(reinterpret_cast<j_common_ptr>(&c), arrays[0],
+                                             JDIMENSION(2 * my), 2, TRUE);
+      for (int ci = 1; ci < 3; ++ci) {
+        rows[ci] = (*c.mem->access_virt_barray)(reinterpret_cast<j_common_ptr>(&c), arrays[ci],
+                                                JDIMENSION(my), 1, TRUE);
+      }
+      for (int mx = 0; mx < kMcuX; ++mx) {
+        for (int i = 0; i < 6; ++i, ++k) {
+          JCOEF* dst = i < 4 ? rows[0][i >> 1][2 * mx + (i & 1)] : rows[i - 3][0][mx];
+          for (int j = 0; j < 64; ++j) dst[j] = fr.blocks[k * 64 + size_t(j)];
+        }
+      }
+    }
+    jpeg_finish_compress(&c);
+    fr.jpeg.assign(out, out + size);
+    jpeg_destroy_compress(&c);
+    free(out);
+    return fr;
+  }();
+  return f;
+}
+
+struct Tables {
+  test::EncSpec edc[2] = {test::EncSpec(test::LumaDc()), test::EncSpec(test::ChromaDc())};
+  test::EncSpec eac[2] = {test::EncSpec(test::LumaAc()), test::EncSpec(test::ChromaAc())};
+  test::DecSpec ddc[2] = {test::DecSpec(test::LumaDc()), test::DecSpec(test::ChromaDc())};
+  test::DecSpec dac[2] = {test::DecSpec(test::LumaAc()), test::DecSpec(test::ChromaAc())};
+};
+const Tables& TheTables() {
+  static const Tables t;
+  return t;
+}
+
+using EncFn = decltype(&rvtiEncodeHuffman8x8_JPEG_16s1u_C1);
+using DecFn = decltype(&rvtiDecodeHuffman8x8_JPEG_1u16s_C1);
+
+int EncodeFrame(EncFn fn, std::vector<uint8_t>& out) {
+  const Frame& f = TheFrame();
+  const Tables& t = TheTables();
+  EncodeHuffmanState st;
+  rvtiEncodeHuffmanStateInit_JPEG_8u(&st);
+  int16_t dc[3] = {0, 0, 0};
+  int pos = 0;
+  const int len = int(out.size());
+  for (size_t i = 0; i < f.nblocks(); ++i) {
+    const int c = f.comp[i], k = c ? 1 : 0;
+    fn(&f.blocks[i * 64], out.data(), len, &pos, &dc[c], &t.edc[k].spec, &t.eac[k].spec, &st, 0);
+  }
+  fn(nullptr, out.data(), len, &pos, nullptr, nullptr, nullptr, &st, 1);
+  return pos;
+}
+
+void DecodeFrame(DecFn fn, const std::vector<uint8_t>& in, int len, std::vector<int16_t>& out) {
+  const Frame& f = TheFrame();
+  const Tables& t = TheTables();
+  DecodeHuffmanState st;
+  rvtiDecodeHuffmanStateInit_JPEG_8u(&st);
+  int16_t dc[3] = {0, 0, 0};
+  int pos = 0, marker = 0;
+  for (size_t i = 0; i < f.nblocks(); ++i) {
+    const int c = f.comp[i], k = c ? 1 : 0;
+    fn(in.data(), len, &pos, &out[i * 64], &dc[c], &marker, &t.ddc[k].spec, &t.dac[k].spec, &st);
+  }
+}
+
+double CoefBytes() { return double(TheFrame().nblocks()) * 128.0; }
+
+void Report(benchmark::State& s) {
+  s.SetBytesProcessed(int64_t(double(s.iterations()) * CoefBytes()));
+  s.counters["ms_per_frame"] = benchmark::Counter(double(s.iterations()) * 1e-3,
+                                                  benchmark::Counter::kIsRate |
+                                                      benchmark::Counter::kInvert);
+}
+
+// Entropy-coded data of libjpeg-turbo's frame: our encoder must give the
+// same bytes (same tables, same coefficients).
+std::vector<uint8_t> LibjpegScanData() {
+  const test::JpegScan scan = test::ParseJpeg(TheFrame().jpeg);
+  return std::vector<uint8_t>(scan.bytes.begin() + long(scan.data_start), scan.bytes.end() - 2);
+}
+
+void ReadCoefsOnce(const std::vector<uint8_t>& jpeg, bool transcode) {
+  jpeg_decompress_struct d;
+  jpeg_error_mgr err;
+  d.err = jpeg_std_error(&err);
+  jpeg_create_decompress(&d);
+  jpeg_mem_src(&d, jpeg.data(), static_cast<unsigned long>(jpeg.size()));
+  jpeg_read_header(&d, TRUE);
+  jvirt_barray_ptr* arrays = jpeg_read_coefficients(&d);
+  if (transcode) {
+    jpeg_compress_struct c;
+    jpeg_error_mgr cerr;
+    c.err = jpeg_std_error(&cerr);
+    jpeg_create_compress(&c);
+    unsigned char* out = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&c, &out, &size);
+    jpeg_copy_critical_parameters(&d, &c);
+    jpeg_write_coefficients(&c, arrays);
+    jpeg_finish_compress(&c);
+    jpeg_destroy_compress(&c);
+    benchmark::DoNotOptimize(out);
+    free(out);
+  }
+  jpeg_finish_decompress(&d);
+  jpeg_destroy_decompress(&d);
+}
+
+int Register() {
+  const double mb = CoefBytes() / 1e6;
+  std::printf("frame: %dx%d 4:2:0, %zu blocks, %.1f MB of coefficients; libjpeg-turbo JPEG %zu bytes\n",
+              kW, kH, TheFrame().nblocks(), mb, TheFrame().jpeg.size());
+  {
+    std::vector<uint8_t> out(TheFrame().nblocks() * 200);
+    const int n = EncodeFrame(test::Reference(impl_rvtiEncodeHuffman8x8_JPEG_16s1u_C1), out);
+    const auto lj = LibjpegScanData();
+    std::printf("our scan %d bytes, libjpeg-turbo's %zu bytes, %s\n", n, lj.size(),
+                (size_t(n) == lj.size() && std::equal(lj.begin(), lj.end(), out.begin()))
+                    ? "identical"
+                    : "DIFFERENT");
+  }
+  bench::RegisterTargets("HuffEncode4K", impl_rvtiEncodeHuffman8x8_JPEG_16s1u_C1,
+                         [](benchmark::State& s, EncFn fn) {
+                           std::vector<uint8_t> out(TheFrame().nblocks() * 200);
+                           for (auto _ : s) {
+                             benchmark::DoNotOptimize(EncodeFrame(fn, out));
+                             benchmark::ClobberMemory();
+                           }
+                           Report(s);
+                         });
+  bench::RegisterTargets("HuffDecode4K", impl_rvtiDecodeHuffman8x8_JPEG_1u16s_C1,
+                         [](benchmark::State& s, DecFn fn) {
+                           std::vector<uint8_t> in(TheFrame().nblocks() * 200);
+                           const int len = EncodeFrame(
+                               test::Reference(impl_rvtiEncodeHuffman8x8_JPEG_16s1u_C1), in);
+                           std::vector<int16_t> out(TheFrame().blocks.size());
+                           for (auto _ : s) {
+                             DecodeFrame(fn, in, len, out);
+                             benchmark::ClobberMemory();
+                           }
+                           if (out != TheFrame().blocks) s.SkipWithError("decoded frame differs");
+                           Report(s);
+                         });
+  benchmark::RegisterBenchmark("libjpeg_read_coefficients4K", [](benchmark::State& s) {
+    for (auto _ : s) ReadCoefsOnce(TheFrame().jpeg, false);
+    Report(s);
+  });
+  benchmark::RegisterBenchmark("libjpeg_transcode4K", [](benchmark::State& s) {
+    for (auto _ : s) ReadCoefsOnce(TheFrame().jpeg, true);
+    Report(s);
+  });
+  return 0;
+}
+const int kRegistered = Register();
+
+}  // namespace
+}  // namespace rvt
+
+BENCHMARK_MAIN();

@@ -1,0 +1,56 @@
+// Reading and writing the example codec's raw images: binary PPM/PGM
+// (P6/P5, maxval 255) and 8-bit PNG (grey or RGB; palette, alpha and
+// 16-bit PNGs are reduced to 8-bit grey or RGB on reading).
+#ifndef RVTJPEG_IMAGE_IO_H_
+#define RVTJPEG_IMAGE_IO_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace rvtjpeg {
+
+// Interleaved 8-bit image: `channels` is 1 (grey) or 3 (R, G, B); rows are
+// width * channels bytes, packed.
+struct Image {
+  int width = 0;
+  int height = 0;
+  int channels = 0;
+  std::vector<uint8_t> pixels;
+
+  size_t stride() const { return size_t(width) * channels; }
+  uint8_t* row(int y) { return pixels.data() + size_t(y) * stride(); }
+  const uint8_t* row(int y) const { return pixels.data() + size_t(y) * stride(); }
+  // Sets the size; keeps the buffer when it is already large enough.
+  void Resize(int w, int h, int c) {
+    width = w;
+    height = h;
+    channels = c;
+    const size_t n = size_t(w) * h * c;
+    if (pixels.size() != n) pixels.resize(n);
+  }
+};
+
+// Each returns false and sets *error to a one-line message on failure.
+bool ReadPnm(const std::string& path, Image* image, std::string* error);
+bool WritePnm(const std::string& path, const Image& image, std::string* error);
+bool ReadPng(const std::string& path, Image* image, std::string* error);
+bool WritePng(const std::string& path, const Image& image, std::string* error);
+
+// By content (PNG signature, "P5"/"P6") for reading; by extension (.png,
+// anything else PNM) for writing.
+bool ReadImage(const std::string& path, Image* image, std::string* error);
+bool WriteImage(const std::string& path, const Image& image, std::string* error);
+
+bool ReadFile(const std::string& path, std::vector<uint8_t>* data, std::string* error);
+bool WriteFile(const std::string& path, const uint8_t* data, size_t size, std::string* error);
+
+// Peak signal-to-noise ratio in dB over all samples of two images of the
+// same shape (99 for identical images); -1 if the shapes differ.
+double Psnr(const Image& a, const Image& b);
+// Mean absolute difference per sample; -1 if the shapes differ.
+double MeanAbsDiff(const Image& a, const Image& b);
+
+}  // namespace rvtjpeg
+
+#endif  // RVTJPEG_IMAGE_IO_H_

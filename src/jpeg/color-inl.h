@@ -1,0 +1,450 @@
+// Vector kernels of the colour conversions, compiled once per target by the
+// color_*.cc files (each instantiates only its own members).  A kernel call
+// converts N = Lanes(D16) pixels: channels are widened to int16 lanes, the
+// form computes in 16 bits (high-half products) or in 32 bits (pairwise
+// multiply-adds of interleaved channels, packed back in lane order), and the
+// saturating narrowing to bytes is the final clamp.  Rows run in whole
+// vectors; the last vector is moved back to end at the row's end (so a few
+// pixels are converted twice, to the same values), and rows shorter than
+// one vector go to the scalar kernel.
+#if defined(RVT_JPEG_COLOR_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef RVT_JPEG_COLOR_INL_H_
+#undef RVT_JPEG_COLOR_INL_H_
+#else
+#define RVT_JPEG_COLOR_INL_H_
+#endif
+
+#include <hwy/highway.h>
+
+#include "jpeg/color.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace rvt {
+namespace HWY_NAMESPACE {
+namespace color_simd {
+
+namespace hn = hwy::HWY_NAMESPACE;
+namespace cl = rvt::color;
+
+using D16 = hn::ScalableTag<int16_t>;
+using DU16 = hn::RebindToUnsigned<D16>;
+using D32 = hn::Repartition<int32_t, D16>;
+using D8 = hn::Rebind<uint8_t, D16>;  // one byte per pixel of a vector
+using V16 = hn::Vec<D16>;
+using VU16 = hn::Vec<DU16>;
+using V32 = hn::Vec<D32>;
+using V8 = hn::Vec<D8>;
+
+// Channels of one vector of pixels, 0..255 in int16 lanes (or, for a form's
+// output, the 16-bit-saturated result before the final clamp).
+struct Pix {
+  V16 a, b, c, k;
+};
+
+HWY_INLINE V16 Widen(V8 v) { return hn::PromoteTo(D16(), v); }
+// Saturating narrowing: the clamp to 0..255.
+HWY_INLINE V8 Narrow(V16 v) { return hn::DemoteTo(D8(), v); }
+HWY_INLINE V16 K16(int v) { return hn::Set(D16(), int16_t(v)); }
+
+// ------------------------------------------------------------ 32-bit sums
+
+// Two channels interleaved lane by lane (within each 128-bit block), so a
+// pairwise multiply-add gives a*wa + b*wb per pixel in 32 bits.
+struct Pair {
+  V16 lo, hi;
+};
+HWY_INLINE Pair Zip(V16 a, V16 b) {
+  const D16 d;
+  return {hn::InterleaveLower(d, a, b), hn::InterleaveUpper(d, a, b)};
+}
+HWY_INLINE V16 Weights(int wa, int wb) {
+  return hn::BitCast(D16(), hn::Set(D32(), int32_t(uint32_t(uint16_t(wa)) |
+                                                   uint32_t(uint16_t(wb)) << 16)));
+}
+HWY_INLINE V32 Madd(V16 pairs, V16 weights, V32 sum) {
+  V32 unused;
+  return hn::ReorderWidenMulAccumulate(D32(), pairs, weights, sum, unused);
+}
+// Packs 32-bit sums >> kShift to 16 bits; the block-interleaved halves of
+// Zip come back in lane order.
+template <int kShift>
+HWY_INLINE V16 Pack(V32 lo, V32 hi) {
+  return hn::ReorderDemote2To(D16(), hn::ShiftRight<kShift>(lo), hn::ShiftRight<kShift>(hi));
+}
+// A bias split as hi * 2^kShift + lo with 0 <= lo < 2^kShift: lo joins the
+// sum as the weight of a lane that holds 1, hi is added after the shift
+// (exact: floor((s + lo) / 2^k) + hi; no sum here comes near 16 bits).
+template <int kShift>
+struct Bias {
+  static_assert(kShift <= 15, "lo must fit a 16-bit weight");
+  int hi, lo;
+  explicit Bias(int32_t b) : hi(b >> kShift), lo(b - (b >> kShift) * (1 << kShift)) {}
+  V16 Add(V16 v) const { return hi ? hn::Add(v, K16(hi)) : v; }
+};
+
+// (a*wa + b*wb + c*wc + bias) >> kShift, with ab = Zip(a, b), c1 = Zip(c, 1).
+template <int kShift>
+HWY_INLINE V16 Dot3(const Pair& ab, int wa, int wb, const Pair& c1, int wc, int32_t bias) {
+  const Bias<kShift> k(bias);
+  const V16 w0 = Weights(wa, wb), w1 = Weights(wc, k.lo);
+  const V32 zero = hn::Zero(D32());
+  return k.Add(Pack<kShift>(Madd(c1.lo, w1, Madd(ab.lo, w0, zero)),
+                            Madd(c1.hi, w1, Madd(ab.hi, w0, zero))));
+}
+// (a*wa + bias) >> kShift, with a1 = Zip(a, 1).
+template <int kShift>
+HWY_INLINE V16 Dot1(const Pair& a1, int wa, int32_t bias) {
+  const Bias<kShift> k(bias);
+  const V16 w = Weights(wa, k.lo);
+  const V32 zero = hn::Zero(D32());
+  return k.Add(Pack<kShift>(Madd(a1.lo, w, zero), Madd(a1.hi, w, zero)));
+}
+// (a*wa + b*wb + bias) >> kShift, with ab = Zip(a, b); the bias adds in 32 bits.
+template <int kShift>
+HWY_INLINE V16 Dot2(const Pair& ab, int wa, int wb, int32_t bias) {
+  const V16 w = Weights(wa, wb);
+  const V32 b = hn::Set(D32(), bias);
+  return Pack<kShift>(Madd(ab.lo, w, b), Madd(ab.hi, w, b));
+}
+
+// ------------------------------------------------------------ layouts
+
+template <int kBpp, int kR, int kB>
+HWY_INLINE void LoadBytes(cl::Packed8<kBpp, kR, kB>, const uint8_t* row, int x, V8& r, V8& g,
+                          V8& b) {
+  const D8 d8;
+  V8 c0, c1, c2, c3;
+  if constexpr (kBpp == 3) {
+    hn::LoadInterleaved3(d8, row + 3 * x, c0, c1, c2);
+  } else {
+    hn::LoadInterleaved4(d8, row + 4 * x, c0, c1, c2, c3);
+  }
+  r = kR == 0 ? c0 : c2;
+  g = c1;
+  b = kR == 0 ? c2 : c0;
+}
+template <int kBpp, int kR, int kB>
+HWY_INLINE Pix Load(cl::Packed8<kBpp, kR, kB> l, const cl::Rows& rows, int x) {
+  V8 r, g, b;
+  LoadBytes(l, rows.s[0], x, r, g, b);
+  return {Widen(r), Widen(g), Widen(b), hn::Zero(D16())};
+}
+template <int kBpp, int kR, int kB>
+HWY_INLINE void Store(cl::Packed8<kBpp, kR, kB>, const cl::Rows& rows, int x, const Pix& p) {
+  const D8 d8;
+  const V8 r = Narrow(p.a), g = Narrow(p.b), b = Narrow(p.c);
+  if constexpr (kBpp == 3) {
+    hn::StoreInterleaved3(kR == 0 ? r : b, g, kR == 0 ? b : r, d8, rows.d[0] + 3 * x);
+  } else {
+    hn::StoreInterleaved4(kR == 0 ? r : b, g, kR == 0 ? b : r, hn::Set(d8, rows.aval), d8,
+                          rows.d[0] + 4 * x);
+  }
+}
+
+template <bool kBgr, int kG>
+HWY_INLINE Pix Load(cl::Packed16<kBgr, kG>, const cl::Rows& rows, int x) {
+  const DU16 du;
+  const VU16 w = hn::LoadU(du, reinterpret_cast<const uint16_t*>(rows.s[0]) + x);
+  const VU16 lo = hn::ShiftLeft<3>(hn::And(w, hn::Set(du, 31)));
+  const VU16 g = hn::ShiftLeft<8 - kG>(hn::And(hn::ShiftRight<5>(w), hn::Set(du, (1 << kG) - 1)));
+  const VU16 hi = hn::ShiftLeft<3>(hn::And(hn::ShiftRight<5 + kG>(w), hn::Set(du, 31)));
+  const D16 d;
+  return {hn::BitCast(d, kBgr ? hi : lo), hn::BitCast(d, g), hn::BitCast(d, kBgr ? lo : hi),
+          hn::Zero(d)};
+}
+template <bool kBgr, int kG>
+HWY_INLINE void Store(cl::Packed16<kBgr, kG>, const cl::Rows& rows, int x, const Pix& p) {
+  const DU16 du;
+  auto clamp = [&](V16 v) { return hn::BitCast(du, hn::Min(hn::Max(v, K16(0)), K16(255))); };
+  const VU16 lo = hn::ShiftRight<3>(clamp(kBgr ? p.c : p.a));
+  const VU16 g = hn::ShiftRight<8 - kG>(clamp(p.b));
+  const VU16 hi = hn::ShiftRight<3>(clamp(kBgr ? p.a : p.c));
+  const VU16 w = hn::Or(hn::Or(lo, hn::ShiftLeft<5>(g)), hn::ShiftLeft<5 + kG>(hi));
+  hn::StoreU(w, du, reinterpret_cast<uint16_t*>(rows.d[0]) + x);
+}
+
+// N/2 chroma bytes, each repeated for the two pixels of its pair.
+HWY_INLINE V16 LoadPairs(const uint8_t* p) {
+  const hn::Half<DU16> dh;
+  const hn::Rebind<uint8_t, decltype(dh)> dq;
+  const auto c = hn::PromoteTo(dh, hn::LoadU(dq, p));
+  return Widen(hn::BitCast(D8(), hn::Or(c, hn::ShiftLeft<8>(c))));
+}
+
+template <int kN, int kCh, int kCv>
+HWY_INLINE Pix Load(cl::Planes<kN, kCh, kCv>, const cl::Rows& rows, int x) {
+  const D8 d8;
+  Pix p;
+  p.a = Widen(hn::LoadU(d8, rows.s[0] + x));
+  if constexpr (kCh == 2) {
+    p.b = LoadPairs(rows.s[1] + x / 2);
+    p.c = LoadPairs(rows.s[2] + x / 2);
+  } else {
+    p.b = Widen(hn::LoadU(d8, rows.s[1] + x));
+    p.c = Widen(hn::LoadU(d8, rows.s[2] + x));
+  }
+  p.k = kN == 4 ? Widen(hn::LoadU(d8, rows.s[3] + x)) : hn::Zero(D16());
+  return p;
+}
+template <int kN, int kCh, int kCv>
+HWY_INLINE void Store(cl::Planes<kN, kCh, kCv>, const cl::Rows& rows, int x, const Pix& p) {
+  const D8 d8;
+  hn::StoreU(Narrow(p.a), d8, rows.d[0] + x);
+  hn::StoreU(Narrow(p.b), d8, rows.d[1] + x);
+  hn::StoreU(Narrow(p.c), d8, rows.d[2] + x);
+  if constexpr (kN == 4) hn::StoreU(Narrow(p.k), d8, rows.d[3] + x);
+}
+
+HWY_INLINE void Store(cl::Luma, const cl::Rows& rows, int x, const Pix& p) {
+  hn::StoreU(Narrow(p.a), D8(), rows.d[0] + x);
+}
+
+template <bool kPacked>
+HWY_INLINE Pix Load(cl::Cmyk<kPacked>, const cl::Rows& rows, int x) {
+  const D8 d8;
+  V8 c, m, y, k;
+  if constexpr (kPacked) {
+    hn::LoadInterleaved4(d8, rows.s[0] + 4 * x, c, m, y, k);
+  } else {
+    c = hn::LoadU(d8, rows.s[0] + x);
+    m = hn::LoadU(d8, rows.s[1] + x);
+    y = hn::LoadU(d8, rows.s[2] + x);
+    k = hn::LoadU(d8, rows.s[3] + x);
+  }
+  const V16 full = K16(255);
+  return {hn::Sub(full, Widen(c)), hn::Sub(full, Widen(m)), hn::Sub(full, Widen(y)), Widen(k)};
+}
+template <bool kPacked>
+HWY_INLINE void Store(cl::Cmyk<kPacked>, const cl::Rows& rows, int x, const Pix& p) {
+  const D8 d8;
+  const V8 full = hn::Set(d8, 255);
+  const V8 c = hn::Sub(full, Narrow(p.a)), m = hn::Sub(full, Narrow(p.b)),
+           y = hn::Sub(full, Narrow(p.c)), k = Narrow(p.k);
+  if constexpr (kPacked) {
+    hn::StoreInterleaved4(c, m, y, k, d8, rows.d[0] + 4 * x);
+  } else {
+    hn::StoreU(c, d8, rows.d[0] + x);
+    hn::StoreU(m, d8, rows.d[1] + x);
+    hn::StoreU(y, d8, rows.d[2] + x);
+    hn::StoreU(k, d8, rows.d[3] + x);
+  }
+}
+
+// Packed 4:2:2 (x even): as 16-bit lanes, pixel i holds Y_i in its low byte
+// and Cb (even i) or Cr (odd i) in its high byte.
+HWY_INLINE Pix Load(cl::YccC2, const cl::Rows& rows, int x) {
+  const DU16 du;
+  const hn::Repartition<uint32_t, DU16> du32;
+  const VU16 w = hn::LoadU(du, reinterpret_cast<const uint16_t*>(rows.s[0] + 2 * x));
+  const auto c = hn::BitCast(du32, hn::ShiftRight<8>(w));  // Cb | Cr << 16 per pair
+  const auto cb = hn::Or(hn::And(c, hn::Set(du32, 0xFFFFu)), hn::ShiftLeft<16>(c));
+  const auto cr = hn::Or(hn::ShiftRight<16>(c), hn::And(c, hn::Set(du32, 0xFFFF0000u)));
+  const D16 d;
+  return {hn::BitCast(d, hn::And(w, hn::Set(du, 255))), hn::BitCast(d, cb), hn::BitCast(d, cr),
+          hn::Zero(d)};
+}
+
+// ------------------------------------------------------------ forms
+
+HWY_INLINE Pix Apply(cl::FormA15, const Pix& p) {
+  const Pair rg = Zip(p.a, p.b), b1 = Zip(p.c, K16(1));
+  return {Dot3<15>(rg, 9798, 19235, b1, 3736, 16266), Dot3<15>(rg, -5529, -10855, b1, 16384, 4210688),
+          Dot3<15>(rg, 16384, -13720, b1, -2664, 4210704), p.k};
+}
+HWY_INLINE Pix Apply(cl::FormB, const Pix& p) {
+  const Pair rg = Zip(p.a, p.b), b1 = Zip(p.c, K16(1));
+  return {Dot3<14>(rg, 4899, 9617, b1, 1868, 8192), Dot3<14>(rg, -2764, -5428, b1, 8192, 2105344),
+          Dot3<14>(rg, 8192, -6860, b1, -1332, 2105344), p.k};
+}
+HWY_INLINE Pix Apply(cl::FormC, const Pix& p) {
+  // 38470 does not fit a signed 16-bit weight, nor 32768 the rounding one:
+  // G and the constant lane are doubled instead.
+  const Pair rg2 = Zip(p.a, hn::Add(p.b, p.b)), b2 = Zip(p.c, K16(2));
+  const V32 zero = hn::Zero(D32());
+  const V16 w0 = Weights(19595, 19235), w1 = Weights(7471, 16384);
+  const V16 y = Pack<16>(Madd(b2.lo, w1, Madd(rg2.lo, w0, zero)), Madd(b2.hi, w1, Madd(rg2.hi, w0, zero)));
+  return {y, Dot1<15>(Zip(hn::Sub(p.c, y), K16(1)), 18491, 4210688),
+          Dot1<15>(Zip(hn::Sub(p.a, y), K16(1)), 23373, 4210688), p.k};
+}
+HWY_INLINE Pix Apply(cl::FormD, const Pix& p) {
+  const V16 y = Dot3<15>(Zip(p.a, p.b), 9798, 19235, Zip(p.c, K16(1)), 3736, 16266);
+  return {y, y, y, y};
+}
+HWY_INLINE Pix Apply(cl::FormE, const Pix& p) {
+  const D16 d;
+  const D32 d32;
+  const hn::Repartition<float, D16> df;
+  const hn::Half<D16> dh;
+  auto luma = [&](hn::Vec<decltype(dh)> r, hn::Vec<decltype(dh)> g, hn::Vec<decltype(dh)> b) {
+    const auto s0 = hn::Mul(hn::Set(df, cl::FormE::kR), hn::ConvertTo(df, hn::PromoteTo(d32, r)));
+    const auto s1 = hn::Mul(hn::Set(df, cl::FormE::kG), hn::ConvertTo(df, hn::PromoteTo(d32, g)));
+    const auto s2 = hn::Mul(hn::Set(df, cl::FormE::kB), hn::ConvertTo(df, hn::PromoteTo(d32, b)));
+    return hn::DemoteTo(dh, hn::NearestInt(hn::Add(hn::Add(s0, s1), s2)));
+  };
+  const auto lo = luma(hn::LowerHalf(dh, p.a), hn::LowerHalf(dh, p.b), hn::LowerHalf(dh, p.c));
+  const auto hi = luma(hn::UpperHalf(dh, p.a), hn::UpperHalf(dh, p.b), hn::UpperHalf(dh, p.c));
+  const V16 y = hn::Combine(d, hi, lo);
+  return {y, y, y, y};
+}
+
+// Form H luma at scale 64: floor(s*w/256) per weight, unsigned saturating.
+template <class D>
+HWY_INLINE hn::Vec<D> HLuma(D du, hn::Vec<D> r, hn::Vec<D> g, hn::Vec<D> b) {
+  auto term = [&](hn::Vec<D> s, int w) {
+    return hn::MulHigh(hn::ShiftLeft<8>(s), hn::Set(du, uint16_t(w)));
+  };
+  const auto sum = hn::SaturatedAdd(hn::SaturatedAdd(term(r, 4899), term(g, 9617)), term(b, 1868));
+  return hn::ShiftRight<6>(hn::SaturatedAdd(sum, hn::Set(du, 32)));
+}
+// Form H chroma at scale 32 from group sums already placed as S*(128/n).
+template <class D>
+HWY_INLINE void HChroma(D du, hn::Vec<D> r, hn::Vec<D> g, hn::Vec<D> b,
+                        hn::Vec<hn::RebindToSigned<D>>& cb, hn::Vec<hn::RebindToSigned<D>>& cr) {
+  const hn::RebindToSigned<D> di;
+  auto term = [&](hn::Vec<D> s, int w) {
+    return hn::BitCast(di, hn::MulHigh(s, hn::Set(du, uint16_t(w))));
+  };
+  const auto offset = hn::Set(di, int16_t(4112));
+  cb = hn::ShiftRight<5>(hn::SaturatedSub(
+      hn::SaturatedSub(hn::SaturatedAdd(offset, term(b, 8192)), term(r, 2765)), term(g, 5427)));
+  cr = hn::ShiftRight<5>(hn::SaturatedSub(
+      hn::SaturatedSub(hn::SaturatedAdd(offset, term(r, 8192)), term(g, 6860)), term(b, 1332)));
+}
+HWY_INLINE Pix Apply(cl::FormH, const Pix& p) {
+  const DU16 du;
+  const VU16 r = hn::BitCast(du, p.a), g = hn::BitCast(du, p.b), b = hn::BitCast(du, p.c);
+  Pix o;
+  o.a = hn::BitCast(D16(), HLuma(du, r, g, b));
+  HChroma(du, hn::ShiftLeft<7>(r), hn::ShiftLeft<7>(g), hn::ShiftLeft<7>(b), o.b, o.c);
+  o.k = p.k;
+  return o;
+}
+
+HWY_INLINE Pix Apply(cl::FormF, const Pix& p) {
+  const V16 one = K16(1);
+  const V16 r = Dot1<14>(Zip(p.c, one), 22970, -2932015);
+  const V16 g = Dot2<14>(Zip(p.b, p.c), -5638, -11700, 2227566);
+  const V16 b = Dot1<14>(Zip(p.b, one), 29032, -3707961);
+  return {hn::SaturatedAdd(p.a, r), hn::SaturatedAdd(p.a, g), hn::SaturatedAdd(p.a, b), p.k};
+}
+HWY_INLINE Pix Apply(cl::FormG, const Pix& p) {
+  const V16 one = K16(1);
+  const V16 r = Dot1<14>(Zip(p.c, one), 22970, -2932015);
+  const V16 g = Dot2<14>(Zip(p.b, p.c), 5638, 11700, -2211182);
+  const V16 b = Dot1<14>(Zip(p.b, one), 29032, -3708561);
+  return {hn::SaturatedAdd(p.a, r), hn::SaturatedSub(p.a, g), hn::SaturatedAdd(p.a, b), p.k};
+}
+HWY_INLINE Pix Apply(cl::FormI, const Pix& p) {
+  const V16 y16 = hn::ShiftLeft<4>(p.a), cb7 = hn::ShiftLeft<7>(p.b), cr7 = hn::ShiftLeft<7>(p.c);
+  const V16 r = hn::SaturatedAdd(
+      hn::SaturatedSub(hn::SaturatedAdd(y16, hn::MulHigh(cr7, K16(11485))), K16(2871)), K16(8));
+  const V16 t = hn::SaturatedAdd(hn::MulHigh(cb7, K16(2819)), hn::MulHigh(cr7, K16(5850)));
+  const V16 g = hn::SaturatedAdd(hn::SaturatedSub(hn::SaturatedAdd(y16, K16(2167)), t), K16(8));
+  const V16 b = hn::SaturatedAdd(
+      hn::SaturatedSub(hn::SaturatedAdd(y16, hn::MulHigh(cb7, K16(14516))), K16(3629)), K16(8));
+  return {hn::ShiftRight<4>(r), hn::ShiftRight<4>(g), hn::ShiftRight<4>(b), p.k};
+}
+HWY_INLINE Pix Apply(cl::FormJ, const Pix& p) {
+  // Every sum here stays far inside 16 bits, so plain adds are exact.
+  const V16 cb7 = hn::ShiftLeft<7>(p.b), cr7 = hn::ShiftLeft<7>(p.c);
+  const V16 r = hn::ShiftRight<5>(hn::MulHigh(cr7, K16(22970)));
+  const V16 g = hn::ShiftRight<5>(
+      hn::SaturatedAdd(hn::MulHigh(cr7, K16(-11700)), hn::MulHigh(cb7, K16(-5638))));
+  const V16 b = hn::ShiftRight<5>(hn::MulHigh(cb7, K16(29032)));
+  return {hn::Add(p.a, hn::Sub(r, K16(179))), hn::Add(p.a, hn::Add(g, K16(135))),
+          hn::Add(p.a, hn::Sub(b, K16(226))), p.k};
+}
+
+// ------------------------------------------------------------ rows
+
+HWY_INLINE int Lanes() { return int(hn::Lanes(D16())); }
+
+// body(x) on vectors covering [x0, x1) when it holds at least one vector;
+// returns the first column left for the scalar kernel.
+template <class Body>
+HWY_INLINE int Vectors(int x0, int x1, Body body) {
+  const int n = Lanes();
+  if (x1 - x0 < n) return x0;
+  int x = x0;
+  for (; x + n <= x1; x += n) body(x);
+  if (x < x1) body(x1 - n);
+  return x1;
+}
+
+template <class Src, class Form, class Dst>
+HWY_INLINE void Pixels(const cl::Rows& r, int x) {
+  Store(Dst{}, r, x, Apply(Form{}, Load(Src{}, r, x)));
+}
+
+// Sums of horizontal pixel pairs of a byte vector, as N/2 16-bit lanes.
+HWY_INLINE auto PairSums(V8 v) {
+  const hn::Repartition<uint16_t, D8> dh;
+  const auto w = hn::BitCast(dh, v);
+  return hn::Add(hn::And(w, hn::Set(dh, 0xFF)), hn::ShiftRight<8>(w));
+}
+
+// 411 / 422 forward, x even: luma of each row, chroma of the pairs (or 2x2
+// blocks) of N pixels.
+template <class Src>
+HWY_INLINE void Subsampled(const cl::Rows& r, int x) {
+  const DU16 du;
+  const hn::Repartition<uint16_t, D8> dh;
+  const hn::Rebind<uint8_t, decltype(dh)> dq;
+  hn::Vec<decltype(dh)> sr, sg, sb;
+  for (int k = 0; k < r.rows; ++k) {
+    V8 r8, g8, b8;
+    LoadBytes(Src{}, r.s[k], x, r8, g8, b8);
+    const auto y = HLuma(du, hn::PromoteTo(du, r8), hn::PromoteTo(du, g8), hn::PromoteTo(du, b8));
+    hn::StoreU(Narrow(hn::BitCast(D16(), y)), D8(), (k == 0 ? r.d[0] : r.d[3]) + x);
+    if (k == 0) {
+      sr = PairSums(r8), sg = PairSums(g8), sb = PairSums(b8);
+    } else {
+      sr = hn::Add(sr, PairSums(r8)), sg = hn::Add(sg, PairSums(g8)), sb = hn::Add(sb, PairSums(b8));
+    }
+  }
+  // Sums of 2 pixels go in as S*64, of 4 as S*32.
+  if (r.rows == 2) {
+    sr = hn::ShiftLeft<5>(sr), sg = hn::ShiftLeft<5>(sg), sb = hn::ShiftLeft<5>(sb);
+  } else {
+    sr = hn::ShiftLeft<6>(sr), sg = hn::ShiftLeft<6>(sg), sb = hn::ShiftLeft<6>(sb);
+  }
+  hn::Vec<hn::RebindToSigned<decltype(dh)>> cb, cr;
+  HChroma(dh, sr, sg, sb, cb, cr);
+  hn::StoreU(hn::DemoteTo(dq, cb), dq, r.d[1] + x / 2);
+  hn::StoreU(hn::DemoteTo(dq, cr), dq, r.d[2] + x / 2);
+}
+
+// The vector row of a member.
+template <class M>
+void Row(const cl::Rows& r, int w) {
+  using Src = typename M::Src;
+  using Form = typename M::Form;
+  using Dst = typename M::Dst;
+  if constexpr (std::is_same_v<Form, cl::FormA>) {
+    const int groups = cl::FormAGroups(w);
+    const int done = Vectors(0, groups, [&](int x) { Pixels<Src, cl::FormA15, Dst>(r, x); });
+    cl::PixelsRef<Src, cl::FormA15, Dst>(r, done, groups);
+    cl::PixelsRef<Src, cl::FormB, Dst>(r, groups, w);
+  } else if constexpr (cl::kSubsampledFwd<M>) {
+    const int done = Vectors(0, w & ~1, [&](int x) { Subsampled<Src>(r, x); });
+    cl::SubsampledRef<Src>(r, done, w);
+  } else if constexpr (std::is_same_v<Src, cl::Ycc422> || std::is_same_v<Src, cl::Ycc411> ||
+                       std::is_same_v<Src, cl::YccC2>) {
+    // Vectors start on even columns so that each meets whole chroma pairs.
+    const int done = Vectors(0, w & ~1, [&](int x) { Pixels<Src, Form, Dst>(r, x); });
+    cl::PixelsRef<Src, Form, Dst>(r, done, w);
+  } else {
+    const int done = Vectors(0, w, [&](int x) { Pixels<Src, Form, Dst>(r, x); });
+    cl::PixelsRef<Src, Form, Dst>(r, done, w);
+  }
+}
+
+template <class M>
+using Entry = cl::Entry<M, &Row<M>>;
+
+}  // namespace color_simd
+}  // namespace HWY_NAMESPACE
+}  // namespace rvt
+HWY_AFTER_NAMESPACE();
+
+#endif  // RVT_JPEG_COLOR_INL_H_
