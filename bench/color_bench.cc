@@ -41,12 +41,13 @@ template <class Fn, class Call>
 void Time(benchmark::State& s, Fn fn, int threads, size_t read, size_t written, Call call) {
   const int32_t old = rvtSetNumThreads(threads);
   const double mc = bench::MemcpyNs((read + written) / 2);
+  bench::LoopTimer timer;
   for (auto _ : s) {
     call(fn);
     benchmark::ClobberMemory();
   }
   rvtSetNumThreads(old);
-  bench::ReportBytes(s, read, written, mc);
+  bench::ReportBytes(s, timer, read, written, mc);
 }
 
 // Interleaved bpp-byte pixels to planes (luma plus chroma of `chroma`
@@ -108,21 +109,23 @@ int Register() {
       const int old = cv::getNumThreads();
       cv::setNumThreads(threads);
       const double mc = bench::MemcpyNs(3 * kPixels);
+      bench::LoopTimer timer;
       for (auto _ : s) {
         cv::cvtColor(src, dst, cv::COLOR_RGB2YCrCb);
         benchmark::ClobberMemory();
       }
       cv::setNumThreads(old);
-      bench::ReportBytes(s, 3 * kPixels, 3 * kPixels, mc);
+      bench::ReportBytes(s, timer, 3 * kPixels, 3 * kPixels, mc);
     })->UseRealTime();
 #endif
     benchmark::RegisterBenchmark(("memcpy_3_bytes_per_pixel" + t).c_str(), [](benchmark::State& s) {
       static std::vector<uint8_t> a(3 * kPixels, 1), b(3 * kPixels);
+      bench::LoopTimer timer;
       for (auto _ : s) {
         std::memcpy(b.data(), a.data(), a.size());
         benchmark::ClobberMemory();
       }
-      bench::ReportBytes(s, a.size(), b.size(), 0);
+      bench::ReportBytes(s, timer, a.size(), b.size(), 0);
     })->UseRealTime();
   }
   return 0;

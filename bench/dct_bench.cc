@@ -56,6 +56,7 @@ void Register(const std::string& name, const Impl<Fn>& impl, Pass pass) {
     const double ref_ns = BestNsPerBlock(test::Reference(impl), pass);
     // Best pass: the machines are shared, preempted passes are discarded.
     double ns = 1e300;
+    bench::LoopTimer timer;
     for (auto _ : s) {
       const auto t0 = std::chrono::steady_clock::now();
       pass(fn);

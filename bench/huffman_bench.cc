@@ -209,6 +209,7 @@ int Register() {
   bench::RegisterTargets("HuffEncode4K", impl_rvtiEncodeHuffman8x8_JPEG_16s1u_C1,
                          [](benchmark::State& s, EncFn fn) {
                            std::vector<uint8_t> out(TheFrame().nblocks() * 200);
+                           bench::LoopTimer timer;
                            for (auto _ : s) {
                              benchmark::DoNotOptimize(EncodeFrame(fn, out));
                              benchmark::ClobberMemory();
@@ -221,6 +222,7 @@ int Register() {
                            const int len = EncodeFrame(
                                test::Reference(impl_rvtiEncodeHuffman8x8_JPEG_16s1u_C1), in);
                            std::vector<int16_t> out(TheFrame().blocks.size());
+                           bench::LoopTimer timer;
                            for (auto _ : s) {
                              DecodeFrame(fn, in, len, out);
                              benchmark::ClobberMemory();

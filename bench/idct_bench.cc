@@ -49,6 +49,7 @@ double BestNsPerBlock(Body body) {
 
 template <class Body>
 void Run(benchmark::State& s, Body body, double ref_ns) {
+  bench::LoopTimer timer;
   for (auto _ : s) {
     for (int b = 0; b < kBlocks; ++b) body(b);
     benchmark::ClobberMemory();
