@@ -46,6 +46,34 @@ HWY_INLINE V16 Widen(V8 v) { return hn::PromoteTo(D16(), v); }
 HWY_INLINE V8 Narrow(V16 v) { return hn::DemoteTo(D8(), v); }
 HWY_INLINE V16 K16(int v) { return hn::Set(D16(), int16_t(v)); }
 
+// The wide path: 2N pixels per step from full byte vectors.  Bytes widen
+// within each 128-bit block (ZipLower / ZipUpper with zero) and pack back
+// the same way, so the lane order never has to cross blocks; the forms are
+// lane-wise and do not mind the order.
+using DB = hn::Repartition<uint8_t, D16>;
+using VB = hn::Vec<DB>;
+struct Wide {
+  V16 lo, hi;
+};
+HWY_INLINE Wide Unzip(VB v) {
+  const DU16 du;
+  const VB zero = hn::Zero(DB());
+  return {hn::BitCast(D16(), hn::ZipLower(du, v, zero)), hn::BitCast(D16(), hn::ZipUpper(du, v, zero))};
+}
+// Bytes with unsigned saturation (the clamp to 0..255), block by block: the
+// inverse of Unzip.
+HWY_INLINE VB Rezip(V16 lo, V16 hi) {
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+  return VB{_mm512_packus_epi16(lo.raw, hi.raw)};
+#elif HWY_TARGET == HWY_AVX2
+  return VB{_mm256_packus_epi16(lo.raw, hi.raw)};
+#elif HWY_TARGET == HWY_SSSE3 || HWY_TARGET == HWY_SSE4
+  return VB{_mm_packus_epi16(lo.raw, hi.raw)};
+#else
+#error "colour kernels are written for x86 targets"
+#endif
+}
+
 // ------------------------------------------------------------ 32-bit sums
 
 // Two channels interleaved lane by lane (within each 128-bit block), so a
@@ -244,6 +272,120 @@ HWY_INLINE Pix Load(cl::YccC2, const cl::Rows& rows, int x) {
           hn::Zero(d)};
 }
 
+// ------------------------------------------------------------ wide layouts
+
+struct WPix {
+  Pix lo, hi;
+};
+HWY_INLINE void Split(VB a, VB b, VB c, VB k, WPix& p) {
+  const Wide wa = Unzip(a), wb = Unzip(b), wc = Unzip(c), wk = Unzip(k);
+  p.lo = {wa.lo, wb.lo, wc.lo, wk.lo};
+  p.hi = {wa.hi, wb.hi, wc.hi, wk.hi};
+}
+
+template <int kBpp, int kR, int kB>
+HWY_INLINE void LoadWideBytes(cl::Packed8<kBpp, kR, kB>, const uint8_t* row, int x, VB& r, VB& g,
+                              VB& b) {
+  const DB db;
+  VB c0, c1, c2, c3;
+  if constexpr (kBpp == 3) {
+    hn::LoadInterleaved3(db, row + 3 * x, c0, c1, c2);
+  } else {
+    hn::LoadInterleaved4(db, row + 4 * x, c0, c1, c2, c3);
+  }
+  r = kR == 0 ? c0 : c2;
+  g = c1;
+  b = kR == 0 ? c2 : c0;
+}
+template <int kBpp, int kR, int kB>
+HWY_INLINE WPix LoadWide(cl::Packed8<kBpp, kR, kB> l, const cl::Rows& rows, int x) {
+  VB r, g, b;
+  LoadWideBytes(l, rows.s[0], x, r, g, b);
+  WPix p;
+  Split(r, g, b, r, p);
+  return p;
+}
+template <int kBpp, int kR, int kB>
+HWY_INLINE void StoreWide(cl::Packed8<kBpp, kR, kB>, const cl::Rows& rows, int x, const WPix& p) {
+  const DB db;
+  const VB r = Rezip(p.lo.a, p.hi.a), g = Rezip(p.lo.b, p.hi.b), b = Rezip(p.lo.c, p.hi.c);
+  if constexpr (kBpp == 3) {
+    hn::StoreInterleaved3(kR == 0 ? r : b, g, kR == 0 ? b : r, db, rows.d[0] + 3 * x);
+  } else {
+    hn::StoreInterleaved4(kR == 0 ? r : b, g, kR == 0 ? b : r, hn::Set(db, rows.aval), db,
+                          rows.d[0] + 4 * x);
+  }
+}
+
+// N chroma bytes, each repeated for the two pixels of its pair: 2N bytes.
+HWY_INLINE VB LoadPairsWide(const uint8_t* p) {
+  const DU16 du;
+  const auto c = hn::PromoteTo(du, hn::LoadU(D8(), p));
+  return hn::BitCast(DB(), hn::Or(c, hn::ShiftLeft<8>(c)));
+}
+template <int kN, int kCh, int kCv>
+HWY_INLINE WPix LoadWide(cl::Planes<kN, kCh, kCv>, const cl::Rows& rows, int x) {
+  const DB db;
+  const VB y = hn::LoadU(db, rows.s[0] + x);
+  const VB cb = kCh == 2 ? LoadPairsWide(rows.s[1] + x / 2) : hn::LoadU(db, rows.s[1] + x);
+  const VB cr = kCh == 2 ? LoadPairsWide(rows.s[2] + x / 2) : hn::LoadU(db, rows.s[2] + x);
+  WPix p;
+  Split(y, cb, cr, kN == 4 ? hn::LoadU(db, rows.s[3] + x) : y, p);
+  return p;
+}
+template <int kN, int kCh, int kCv>
+HWY_INLINE void StoreWide(cl::Planes<kN, kCh, kCv>, const cl::Rows& rows, int x, const WPix& p) {
+  const DB db;
+  hn::StoreU(Rezip(p.lo.a, p.hi.a), db, rows.d[0] + x);
+  hn::StoreU(Rezip(p.lo.b, p.hi.b), db, rows.d[1] + x);
+  hn::StoreU(Rezip(p.lo.c, p.hi.c), db, rows.d[2] + x);
+  if constexpr (kN == 4) hn::StoreU(Rezip(p.lo.k, p.hi.k), db, rows.d[3] + x);
+}
+
+HWY_INLINE void StoreWide(cl::Luma, const cl::Rows& rows, int x, const WPix& p) {
+  hn::StoreU(Rezip(p.lo.a, p.hi.a), DB(), rows.d[0] + x);
+}
+
+template <bool kPacked>
+HWY_INLINE WPix LoadWide(cl::Cmyk<kPacked>, const cl::Rows& rows, int x) {
+  const DB db;
+  VB c, m, y, k;
+  if constexpr (kPacked) {
+    hn::LoadInterleaved4(db, rows.s[0] + 4 * x, c, m, y, k);
+  } else {
+    c = hn::LoadU(db, rows.s[0] + x);
+    m = hn::LoadU(db, rows.s[1] + x);
+    y = hn::LoadU(db, rows.s[2] + x);
+    k = hn::LoadU(db, rows.s[3] + x);
+  }
+  const VB full = hn::Set(db, 255);
+  WPix p;
+  Split(hn::Sub(full, c), hn::Sub(full, m), hn::Sub(full, y), k, p);
+  return p;
+}
+template <bool kPacked>
+HWY_INLINE void StoreWide(cl::Cmyk<kPacked>, const cl::Rows& rows, int x, const WPix& p) {
+  const DB db;
+  const VB full = hn::Set(db, 255);
+  const VB c = hn::Sub(full, Rezip(p.lo.a, p.hi.a)), m = hn::Sub(full, Rezip(p.lo.b, p.hi.b)),
+           y = hn::Sub(full, Rezip(p.lo.c, p.hi.c)), k = Rezip(p.lo.k, p.hi.k);
+  if constexpr (kPacked) {
+    hn::StoreInterleaved4(c, m, y, k, db, rows.d[0] + 4 * x);
+  } else {
+    hn::StoreU(c, db, rows.d[0] + x);
+    hn::StoreU(m, db, rows.d[1] + x);
+    hn::StoreU(y, db, rows.d[2] + x);
+    hn::StoreU(k, db, rows.d[3] + x);
+  }
+}
+
+// Layouts with a wide path (16-bit words and packed 4:2:2 keep N pixels
+// per step: their lanes arrive in pixel order).
+template <class L>
+inline constexpr bool kWideIn = requires(const cl::Rows& r) { LoadWide(L{}, r, 0); };
+template <class L>
+inline constexpr bool kWideOut = requires(const cl::Rows& r, const WPix& p) { StoreWide(L{}, r, 0, p); };
+
 // ------------------------------------------------------------ forms
 
 HWY_INLINE Pix Apply(cl::FormA15, const Pix& p) {
@@ -359,11 +501,10 @@ HWY_INLINE Pix Apply(cl::FormJ, const Pix& p) {
 
 HWY_INLINE int Lanes() { return int(hn::Lanes(D16())); }
 
-// body(x) on vectors covering [x0, x1) when it holds at least one vector;
-// returns the first column left for the scalar kernel.
+// body(x) on steps of n pixels covering [x0, x1) when it holds at least
+// one step; returns the first column left over.
 template <class Body>
-HWY_INLINE int Vectors(int x0, int x1, Body body) {
-  const int n = Lanes();
+HWY_INLINE int Steps(int n, int x0, int x1, Body body) {
   if (x1 - x0 < n) return x0;
   int x = x0;
   for (; x + n <= x1; x += n) body(x);
@@ -375,27 +516,48 @@ template <class Src, class Form, class Dst>
 HWY_INLINE void Pixels(const cl::Rows& r, int x) {
   Store(Dst{}, r, x, Apply(Form{}, Load(Src{}, r, x)));
 }
+template <class Src, class Form, class Dst>
+HWY_INLINE void PixelsWide(const cl::Rows& r, int x) {
+  const WPix in = LoadWide(Src{}, r, x);
+  StoreWide(Dst{}, r, x, WPix{Apply(Form{}, in.lo), Apply(Form{}, in.hi)});
+}
 
-// Sums of horizontal pixel pairs of a byte vector, as N/2 16-bit lanes.
-HWY_INLINE auto PairSums(V8 v) {
-  const hn::Repartition<uint16_t, D8> dh;
+// Pixels [x0, x1): 2N at a time where the layouts allow, else N at a time,
+// and what is left by the scalar kernel.
+template <class Src, class Form, class Dst>
+HWY_INLINE void Span(const cl::Rows& r, int x0, int x1) {
+  int done = x0;
+  if constexpr (kWideIn<Src> && kWideOut<Dst>) {
+    done = Steps(2 * Lanes(), x0, x1, [&](int x) { PixelsWide<Src, Form, Dst>(r, x); });
+  }
+  if (done == x0) done = Steps(Lanes(), x0, x1, [&](int x) { Pixels<Src, Form, Dst>(r, x); });
+  cl::PixelsRef<Src, Form, Dst>(r, done, x1);
+}
+
+// Sums of horizontal pixel pairs of a byte vector, as 16-bit lanes in
+// pair order.
+template <class V>
+HWY_INLINE auto PairSums(V v) {
+  const hn::Repartition<uint16_t, hn::DFromV<V>> dh;
   const auto w = hn::BitCast(dh, v);
   return hn::Add(hn::And(w, hn::Set(dh, 0xFF)), hn::ShiftRight<8>(w));
 }
 
-// 411 / 422 forward, x even: luma of each row, chroma of the pairs (or 2x2
-// blocks) of N pixels.
+// 411 / 422 forward, 2N pixels from x (even): luma of each row, chroma of
+// the N pairs (or 2x2 blocks).
 template <class Src>
 HWY_INLINE void Subsampled(const cl::Rows& r, int x) {
   const DU16 du;
-  const hn::Repartition<uint16_t, D8> dh;
-  const hn::Rebind<uint8_t, decltype(dh)> dq;
-  hn::Vec<decltype(dh)> sr, sg, sb;
+  VU16 sr, sg, sb;
   for (int k = 0; k < r.rows; ++k) {
-    V8 r8, g8, b8;
-    LoadBytes(Src{}, r.s[k], x, r8, g8, b8);
-    const auto y = HLuma(du, hn::PromoteTo(du, r8), hn::PromoteTo(du, g8), hn::PromoteTo(du, b8));
-    hn::StoreU(Narrow(hn::BitCast(D16(), y)), D8(), (k == 0 ? r.d[0] : r.d[3]) + x);
+    VB r8, g8, b8;
+    LoadWideBytes(Src{}, r.s[k], x, r8, g8, b8);
+    const Wide wr = Unzip(r8), wg = Unzip(g8), wb = Unzip(b8);
+    auto luma = [&](V16 a, V16 b, V16 c) {
+      return hn::BitCast(D16(), HLuma(du, hn::BitCast(du, a), hn::BitCast(du, b), hn::BitCast(du, c)));
+    };
+    hn::StoreU(Rezip(luma(wr.lo, wg.lo, wb.lo), luma(wr.hi, wg.hi, wb.hi)), DB(),
+               (k == 0 ? r.d[0] : r.d[3]) + x);
     if (k == 0) {
       sr = PairSums(r8), sg = PairSums(g8), sb = PairSums(b8);
     } else {
@@ -408,10 +570,10 @@ HWY_INLINE void Subsampled(const cl::Rows& r, int x) {
   } else {
     sr = hn::ShiftLeft<6>(sr), sg = hn::ShiftLeft<6>(sg), sb = hn::ShiftLeft<6>(sb);
   }
-  hn::Vec<hn::RebindToSigned<decltype(dh)>> cb, cr;
-  HChroma(dh, sr, sg, sb, cb, cr);
-  hn::StoreU(hn::DemoteTo(dq, cb), dq, r.d[1] + x / 2);
-  hn::StoreU(hn::DemoteTo(dq, cr), dq, r.d[2] + x / 2);
+  V16 cb, cr;
+  HChroma(du, sr, sg, sb, cb, cr);
+  hn::StoreU(Narrow(cb), D8(), r.d[1] + x / 2);
+  hn::StoreU(Narrow(cr), D8(), r.d[2] + x / 2);
 }
 
 // The vector row of a member.
@@ -422,20 +584,18 @@ void Row(const cl::Rows& r, int w) {
   using Dst = typename M::Dst;
   if constexpr (std::is_same_v<Form, cl::FormA>) {
     const int groups = cl::FormAGroups(w);
-    const int done = Vectors(0, groups, [&](int x) { Pixels<Src, cl::FormA15, Dst>(r, x); });
-    cl::PixelsRef<Src, cl::FormA15, Dst>(r, done, groups);
+    Span<Src, cl::FormA15, Dst>(r, 0, groups);
     cl::PixelsRef<Src, cl::FormB, Dst>(r, groups, w);
   } else if constexpr (cl::kSubsampledFwd<M>) {
-    const int done = Vectors(0, w & ~1, [&](int x) { Subsampled<Src>(r, x); });
+    const int done = Steps(2 * Lanes(), 0, w & ~1, [&](int x) { Subsampled<Src>(r, x); });
     cl::SubsampledRef<Src>(r, done, w);
   } else if constexpr (std::is_same_v<Src, cl::Ycc422> || std::is_same_v<Src, cl::Ycc411> ||
                        std::is_same_v<Src, cl::YccC2>) {
-    // Vectors start on even columns so that each meets whole chroma pairs.
-    const int done = Vectors(0, w & ~1, [&](int x) { Pixels<Src, Form, Dst>(r, x); });
-    cl::PixelsRef<Src, Form, Dst>(r, done, w);
+    // Steps start on even columns so that each meets whole chroma pairs.
+    Span<Src, Form, Dst>(r, 0, w & ~1);
+    cl::PixelsRef<Src, Form, Dst>(r, w & ~1, w);
   } else {
-    const int done = Vectors(0, w, [&](int x) { Pixels<Src, Form, Dst>(r, x); });
-    cl::PixelsRef<Src, Form, Dst>(r, done, w);
+    Span<Src, Form, Dst>(r, 0, w);
   }
 }
 
