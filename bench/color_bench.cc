@@ -15,18 +15,24 @@ namespace {
 constexpr int kW = 3840, kH = 2160;
 constexpr size_t kPixels = size_t(kW) * kH;
 
-// Frame buffers shared by every benchmark: an interleaved image (up to 4
-// bytes a pixel) and three full-size planes, filled with a smooth picture
-// so that nothing saturates unrealistically.
+// Frame buffers shared by every benchmark, 64-byte aligned as rvtMalloc
+// gives them: an interleaved image (up to 4 bytes a pixel) and three
+// full-size planes, filled with a smooth picture so that nothing
+// saturates unrealistically.
+struct Buffer {
+  uint8_t* p;
+  explicit Buffer(size_t n) : p(static_cast<uint8_t*>(rvtMalloc(int32_t(n)))) {}
+  ~Buffer() { rvtFree(p); }
+  uint8_t* data() { return p; }
+};
 struct Frame {
-  std::vector<uint8_t> packed, planes[3];
+  Buffer packed{4 * kPixels}, planes[3] = {Buffer(kPixels), Buffer(kPixels), Buffer(kPixels)};
   uint8_t* p[3];
   const uint8_t* c[3];
-  Frame() : packed(4 * kPixels) {
-    for (size_t i = 0; i < packed.size(); ++i) packed[i] = uint8_t((i * 7 + i / 4096) % 251);
+  Frame() {
+    for (size_t i = 0; i < 4 * kPixels; ++i) packed.p[i] = uint8_t((i * 7 + i / 4096) % 251);
     for (int k = 0; k < 3; ++k) {
-      planes[k].resize(kPixels);
-      for (size_t i = 0; i < kPixels; ++i) planes[k][i] = uint8_t((i * (k + 3) + i / 3840) % 253);
+      for (size_t i = 0; i < kPixels; ++i) planes[k].p[i] = uint8_t((i * (k + 3) + i / 3840) % 253);
       p[k] = planes[k].data();
       c[k] = p[k];
     }

@@ -219,23 +219,40 @@ TEST(Color, EveryMemberMatchesReferenceOnEveryTarget) {
   }
 }
 
-// A 4K frame in flat buffers: output buffers start with the same pattern,
-// so one comparison of whole buffers (rows, row padding and the guard
-// areas around them) checks both values and stray writes.
+// Frames larger than the caches (the vector kernels stream their stores
+// there) in flat buffers with 64-byte aligned rows: output buffers start
+// with the same pattern, so one comparison of whole buffers (rows, row
+// padding and the guard areas around them) checks values and stray writes.
+// 3833 columns leave a ragged, unaligned last step on every row.
 TEST(Color, FullFrame) {
   test::Rng rng(32);
-  const int w = 3840, h = 2160, pad = 32, guard = 4096;
-  for (const char* name : {"rvtiRGBToYCbCr_JPEG_8u_C3P3R", "rvtiYCbCrToRGB_JPEG_8u_P3C3R"}) {
-    const Subject& m = SubjectNamed(name);
+  const int guard = 4096;
+  struct Frame {
+    const char* name;
+    int w, h;
+  };
+  for (const Frame& f : {Frame{"rvtiRGBToYCbCr_JPEG_8u_C3P3R", 3840, 2160},
+                         Frame{"rvtiYCbCrToRGB_JPEG_8u_P3C3R", 3840, 2160},
+                         Frame{"rvtiRGBToYCbCr_JPEG_8u_C3P3R", 3833, 1400}}) {
+    const Subject& m = SubjectNamed(f.name);
     const Side src_shape = m.make_src(1, 1, 0, 0), dst_shape = m.make_dst(1, 1, 0, 0);
     auto flat = [&](const Side& shape, std::vector<std::vector<uint8_t>>& bufs, Ptrs& ptrs) {
       const int bpp = shape.planes[0].width();  // bytes per pixel of plane 0
-      ptrs.step = bpp * w + pad;
-      bufs.assign(shape.planes.size(), std::vector<uint8_t>(size_t(ptrs.step) * h + 2 * guard));
+      ptrs.step = (bpp * f.w + 63) / 64 * 64;
+      bufs.assign(shape.planes.size(), std::vector<uint8_t>(size_t(ptrs.step) * f.h + 2 * guard + 64));
       for (size_t i = 0; i < bufs.size(); ++i) {
-        for (size_t k = 0; k < bufs[i].size(); ++k) bufs[i][k] = test::GuardByte(k);
-        ptrs.p[i] = bufs[i].data() + guard;
+        uint8_t* p = bufs[i].data() + guard;
+        ptrs.p[i] = p + (64 - reinterpret_cast<uintptr_t>(p) % 64) % 64;
+        // The pattern is laid out from the aligned first pixel.
+        for (size_t k = 0; k < bufs[i].size(); ++k) {
+          bufs[i][k] = test::GuardByte(k + (1 << 20) - size_t(ptrs.p[i] - bufs[i].data()));
+        }
       }
+    };
+    // The bytes from `guard` before the first pixel to `guard` after the last row.
+    auto window = [&](const std::vector<uint8_t>& b, const Ptrs& ptrs, size_t i) {
+      const uint8_t* first = ptrs.p[i] - guard;
+      return std::vector<uint8_t>(first, first + size_t(ptrs.step) * f.h + guard);
     };
     std::vector<std::vector<uint8_t>> src, want;
     Ptrs sp, wp;
@@ -243,19 +260,20 @@ TEST(Color, FullFrame) {
     for (auto& b : src)
       for (auto& v : b) v = uint8_t(rng.Uniform(0, 255));
     flat(dst_shape, want, wp);
-    ASSERT_EQ(m.ref()(sp, wp, {w, h}, Call{}), rvtStatusOk);
+    ASSERT_EQ(m.ref()(sp, wp, {f.w, f.h}, Call{}), rvtStatusOk);
     test::WithThreads({1, 2}, [&](int threads) {
       for (size_t t = 0; t + 1 < m.targets.size(); ++t) {
         std::vector<std::vector<uint8_t>> got;
         Ptrs gp;
         flat(dst_shape, got, gp);
-        ASSERT_EQ(m.targets[t].second(sp, gp, {w, h}, Call{}), rvtStatusOk);
+        ASSERT_EQ(m.targets[t].second(sp, gp, {f.w, f.h}, Call{}), rvtStatusOk);
         for (size_t i = 0; i < got.size(); ++i) {
-          const auto diff = std::mismatch(want[i].begin(), want[i].end(), got[i].begin());
-          ASSERT_TRUE(diff.first == want[i].end())
-              << name << " " << m.targets[t].first << " threads " << threads << " plane " << i
-              << ": first difference at byte " << (diff.first - want[i].begin()) - guard
-              << " from the first pixel (step " << gp.step << ")";
+          const auto a = window(want[i], wp, i), b = window(got[i], gp, i);
+          const auto diff = std::mismatch(a.begin(), a.end(), b.begin());
+          ASSERT_TRUE(diff.first == a.end())
+              << f.name << " " << f.w << "x" << f.h << " " << m.targets[t].first << " threads "
+              << threads << " plane " << i << ": first difference at byte "
+              << (diff.first - a.begin()) - guard << " from the first pixel (step " << gp.step << ")";
         }
       }
     });
