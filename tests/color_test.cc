@@ -219,11 +219,11 @@ TEST(Color, EveryMemberMatchesReferenceOnEveryTarget) {
   }
 }
 
-// Frames larger than the caches (the vector kernels stream their stores
-// there) in flat buffers with 64-byte aligned rows: output buffers start
-// with the same pattern, so one comparison of whole buffers (rows, row
-// padding and the guard areas around them) checks values and stray writes.
-// 3833 columns leave a ragged, unaligned last step on every row.
+// Frames larger than the caches in flat buffers with 64-byte aligned rows,
+// as codecs allocate them: output buffers start with the same pattern, so
+// one comparison of whole buffers (rows, row padding and the guard areas
+// around them) checks values and stray writes.  3833 columns leave a
+// ragged last step on every row.
 TEST(Color, FullFrame) {
   test::Rng rng(32);
   const int guard = 4096;

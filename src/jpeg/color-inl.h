@@ -14,7 +14,6 @@
 #define RVT_JPEG_COLOR_INL_H_
 #endif
 
-#include <hwy/cache_control.h>
 #include <hwy/highway.h>
 
 #include "jpeg/color.h"
@@ -75,37 +74,7 @@ HWY_INLINE VB Rezip(V16 lo, V16 hi) {
 #endif
 }
 
-// A full byte vector to memory: streamed when the row asks for it and the
-// address allows, else an ordinary store.
-HWY_INLINE void Put(VB v, uint8_t* p, bool stream) {
-  if (stream && reinterpret_cast<uintptr_t>(p) % sizeof(VB) == 0) {
-    hn::Stream(v, DB(), p);
-  } else {
-    hn::StoreU(v, DB(), p);
-  }
-}
-// Interleaved 3 or 4 channels: through an aligned scratch block when
-// streaming, so that the interleaved vectors can be streamed too.
-HWY_INLINE void PutInterleaved(VB a, VB b, VB c, uint8_t* p, bool stream) {
-  const DB db;
-  if (!stream || reinterpret_cast<uintptr_t>(p) % sizeof(VB) != 0) {
-    hn::StoreInterleaved3(a, b, c, db, p);
-    return;
-  }
-  alignas(64) uint8_t tmp[3 * sizeof(VB)];
-  hn::StoreInterleaved3(a, b, c, db, tmp);
-  for (int i = 0; i < 3; ++i) hn::Stream(hn::Load(db, tmp + i * sizeof(VB)), db, p + i * sizeof(VB));
-}
-HWY_INLINE void PutInterleaved(VB a, VB b, VB c, VB d, uint8_t* p, bool stream) {
-  const DB db;
-  if (!stream || reinterpret_cast<uintptr_t>(p) % sizeof(VB) != 0) {
-    hn::StoreInterleaved4(a, b, c, d, db, p);
-    return;
-  }
-  alignas(64) uint8_t tmp[4 * sizeof(VB)];
-  hn::StoreInterleaved4(a, b, c, d, db, tmp);
-  for (int i = 0; i < 4; ++i) hn::Stream(hn::Load(db, tmp + i * sizeof(VB)), db, p + i * sizeof(VB));
-}
+HWY_INLINE void Put(VB v, uint8_t* p) { hn::StoreU(v, DB(), p); }
 
 // ------------------------------------------------------------ 32-bit sums
 
@@ -343,10 +312,10 @@ HWY_INLINE void StoreWide(cl::Packed8<kBpp, kR, kB>, const cl::Rows& rows, int x
   const DB db;
   const VB r = Rezip(p.lo.a, p.hi.a), g = Rezip(p.lo.b, p.hi.b), b = Rezip(p.lo.c, p.hi.c);
   if constexpr (kBpp == 3) {
-    PutInterleaved(kR == 0 ? r : b, g, kR == 0 ? b : r, rows.d[0] + 3 * x, rows.stream);
+    hn::StoreInterleaved3(kR == 0 ? r : b, g, kR == 0 ? b : r, db, rows.d[0] + 3 * x);
   } else {
-    PutInterleaved(kR == 0 ? r : b, g, kR == 0 ? b : r, hn::Set(db, rows.aval), rows.d[0] + 4 * x,
-                   rows.stream);
+    hn::StoreInterleaved4(kR == 0 ? r : b, g, kR == 0 ? b : r, hn::Set(db, rows.aval), db,
+                          rows.d[0] + 4 * x);
   }
 }
 
@@ -368,14 +337,14 @@ HWY_INLINE WPix LoadWide(cl::Planes<kN, kCh, kCv>, const cl::Rows& rows, int x) 
 }
 template <int kN, int kCh, int kCv>
 HWY_INLINE void StoreWide(cl::Planes<kN, kCh, kCv>, const cl::Rows& rows, int x, const WPix& p) {
-  Put(Rezip(p.lo.a, p.hi.a), rows.d[0] + x, rows.stream);
-  Put(Rezip(p.lo.b, p.hi.b), rows.d[1] + x, rows.stream);
-  Put(Rezip(p.lo.c, p.hi.c), rows.d[2] + x, rows.stream);
-  if constexpr (kN == 4) Put(Rezip(p.lo.k, p.hi.k), rows.d[3] + x, rows.stream);
+  Put(Rezip(p.lo.a, p.hi.a), rows.d[0] + x);
+  Put(Rezip(p.lo.b, p.hi.b), rows.d[1] + x);
+  Put(Rezip(p.lo.c, p.hi.c), rows.d[2] + x);
+  if constexpr (kN == 4) Put(Rezip(p.lo.k, p.hi.k), rows.d[3] + x);
 }
 
 HWY_INLINE void StoreWide(cl::Luma, const cl::Rows& rows, int x, const WPix& p) {
-  Put(Rezip(p.lo.a, p.hi.a), rows.d[0] + x, rows.stream);
+  Put(Rezip(p.lo.a, p.hi.a), rows.d[0] + x);
 }
 
 template <bool kPacked>
@@ -402,12 +371,12 @@ HWY_INLINE void StoreWide(cl::Cmyk<kPacked>, const cl::Rows& rows, int x, const 
   const VB c = hn::Sub(full, Rezip(p.lo.a, p.hi.a)), m = hn::Sub(full, Rezip(p.lo.b, p.hi.b)),
            y = hn::Sub(full, Rezip(p.lo.c, p.hi.c)), k = Rezip(p.lo.k, p.hi.k);
   if constexpr (kPacked) {
-    PutInterleaved(c, m, y, k, rows.d[0] + 4 * x, rows.stream);
+    hn::StoreInterleaved4(c, m, y, k, db, rows.d[0] + 4 * x);
   } else {
-    Put(c, rows.d[0] + x, rows.stream);
-    Put(m, rows.d[1] + x, rows.stream);
-    Put(y, rows.d[2] + x, rows.stream);
-    Put(k, rows.d[3] + x, rows.stream);
+    Put(c, rows.d[0] + x);
+    Put(m, rows.d[1] + x);
+    Put(y, rows.d[2] + x);
+    Put(k, rows.d[3] + x);
   }
 }
 
@@ -588,8 +557,7 @@ HWY_INLINE void Subsampled(const cl::Rows& r, int x) {
     auto luma = [&](V16 a, V16 b, V16 c) {
       return hn::BitCast(D16(), HLuma(du, hn::BitCast(du, a), hn::BitCast(du, b), hn::BitCast(du, c)));
     };
-    Put(Rezip(luma(wr.lo, wg.lo, wb.lo), luma(wr.hi, wg.hi, wb.hi)), (k == 0 ? r.d[0] : r.d[3]) + x,
-        r.stream);
+    Put(Rezip(luma(wr.lo, wg.lo, wb.lo), luma(wr.hi, wg.hi, wb.hi)), (k == 0 ? r.d[0] : r.d[3]) + x);
     if (k == 0) {
       sr = PairSums(r8), sg = PairSums(g8), sb = PairSums(b8);
     } else {
@@ -629,7 +597,6 @@ void Row(const cl::Rows& r, int w) {
   } else {
     Span<Src, Form, Dst>(r, 0, w);
   }
-  if (r.stream) hwy::FlushStream();
 }
 
 template <class M>

@@ -30,7 +30,6 @@ struct Rows {
   uint8_t* d[4];
   int rows;
   uint8_t aval;
-  bool stream;  // the region is larger than the caches: write around them
 };
 using RowFn = void (*)(const Rows&, int width);
 
@@ -172,7 +171,7 @@ inline constexpr bool kForward = !std::is_same_v<F, FormF> && !std::is_same_v<F,
 // Interleaved 8-bit pixels: kBpp bytes, R at byte kR, G at 1, B at kB.
 template <int kBpp_, int kR, int kB>
 struct Packed8 {
-  static constexpr int kBpp = kBpp_, kRi = kR, kBi = kB, kPlanes = 1, kBytesPer4 = 4 * kBpp_;
+  static constexpr int kBpp = kBpp_, kRi = kR, kBi = kB, kPlanes = 1;
   static Px Read(const Rows& r, int x) {
     const uint8_t* p = r.s[0] + kBpp * x;
     return {p[kR], p[1], p[kB], 0};
@@ -195,7 +194,7 @@ using Bgr4 = Packed8<4, 2, 0>;
 template <bool kBgr_, int kGBits_>
 struct Packed16 {
   static constexpr bool kBgr = kBgr_;
-  static constexpr int kGBits = kGBits_, kPlanes = 1, kBytesPer4 = 8;
+  static constexpr int kGBits = kGBits_, kPlanes = 1;
   static Px Read(const Rows& r, int x) {
     uint16_t w;
     std::memcpy(&w, r.s[0] + 2 * x, 2);
@@ -222,7 +221,6 @@ using Bgr565 = Packed16<true, 6>;
 template <int kN, int kChromaH_ = 1, int kChromaV_ = 1>
 struct Planes {
   static constexpr int kPlanes = kN, kChromaH = kChromaH_, kChromaV = kChromaV_;
-  static constexpr int kBytesPer4 = 4 * (kN - 2) + 8 / (kChromaH_ * kChromaV_);
   static constexpr int RowShift(int plane) {
     return (kChromaV == 2 && (plane == 1 || plane == 2)) ? 1 : 0;
   }
@@ -244,7 +242,7 @@ using Ycc411 = Planes<3, 2, 2>;
 
 // One 8-bit plane of luma.
 struct Luma {
-  static constexpr int kPlanes = 1, kBytesPer4 = 4;
+  static constexpr int kPlanes = 1;
   static void Write(const Rows& r, int x, Px v) { r.d[0][x] = uint8_t(v.a); }
 };
 
@@ -252,7 +250,7 @@ struct Luma {
 // along.  kPacked: C4 bytes C, M, Y, K; otherwise four planes.
 template <bool kPacked>
 struct Cmyk {
-  static constexpr int kPlanes = kPacked ? 1 : 4, kBytesPer4 = 16;
+  static constexpr int kPlanes = kPacked ? 1 : 4;
   static Px Read(const Rows& r, int x) {
     if constexpr (kPacked) {
       const uint8_t* p = r.s[0] + 4 * x;
@@ -281,7 +279,7 @@ using CmykP4 = Cmyk<false>;
 
 // Packed 4:2:2, Y0 Cb Y1 Cr per pixel pair.
 struct YccC2 {
-  static constexpr int kPlanes = 1, kBytesPer4 = 8;
+  static constexpr int kPlanes = 1;
   static Px Read(const Rows& r, int x) {
     const uint8_t* p = r.s[0] + 4 * (x >> 1);
     return {p[2 * (x & 1)], p[1], p[3], 0};
@@ -492,18 +490,6 @@ void PointRows(T* const* planes, int32_t step, int y, uint8_t** out) {
   for (int i = 0; i < L::kPlanes; ++i) out[i] = RowPtr(planes[i], step, y >> RowShiftOf<L>(i));
 }
 
-// Regions that touch more bytes than the largest cache holds cannot keep
-// their output cached anyway: the vector kernels then write it with
-// streaming stores, which skip reading the destination lines first.
-template <class M>
-bool WriteAround(ImageSize roi) {
-  const int64_t bytes = (int64_t(roi.width) * roi.height *
-                         (M::Src::kBytesPer4 + M::Dst::kBytesPer4)) / 4;
-  if (bytes <= 524288) return false;
-  int32_t cache = 0;
-  return rvtGetMaxCacheSizeB(&cache) == 0 && cache > 0 && bytes >= cache;
-}
-
 // Checks the arguments of member M, then converts the region row by row
 // (two rows at a time for 411 forward members) with `row`.
 template <class M, class S, class D>
@@ -517,12 +503,10 @@ RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi,
   RVT_CHECK(CheckSize<kCheck>(roi));
 
   const int w = roi.width;
-  const bool stream = WriteAround<M>(roi);
   if constexpr (M::kRowPairs) {
     for (int y = 0; y < roi.height; y += 2) {
       Rows r{};
       r.rows = roi.height - y >= 2 ? 2 : 1;
-      r.stream = stream;
       PointRows<typename M::Src>(src, srcStep, y, &r.s[0]);
       r.d[0] = RowPtr(dst[0], dstStep, y);
       r.d[1] = RowPtr(dst[1], dstStep, y >> 1);
@@ -538,7 +522,6 @@ RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi,
       Rows r{};
       r.rows = 1;
       r.aval = aval;
-      r.stream = stream;
       PointRows<typename M::Src>(src, srcStep, y, r.s);
       PointRows<typename M::Dst>(dst, dstStep, y, r.d);
       row(r, w);
