@@ -180,6 +180,7 @@ std::vector<Shape> Shapes() {
   s.push_back({128, 64, 0, 0});  // 8192 pixels in rows
   s.push_back({2731, 3, 9, 1});  // 8193 pixels
   s.push_back({97, 101, 31, 7});
+  s.push_back({4133, 4, 3, 2});  // past one 4096-column pass of the 411 kernel
   return s;
 }
 

@@ -16,6 +16,8 @@
 
 #include <hwy/highway.h>
 
+#include <algorithm>
+
 #include "jpeg/color.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -544,36 +546,66 @@ HWY_INLINE auto PairSums(V v) {
   return hn::Add(hn::And(w, hn::Set(dh, 0xFF)), hn::ShiftRight<8>(w));
 }
 
-// 411 / 422 forward, 2N pixels from x (even): luma of each row, chroma of
-// the N pairs (or 2x2 blocks).
+// Luma of 2N pixels of one row from x, stored; returns the pair sums of
+// the three channels.
 template <class Src>
-HWY_INLINE void Subsampled(const cl::Rows& r, int x) {
+HWY_INLINE void LumaAndPairs(const uint8_t* src, uint8_t* y, int x, VU16 sums[3]) {
   const DU16 du;
-  VU16 sr, sg, sb;
-  for (int k = 0; k < r.rows; ++k) {
-    VB r8, g8, b8;
-    LoadWideBytes(Src{}, r.s[k], x, r8, g8, b8);
-    const Wide wr = Unzip(r8), wg = Unzip(g8), wb = Unzip(b8);
-    auto luma = [&](V16 a, V16 b, V16 c) {
-      return hn::BitCast(D16(), HLuma(du, hn::BitCast(du, a), hn::BitCast(du, b), hn::BitCast(du, c)));
-    };
-    Put(Rezip(luma(wr.lo, wg.lo, wb.lo), luma(wr.hi, wg.hi, wb.hi)), (k == 0 ? r.d[0] : r.d[3]) + x);
-    if (k == 0) {
-      sr = PairSums(r8), sg = PairSums(g8), sb = PairSums(b8);
-    } else {
-      sr = hn::Add(sr, PairSums(r8)), sg = hn::Add(sg, PairSums(g8)), sb = hn::Add(sb, PairSums(b8));
-    }
-  }
-  // Sums of 2 pixels go in as S*64, of 4 as S*32.
-  if (r.rows == 2) {
-    sr = hn::ShiftLeft<5>(sr), sg = hn::ShiftLeft<5>(sg), sb = hn::ShiftLeft<5>(sb);
-  } else {
-    sr = hn::ShiftLeft<6>(sr), sg = hn::ShiftLeft<6>(sg), sb = hn::ShiftLeft<6>(sb);
-  }
+  VB r8, g8, b8;
+  LoadWideBytes(Src{}, src, x, r8, g8, b8);
+  const Wide wr = Unzip(r8), wg = Unzip(g8), wb = Unzip(b8);
+  auto luma = [&](V16 a, V16 b, V16 c) {
+    return hn::BitCast(D16(), HLuma(du, hn::BitCast(du, a), hn::BitCast(du, b), hn::BitCast(du, c)));
+  };
+  Put(Rezip(luma(wr.lo, wg.lo, wb.lo), luma(wr.hi, wg.hi, wb.hi)), y + x);
+  sums[0] = PairSums(r8), sums[1] = PairSums(g8), sums[2] = PairSums(b8);
+}
+// Chroma of N pairs (kLog2n = 1) or 2x2 blocks (kLog2n = 2) from their
+// channel sums, stored at column x / 2.
+template <int kLog2n>
+HWY_INLINE void ChromaOfSums(const cl::Rows& r, int x, const VU16 s[3]) {
+  const DU16 du;
   V16 cb, cr;
-  HChroma(du, sr, sg, sb, cb, cr);
+  HChroma(du, hn::ShiftLeft<7 - kLog2n>(s[0]), hn::ShiftLeft<7 - kLog2n>(s[1]),
+          hn::ShiftLeft<7 - kLog2n>(s[2]), cb, cr);
   hn::StoreU(Narrow(cb), D8(), r.d[1] + x / 2);
   hn::StoreU(Narrow(cr), D8(), r.d[2] + x / 2);
+}
+
+// 411 / 422 forward over the even columns [0, we), we >= 2N.  With two rows
+// the columns go in chunks, first through row 0 (pair sums parked on the
+// stack), then through row 1: the two source rows then alternate every few
+// kilobytes rather than every vector, which the memory system handles much
+// better.
+template <class Src>
+HWY_INLINE void Subsampled(const cl::Rows& r, int we) {
+  const int n2 = 2 * Lanes();
+  auto steps = [&](int x0, int x1, auto body) {  // body(step index, column)
+    int i = 0, x = x0;
+    for (; x + n2 <= x1; x += n2) body(i++, x);
+    if (x < x1) body(i, x1 - n2);
+  };
+  if (r.rows == 1) {
+    steps(0, we, [&](int, int x) {
+      VU16 s[3];
+      LumaAndPairs<Src>(r.s[0], r.d[0], x, s);
+      ChromaOfSums<1>(r, x, s);
+    });
+    return;
+  }
+  constexpr int kChunk = 4096;  // 12 KB of parked sums on every target
+  constexpr int kMaxSteps = kChunk / (2 * int(hn::MaxLanes(D16()))) + 1;
+  VU16 parked[kMaxSteps][3];
+  for (int x0 = 0; x0 < we; x0 += kChunk) {
+    const int x1 = std::min(x0 + kChunk, we);
+    steps(x0, x1, [&](int i, int x) { LumaAndPairs<Src>(r.s[0], r.d[0], x, parked[i]); });
+    steps(x0, x1, [&](int i, int x) {
+      VU16 s[3];
+      LumaAndPairs<Src>(r.s[1], r.d[3], x, s);
+      for (int c = 0; c < 3; ++c) s[c] = hn::Add(s[c], parked[i][c]);
+      ChromaOfSums<2>(r, x, s);
+    });
+  }
 }
 
 // The vector row of a member.
@@ -587,8 +619,13 @@ void Row(const cl::Rows& r, int w) {
     Span<Src, cl::FormA15, Dst>(r, 0, groups);
     cl::PixelsRef<Src, cl::FormB, Dst>(r, groups, w);
   } else if constexpr (cl::kSubsampledFwd<M>) {
-    const int done = Steps(2 * Lanes(), 0, w & ~1, [&](int x) { Subsampled<Src>(r, x); });
-    cl::SubsampledRef<Src>(r, done, w);
+    const int we = w & ~1;
+    if (we >= 2 * Lanes()) {
+      Subsampled<Src>(r, we);
+      cl::SubsampledRef<Src>(r, we, w);
+    } else {
+      cl::SubsampledRef<Src>(r, 0, w);
+    }
   } else if constexpr (std::is_same_v<Src, cl::Ycc422> || std::is_same_v<Src, cl::Ycc411> ||
                        std::is_same_v<Src, cl::YccC2>) {
     // Steps start on even columns so that each meets whole chroma pairs.
