@@ -525,12 +525,42 @@ HWY_INLINE void PixelsWide(const cl::Rows& r, int x) {
   StoreWide(Dst{}, r, x, WPix{Apply(Form{}, in.lo), Apply(Form{}, in.hi)});
 }
 
+// Form I from 4:2:2 / 4:2:0 planes, 2N pixels from x (even).  The chroma
+// terms depend on the pair only, so they are formed once per pair and then
+// doubled in the order Unzip gives the luma.  With byte inputs no partial
+// sum of form I comes near 16 bits (|sum| < 12000), so its constants fold:
+// R = (16Y + hi(Cr*128*11485) - 2863) >> 4, G = (16Y + 2175 - t) >> 4,
+// B = (16Y + hi(Cb*128*14516) - 3621) >> 4.
+template <class Dst>
+HWY_INLINE void FormIPairsWide(const cl::Rows& r, int x) {
+  const D16 d;
+  const Wide y = Unzip(hn::LoadU(DB(), r.s[0] + x));
+  const V16 cb7 = hn::ShiftLeft<7>(Widen(hn::LoadU(D8(), r.s[1] + x / 2)));
+  const V16 cr7 = hn::ShiftLeft<7>(Widen(hn::LoadU(D8(), r.s[2] + x / 2)));
+  const V16 tr = hn::Sub(hn::MulHigh(cr7, K16(11485)), K16(2863));
+  const V16 tg = hn::Sub(K16(2175), hn::Add(hn::MulHigh(cb7, K16(2819)), hn::MulHigh(cr7, K16(5850))));
+  const V16 tb = hn::Sub(hn::MulHigh(cb7, K16(14516)), K16(3621));
+  auto half = [&](V16 luma, V16 r_, V16 g_, V16 b_) {
+    const V16 y16 = hn::ShiftLeft<4>(luma);
+    return Pix{hn::ShiftRight<4>(hn::Add(y16, r_)), hn::ShiftRight<4>(hn::Add(y16, g_)),
+               hn::ShiftRight<4>(hn::Add(y16, b_)), hn::Zero(d)};
+  };
+  const WPix out{half(y.lo, hn::InterleaveLower(d, tr, tr), hn::InterleaveLower(d, tg, tg),
+                      hn::InterleaveLower(d, tb, tb)),
+                 half(y.hi, hn::InterleaveUpper(d, tr, tr), hn::InterleaveUpper(d, tg, tg),
+                      hn::InterleaveUpper(d, tb, tb))};
+  StoreWide(Dst{}, r, x, out);
+}
+
 // Pixels [x0, x1): 2N at a time where the layouts allow, else N at a time,
 // and what is left by the scalar kernel.
 template <class Src, class Form, class Dst>
 HWY_INLINE void Span(const cl::Rows& r, int x0, int x1) {
   int done = x0;
-  if constexpr (kWideIn<Src> && kWideOut<Dst>) {
+  if constexpr (std::is_same_v<Form, cl::FormI> && (std::is_same_v<Src, cl::Ycc422> ||
+                                                      std::is_same_v<Src, cl::Ycc411>)) {
+    done = Steps(2 * Lanes(), x0, x1, [&](int x) { FormIPairsWide<Dst>(r, x); });
+  } else if constexpr (kWideIn<Src> && kWideOut<Dst>) {
     done = Steps(2 * Lanes(), x0, x1, [&](int x) { PixelsWide<Src, Form, Dst>(r, x); });
   }
   if (done == x0) done = Steps(Lanes(), x0, x1, [&](int x) { Pixels<Src, Form, Dst>(r, x); });
