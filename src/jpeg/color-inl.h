@@ -147,9 +147,9 @@ HWY_INLINE void LoadBytes(cl::Packed8<kBpp, kR, kB>, const uint8_t* row, int x, 
   const D8 d8;
   V8 c0, c1, c2, c3;
   if constexpr (kBpp == 3) {
-    hn::LoadInterleaved3(d8, row + 3 * x, c0, c1, c2);
+    hn::LoadInterleaved3(d8, row + 3 * ptrdiff_t(x), c0, c1, c2);
   } else {
-    hn::LoadInterleaved4(d8, row + 4 * x, c0, c1, c2, c3);
+    hn::LoadInterleaved4(d8, row + 4 * ptrdiff_t(x), c0, c1, c2, c3);
   }
   r = kR == 0 ? c0 : c2;
   g = c1;
@@ -166,10 +166,10 @@ HWY_INLINE void Store(cl::Packed8<kBpp, kR, kB>, const cl::Rows& rows, int x, co
   const D8 d8;
   const V8 r = Narrow(p.a), g = Narrow(p.b), b = Narrow(p.c);
   if constexpr (kBpp == 3) {
-    hn::StoreInterleaved3(kR == 0 ? r : b, g, kR == 0 ? b : r, d8, rows.d[0] + 3 * x);
+    hn::StoreInterleaved3(kR == 0 ? r : b, g, kR == 0 ? b : r, d8, rows.d[0] + 3 * ptrdiff_t(x));
   } else {
     hn::StoreInterleaved4(kR == 0 ? r : b, g, kR == 0 ? b : r, hn::Set(d8, rows.aval), d8,
-                          rows.d[0] + 4 * x);
+                          rows.d[0] + 4 * ptrdiff_t(x));
   }
 }
 
@@ -236,7 +236,7 @@ HWY_INLINE Pix Load(cl::Cmyk<kPacked>, const cl::Rows& rows, int x) {
   const D8 d8;
   V8 c, m, y, k;
   if constexpr (kPacked) {
-    hn::LoadInterleaved4(d8, rows.s[0] + 4 * x, c, m, y, k);
+    hn::LoadInterleaved4(d8, rows.s[0] + 4 * ptrdiff_t(x), c, m, y, k);
   } else {
     c = hn::LoadU(d8, rows.s[0] + x);
     m = hn::LoadU(d8, rows.s[1] + x);
@@ -253,7 +253,7 @@ HWY_INLINE void Store(cl::Cmyk<kPacked>, const cl::Rows& rows, int x, const Pix&
   const V8 c = hn::Sub(full, Narrow(p.a)), m = hn::Sub(full, Narrow(p.b)),
            y = hn::Sub(full, Narrow(p.c)), k = Narrow(p.k);
   if constexpr (kPacked) {
-    hn::StoreInterleaved4(c, m, y, k, d8, rows.d[0] + 4 * x);
+    hn::StoreInterleaved4(c, m, y, k, d8, rows.d[0] + 4 * ptrdiff_t(x));
   } else {
     hn::StoreU(c, d8, rows.d[0] + x);
     hn::StoreU(m, d8, rows.d[1] + x);
@@ -267,7 +267,7 @@ HWY_INLINE void Store(cl::Cmyk<kPacked>, const cl::Rows& rows, int x, const Pix&
 HWY_INLINE Pix Load(cl::YccC2, const cl::Rows& rows, int x) {
   const DU16 du;
   const hn::Repartition<uint32_t, DU16> du32;
-  const VU16 w = hn::LoadU(du, reinterpret_cast<const uint16_t*>(rows.s[0] + 2 * x));
+  const VU16 w = hn::LoadU(du, reinterpret_cast<const uint16_t*>(rows.s[0] + 2 * ptrdiff_t(x)));
   const auto c = hn::BitCast(du32, hn::ShiftRight<8>(w));  // Cb | Cr << 16 per pair
   const auto cb = hn::Or(hn::And(c, hn::Set(du32, 0xFFFFu)), hn::ShiftLeft<16>(c));
   const auto cr = hn::Or(hn::ShiftRight<16>(c), hn::And(c, hn::Set(du32, 0xFFFF0000u)));
@@ -293,9 +293,9 @@ HWY_INLINE void LoadWideBytes(cl::Packed8<kBpp, kR, kB>, const uint8_t* row, int
   const DB db;
   VB c0, c1, c2, c3;
   if constexpr (kBpp == 3) {
-    hn::LoadInterleaved3(db, row + 3 * x, c0, c1, c2);
+    hn::LoadInterleaved3(db, row + 3 * ptrdiff_t(x), c0, c1, c2);
   } else {
-    hn::LoadInterleaved4(db, row + 4 * x, c0, c1, c2, c3);
+    hn::LoadInterleaved4(db, row + 4 * ptrdiff_t(x), c0, c1, c2, c3);
   }
   r = kR == 0 ? c0 : c2;
   g = c1;
@@ -314,10 +314,10 @@ HWY_INLINE void StoreWide(cl::Packed8<kBpp, kR, kB>, const cl::Rows& rows, int x
   const DB db;
   const VB r = Rezip(p.lo.a, p.hi.a), g = Rezip(p.lo.b, p.hi.b), b = Rezip(p.lo.c, p.hi.c);
   if constexpr (kBpp == 3) {
-    hn::StoreInterleaved3(kR == 0 ? r : b, g, kR == 0 ? b : r, db, rows.d[0] + 3 * x);
+    hn::StoreInterleaved3(kR == 0 ? r : b, g, kR == 0 ? b : r, db, rows.d[0] + 3 * ptrdiff_t(x));
   } else {
     hn::StoreInterleaved4(kR == 0 ? r : b, g, kR == 0 ? b : r, hn::Set(db, rows.aval), db,
-                          rows.d[0] + 4 * x);
+                          rows.d[0] + 4 * ptrdiff_t(x));
   }
 }
 
@@ -354,7 +354,7 @@ HWY_INLINE WPix LoadWide(cl::Cmyk<kPacked>, const cl::Rows& rows, int x) {
   const DB db;
   VB c, m, y, k;
   if constexpr (kPacked) {
-    hn::LoadInterleaved4(db, rows.s[0] + 4 * x, c, m, y, k);
+    hn::LoadInterleaved4(db, rows.s[0] + 4 * ptrdiff_t(x), c, m, y, k);
   } else {
     c = hn::LoadU(db, rows.s[0] + x);
     m = hn::LoadU(db, rows.s[1] + x);
@@ -373,7 +373,7 @@ HWY_INLINE void StoreWide(cl::Cmyk<kPacked>, const cl::Rows& rows, int x, const 
   const VB c = hn::Sub(full, Rezip(p.lo.a, p.hi.a)), m = hn::Sub(full, Rezip(p.lo.b, p.hi.b)),
            y = hn::Sub(full, Rezip(p.lo.c, p.hi.c)), k = Rezip(p.lo.k, p.hi.k);
   if constexpr (kPacked) {
-    hn::StoreInterleaved4(c, m, y, k, db, rows.d[0] + 4 * x);
+    hn::StoreInterleaved4(c, m, y, k, db, rows.d[0] + 4 * ptrdiff_t(x));
   } else {
     Put(c, rows.d[0] + x);
     Put(m, rows.d[1] + x);

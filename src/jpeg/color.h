@@ -9,6 +9,7 @@
 
 #include <bit>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -173,11 +174,11 @@ template <int kBpp_, int kR, int kB>
 struct Packed8 {
   static constexpr int kBpp = kBpp_, kRi = kR, kBi = kB, kPlanes = 1;
   static Px Read(const Rows& r, int x) {
-    const uint8_t* p = r.s[0] + kBpp * x;
+    const uint8_t* p = r.s[0] + kBpp * ptrdiff_t(x);
     return {p[kR], p[1], p[kB], 0};
   }
   static void Write(const Rows& r, int x, Px v) {
-    uint8_t* p = r.d[0] + kBpp * x;
+    uint8_t* p = r.d[0] + kBpp * ptrdiff_t(x);
     p[kR] = uint8_t(v.a);
     p[1] = uint8_t(v.b);
     p[kB] = uint8_t(v.c);
@@ -197,7 +198,7 @@ struct Packed16 {
   static constexpr int kGBits = kGBits_, kPlanes = 1;
   static Px Read(const Rows& r, int x) {
     uint16_t w;
-    std::memcpy(&w, r.s[0] + 2 * x, 2);
+    std::memcpy(&w, r.s[0] + 2 * ptrdiff_t(x), 2);
     const int lo = (w & 31) << 3;
     const int g = ((w >> 5) & ((1 << kGBits) - 1)) << (8 - kGBits);
     const int hi = ((w >> (5 + kGBits)) & 31) << 3;
@@ -206,7 +207,7 @@ struct Packed16 {
   static void Write(const Rows& r, int x, Px v) {
     const int lo = (kBgr ? v.c : v.a) >> 3, hi = (kBgr ? v.a : v.c) >> 3;
     const uint16_t w = uint16_t(lo | ((v.b >> (8 - kGBits)) << 5) | (hi << (5 + kGBits)));
-    std::memcpy(r.d[0] + 2 * x, &w, 2);
+    std::memcpy(r.d[0] + 2 * ptrdiff_t(x), &w, 2);
   }
 };
 using Rgb555 = Packed16<false, 5>;
@@ -253,7 +254,7 @@ struct Cmyk {
   static constexpr int kPlanes = kPacked ? 1 : 4;
   static Px Read(const Rows& r, int x) {
     if constexpr (kPacked) {
-      const uint8_t* p = r.s[0] + 4 * x;
+      const uint8_t* p = r.s[0] + 4 * ptrdiff_t(x);
       return {255 - p[0], 255 - p[1], 255 - p[2], p[3]};
     } else {
       return {255 - r.s[0][x], 255 - r.s[1][x], 255 - r.s[2][x], r.s[3][x]};
@@ -261,7 +262,7 @@ struct Cmyk {
   }
   static void Write(const Rows& r, int x, Px v) {
     if constexpr (kPacked) {
-      uint8_t* p = r.d[0] + 4 * x;
+      uint8_t* p = r.d[0] + 4 * ptrdiff_t(x);
       p[0] = uint8_t(255 - v.a);
       p[1] = uint8_t(255 - v.b);
       p[2] = uint8_t(255 - v.c);
@@ -281,7 +282,7 @@ using CmykP4 = Cmyk<false>;
 struct YccC2 {
   static constexpr int kPlanes = 1;
   static Px Read(const Rows& r, int x) {
-    const uint8_t* p = r.s[0] + 4 * (x >> 1);
+    const uint8_t* p = r.s[0] + 4 * ptrdiff_t(x >> 1);
     return {p[2 * (x & 1)], p[1], p[3], 0};
   }
 };
