@@ -432,12 +432,11 @@ HWY_INLINE Pix Apply(cl::FormE, const Pix& p) {
   return {y, y, y, y};
 }
 
-// Form H luma at scale 64: floor(s*w/256) per weight, unsigned saturating.
+// Form H luma at scale 64 from samples placed as s*256: floor(s*w/256) per
+// weight, unsigned saturating.
 template <class D>
 HWY_INLINE hn::Vec<D> HLuma(D du, hn::Vec<D> r, hn::Vec<D> g, hn::Vec<D> b) {
-  auto term = [&](hn::Vec<D> s, int w) {
-    return hn::MulHigh(hn::ShiftLeft<8>(s), hn::Set(du, uint16_t(w)));
-  };
+  auto term = [&](hn::Vec<D> s, int w) { return hn::MulHigh(s, hn::Set(du, uint16_t(w))); };
   const auto sum = hn::SaturatedAdd(hn::SaturatedAdd(term(r, 4899), term(g, 9617)), term(b, 1868));
   return hn::ShiftRight<6>(hn::SaturatedAdd(sum, hn::Set(du, 32)));
 }
@@ -459,7 +458,7 @@ HWY_INLINE Pix Apply(cl::FormH, const Pix& p) {
   const DU16 du;
   const VU16 r = hn::BitCast(du, p.a), g = hn::BitCast(du, p.b), b = hn::BitCast(du, p.c);
   Pix o;
-  o.a = hn::BitCast(D16(), HLuma(du, r, g, b));
+  o.a = hn::BitCast(D16(), HLuma(du, hn::ShiftLeft<8>(r), hn::ShiftLeft<8>(g), hn::ShiftLeft<8>(b)));
   HChroma(du, hn::ShiftLeft<7>(r), hn::ShiftLeft<7>(g), hn::ShiftLeft<7>(b), o.b, o.c);
   o.k = p.k;
   return o;
@@ -583,11 +582,14 @@ HWY_INLINE void LumaAndPairs(const uint8_t* src, uint8_t* y, int x, VU16 sums[3]
   const DU16 du;
   VB r8, g8, b8;
   LoadWideBytes(Src{}, src, x, r8, g8, b8);
-  const Wide wr = Unzip(r8), wg = Unzip(g8), wb = Unzip(b8);
-  auto luma = [&](V16 a, V16 b, V16 c) {
-    return hn::BitCast(D16(), HLuma(du, hn::BitCast(du, a), hn::BitCast(du, b), hn::BitCast(du, c)));
+  // Bytes widened into the high half of each lane: s*256, in Unzip's order.
+  const VB zero = hn::Zero(DB());
+  auto luma = [&](auto zip) {
+    return hn::BitCast(D16(), HLuma(du, zip(du, zero, r8), zip(du, zero, g8), zip(du, zero, b8)));
   };
-  Put(Rezip(luma(wr.lo, wg.lo, wb.lo), luma(wr.hi, wg.hi, wb.hi)), y + x);
+  const V16 lo = luma([](auto d, VB a, VB b) { return hn::ZipLower(d, a, b); });
+  const V16 hi = luma([](auto d, VB a, VB b) { return hn::ZipUpper(d, a, b); });
+  Put(Rezip(lo, hi), y + x);
   sums[0] = PairSums(r8), sums[1] = PairSums(g8), sums[2] = PairSums(b8);
 }
 // Chroma of N pairs (kLog2n = 1) or 2x2 blocks (kLog2n = 2) from their
