@@ -82,14 +82,16 @@ void Time(benchmark::State& s, Fn fn, int threads, size_t read, size_t written, 
 template <class Fn>
 void ToPlanes(benchmark::State& s, Fn fn, int threads, int bpp, size_t chroma) {
   Frame& f = TheFrame();
-  Time(s, fn, threads, bpp * kPixels, kPixels + 2 * chroma,
-       [&](Fn g) { g(f.packed.data(), bpp * kW, f.p, kW, ImageSize{kW, kH}); });
+  Time(s, fn, threads, bpp * kPixels, kPixels + 2 * chroma, [&](Fn g) {
+    g(f.packed.data(), bpp * kW, f.p, kW, ImageSize{kW, kH});
+  });
 }
 template <class Fn>
 void FromPlanes(benchmark::State& s, Fn fn, int threads, int bpp, size_t chroma) {
   Frame& f = TheFrame();
-  Time(s, fn, threads, kPixels + 2 * chroma, bpp * kPixels,
-       [&](Fn g) { g(f.c, kW, f.packed.data(), bpp * kW, ImageSize{kW, kH}); });
+  Time(s, fn, threads, kPixels + 2 * chroma, bpp * kPixels, [&](Fn g) {
+    g(f.c, kW, f.packed.data(), bpp * kW, ImageSize{kW, kH});
+  });
 }
 
 // Every target of an export, timed by the wall clock (the threaded runs
@@ -98,9 +100,9 @@ template <class Fn, class Body>
 void Targets(const std::string& name, const Impl<Fn>& impl, Body body) {
   for (const auto& t : test::AllTargets(impl)) {
     Fn fn = t.fn;
-    benchmark::RegisterBenchmark((name + "/" + t.name).c_str(),
-                                 [fn, body](benchmark::State& s) { body(s, fn); })
-        ->UseManualTime();
+    benchmark::RegisterBenchmark((name + "/" + t.name).c_str(), [fn, body](benchmark::State& s) {
+      body(s, fn);
+    })->UseManualTime();
   }
 }
 
@@ -120,24 +122,26 @@ int Register() {
             [=](benchmark::State& s, auto fn) { ToPlanes(s, fn, threads, 3, quarter); });
     Targets("YCbCr411ToRGB_P3C3R" + t, impl_rvtiYCbCr411ToRGB_JPEG_8u_P3C3R,
             [=](benchmark::State& s, auto fn) { FromPlanes(s, fn, threads, 3, quarter); });
-    Targets(
-        "YCbCr422ToRGB_C2C3R" + t, impl_rvtiYCbCr422ToRGB_JPEG_8u_C2C3R,
-        [=](benchmark::State& s, auto fn) {
-          Frame& f = TheFrame();
-          Time(s, fn, threads, 2 * kPixels, 3 * kPixels, [&](auto g) {
-            g(f.planes[0].data(), 2 * kW, f.packed.data(), 3 * kW, ImageSize{kW, kH});
-          });
-        });
+    Targets("YCbCr422ToRGB_C2C3R" + t, impl_rvtiYCbCr422ToRGB_JPEG_8u_C2C3R,
+            [=](benchmark::State& s, auto fn) {
+              Frame& f = TheFrame();
+              Time(s, fn, threads, 2 * kPixels, 3 * kPixels, [&](auto g) {
+                g(f.planes[0].data(), 2 * kW, f.packed.data(), 3 * kW, ImageSize{kW, kH});
+              });
+            });
 #ifdef RVT_HAVE_OPENCV
-    benchmark::RegisterBenchmark(("OpenCV_cvtColor_RGB2YCrCb" + t).c_str(), [=](benchmark::State& s) {
-      Frame& f = TheFrame();
-      const cv::Mat src(kH, kW, CV_8UC3, f.packed.data());
-      cv::Mat dst(kH, kW, CV_8UC3);
-      const int old = cv::getNumThreads();
-      cv::setNumThreads(threads);
-      Time(s, threads, 3 * kPixels, 3 * kPixels, [&] { cv::cvtColor(src, dst, cv::COLOR_RGB2YCrCb); });
-      cv::setNumThreads(old);
-    })->UseManualTime();
+    benchmark::RegisterBenchmark(("OpenCV_cvtColor_RGB2YCrCb" + t).c_str(),
+                                 [=](benchmark::State& s) {
+                                   Frame& f = TheFrame();
+                                   const cv::Mat src(kH, kW, CV_8UC3, f.packed.data());
+                                   cv::Mat dst(kH, kW, CV_8UC3);
+                                   const int old = cv::getNumThreads();
+                                   cv::setNumThreads(threads);
+                                   Time(s, threads, 3 * kPixels, 3 * kPixels,
+                                        [&] { cv::cvtColor(src, dst, cv::COLOR_RGB2YCrCb); });
+                                   cv::setNumThreads(old);
+                                 })
+        ->UseManualTime();
 #endif
   }
   // The baseline against itself: x_memcpy near 1 says the pairing is fair.

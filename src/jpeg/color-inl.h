@@ -28,6 +28,10 @@ namespace color_simd {
 namespace hn = hwy::HWY_NAMESPACE;
 namespace cl = rvt::color;
 
+// Lambdas here are part of the kernels: inlined, they keep the constants in
+// registers instead of rebuilding them on every call.
+#define RVT_COLOR_INLINE __attribute__((always_inline))
+
 using D16 = hn::ScalableTag<int16_t>;
 using DU16 = hn::RebindToUnsigned<D16>;
 using D32 = hn::Repartition<int32_t, D16>;
@@ -60,7 +64,8 @@ struct Wide {
 HWY_INLINE Wide Unzip(VB v) {
   const DU16 du;
   const VB zero = hn::Zero(DB());
-  return {hn::BitCast(D16(), hn::ZipLower(du, v, zero)), hn::BitCast(D16(), hn::ZipUpper(du, v, zero))};
+  return {hn::BitCast(D16(), hn::ZipLower(du, v, zero)),
+          hn::BitCast(D16(), hn::ZipUpper(du, v, zero))};
 }
 // Bytes with unsigned saturation (the clamp to 0..255), block by block: the
 // inverse of Unzip.
@@ -90,8 +95,8 @@ HWY_INLINE Pair Zip(V16 a, V16 b) {
   return {hn::InterleaveLower(d, a, b), hn::InterleaveUpper(d, a, b)};
 }
 HWY_INLINE V16 Weights(int wa, int wb) {
-  return hn::BitCast(D16(), hn::Set(D32(), int32_t(uint32_t(uint16_t(wa)) |
-                                                   uint32_t(uint16_t(wb)) << 16)));
+  return hn::BitCast(
+      D16(), hn::Set(D32(), int32_t(uint32_t(uint16_t(wa)) | uint32_t(uint16_t(wb)) << 16)));
 }
 HWY_INLINE V32 Madd(V16 pairs, V16 weights, V32 sum) {
   V32 unused;
@@ -120,8 +125,8 @@ HWY_INLINE V16 Dot3(const Pair& ab, int wa, int wb, const Pair& c1, int wc, int3
   const Bias<kShift> k(bias);
   const V16 w0 = Weights(wa, wb), w1 = Weights(wc, k.lo);
   const V32 zero = hn::Zero(D32());
-  return k.Add(Pack<kShift>(Madd(c1.lo, w1, Madd(ab.lo, w0, zero)),
-                            Madd(c1.hi, w1, Madd(ab.hi, w0, zero))));
+  return k.Add(
+      Pack<kShift>(Madd(c1.lo, w1, Madd(ab.lo, w0, zero)), Madd(c1.hi, w1, Madd(ab.hi, w0, zero))));
 }
 // (a*wa + bias) >> kShift, with a1 = Zip(a, 1).
 template <int kShift>
@@ -187,7 +192,9 @@ HWY_INLINE Pix Load(cl::Packed16<kBgr, kG>, const cl::Rows& rows, int x) {
 template <bool kBgr, int kG>
 HWY_INLINE void Store(cl::Packed16<kBgr, kG>, const cl::Rows& rows, int x, const Pix& p) {
   const DU16 du;
-  auto clamp = [&](V16 v) { return hn::BitCast(du, hn::Min(hn::Max(v, K16(0)), K16(255))); };
+  auto clamp = [&](V16 v) RVT_COLOR_INLINE {
+    return hn::BitCast(du, hn::Min(hn::Max(v, K16(0)), K16(255)));
+  };
   const VU16 lo = hn::ShiftRight<3>(clamp(kBgr ? p.c : p.a));
   const VU16 g = hn::ShiftRight<8 - kG>(clamp(p.b));
   const VU16 hi = hn::ShiftRight<3>(clamp(kBgr ? p.a : p.c));
@@ -385,15 +392,20 @@ HWY_INLINE void StoreWide(cl::Cmyk<kPacked>, const cl::Rows& rows, int x, const 
 // Layouts with a wide path (16-bit words and packed 4:2:2 keep N pixels
 // per step: their lanes arrive in pixel order).
 template <class L>
-inline constexpr bool kWideIn = requires(const cl::Rows& r) { LoadWide(L{}, r, 0); };
+inline constexpr bool kWideIn = requires(const cl::Rows& r) {
+  LoadWide(L{}, r, 0);
+};
 template <class L>
-inline constexpr bool kWideOut = requires(const cl::Rows& r, const WPix& p) { StoreWide(L{}, r, 0, p); };
+inline constexpr bool kWideOut = requires(const cl::Rows& r, const WPix& p) {
+  StoreWide(L{}, r, 0, p);
+};
 
 // ------------------------------------------------------------ forms
 
 HWY_INLINE Pix Apply(cl::FormA15, const Pix& p) {
   const Pair rg = Zip(p.a, p.b), b1 = Zip(p.c, K16(1));
-  return {Dot3<15>(rg, 9798, 19235, b1, 3736, 16266), Dot3<15>(rg, -5529, -10855, b1, 16384, 4210688),
+  return {Dot3<15>(rg, 9798, 19235, b1, 3736, 16266),
+          Dot3<15>(rg, -5529, -10855, b1, 16384, 4210688),
           Dot3<15>(rg, 16384, -13720, b1, -2664, 4210704), p.k};
 }
 HWY_INLINE Pix Apply(cl::FormB, const Pix& p) {
@@ -407,7 +419,8 @@ HWY_INLINE Pix Apply(cl::FormC, const Pix& p) {
   const Pair rg2 = Zip(p.a, hn::Add(p.b, p.b)), b2 = Zip(p.c, K16(2));
   const V32 zero = hn::Zero(D32());
   const V16 w0 = Weights(19595, 19235), w1 = Weights(7471, 16384);
-  const V16 y = Pack<16>(Madd(b2.lo, w1, Madd(rg2.lo, w0, zero)), Madd(b2.hi, w1, Madd(rg2.hi, w0, zero)));
+  const V16 y =
+      Pack<16>(Madd(b2.lo, w1, Madd(rg2.lo, w0, zero)), Madd(b2.hi, w1, Madd(rg2.hi, w0, zero)));
   return {y, Dot1<15>(Zip(hn::Sub(p.c, y), K16(1)), 18491, 4210688),
           Dot1<15>(Zip(hn::Sub(p.a, y), K16(1)), 23373, 4210688), p.k};
 }
@@ -420,7 +433,8 @@ HWY_INLINE Pix Apply(cl::FormE, const Pix& p) {
   const D32 d32;
   const hn::Repartition<float, D16> df;
   const hn::Half<D16> dh;
-  auto luma = [&](hn::Vec<decltype(dh)> r, hn::Vec<decltype(dh)> g, hn::Vec<decltype(dh)> b) {
+  using VH = hn::Vec<decltype(dh)>;
+  auto luma = [&](VH r, VH g, VH b) RVT_COLOR_INLINE {
     const auto s0 = hn::Mul(hn::Set(df, cl::FormE::kR), hn::ConvertTo(df, hn::PromoteTo(d32, r)));
     const auto s1 = hn::Mul(hn::Set(df, cl::FormE::kG), hn::ConvertTo(df, hn::PromoteTo(d32, g)));
     const auto s2 = hn::Mul(hn::Set(df, cl::FormE::kB), hn::ConvertTo(df, hn::PromoteTo(d32, b)));
@@ -436,7 +450,8 @@ HWY_INLINE Pix Apply(cl::FormE, const Pix& p) {
 // weight, unsigned saturating.
 template <class D>
 HWY_INLINE hn::Vec<D> HLuma(D du, hn::Vec<D> r, hn::Vec<D> g, hn::Vec<D> b) {
-  auto term = [&](hn::Vec<D> s, int w) { return hn::MulHigh(s, hn::Set(du, uint16_t(w))); };
+  auto term = [&](hn::Vec<D> s, int w)
+                  RVT_COLOR_INLINE { return hn::MulHigh(s, hn::Set(du, uint16_t(w))); };
   const auto sum = hn::SaturatedAdd(hn::SaturatedAdd(term(r, 4899), term(g, 9617)), term(b, 1868));
   return hn::ShiftRight<6>(hn::SaturatedAdd(sum, hn::Set(du, 32)));
 }
@@ -445,20 +460,24 @@ template <class D>
 HWY_INLINE void HChroma(D du, hn::Vec<D> r, hn::Vec<D> g, hn::Vec<D> b,
                         hn::Vec<hn::RebindToSigned<D>>& cb, hn::Vec<hn::RebindToSigned<D>>& cr) {
   const hn::RebindToSigned<D> di;
-  auto term = [&](hn::Vec<D> s, int w) {
+  auto term = [&](hn::Vec<D> s, int w) RVT_COLOR_INLINE {
     return hn::BitCast(di, hn::MulHigh(s, hn::Set(du, uint16_t(w))));
   };
+  // hi(s * 8192) is s >> 3.
+  auto eighth = [&](hn::Vec<D> s)
+                    RVT_COLOR_INLINE { return hn::BitCast(di, hn::ShiftRight<3>(s)); };
   const auto offset = hn::Set(di, int16_t(4112));
   cb = hn::ShiftRight<5>(hn::SaturatedSub(
-      hn::SaturatedSub(hn::SaturatedAdd(offset, term(b, 8192)), term(r, 2765)), term(g, 5427)));
+      hn::SaturatedSub(hn::SaturatedAdd(offset, eighth(b)), term(r, 2765)), term(g, 5427)));
   cr = hn::ShiftRight<5>(hn::SaturatedSub(
-      hn::SaturatedSub(hn::SaturatedAdd(offset, term(r, 8192)), term(g, 6860)), term(b, 1332)));
+      hn::SaturatedSub(hn::SaturatedAdd(offset, eighth(r)), term(g, 6860)), term(b, 1332)));
 }
 HWY_INLINE Pix Apply(cl::FormH, const Pix& p) {
   const DU16 du;
   const VU16 r = hn::BitCast(du, p.a), g = hn::BitCast(du, p.b), b = hn::BitCast(du, p.c);
   Pix o;
-  o.a = hn::BitCast(D16(), HLuma(du, hn::ShiftLeft<8>(r), hn::ShiftLeft<8>(g), hn::ShiftLeft<8>(b)));
+  o.a =
+      hn::BitCast(D16(), HLuma(du, hn::ShiftLeft<8>(r), hn::ShiftLeft<8>(g), hn::ShiftLeft<8>(b)));
   HChroma(du, hn::ShiftLeft<7>(r), hn::ShiftLeft<7>(g), hn::ShiftLeft<7>(b), o.b, o.c);
   o.k = p.k;
   return o;
@@ -537,9 +556,10 @@ HWY_INLINE void FormIPairsWide(const cl::Rows& r, int x) {
   const V16 cb7 = hn::ShiftLeft<7>(Widen(hn::LoadU(D8(), r.s[1] + x / 2)));
   const V16 cr7 = hn::ShiftLeft<7>(Widen(hn::LoadU(D8(), r.s[2] + x / 2)));
   const V16 tr = hn::Sub(hn::MulHigh(cr7, K16(11485)), K16(2863));
-  const V16 tg = hn::Sub(K16(2175), hn::Add(hn::MulHigh(cb7, K16(2819)), hn::MulHigh(cr7, K16(5850))));
+  const V16 tg =
+      hn::Sub(K16(2175), hn::Add(hn::MulHigh(cb7, K16(2819)), hn::MulHigh(cr7, K16(5850))));
   const V16 tb = hn::Sub(hn::MulHigh(cb7, K16(14516)), K16(3621));
-  auto half = [&](V16 luma, V16 r_, V16 g_, V16 b_) {
+  auto half = [&](V16 luma, V16 r_, V16 g_, V16 b_) RVT_COLOR_INLINE {
     const V16 y16 = hn::ShiftLeft<4>(luma);
     return Pix{hn::ShiftRight<4>(hn::Add(y16, r_)), hn::ShiftRight<4>(hn::Add(y16, g_)),
                hn::ShiftRight<4>(hn::Add(y16, b_)), hn::Zero(d)};
@@ -556,13 +576,15 @@ HWY_INLINE void FormIPairsWide(const cl::Rows& r, int x) {
 template <class Src, class Form, class Dst>
 HWY_INLINE void Span(const cl::Rows& r, int x0, int x1) {
   int done = x0;
-  if constexpr (std::is_same_v<Form, cl::FormI> && (std::is_same_v<Src, cl::Ycc422> ||
-                                                      std::is_same_v<Src, cl::Ycc411>)) {
-    done = Steps(2 * Lanes(), x0, x1, [&](int x) { FormIPairsWide<Dst>(r, x); });
+  if constexpr (std::is_same_v<Form, cl::FormI> &&
+                (std::is_same_v<Src, cl::Ycc422> || std::is_same_v<Src, cl::Ycc411>)) {
+    done = Steps(2 * Lanes(), x0, x1, [&](int x) RVT_COLOR_INLINE { FormIPairsWide<Dst>(r, x); });
   } else if constexpr (kWideIn<Src> && kWideOut<Dst>) {
-    done = Steps(2 * Lanes(), x0, x1, [&](int x) { PixelsWide<Src, Form, Dst>(r, x); });
+    done = Steps(2 * Lanes(), x0, x1,
+                 [&](int x) RVT_COLOR_INLINE { PixelsWide<Src, Form, Dst>(r, x); });
   }
-  if (done == x0) done = Steps(Lanes(), x0, x1, [&](int x) { Pixels<Src, Form, Dst>(r, x); });
+  if (done == x0)
+    done = Steps(Lanes(), x0, x1, [&](int x) RVT_COLOR_INLINE { Pixels<Src, Form, Dst>(r, x); });
   cl::PixelsRef<Src, Form, Dst>(r, done, x1);
 }
 
@@ -584,11 +606,11 @@ HWY_INLINE void LumaAndPairs(const uint8_t* src, uint8_t* y, int x, VU16 sums[3]
   LoadWideBytes(Src{}, src, x, r8, g8, b8);
   // Bytes widened into the high half of each lane: s*256, in Unzip's order.
   const VB zero = hn::Zero(DB());
-  auto luma = [&](auto zip) {
+  auto luma = [&](auto zip) RVT_COLOR_INLINE {
     return hn::BitCast(D16(), HLuma(du, zip(du, zero, r8), zip(du, zero, g8), zip(du, zero, b8)));
   };
-  const V16 lo = luma([](auto d, VB a, VB b) { return hn::ZipLower(d, a, b); });
-  const V16 hi = luma([](auto d, VB a, VB b) { return hn::ZipUpper(d, a, b); });
+  const V16 lo = luma([](auto d, VB a, VB b) RVT_COLOR_INLINE { return hn::ZipLower(d, a, b); });
+  const V16 hi = luma([](auto d, VB a, VB b) RVT_COLOR_INLINE { return hn::ZipUpper(d, a, b); });
   Put(Rezip(lo, hi), y + x);
   sums[0] = PairSums(r8), sums[1] = PairSums(g8), sums[2] = PairSums(b8);
 }
@@ -612,17 +634,14 @@ HWY_INLINE void ChromaOfSums(const cl::Rows& r, int x, const VU16 s[3]) {
 template <class Src>
 HWY_INLINE void Subsampled(const cl::Rows& r, int we) {
   const int n2 = 2 * Lanes();
-  auto steps = [&](int x0, int x1, auto body) {  // body(step index, column)
-    int i = 0, x = x0;
-    for (; x + n2 <= x1; x += n2) body(i++, x);
-    if (x < x1) body(i, x1 - n2);
-  };
+  // Steps of 2N from 0, the last one moved back to end at `end`.
   if (r.rows == 1) {
-    steps(0, we, [&](int, int x) {
+    for (int x = 0; x < we; x += n2) {
+      const int at = std::min(x, we - n2);
       VU16 s[3];
-      LumaAndPairs<Src>(r.s[0], r.d[0], x, s);
-      ChromaOfSums<1>(r, x, s);
-    });
+      LumaAndPairs<Src>(r.s[0], r.d[0], at, s);
+      ChromaOfSums<1>(r, at, s);
+    }
     return;
   }
   constexpr int kChunk = 4096;  // 12 KB of parked sums on every target
@@ -630,13 +649,16 @@ HWY_INLINE void Subsampled(const cl::Rows& r, int we) {
   VU16 parked[kMaxSteps][3];
   for (int x0 = 0; x0 < we; x0 += kChunk) {
     const int x1 = std::min(x0 + kChunk, we);
-    steps(x0, x1, [&](int i, int x) { LumaAndPairs<Src>(r.s[0], r.d[0], x, parked[i]); });
-    steps(x0, x1, [&](int i, int x) {
+    for (int x = x0, i = 0; x < x1; x += n2, ++i) {
+      LumaAndPairs<Src>(r.s[0], r.d[0], std::min(x, x1 - n2), parked[i]);
+    }
+    for (int x = x0, i = 0; x < x1; x += n2, ++i) {
+      const int at = std::min(x, x1 - n2);
       VU16 s[3];
-      LumaAndPairs<Src>(r.s[1], r.d[3], x, s);
+      LumaAndPairs<Src>(r.s[1], r.d[3], at, s);
       for (int c = 0; c < 3; ++c) s[c] = hn::Add(s[c], parked[i][c]);
-      ChromaOfSums<2>(r, x, s);
-    });
+      ChromaOfSums<2>(r, at, s);
+    }
   }
 }
 

@@ -109,14 +109,14 @@ struct FormH {
   // Chroma of a group whose channel sums are sr, sg, sb over 2^log2n pixels.
   static int Cb(int sr, int sg, int sb, int log2n) {
     const int sh = 7 - log2n;
-    const int v = Sat16(Sat16(Sat16(4112 + HiU(sb << sh, 8192)) - HiU(sr << sh, 2765)) -
-                        HiU(sg << sh, 5427));
+    const int v =
+        Sat16(Sat16(Sat16(4112 + HiU(sb << sh, 8192)) - HiU(sr << sh, 2765)) - HiU(sg << sh, 5427));
     return Clamp8(v >> 5);
   }
   static int Cr(int sr, int sg, int sb, int log2n) {
     const int sh = 7 - log2n;
-    const int v = Sat16(Sat16(Sat16(4112 + HiU(sr << sh, 8192)) - HiU(sg << sh, 6860)) -
-                        HiU(sb << sh, 1332));
+    const int v =
+        Sat16(Sat16(Sat16(4112 + HiU(sr << sh, 8192)) - HiU(sg << sh, 6860)) - HiU(sb << sh, 1332));
     return Clamp8(v >> 5);
   }
   static Px Fwd(Px p) {
@@ -165,7 +165,7 @@ struct FormJ {
 
 template <class F>
 inline constexpr bool kForward = !std::is_same_v<F, FormF> && !std::is_same_v<F, FormG> &&
-                          !std::is_same_v<F, FormI> && !std::is_same_v<F, FormJ>;
+                                 !std::is_same_v<F, FormI> && !std::is_same_v<F, FormJ>;
 
 // ------------------------------------------------------------ layouts
 
@@ -323,21 +323,21 @@ struct Member {
 // Every member: export, source layout, form, destination layout, checks,
 // threaded, and the source file that holds its kernels (fwd: forms A to E,
 // inv: F and G, fwd16: H, inv16: I and J).
-#define RVT_COLOR_MEMBERS(X) \
-  X(rvtiRGBToYCbCr_JPEG_8u_C3P3R, Rgb3, FormA, P3, kStd, true, fwd) \
-  X(rvtiBGRToYCbCr_JPEG_8u_C3P3R, Bgr3, FormA, P3, kStd, true, fwd) \
-  X(rvtiRGBToYCbCr_JPEG_8u_C4P3R, Rgb4, FormH, P3, kNoStep, false, fwd16) \
-  X(rvtiBGRToYCbCr_JPEG_8u_C4P3R, Bgr4, FormH, P3, kNoStep, false, fwd16) \
-  X(rvtiRGBToYCbCr_JPEG_8u_P3R, P3, FormC, P3, kStd, true, fwd) \
-  X(rvtiRGB555ToYCbCr_JPEG_16u8u_C3P3R, Rgb555, FormB, P3, kStd, false, fwd) \
-  X(rvtiRGB565ToYCbCr_JPEG_16u8u_C3P3R, Rgb565, FormB, P3, kStd, false, fwd) \
-  X(rvtiBGR555ToYCbCr_JPEG_16u8u_C3P3R, Bgr555, FormB, P3, kStd, false, fwd) \
-  X(rvtiBGR565ToYCbCr_JPEG_16u8u_C3P3R, Bgr565, FormB, P3, kStd, false, fwd) \
-  X(rvtiRGBToY_JPEG_8u_C3C1R, Rgb3, FormD, Luma, kStd, true, fwd) \
-  X(rvtiBGRToY_JPEG_8u_C3C1R, Bgr3, FormD, Luma, kStd, true, fwd) \
-  X(rvtiRGBToY_JPEG_8u_P3C1R, P3, FormE, Luma, kStd, true, fwd) \
-  X(rvtiCMYKToYCCK_JPEG_8u_C4P4R, CmykC4, FormB, P4, kStd, true, fwd) \
-  X(rvtiCMYKToYCCK_JPEG_8u_P4R, CmykP4, FormC, P4, kStd, true, fwd) \
+#define RVT_COLOR_MEMBERS(X)                                                  \
+  X(rvtiRGBToYCbCr_JPEG_8u_C3P3R, Rgb3, FormA, P3, kStd, true, fwd)           \
+  X(rvtiBGRToYCbCr_JPEG_8u_C3P3R, Bgr3, FormA, P3, kStd, true, fwd)           \
+  X(rvtiRGBToYCbCr_JPEG_8u_C4P3R, Rgb4, FormH, P3, kNoStep, false, fwd16)     \
+  X(rvtiBGRToYCbCr_JPEG_8u_C4P3R, Bgr4, FormH, P3, kNoStep, false, fwd16)     \
+  X(rvtiRGBToYCbCr_JPEG_8u_P3R, P3, FormC, P3, kStd, true, fwd)               \
+  X(rvtiRGB555ToYCbCr_JPEG_16u8u_C3P3R, Rgb555, FormB, P3, kStd, false, fwd)  \
+  X(rvtiRGB565ToYCbCr_JPEG_16u8u_C3P3R, Rgb565, FormB, P3, kStd, false, fwd)  \
+  X(rvtiBGR555ToYCbCr_JPEG_16u8u_C3P3R, Bgr555, FormB, P3, kStd, false, fwd)  \
+  X(rvtiBGR565ToYCbCr_JPEG_16u8u_C3P3R, Bgr565, FormB, P3, kStd, false, fwd)  \
+  X(rvtiRGBToY_JPEG_8u_C3C1R, Rgb3, FormD, Luma, kStd, true, fwd)             \
+  X(rvtiBGRToY_JPEG_8u_C3C1R, Bgr3, FormD, Luma, kStd, true, fwd)             \
+  X(rvtiRGBToY_JPEG_8u_P3C1R, P3, FormE, Luma, kStd, true, fwd)               \
+  X(rvtiCMYKToYCCK_JPEG_8u_C4P4R, CmykC4, FormB, P4, kStd, true, fwd)         \
+  X(rvtiCMYKToYCCK_JPEG_8u_P4R, CmykP4, FormC, P4, kStd, true, fwd)           \
   X(rvtiRGBToYCbCr411_JPEG_8u_C3P3R, Rgb3, FormH, Ycc411, k411, false, fwd16) \
   X(rvtiRGBToYCbCr411_JPEG_8u_C4P3R, Rgb4, FormH, Ycc411, k411, false, fwd16) \
   X(rvtiBGRToYCbCr411_JPEG_8u_C3P3R, Bgr3, FormH, Ycc411, k411, false, fwd16) \
@@ -346,17 +346,17 @@ struct Member {
   X(rvtiRGBToYCbCr422_JPEG_8u_C4P3R, Rgb4, FormH, Ycc422, k422, false, fwd16) \
   X(rvtiBGRToYCbCr422_JPEG_8u_C3P3R, Bgr3, FormH, Ycc422, k422, false, fwd16) \
   X(rvtiBGRToYCbCr422_JPEG_8u_C4P3R, Bgr4, FormH, Ycc422, k422, false, fwd16) \
-  X(rvtiYCbCrToRGB_JPEG_8u_P3C3R, P3, FormF, Rgb3, kStd, true, inv) \
-  X(rvtiYCbCrToBGR_JPEG_8u_P3C3R, P3, FormF, Bgr3, kStd, true, inv) \
-  X(rvtiYCbCrToRGB_JPEG_8u_P3C4R, P3, FormI, Rgb4, kNoStep, false, inv16) \
-  X(rvtiYCbCrToBGR_JPEG_8u_P3C4R, P3, FormI, Bgr4, kNoStep, false, inv16) \
-  X(rvtiYCbCrToRGB_JPEG_8u_P3R, P3, FormG, P3, kStd, true, inv) \
-  X(rvtiYCbCrToRGB555_JPEG_8u16u_P3C3R, P3, FormG, Rgb555, kStd, false, inv) \
-  X(rvtiYCbCrToRGB565_JPEG_8u16u_P3C3R, P3, FormG, Rgb565, kStd, false, inv) \
-  X(rvtiYCbCrToBGR555_JPEG_8u16u_P3C3R, P3, FormG, Bgr555, kStd, false, inv) \
-  X(rvtiYCbCrToBGR565_JPEG_8u16u_P3C3R, P3, FormG, Bgr565, kStd, false, inv) \
-  X(rvtiYCCKToCMYK_JPEG_8u_P4C4R, P4, FormG, CmykC4, kStd, true, inv) \
-  X(rvtiYCCKToCMYK_JPEG_8u_P4R, P4, FormG, CmykP4, kStd, true, inv) \
+  X(rvtiYCbCrToRGB_JPEG_8u_P3C3R, P3, FormF, Rgb3, kStd, true, inv)           \
+  X(rvtiYCbCrToBGR_JPEG_8u_P3C3R, P3, FormF, Bgr3, kStd, true, inv)           \
+  X(rvtiYCbCrToRGB_JPEG_8u_P3C4R, P3, FormI, Rgb4, kNoStep, false, inv16)     \
+  X(rvtiYCbCrToBGR_JPEG_8u_P3C4R, P3, FormI, Bgr4, kNoStep, false, inv16)     \
+  X(rvtiYCbCrToRGB_JPEG_8u_P3R, P3, FormG, P3, kStd, true, inv)               \
+  X(rvtiYCbCrToRGB555_JPEG_8u16u_P3C3R, P3, FormG, Rgb555, kStd, false, inv)  \
+  X(rvtiYCbCrToRGB565_JPEG_8u16u_P3C3R, P3, FormG, Rgb565, kStd, false, inv)  \
+  X(rvtiYCbCrToBGR555_JPEG_8u16u_P3C3R, P3, FormG, Bgr555, kStd, false, inv)  \
+  X(rvtiYCbCrToBGR565_JPEG_8u16u_P3C3R, P3, FormG, Bgr565, kStd, false, inv)  \
+  X(rvtiYCCKToCMYK_JPEG_8u_P4C4R, P4, FormG, CmykC4, kStd, true, inv)         \
+  X(rvtiYCCKToCMYK_JPEG_8u_P4R, P4, FormG, CmykP4, kStd, true, inv)           \
   X(rvtiYCbCr411ToRGB_JPEG_8u_P3C3R, Ycc411, FormI, Rgb3, k411, false, inv16) \
   X(rvtiYCbCr411ToRGB_JPEG_8u_P3C4R, Ycc411, FormI, Rgb4, k411, false, inv16) \
   X(rvtiYCbCr411ToBGR_JPEG_8u_P3C3R, Ycc411, FormI, Bgr3, k411, false, inv16) \
