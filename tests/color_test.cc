@@ -343,12 +343,12 @@ enum Fmt {
   kYcc422,
   kYccC2
 };
-struct Spec {
+struct Listed {
   const char* name;
   char form;
   Fmt src, dst;
 };
-const Spec kSpecs[] = {
+const Listed kListing[] = {
     {"rvtiRGBToYCbCr_JPEG_8u_C3P3R", 'A', kRgb3, kYcc},
     {"rvtiBGRToYCbCr_JPEG_8u_C3P3R", 'A', kBgr3, kYcc},
     {"rvtiRGBToYCbCr_JPEG_8u_C4P3R", 'H', kRgb4, kYcc},
@@ -394,10 +394,10 @@ const Spec kSpecs[] = {
 };
 
 bool IsWords(Fmt f) { return f >= kRgb555 && f <= kBgr565; }
-bool IsForward(const Spec& s) {
+bool IsForward(const Listed& s) {
   return s.dst == kYcc || s.dst == kYcck || s.dst == kY || s.dst == kYcc411 || s.dst == kYcc422;
 }
-bool IsSubsampled(const Spec& s) {
+bool IsSubsampled(const Listed& s) {
   return s.src == kYcc411 || s.src == kYcc422 || s.src == kYccC2 || s.dst == kYcc411 ||
          s.dst == kYcc422;
 }
@@ -532,7 +532,7 @@ T3 Worked(char form, int i, Fmt src) {
 // Per-pixel members on the 7 worked pixels; form A members on a row of 15
 // (the first 8 in one 15-bit group, the last 7 with 14-bit weights).
 TEST(Color, PerPixelMembersGiveWorkedValues) {
-  for (const Spec& sp : kSpecs) {
+  for (const Listed& sp : kListing) {
     if (IsSubsampled(sp)) continue;
     const Subject& m = SubjectNamed(sp.name);
     const int w = sp.form == 'A' ? 15 : 7;
@@ -580,7 +580,7 @@ TEST(Color, SubsampledMembersGiveWorkedValues) {
   const T3 i422[3][3] = {{{139, 0, 0}, {255, 165, 44}, {0, 114, 218}},
                          {{30, 30, 30}, {128, 128, 128}, {255, 211, 34}},
                          {{0, 92, 0}, {0, 169, 10}, {6, 251, 94}}};
-  for (const Spec& sp : kSpecs) {
+  for (const Listed& sp : kListing) {
     if (!IsSubsampled(sp) || sp.src == kYccC2) continue;
     const Subject& m = SubjectNamed(sp.name);
     const bool b411 = sp.src == kYcc411 || sp.dst == kYcc411;
@@ -643,7 +643,7 @@ TEST(Color, PackedPairsGiveWorkedValues) {
 // neutral through every member, whatever the layout; the 16-bit forms see
 // white as 248.
 TEST(Color, NeutralsStayNeutral) {
-  for (const Spec& sp : kSpecs) {
+  for (const Listed& sp : kListing) {
     const Subject& m = SubjectNamed(sp.name);
     for (const int level : {0, 77, 255}) {
       Side src = m.make_src(5, 4, 1, 0), dst = m.make_dst(5, 4, 1, 0);
@@ -696,7 +696,7 @@ TEST(Color, NeutralsStayNeutral) {
 TEST(Color, PerPixelMembersTrackTheExactConversion) {
   test::Rng rng(34);
   const int w = 61, h = 5;
-  for (const Spec& sp : kSpecs) {
+  for (const Listed& sp : kListing) {
     if (IsSubsampled(sp) || IsWords(sp.src) || IsWords(sp.dst)) continue;
     const Subject& m = SubjectNamed(sp.name);
     Side src = m.make_src(w, h, 0, 0), dst = m.make_dst(w, h, 0, 0);
@@ -731,7 +731,7 @@ TEST(Color, PerPixelMembersTrackTheExactConversion) {
 // ------------------------------------------------------------ checks
 
 enum CheckKind { kStd, kNoStep, k411, k422, kC2 };
-CheckKind KindOf(const Spec& sp) {
+CheckKind KindOf(const Listed& sp) {
   if (sp.src == kYccC2) return kC2;
   if (sp.src == kYcc411 || sp.dst == kYcc411) return k411;
   if (sp.src == kYcc422 || sp.dst == kYcc422) return k422;
@@ -741,7 +741,7 @@ CheckKind KindOf(const Spec& sp) {
 }
 
 TEST(Color, ChecksInArgumentOrderWriteNothing) {
-  for (const Spec& sp : kSpecs) {
+  for (const Listed& sp : kListing) {
     const Subject& m = SubjectNamed(sp.name);
     const CheckKind kind = KindOf(sp);
     const bool steps = kind == kStd;
