@@ -84,7 +84,8 @@ TEST_F(Photo, RoundTripsThroughEveryInverseForm) {
 
   Planes rgb(n, n);
   ASSERT_EQ(rvtiYCbCrToRGB_JPEG_8u_P3R(ycc.c, w, rgb.p, w, roi), rvtStatusOk);
-  for (size_t i = 0; i < n; ++i) back[3 * i] = rgb.y[i], back[3 * i + 1] = rgb.cb[i], back[3 * i + 2] = rgb.cr[i];
+  for (size_t i = 0; i < n; ++i)
+    back[3 * i] = rgb.y[i], back[3 * i + 1] = rgb.cb[i], back[3 * i + 2] = rgb.cr[i];
   Report("A -> G (YCbCrToRGB P3R)", Psnr(img_.px, back), 50);
 
   std::vector<uint8_t> rgba(4 * n);

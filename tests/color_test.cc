@@ -3,6 +3,8 @@
 // fenced at the plane edges, argument checks in order with nothing written,
 // and the reference itself against values worked out by hand from each
 // arithmetic form.
+#include "jpeg/color.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -13,7 +15,6 @@
 
 #include "checkasm.h"
 #include "fence.h"
-#include "jpeg/color.h"
 
 namespace rvt {
 namespace {
@@ -27,9 +28,13 @@ struct Dim {
   int bytes, rows;
 };
 template <int kBpp, int kR, int kB>
-std::vector<Dim> Dims(color::Packed8<kBpp, kR, kB>, int w, int h) { return {{kBpp * w, h}}; }
+std::vector<Dim> Dims(color::Packed8<kBpp, kR, kB>, int w, int h) {
+  return {{kBpp * w, h}};
+}
 template <bool kBgr, int kG>
-std::vector<Dim> Dims(color::Packed16<kBgr, kG>, int w, int h) { return {{2 * w, h}}; }
+std::vector<Dim> Dims(color::Packed16<kBgr, kG>, int w, int h) {
+  return {{2 * w, h}};
+}
 template <int kN, int kCh, int kCv>
 std::vector<Dim> Dims(color::Planes<kN, kCh, kCv>, int w, int h) {
   std::vector<Dim> d;
@@ -132,10 +137,12 @@ Subject MakeSubject(const Impl<Fn>& impl, const char* name) {
   s.name = name;
   constexpr bool kSrcWords = kWords<typename M::Src>, kDstWords = kWords<typename M::Dst>;
   s.make_src = [](int w, int h, int pad, int mis) {
-    return Side(Dims(typename M::Src{}, w, h), kSrcWords ? 2 * pad : pad, kSrcWords ? 2 * mis : mis);
+    return Side(Dims(typename M::Src{}, w, h), kSrcWords ? 2 * pad : pad,
+                kSrcWords ? 2 * mis : mis);
   };
   s.make_dst = [](int w, int h, int pad, int mis) {
-    return Side(Dims(typename M::Dst{}, w, h), kDstWords ? 2 * pad : pad, kDstWords ? 2 * mis : mis);
+    return Side(Dims(typename M::Dst{}, w, h), kDstWords ? 2 * pad : pad,
+                kDstWords ? 2 * mis : mis);
   };
   for (const auto& t : test::AllTargets(impl)) {
     Fn fn = t.fn;
@@ -180,6 +187,7 @@ std::vector<Shape> Shapes() {
   s.push_back({128, 64, 0, 0});  // 8192 pixels in rows
   s.push_back({2731, 3, 9, 1});  // 8193 pixels
   s.push_back({97, 101, 31, 7});
+  s.push_back({4133, 4, 3, 2});  // past one 4096-column pass of the 411 kernel
   return s;
 }
 
@@ -202,7 +210,8 @@ void CompareOnShape(const Subject& m, const Shape& sh, test::Rng& rng) {
         if (want_status < 0) {
           ASSERT_TRUE(got.planes[i].Unchanged(before.planes[i])) << label;
         } else {
-          ASSERT_TRUE(test::Matches(want.planes[i], got.planes[i], label + " plane " + std::to_string(i)));
+          ASSERT_TRUE(
+              test::Matches(want.planes[i], got.planes[i], label + " plane " + std::to_string(i)));
         }
       }
     }
@@ -219,23 +228,41 @@ TEST(Color, EveryMemberMatchesReferenceOnEveryTarget) {
   }
 }
 
-// A 4K frame in flat buffers: output buffers start with the same pattern,
-// so one comparison of whole buffers (rows, row padding and the guard
-// areas around them) checks both values and stray writes.
+// Frames larger than the caches in flat buffers with 64-byte aligned rows,
+// as codecs allocate them: output buffers start with the same pattern, so
+// one comparison of whole buffers (rows, row padding and the guard areas
+// around them) checks values and stray writes.  3833 columns leave a
+// ragged last step on every row.
 TEST(Color, FullFrame) {
   test::Rng rng(32);
-  const int w = 3840, h = 2160, pad = 32, guard = 4096;
-  for (const char* name : {"rvtiRGBToYCbCr_JPEG_8u_C3P3R", "rvtiYCbCrToRGB_JPEG_8u_P3C3R"}) {
-    const Subject& m = SubjectNamed(name);
+  const int guard = 4096;
+  struct Frame {
+    const char* name;
+    int w, h;
+  };
+  for (const Frame& f : {Frame{"rvtiRGBToYCbCr_JPEG_8u_C3P3R", 3840, 2160},
+                         Frame{"rvtiYCbCrToRGB_JPEG_8u_P3C3R", 3840, 2160},
+                         Frame{"rvtiRGBToYCbCr_JPEG_8u_C3P3R", 3833, 1400}}) {
+    const Subject& m = SubjectNamed(f.name);
     const Side src_shape = m.make_src(1, 1, 0, 0), dst_shape = m.make_dst(1, 1, 0, 0);
     auto flat = [&](const Side& shape, std::vector<std::vector<uint8_t>>& bufs, Ptrs& ptrs) {
       const int bpp = shape.planes[0].width();  // bytes per pixel of plane 0
-      ptrs.step = bpp * w + pad;
-      bufs.assign(shape.planes.size(), std::vector<uint8_t>(size_t(ptrs.step) * h + 2 * guard));
+      ptrs.step = (bpp * f.w + 63) / 64 * 64;
+      bufs.assign(shape.planes.size(),
+                  std::vector<uint8_t>(size_t(ptrs.step) * f.h + 2 * guard + 64));
       for (size_t i = 0; i < bufs.size(); ++i) {
-        for (size_t k = 0; k < bufs[i].size(); ++k) bufs[i][k] = test::GuardByte(k);
-        ptrs.p[i] = bufs[i].data() + guard;
+        uint8_t* p = bufs[i].data() + guard;
+        ptrs.p[i] = p + (64 - reinterpret_cast<uintptr_t>(p) % 64) % 64;
+        // The pattern is laid out from the aligned first pixel.
+        for (size_t k = 0; k < bufs[i].size(); ++k) {
+          bufs[i][k] = test::GuardByte(k + (1 << 20) - size_t(ptrs.p[i] - bufs[i].data()));
+        }
       }
+    };
+    // The bytes from `guard` before the first pixel to `guard` after the last row.
+    auto window = [&](const std::vector<uint8_t>& b, const Ptrs& ptrs, size_t i) {
+      const uint8_t* first = ptrs.p[i] - guard;
+      return std::vector<uint8_t>(first, first + size_t(ptrs.step) * f.h + guard);
     };
     std::vector<std::vector<uint8_t>> src, want;
     Ptrs sp, wp;
@@ -243,19 +270,21 @@ TEST(Color, FullFrame) {
     for (auto& b : src)
       for (auto& v : b) v = uint8_t(rng.Uniform(0, 255));
     flat(dst_shape, want, wp);
-    ASSERT_EQ(m.ref()(sp, wp, {w, h}, Call{}), rvtStatusOk);
+    ASSERT_EQ(m.ref()(sp, wp, {f.w, f.h}, Call{}), rvtStatusOk);
     test::WithThreads({1, 2}, [&](int threads) {
       for (size_t t = 0; t + 1 < m.targets.size(); ++t) {
         std::vector<std::vector<uint8_t>> got;
         Ptrs gp;
         flat(dst_shape, got, gp);
-        ASSERT_EQ(m.targets[t].second(sp, gp, {w, h}, Call{}), rvtStatusOk);
+        ASSERT_EQ(m.targets[t].second(sp, gp, {f.w, f.h}, Call{}), rvtStatusOk);
         for (size_t i = 0; i < got.size(); ++i) {
-          const auto diff = std::mismatch(want[i].begin(), want[i].end(), got[i].begin());
-          ASSERT_TRUE(diff.first == want[i].end())
-              << name << " " << m.targets[t].first << " threads " << threads << " plane " << i
-              << ": first difference at byte " << (diff.first - want[i].begin()) - guard
-              << " from the first pixel (step " << gp.step << ")";
+          const auto a = window(want[i], wp, i), b = window(got[i], gp, i);
+          const auto diff = std::mismatch(a.begin(), a.end(), b.begin());
+          ASSERT_TRUE(diff.first == a.end())
+              << f.name << " " << f.w << "x" << f.h << " " << m.targets[t].first << " threads "
+              << threads << " plane " << i << ": first difference at byte "
+              << (diff.first - a.begin()) - guard << " from the first pixel (step " << gp.step
+              << ")";
         }
       }
     });
@@ -296,15 +325,30 @@ TEST(Color, ReadsStayInsideTheRegion) {
 // The table of members as the tests read it, written out independently of
 // the library's own table: form letter, source and destination layouts.
 enum Fmt {
-  kRgb3, kBgr3, kRgb4, kBgr4, kRgbP3, kRgb555, kRgb565, kBgr555, kBgr565, kCmyk4, kCmykP4,
-  kYcc, kYcck, kY, kYcc411, kYcc422, kYccC2
+  kRgb3,
+  kBgr3,
+  kRgb4,
+  kBgr4,
+  kRgbP3,
+  kRgb555,
+  kRgb565,
+  kBgr555,
+  kBgr565,
+  kCmyk4,
+  kCmykP4,
+  kYcc,
+  kYcck,
+  kY,
+  kYcc411,
+  kYcc422,
+  kYccC2
 };
-struct Spec {
+struct Listed {
   const char* name;
   char form;
   Fmt src, dst;
 };
-const Spec kSpecs[] = {
+const Listed kListing[] = {
     {"rvtiRGBToYCbCr_JPEG_8u_C3P3R", 'A', kRgb3, kYcc},
     {"rvtiBGRToYCbCr_JPEG_8u_C3P3R", 'A', kBgr3, kYcc},
     {"rvtiRGBToYCbCr_JPEG_8u_C4P3R", 'H', kRgb4, kYcc},
@@ -350,9 +394,12 @@ const Spec kSpecs[] = {
 };
 
 bool IsWords(Fmt f) { return f >= kRgb555 && f <= kBgr565; }
-bool IsForward(const Spec& s) { return s.dst == kYcc || s.dst == kYcck || s.dst == kY || s.dst == kYcc411 || s.dst == kYcc422; }
-bool IsSubsampled(const Spec& s) {
-  return s.src == kYcc411 || s.src == kYcc422 || s.src == kYccC2 || s.dst == kYcc411 || s.dst == kYcc422;
+bool IsForward(const Listed& s) {
+  return s.dst == kYcc || s.dst == kYcck || s.dst == kY || s.dst == kYcc411 || s.dst == kYcc422;
+}
+bool IsSubsampled(const Listed& s) {
+  return s.src == kYcc411 || s.src == kYcc422 || s.src == kYccC2 || s.dst == kYcc411 ||
+         s.dst == kYcc422;
 }
 
 using V4 = std::array<int, 4>;  // R G B A, C M Y K or Y Cb Cr K
@@ -362,7 +409,11 @@ using V4 = std::array<int, 4>;  // R G B A, C M Y K or Y Cb Cr K
 void Put(Fmt f, Side& s, int x, int y, V4 v) {
   auto at = [&](int plane, int byte) { return s.planes[plane].row(y) + byte; };
   switch (f) {
-    case kRgb3: case kBgr3: case kRgb4: case kBgr4: case kCmyk4: {
+    case kRgb3:
+    case kBgr3:
+    case kRgb4:
+    case kBgr4:
+    case kCmyk4: {
       const int bpp = (f == kRgb3 || f == kBgr3) ? 3 : 4;
       const bool bgr = f == kBgr3 || f == kBgr4;
       uint8_t* p = at(0, bpp * x);
@@ -372,7 +423,10 @@ void Put(Fmt f, Side& s, int x, int y, V4 v) {
       if (bpp == 4) p[3] = uint8_t(v[3]);
       return;
     }
-    case kRgb555: case kRgb565: case kBgr555: case kBgr565: {
+    case kRgb555:
+    case kRgb565:
+    case kBgr555:
+    case kBgr565: {
       const bool bgr = f == kBgr555 || f == kBgr565;
       const int gb = (f == kRgb565 || f == kBgr565) ? 6 : 5;
       const int lo = (bgr ? v[2] : v[0]) >> 3, hi = (bgr ? v[0] : v[2]) >> 3;
@@ -387,13 +441,20 @@ void Put(Fmt f, Side& s, int x, int y, V4 v) {
 V4 Get(Fmt f, const Side& s, int x, int y) {
   auto at = [&](int plane, int byte) { return s.planes[plane].row(y)[byte]; };
   switch (f) {
-    case kRgb3: case kBgr3: case kRgb4: case kBgr4: case kCmyk4: {
+    case kRgb3:
+    case kBgr3:
+    case kRgb4:
+    case kBgr4:
+    case kCmyk4: {
       const int bpp = (f == kRgb3 || f == kBgr3) ? 3 : 4;
       const bool bgr = f == kBgr3 || f == kBgr4;
       const int b0 = at(0, bpp * x), b1 = at(0, bpp * x + 1), b2 = at(0, bpp * x + 2);
       return {bgr ? b2 : b0, b1, bgr ? b0 : b2, bpp == 4 ? at(0, bpp * x + 3) : 0};
     }
-    case kRgb555: case kRgb565: case kBgr555: case kBgr565: {
+    case kRgb555:
+    case kRgb565:
+    case kBgr555:
+    case kBgr565: {
       const bool bgr = f == kBgr555 || f == kBgr565;
       const int gb = (f == kRgb565 || f == kBgr565) ? 6 : 5;
       const int w = at(0, 2 * x) | at(0, 2 * x + 1) << 8;
@@ -438,30 +499,40 @@ const T3 kB565[7] = {{142, 124, 27}, {159, 79, 134}, {60, 157, 165}, {100, 76, 6
                      {25, 213, 122}, {112, 106, 54}, {148, 44, 34}};
 const T3 kQ[7] = {{42, 231, 179}, {135, 170, 82}, {42, 122, 175}, {191, 93, 161},
                   {1, 183, 77},   {0, 0, 255},    {255, 128, 128}};
-const T3 kF[7] = {{113, 0, 225}, {71, 153, 209}, {108, 11, 31}, {237, 179, 129},
+const T3 kF[7] = {{113, 0, 225}, {71, 153, 209}, {108, 11, 31},  {237, 179, 129},
                   {0, 19, 98},   {178, 0, 0},    {255, 255, 255}};
-const T3 kG[7] = {{113, 0, 224}, {71, 153, 209}, {108, 11, 31}, {237, 179, 129},
+const T3 kG[7] = {{113, 0, 224}, {71, 153, 209}, {108, 11, 31},  {237, 179, 129},
                   {0, 18, 98},   {178, 0, 0},    {255, 255, 255}};
-const T3 kI[7] = {{114, 0, 225}, {71, 154, 209}, {108, 11, 31}, {237, 180, 129},
+const T3 kI[7] = {{114, 0, 225}, {71, 154, 209}, {108, 11, 31},  {237, 180, 129},
                   {0, 19, 98},   {178, 0, 0},    {255, 255, 255}};
 
 T3 Worked(char form, int i, Fmt src) {
   switch (form) {
-    case 'B': return src == kRgb555 || src == kBgr555 ? kB555[i] : (src == kRgb565 || src == kBgr565 ? kB565[i] : kB[i]);
-    case 'C': return kC[i];
-    case 'H': return kH[i];
-    case 'D': return {kD[i], 0, 0};
-    case 'E': return {kE[i], 0, 0};
-    case 'F': return kF[i];
-    case 'G': return kG[i];
-    default: return kI[i];
+    case 'B':
+      return src == kRgb555 || src == kBgr555
+                 ? kB555[i]
+                 : (src == kRgb565 || src == kBgr565 ? kB565[i] : kB[i]);
+    case 'C':
+      return kC[i];
+    case 'H':
+      return kH[i];
+    case 'D':
+      return {kD[i], 0, 0};
+    case 'E':
+      return {kE[i], 0, 0};
+    case 'F':
+      return kF[i];
+    case 'G':
+      return kG[i];
+    default:
+      return kI[i];
   }
 }
 
 // Per-pixel members on the 7 worked pixels; form A members on a row of 15
 // (the first 8 in one 15-bit group, the last 7 with 14-bit weights).
 TEST(Color, PerPixelMembersGiveWorkedValues) {
-  for (const Spec& sp : kSpecs) {
+  for (const Listed& sp : kListing) {
     if (IsSubsampled(sp)) continue;
     const Subject& m = SubjectNamed(sp.name);
     const int w = sp.form == 'A' ? 15 : 7;
@@ -501,14 +572,15 @@ TEST(Color, SubsampledMembersGiveWorkedValues) {
   const T3 c411[2][2] = {{{124, 87}, {132, 111}}, {{84, 32}, {80, 135}}};
   const T3 c422[3][2] = {{{102, 82}, {158, 167}}, {{146, 93}, {106, 55}}, {{84, 32}, {80, 135}}};
   const int yy[3][3] = {{10, 200, 90}, {30, 128, 255}, {0, 77, 160}};
-  const int cb[3][2] = {{40, 200}, {128, 3}, {90, 91}}, cr[3][2] = {{220, 60}, {128, 250}, {17, 18}};
+  const int cb[3][2] = {{40, 200}, {128, 3}, {90, 91}},
+            cr[3][2] = {{220, 60}, {128, 250}, {17, 18}};
   const T3 i411[3][3] = {{{139, 0, 0}, {255, 165, 44}, {0, 114, 218}},
                          {{159, 0, 0}, {255, 93, 0}, {160, 255, 255}},
                          {{0, 0, 0}, {77, 77, 77}, {255, 116, 0}}};
   const T3 i422[3][3] = {{{139, 0, 0}, {255, 165, 44}, {0, 114, 218}},
                          {{30, 30, 30}, {128, 128, 128}, {255, 211, 34}},
                          {{0, 92, 0}, {0, 169, 10}, {6, 251, 94}}};
-  for (const Spec& sp : kSpecs) {
+  for (const Listed& sp : kListing) {
     if (!IsSubsampled(sp) || sp.src == kYccC2) continue;
     const Subject& m = SubjectNamed(sp.name);
     const bool b411 = sp.src == kYcc411 || sp.dst == kYcc411;
@@ -571,7 +643,7 @@ TEST(Color, PackedPairsGiveWorkedValues) {
 // neutral through every member, whatever the layout; the 16-bit forms see
 // white as 248.
 TEST(Color, NeutralsStayNeutral) {
-  for (const Spec& sp : kSpecs) {
+  for (const Listed& sp : kListing) {
     const Subject& m = SubjectNamed(sp.name);
     for (const int level : {0, 77, 255}) {
       Side src = m.make_src(5, 4, 1, 0), dst = m.make_dst(5, 4, 1, 0);
@@ -608,7 +680,8 @@ TEST(Color, NeutralsStayNeutral) {
           } else {
             const int g = sp.form == 'J' ? std::max(level - 1, 0) : level;
             V4 want = Kept(sp.dst, {level, g, level, 0});
-            if (sp.dst == kCmyk4 || sp.dst == kCmykP4) want = {255 - level, 255 - level, 255 - level, 9};
+            if (sp.dst == kCmyk4 || sp.dst == kCmykP4)
+              want = {255 - level, 255 - level, 255 - level, 9};
             V4 got = Get(sp.dst, dst, x, y);
             if (sp.dst == kRgb4 || sp.dst == kBgr4) got[3] = 0;
             EXPECT_EQ(got, want) << sp.name << " level " << level;
@@ -623,7 +696,7 @@ TEST(Color, NeutralsStayNeutral) {
 TEST(Color, PerPixelMembersTrackTheExactConversion) {
   test::Rng rng(34);
   const int w = 61, h = 5;
-  for (const Spec& sp : kSpecs) {
+  for (const Listed& sp : kListing) {
     if (IsSubsampled(sp) || IsWords(sp.src) || IsWords(sp.dst)) continue;
     const Subject& m = SubjectNamed(sp.name);
     Side src = m.make_src(w, h, 0, 0), dst = m.make_dst(w, h, 0, 0);
@@ -634,7 +707,8 @@ TEST(Color, PerPixelMembersTrackTheExactConversion) {
       for (int x = 0; x < w; ++x) {
         V4 in = Get(sp.src, src, x, y), out = Get(sp.dst, dst, x, y);
         if (sp.src == kCmyk4 || sp.src == kCmykP4) in = {255 - in[0], 255 - in[1], 255 - in[2], 0};
-        if (sp.dst == kCmyk4 || sp.dst == kCmykP4) out = {255 - out[0], 255 - out[1], 255 - out[2], 0};
+        if (sp.dst == kCmyk4 || sp.dst == kCmykP4)
+          out = {255 - out[0], 255 - out[1], 255 - out[2], 0};
         double e[3];
         if (IsForward(sp)) {
           e[0] = 0.299 * in[0] + 0.587 * in[1] + 0.114 * in[2];
@@ -657,7 +731,7 @@ TEST(Color, PerPixelMembersTrackTheExactConversion) {
 // ------------------------------------------------------------ checks
 
 enum CheckKind { kStd, kNoStep, k411, k422, kC2 };
-CheckKind KindOf(const Spec& sp) {
+CheckKind KindOf(const Listed& sp) {
   if (sp.src == kYccC2) return kC2;
   if (sp.src == kYcc411 || sp.dst == kYcc411) return k411;
   if (sp.src == kYcc422 || sp.dst == kYcc422) return k422;
@@ -667,7 +741,7 @@ CheckKind KindOf(const Spec& sp) {
 }
 
 TEST(Color, ChecksInArgumentOrderWriteNothing) {
-  for (const Spec& sp : kSpecs) {
+  for (const Listed& sp : kListing) {
     const Subject& m = SubjectNamed(sp.name);
     const CheckKind kind = KindOf(sp);
     const bool steps = kind == kStd;
@@ -686,17 +760,48 @@ TEST(Color, ChecksInArgumentOrderWriteNothing) {
       cases.push_back(c);
     };
     const ImageSize bad{0, 0}, good{4, 4};
-    add([](Call& c) { c.null_src = 1; c.src_step_set = true; c.null_dst = 1; }, bad, rvtStatusNullPtr);
+    add(
+        [](Call& c) {
+          c.null_src = 1;
+          c.src_step_set = true;
+          c.null_dst = 1;
+        },
+        bad, rvtStatusNullPtr);
     if (sp_planes > 1) {
       for (int i = 0; i < sp_planes; ++i)
-        add([&](Call& c) { c.null_src = 2 + i; c.src_step_set = true; }, bad, rvtStatusNullPtr);
+        add(
+            [&](Call& c) {
+              c.null_src = 2 + i;
+              c.src_step_set = true;
+            },
+            bad, rvtStatusNullPtr);
     }
-    add([](Call& c) { c.src_step_set = true; c.null_dst = 1; }, good, steps ? rvtStatusStep : rvtStatusNullPtr);
-    add([](Call& c) { c.src_step_set = true; c.src_step = -4; }, bad, steps ? rvtStatusStep : rvtStatusSize);
-    add([](Call& c) { c.null_dst = 1; c.dst_step_set = true; }, bad, rvtStatusNullPtr);
+    add(
+        [](Call& c) {
+          c.src_step_set = true;
+          c.null_dst = 1;
+        },
+        good, steps ? rvtStatusStep : rvtStatusNullPtr);
+    add(
+        [](Call& c) {
+          c.src_step_set = true;
+          c.src_step = -4;
+        },
+        bad, steps ? rvtStatusStep : rvtStatusSize);
+    add(
+        [](Call& c) {
+          c.null_dst = 1;
+          c.dst_step_set = true;
+        },
+        bad, rvtStatusNullPtr);
     if (dp_planes > 1) {
       for (int i = 0; i < dp_planes; ++i)
-        add([&](Call& c) { c.null_dst = 2 + i; c.dst_step_set = true; }, bad, rvtStatusNullPtr);
+        add(
+            [&](Call& c) {
+              c.null_dst = 2 + i;
+              c.dst_step_set = true;
+            },
+            bad, rvtStatusNullPtr);
     }
     if (steps) add([](Call& c) { c.dst_step_set = true; }, bad, rvtStatusStep);
     add([](Call&) {}, {0, 4}, rvtStatusSize);
@@ -711,15 +816,19 @@ TEST(Color, ChecksInArgumentOrderWriteNothing) {
         EXPECT_EQ(t.second(PtrsOf(src), PtrsOf(dst), c.roi, c.call), c.want)
             << sp.name << " " << t.first << " null " << c.call.null_src << "/" << c.call.null_dst
             << " roi " << c.roi.width << "x" << c.roi.height;
-        for (int i = 0; i < dp_planes; ++i) ASSERT_TRUE(dst.planes[i].Unchanged(before.planes[i])) << sp.name;
+        for (int i = 0; i < dp_planes; ++i)
+          ASSERT_TRUE(dst.planes[i].Unchanged(before.planes[i])) << sp.name;
       }
     }
     // Success statuses: +35 for the odd sizes of the 411 / 422 members.
-    for (const ImageSize roi : {ImageSize{4, 4}, ImageSize{3, 4}, ImageSize{4, 3}, ImageSize{2, 1}}) {
+    for (const ImageSize roi :
+         {ImageSize{4, 4}, ImageSize{3, 4}, ImageSize{4, 3}, ImageSize{2, 1}}) {
       if (kind == k411 && roi.height < 2) continue;
-      const bool odd = (kind == k411 && ((roi.width | roi.height) & 1)) || (kind == k422 && (roi.width & 1));
+      const bool odd =
+          (kind == k411 && ((roi.width | roi.height) & 1)) || (kind == k422 && (roi.width & 1));
       for (const auto& t : m.targets) {
-        EXPECT_EQ(t.second(PtrsOf(src), PtrsOf(dst), roi, Call{}), odd ? rvtStatusOddSize : rvtStatusOk)
+        EXPECT_EQ(t.second(PtrsOf(src), PtrsOf(dst), roi, Call{}),
+                  odd ? rvtStatusOddSize : rvtStatusOk)
             << sp.name << " " << roi.width << "x" << roi.height;
       }
     }
@@ -727,7 +836,8 @@ TEST(Color, ChecksInArgumentOrderWriteNothing) {
     if (!steps) {
       Call c;
       c.src_step_set = c.dst_step_set = true;
-      for (const auto& t : m.targets) EXPECT_GE(t.second(PtrsOf(src), PtrsOf(dst), {2, 2}, c), 0) << sp.name;
+      for (const auto& t : m.targets)
+        EXPECT_GE(t.second(PtrsOf(src), PtrsOf(dst), {2, 2}, c), 0) << sp.name;
     }
   }
 }

@@ -16,6 +16,8 @@
 
 #include <hwy/highway.h>
 
+#include <algorithm>
+
 #include "jpeg/color.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -25,6 +27,10 @@ namespace color_simd {
 
 namespace hn = hwy::HWY_NAMESPACE;
 namespace cl = rvt::color;
+
+// Lambdas here are part of the kernels: inlined, they keep the constants in
+// registers instead of rebuilding them on every call.
+#define RVT_COLOR_INLINE __attribute__((always_inline))
 
 using D16 = hn::ScalableTag<int16_t>;
 using DU16 = hn::RebindToUnsigned<D16>;
@@ -46,6 +52,37 @@ HWY_INLINE V16 Widen(V8 v) { return hn::PromoteTo(D16(), v); }
 HWY_INLINE V8 Narrow(V16 v) { return hn::DemoteTo(D8(), v); }
 HWY_INLINE V16 K16(int v) { return hn::Set(D16(), int16_t(v)); }
 
+// The wide path: 2N pixels per step from full byte vectors.  Bytes widen
+// within each 128-bit block (ZipLower / ZipUpper with zero) and pack back
+// the same way, so the lane order never has to cross blocks; the forms are
+// lane-wise and do not mind the order.
+using DB = hn::Repartition<uint8_t, D16>;
+using VB = hn::Vec<DB>;
+struct Wide {
+  V16 lo, hi;
+};
+HWY_INLINE Wide Unzip(VB v) {
+  const DU16 du;
+  const VB zero = hn::Zero(DB());
+  return {hn::BitCast(D16(), hn::ZipLower(du, v, zero)),
+          hn::BitCast(D16(), hn::ZipUpper(du, v, zero))};
+}
+// Bytes with unsigned saturation (the clamp to 0..255), block by block: the
+// inverse of Unzip.
+HWY_INLINE VB Rezip(V16 lo, V16 hi) {
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+  return VB{_mm512_packus_epi16(lo.raw, hi.raw)};
+#elif HWY_TARGET == HWY_AVX2
+  return VB{_mm256_packus_epi16(lo.raw, hi.raw)};
+#elif HWY_TARGET == HWY_SSSE3 || HWY_TARGET == HWY_SSE4
+  return VB{_mm_packus_epi16(lo.raw, hi.raw)};
+#else
+#error "colour kernels are written for x86 targets"
+#endif
+}
+
+HWY_INLINE void Put(VB v, uint8_t* p) { hn::StoreU(v, DB(), p); }
+
 // ------------------------------------------------------------ 32-bit sums
 
 // Two channels interleaved lane by lane (within each 128-bit block), so a
@@ -58,8 +95,8 @@ HWY_INLINE Pair Zip(V16 a, V16 b) {
   return {hn::InterleaveLower(d, a, b), hn::InterleaveUpper(d, a, b)};
 }
 HWY_INLINE V16 Weights(int wa, int wb) {
-  return hn::BitCast(D16(), hn::Set(D32(), int32_t(uint32_t(uint16_t(wa)) |
-                                                   uint32_t(uint16_t(wb)) << 16)));
+  return hn::BitCast(
+      D16(), hn::Set(D32(), int32_t(uint32_t(uint16_t(wa)) | uint32_t(uint16_t(wb)) << 16)));
 }
 HWY_INLINE V32 Madd(V16 pairs, V16 weights, V32 sum) {
   V32 unused;
@@ -88,8 +125,8 @@ HWY_INLINE V16 Dot3(const Pair& ab, int wa, int wb, const Pair& c1, int wc, int3
   const Bias<kShift> k(bias);
   const V16 w0 = Weights(wa, wb), w1 = Weights(wc, k.lo);
   const V32 zero = hn::Zero(D32());
-  return k.Add(Pack<kShift>(Madd(c1.lo, w1, Madd(ab.lo, w0, zero)),
-                            Madd(c1.hi, w1, Madd(ab.hi, w0, zero))));
+  return k.Add(
+      Pack<kShift>(Madd(c1.lo, w1, Madd(ab.lo, w0, zero)), Madd(c1.hi, w1, Madd(ab.hi, w0, zero))));
 }
 // (a*wa + bias) >> kShift, with a1 = Zip(a, 1).
 template <int kShift>
@@ -115,9 +152,9 @@ HWY_INLINE void LoadBytes(cl::Packed8<kBpp, kR, kB>, const uint8_t* row, int x, 
   const D8 d8;
   V8 c0, c1, c2, c3;
   if constexpr (kBpp == 3) {
-    hn::LoadInterleaved3(d8, row + 3 * x, c0, c1, c2);
+    hn::LoadInterleaved3(d8, row + 3 * ptrdiff_t(x), c0, c1, c2);
   } else {
-    hn::LoadInterleaved4(d8, row + 4 * x, c0, c1, c2, c3);
+    hn::LoadInterleaved4(d8, row + 4 * ptrdiff_t(x), c0, c1, c2, c3);
   }
   r = kR == 0 ? c0 : c2;
   g = c1;
@@ -134,10 +171,10 @@ HWY_INLINE void Store(cl::Packed8<kBpp, kR, kB>, const cl::Rows& rows, int x, co
   const D8 d8;
   const V8 r = Narrow(p.a), g = Narrow(p.b), b = Narrow(p.c);
   if constexpr (kBpp == 3) {
-    hn::StoreInterleaved3(kR == 0 ? r : b, g, kR == 0 ? b : r, d8, rows.d[0] + 3 * x);
+    hn::StoreInterleaved3(kR == 0 ? r : b, g, kR == 0 ? b : r, d8, rows.d[0] + 3 * ptrdiff_t(x));
   } else {
     hn::StoreInterleaved4(kR == 0 ? r : b, g, kR == 0 ? b : r, hn::Set(d8, rows.aval), d8,
-                          rows.d[0] + 4 * x);
+                          rows.d[0] + 4 * ptrdiff_t(x));
   }
 }
 
@@ -155,7 +192,9 @@ HWY_INLINE Pix Load(cl::Packed16<kBgr, kG>, const cl::Rows& rows, int x) {
 template <bool kBgr, int kG>
 HWY_INLINE void Store(cl::Packed16<kBgr, kG>, const cl::Rows& rows, int x, const Pix& p) {
   const DU16 du;
-  auto clamp = [&](V16 v) { return hn::BitCast(du, hn::Min(hn::Max(v, K16(0)), K16(255))); };
+  auto clamp = [&](V16 v) RVT_COLOR_INLINE {
+    return hn::BitCast(du, hn::Min(hn::Max(v, K16(0)), K16(255)));
+  };
   const VU16 lo = hn::ShiftRight<3>(clamp(kBgr ? p.c : p.a));
   const VU16 g = hn::ShiftRight<8 - kG>(clamp(p.b));
   const VU16 hi = hn::ShiftRight<3>(clamp(kBgr ? p.a : p.c));
@@ -204,7 +243,7 @@ HWY_INLINE Pix Load(cl::Cmyk<kPacked>, const cl::Rows& rows, int x) {
   const D8 d8;
   V8 c, m, y, k;
   if constexpr (kPacked) {
-    hn::LoadInterleaved4(d8, rows.s[0] + 4 * x, c, m, y, k);
+    hn::LoadInterleaved4(d8, rows.s[0] + 4 * ptrdiff_t(x), c, m, y, k);
   } else {
     c = hn::LoadU(d8, rows.s[0] + x);
     m = hn::LoadU(d8, rows.s[1] + x);
@@ -221,7 +260,7 @@ HWY_INLINE void Store(cl::Cmyk<kPacked>, const cl::Rows& rows, int x, const Pix&
   const V8 c = hn::Sub(full, Narrow(p.a)), m = hn::Sub(full, Narrow(p.b)),
            y = hn::Sub(full, Narrow(p.c)), k = Narrow(p.k);
   if constexpr (kPacked) {
-    hn::StoreInterleaved4(c, m, y, k, d8, rows.d[0] + 4 * x);
+    hn::StoreInterleaved4(c, m, y, k, d8, rows.d[0] + 4 * ptrdiff_t(x));
   } else {
     hn::StoreU(c, d8, rows.d[0] + x);
     hn::StoreU(m, d8, rows.d[1] + x);
@@ -235,7 +274,7 @@ HWY_INLINE void Store(cl::Cmyk<kPacked>, const cl::Rows& rows, int x, const Pix&
 HWY_INLINE Pix Load(cl::YccC2, const cl::Rows& rows, int x) {
   const DU16 du;
   const hn::Repartition<uint32_t, DU16> du32;
-  const VU16 w = hn::LoadU(du, reinterpret_cast<const uint16_t*>(rows.s[0] + 2 * x));
+  const VU16 w = hn::LoadU(du, reinterpret_cast<const uint16_t*>(rows.s[0] + 2 * ptrdiff_t(x)));
   const auto c = hn::BitCast(du32, hn::ShiftRight<8>(w));  // Cb | Cr << 16 per pair
   const auto cb = hn::Or(hn::And(c, hn::Set(du32, 0xFFFFu)), hn::ShiftLeft<16>(c));
   const auto cr = hn::Or(hn::ShiftRight<16>(c), hn::And(c, hn::Set(du32, 0xFFFF0000u)));
@@ -244,11 +283,129 @@ HWY_INLINE Pix Load(cl::YccC2, const cl::Rows& rows, int x) {
           hn::Zero(d)};
 }
 
+// ------------------------------------------------------------ wide layouts
+
+struct WPix {
+  Pix lo, hi;
+};
+HWY_INLINE void Split(VB a, VB b, VB c, VB k, WPix& p) {
+  const Wide wa = Unzip(a), wb = Unzip(b), wc = Unzip(c), wk = Unzip(k);
+  p.lo = {wa.lo, wb.lo, wc.lo, wk.lo};
+  p.hi = {wa.hi, wb.hi, wc.hi, wk.hi};
+}
+
+template <int kBpp, int kR, int kB>
+HWY_INLINE void LoadWideBytes(cl::Packed8<kBpp, kR, kB>, const uint8_t* row, int x, VB& r, VB& g,
+                              VB& b) {
+  const DB db;
+  VB c0, c1, c2, c3;
+  if constexpr (kBpp == 3) {
+    hn::LoadInterleaved3(db, row + 3 * ptrdiff_t(x), c0, c1, c2);
+  } else {
+    hn::LoadInterleaved4(db, row + 4 * ptrdiff_t(x), c0, c1, c2, c3);
+  }
+  r = kR == 0 ? c0 : c2;
+  g = c1;
+  b = kR == 0 ? c2 : c0;
+}
+template <int kBpp, int kR, int kB>
+HWY_INLINE WPix LoadWide(cl::Packed8<kBpp, kR, kB> l, const cl::Rows& rows, int x) {
+  VB r, g, b;
+  LoadWideBytes(l, rows.s[0], x, r, g, b);
+  WPix p;
+  Split(r, g, b, r, p);
+  return p;
+}
+template <int kBpp, int kR, int kB>
+HWY_INLINE void StoreWide(cl::Packed8<kBpp, kR, kB>, const cl::Rows& rows, int x, const WPix& p) {
+  const DB db;
+  const VB r = Rezip(p.lo.a, p.hi.a), g = Rezip(p.lo.b, p.hi.b), b = Rezip(p.lo.c, p.hi.c);
+  if constexpr (kBpp == 3) {
+    hn::StoreInterleaved3(kR == 0 ? r : b, g, kR == 0 ? b : r, db, rows.d[0] + 3 * ptrdiff_t(x));
+  } else {
+    hn::StoreInterleaved4(kR == 0 ? r : b, g, kR == 0 ? b : r, hn::Set(db, rows.aval), db,
+                          rows.d[0] + 4 * ptrdiff_t(x));
+  }
+}
+
+// N chroma bytes, each repeated for the two pixels of its pair: 2N bytes.
+HWY_INLINE VB LoadPairsWide(const uint8_t* p) {
+  const DU16 du;
+  const auto c = hn::PromoteTo(du, hn::LoadU(D8(), p));
+  return hn::BitCast(DB(), hn::Or(c, hn::ShiftLeft<8>(c)));
+}
+template <int kN, int kCh, int kCv>
+HWY_INLINE WPix LoadWide(cl::Planes<kN, kCh, kCv>, const cl::Rows& rows, int x) {
+  const DB db;
+  const VB y = hn::LoadU(db, rows.s[0] + x);
+  const VB cb = kCh == 2 ? LoadPairsWide(rows.s[1] + x / 2) : hn::LoadU(db, rows.s[1] + x);
+  const VB cr = kCh == 2 ? LoadPairsWide(rows.s[2] + x / 2) : hn::LoadU(db, rows.s[2] + x);
+  WPix p;
+  Split(y, cb, cr, kN == 4 ? hn::LoadU(db, rows.s[3] + x) : y, p);
+  return p;
+}
+template <int kN, int kCh, int kCv>
+HWY_INLINE void StoreWide(cl::Planes<kN, kCh, kCv>, const cl::Rows& rows, int x, const WPix& p) {
+  Put(Rezip(p.lo.a, p.hi.a), rows.d[0] + x);
+  Put(Rezip(p.lo.b, p.hi.b), rows.d[1] + x);
+  Put(Rezip(p.lo.c, p.hi.c), rows.d[2] + x);
+  if constexpr (kN == 4) Put(Rezip(p.lo.k, p.hi.k), rows.d[3] + x);
+}
+
+HWY_INLINE void StoreWide(cl::Luma, const cl::Rows& rows, int x, const WPix& p) {
+  Put(Rezip(p.lo.a, p.hi.a), rows.d[0] + x);
+}
+
+template <bool kPacked>
+HWY_INLINE WPix LoadWide(cl::Cmyk<kPacked>, const cl::Rows& rows, int x) {
+  const DB db;
+  VB c, m, y, k;
+  if constexpr (kPacked) {
+    hn::LoadInterleaved4(db, rows.s[0] + 4 * ptrdiff_t(x), c, m, y, k);
+  } else {
+    c = hn::LoadU(db, rows.s[0] + x);
+    m = hn::LoadU(db, rows.s[1] + x);
+    y = hn::LoadU(db, rows.s[2] + x);
+    k = hn::LoadU(db, rows.s[3] + x);
+  }
+  const VB full = hn::Set(db, 255);
+  WPix p;
+  Split(hn::Sub(full, c), hn::Sub(full, m), hn::Sub(full, y), k, p);
+  return p;
+}
+template <bool kPacked>
+HWY_INLINE void StoreWide(cl::Cmyk<kPacked>, const cl::Rows& rows, int x, const WPix& p) {
+  const DB db;
+  const VB full = hn::Set(db, 255);
+  const VB c = hn::Sub(full, Rezip(p.lo.a, p.hi.a)), m = hn::Sub(full, Rezip(p.lo.b, p.hi.b)),
+           y = hn::Sub(full, Rezip(p.lo.c, p.hi.c)), k = Rezip(p.lo.k, p.hi.k);
+  if constexpr (kPacked) {
+    hn::StoreInterleaved4(c, m, y, k, db, rows.d[0] + 4 * ptrdiff_t(x));
+  } else {
+    Put(c, rows.d[0] + x);
+    Put(m, rows.d[1] + x);
+    Put(y, rows.d[2] + x);
+    Put(k, rows.d[3] + x);
+  }
+}
+
+// Layouts with a wide path (16-bit words and packed 4:2:2 keep N pixels
+// per step: their lanes arrive in pixel order).
+template <class L>
+inline constexpr bool kWideIn = requires(const cl::Rows& r) {
+  LoadWide(L{}, r, 0);
+};
+template <class L>
+inline constexpr bool kWideOut = requires(const cl::Rows& r, const WPix& p) {
+  StoreWide(L{}, r, 0, p);
+};
+
 // ------------------------------------------------------------ forms
 
 HWY_INLINE Pix Apply(cl::FormA15, const Pix& p) {
   const Pair rg = Zip(p.a, p.b), b1 = Zip(p.c, K16(1));
-  return {Dot3<15>(rg, 9798, 19235, b1, 3736, 16266), Dot3<15>(rg, -5529, -10855, b1, 16384, 4210688),
+  return {Dot3<15>(rg, 9798, 19235, b1, 3736, 16266),
+          Dot3<15>(rg, -5529, -10855, b1, 16384, 4210688),
           Dot3<15>(rg, 16384, -13720, b1, -2664, 4210704), p.k};
 }
 HWY_INLINE Pix Apply(cl::FormB, const Pix& p) {
@@ -262,7 +419,8 @@ HWY_INLINE Pix Apply(cl::FormC, const Pix& p) {
   const Pair rg2 = Zip(p.a, hn::Add(p.b, p.b)), b2 = Zip(p.c, K16(2));
   const V32 zero = hn::Zero(D32());
   const V16 w0 = Weights(19595, 19235), w1 = Weights(7471, 16384);
-  const V16 y = Pack<16>(Madd(b2.lo, w1, Madd(rg2.lo, w0, zero)), Madd(b2.hi, w1, Madd(rg2.hi, w0, zero)));
+  const V16 y =
+      Pack<16>(Madd(b2.lo, w1, Madd(rg2.lo, w0, zero)), Madd(b2.hi, w1, Madd(rg2.hi, w0, zero)));
   return {y, Dot1<15>(Zip(hn::Sub(p.c, y), K16(1)), 18491, 4210688),
           Dot1<15>(Zip(hn::Sub(p.a, y), K16(1)), 23373, 4210688), p.k};
 }
@@ -275,7 +433,8 @@ HWY_INLINE Pix Apply(cl::FormE, const Pix& p) {
   const D32 d32;
   const hn::Repartition<float, D16> df;
   const hn::Half<D16> dh;
-  auto luma = [&](hn::Vec<decltype(dh)> r, hn::Vec<decltype(dh)> g, hn::Vec<decltype(dh)> b) {
+  using VH = hn::Vec<decltype(dh)>;
+  auto luma = [&](VH r, VH g, VH b) RVT_COLOR_INLINE {
     const auto s0 = hn::Mul(hn::Set(df, cl::FormE::kR), hn::ConvertTo(df, hn::PromoteTo(d32, r)));
     const auto s1 = hn::Mul(hn::Set(df, cl::FormE::kG), hn::ConvertTo(df, hn::PromoteTo(d32, g)));
     const auto s2 = hn::Mul(hn::Set(df, cl::FormE::kB), hn::ConvertTo(df, hn::PromoteTo(d32, b)));
@@ -287,12 +446,12 @@ HWY_INLINE Pix Apply(cl::FormE, const Pix& p) {
   return {y, y, y, y};
 }
 
-// Form H luma at scale 64: floor(s*w/256) per weight, unsigned saturating.
+// Form H luma at scale 64 from samples placed as s*256: floor(s*w/256) per
+// weight, unsigned saturating.
 template <class D>
 HWY_INLINE hn::Vec<D> HLuma(D du, hn::Vec<D> r, hn::Vec<D> g, hn::Vec<D> b) {
-  auto term = [&](hn::Vec<D> s, int w) {
-    return hn::MulHigh(hn::ShiftLeft<8>(s), hn::Set(du, uint16_t(w)));
-  };
+  auto term = [&](hn::Vec<D> s, int w)
+                  RVT_COLOR_INLINE { return hn::MulHigh(s, hn::Set(du, uint16_t(w))); };
   const auto sum = hn::SaturatedAdd(hn::SaturatedAdd(term(r, 4899), term(g, 9617)), term(b, 1868));
   return hn::ShiftRight<6>(hn::SaturatedAdd(sum, hn::Set(du, 32)));
 }
@@ -301,20 +460,24 @@ template <class D>
 HWY_INLINE void HChroma(D du, hn::Vec<D> r, hn::Vec<D> g, hn::Vec<D> b,
                         hn::Vec<hn::RebindToSigned<D>>& cb, hn::Vec<hn::RebindToSigned<D>>& cr) {
   const hn::RebindToSigned<D> di;
-  auto term = [&](hn::Vec<D> s, int w) {
+  auto term = [&](hn::Vec<D> s, int w) RVT_COLOR_INLINE {
     return hn::BitCast(di, hn::MulHigh(s, hn::Set(du, uint16_t(w))));
   };
+  // hi(s * 8192) is s >> 3.
+  auto eighth = [&](hn::Vec<D> s)
+                    RVT_COLOR_INLINE { return hn::BitCast(di, hn::ShiftRight<3>(s)); };
   const auto offset = hn::Set(di, int16_t(4112));
   cb = hn::ShiftRight<5>(hn::SaturatedSub(
-      hn::SaturatedSub(hn::SaturatedAdd(offset, term(b, 8192)), term(r, 2765)), term(g, 5427)));
+      hn::SaturatedSub(hn::SaturatedAdd(offset, eighth(b)), term(r, 2765)), term(g, 5427)));
   cr = hn::ShiftRight<5>(hn::SaturatedSub(
-      hn::SaturatedSub(hn::SaturatedAdd(offset, term(r, 8192)), term(g, 6860)), term(b, 1332)));
+      hn::SaturatedSub(hn::SaturatedAdd(offset, eighth(r)), term(g, 6860)), term(b, 1332)));
 }
 HWY_INLINE Pix Apply(cl::FormH, const Pix& p) {
   const DU16 du;
   const VU16 r = hn::BitCast(du, p.a), g = hn::BitCast(du, p.b), b = hn::BitCast(du, p.c);
   Pix o;
-  o.a = hn::BitCast(D16(), HLuma(du, r, g, b));
+  o.a =
+      hn::BitCast(D16(), HLuma(du, hn::ShiftLeft<8>(r), hn::ShiftLeft<8>(g), hn::ShiftLeft<8>(b)));
   HChroma(du, hn::ShiftLeft<7>(r), hn::ShiftLeft<7>(g), hn::ShiftLeft<7>(b), o.b, o.c);
   o.k = p.k;
   return o;
@@ -359,11 +522,10 @@ HWY_INLINE Pix Apply(cl::FormJ, const Pix& p) {
 
 HWY_INLINE int Lanes() { return int(hn::Lanes(D16())); }
 
-// body(x) on vectors covering [x0, x1) when it holds at least one vector;
-// returns the first column left for the scalar kernel.
+// body(x) on steps of n pixels covering [x0, x1) when it holds at least
+// one step; returns the first column left over.
 template <class Body>
-HWY_INLINE int Vectors(int x0, int x1, Body body) {
-  const int n = Lanes();
+HWY_INLINE int Steps(int n, int x0, int x1, Body body) {
   if (x1 - x0 < n) return x0;
   int x = x0;
   for (; x + n <= x1; x += n) body(x);
@@ -375,43 +537,129 @@ template <class Src, class Form, class Dst>
 HWY_INLINE void Pixels(const cl::Rows& r, int x) {
   Store(Dst{}, r, x, Apply(Form{}, Load(Src{}, r, x)));
 }
+template <class Src, class Form, class Dst>
+HWY_INLINE void PixelsWide(const cl::Rows& r, int x) {
+  const WPix in = LoadWide(Src{}, r, x);
+  StoreWide(Dst{}, r, x, WPix{Apply(Form{}, in.lo), Apply(Form{}, in.hi)});
+}
 
-// Sums of horizontal pixel pairs of a byte vector, as N/2 16-bit lanes.
-HWY_INLINE auto PairSums(V8 v) {
-  const hn::Repartition<uint16_t, D8> dh;
+// Form I from 4:2:2 / 4:2:0 planes, 2N pixels from x (even).  The chroma
+// terms depend on the pair only, so they are formed once per pair and then
+// doubled in the order Unzip gives the luma.  With byte inputs no partial
+// sum of form I comes near 16 bits (|sum| < 12000), so its constants fold:
+// R = (16Y + hi(Cr*128*11485) - 2863) >> 4, G = (16Y + 2175 - t) >> 4,
+// B = (16Y + hi(Cb*128*14516) - 3621) >> 4.
+template <class Dst>
+HWY_INLINE void FormIPairsWide(const cl::Rows& r, int x) {
+  const D16 d;
+  const Wide y = Unzip(hn::LoadU(DB(), r.s[0] + x));
+  const V16 cb7 = hn::ShiftLeft<7>(Widen(hn::LoadU(D8(), r.s[1] + x / 2)));
+  const V16 cr7 = hn::ShiftLeft<7>(Widen(hn::LoadU(D8(), r.s[2] + x / 2)));
+  const V16 tr = hn::Sub(hn::MulHigh(cr7, K16(11485)), K16(2863));
+  const V16 tg =
+      hn::Sub(K16(2175), hn::Add(hn::MulHigh(cb7, K16(2819)), hn::MulHigh(cr7, K16(5850))));
+  const V16 tb = hn::Sub(hn::MulHigh(cb7, K16(14516)), K16(3621));
+  auto half = [&](V16 luma, V16 r_, V16 g_, V16 b_) RVT_COLOR_INLINE {
+    const V16 y16 = hn::ShiftLeft<4>(luma);
+    return Pix{hn::ShiftRight<4>(hn::Add(y16, r_)), hn::ShiftRight<4>(hn::Add(y16, g_)),
+               hn::ShiftRight<4>(hn::Add(y16, b_)), hn::Zero(d)};
+  };
+  const WPix out{half(y.lo, hn::InterleaveLower(d, tr, tr), hn::InterleaveLower(d, tg, tg),
+                      hn::InterleaveLower(d, tb, tb)),
+                 half(y.hi, hn::InterleaveUpper(d, tr, tr), hn::InterleaveUpper(d, tg, tg),
+                      hn::InterleaveUpper(d, tb, tb))};
+  StoreWide(Dst{}, r, x, out);
+}
+
+// Pixels [x0, x1): 2N at a time where the layouts allow, else N at a time,
+// and what is left by the scalar kernel.
+template <class Src, class Form, class Dst>
+HWY_INLINE void Span(const cl::Rows& r, int x0, int x1) {
+  int done = x0;
+  if constexpr (std::is_same_v<Form, cl::FormI> &&
+                (std::is_same_v<Src, cl::Ycc422> || std::is_same_v<Src, cl::Ycc411>)) {
+    done = Steps(2 * Lanes(), x0, x1, [&](int x) RVT_COLOR_INLINE { FormIPairsWide<Dst>(r, x); });
+  } else if constexpr (kWideIn<Src> && kWideOut<Dst>) {
+    done = Steps(2 * Lanes(), x0, x1,
+                 [&](int x) RVT_COLOR_INLINE { PixelsWide<Src, Form, Dst>(r, x); });
+  }
+  if (done == x0)
+    done = Steps(Lanes(), x0, x1, [&](int x) RVT_COLOR_INLINE { Pixels<Src, Form, Dst>(r, x); });
+  cl::PixelsRef<Src, Form, Dst>(r, done, x1);
+}
+
+// Sums of horizontal pixel pairs of a byte vector, as 16-bit lanes in
+// pair order.
+template <class V>
+HWY_INLINE auto PairSums(V v) {
+  const hn::Repartition<uint16_t, hn::DFromV<V>> dh;
   const auto w = hn::BitCast(dh, v);
   return hn::Add(hn::And(w, hn::Set(dh, 0xFF)), hn::ShiftRight<8>(w));
 }
 
-// 411 / 422 forward, x even: luma of each row, chroma of the pairs (or 2x2
-// blocks) of N pixels.
+// Luma of 2N pixels of one row from x, stored; returns the pair sums of
+// the three channels.
 template <class Src>
-HWY_INLINE void Subsampled(const cl::Rows& r, int x) {
+HWY_INLINE void LumaAndPairs(const uint8_t* src, uint8_t* y, int x, VU16 sums[3]) {
   const DU16 du;
-  const hn::Repartition<uint16_t, D8> dh;
-  const hn::Rebind<uint8_t, decltype(dh)> dq;
-  hn::Vec<decltype(dh)> sr, sg, sb;
-  for (int k = 0; k < r.rows; ++k) {
-    V8 r8, g8, b8;
-    LoadBytes(Src{}, r.s[k], x, r8, g8, b8);
-    const auto y = HLuma(du, hn::PromoteTo(du, r8), hn::PromoteTo(du, g8), hn::PromoteTo(du, b8));
-    hn::StoreU(Narrow(hn::BitCast(D16(), y)), D8(), (k == 0 ? r.d[0] : r.d[3]) + x);
-    if (k == 0) {
-      sr = PairSums(r8), sg = PairSums(g8), sb = PairSums(b8);
-    } else {
-      sr = hn::Add(sr, PairSums(r8)), sg = hn::Add(sg, PairSums(g8)), sb = hn::Add(sb, PairSums(b8));
+  VB r8, g8, b8;
+  LoadWideBytes(Src{}, src, x, r8, g8, b8);
+  // Bytes widened into the high half of each lane: s*256, in Unzip's order.
+  const VB zero = hn::Zero(DB());
+  auto luma = [&](auto zip) RVT_COLOR_INLINE {
+    return hn::BitCast(D16(), HLuma(du, zip(du, zero, r8), zip(du, zero, g8), zip(du, zero, b8)));
+  };
+  const V16 lo = luma([](auto d, VB a, VB b) RVT_COLOR_INLINE { return hn::ZipLower(d, a, b); });
+  const V16 hi = luma([](auto d, VB a, VB b) RVT_COLOR_INLINE { return hn::ZipUpper(d, a, b); });
+  Put(Rezip(lo, hi), y + x);
+  sums[0] = PairSums(r8), sums[1] = PairSums(g8), sums[2] = PairSums(b8);
+}
+// Chroma of N pairs (kLog2n = 1) or 2x2 blocks (kLog2n = 2) from their
+// channel sums, stored at column x / 2.
+template <int kLog2n>
+HWY_INLINE void ChromaOfSums(const cl::Rows& r, int x, const VU16 s[3]) {
+  const DU16 du;
+  V16 cb, cr;
+  HChroma(du, hn::ShiftLeft<7 - kLog2n>(s[0]), hn::ShiftLeft<7 - kLog2n>(s[1]),
+          hn::ShiftLeft<7 - kLog2n>(s[2]), cb, cr);
+  hn::StoreU(Narrow(cb), D8(), r.d[1] + x / 2);
+  hn::StoreU(Narrow(cr), D8(), r.d[2] + x / 2);
+}
+
+// 411 / 422 forward over the even columns [0, we), we >= 2N.  With two rows
+// the columns go in chunks, first through row 0 (pair sums parked on the
+// stack), then through row 1: the two source rows then alternate every few
+// kilobytes rather than every vector, which the memory system handles much
+// better.
+template <class Src>
+HWY_INLINE void Subsampled(const cl::Rows& r, int we) {
+  const int n2 = 2 * Lanes();
+  // Steps of 2N from 0, the last one moved back to end at `end`.
+  if (r.rows == 1) {
+    for (int x = 0; x < we; x += n2) {
+      const int at = std::min(x, we - n2);
+      VU16 s[3];
+      LumaAndPairs<Src>(r.s[0], r.d[0], at, s);
+      ChromaOfSums<1>(r, at, s);
+    }
+    return;
+  }
+  constexpr int kChunk = 4096;  // 12 KB of parked sums on every target
+  constexpr int kMaxSteps = kChunk / (2 * int(hn::MaxLanes(D16()))) + 1;
+  VU16 parked[kMaxSteps][3];
+  for (int x0 = 0; x0 < we; x0 += kChunk) {
+    const int x1 = std::min(x0 + kChunk, we);
+    for (int x = x0, i = 0; x < x1; x += n2, ++i) {
+      LumaAndPairs<Src>(r.s[0], r.d[0], std::min(x, x1 - n2), parked[i]);
+    }
+    for (int x = x0, i = 0; x < x1; x += n2, ++i) {
+      const int at = std::min(x, x1 - n2);
+      VU16 s[3];
+      LumaAndPairs<Src>(r.s[1], r.d[3], at, s);
+      for (int c = 0; c < 3; ++c) s[c] = hn::Add(s[c], parked[i][c]);
+      ChromaOfSums<2>(r, at, s);
     }
   }
-  // Sums of 2 pixels go in as S*64, of 4 as S*32.
-  if (r.rows == 2) {
-    sr = hn::ShiftLeft<5>(sr), sg = hn::ShiftLeft<5>(sg), sb = hn::ShiftLeft<5>(sb);
-  } else {
-    sr = hn::ShiftLeft<6>(sr), sg = hn::ShiftLeft<6>(sg), sb = hn::ShiftLeft<6>(sb);
-  }
-  hn::Vec<hn::RebindToSigned<decltype(dh)>> cb, cr;
-  HChroma(dh, sr, sg, sb, cb, cr);
-  hn::StoreU(hn::DemoteTo(dq, cb), dq, r.d[1] + x / 2);
-  hn::StoreU(hn::DemoteTo(dq, cr), dq, r.d[2] + x / 2);
 }
 
 // The vector row of a member.
@@ -422,20 +670,23 @@ void Row(const cl::Rows& r, int w) {
   using Dst = typename M::Dst;
   if constexpr (std::is_same_v<Form, cl::FormA>) {
     const int groups = cl::FormAGroups(w);
-    const int done = Vectors(0, groups, [&](int x) { Pixels<Src, cl::FormA15, Dst>(r, x); });
-    cl::PixelsRef<Src, cl::FormA15, Dst>(r, done, groups);
+    Span<Src, cl::FormA15, Dst>(r, 0, groups);
     cl::PixelsRef<Src, cl::FormB, Dst>(r, groups, w);
   } else if constexpr (cl::kSubsampledFwd<M>) {
-    const int done = Vectors(0, w & ~1, [&](int x) { Subsampled<Src>(r, x); });
-    cl::SubsampledRef<Src>(r, done, w);
+    const int we = w & ~1;
+    if (we >= 2 * Lanes()) {
+      Subsampled<Src>(r, we);
+      cl::SubsampledRef<Src>(r, we, w);
+    } else {
+      cl::SubsampledRef<Src>(r, 0, w);
+    }
   } else if constexpr (std::is_same_v<Src, cl::Ycc422> || std::is_same_v<Src, cl::Ycc411> ||
                        std::is_same_v<Src, cl::YccC2>) {
-    // Vectors start on even columns so that each meets whole chroma pairs.
-    const int done = Vectors(0, w & ~1, [&](int x) { Pixels<Src, Form, Dst>(r, x); });
-    cl::PixelsRef<Src, Form, Dst>(r, done, w);
+    // Steps start on even columns so that each meets whole chroma pairs.
+    Span<Src, Form, Dst>(r, 0, w & ~1);
+    cl::PixelsRef<Src, Form, Dst>(r, w & ~1, w);
   } else {
-    const int done = Vectors(0, w, [&](int x) { Pixels<Src, Form, Dst>(r, x); });
-    cl::PixelsRef<Src, Form, Dst>(r, done, w);
+    Span<Src, Form, Dst>(r, 0, w);
   }
 }
 

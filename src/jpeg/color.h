@@ -9,6 +9,7 @@
 
 #include <bit>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -108,14 +109,14 @@ struct FormH {
   // Chroma of a group whose channel sums are sr, sg, sb over 2^log2n pixels.
   static int Cb(int sr, int sg, int sb, int log2n) {
     const int sh = 7 - log2n;
-    const int v = Sat16(Sat16(Sat16(4112 + HiU(sb << sh, 8192)) - HiU(sr << sh, 2765)) -
-                        HiU(sg << sh, 5427));
+    const int v =
+        Sat16(Sat16(Sat16(4112 + HiU(sb << sh, 8192)) - HiU(sr << sh, 2765)) - HiU(sg << sh, 5427));
     return Clamp8(v >> 5);
   }
   static int Cr(int sr, int sg, int sb, int log2n) {
     const int sh = 7 - log2n;
-    const int v = Sat16(Sat16(Sat16(4112 + HiU(sr << sh, 8192)) - HiU(sg << sh, 6860)) -
-                        HiU(sb << sh, 1332));
+    const int v =
+        Sat16(Sat16(Sat16(4112 + HiU(sr << sh, 8192)) - HiU(sg << sh, 6860)) - HiU(sb << sh, 1332));
     return Clamp8(v >> 5);
   }
   static Px Fwd(Px p) {
@@ -164,7 +165,7 @@ struct FormJ {
 
 template <class F>
 inline constexpr bool kForward = !std::is_same_v<F, FormF> && !std::is_same_v<F, FormG> &&
-                          !std::is_same_v<F, FormI> && !std::is_same_v<F, FormJ>;
+                                 !std::is_same_v<F, FormI> && !std::is_same_v<F, FormJ>;
 
 // ------------------------------------------------------------ layouts
 
@@ -173,11 +174,11 @@ template <int kBpp_, int kR, int kB>
 struct Packed8 {
   static constexpr int kBpp = kBpp_, kRi = kR, kBi = kB, kPlanes = 1;
   static Px Read(const Rows& r, int x) {
-    const uint8_t* p = r.s[0] + kBpp * x;
+    const uint8_t* p = r.s[0] + kBpp * ptrdiff_t(x);
     return {p[kR], p[1], p[kB], 0};
   }
   static void Write(const Rows& r, int x, Px v) {
-    uint8_t* p = r.d[0] + kBpp * x;
+    uint8_t* p = r.d[0] + kBpp * ptrdiff_t(x);
     p[kR] = uint8_t(v.a);
     p[1] = uint8_t(v.b);
     p[kB] = uint8_t(v.c);
@@ -197,7 +198,7 @@ struct Packed16 {
   static constexpr int kGBits = kGBits_, kPlanes = 1;
   static Px Read(const Rows& r, int x) {
     uint16_t w;
-    std::memcpy(&w, r.s[0] + 2 * x, 2);
+    std::memcpy(&w, r.s[0] + 2 * ptrdiff_t(x), 2);
     const int lo = (w & 31) << 3;
     const int g = ((w >> 5) & ((1 << kGBits) - 1)) << (8 - kGBits);
     const int hi = ((w >> (5 + kGBits)) & 31) << 3;
@@ -206,7 +207,7 @@ struct Packed16 {
   static void Write(const Rows& r, int x, Px v) {
     const int lo = (kBgr ? v.c : v.a) >> 3, hi = (kBgr ? v.a : v.c) >> 3;
     const uint16_t w = uint16_t(lo | ((v.b >> (8 - kGBits)) << 5) | (hi << (5 + kGBits)));
-    std::memcpy(r.d[0] + 2 * x, &w, 2);
+    std::memcpy(r.d[0] + 2 * ptrdiff_t(x), &w, 2);
   }
 };
 using Rgb555 = Packed16<false, 5>;
@@ -253,7 +254,7 @@ struct Cmyk {
   static constexpr int kPlanes = kPacked ? 1 : 4;
   static Px Read(const Rows& r, int x) {
     if constexpr (kPacked) {
-      const uint8_t* p = r.s[0] + 4 * x;
+      const uint8_t* p = r.s[0] + 4 * ptrdiff_t(x);
       return {255 - p[0], 255 - p[1], 255 - p[2], p[3]};
     } else {
       return {255 - r.s[0][x], 255 - r.s[1][x], 255 - r.s[2][x], r.s[3][x]};
@@ -261,7 +262,7 @@ struct Cmyk {
   }
   static void Write(const Rows& r, int x, Px v) {
     if constexpr (kPacked) {
-      uint8_t* p = r.d[0] + 4 * x;
+      uint8_t* p = r.d[0] + 4 * ptrdiff_t(x);
       p[0] = uint8_t(255 - v.a);
       p[1] = uint8_t(255 - v.b);
       p[2] = uint8_t(255 - v.c);
@@ -281,7 +282,7 @@ using CmykP4 = Cmyk<false>;
 struct YccC2 {
   static constexpr int kPlanes = 1;
   static Px Read(const Rows& r, int x) {
-    const uint8_t* p = r.s[0] + 4 * (x >> 1);
+    const uint8_t* p = r.s[0] + 4 * ptrdiff_t(x >> 1);
     return {p[2 * (x & 1)], p[1], p[3], 0};
   }
 };
@@ -322,21 +323,21 @@ struct Member {
 // Every member: export, source layout, form, destination layout, checks,
 // threaded, and the source file that holds its kernels (fwd: forms A to E,
 // inv: F and G, fwd16: H, inv16: I and J).
-#define RVT_COLOR_MEMBERS(X) \
-  X(rvtiRGBToYCbCr_JPEG_8u_C3P3R, Rgb3, FormA, P3, kStd, true, fwd) \
-  X(rvtiBGRToYCbCr_JPEG_8u_C3P3R, Bgr3, FormA, P3, kStd, true, fwd) \
-  X(rvtiRGBToYCbCr_JPEG_8u_C4P3R, Rgb4, FormH, P3, kNoStep, false, fwd16) \
-  X(rvtiBGRToYCbCr_JPEG_8u_C4P3R, Bgr4, FormH, P3, kNoStep, false, fwd16) \
-  X(rvtiRGBToYCbCr_JPEG_8u_P3R, P3, FormC, P3, kStd, true, fwd) \
-  X(rvtiRGB555ToYCbCr_JPEG_16u8u_C3P3R, Rgb555, FormB, P3, kStd, false, fwd) \
-  X(rvtiRGB565ToYCbCr_JPEG_16u8u_C3P3R, Rgb565, FormB, P3, kStd, false, fwd) \
-  X(rvtiBGR555ToYCbCr_JPEG_16u8u_C3P3R, Bgr555, FormB, P3, kStd, false, fwd) \
-  X(rvtiBGR565ToYCbCr_JPEG_16u8u_C3P3R, Bgr565, FormB, P3, kStd, false, fwd) \
-  X(rvtiRGBToY_JPEG_8u_C3C1R, Rgb3, FormD, Luma, kStd, true, fwd) \
-  X(rvtiBGRToY_JPEG_8u_C3C1R, Bgr3, FormD, Luma, kStd, true, fwd) \
-  X(rvtiRGBToY_JPEG_8u_P3C1R, P3, FormE, Luma, kStd, true, fwd) \
-  X(rvtiCMYKToYCCK_JPEG_8u_C4P4R, CmykC4, FormB, P4, kStd, true, fwd) \
-  X(rvtiCMYKToYCCK_JPEG_8u_P4R, CmykP4, FormC, P4, kStd, true, fwd) \
+#define RVT_COLOR_MEMBERS(X)                                                  \
+  X(rvtiRGBToYCbCr_JPEG_8u_C3P3R, Rgb3, FormA, P3, kStd, true, fwd)           \
+  X(rvtiBGRToYCbCr_JPEG_8u_C3P3R, Bgr3, FormA, P3, kStd, true, fwd)           \
+  X(rvtiRGBToYCbCr_JPEG_8u_C4P3R, Rgb4, FormH, P3, kNoStep, false, fwd16)     \
+  X(rvtiBGRToYCbCr_JPEG_8u_C4P3R, Bgr4, FormH, P3, kNoStep, false, fwd16)     \
+  X(rvtiRGBToYCbCr_JPEG_8u_P3R, P3, FormC, P3, kStd, true, fwd)               \
+  X(rvtiRGB555ToYCbCr_JPEG_16u8u_C3P3R, Rgb555, FormB, P3, kStd, false, fwd)  \
+  X(rvtiRGB565ToYCbCr_JPEG_16u8u_C3P3R, Rgb565, FormB, P3, kStd, false, fwd)  \
+  X(rvtiBGR555ToYCbCr_JPEG_16u8u_C3P3R, Bgr555, FormB, P3, kStd, false, fwd)  \
+  X(rvtiBGR565ToYCbCr_JPEG_16u8u_C3P3R, Bgr565, FormB, P3, kStd, false, fwd)  \
+  X(rvtiRGBToY_JPEG_8u_C3C1R, Rgb3, FormD, Luma, kStd, true, fwd)             \
+  X(rvtiBGRToY_JPEG_8u_C3C1R, Bgr3, FormD, Luma, kStd, true, fwd)             \
+  X(rvtiRGBToY_JPEG_8u_P3C1R, P3, FormE, Luma, kStd, true, fwd)               \
+  X(rvtiCMYKToYCCK_JPEG_8u_C4P4R, CmykC4, FormB, P4, kStd, true, fwd)         \
+  X(rvtiCMYKToYCCK_JPEG_8u_P4R, CmykP4, FormC, P4, kStd, true, fwd)           \
   X(rvtiRGBToYCbCr411_JPEG_8u_C3P3R, Rgb3, FormH, Ycc411, k411, false, fwd16) \
   X(rvtiRGBToYCbCr411_JPEG_8u_C4P3R, Rgb4, FormH, Ycc411, k411, false, fwd16) \
   X(rvtiBGRToYCbCr411_JPEG_8u_C3P3R, Bgr3, FormH, Ycc411, k411, false, fwd16) \
@@ -345,17 +346,17 @@ struct Member {
   X(rvtiRGBToYCbCr422_JPEG_8u_C4P3R, Rgb4, FormH, Ycc422, k422, false, fwd16) \
   X(rvtiBGRToYCbCr422_JPEG_8u_C3P3R, Bgr3, FormH, Ycc422, k422, false, fwd16) \
   X(rvtiBGRToYCbCr422_JPEG_8u_C4P3R, Bgr4, FormH, Ycc422, k422, false, fwd16) \
-  X(rvtiYCbCrToRGB_JPEG_8u_P3C3R, P3, FormF, Rgb3, kStd, true, inv) \
-  X(rvtiYCbCrToBGR_JPEG_8u_P3C3R, P3, FormF, Bgr3, kStd, true, inv) \
-  X(rvtiYCbCrToRGB_JPEG_8u_P3C4R, P3, FormI, Rgb4, kNoStep, false, inv16) \
-  X(rvtiYCbCrToBGR_JPEG_8u_P3C4R, P3, FormI, Bgr4, kNoStep, false, inv16) \
-  X(rvtiYCbCrToRGB_JPEG_8u_P3R, P3, FormG, P3, kStd, true, inv) \
-  X(rvtiYCbCrToRGB555_JPEG_8u16u_P3C3R, P3, FormG, Rgb555, kStd, false, inv) \
-  X(rvtiYCbCrToRGB565_JPEG_8u16u_P3C3R, P3, FormG, Rgb565, kStd, false, inv) \
-  X(rvtiYCbCrToBGR555_JPEG_8u16u_P3C3R, P3, FormG, Bgr555, kStd, false, inv) \
-  X(rvtiYCbCrToBGR565_JPEG_8u16u_P3C3R, P3, FormG, Bgr565, kStd, false, inv) \
-  X(rvtiYCCKToCMYK_JPEG_8u_P4C4R, P4, FormG, CmykC4, kStd, true, inv) \
-  X(rvtiYCCKToCMYK_JPEG_8u_P4R, P4, FormG, CmykP4, kStd, true, inv) \
+  X(rvtiYCbCrToRGB_JPEG_8u_P3C3R, P3, FormF, Rgb3, kStd, true, inv)           \
+  X(rvtiYCbCrToBGR_JPEG_8u_P3C3R, P3, FormF, Bgr3, kStd, true, inv)           \
+  X(rvtiYCbCrToRGB_JPEG_8u_P3C4R, P3, FormI, Rgb4, kNoStep, false, inv16)     \
+  X(rvtiYCbCrToBGR_JPEG_8u_P3C4R, P3, FormI, Bgr4, kNoStep, false, inv16)     \
+  X(rvtiYCbCrToRGB_JPEG_8u_P3R, P3, FormG, P3, kStd, true, inv)               \
+  X(rvtiYCbCrToRGB555_JPEG_8u16u_P3C3R, P3, FormG, Rgb555, kStd, false, inv)  \
+  X(rvtiYCbCrToRGB565_JPEG_8u16u_P3C3R, P3, FormG, Rgb565, kStd, false, inv)  \
+  X(rvtiYCbCrToBGR555_JPEG_8u16u_P3C3R, P3, FormG, Bgr555, kStd, false, inv)  \
+  X(rvtiYCbCrToBGR565_JPEG_8u16u_P3C3R, P3, FormG, Bgr565, kStd, false, inv)  \
+  X(rvtiYCCKToCMYK_JPEG_8u_P4C4R, P4, FormG, CmykC4, kStd, true, inv)         \
+  X(rvtiYCCKToCMYK_JPEG_8u_P4R, P4, FormG, CmykP4, kStd, true, inv)           \
   X(rvtiYCbCr411ToRGB_JPEG_8u_P3C3R, Ycc411, FormI, Rgb3, k411, false, inv16) \
   X(rvtiYCbCr411ToRGB_JPEG_8u_P3C4R, Ycc411, FormI, Rgb4, k411, false, inv16) \
   X(rvtiYCbCr411ToBGR_JPEG_8u_P3C3R, Ycc411, FormI, Bgr3, k411, false, inv16) \

@@ -1,4 +1,5 @@
-// Colour conversion to YCbCr with 16-bit high-half products (form H): C4 sources and the 411 / 422 outputs.
+// Colour conversion to YCbCr with 16-bit high-half products (form H): C4 sources and the 411 / 422
+// outputs.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "jpeg/color_fwd16.cc"
 #include <hwy/foreach_target.h>  // IWYU pragma: keep

@@ -1,4 +1,5 @@
-// Colour conversion from YCbCr with 16-bit arithmetic (forms I and J): C4 outputs, 411 / 422 sources and packed 4:2:2.
+// Colour conversion from YCbCr with 16-bit arithmetic (forms I and J): C4 outputs, 411 / 422
+// sources and packed 4:2:2.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "jpeg/color_inv16.cc"
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
