@@ -16,3 +16,9 @@ cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DRVT_SANITIZE=ON \
 cmake --build build-asan -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build-asan -j"$jobs" --output-on-failure
+
+# Hostile input: the Huffman decoders under libFuzzer with ASan+UBSan, about
+# a minute in all.
+if [ -x fuzz/build_and_run.sh ]; then
+  fuzz/build_and_run.sh 60
+fi
