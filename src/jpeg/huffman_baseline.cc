@@ -446,25 +446,55 @@ HWY_INLINE uint64_t NonZeroMask(const int16_t* block) {
   return m;
 }
 
-// The block in zig-zag order, for the targets that permute 64 lanes in two
-// instructions; the others read it through the index table as they go.
+// Bit length of a non-zero magnitude (bsr + 1).
+HWY_INLINE int BitLengthNZ(uint32_t a) { return (__builtin_clz(a) ^ 31) + 1; }
+
+// What the symbol loop needs of each zig-zag position.  Targets that
+// permute 64 lanes in two instructions prepare it for the whole block; the
+// others read the block through the index table as they go.
 struct ZigzagBlock {
 #if HWY_TARGET == HWY_AVX3
-  alignas(64) int16_t v[64];
+  // Per zig-zag position: the magnitude category and the value bits before
+  // masking (v, or v - 1 when negative).
+  alignas(64) uint8_t size[64];
+  alignas(64) int16_t bits[64];
   uint64_t Load(const int16_t* block) {
     const __m512i lo = _mm512_loadu_si512(block);
     const __m512i hi = _mm512_loadu_si512(block + 32);
-    const __m512i z0 = _mm512_permutex2var_epi16(lo, _mm512_load_si512(kZigzagLanes), hi);
-    const __m512i z1 = _mm512_permutex2var_epi16(lo, _mm512_load_si512(kZigzagLanes + 32), hi);
-    _mm512_store_si512(v, z0);
-    _mm512_store_si512(v + 32, z1);
-    return uint64_t(_mm512_test_epi16_mask(z0, z0)) |
-           uint64_t(_mm512_test_epi16_mask(z1, z1)) << 32;
+    const __m512i z[2] = {
+        _mm512_permutex2var_epi16(lo, _mm512_load_si512(kZigzagLanes), hi),
+        _mm512_permutex2var_epi16(lo, _mm512_load_si512(kZigzagLanes + 32), hi)};
+    const __m512i zero = _mm512_setzero_si512();
+    for (int h = 0; h < 2; ++h) {
+      _mm512_store_si512(bits + 32 * h, _mm512_add_epi16(z[h], _mm512_srai_epi16(z[h], 15)));
+      // Category from the float exponent of the magnitude (exact below 2^24).
+      const __m512i a = _mm512_abs_epi16(z[h]);
+      for (int q = 0; q < 2; ++q) {
+        const __m512i a32 = _mm512_cvtepu16_epi32(
+            q ? _mm512_extracti64x4_epi64(a, 1) : _mm512_castsi512_si256(a));
+        const __m512i e = _mm512_srli_epi32(_mm512_castps_si512(_mm512_cvtepi32_ps(a32)), 23);
+        const __m512i n = _mm512_max_epi32(_mm512_sub_epi32(e, _mm512_set1_epi32(126)), zero);
+        _mm_store_si128(reinterpret_cast<__m128i*>(size + 32 * h + 16 * q),
+                        _mm512_cvtepi32_epi8(n));
+      }
+    }
+    return uint64_t(_mm512_test_epi16_mask(z[0], z[0])) |
+           uint64_t(_mm512_test_epi16_mask(z[1], z[1])) << 32;
   }
-  int32_t at(const int16_t*, int k) const { return v[k]; }
+
+  HWY_INLINE int Size(const int16_t*, int k) const { return size[k]; }
+  HWY_INLINE uint32_t Bits(const int16_t*, int k) const { return uint16_t(bits[k]); }
 #else
   uint64_t Load(const int16_t* block) { return NonZeroMask(block); }
-  int32_t at(const int16_t* block, int k) const { return block[kZigzag[k]]; }
+  HWY_INLINE int Size(const int16_t* block, int k) const {
+    const int32_t v = block[kZigzag[k]];
+    const int32_t sign = v >> 31;
+    return BitLengthNZ(uint32_t((v ^ sign) - sign));
+  }
+  HWY_INLINE uint32_t Bits(const int16_t* block, int k) const {
+    const int32_t v = block[kZigzag[k]];
+    return uint32_t(v + (v >> 31));
+  }
 #endif
 };
 
@@ -522,9 +552,6 @@ HWY_INLINE int CopyStuffed(uint8_t* dst, const uint8_t* stage, int n) {
   return o;
 }
 
-// Bit length of a non-zero magnitude (bsr + 1).
-HWY_INLINE int BitLengthNZ(uint32_t a) { return (__builtin_clz(a) ^ 31) + 1; }
-
 // The symbols of one block into the staging area; the DC predictor moves
 // on.  Returns false when a symbol has no code (or category 16 meets a run
 // of 15): the careful writer then codes the block to report exactly where.
@@ -552,19 +579,17 @@ HWY_INLINE bool StageBlock(StagingWriter& w, const int16_t* block, int16_t* last
     m &= m - 1;
     int run = k - prev - 1;
     prev = k;
-    const int32_t v = zz.at(block, k);
     if (HWY_UNLIKELY(run > 15)) {
       const uint32_t zn = (zrl >> 16) & 0xFF;
       bad |= zn - 1;
       for (; run > 15; run -= 16) w.Put(zrl & 0xFFFF, zn & 31);
     }
-    const int32_t sign = v >> 31;
-    s = BitLengthNZ(uint32_t((v ^ sign) - sign));
+    s = zz.Size(block, k);
     const uint32_t sym = uint32_t(run * 16 + s);
     e = ac->entry[sym & 0xFF];
     n = (e >> 16) & 0xFF;
     bad |= (n - 1) | (sym & 0x100);
-    const uint64_t extra = uint32_t(v + sign) & ((1u << s) - 1);
+    const uint64_t extra = zz.Bits(block, k) & ((1u << s) - 1);
     w.Put((uint64_t(e & 0xFFFF) << s) | extra, (n & 31) + uint32_t(s));
   }
   if (prev != 63) {
