@@ -354,9 +354,6 @@ alignas(64) inline constexpr uint16_t kZigzagLanes[64] = {
     35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,
     58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
 
-inline bool HasFFByte(uint32_t w) {
-  return (((w & 0x7F7F7F7Fu) + 0x01010101u) & w & 0x80808080u) != 0;
-}
 inline bool HasFFByte64(uint64_t w) {
   return (((w & 0x7F7F7F7F7F7F7F7Full) + 0x0101010101010101ull) & w & 0x8080808080808080ull) != 0;
 }
