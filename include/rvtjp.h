@@ -539,9 +539,15 @@ RvtResult rvtiDecodeHuffmanStateFree_JPEG_8u(DecodeHuffmanState* pState);
  * *pMarker and pass; with *pMarker non-zero they read nothing more (clear it
  * and the state after handling the marker).  rvtStatusOutOfBuffer: the
  * source ran out where bits were needed (the position stays at the end:
- * supply more data and retry from a saved state); rvtStatusHuffData: no
- * code of up to 16 bits matches, or bits are needed past a marker.  A
- * negative *pSrcCurrPos gives rvtStatusBadArg. */
+ * supply more data and retry from a saved state; the source ending right
+ * after an 0xFF also gives it, that byte consumed); rvtStatusHuffData: no
+ * code of up to 16 bits matches (a table that is not a prefix code may also
+ * point outside its values), or bits are needed past a marker.  A negative
+ * *pSrcCurrPos gives rvtStatusBadArg.
+ *
+ * States may be copied, saved and restored freely; only their valid bits are
+ * read (counts are taken modulo 8 by the encoders and clamped to 0..32 by
+ * the decoders), and the accumulators are stored with zeros beside them. */
 RvtResult rvtiEncodeHuffman8x8_JPEG_16s1u_C1(const int16_t* pSrc, uint8_t* pDst, int dstLenBytes,
                                              int* pDstCurrPos, int16_t* pLastDC,
                                              const EncodeHuffmanSpec* pDcTable,
@@ -584,7 +590,8 @@ RvtResult rvtiEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* pSrc, uint8_t
  * low bits) and no source bound: it reads from byte *pSrcBitsLen / 8 and
  * stops at a marker, so the data must end with one.  *pSrcBitsLen comes back
  * as 8 times the next byte to read (the pending bits live in the
- * accumulator). */
+ * accumulator), so positions it returns are whole bytes; a position inside
+ * a byte reads from that byte's start. */
 RvtResult rvtiDecodeHuffman8x8_Direct_JPEG_1u16s_C1(
     const uint8_t* pSrc, int* pSrcBitsLen, int16_t* pDst, int16_t* pLastDC, int* pMarker,
     uint32_t* pPrefetchedBits, int* pNumValidPrefetchedBits, const DecodeHuffmanSpec* pDcTable,

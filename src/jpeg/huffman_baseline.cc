@@ -11,9 +11,10 @@
 //    bytes that need stuffing on the way out.  Blocks that do not fit (or
 //    hold a symbol without a code) are coded again by the careful writer
 //    from the untouched state.
-//  - the decoder reads the source four bytes at a time while it is at least
-//    four bytes from its end and the bytes hold no 0xFF, and fills exactly
-//    as far as the careful reader would, so positions and states agree.
+//  - the decoder reads eight bytes at a time into a 64-bit buffer and keeps
+//    the careful reader's count and position beside it, so the state it
+//    leaves is the careful one; blocks near the end of the source, after a
+//    marker, with 0xFF bytes or with invalid codes go to the careful path.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "jpeg/huffman_baseline.cc"
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
@@ -346,12 +347,48 @@ alignas(16) inline constexpr ZigzagShuffles kZigzagShuffles{};
 // rows 0-1; the shuffles skip those pairs.
 static_assert(kZigzagShuffles.Empty(0, 3) && kZigzagShuffles.Empty(3, 0));
 
-inline bool HasFFByte(uint32_t w) {
-  return (((w & 0x7F7F7F7Fu) + 0x01010101u) & w & 0x80808080u) != 0;
-}
+// Zig-zag order as 16-bit lane indices into the block seen as 64 lanes.
+alignas(64) inline constexpr uint16_t kZigzagLanes[64] = {
+    0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,
+    12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,
+    35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,
+    58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
+
 inline bool HasFFByte64(uint64_t w) {
   return (((w & 0x7F7F7F7F7F7F7F7Full) + 0x0101010101010101ull) & w & 0x8080808080808080ull) != 0;
 }
+
+// What the careful reader does over one symbol whose code (1..8 bits) came
+// from the lookup, followed by its s (0..15) value bits, when the source
+// has plenty of plain bytes: from count c it fills (below 8 bits, to 25..32)
+// before the code and again (below s bits) before the value.  Entry
+// [c][len - 1][s] = (bytes read << 8) | count after.
+struct CarefulSteps {
+  uint16_t step[33][8][16];
+  constexpr CarefulSteps() : step() {
+    for (int c = 0; c <= 32; ++c) {
+      for (int len = 1; len <= 8; ++len) {
+        for (int s = 0; s < 16; ++s) {
+          int vc = c, bytes = 0;
+          if (vc < 8) {
+            bytes += (32 - vc) >> 3;
+            vc += 8 * ((32 - vc) >> 3);
+          }
+          vc -= len;
+          if (s > 0) {
+            if (vc < s) {
+              bytes += (32 - vc) >> 3;
+              vc += 8 * ((32 - vc) >> 3);
+            }
+            vc -= s;
+          }
+          step[c][len - 1][s] = uint16_t(bytes << 8 | vc);
+        }
+      }
+    }
+  }
+};
+inline constexpr CarefulSteps kCarefulSteps{};
 
 }  // namespace
 }  // namespace huff
@@ -406,21 +443,76 @@ HWY_INLINE uint64_t NonZeroMask(const int16_t* block) {
   return m;
 }
 
-// Bits collected right-aligned in a 64-bit word; after every symbol the
-// whole bytes leave with one 8-byte store into a staging area on the stack
-// (the bytes past them are rewritten by the next store), so the symbol loop
-// has no data-dependent branch.  Stuffing is left to the copy-out.
+// Bit length of a non-zero magnitude (bsr + 1).
+HWY_INLINE int BitLengthNZ(uint32_t a) { return (__builtin_clz(a) ^ 31) + 1; }
+
+// What the symbol loop needs of each zig-zag position.  Targets that
+// permute 64 lanes in two instructions prepare it for the whole block; the
+// others read the block through the index table as they go.
+struct ZigzagBlock {
+#if HWY_TARGET == HWY_AVX3
+  // Per zig-zag position: the magnitude category and the value bits before
+  // masking (v, or v - 1 when negative).
+  alignas(64) uint8_t size[64];
+  alignas(64) int16_t bits[64];
+  uint64_t Load(const int16_t* block) {
+    const __m512i lo = _mm512_loadu_si512(block);
+    const __m512i hi = _mm512_loadu_si512(block + 32);
+    const __m512i z[2] = {
+        _mm512_permutex2var_epi16(lo, _mm512_load_si512(kZigzagLanes), hi),
+        _mm512_permutex2var_epi16(lo, _mm512_load_si512(kZigzagLanes + 32), hi)};
+    const __m512i zero = _mm512_setzero_si512();
+    for (int h = 0; h < 2; ++h) {
+      _mm512_store_si512(bits + 32 * h, _mm512_add_epi16(z[h], _mm512_srai_epi16(z[h], 15)));
+      // Category from the float exponent of the magnitude (exact below 2^24).
+      const __m512i a = _mm512_abs_epi16(z[h]);
+      for (int q = 0; q < 2; ++q) {
+        const __m512i a32 = _mm512_cvtepu16_epi32(
+            q ? _mm512_extracti64x4_epi64(a, 1) : _mm512_castsi512_si256(a));
+        const __m512i e = _mm512_srli_epi32(_mm512_castps_si512(_mm512_cvtepi32_ps(a32)), 23);
+        const __m512i n = _mm512_max_epi32(_mm512_sub_epi32(e, _mm512_set1_epi32(126)), zero);
+        _mm_store_si128(reinterpret_cast<__m128i*>(size + 32 * h + 16 * q),
+                        _mm512_cvtepi32_epi8(n));
+      }
+    }
+    return uint64_t(_mm512_test_epi16_mask(z[0], z[0])) |
+           uint64_t(_mm512_test_epi16_mask(z[1], z[1])) << 32;
+  }
+
+  HWY_INLINE int Size(const int16_t*, int k) const { return size[k]; }
+  HWY_INLINE uint32_t Bits(const int16_t*, int k) const { return uint16_t(bits[k]); }
+#else
+  uint64_t Load(const int16_t* block) { return NonZeroMask(block); }
+  HWY_INLINE int Size(const int16_t* block, int k) const {
+    const int32_t v = block[kZigzag[k]];
+    const int32_t sign = v >> 31;
+    return BitLengthNZ(uint32_t((v ^ sign) - sign));
+  }
+  HWY_INLINE uint32_t Bits(const int16_t* block, int k) const {
+    const int32_t v = block[kZigzag[k]];
+    return uint32_t(v + (v >> 31));
+  }
+#endif
+};
+
+// Bits collected left-aligned in a 64-bit word (zeros below them); after
+// every symbol the whole bytes leave with one 8-byte store into a staging
+// area on the stack (the bytes past them are rewritten by the next store),
+// so the symbol loop has no data-dependent branch.  Stuffing is left to the
+// copy-out.
 struct StagingWriter {
   uint8_t* out;
   uint64_t buf;
-  int nbits;  // < 8 after each Put
+  uint32_t nbits;  // < 8 after each Put
 
-  HWY_INLINE void Put(uint64_t v, int n) {
-    buf = (buf << n) | v;
+  // v holds n bits (0..47); shift counts stay within 0..63.
+  HWY_INLINE void Put(uint64_t v, uint32_t n) {
     nbits += n;
-    const uint64_t be = __builtin_bswap64(buf << ((64 - nbits) & 63));
+    buf |= v << ((64 - nbits) & 63);
+    const uint64_t be = __builtin_bswap64(buf);
     std::memcpy(out, &be, 8);
     out += nbits >> 3;
+    buf <<= nbits & ~7u;
     nbits &= 7;
   }
 };
@@ -457,28 +549,25 @@ HWY_INLINE int CopyStuffed(uint8_t* dst, const uint8_t* stage, int n) {
   return o;
 }
 
-HWY_INLINE uint32_t Magnitude(int32_t v) { return uint32_t(v < 0 ? -v : v); }
-// Bit length of a non-zero magnitude.
-HWY_INLINE int BitLengthNZ(uint32_t a) { return 32 - __builtin_clz(a); }
-
 // The symbols of one block into the staging area; the DC predictor moves
 // on.  Returns false when a symbol has no code (or category 16 meets a run
 // of 15): the careful writer then codes the block to report exactly where.
 HWY_INLINE bool StageBlock(StagingWriter& w, const int16_t* block, int16_t* last_dc,
                            const EncodeHuffmanSpec* dc, const EncodeHuffmanSpec* ac) {
-  const uint64_t nz = NonZeroMask(block);
+  ZigzagBlock zz;
+  const uint64_t nz = zz.Load(block);
   const int32_t diff = int32_t(block[0]) - int32_t(*last_dc);
   *last_dc = block[0];
-  // Entries are valid when their length is 1..16: (entry - 0x10000) below
-  // 0x100000.  Invalid ones are only flagged here; lengths are masked so the
-  // shifts stay defined.
+  // A length field outside 1..16 (no code, or not a built spec) leaves a
+  // bit at 16 or above in (length - 1); lengths are only flagged here and
+  // masked, so the shifts stay defined.
   uint32_t bad = 0;
-  const uint32_t a = Magnitude(diff);
+  const uint32_t a = uint32_t(diff < 0 ? -diff : diff);
   int s = a ? BitLengthNZ(a) : 0;
   uint32_t e = dc->entry[s];
-  bad |= uint32_t(e - 0x10000u >= 0x100000u);
-  int n = int(e >> 16) & 31;
-  w.Put((uint64_t(e & 0xFFFF) << s) | ExtraBits(diff, s), n + s);
+  uint32_t n = (e >> 16) & 0xFF;
+  bad |= n - 1;
+  w.Put((uint64_t(e & 0xFFFF) << s) | ExtraBits(diff, s), (n & 31) + uint32_t(s));
   const uint32_t zrl = ac->entry[0xF0];
   uint64_t m = nz & ~uint64_t(1);
   int prev = 0;
@@ -487,25 +576,26 @@ HWY_INLINE bool StageBlock(StagingWriter& w, const int16_t* block, int16_t* last
     m &= m - 1;
     int run = k - prev - 1;
     prev = k;
-    const int32_t v = block[kZigzag[k]];
     if (HWY_UNLIKELY(run > 15)) {
-      bad |= uint32_t(zrl - 0x10000u >= 0x100000u);
-      const int zn = int(zrl >> 16) & 31;
-      for (; run > 15; run -= 16) w.Put(zrl & 0xFFFF, zn);
+      const uint32_t zn = (zrl >> 16) & 0xFF;
+      bad |= zn - 1;
+      for (; run > 15; run -= 16) w.Put(zrl & 0xFFFF, zn & 31);
     }
-    s = BitLengthNZ(Magnitude(v));
+    s = zz.Size(block, k);
     const uint32_t sym = uint32_t(run * 16 + s);
     e = ac->entry[sym & 0xFF];
-    bad |= (sym >> 8) | uint32_t(e - 0x10000u >= 0x100000u);
-    n = int(e >> 16) & 31;
-    w.Put((uint64_t(e & 0xFFFF) << s) | (uint32_t(v + (v >> 31)) & ((1u << s) - 1)), n + s);
+    n = (e >> 16) & 0xFF;
+    bad |= (n - 1) | (sym & 0x100);
+    const uint64_t extra = zz.Bits(block, k) & ((1u << s) - 1);
+    w.Put((uint64_t(e & 0xFFFF) << s) | extra, (n & 31) + uint32_t(s));
   }
   if (prev != 63) {
     e = ac->entry[0x00];
-    bad |= uint32_t(e - 0x10000u >= 0x100000u);
-    w.Put(e & 0xFFFF, int(e >> 16) & 31);
+    n = (e >> 16) & 0xFF;
+    bad |= n - 1;
+    w.Put(e & 0xFFFF, n & 31);
   }
-  return bad == 0;
+  return (bad & ~15u) == 0;
 }
 
 RvtResult Encode8x8Fast(const int16_t* block, uint8_t* dst, int len, int* pos, int16_t* last_dc,
@@ -517,7 +607,7 @@ RvtResult Encode8x8Fast(const int16_t* block, uint8_t* dst, int len, int* pos, i
   const uint32_t pending = (uint32_t(st->acc) >> (24 - count)) & ((1u << count) - 1);
   // Room for a block's worst case (2055 bits) plus the 8-byte store past it.
   alignas(16) uint8_t stage[272];
-  StagingWriter w{stage, pending, count};
+  StagingWriter w{stage, count ? uint64_t(pending) << (64 - count) : 0, uint32_t(count)};
   const int16_t dc_before = *last_dc;
   const bool ok = StageBlock(w, block, last_dc, dc, ac);
   const int staged = int(w.out - stage);
@@ -527,97 +617,137 @@ RvtResult Encode8x8Fast(const int16_t* block, uint8_t* dst, int len, int* pos, i
     return Encode8x8Body(block, dst, len, pos, last_dc, dc, ac, st);
   }
   *pos += CopyStuffed(dst + *pos, stage, staged);
-  st->acc = uint64_t(uint32_t(w.buf) & ((1u << w.nbits) - 1)) << (24 - w.nbits);
-  st->count = w.nbits;
+  st->acc = w.buf >> 40;  // the pending bits under bit 24
+  st->count = int(w.nbits);
   return rvtStatusOk;
 }
 
-// The careful reader with a four-byte fill: it takes as many whole bytes as
-// the byte loop would (up to 32 bits), when none of them can be a marker or
-// stuffing and all lie inside the source; anything else goes byte by byte.
-struct FastReader : BitReader {
-  HWY_INLINE RvtResult Fill(int n) {
-    if (count < 25 && pos <= len - 4 && *marker == 0) {
-      uint32_t w;
-      std::memcpy(&w, src + pos, 4);
-      w = __builtin_bswap32(w);
-      if (!HasFFByte(w)) {
-        const int k = (32 - count) >> 3;
-        acc = k == 4 ? w : (acc << (8 * k)) | (w >> (32 - 8 * k));
-        count += 8 * k;
-        pos += k;
-        return rvtStatusOk;
-      }
-    }
-    return BitReader::Fill(n);
+// Fast block decoder.  It reads the source eight bytes at a time into a
+// 64-bit buffer and, beside it, keeps the careful reader's count and
+// position (which fill the same bytes at the same moments, only later), so
+// the state it leaves is the careful one.  It decodes a block only when
+// nothing can make the two differ: no marker pending, the source far enough
+// from its end, no 0xFF byte among the bytes it takes, and every code and
+// run valid.  Otherwise it leaves everything untouched and says so; the
+// careful decoder then takes the block from the start.
+struct FastBits {
+  const uint8_t* src;
+  uint64_t buf;  // nb valid bits, left-aligned (oldest in bit 63), zeros below
+  int nb;
+  int rpos;      // next byte for buf
+  int vc;        // the careful reader's valid-bit count
+  int vpos;      // and its next byte
+
+  // Tops buf up to 56..63 bits; false on an 0xFF byte.
+  HWY_INLINE bool Refill() {
+    uint64_t w;
+    std::memcpy(&w, src + rpos, 8);
+    w = __builtin_bswap64(w);
+    const int k = (63 - nb) >> 3;  // 2..7 whole bytes
+    const uint64_t taken = w >> (64 - 8 * k);
+    if (HWY_UNLIKELY(HasFFByte64(taken))) return false;
+    buf |= taken << (64 - nb - 8 * k);
+    nb += 8 * k;
+    rpos += k;
+    return true;
   }
-  HWY_INLINE RvtResult Need(int n) { return count < n ? Fill(n) : rvtStatusOk; }
+  // What the careful reader does when asked for `need` bits: below that it
+  // fills to 25..32 bits, ceil((25 - vc) / 8) bytes.  Without a branch: it
+  // depends on the data and is off the critical path.
+  HWY_INLINE void CarefulNeed(int need) {
+    const int below = (vc - need) >> 31;  // -1 when vc < need
+    const int k = ((32 - vc) >> 3) & below;
+    vc += 8 * k;
+    vpos += k;
+  }
+  HWY_INLINE void Skip(int n) {
+    buf <<= n;
+    nb -= n;
+    vc -= n;
+  }
+  // The next n (1..16) bits.
+  HWY_INLINE uint32_t Peek(int n) const { return uint32_t(buf >> (64 - n)); }
 };
 
-// DecodeSymbol with the four-byte fill; codes longer than 8 bits (and
-// codes read from fewer than 8 bits) take the careful search.
-HWY_INLINE int FastSymbol(FastReader& r, const DecodeHuffmanSpec* t) {
-  if (r.count < 8) {
-    const RvtResult st = r.Fill(0);
-    if (st != rvtStatusOk) return st;
+// A code longer than 8 bits, one bit at a time as the careful search goes.
+// Returns the symbol, or -1 for data no code covers.
+HWY_INLINE int FastSearch(FastBits& f, const DecodeHuffmanSpec* t) {
+  f.CarefulNeed(9);
+  int32_t code = int32_t(f.Peek(9));
+  f.Skip(9);
+  int len = 9;
+  while (code > MaxCode(t, len)) {
+    f.CarefulNeed(1);
+    code = (code << 1) | int32_t(f.Peek(1));
+    f.Skip(1);
+    if (++len > 16) return -1;
   }
-  int len = 1;
-  if (r.count >= 8) {
-    const uint32_t e = t->lookup[r.Peek8()];
-    const uint32_t n = (e >> 16) & 0xFF;
-    if (n - 1 < 8) {
-      r.count -= int(n);
-      return int(e & 0xFF);
-    }
-    len = 9;
-  }
-  if (r.count < len) {
-    const RvtResult st = r.Fill(len);
-    if (st != rvtStatusOk) return st;
-  }
-  BitReader& careful = r;
-  return SearchCode(careful, t, len, int32_t(r.Take(len)));
+  const int32_t index = int32_t(t->valueIndex[len]) - int32_t(t->minCode[len]) + code;
+  if (uint32_t(index) > 255u) return -1;
+  return t->values[index] & 0xFF;
 }
 
-// DecodeBlock over the fast reader, step for step.
-HWY_INLINE RvtResult FastDecodeBlock(FastReader& r, int16_t* block, int16_t* last_dc,
-                                     const DecodeHuffmanSpec* dc, const DecodeHuffmanSpec* ac,
-                                     uint32_t* done) {
-  int sym = FastSymbol(r, dc);
-  if (sym < 0) {
-    *done = 0;
-    return RvtResult(sym);
-  }
-  int s = sym & 15;
-  if (s != 0) {
-    const RvtResult st = r.Need(s);
-    if (st != rvtStatusOk) {
-      *done = 0;
-      return st;
-    }
-    *last_dc = int16_t(*last_dc + Extend(r.Take(s), s));
-  }
-  block[0] = *last_dc;
-  int k = 1;  // zig-zag position; 64 - k positions remain
-  for (;;) {
-    sym = FastSymbol(r, ac);
-    if (sym < 0) {
-      *done = uint32_t(k);
-      return RvtResult(sym);
-    }
-    const int run = sym >> 4;
+// A block needs at most 31 + 63 * 31 bits; with the 8-byte loads past them
+// this much source lets the fast decoder skip every bound check.
+constexpr int kFastMargin = 256 + 16;
+
+// One symbol and its value bits: the symbol (or -1 to leave the block to
+// the careful decoder) and the extended value in *v when s > 0.  The
+// careful reader's count and position follow from one table step for
+// codes of up to 8 bits, one bit at a time for the longer ones.
+HWY_INLINE int FastCoefficient(FastBits& f, const DecodeHuffmanSpec* t, int32_t* v) {
+  const uint32_t e = t->lookup[f.buf >> 56];
+  const uint32_t n = e >> 16;
+  int sym, s;
+  if (HWY_LIKELY(n - 1 < 8)) {
+    sym = int(e & 0xFF);
+    s = sym & 15;
+    const uint32_t step = kCarefulSteps.step[f.vc][n - 1][s];
+    f.vc = int(step & 0xFF);
+    f.vpos += int(step >> 8);
+    f.buf <<= n;
+    f.nb -= int(n);
+  } else {
+    // An entry with stray high bits reads as a hit to the careful decoder.
+    if (((n & 0xFF) - 1) < 8) return -1;
+    f.CarefulNeed(8);
+    sym = FastSearch(f, t);
+    if (sym < 0) return -1;
     s = sym & 15;
     if (s != 0) {
+      f.CarefulNeed(s);
+      f.vc -= s;
+    }
+  }
+  if (s != 0) {
+    const uint32_t r = f.Peek(s);
+    f.buf <<= s;
+    f.nb -= s;
+    const int32_t negative = int32_t((r >> (s - 1)) & 1) - 1;  // -1 when the top bit is clear
+    *v = int32_t(r) + (negative & (1 - (1 << s)));
+  }
+  return sym;
+}
+
+HWY_INLINE bool FastDecodeBlock(FastBits& f, int16_t* block, int16_t* last_dc,
+                                const DecodeHuffmanSpec* dc, const DecodeHuffmanSpec* ac,
+                                int* done) {
+  if (f.nb < 48 && !f.Refill()) return false;
+  int32_t v = 0;
+  int sym = FastCoefficient(f, dc, &v);
+  if (sym < 0) return false;
+  const int16_t dc_value = (sym & 15) ? int16_t(*last_dc + v) : *last_dc;
+  block[0] = dc_value;
+  int k = 1;  // zig-zag position; 64 - k positions remain
+  for (;;) {
+    if (f.nb < 48 && !f.Refill()) return false;
+    sym = FastCoefficient(f, ac, &v);
+    if (HWY_UNLIKELY(sym < 0)) return false;
+    const int run = sym >> 4;
+    if (HWY_LIKELY((sym & 15) != 0)) {
       k += run + 1;
-      const RvtResult st = r.Need(s);
-      if (st != rvtStatusOk) {
-        *done = uint32_t(k);
-        return st;
-      }
-      const int32_t v = Extend(r.Take(s), s);
-      const int at = kZigzagDecode[k - 1];
-      if (at > 63) return rvtStatusErr;
-      block[at] = int16_t(v);
+      if (HWY_UNLIKELY(k > 72)) return false;  // past the guard positions
+      block[kZigzagDecode[k - 1]] = int16_t(v);
     } else if (run < 15) {
       break;  // EOB
     } else {
@@ -625,21 +755,33 @@ HWY_INLINE RvtResult FastDecodeBlock(FastReader& r, int16_t* block, int16_t* las
     }
     if (k > 63) break;
   }
-  *done = uint32_t(k);
-  return rvtStatusOk;
+  *last_dc = dc_value;
+  *done = k;
+  return true;
 }
 
 RvtResult Decode8x8Fast(const uint8_t* src, int len, int* pos, int16_t* block, int16_t* last_dc,
                         int* marker, const DecodeHuffmanSpec* dc, const DecodeHuffmanSpec* ac,
                         DecodeHuffmanState* st) {
   RVT_CHECK(CheckDecode8x8(src, len, pos, block, last_dc, marker, dc, ac, st));
-  std::memset(block, 0, 64 * sizeof(int16_t));
-  FastReader r{{src, len, *pos, 0, 0, marker}};
-  r.Load(st);
-  const RvtResult status = FastDecodeBlock(r, block, last_dc, dc, ac, &st->coefsDone);
-  *pos = r.pos;
-  r.Store(st);
-  return status;
+  if (*marker == 0 && len - *pos >= kFastMargin) {
+    BitReader careful{src, len, *pos, 0, 0, marker};
+    careful.Load(st);
+    FastBits f{src, careful.count ? uint64_t(careful.acc) << (64 - careful.count) : 0,
+               careful.count, *pos, careful.count, *pos};
+    // At most 256-bit stores: the block need not be 64-byte aligned.
+    const hn::CappedTag<int16_t, 16> d;
+    for (size_t i = 0; i < 64; i += hn::Lanes(d)) hn::StoreU(hn::Zero(d), d, block + i);
+    int done = 0;
+    if (HWY_LIKELY(FastDecodeBlock(f, block, last_dc, dc, ac, &done))) {
+      *pos = f.vpos;
+      st->acc = f.vc ? f.buf >> (64 - f.vc) : 0;
+      st->count = f.vc;
+      st->coefsDone = uint32_t(done);
+      return rvtStatusOk;
+    }
+  }
+  return Decode8x8Careful(src, len, pos, block, last_dc, marker, dc, ac, st);
 }
 
 }  // namespace HWY_NAMESPACE

@@ -111,7 +111,8 @@ inline uint32_t ExtraBits(int32_t v, int s) {
 
 // Inverse of ExtraBits: r read in s bits (1..15) back to the value.
 inline int32_t Extend(uint32_t r, int s) {
-  return (r >> (s - 1)) ? int32_t(r) : int32_t(r) + 1 - (1 << s);
+  const int32_t negative = int32_t((r >> (s - 1)) & 1) - 1;  // -1 when the top bit is clear
+  return int32_t(r) + (negative & (1 - (1 << s)));
 }
 
 // Length (0 = no code) and code of a spec entry; lengths above 16 cannot be
