@@ -791,7 +791,14 @@ namespace rvt {
 using namespace huff;  // NOLINT
 
 RVT_IMPL_HWY(rvtiEncodeHuffman8x8_JPEG_16s1u_C1, Encode8x8Fast, Encode8x8Careful);
-RVT_IMPL_HWY(rvtiDecodeHuffman8x8_JPEG_1u16s_C1, Decode8x8Fast, Decode8x8Careful);
+// The decoder's fast path is scalar code; its AVX-512 build keeps 16-bit
+// values in mask registers and runs slower, so the AVX2 build serves both.
+extern const Impl<decltype(&::rvtiDecodeHuffman8x8_JPEG_1u16s_C1)>
+    impl_rvtiDecodeHuffman8x8_JPEG_1u16s_C1;
+const Impl<decltype(&::rvtiDecodeHuffman8x8_JPEG_1u16s_C1)>
+    impl_rvtiDecodeHuffman8x8_JPEG_1u16s_C1 = {
+        {HWY_CHOOSE_AVX2(Decode8x8Fast), HWY_CHOOSE_AVX2(Decode8x8Fast),
+         HWY_CHOOSE_SSSE3(Decode8x8Fast), &Decode8x8Careful}};
 RVT_IMPL_PLAIN(rvtiEncodeHuffmanOne_JPEG_16s1u_C1, EncodeOne);
 RVT_IMPL_PLAIN(rvtiDecodeHuffmanOne_JPEG_1u16s_C1, DecodeOne);
 RVT_IMPL_PLAIN(rvtiEncodeHuffman8x8_Direct_JPEG_16s1u_C1, EncodeDirect);
