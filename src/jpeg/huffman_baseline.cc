@@ -362,27 +362,23 @@ inline bool HasFFByte64(uint64_t w) {
 // from the lookup, followed by its s (0..15) value bits, when the source
 // has plenty of plain bytes: from count c it fills (below 8 bits, to 25..32)
 // before the code and again (below s bits) before the value.  Entry
-// [c][len - 1][s] = (bytes read << 8) | count after.
+// c * 128 + (len - 1) * 16 + s holds the count after, times 128: the start
+// of that count's row, so the next step is one add and one load.  (The bytes it read follow from
+// the counts and the bits taken.)
 struct CarefulSteps {
-  uint16_t step[33][8][16];
+  uint16_t step[33 * 8 * 16];
   constexpr CarefulSteps() : step() {
     for (int c = 0; c <= 32; ++c) {
       for (int len = 1; len <= 8; ++len) {
         for (int s = 0; s < 16; ++s) {
-          int vc = c, bytes = 0;
-          if (vc < 8) {
-            bytes += (32 - vc) >> 3;
-            vc += 8 * ((32 - vc) >> 3);
-          }
+          int vc = c;
+          if (vc < 8) vc += 8 * ((32 - vc) >> 3);
           vc -= len;
           if (s > 0) {
-            if (vc < s) {
-              bytes += (32 - vc) >> 3;
-              vc += 8 * ((32 - vc) >> 3);
-            }
+            if (vc < s) vc += 8 * ((32 - vc) >> 3);
             vc -= s;
           }
-          step[c][len - 1][s] = uint16_t(bytes << 8 | vc);
+          step[c * 128 + (len - 1) * 16 + s] = uint16_t(vc * 128);
         }
       }
     }
@@ -623,9 +619,10 @@ RvtResult Encode8x8Fast(const int16_t* block, uint8_t* dst, int len, int* pos, i
 }
 
 // Fast block decoder.  It reads the source eight bytes at a time into a
-// 64-bit buffer and, beside it, keeps the careful reader's count and
-// position (which fill the same bytes at the same moments, only later), so
-// the state it leaves is the careful one.  It decodes a block only when
+// 64-bit buffer and, beside it, keeps the careful reader's count (which
+// fills the same bytes at the same moments, only later); the careful
+// position follows from that count at the end, so the state it leaves is
+// the careful one.  It decodes a block only when
 // nothing can make the two differ: no marker pending, the source far enough
 // from its end, no 0xFF byte among the bytes it takes, and every code and
 // run valid.  Otherwise it leaves everything untouched and says so; the
@@ -635,8 +632,7 @@ struct FastBits {
   uint64_t buf;  // nb valid bits, left-aligned (oldest in bit 63), zeros below
   int nb;
   int rpos;      // next byte for buf
-  int vc;        // the careful reader's valid-bit count
-  int vpos;      // and its next byte
+  int vc;        // the careful reader's valid-bit count (times 128 in FastCoefficient)
 
   // Tops buf up to 56..63 bits; false on an 0xFF byte.
   HWY_INLINE bool Refill() {
@@ -656,9 +652,7 @@ struct FastBits {
   // depends on the data and is off the critical path.
   HWY_INLINE void CarefulNeed(int need) {
     const int below = (vc - need) >> 31;  // -1 when vc < need
-    const int k = ((32 - vc) >> 3) & below;
-    vc += 8 * k;
-    vpos += k;
+    vc += 8 * (((32 - vc) >> 3) & below);
   }
   HWY_INLINE void Skip(int n) {
     buf <<= n;
@@ -702,14 +696,13 @@ HWY_INLINE int FastCoefficient(FastBits& f, const DecodeHuffmanSpec* t, int32_t*
   if (HWY_LIKELY(n - 1 < 8)) {
     sym = int(e & 0xFF);
     s = sym & 15;
-    const uint32_t step = kCarefulSteps.step[f.vc][n - 1][s];
-    f.vc = int(step & 0xFF);
-    f.vpos += int(step >> 8);
+    f.vc = kCarefulSteps.step[f.vc + int((n - 1) << 4) + s];
     f.buf <<= n;
     f.nb -= int(n);
   } else {
     // An entry with stray high bits reads as a hit to the careful decoder.
     if (((n & 0xFF) - 1) < 8) return -1;
+    f.vc >>= 7;
     f.CarefulNeed(8);
     sym = FastSearch(f, t);
     if (sym < 0) return -1;
@@ -718,6 +711,7 @@ HWY_INLINE int FastCoefficient(FastBits& f, const DecodeHuffmanSpec* t, int32_t*
       f.CarefulNeed(s);
       f.vc -= s;
     }
+    f.vc <<= 7;
   }
   if (s != 0) {
     const uint32_t r = f.Peek(s);
@@ -768,15 +762,18 @@ RvtResult Decode8x8Fast(const uint8_t* src, int len, int* pos, int16_t* block, i
     BitReader careful{src, len, *pos, 0, 0, marker};
     careful.Load(st);
     FastBits f{src, careful.count ? uint64_t(careful.acc) << (64 - careful.count) : 0,
-               careful.count, *pos, careful.count, *pos};
+               careful.count, *pos, careful.count * 128};
     // At most 256-bit stores: the block need not be 64-byte aligned.
     const hn::CappedTag<int16_t, 16> d;
     for (size_t i = 0; i < 64; i += hn::Lanes(d)) hn::StoreU(hn::Zero(d), d, block + i);
     int done = 0;
     if (HWY_LIKELY(FastDecodeBlock(f, block, last_dc, dc, ac, &done))) {
-      *pos = f.vpos;
-      st->acc = f.vc ? f.buf >> (64 - f.vc) : 0;
-      st->count = f.vc;
+      // Both readers took the same bits; the careful one read (nb - vc) / 8
+      // fewer bytes.
+      const int vc = f.vc >> 7;
+      *pos = f.rpos - ((f.nb - vc) >> 3);
+      st->acc = vc ? f.buf >> (64 - vc) : 0;
+      st->count = vc;
       st->coefsDone = uint32_t(done);
       return rvtStatusOk;
     }
@@ -794,7 +791,14 @@ namespace rvt {
 using namespace huff;  // NOLINT
 
 RVT_IMPL_HWY(rvtiEncodeHuffman8x8_JPEG_16s1u_C1, Encode8x8Fast, Encode8x8Careful);
-RVT_IMPL_HWY(rvtiDecodeHuffman8x8_JPEG_1u16s_C1, Decode8x8Fast, Decode8x8Careful);
+// The decoder's fast path is scalar code; its AVX-512 build keeps 16-bit
+// values in mask registers and runs slower, so the AVX2 build serves both.
+extern const Impl<decltype(&::rvtiDecodeHuffman8x8_JPEG_1u16s_C1)>
+    impl_rvtiDecodeHuffman8x8_JPEG_1u16s_C1;
+const Impl<decltype(&::rvtiDecodeHuffman8x8_JPEG_1u16s_C1)>
+    impl_rvtiDecodeHuffman8x8_JPEG_1u16s_C1 = {
+        {HWY_CHOOSE_AVX2(Decode8x8Fast), HWY_CHOOSE_AVX2(Decode8x8Fast),
+         HWY_CHOOSE_SSSE3(Decode8x8Fast), &Decode8x8Careful}};
 RVT_IMPL_PLAIN(rvtiEncodeHuffmanOne_JPEG_16s1u_C1, EncodeOne);
 RVT_IMPL_PLAIN(rvtiDecodeHuffmanOne_JPEG_1u16s_C1, DecodeOne);
 RVT_IMPL_PLAIN(rvtiEncodeHuffman8x8_Direct_JPEG_16s1u_C1, EncodeDirect);

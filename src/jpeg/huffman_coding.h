@@ -115,7 +115,7 @@ inline int32_t Extend(uint32_t r, int s) {
   return int32_t(r) + (negative & (1 - (1 << s)));
 }
 
-// Length (0 = no code) and code of a spec entry; lengths above 16 cannot be
+// Code length of a spec entry (0 = no code); lengths above 16 cannot be
 // built and are read as "no code".
 inline int CodeLength(uint32_t entry) {
   const int n = int(entry >> 16) & 0xFF;
