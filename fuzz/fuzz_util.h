@@ -72,7 +72,7 @@ struct Table {
 };
 
 // A table: the example one (when `example`) or bits and values from the
-// input.  Over-full and over-long tables are welcome: the spec builders
+// input.  Over-full and over-long tables are welcome: the Huffman table builders
 // decide what they accept.
 inline Table ReadTable(Input& in, bool example, bool dc) {
   Table t{};
