@@ -1,21 +1,37 @@
-// Differential test harness: calls an export's scalar reference and every
-// compiled SIMD target the processor runs on the same seeded inputs, in
-// buffers with guard bytes around every row, and compares exactly.
+// Differential test harness, after dav1d's checkasm.
 //
-//   const auto& impl = rvt::impl_rvtiAdd128_JPEG_16s8u_C1R;
-//   for (const auto& t : SimdTargets(impl)) { ... t.fn(...) ... t.name ... }
-//   Reference(impl)(...)
+// Every export that has vector targets registers one check under its own
+// name; the check calls the scalar reference and every compiled SIMD target
+// the processor runs on the same seeded inputs, in buffers with guard bytes
+// around every row, and compares outputs, statuses and guards exactly:
 //
-// GuardedPlane<T> keeps a position-dependent guard pattern in every byte
-// that is not part of the region (row padding, before and after the plane);
-// GuardsIntact() finds any write outside the region, PlanesEqual() reports
-// the first differing pixel.
+//   RVT_CHECKASM(rvtiAdd128_JPEG_16s8u_C1R,
+//                test::RegionC1<int16_t, uint8_t>{-32768, 32767, kThreaded});
+//
+// Each check runs as the gtest test Checkasm.<export>; `rvtjp_test --bench
+// [SUBSTRING]` times the reference and every target of the matching checks
+// instead.  Checkasm.EveryVectorExportIsChecked fails when an export of
+// exports.inc with a compiled vector target has no check.
+//
+// Building blocks, for the hand-written tests beside the checks:
+//   SimdTargets(impl) / AllTargets(impl) / Reference(impl): the entries of a
+//     descriptor this processor runs;
+//   Rng: seeded random numbers;
+//   GuardedPlane<T>: a region with a position-dependent guard pattern in
+//     every byte outside it (row padding, before, after); Matches() reports
+//     the first differing pixel and the first changed guard byte;
+//   WindowPlane and PageFence: read checks (poisoned margins, inaccessible
+//     pages flush against a buffer).
 #ifndef RVT_TESTS_CHECKASM_H_
 #define RVT_TESTS_CHECKASM_H_
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdint>
+#include <functional>
+#include <new>
 #include <cstring>
 #include <random>
 #include <sstream>
@@ -87,6 +103,19 @@ class Rng {
   std::mt19937_64 gen_;
 };
 
+// 64-byte aligned storage for the harness buffers.
+template <class T>
+struct Aligned64 {
+  using value_type = T;
+  Aligned64() = default;
+  template <class U>
+  Aligned64(const Aligned64<U>&) {}
+  T* allocate(size_t n) { return static_cast<T*>(::operator new(n * sizeof(T), std::align_val_t(64))); }
+  void deallocate(T* p, size_t) { ::operator delete(p, std::align_val_t(64)); }
+  template <class U>
+  bool operator==(const Aligned64<U>&) const { return true; }
+};
+
 inline uint8_t GuardByte(size_t i) { return uint8_t(0xA5 + i * 0x3B + (i >> 8)); }
 
 // A plane of width x height elements of T with a row step in bytes (at
@@ -102,9 +131,8 @@ class GuardedPlane {
         step_(step_bytes > 0 ? step_bytes : int32_t(width * sizeof(T) + 24)) {
     const size_t bytes = size_t(step_) * size_t(height > 0 ? height - 1 : 0) +
                          size_t(width > 0 ? width : 0) * sizeof(T);
-    storage_.resize(kGuard + 64 + bytes + kGuard);
-    const uintptr_t base = reinterpret_cast<uintptr_t>(storage_.data()) + kGuard;
-    offset_ = kGuard + ((64 - base % 64) % 64) + size_t(misalign);
+    // The storage is 64-byte aligned, so copies keep the region's alignment.
+    offset_ = kGuard + size_t(misalign);
     storage_.resize(offset_ + bytes + kGuard);
     for (size_t i = 0; i < storage_.size(); ++i) storage_[i] = GuardByte(i);
   }
@@ -175,7 +203,7 @@ class GuardedPlane {
   int width_, height_;
   int32_t step_;
   size_t offset_ = 0;
-  std::vector<uint8_t> storage_;
+  std::vector<uint8_t, Aligned64<uint8_t>> storage_;
 };
 
 template <class T>
@@ -297,5 +325,302 @@ class PageFence {
 };
 
 }  // namespace rvt::test
+
+
+// ---------------------------------------------------------------- checks
+namespace rvt::test {
+
+// One argument's memory: a guarded plane of bytes (width = row bytes) and
+// the element size, for messages.
+struct Buf {
+  GuardedPlane<uint8_t> plane;
+  int elem = 1;
+
+  template <class T>
+  T* as() { return reinterpret_cast<T*>(plane.data()); }
+  template <class T>
+  T* row(int y) { return reinterpret_cast<T*>(plane.row(y)); }
+  int32_t step() const { return plane.step(); }
+  // Random elements in [lo, hi] over the region.
+  template <class T>
+  void Fill(Rng& rng, T lo, T hi) {
+    for (int y = 0; y < plane.height(); ++y) {
+      for (int x = 0; x < plane.width() / int(sizeof(T)); ++x) {
+        T v;
+        rng.Fill(&v, 1, lo, hi);
+        std::memcpy(plane.row(y) + x * sizeof(T), &v, sizeof(T));
+      }
+    }
+  }
+};
+
+// width x height elements of T; step 0 is one row plus 24 bytes.
+template <class T>
+Buf PlaneOf(int width, int height, int32_t step = 0, int misalign = 0) {
+  return Buf{GuardedPlane<uint8_t>(width * int(sizeof(T)), height,
+                                   step > 0 ? step : int32_t(width * sizeof(T) + 24), misalign),
+             int(sizeof(T))};
+}
+// n elements of T in one row.
+template <class T>
+Buf ArrayOf(int n, int misalign = 0) {
+  return PlaneOf<T>(n, 1, 0, misalign);
+}
+
+// One call's arguments: what it reads (checked unchanged after the call),
+// what it writes (with the contents it starts from: in-place blocks, coder
+// states, positions), and scalars for the binder.
+struct Case {
+  std::string label;
+  std::vector<Buf> in, out;
+  ImageSize roi{0, 0};
+  int64_t arg[4] = {0, 0, 0, 0};
+};
+
+// Output equal to the reference's, byte for byte, and no guard changed.
+inline ::testing::AssertionResult SameBuf(const Buf& want, const Buf& got, const std::string& label) {
+  const auto& w = want.plane;
+  const auto& g = got.plane;
+  for (int y = 0; y < w.height(); ++y) {
+    for (int x = 0; x < w.width(); ++x) {
+      if (w.get(x, y) == g.get(x, y)) continue;
+      const int e = x / want.elem;
+      std::ostringstream s;
+      s << label << ": first mismatch at element " << e << " of row " << y << " (" << w.width() / want.elem
+        << " elements x " << w.height() << " rows): expected 0x";
+      auto hex = [&](const GuardedPlane<uint8_t>& p) {
+        for (int b = want.elem - 1; b >= 0; --b) {
+          s << "0123456789abcdef"[p.get(e * want.elem + b, y) >> 4]
+            << "0123456789abcdef"[p.get(e * want.elem + b, y) & 15];
+        }
+      };
+      hex(w);
+      s << ", got 0x";
+      hex(g);
+      return ::testing::AssertionFailure() << s.str();
+    }
+  }
+  std::string where;
+  if (!g.GuardsIntact(&where)) return ::testing::AssertionFailure() << label << ": " << where;
+  return ::testing::AssertionSuccess();
+}
+
+// A differential check: the cases (made once from a seeded Rng), how to
+// call an entry on a case, and the thread caps to run the targets under.
+template <class Fn>
+struct CaseCheck {
+  std::function<std::vector<Case>(Rng&)> cases;
+  std::function<RvtResult(Fn, Case&)> call;
+  std::vector<int> threads{1};
+  // The case to time; the last of `cases` when empty.
+  std::function<Case(Rng&)> bench_case;
+};
+
+template <class Fn>
+void Verify(const Impl<Fn>& impl, const CaseCheck<Fn>& check, uint64_t seed) {
+  Rng rng(seed);
+  for (const Case& c : check.cases(rng)) {
+    Case want = c;
+    const RvtResult status = check.call(Reference(impl), want);
+    for (size_t i = 0; i < want.out.size(); ++i) {
+      std::string where;
+      ASSERT_TRUE(want.out[i].plane.GuardsIntact(&where))
+          << "reference, " << c.label << ", output " << i << ": " << where;
+    }
+    for (int n : check.threads) {
+      const int32_t old = rvtSetNumThreads(n);
+      for (const auto& t : SimdTargets(impl)) {
+        Case got = c;
+        const std::string label =
+            std::string(t.name) + ", " + c.label + ", threads " + std::to_string(n);
+        EXPECT_EQ(check.call(t.fn, got), status) << label;
+        for (size_t i = 0; i < got.out.size(); ++i) {
+          EXPECT_TRUE(SameBuf(want.out[i], got.out[i], label + ", output " + std::to_string(i)));
+        }
+        for (size_t i = 0; i < got.in.size(); ++i) {
+          EXPECT_TRUE(got.in[i].plane.Unchanged(c.in[i].plane))
+              << label << ": input " << i << " was written";
+        }
+      }
+      rvtSetNumThreads(old);
+      if (::testing::Test::HasFailure()) return;  // the first failing case says enough
+    }
+  }
+}
+
+struct BenchRow {
+  std::string check, target;
+  double ns;      // per call, best batch
+  double ref_ns;  // the reference's, same run
+};
+
+// Best time per call over batches of calls on one case (single thread).
+template <class Fn>
+void Bench(const std::string& name, const Impl<Fn>& impl, const CaseCheck<Fn>& check,
+           std::vector<BenchRow>& rows) {
+  Rng rng(1);
+  const Case c = check.bench_case ? check.bench_case(rng) : check.cases(rng).back();
+  const int32_t old = rvtSetNumThreads(1);
+  double ref_ns = 0;
+  for (const auto& t : AllTargets(impl)) {
+    Case work = c;
+    int batch = 1;
+    double best = 1e300;
+    for (int round = 0; round < 40; ++round) {
+      work = c;
+      const auto t0 = std::chrono::steady_clock::now();
+      for (int k = 0; k < batch; ++k) check.call(t.fn, work);
+      const double ns =
+          std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - t0).count();
+      if (ns < 2e6 && batch < (1 << 20)) {
+        batch *= 2;  // batches of at least 2 ms
+        continue;
+      }
+      best = std::min(best, ns / batch);
+    }
+    if (best == 1e300) best = 0;
+    if (t.level == kRef) ref_ns = best;
+    rows.push_back({name, t.name, best, 0});
+  }
+  for (auto& r : rows) {
+    if (r.check == name) r.ref_ns = ref_ns;
+  }
+  rvtSetNumThreads(old);
+}
+
+// The registry: one entry per export name.
+struct Check {
+  std::string name;
+  std::function<void()> verify;
+  std::function<void(std::vector<BenchRow>&)> bench;
+};
+inline std::vector<Check>& Registry() {
+  static std::vector<Check> checks;
+  return checks;
+}
+// Names of the exports that have a compiled vector target and no entry in
+// `checks`.
+std::vector<std::string> UncheckedVectorExports(const std::vector<Check>& checks);
+
+inline uint64_t SeedOf(const std::string& name) {
+  uint64_t h = 1469598103934665603ull;  // FNV-1a: a fixed seed per export
+  for (unsigned char ch : name) h = (h ^ ch) * 1099511628211ull;
+  return h;
+}
+
+template <class Fn>
+bool Register(const char* name, const Impl<Fn>& impl, CaseCheck<Fn> check) {
+  const std::string n = name;
+  Registry().push_back({n, [n, &impl, check] { Verify(impl, check, SeedOf(n)); },
+                        [n, &impl, check](std::vector<BenchRow>& rows) { Bench(n, impl, check, rows); }});
+  return true;
+}
+
+// ------------------------------------------------------------ call shapes
+// Each shape converts to the CaseCheck of the export it is registered for.
+
+inline constexpr bool kThreaded = true;
+
+// The region sizes every region shape runs: every width 1..67 (all vector
+// remainders of every target) at odd and padded steps and misaligned
+// starts, one pixel, both sides of the threading limit, and a full-HD
+// plane (the last, which the benchmark times).
+struct RegionShape {
+  ImageSize roi;
+  int pad, src_misalign, dst_misalign;
+};
+inline std::vector<RegionShape> RegionShapes(bool threaded) {
+  std::vector<RegionShape> s;
+  for (int w = 1; w <= 67; ++w) s.push_back({{w, 3}, w % 5, w % 3, (w / 3) % 4});
+  s.push_back({{1, 1}, 0, 0, 0});
+  s.push_back({{131, 2}, 64, 1, 3});
+  if (threaded) {
+    s.push_back({{8192, 1}, 0, 1, 0});  // serial limit
+    s.push_back({{8193, 1}, 2, 0, 1});  // first forked size
+    s.push_back({{2731, 3}, 6, 3, 0});  // 8193 pixels over rows
+  }
+  s.push_back({{1920, 1080}, 0, 0, 0});
+  return s;
+}
+
+// A one-plane region to a one-plane region:
+//   fn(const S* src, int32_t srcStep, D* dst, int32_t dstStep, ImageSize roi).
+// Source values are drawn from [lo, hi].
+template <class S, class D>
+struct RegionC1 {
+  S lo, hi;
+  bool threaded = false;
+
+  template <class Fn>
+  operator CaseCheck<Fn>() const {
+    CaseCheck<Fn> c;
+    const S l = lo, h = hi;
+    const bool thr = threaded;
+    c.cases = [l, h, thr](Rng& rng) {
+      std::vector<Case> out;
+      for (const RegionShape& sh : RegionShapes(thr)) {
+        const int w = sh.roi.width, ht = sh.roi.height;
+        Case k;
+        k.label = std::to_string(w) + "x" + std::to_string(ht);
+        k.roi = sh.roi;
+        k.in.push_back(PlaneOf<S>(w, ht, int32_t(w * sizeof(S) + sh.pad), sh.src_misalign));
+        k.in[0].Fill(rng, l, h);
+        k.out.push_back(PlaneOf<D>(w, ht, int32_t(w * sizeof(D) + 2 * sh.pad), sh.dst_misalign));
+        out.push_back(std::move(k));
+      }
+      return out;
+    };
+    c.call = [](Fn fn, Case& k) {
+      return fn(k.in[0].as<S>(), k.in[0].step(), k.out[0].as<D>(), k.out[0].step(), k.roi);
+    };
+    if (threaded) c.threads = {1, 2};
+    return c;
+  }
+};
+
+// Any other shape (8x8 blocks and their tables, rows, bitstream coders,
+// multi-plane regions): `make` builds the cases from the seeded Rng and
+// `call` binds a case to an entry's arguments (a generic lambda).
+template <class Make, class Call>
+struct Cases {
+  Make make;
+  Call call;
+  std::vector<int> threads{1};
+
+  template <class Fn>
+  operator CaseCheck<Fn>() const {
+    CaseCheck<Fn> c;
+    c.cases = make;
+    const Call bind = call;
+    c.call = [bind](Fn fn, Case& k) { return RvtResult(bind(fn, k)); };
+    c.threads = threads;
+    return c;
+  }
+};
+template <class Make, class Call>
+Cases(Make, Call) -> Cases<Make, Call>;
+template <class Make, class Call>
+Cases(Make, Call, std::vector<int>) -> Cases<Make, Call>;
+
+// `n` independent trials of a fixed-size call (an 8x8 block and its
+// tables, one row): make(rng, k) builds trial k.
+template <class Make>
+auto Trials(int n, Make make) {
+  return [n, make](Rng& rng) {
+    std::vector<Case> out;
+    for (int k = 0; k < n; ++k) out.push_back(make(rng, k));
+    return out;
+  };
+}
+
+}  // namespace rvt::test
+
+#define RVT_CHECKASM_CAT2(a, b) a##b
+#define RVT_CHECKASM_CAT(a, b) RVT_CHECKASM_CAT2(a, b)
+// Registers the differential check of export `name` (one per export).
+#define RVT_CHECKASM(name, ...)                                                  \
+  [[maybe_unused]] static const bool RVT_CHECKASM_CAT(rvt_checkasm_, name) =    \
+      ::rvt::test::Register(#name, ::rvt::impl_##name,                           \
+                            ::rvt::test::CaseCheck<decltype(&::name)>(__VA_ARGS__))
 
 #endif  // RVT_TESTS_CHECKASM_H_

@@ -12,6 +12,8 @@
 #define RVT_FRAME_DISPATCH_H_
 
 #include <cstdint>
+#include <hwy/detect_targets.h>
+
 #include <type_traits>
 
 #include "rvtjp.h"
@@ -38,8 +40,31 @@ int ActiveLevel();
 }  // namespace rvt
 
 // Descriptor of a Highway export: use inside namespace rvt, under HWY_ONCE,
-// in the file that defines HWY_NAMESPACE::hwy_fn and the reference ref_fn.
-#define RVT_IMPL_HWY(name, hwy_fn, ref_fn)                                 \
+// in the file that builds ns::HWY_NAMESPACE::hwy_fn for every target; the
+// reference ns::ref_fn serves the last entry.
+#define RVT_IMPL_HWY(name, ns, hwy_fn, ref_fn)                                      \
+  extern const Impl<decltype(&::name)> impl_##name;                                  \
+  const Impl<decltype(&::name)> impl_##name = {                                      \
+      {RVT_CHOOSE_AVX3(ns, hwy_fn), RVT_CHOOSE_AVX2(ns, hwy_fn), RVT_CHOOSE_SSSE3(ns, hwy_fn), \
+       &ns::ref_fn}}
+#if HWY_TARGETS & HWY_AVX3
+#define RVT_CHOOSE_AVX3(ns, fn) &ns::N_AVX3::fn
+#else
+#define RVT_CHOOSE_AVX3(ns, fn) nullptr
+#endif
+#if HWY_TARGETS & HWY_AVX2
+#define RVT_CHOOSE_AVX2(ns, fn) &ns::N_AVX2::fn
+#else
+#define RVT_CHOOSE_AVX2(ns, fn) nullptr
+#endif
+#if HWY_TARGETS & HWY_SSSE3
+#define RVT_CHOOSE_SSSE3(ns, fn) &ns::N_SSSE3::fn
+#else
+#define RVT_CHOOSE_SSSE3(ns, fn) nullptr
+#endif
+
+// Transitional: families whose kernels still sit in rvt::HWY_NAMESPACE.
+#define RVT_IMPL_HWY_LEGACY(name, hwy_fn, ref_fn)                          \
   extern const Impl<decltype(&::name)> impl_##name;                        \
   const Impl<decltype(&::name)> impl_##name = {                            \
       {HWY_CHOOSE_AVX3(hwy_fn), HWY_CHOOSE_AVX2(hwy_fn),                   \

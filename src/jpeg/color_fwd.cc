@@ -11,7 +11,7 @@
 
 namespace rvt {
 #define RVT_COLOR_FILE_fwd(name) \
-  RVT_IMPL_HWY(name, color_simd::Entry<color::name>::Run, color::RefEntry<color::name>::Run);
+  RVT_IMPL_HWY_LEGACY(name, color_simd::Entry<color::name>::Run, color::RefEntry<color::name>::Run);
 #define RVT_COLOR_FILE_inv(name)
 #define RVT_COLOR_FILE_fwd16(name)
 #define RVT_COLOR_FILE_inv16(name)

@@ -14,7 +14,7 @@ namespace rvt {
 #define RVT_COLOR_FILE_fwd(name)
 #define RVT_COLOR_FILE_inv(name)
 #define RVT_COLOR_FILE_fwd16(name) \
-  RVT_IMPL_HWY(name, color_simd::Entry<color::name>::Run, color::RefEntry<color::name>::Run);
+  RVT_IMPL_HWY_LEGACY(name, color_simd::Entry<color::name>::Run, color::RefEntry<color::name>::Run);
 #define RVT_COLOR_FILE_inv16(name)
 #define RVT_COLOR_VISIT(name, src, form, dst, check, threaded, file) RVT_COLOR_FILE_##file(name)
 RVT_COLOR_MEMBERS(RVT_COLOR_VISIT)

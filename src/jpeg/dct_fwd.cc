@@ -538,10 +538,10 @@ HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
 namespace rvt {
-RVT_IMPL_HWY(rvtiDCTQuantFwd8x8_JPEG_16s_C1, Fwd16s, fdct::Fwd16sRef);
-RVT_IMPL_HWY(rvtiDCTQuantFwd8x8_JPEG_16s_C1I, Fwd16sInPlace, fdct::Fwd16sInPlaceRef);
-RVT_IMPL_HWY(rvtiDCTQuantFwd8x8LS_JPEG_8u16s_C1R, FwdLS8u, fdct::FwdLS8uRef);
+RVT_IMPL_HWY_LEGACY(rvtiDCTQuantFwd8x8_JPEG_16s_C1, Fwd16s, fdct::Fwd16sRef);
+RVT_IMPL_HWY_LEGACY(rvtiDCTQuantFwd8x8_JPEG_16s_C1I, Fwd16sInPlace, fdct::Fwd16sInPlaceRef);
+RVT_IMPL_HWY_LEGACY(rvtiDCTQuantFwd8x8LS_JPEG_8u16s_C1R, FwdLS8u, fdct::FwdLS8uRef);
 // The float reference is compiled with the baseline target (this pass).
-RVT_IMPL_HWY(rvtiDCTQuantFwd8x8LS_JPEG_16u16s_C1R, FwdLS16u, HWY_NAMESPACE::FwdLS16uRef);
+RVT_IMPL_HWY_LEGACY(rvtiDCTQuantFwd8x8LS_JPEG_16u16s_C1R, FwdLS16u, HWY_NAMESPACE::FwdLS16uRef);
 }  // namespace rvt
 #endif

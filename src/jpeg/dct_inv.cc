@@ -692,14 +692,14 @@ RvtResult InvPlainRef(const int16_t* s, int16_t* d, const uint16_t* q) {
 RvtResult InvInPlaceRef(int16_t* sd, const uint16_t* q) { return InPlace<ref::Plain16>(sd, q); }
 }  // namespace
 
-RVT_IMPL_HWY(rvtiDCTQuantInv8x8_JPEG_16s_C1, InvPlain, InvPlainRef);
-RVT_IMPL_HWY(rvtiDCTQuantInv8x8_JPEG_16s_C1I, InvInPlace, InvInPlaceRef);
-RVT_IMPL_HWY(rvtiDCTQuantInv8x8LS_JPEG_16s8u_C1R, InvLs8, InvLs8Ref);
-RVT_IMPL_HWY(rvtiDCTQuantInv8x8LS_JPEG_16s16u_C1R, InvLs16, InvLs16Ref);
-RVT_IMPL_HWY(rvtiDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R, InvLs8Dc, InvLs8DcRef);
-RVT_IMPL_HWY(rvtiDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R, InvLs8Corner2, InvLs8Corner2Ref);
-RVT_IMPL_HWY(rvtiDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R, InvLs8Corner4, InvLs8Corner4Ref);
-RVT_IMPL_HWY(rvtiDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R, InvLs8To2x2, InvLs8To2x2Ref);
-RVT_IMPL_HWY(rvtiDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R, InvLs8To4x4, InvLs8To4x4Ref);
+RVT_IMPL_HWY_LEGACY(rvtiDCTQuantInv8x8_JPEG_16s_C1, InvPlain, InvPlainRef);
+RVT_IMPL_HWY_LEGACY(rvtiDCTQuantInv8x8_JPEG_16s_C1I, InvInPlace, InvInPlaceRef);
+RVT_IMPL_HWY_LEGACY(rvtiDCTQuantInv8x8LS_JPEG_16s8u_C1R, InvLs8, InvLs8Ref);
+RVT_IMPL_HWY_LEGACY(rvtiDCTQuantInv8x8LS_JPEG_16s16u_C1R, InvLs16, InvLs16Ref);
+RVT_IMPL_HWY_LEGACY(rvtiDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R, InvLs8Dc, InvLs8DcRef);
+RVT_IMPL_HWY_LEGACY(rvtiDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R, InvLs8Corner2, InvLs8Corner2Ref);
+RVT_IMPL_HWY_LEGACY(rvtiDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R, InvLs8Corner4, InvLs8Corner4Ref);
+RVT_IMPL_HWY_LEGACY(rvtiDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R, InvLs8To2x2, InvLs8To2x2Ref);
+RVT_IMPL_HWY_LEGACY(rvtiDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R, InvLs8To4x4, InvLs8To4x4Ref);
 }  // namespace rvt
 #endif

@@ -790,7 +790,7 @@ HWY_AFTER_NAMESPACE();
 namespace rvt {
 using namespace huff;  // NOLINT
 
-RVT_IMPL_HWY(rvtiEncodeHuffman8x8_JPEG_16s1u_C1, Encode8x8Fast, Encode8x8Careful);
+RVT_IMPL_HWY_LEGACY(rvtiEncodeHuffman8x8_JPEG_16s1u_C1, Encode8x8Fast, Encode8x8Careful);
 // The decoder's fast path is scalar code; its AVX-512 build keeps 16-bit
 // values in mask registers and runs slower, so the AVX2 build serves both.
 extern const Impl<decltype(&::rvtiDecodeHuffman8x8_JPEG_1u16s_C1)>

@@ -171,7 +171,7 @@ HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
 namespace rvt {
-RVT_IMPL_HWY(rvtiQuantFwd8x8_JPEG_16s_C1I, QuantFwd8x8, QuantFwd8x8Ref);
-RVT_IMPL_HWY(rvtiQuantInv8x8_JPEG_16s_C1I, QuantInv8x8, QuantInv8x8Ref);
+RVT_IMPL_HWY_LEGACY(rvtiQuantFwd8x8_JPEG_16s_C1I, QuantFwd8x8, QuantFwd8x8Ref);
+RVT_IMPL_HWY_LEGACY(rvtiQuantInv8x8_JPEG_16s_C1I, QuantInv8x8, QuantInv8x8Ref);
 }  // namespace rvt
 #endif

@@ -532,13 +532,13 @@ HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
 namespace rvt {
-RVT_IMPL_HWY(rvtiSampleDownH2V1_JPEG_8u_C1R, SampleDownH2V1, SampleDownH2V1Ref);
-RVT_IMPL_HWY(rvtiSampleDownH2V2_JPEG_8u_C1R, SampleDownH2V2, SampleDownH2V2Ref);
-RVT_IMPL_HWY(rvtiSampleUpH2V1_JPEG_8u_C1R, SampleUpH2V1, SampleUpH2V1Ref);
-RVT_IMPL_HWY(rvtiSampleUpH2V2_JPEG_8u_C1R, SampleUpH2V2, SampleUpH2V2Ref);
-RVT_IMPL_HWY(rvtiSampleDownRowH2V1_Box_JPEG_8u_C1, SampleDownRowH2V1, SampleDownRowH2V1Ref);
-RVT_IMPL_HWY(rvtiSampleDownRowH2V2_Box_JPEG_8u_C1, SampleDownRowH2V2, SampleDownRowH2V2Ref);
-RVT_IMPL_HWY(rvtiSampleUpRowH2V1_Triangle_JPEG_8u_C1, SampleUpRowH2V1, sampling::UpRowH2V1Ref);
-RVT_IMPL_HWY(rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1, SampleUpRowH2V2, sampling::UpRowH2V2Ref);
+RVT_IMPL_HWY_LEGACY(rvtiSampleDownH2V1_JPEG_8u_C1R, SampleDownH2V1, SampleDownH2V1Ref);
+RVT_IMPL_HWY_LEGACY(rvtiSampleDownH2V2_JPEG_8u_C1R, SampleDownH2V2, SampleDownH2V2Ref);
+RVT_IMPL_HWY_LEGACY(rvtiSampleUpH2V1_JPEG_8u_C1R, SampleUpH2V1, SampleUpH2V1Ref);
+RVT_IMPL_HWY_LEGACY(rvtiSampleUpH2V2_JPEG_8u_C1R, SampleUpH2V2, SampleUpH2V2Ref);
+RVT_IMPL_HWY_LEGACY(rvtiSampleDownRowH2V1_Box_JPEG_8u_C1, SampleDownRowH2V1, SampleDownRowH2V1Ref);
+RVT_IMPL_HWY_LEGACY(rvtiSampleDownRowH2V2_Box_JPEG_8u_C1, SampleDownRowH2V2, SampleDownRowH2V2Ref);
+RVT_IMPL_HWY_LEGACY(rvtiSampleUpRowH2V1_Triangle_JPEG_8u_C1, SampleUpRowH2V1, sampling::UpRowH2V1Ref);
+RVT_IMPL_HWY_LEGACY(rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1, SampleUpRowH2V2, sampling::UpRowH2V2Ref);
 }  // namespace rvt
 #endif
