@@ -1,0 +1,142 @@
+// Vector operations the kernels need that Highway 1.0.3 lacks, one place
+// for all raw x86 intrinsics.  Each operation has its x86 form (SSSE3, AVX2,
+// AVX-512) and a portable form in Highway operations with the same result,
+// so the kernels also build for targets that are not x86.  Kernels never
+// spell an intrinsic themselves; they call these:
+//
+//   namespace ops = ::rvt::ops::HWY_NAMESPACE;
+//   const auto sums = ops::MulAddPairs(d16, bytes, weights);
+#if defined(RVT_FRAME_RAW_OPS_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef RVT_FRAME_RAW_OPS_INL_H_
+#undef RVT_FRAME_RAW_OPS_INL_H_
+#else
+#define RVT_FRAME_RAW_OPS_INL_H_
+#endif
+
+#include <hwy/highway.h>
+
+HWY_BEFORE_NAMESPACE();
+namespace rvt::ops::HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+#if HWY_TARGET == HWY_SSSE3 || HWY_TARGET == HWY_SSE4 || HWY_TARGET == HWY_AVX2 || \
+    HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+#define RVT_RAW_X86 1
+#else
+#define RVT_RAW_X86 0
+#endif
+
+// ------------------------------------------------------------ MulAddPairs
+// Unsigned bytes a times signed bytes w, each adjacent pair of products
+// summed into an int16 lane with signed saturation (x86 pmaddubsw):
+//   out[i] = sat16(a[2i] * w[2i] + a[2i+1] * w[2i+1]).
+template <class D16, class VU8, class VI8>
+HWY_INLINE hn::Vec<D16> MulAddPairsPortable(D16 d16, VU8 a, VI8 w) {
+  const hn::RebindToUnsigned<D16> du16;
+  const auto au = hn::BitCast(du16, a);
+  const auto wi = hn::BitCast(d16, w);
+  const auto a_even = hn::BitCast(d16, hn::And(au, hn::Set(du16, 0xFF)));
+  const auto a_odd = hn::BitCast(d16, hn::ShiftRight<8>(au));
+  const auto w_even = hn::ShiftRight<8>(hn::ShiftLeft<8>(wi));
+  const auto w_odd = hn::ShiftRight<8>(wi);
+  return hn::SaturatedAdd(hn::Mul(a_even, w_even), hn::Mul(a_odd, w_odd));
+}
+
+template <class D16, class VU8, class VI8>
+HWY_INLINE hn::Vec<D16> MulAddPairs(D16 d16, VU8 a, VI8 w) {
+#if RVT_RAW_X86
+  (void)d16;
+  if constexpr (sizeof(a.raw) == 64) {
+    return hn::Vec<D16>{_mm512_maddubs_epi16(a.raw, w.raw)};
+  } else if constexpr (sizeof(a.raw) == 32) {
+    return hn::Vec<D16>{_mm256_maddubs_epi16(a.raw, w.raw)};
+  } else {
+    return hn::Vec<D16>{_mm_maddubs_epi16(a.raw, w.raw)};
+  }
+#else
+  return MulAddPairsPortable(d16, a, w);
+#endif
+}
+
+// ------------------------------------------------------------ packing
+// int16 lanes to bytes with unsigned saturation (the clamp to 0..255).
+
+// In lane order: the lanes of a, then the lanes of b.
+template <class V16>
+HWY_INLINE auto PackU8OrderedPortable(V16 a, V16 b) {
+  const hn::Repartition<uint8_t, hn::DFromV<V16>> d8;
+  const hn::Half<decltype(d8)> d8h;
+  return hn::Combine(d8, hn::DemoteTo(d8h, b), hn::DemoteTo(d8h, a));
+}
+
+// Block by block, as x86 packs: each 16-byte block of the result holds the
+// 8 lanes of a's block then the 8 lanes of b's block.  Kernels that widened
+// with ZipLower/ZipUpper (also block by block) get their order back.
+template <class V16>
+HWY_INLINE auto PackU8Blockwise(V16 a, V16 b) {
+  using D16 = hn::DFromV<V16>;
+  const hn::Repartition<uint8_t, D16> d8;
+#if RVT_RAW_X86
+  if constexpr (sizeof(a.raw) == 64) {
+    return hn::Vec<decltype(d8)>{_mm512_packus_epi16(a.raw, b.raw)};
+  } else if constexpr (sizeof(a.raw) == 32) {
+    return hn::Vec<decltype(d8)>{_mm256_packus_epi16(a.raw, b.raw)};
+  } else {
+    return hn::Vec<decltype(d8)>{_mm_packus_epi16(a.raw, b.raw)};
+  }
+#else
+  static_assert(hn::MaxLanes(D16()) <= 8, "portable form: one block per vector");
+  return PackU8OrderedPortable(a, b);
+#endif
+}
+
+// In lane order: the lanes of a, then the lanes of b.
+template <class V16>
+HWY_INLINE auto PackU8Ordered(V16 a, V16 b) {
+  using D16 = hn::DFromV<V16>;
+  const hn::Repartition<uint8_t, D16> d8;
+#if RVT_RAW_X86
+  if constexpr (sizeof(a.raw) == 64) {
+    const __m512i order = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
+    return hn::Vec<decltype(d8)>{_mm512_permutexvar_epi64(order, _mm512_packus_epi16(a.raw, b.raw))};
+  } else if constexpr (sizeof(a.raw) == 32) {
+    return hn::Vec<decltype(d8)>{
+        _mm256_permute4x64_epi64(_mm256_packus_epi16(a.raw, b.raw), _MM_SHUFFLE(3, 1, 2, 0))};
+  } else {
+    return hn::Vec<decltype(d8)>{_mm_packus_epi16(a.raw, b.raw)};
+  }
+#else
+  return PackU8OrderedPortable(a, b);
+#endif
+}
+
+// ------------------------------------------------------------ stores
+// Stores lo, hi whose 16-byte blocks alternate in memory: lo.0 hi.0 lo.1
+// hi.1 ..., the order InterleaveLower/Upper (block by block) leave results in.
+template <class V8>
+HWY_INLINE void StoreAlternatingBlocks(V8 lo, V8 hi, uint8_t* p) {
+  const hn::DFromV<V8> d;
+#if RVT_RAW_X86
+  if constexpr (sizeof(lo.raw) == 64) {
+    const __m512i first = _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11);
+    const __m512i second = _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15);
+    _mm512_storeu_si512(p, _mm512_permutex2var_epi64(lo.raw, first, hi.raw));
+    _mm512_storeu_si512(p + 64, _mm512_permutex2var_epi64(lo.raw, second, hi.raw));
+    return;
+  } else if constexpr (sizeof(lo.raw) == 32) {
+    hn::StoreU(hn::ConcatLowerLower(d, hi, lo), d, p);
+    hn::StoreU(hn::ConcatUpperUpper(d, hi, lo), d, p + 32);
+    return;
+  }
+#endif
+  static_assert(RVT_RAW_X86 || hn::MaxLanes(d) <= 16, "portable form: one block per vector");
+  hn::StoreU(lo, d, p);
+  hn::StoreU(hi, d, p + hn::Lanes(d));
+}
+
+#undef RVT_RAW_X86
+
+}  // namespace rvt::ops::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#endif  // RVT_FRAME_RAW_OPS_INL_H_
