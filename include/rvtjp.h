@@ -597,6 +597,41 @@ RvtResult rvtiDecodeHuffman8x8_Direct_JPEG_1u16s_C1(
     uint32_t* pPrefetchedBits, int* pNumValidPrefetchedBits, const DecodeHuffmanSpec* pDcTable,
     const DecodeHuffmanSpec* pAcTable);
 
+/* ------------------------------------------------------------- TIFF rows */
+/* PackBits (TIFF compression 32773) coding of one row.  Packet header n:
+ * 0..127 copies the next n + 1 bytes, -127..-1 repeats the next byte 1 - n
+ * times, -128 does nothing.  Checks: pointers null (rvtStatusNullPtr), a
+ * length below 1 or a negative position (rvtStatusBadArg). */
+
+/* Codes all srcLenBytes bytes, appending packets at pDst[*pDstCurrPos].  Two
+ * equal bytes start a replicate packet (at most 128 bytes); a literal ends
+ * at the end of the row, after 128 bytes, where three equal bytes begin, or
+ * before a pair of equal bytes that ends the row.  When the next packet does
+ * not fit in dstLenBytes: rvtStatusRowEnd, *pDstCurrPos after the last whole
+ * packet (the packets written are the row's first ones; to finish, give a
+ * larger buffer and code the row again from the same position). */
+RvtResult rvtiPackBitsRow_TIFF_8u_C1(const uint8_t* pSrc, int srcLenBytes, uint8_t* pDst,
+                                     int* pDstCurrPos, int dstLenBytes);
+/* Decodes whole packets from pSrc[*pSrcCurrPos] until dstLenBytes bytes are
+ * written (rvtStatusOk, *pSrcCurrPos after the last packet used; -128
+ * headers after it are left for the next row).  Packets are never cut:
+ * rvtStatusRowEnd, nothing of that packet written, when the source ends
+ * between packets (*pSrcCurrPos = srcLenBytes) or a packet would run past
+ * the source or the row (*pSrcCurrPos after its header: the refused header
+ * is the byte before it).  A replicate header that is the source's last
+ * byte is refused: nothing outside pSrc[0..srcLenBytes-1] is ever read.  To
+ * resume a row cut short by the source, call again with the position the
+ * row started at, the same destination and the longer source: the row
+ * decodes to the same bytes and position. */
+RvtResult rvtiUnpackBitsRow_TIFF_8u_C1(const uint8_t* pSrc, int* pSrcCurrPos, int srcLenBytes,
+                                       uint8_t* pDst, int dstLenBytes);
+/* pDst[i] = pSrc[0][i] << 8 | pSrc[1][i].  Checks: pSrc, pDst null
+ * (rvtStatusNullPtr); len below 1 (rvtStatusStep, as TIFF coders expect);
+ * then a null plane inside pSrc (rvtStatusNullPtr).  Any alignment. */
+RvtResult rvtiJoinRow_TIFF_8u16u_C1(const uint8_t* const pSrc[2], uint16_t* pDst, int len);
+/* pDst[0][i] = pSrc[i] >> 8, pDst[1][i] = pSrc[i] & 0xFF; checks as JoinRow
+ * (pSrc, pDst, len, then the planes inside pDst). */
+RvtResult rvtiSplitRow_TIFF_16u8u_C1(const uint16_t* pSrc, uint8_t* const pDst[2], int len);
 
 #ifdef __cplusplus
 }
