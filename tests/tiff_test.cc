@@ -361,6 +361,43 @@ RVT_CHECKASM(rvtiPackBitsRow_TIFF_8u_C1,
                                      c.out[1].as<int>(), int(c.arg[1]));
                          }});
 
+// Strips of every kind of row, and random bytes (hostile packets), from
+// several start positions into rows that are exact, short and long, with
+// the source cut short too.
+RVT_CHECKASM(rvtiUnpackBitsRow_TIFF_8u_C1,
+             test::Cases{[](test::Rng& rng) {
+                           std::vector<test::Case> out;
+                           std::vector<Bytes> strips;
+                           for (const Bytes& row : SyntheticRows(rng)) {
+                             strips.push_back(Pack(rvtiPackBitsRow_TIFF_8u_C1, row));
+                             Bytes noise(row.size());
+                             rng.Fill(noise.data(), noise.size(), uint8_t(0), uint8_t(255));
+                             strips.push_back(noise);
+                           }
+                           for (const Bytes& strip : strips) {
+                             const int n = int(strip.size());
+                             for (int k = 0; k < 4; ++k) {
+                               test::Case c;
+                               const int len = k == 3 ? int(rng.Uniform(1, n)) : n;
+                               const int row = int(rng.Uniform(1, 3 * n + 8));
+                               c.label = std::to_string(n) + "-byte strip, case " + std::to_string(k);
+                               c.in.push_back(test::ArrayOf<uint8_t>(n, k));
+                               std::memcpy(c.in[0].as<uint8_t>(), strip.data(), strip.size());
+                               c.out.push_back(test::ArrayOf<int>(1));
+                               *c.out[0].as<int>() = k == 1 ? int(rng.Uniform(0, n - 1)) : 0;
+                               c.out.push_back(test::ArrayOf<uint8_t>(row, k));
+                               c.arg[0] = len;
+                               c.arg[1] = row;
+                               out.push_back(std::move(c));
+                             }
+                           }
+                           return out;
+                         },
+                         [](auto fn, test::Case& c) {
+                           return fn(c.in[0].as<uint8_t>(), c.out[0].as<int>(), int(c.arg[0]),
+                                     c.out[1].as<uint8_t>(), int(c.arg[1]));
+                         }});
+
 // Join and split over every length 1..67 and longer rows, 16-bit data at
 // odd addresses.
 std::vector<int> RowLengths() {

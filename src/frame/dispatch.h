@@ -70,6 +70,13 @@ int ActiveLevel();
       {HWY_CHOOSE_AVX3(hwy_fn), HWY_CHOOSE_AVX2(hwy_fn),                   \
        HWY_CHOOSE_SSSE3(hwy_fn), &ref_fn}}
 
+// Descriptor of an export whose fast form needs no target features (plain
+// x86-64 code): it fills every target entry, the reference the last, so
+// the harness still compares the two.
+#define RVT_IMPL_FAST(name, fast_fn, ref_fn)                              \
+  extern const Impl<decltype(&::name)> impl_##name;                        \
+  const Impl<decltype(&::name)> impl_##name = {{&fast_fn, &fast_fn, &fast_fn, &ref_fn}}
+
 // Descriptor of an export with no vector form: the reference serves alone.
 #define RVT_IMPL_PLAIN(name, fn)                                          \
   extern const Impl<decltype(&::name)> impl_##name;                        \

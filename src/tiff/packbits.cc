@@ -1,6 +1,4 @@
-// PackBits rows: the per-target build and the descriptors.  Decoding is
-// copies and fills of whole packets, which memcpy and memset already do at
-// full speed: the reference serves every target.
+// PackBits rows: the per-target build and the descriptors.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "tiff/packbits.cc"
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
@@ -18,12 +16,14 @@ RvtResult Pack(const uint8_t* src, int32_t srcLen, uint8_t* dst, int32_t* dstPos
   return PackBitsRow(src, srcLen, dst, dstPos, dstLen);
 }
 
+
 }  // namespace rvt::packbits::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
 namespace rvt {
 RVT_IMPL_HWY(rvtiPackBitsRow_TIFF_8u_C1, packbits, Pack, PackBitsRowRef);
-RVT_IMPL_PLAIN(rvtiUnpackBitsRow_TIFF_8u_C1, packbits::UnpackBitsRow);
+RVT_IMPL_FAST(rvtiUnpackBitsRow_TIFF_8u_C1, packbits::UnpackBitsRowFast,
+              packbits::UnpackBitsRowRef);
 }  // namespace rvt
 #endif  // HWY_ONCE
