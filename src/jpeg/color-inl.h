@@ -1,9 +1,11 @@
 // Vector kernels of the colour conversions, compiled once per target by the
 // color_*.cc files (each instantiates only its own members).  A kernel call
 // converts N = Lanes(D16) pixels: channels are widened to int16 lanes, the
-// arithmetic computes in 16 bits (high-half products) or in 32 bits (pairwise
-// multiply-adds of interleaved channels, packed back in lane order), and the
-// saturating narrowing to bytes is the final clamp.  Rows run in whole
+// arithmetic computes in 16 bits (high-half products) or in 32 bits
+// (pairwise multiply-adds of interleaved channels, packed back in lane
+// order), and the saturating narrowing to bytes is the final clamp.  No
+// checks here: the driver in color.h has checked every argument before any
+// row runs.  Rows run in whole
 // vectors; the last vector is moved back to end at the row's end (so a few
 // pixels are converted twice, to the same values), and rows shorter than
 // one vector go to the scalar kernel.
@@ -39,8 +41,9 @@ using VU16 = hn::Vec<DU16>;
 using V32 = hn::Vec<D32>;
 using V8 = hn::Vec<D8>;
 
-// Channels of one vector of pixels, 0..255 in int16 lanes (or, for an arithmetic's
-// output, the 16-bit-saturated result before the final clamp).
+// Channels of one vector of pixels, 0..255 in int16 lanes (or, for the
+// output of an arithmetic, the 16-bit-saturated result before the final
+// clamp).
 struct Pix {
   V16 a, b, c, k;
 };
@@ -52,8 +55,8 @@ HWY_INLINE V16 K16(int v) { return hn::Set(D16(), int16_t(v)); }
 
 // The wide path: 2N pixels per step from full byte vectors.  Bytes widen
 // within each 128-bit block (ZipLower / ZipUpper with zero) and pack back
-// the same way, so the lane order never has to cross blocks; the arithmetics are
-// lane-wise and do not mind the order.
+// the same way (ops::PackU8Blockwise), so the lane order never has to cross
+// blocks; the arithmetics are lane-wise and do not mind the order.
 using DB = hn::Repartition<uint8_t, D16>;
 using VB = hn::Vec<DB>;
 struct Wide {
