@@ -208,31 +208,35 @@ RvtResult rvtiDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R(const int16_t* pSrc, uint8_t*
  * steps in argument order, then the region; "no step check" members check
  * only pointers, then the region.
  *
- * Each member keeps its own fixed-point arithmetic, so two members that
- * compute the same conversion can differ by one in some outputs:
- *  A  C3 to P3: the first 8*floor(w/8) pixels of every row use 15-bit
- *     weights (Y rounding 16266, Cr bias 16 above Cb), the last w%8 pixels
- *     14-bit ones; a pixel's result depends on its column.
- *  B  14-bit weights, every pixel.
- *  C  luma to 16 bits, chroma from (B - Y) and (R - Y) with 15-bit gains.
- *  D  luma only, 15-bit weights.  E  luma only in single precision,
- *     rounded to nearest even.
- *  F  additive inverse, 14 bits; G  subtractive inverse, 14 bits (green and
- *     blue constants differ from F by design).
- *  H  16-bit high-half products.  Luma per pixel: floor(s*w/256) for each of
- *     4899, 9617, 1868, summed with unsigned saturation, +32, >> 6.  Chroma
- *     at scale 32: the sum S of the n samples of a group (n = 1 per pixel,
- *     2 for a 422 pair, 4 for a 411 block) is placed as S*(128/n) in a
- *     16-bit lane, so each weight gives floor(S*w/(512*n)); the result is
- *     clamp((4112 + positive term - first - second negative term) >> 5)
- *     with saturating 16-bit adds in that order (no partial sum can leave
- *     16 bits, so the order never shows).  Weights: Cb 2765, 5427, 8192;
- *     Cr 8192, 6860, 1332.  Within 1 of the exact conversion.
- *  I  16-bit inverse: Y*16 plus the high halves of Cb*128, Cr*128 times
- *     11485, 2819, 5850, 14516, offsets 2871, 2167, 3629, +8, >> 4.
- *  J  16-bit inverse of packed 4:2:2: high halves of Cb*128, Cr*128 times
- *     22970, -11700, -5638, 29032, >> 5, offsets -179, +135, -226; a
- *     neutral pixel (Y, 128, 128) gives G = Y - 1.
+ * Each member keeps its own fixed-point arithmetic, named below for what it
+ * computes, so two members that compute the same conversion can differ by
+ * one in some outputs:
+ *  Fwd15Groups8  C3 to P3: the first 8*floor(w/8) pixels of every row use
+ *     15-bit weights (Y rounding 16266, Cr bias 16 above Cb), the last w%8
+ *     pixels those of Fwd14; a pixel's result depends on its column.
+ *  Fwd14  14-bit weights, every pixel.
+ *  FwdDiffChroma  luma to 16 bits, chroma from (B - Y) and (R - Y) with
+ *     15-bit gains.
+ *  Luma15  luma only, 15-bit weights.  LumaFloat  luma only in single
+ *     precision, rounded to nearest even.
+ *  InvAdditiveSat  additive inverse, 14 bits, each chroma term saturated;
+ *     InvSubtractive  subtractive inverse, 14 bits (green and blue
+ *     constants differ from InvAdditiveSat by design).
+ *  FwdHighHalf  16-bit high-half products.  Luma per pixel: floor(s*w/256)
+ *     for each of 4899, 9617, 1868, summed with unsigned saturation, +32,
+ *     >> 6.  Chroma at scale 32: the sum S of the n samples of a group
+ *     (n = 1 per pixel, 2 for a 422 pair, 4 for a 411 block) is placed as
+ *     S*(128/n) in a 16-bit lane, so each weight gives floor(S*w/(512*n));
+ *     the result is clamp((4112 + positive term - first - second negative
+ *     term) >> 5) with saturating 16-bit adds in that order (no partial sum
+ *     can leave 16 bits, so the order never shows).  Weights: Cb 2765,
+ *     5427, 8192; Cr 8192, 6860, 1332.  Within 1 of the exact conversion.
+ *  InvHighHalf16  16-bit inverse: Y*16 plus the high halves of Cb*128,
+ *     Cr*128 times 11485, 2819, 5850, 14516, offsets 2871, 2167, 3629, +8,
+ *     >> 4.
+ *  Inv422Packed  16-bit inverse of packed 4:2:2: high halves of Cb*128,
+ *     Cr*128 times 22970, -11700, -5638, 29032, >> 5, offsets -179, +135,
+ *     -226; a neutral pixel (Y, 128, 128) gives G = Y - 1.
  * 411/422 members: Y planes hold the region, Cb/Cr planes ceil(w/2)
  * columns (411: and ceil(h/2) rows).  They require w >= 2 (and, 411,
  * h >= 2), have no step check, convert everything, and return
@@ -241,25 +245,25 @@ RvtResult rvtiDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R(const int16_t* pSrc, uint8_t*
  * that exist (forward) and it uses the last chroma sample (inverse).
  * Source and destination must not overlap. */
 
-/* C3 RGB / BGR to P3 YCbCr, form A.  Threaded. */
+/* C3 RGB / BGR to P3 YCbCr, Fwd15Groups8.  Threaded. */
 RvtResult rvtiRGBToYCbCr_JPEG_8u_C3P3R(const uint8_t* pSrc, int32_t srcStep,
                                        uint8_t* const pDst[3], int32_t dstStep,
                                        ImageSize roiSize);
 RvtResult rvtiBGRToYCbCr_JPEG_8u_C3P3R(const uint8_t* pSrc, int32_t srcStep,
                                        uint8_t* const pDst[3], int32_t dstStep,
                                        ImageSize roiSize);
-/* C4 RGB / BGR (byte 3 ignored) to P3 YCbCr, form H per pixel.  No step check. */
+/* C4 RGB / BGR (byte 3 ignored) to P3 YCbCr, FwdHighHalf per pixel.  No step check. */
 RvtResult rvtiRGBToYCbCr_JPEG_8u_C4P3R(const uint8_t* pSrc, int32_t srcStep,
                                        uint8_t* const pDst[3], int32_t dstStep,
                                        ImageSize roiSize);
 RvtResult rvtiBGRToYCbCr_JPEG_8u_C4P3R(const uint8_t* pSrc, int32_t srcStep,
                                        uint8_t* const pDst[3], int32_t dstStep,
                                        ImageSize roiSize);
-/* P3 RGB to P3 YCbCr, form C.  Threaded. */
+/* P3 RGB to P3 YCbCr, FwdDiffChroma.  Threaded. */
 RvtResult rvtiRGBToYCbCr_JPEG_8u_P3R(const uint8_t* const pSrc[3], int32_t srcStep,
                                      uint8_t* const pDst[3], int32_t dstStep,
                                      ImageSize roiSize);
-/* 16-bit 555 / 565 RGB or BGR words to P3 YCbCr, form B. */
+/* 16-bit 555 / 565 RGB or BGR words to P3 YCbCr, Fwd14. */
 RvtResult rvtiRGB555ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* pSrc, int32_t srcStep,
                                              uint8_t* const pDst[3], int32_t dstStep,
                                              ImageSize roiSize);
@@ -272,23 +276,23 @@ RvtResult rvtiBGR555ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* pSrc, int32_t srcSt
 RvtResult rvtiBGR565ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* pSrc, int32_t srcStep,
                                              uint8_t* const pDst[3], int32_t dstStep,
                                              ImageSize roiSize);
-/* C3 RGB / BGR to luma, form D.  Threaded. */
+/* C3 RGB / BGR to luma, Luma15.  Threaded. */
 RvtResult rvtiRGBToY_JPEG_8u_C3C1R(const uint8_t* pSrc, int32_t srcStep, uint8_t* pDst,
                                    int32_t dstStep, ImageSize roiSize);
 RvtResult rvtiBGRToY_JPEG_8u_C3C1R(const uint8_t* pSrc, int32_t srcStep, uint8_t* pDst,
                                    int32_t dstStep, ImageSize roiSize);
-/* P3 RGB to luma, form E (single precision).  Threaded. */
+/* P3 RGB to luma, LumaFloat (single precision).  Threaded. */
 RvtResult rvtiRGBToY_JPEG_8u_P3C1R(const uint8_t* const pSrc[3], int32_t srcStep,
                                    uint8_t* pDst, int32_t dstStep, ImageSize roiSize);
-/* C4 CMYK to P4 YCCK: form B on (255-C, 255-M, 255-Y), K copied.  Threaded. */
+/* C4 CMYK to P4 YCCK: Fwd14 on (255-C, 255-M, 255-Y), K copied.  Threaded. */
 RvtResult rvtiCMYKToYCCK_JPEG_8u_C4P4R(const uint8_t* pSrc, int32_t srcStep,
                                        uint8_t* const pDst[4], int32_t dstStep,
                                        ImageSize roiSize);
-/* P4 CMYK to P4 YCCK: form C on (255-C, 255-M, 255-Y), K copied.  Threaded. */
+/* P4 CMYK to P4 YCCK: FwdDiffChroma on (255-C, 255-M, 255-Y), K copied.  Threaded. */
 RvtResult rvtiCMYKToYCCK_JPEG_8u_P4R(const uint8_t* const pSrc[4], int32_t srcStep,
                                      uint8_t* const pDst[4], int32_t dstStep,
                                      ImageSize roiSize);
-/* C3/C4 RGB/BGR to P3 YCbCr with chroma averaged over 2x2 blocks, form H. */
+/* C3/C4 RGB/BGR to P3 YCbCr with chroma averaged over 2x2 blocks, FwdHighHalf. */
 RvtResult rvtiRGBToYCbCr411_JPEG_8u_C3P3R(const uint8_t* pSrc, int32_t srcStep,
                                           uint8_t* const pDst[3], int32_t dstStep,
                                           ImageSize roiSize);
@@ -301,7 +305,7 @@ RvtResult rvtiBGRToYCbCr411_JPEG_8u_C3P3R(const uint8_t* pSrc, int32_t srcStep,
 RvtResult rvtiBGRToYCbCr411_JPEG_8u_C4P3R(const uint8_t* pSrc, int32_t srcStep,
                                           uint8_t* const pDst[3], int32_t dstStep,
                                           ImageSize roiSize);
-/* C3/C4 RGB/BGR to P3 YCbCr with chroma averaged over pixel pairs, form H. */
+/* C3/C4 RGB/BGR to P3 YCbCr with chroma averaged over pixel pairs, FwdHighHalf. */
 RvtResult rvtiRGBToYCbCr422_JPEG_8u_C3P3R(const uint8_t* pSrc, int32_t srcStep,
                                           uint8_t* const pDst[3], int32_t dstStep,
                                           ImageSize roiSize);
@@ -315,23 +319,23 @@ RvtResult rvtiBGRToYCbCr422_JPEG_8u_C4P3R(const uint8_t* pSrc, int32_t srcStep,
                                           uint8_t* const pDst[3], int32_t dstStep,
                                           ImageSize roiSize);
 
-/* P3 YCbCr to C3 RGB / BGR, form F.  Threaded. */
+/* P3 YCbCr to C3 RGB / BGR, InvAdditiveSat.  Threaded. */
 RvtResult rvtiYCbCrToRGB_JPEG_8u_P3C3R(const uint8_t* const pSrc[3], int32_t srcStep,
                                        uint8_t* pDst, int32_t dstStep, ImageSize roiSize);
 RvtResult rvtiYCbCrToBGR_JPEG_8u_P3C3R(const uint8_t* const pSrc[3], int32_t srcStep,
                                        uint8_t* pDst, int32_t dstStep, ImageSize roiSize);
-/* P3 YCbCr to C4 RGB / BGR with byte 3 = aval, form I.  No step check. */
+/* P3 YCbCr to C4 RGB / BGR with byte 3 = aval, InvHighHalf16.  No step check. */
 RvtResult rvtiYCbCrToRGB_JPEG_8u_P3C4R(const uint8_t* const pSrc[3], int32_t srcStep,
                                        uint8_t* pDst, int32_t dstStep, ImageSize roiSize,
                                        uint8_t aval);
 RvtResult rvtiYCbCrToBGR_JPEG_8u_P3C4R(const uint8_t* const pSrc[3], int32_t srcStep,
                                        uint8_t* pDst, int32_t dstStep, ImageSize roiSize,
                                        uint8_t aval);
-/* P3 YCbCr to P3 RGB, form G.  Threaded. */
+/* P3 YCbCr to P3 RGB, InvSubtractive.  Threaded. */
 RvtResult rvtiYCbCrToRGB_JPEG_8u_P3R(const uint8_t* const pSrc[3], int32_t srcStep,
                                      uint8_t* const pDst[3], int32_t dstStep,
                                      ImageSize roiSize);
-/* P3 YCbCr to 16-bit 555 / 565 RGB or BGR words, form G. */
+/* P3 YCbCr to 16-bit 555 / 565 RGB or BGR words, InvSubtractive. */
 RvtResult rvtiYCbCrToRGB555_JPEG_8u16u_P3C3R(const uint8_t* const pSrc[3], int32_t srcStep,
                                              uint16_t* pDst, int32_t dstStep,
                                              ImageSize roiSize);
@@ -344,13 +348,13 @@ RvtResult rvtiYCbCrToBGR555_JPEG_8u16u_P3C3R(const uint8_t* const pSrc[3], int32
 RvtResult rvtiYCbCrToBGR565_JPEG_8u16u_P3C3R(const uint8_t* const pSrc[3], int32_t srcStep,
                                              uint16_t* pDst, int32_t dstStep,
                                              ImageSize roiSize);
-/* P4 YCCK to C4 / P4 CMYK: form G, then 255 - x; K copied.  Threaded. */
+/* P4 YCCK to C4 / P4 CMYK: InvSubtractive, then 255 - x; K copied.  Threaded. */
 RvtResult rvtiYCCKToCMYK_JPEG_8u_P4C4R(const uint8_t* const pSrc[4], int32_t srcStep,
                                        uint8_t* pDst, int32_t dstStep, ImageSize roiSize);
 RvtResult rvtiYCCKToCMYK_JPEG_8u_P4R(const uint8_t* const pSrc[4], int32_t srcStep,
                                      uint8_t* const pDst[4], int32_t dstStep,
                                      ImageSize roiSize);
-/* P3 YCbCr with 2x2 chroma to C3 / C4 (byte 3 = aval) RGB / BGR, form I,
+/* P3 YCbCr with 2x2 chroma to C3 / C4 (byte 3 = aval) RGB / BGR, InvHighHalf16,
  * each chroma sample used for its whole block. */
 RvtResult rvtiYCbCr411ToRGB_JPEG_8u_P3C3R(const uint8_t* const pSrc[3], int32_t srcStep,
                                           uint8_t* pDst, int32_t dstStep, ImageSize roiSize);
@@ -362,7 +366,7 @@ RvtResult rvtiYCbCr411ToBGR_JPEG_8u_P3C3R(const uint8_t* const pSrc[3], int32_t 
 RvtResult rvtiYCbCr411ToBGR_JPEG_8u_P3C4R(const uint8_t* const pSrc[3], int32_t srcStep,
                                           uint8_t* pDst, int32_t dstStep, ImageSize roiSize,
                                           uint8_t aval);
-/* P3 YCbCr with 2x1 chroma to C3 / C4 (byte 3 = aval) RGB / BGR, form I,
+/* P3 YCbCr with 2x1 chroma to C3 / C4 (byte 3 = aval) RGB / BGR, InvHighHalf16,
  * each chroma sample used for its pixel pair. */
 RvtResult rvtiYCbCr422ToRGB_JPEG_8u_P3C3R(const uint8_t* const pSrc[3], int32_t srcStep,
                                           uint8_t* pDst, int32_t dstStep, ImageSize roiSize);
@@ -374,7 +378,7 @@ RvtResult rvtiYCbCr422ToBGR_JPEG_8u_P3C3R(const uint8_t* const pSrc[3], int32_t 
 RvtResult rvtiYCbCr422ToBGR_JPEG_8u_P3C4R(const uint8_t* const pSrc[3], int32_t srcStep,
                                           uint8_t* pDst, int32_t dstStep, ImageSize roiSize,
                                           uint8_t aval);
-/* Packed 4:2:2 (Y0 Cb Y1 Cr per pixel pair) to C3 RGB, form J.  Checks:
+/* Packed 4:2:2 (Y0 Cb Y1 Cr per pixel pair) to C3 RGB, Inv422Packed.  Checks:
  * pSrc, pDst null; then width < 1 or height == 0 (rvtStatusSize).  Steps
  * are not checked (a negative step walks rows upwards) and a negative
  * height converts nothing.  An odd width converts its last pixel from the

@@ -1,4 +1,4 @@
-// A real photo to YCbCr and back through each inverse form, on the
+// A real photo to YCbCr and back through each inverse arithmetic, on the
 // exported entries (the implementation chosen at load), with the PSNR of
 // every round trip reported and held to a floor.
 #include <gtest/gtest.h>
@@ -59,14 +59,14 @@ class Photo : public ::testing::Test {
     if (img_.w == 0) GTEST_SKIP() << "coffee.png not readable (built without libpng?)";
   }
   void Report(const char* what, double psnr, double floor) {
-    std::printf("  PSNR %-44s %6.2f dB\n", what, psnr);
+    std::printf("  PSNR %-46s %6.2f dB\n", what, psnr);
     RecordProperty(what, std::to_string(psnr));
     EXPECT_GT(psnr, floor) << what;
   }
   Rgb img_;
 };
 
-TEST_F(Photo, RoundTripsThroughEveryInverseForm) {
+TEST_F(Photo, RoundTripsThroughEveryInverseArithmetic) {
   const int w = img_.w, h = img_.h, s3 = 3 * w, s4 = 4 * w;
   const ImageSize roi{w, h};
   const size_t n = size_t(w) * h;
@@ -76,17 +76,18 @@ TEST_F(Photo, RoundTripsThroughEveryInverseForm) {
       for (int c = 0; c < 3; ++c) back[3 * i + c] = back4[4 * i + c];
   };
 
-  // Full resolution: form A forward, then F (C3), G (P3) and I (C4).
+  // Full resolution: Fwd15Groups8 forward, then InvAdditiveSat (C3),
+  // InvSubtractive (P3); FwdHighHalf forward, then InvHighHalf16 (C4).
   Planes ycc(n, n);
   ASSERT_EQ(rvtiRGBToYCbCr_JPEG_8u_C3P3R(img_.px.data(), s3, ycc.p, w, roi), rvtStatusOk);
   ASSERT_EQ(rvtiYCbCrToRGB_JPEG_8u_P3C3R(ycc.c, w, back.data(), s3, roi), rvtStatusOk);
-  Report("A -> F (YCbCrToRGB P3C3R)", Psnr(img_.px, back), 50);
+  Report("Fwd15Groups8 -> InvAdditiveSat (P3C3R)", Psnr(img_.px, back), 50);
 
   Planes rgb(n, n);
   ASSERT_EQ(rvtiYCbCrToRGB_JPEG_8u_P3R(ycc.c, w, rgb.p, w, roi), rvtStatusOk);
   for (size_t i = 0; i < n; ++i)
     back[3 * i] = rgb.y[i], back[3 * i + 1] = rgb.cb[i], back[3 * i + 2] = rgb.cr[i];
-  Report("A -> G (YCbCrToRGB P3R)", Psnr(img_.px, back), 50);
+  Report("Fwd15Groups8 -> InvSubtractive (P3R)", Psnr(img_.px, back), 50);
 
   std::vector<uint8_t> rgba(4 * n);
   for (size_t i = 0; i < n; ++i)
@@ -94,7 +95,7 @@ TEST_F(Photo, RoundTripsThroughEveryInverseForm) {
   ASSERT_EQ(rvtiRGBToYCbCr_JPEG_8u_C4P3R(rgba.data(), s4, ycc.p, w, roi), rvtStatusOk);
   ASSERT_EQ(rvtiYCbCrToRGB_JPEG_8u_P3C4R(ycc.c, w, back4.data(), s4, roi, 255), rvtStatusOk);
   drop_alpha();
-  Report("H -> I (YCbCrToRGB P3C4R)", Psnr(img_.px, back), 50);
+  Report("FwdHighHalf -> InvHighHalf16 (P3C4R)", Psnr(img_.px, back), 50);
 
   // 16-bit words: 5-6-5 keeps less, so the floor is lower.
   std::vector<uint16_t> words(n);
@@ -105,7 +106,7 @@ TEST_F(Photo, RoundTripsThroughEveryInverseForm) {
     back[3 * i + 1] = uint8_t(((words[i] >> 5) & 63) << 2 | 2);
     back[3 * i + 2] = uint8_t((words[i] >> 11) << 3 | 4);
   }
-  Report("A -> G (YCbCrToRGB565, mid-bin)", Psnr(img_.px, back), 40);
+  Report("Fwd15Groups8 -> InvSubtractive (565, mid-bin)", Psnr(img_.px, back), 40);
 
   // Subsampled: chroma detail is lost, so the floors are those of 4:2:x.
   const int cw = (w + 1) / 2, ch = (h + 1) / 2;
@@ -114,13 +115,13 @@ TEST_F(Photo, RoundTripsThroughEveryInverseForm) {
   const RvtResult odd_wh = ((w | h) & 1) ? rvtStatusOddSize : rvtStatusOk;
   ASSERT_EQ(rvtiRGBToYCbCr422_JPEG_8u_C3P3R(img_.px.data(), s3, s422.p, w, roi), odd_w);
   ASSERT_EQ(rvtiYCbCr422ToRGB_JPEG_8u_P3C3R(s422.c, w, back.data(), s3, roi), odd_w);
-  Report("H 422 -> I 422 (P3C3R)", Psnr(img_.px, back), 40);
+  Report("FwdHighHalf 422 -> InvHighHalf16 422 (P3C3R)", Psnr(img_.px, back), 40);
 
   ASSERT_EQ(rvtiRGBToYCbCr411_JPEG_8u_C3P3R(img_.px.data(), s3, s411.p, w, roi), odd_wh);
   ASSERT_EQ(rvtiYCbCr411ToRGB_JPEG_8u_P3C3R(s411.c, w, back.data(), s3, roi), odd_wh);
-  Report("H 411 -> I 411 (P3C3R)", Psnr(img_.px, back), 37);
+  Report("FwdHighHalf 411 -> InvHighHalf16 411 (P3C3R)", Psnr(img_.px, back), 37);
 
-  // Packed 4:2:2 from the 422 planes, then form J.
+  // Packed 4:2:2 from the 422 planes, then Inv422Packed.
   std::vector<uint8_t> c2(size_t(4) * cw * h);
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < cw; ++x) {
@@ -131,7 +132,7 @@ TEST_F(Photo, RoundTripsThroughEveryInverseForm) {
       q[3] = s422.cr[size_t(y) * w + x];
     }
   ASSERT_EQ(rvtiYCbCr422ToRGB_JPEG_8u_C2C3R(c2.data(), 4 * cw, back.data(), s3, roi), rvtStatusOk);
-  Report("H 422 -> J (YCbCr422ToRGB C2C3R)", Psnr(img_.px, back), 40);
+  Report("FwdHighHalf 422 -> Inv422Packed (C2C3R)", Psnr(img_.px, back), 40);
 }
 
 }  // namespace

@@ -1,8 +1,7 @@
-// Colour conversion: every member on every compiled target against its
-// scalar reference (guarded planes, random regions, 1 and 2 threads), reads
-// fenced at the plane edges, argument checks in order with nothing written,
-// and the reference itself against values worked out by hand from each
-// arithmetic form.
+// Colour conversion: the registered differential check of every member
+// (generated from the member table), reads fenced at the plane edges,
+// argument checks in order with nothing written, and the reference itself
+// against values worked out by hand from each arithmetic.
 #include "jpeg/color.h"
 
 #include <algorithm>
@@ -14,7 +13,6 @@
 #include <vector>
 
 #include "checkasm.h"
-#include "fence.h"
 
 namespace rvt {
 namespace {
@@ -57,21 +55,28 @@ constexpr bool kWords = false;
 template <bool kBgr, int kG>
 constexpr bool kWords<color::Packed16<kBgr, kG>> = true;
 
-// The planes of one argument; they share one step.
+// The planes of one argument; they share one step: the widest plane plus
+// `pad` elements, or (aligned) the widest plane rounded up to 64 bytes.
 struct Side {
   std::vector<GuardedPlane<uint8_t>> planes;
   int32_t step = 0;
   Side() = default;
-  Side(const std::vector<Dim>& dims, int pad, int misalign) {
+  Side(const std::vector<Dim>& dims, int pad, int misalign, bool aligned = false) {
     int widest = 1;
     for (const Dim& d : dims) widest = std::max(widest, d.bytes);
-    step = widest + pad;
+    step = aligned ? (widest + 63) / 64 * 64 : widest + pad;
     for (const Dim& d : dims) planes.emplace_back(d.bytes, d.rows, step, misalign);
   }
   void Fill(test::Rng& rng) {
     for (auto& p : planes) p.FillRandom(rng, uint8_t(0), uint8_t(255));
   }
 };
+// A side of layout L; 16-bit words keep their elements 2-byte aligned.
+template <class L>
+Side SideOf(int w, int h, int pad, int misalign, bool aligned = false) {
+  const int k = kWords<L> ? 2 : 1;
+  return Side(Dims(L{}, w, h), k * pad, aligned ? 0 : k * misalign, aligned);
+}
 
 // The plane pointers of one argument and their step.
 struct Ptrs {
@@ -82,6 +87,12 @@ inline Ptrs PtrsOf(Side& s) {
   Ptrs r;
   for (size_t i = 0; i < s.planes.size(); ++i) r.p[i] = s.planes[i].data();
   r.step = s.step;
+  return r;
+}
+inline Ptrs PtrsOf(std::vector<test::Buf>& bufs) {
+  Ptrs r;
+  for (size_t i = 0; i < bufs.size(); ++i) r.p[i] = bufs[i].plane.data();
+  r.step = bufs[0].step();
   return r;
 }
 
@@ -105,29 +116,94 @@ P ArgOf(const Ptrs& s, int null_mode, std::array<uint8_t*, 4>& held) {
   }
 }
 
-template <class Fn>
-struct Invoke;
+// Calls any member's entry (with or without aval) on plane pointers.
 template <class S, class D, class... Aval>
-struct Invoke<RvtResult (*)(S, int32_t, D, int32_t, ImageSize, Aval...)> {
-  using Fn = RvtResult (*)(S, int32_t, D, int32_t, ImageSize, Aval...);
-  static RvtResult Run(Fn fn, const Ptrs& s, const Ptrs& d, ImageSize roi, const Call& c) {
-    std::array<uint8_t*, 4> hs, hd;
-    return fn(ArgOf<S>(s, c.null_src, hs), c.src_step_set ? c.src_step : s.step,
-              ArgOf<D>(d, c.null_dst, hd), c.dst_step_set ? c.dst_step : d.step, roi,
-              Aval(c.aval)...);
-  }
+RvtResult Invoke(RvtResult (*fn)(S, int32_t, D, int32_t, ImageSize, Aval...), const Ptrs& s,
+                 const Ptrs& d, ImageSize roi, const Call& c) {
+  std::array<uint8_t*, 4> hs, hd;
+  return fn(ArgOf<S>(s, c.null_src, hs), c.src_step_set ? c.src_step : s.step,
+            ArgOf<D>(d, c.null_dst, hd), c.dst_step_set ? c.dst_step : d.step, roi,
+            Aval(c.aval)...);
+}
+
+// ------------------------------------------------------------ the checks
+
+// The region shapes of every member: widths 1..40 (every vector remainder
+// of every target) at one to three rows, odd steps and misaligned starts,
+// the wide-row sizes of the kernels (one 4096-column pass of the 411 rows
+// and past it), the threading limit for the threaded members, a ragged
+// wide region and a full-HD frame with 64-byte aligned rows as codecs
+// allocate them (the last, which the benchmark times).
+struct Shape {
+  int w, h, pad, misalign;
+  bool aligned = false;
 };
+std::vector<Shape> Shapes(bool threaded) {
+  std::vector<Shape> s;
+  for (int w = 1; w <= 40; ++w) s.push_back({w, 1 + w % 3, w % 4 == 0 ? 0 : w % 7, w % 5});
+  for (int w : {63, 64, 65, 127, 129, 255, 333}) s.push_back({w, 3, 5, 3});
+  s.push_back({97, 101, 31, 7});
+  s.push_back({4096, 2, 0, 1});
+  s.push_back({4133, 4, 3, 2});
+  if (threaded) {
+    s.push_back({8192, 1, 0, 1});  // serial limit
+    s.push_back({8193, 1, 3, 2});  // first forked size
+    s.push_back({128, 64, 0, 0});  // 8192 pixels in rows
+    s.push_back({2731, 3, 9, 1});  // 8193 pixels
+  }
+  s.push_back({3833, 9, 0, 0, true});
+  s.push_back({1920, 1080, 0, 0, true});
+  return s;
+}
+
+// Source planes of random bytes, destination planes and a random aval.
+template <class M>
+std::vector<test::Case> MemberCases(test::Rng& rng) {
+  std::vector<test::Case> out;
+  for (const Shape& sh : Shapes(M::kThreaded)) {
+    test::Case k;
+    k.label = std::to_string(sh.w) + "x" + std::to_string(sh.h);
+    k.roi = {sh.w, sh.h};
+    Side src = SideOf<typename M::Src>(sh.w, sh.h, sh.pad, sh.misalign, sh.aligned);
+    Side dst =
+        SideOf<typename M::Dst>(sh.w, sh.h, 2 * sh.pad + 1, (sh.misalign + 1) % 4, sh.aligned);
+    src.Fill(rng);
+    for (auto& p : src.planes) k.in.push_back(test::Buf{std::move(p), 1});
+    for (auto& p : dst.planes) k.out.push_back(test::Buf{std::move(p), 1});
+    k.arg[0] = rng.Uniform(0, 255);
+    out.push_back(std::move(k));
+  }
+  return out;
+}
+
+template <class M>
+auto MemberCheck() {
+  return test::Cases{MemberCases<M>,
+                     [](auto fn, test::Case& k) {
+                       Call c;
+                       c.aval = uint8_t(k.arg[0]);
+                       return Invoke(fn, PtrsOf(k.in), PtrsOf(k.out), k.roi, c);
+                     },
+                     M::kThreaded ? std::vector<int>{1, 2} : std::vector<int>{1}};
+}
+
+// One check per member, each under its export's name.
+#define RVT_COLOR_CHECK(name, ...) RVT_CHECKASM(name, MemberCheck<color::name>());
+RVT_COLOR_MEMBERS(RVT_COLOR_CHECK)
+#undef RVT_COLOR_CHECK
+
+// ------------------------------------------------------------ members by name
 
 using Runner = std::function<RvtResult(const Ptrs&, const Ptrs&, ImageSize, const Call&)>;
 
-// One member as the tests see it.
+// One member as the hand-written tests see it.
 struct Subject {
   std::string name;
   std::function<Side(int w, int h, int pad, int misalign)> make_src, make_dst;
-  std::vector<std::pair<const char*, Runner>> targets;  // SIMD targets, then the reference
-  const Runner& ref() const { return targets.back().second; }
+  std::vector<std::pair<const char*, Runner>> targets;  // SIMD targets and the reference
+  Runner ref;
   RvtResult Ref(Side& s, Side& d, ImageSize roi, const Call& c = {}) const {
-    return ref()(PtrsOf(s), PtrsOf(d), roi, c);
+    return ref(PtrsOf(s), PtrsOf(d), roi, c);
   }
 };
 
@@ -135,21 +211,19 @@ template <class M, class Fn>
 Subject MakeSubject(const Impl<Fn>& impl, const char* name) {
   Subject s;
   s.name = name;
-  constexpr bool kSrcWords = kWords<typename M::Src>, kDstWords = kWords<typename M::Dst>;
   s.make_src = [](int w, int h, int pad, int mis) {
-    return Side(Dims(typename M::Src{}, w, h), kSrcWords ? 2 * pad : pad,
-                kSrcWords ? 2 * mis : mis);
+    return SideOf<typename M::Src>(w, h, pad, mis);
   };
   s.make_dst = [](int w, int h, int pad, int mis) {
-    return Side(Dims(typename M::Dst{}, w, h), kDstWords ? 2 * pad : pad,
-                kDstWords ? 2 * mis : mis);
+    return SideOf<typename M::Dst>(w, h, pad, mis);
   };
-  for (const auto& t : test::AllTargets(impl)) {
-    Fn fn = t.fn;
-    s.targets.push_back({t.name, [fn](const Ptrs& a, const Ptrs& b, ImageSize roi, const Call& c) {
-                           return Invoke<Fn>::Run(fn, a, b, roi, c);
-                         }});
-  }
+  auto runner = [](Fn fn) -> Runner {
+    return [fn](const Ptrs& a, const Ptrs& b, ImageSize roi, const Call& c) {
+      return Invoke(fn, a, b, roi, c);
+    };
+  };
+  for (const auto& t : test::AllTargets(impl)) s.targets.push_back({t.name, runner(t.fn)});
+  s.ref = runner(test::Reference(impl));
   return s;
 }
 
@@ -172,144 +246,29 @@ const Subject& SubjectNamed(const std::string& name) {
   return Subjects()[0];
 }
 
-// ------------------------------------------------------------ differential
+// ------------------------------------------------------------ reads
 
-struct Shape {
-  int w, h, pad, misalign;
-};
-
-std::vector<Shape> Shapes() {
-  std::vector<Shape> s;
-  for (int w = 1; w <= 40; ++w) s.push_back({w, 1 + w % 3, w % 4 == 0 ? 0 : w % 7, w % 5});
-  for (int w : {63, 64, 65, 127, 129, 255, 333}) s.push_back({w, 3, 5, 3});
-  s.push_back({8192, 1, 0, 1});  // serial limit
-  s.push_back({8193, 1, 3, 2});  // first forked size
-  s.push_back({128, 64, 0, 0});  // 8192 pixels in rows
-  s.push_back({2731, 3, 9, 1});  // 8193 pixels
-  s.push_back({97, 101, 31, 7});
-  s.push_back({4133, 4, 3, 2});  // past one 4096-column pass of the 411 kernel
-  return s;
-}
-
-void CompareOnShape(const Subject& m, const Shape& sh, test::Rng& rng) {
-  const ImageSize roi{sh.w, sh.h};
-  Side src = m.make_src(sh.w, sh.h, sh.pad, sh.misalign);
-  src.Fill(rng);
-  Call call;
-  call.aval = uint8_t(rng.Uniform(0, 255));
-  Side want = m.make_dst(sh.w, sh.h, 2 * sh.pad + 1, (sh.misalign + 1) % 4);
-  const RvtResult want_status = m.Ref(src, want, roi, call);
-  test::WithThreads({1, 2}, [&](int threads) {
-    for (size_t t = 0; t + 1 < m.targets.size(); ++t) {
-      Side got = m.make_dst(sh.w, sh.h, 2 * sh.pad + 1, (sh.misalign + 1) % 4);
-      const Side before = got;
-      const std::string label = m.name + " " + m.targets[t].first + " " + std::to_string(sh.w) +
-                                "x" + std::to_string(sh.h) + " threads " + std::to_string(threads);
-      ASSERT_EQ(m.targets[t].second(PtrsOf(src), PtrsOf(got), roi, call), want_status) << label;
-      for (size_t i = 0; i < got.planes.size(); ++i) {
-        if (want_status < 0) {
-          ASSERT_TRUE(got.planes[i].Unchanged(before.planes[i])) << label;
-        } else {
-          ASSERT_TRUE(
-              test::Matches(want.planes[i], got.planes[i], label + " plane " + std::to_string(i)));
-        }
-      }
-    }
-  });
-}
-
-TEST(Color, EveryMemberMatchesReferenceOnEveryTarget) {
-  test::Rng rng(31);
-  for (const Subject& m : Subjects()) {
-    for (const Shape& sh : Shapes()) {
-      CompareOnShape(m, sh, rng);
-      if (HasFatalFailure()) return;
-    }
-  }
-}
-
-// Frames larger than the caches in flat buffers with 64-byte aligned rows,
-// as codecs allocate them: output buffers start with the same pattern, so
-// one comparison of whole buffers (rows, row padding and the guard areas
-// around them) checks values and stray writes.  3833 columns leave a
-// ragged last step on every row.
-TEST(Color, FullFrame) {
-  test::Rng rng(32);
-  const int guard = 4096;
-  struct Frame {
-    const char* name;
-    int w, h;
-  };
-  for (const Frame& f : {Frame{"rvtiRGBToYCbCr_JPEG_8u_C3P3R", 3840, 2160},
-                         Frame{"rvtiYCbCrToRGB_JPEG_8u_P3C3R", 3840, 2160},
-                         Frame{"rvtiRGBToYCbCr_JPEG_8u_C3P3R", 3833, 1400}}) {
-    const Subject& m = SubjectNamed(f.name);
-    const Side src_shape = m.make_src(1, 1, 0, 0), dst_shape = m.make_dst(1, 1, 0, 0);
-    auto flat = [&](const Side& shape, std::vector<std::vector<uint8_t>>& bufs, Ptrs& ptrs) {
-      const int bpp = shape.planes[0].width();  // bytes per pixel of plane 0
-      ptrs.step = (bpp * f.w + 63) / 64 * 64;
-      bufs.assign(shape.planes.size(),
-                  std::vector<uint8_t>(size_t(ptrs.step) * f.h + 2 * guard + 64));
-      for (size_t i = 0; i < bufs.size(); ++i) {
-        uint8_t* p = bufs[i].data() + guard;
-        ptrs.p[i] = p + (64 - reinterpret_cast<uintptr_t>(p) % 64) % 64;
-        // The pattern is laid out from the aligned first pixel.
-        for (size_t k = 0; k < bufs[i].size(); ++k) {
-          bufs[i][k] = test::GuardByte(k + (1 << 20) - size_t(ptrs.p[i] - bufs[i].data()));
-        }
-      }
-    };
-    // The bytes from `guard` before the first pixel to `guard` after the last row.
-    auto window = [&](const std::vector<uint8_t>& b, const Ptrs& ptrs, size_t i) {
-      const uint8_t* first = ptrs.p[i] - guard;
-      return std::vector<uint8_t>(first, first + size_t(ptrs.step) * f.h + guard);
-    };
-    std::vector<std::vector<uint8_t>> src, want;
-    Ptrs sp, wp;
-    flat(src_shape, src, sp);
-    for (auto& b : src)
-      for (auto& v : b) v = uint8_t(rng.Uniform(0, 255));
-    flat(dst_shape, want, wp);
-    ASSERT_EQ(m.ref()(sp, wp, {f.w, f.h}, Call{}), rvtStatusOk);
-    test::WithThreads({1, 2}, [&](int threads) {
-      for (size_t t = 0; t + 1 < m.targets.size(); ++t) {
-        std::vector<std::vector<uint8_t>> got;
-        Ptrs gp;
-        flat(dst_shape, got, gp);
-        ASSERT_EQ(m.targets[t].second(sp, gp, {f.w, f.h}, Call{}), rvtStatusOk);
-        for (size_t i = 0; i < got.size(); ++i) {
-          const auto a = window(want[i], wp, i), b = window(got[i], gp, i);
-          const auto diff = std::mismatch(a.begin(), a.end(), b.begin());
-          ASSERT_TRUE(diff.first == a.end())
-              << f.name << " " << f.w << "x" << f.h << " " << m.targets[t].first << " threads "
-              << threads << " plane " << i << ": first difference at byte "
-              << (diff.first - a.begin()) - guard << " from the first pixel (step " << gp.step
-              << ")";
-        }
-      }
-    });
-  }
-}
-
-// Every source plane sits against a no-access page, right before its first
-// byte and then right after its last, so any read outside the region faults.
+// Every source plane sits against a no-access page, its first byte right
+// after one and then its last byte right before one, so any read outside
+// the region faults.
 TEST(Color, ReadsStayInsideTheRegion) {
   test::Rng rng(33);
   for (const Subject& m : Subjects()) {
     for (const int w : {2, 3, 7, 9, 15, 17, 31, 33, 47, 64, 65, 100}) {
-      for (const auto fence : {test::FencedBytes::kFenceBefore, test::FencedBytes::kFenceAfter}) {
+      for (const bool high : {false, true}) {
         const int h = 3;
         Side shape = m.make_src(w, h, 0, 0);
-        std::vector<std::unique_ptr<test::FencedBytes>> mem;
+        std::vector<std::unique_ptr<test::PageFence>> mem;
         Ptrs src;
         src.step = shape.step;
         for (size_t i = 0; i < shape.planes.size(); ++i) {
           const auto& p = shape.planes[i];
           const size_t bytes = size_t(shape.step) * (p.height() - 1) + p.width();
-          mem.push_back(std::make_unique<test::FencedBytes>(bytes, fence));
+          mem.push_back(std::make_unique<test::PageFence>(bytes));
           ASSERT_TRUE(mem.back()->ok());
-          for (size_t k = 0; k < bytes; ++k) mem.back()->data()[k] = uint8_t(rng.Uniform(0, 255));
-          src.p[i] = mem.back()->data();
+          uint8_t* first = high ? mem.back()->BeforeHigh(bytes) : mem.back()->AfterLow();
+          for (size_t k = 0; k < bytes; ++k) first[k] = uint8_t(rng.Uniform(0, 255));
+          src.p[i] = first;
         }
         for (const auto& t : m.targets) {
           Side dst = m.make_dst(w, h, 0, 0);
@@ -323,7 +282,20 @@ TEST(Color, ReadsStayInsideTheRegion) {
 // ------------------------------------------------------------ worked values
 
 // The table of members as the tests read it, written out independently of
-// the library's own table: form letter, source and destination layouts.
+// the library's own table: arithmetic, source and destination layouts.
+enum Arith {
+  kFwd15Groups8,
+  kFwd15,  // the 8-pixel groups of kFwd15Groups8
+  kFwd14,
+  kFwdDiffChroma,
+  kLuma15,
+  kLumaFloat,
+  kFwdHighHalf,
+  kInvAdditiveSat,
+  kInvSubtractive,
+  kInvHighHalf16,
+  kInv422Packed
+};
 enum Fmt {
   kRgb3,
   kBgr3,
@@ -345,52 +317,52 @@ enum Fmt {
 };
 struct Listed {
   const char* name;
-  char form;
+  Arith arith;
   Fmt src, dst;
 };
 const Listed kListing[] = {
-    {"rvtiRGBToYCbCr_JPEG_8u_C3P3R", 'A', kRgb3, kYcc},
-    {"rvtiBGRToYCbCr_JPEG_8u_C3P3R", 'A', kBgr3, kYcc},
-    {"rvtiRGBToYCbCr_JPEG_8u_C4P3R", 'H', kRgb4, kYcc},
-    {"rvtiBGRToYCbCr_JPEG_8u_C4P3R", 'H', kBgr4, kYcc},
-    {"rvtiRGBToYCbCr_JPEG_8u_P3R", 'C', kRgbP3, kYcc},
-    {"rvtiRGB555ToYCbCr_JPEG_16u8u_C3P3R", 'B', kRgb555, kYcc},
-    {"rvtiRGB565ToYCbCr_JPEG_16u8u_C3P3R", 'B', kRgb565, kYcc},
-    {"rvtiBGR555ToYCbCr_JPEG_16u8u_C3P3R", 'B', kBgr555, kYcc},
-    {"rvtiBGR565ToYCbCr_JPEG_16u8u_C3P3R", 'B', kBgr565, kYcc},
-    {"rvtiRGBToY_JPEG_8u_C3C1R", 'D', kRgb3, kY},
-    {"rvtiBGRToY_JPEG_8u_C3C1R", 'D', kBgr3, kY},
-    {"rvtiRGBToY_JPEG_8u_P3C1R", 'E', kRgbP3, kY},
-    {"rvtiCMYKToYCCK_JPEG_8u_C4P4R", 'B', kCmyk4, kYcck},
-    {"rvtiCMYKToYCCK_JPEG_8u_P4R", 'C', kCmykP4, kYcck},
-    {"rvtiRGBToYCbCr411_JPEG_8u_C3P3R", 'H', kRgb3, kYcc411},
-    {"rvtiRGBToYCbCr411_JPEG_8u_C4P3R", 'H', kRgb4, kYcc411},
-    {"rvtiBGRToYCbCr411_JPEG_8u_C3P3R", 'H', kBgr3, kYcc411},
-    {"rvtiBGRToYCbCr411_JPEG_8u_C4P3R", 'H', kBgr4, kYcc411},
-    {"rvtiRGBToYCbCr422_JPEG_8u_C3P3R", 'H', kRgb3, kYcc422},
-    {"rvtiRGBToYCbCr422_JPEG_8u_C4P3R", 'H', kRgb4, kYcc422},
-    {"rvtiBGRToYCbCr422_JPEG_8u_C3P3R", 'H', kBgr3, kYcc422},
-    {"rvtiBGRToYCbCr422_JPEG_8u_C4P3R", 'H', kBgr4, kYcc422},
-    {"rvtiYCbCrToRGB_JPEG_8u_P3C3R", 'F', kYcc, kRgb3},
-    {"rvtiYCbCrToBGR_JPEG_8u_P3C3R", 'F', kYcc, kBgr3},
-    {"rvtiYCbCrToRGB_JPEG_8u_P3C4R", 'I', kYcc, kRgb4},
-    {"rvtiYCbCrToBGR_JPEG_8u_P3C4R", 'I', kYcc, kBgr4},
-    {"rvtiYCbCrToRGB_JPEG_8u_P3R", 'G', kYcc, kRgbP3},
-    {"rvtiYCbCrToRGB555_JPEG_8u16u_P3C3R", 'G', kYcc, kRgb555},
-    {"rvtiYCbCrToRGB565_JPEG_8u16u_P3C3R", 'G', kYcc, kRgb565},
-    {"rvtiYCbCrToBGR555_JPEG_8u16u_P3C3R", 'G', kYcc, kBgr555},
-    {"rvtiYCbCrToBGR565_JPEG_8u16u_P3C3R", 'G', kYcc, kBgr565},
-    {"rvtiYCCKToCMYK_JPEG_8u_P4C4R", 'G', kYcck, kCmyk4},
-    {"rvtiYCCKToCMYK_JPEG_8u_P4R", 'G', kYcck, kCmykP4},
-    {"rvtiYCbCr411ToRGB_JPEG_8u_P3C3R", 'I', kYcc411, kRgb3},
-    {"rvtiYCbCr411ToRGB_JPEG_8u_P3C4R", 'I', kYcc411, kRgb4},
-    {"rvtiYCbCr411ToBGR_JPEG_8u_P3C3R", 'I', kYcc411, kBgr3},
-    {"rvtiYCbCr411ToBGR_JPEG_8u_P3C4R", 'I', kYcc411, kBgr4},
-    {"rvtiYCbCr422ToRGB_JPEG_8u_P3C3R", 'I', kYcc422, kRgb3},
-    {"rvtiYCbCr422ToRGB_JPEG_8u_P3C4R", 'I', kYcc422, kRgb4},
-    {"rvtiYCbCr422ToBGR_JPEG_8u_P3C3R", 'I', kYcc422, kBgr3},
-    {"rvtiYCbCr422ToBGR_JPEG_8u_P3C4R", 'I', kYcc422, kBgr4},
-    {"rvtiYCbCr422ToRGB_JPEG_8u_C2C3R", 'J', kYccC2, kRgb3},
+    {"rvtiRGBToYCbCr_JPEG_8u_C3P3R", kFwd15Groups8, kRgb3, kYcc},
+    {"rvtiBGRToYCbCr_JPEG_8u_C3P3R", kFwd15Groups8, kBgr3, kYcc},
+    {"rvtiRGBToYCbCr_JPEG_8u_C4P3R", kFwdHighHalf, kRgb4, kYcc},
+    {"rvtiBGRToYCbCr_JPEG_8u_C4P3R", kFwdHighHalf, kBgr4, kYcc},
+    {"rvtiRGBToYCbCr_JPEG_8u_P3R", kFwdDiffChroma, kRgbP3, kYcc},
+    {"rvtiRGB555ToYCbCr_JPEG_16u8u_C3P3R", kFwd14, kRgb555, kYcc},
+    {"rvtiRGB565ToYCbCr_JPEG_16u8u_C3P3R", kFwd14, kRgb565, kYcc},
+    {"rvtiBGR555ToYCbCr_JPEG_16u8u_C3P3R", kFwd14, kBgr555, kYcc},
+    {"rvtiBGR565ToYCbCr_JPEG_16u8u_C3P3R", kFwd14, kBgr565, kYcc},
+    {"rvtiRGBToY_JPEG_8u_C3C1R", kLuma15, kRgb3, kY},
+    {"rvtiBGRToY_JPEG_8u_C3C1R", kLuma15, kBgr3, kY},
+    {"rvtiRGBToY_JPEG_8u_P3C1R", kLumaFloat, kRgbP3, kY},
+    {"rvtiCMYKToYCCK_JPEG_8u_C4P4R", kFwd14, kCmyk4, kYcck},
+    {"rvtiCMYKToYCCK_JPEG_8u_P4R", kFwdDiffChroma, kCmykP4, kYcck},
+    {"rvtiRGBToYCbCr411_JPEG_8u_C3P3R", kFwdHighHalf, kRgb3, kYcc411},
+    {"rvtiRGBToYCbCr411_JPEG_8u_C4P3R", kFwdHighHalf, kRgb4, kYcc411},
+    {"rvtiBGRToYCbCr411_JPEG_8u_C3P3R", kFwdHighHalf, kBgr3, kYcc411},
+    {"rvtiBGRToYCbCr411_JPEG_8u_C4P3R", kFwdHighHalf, kBgr4, kYcc411},
+    {"rvtiRGBToYCbCr422_JPEG_8u_C3P3R", kFwdHighHalf, kRgb3, kYcc422},
+    {"rvtiRGBToYCbCr422_JPEG_8u_C4P3R", kFwdHighHalf, kRgb4, kYcc422},
+    {"rvtiBGRToYCbCr422_JPEG_8u_C3P3R", kFwdHighHalf, kBgr3, kYcc422},
+    {"rvtiBGRToYCbCr422_JPEG_8u_C4P3R", kFwdHighHalf, kBgr4, kYcc422},
+    {"rvtiYCbCrToRGB_JPEG_8u_P3C3R", kInvAdditiveSat, kYcc, kRgb3},
+    {"rvtiYCbCrToBGR_JPEG_8u_P3C3R", kInvAdditiveSat, kYcc, kBgr3},
+    {"rvtiYCbCrToRGB_JPEG_8u_P3C4R", kInvHighHalf16, kYcc, kRgb4},
+    {"rvtiYCbCrToBGR_JPEG_8u_P3C4R", kInvHighHalf16, kYcc, kBgr4},
+    {"rvtiYCbCrToRGB_JPEG_8u_P3R", kInvSubtractive, kYcc, kRgbP3},
+    {"rvtiYCbCrToRGB555_JPEG_8u16u_P3C3R", kInvSubtractive, kYcc, kRgb555},
+    {"rvtiYCbCrToRGB565_JPEG_8u16u_P3C3R", kInvSubtractive, kYcc, kRgb565},
+    {"rvtiYCbCrToBGR555_JPEG_8u16u_P3C3R", kInvSubtractive, kYcc, kBgr555},
+    {"rvtiYCbCrToBGR565_JPEG_8u16u_P3C3R", kInvSubtractive, kYcc, kBgr565},
+    {"rvtiYCCKToCMYK_JPEG_8u_P4C4R", kInvSubtractive, kYcck, kCmyk4},
+    {"rvtiYCCKToCMYK_JPEG_8u_P4R", kInvSubtractive, kYcck, kCmykP4},
+    {"rvtiYCbCr411ToRGB_JPEG_8u_P3C3R", kInvHighHalf16, kYcc411, kRgb3},
+    {"rvtiYCbCr411ToRGB_JPEG_8u_P3C4R", kInvHighHalf16, kYcc411, kRgb4},
+    {"rvtiYCbCr411ToBGR_JPEG_8u_P3C3R", kInvHighHalf16, kYcc411, kBgr3},
+    {"rvtiYCbCr411ToBGR_JPEG_8u_P3C4R", kInvHighHalf16, kYcc411, kBgr4},
+    {"rvtiYCbCr422ToRGB_JPEG_8u_P3C3R", kInvHighHalf16, kYcc422, kRgb3},
+    {"rvtiYCbCr422ToRGB_JPEG_8u_P3C4R", kInvHighHalf16, kYcc422, kRgb4},
+    {"rvtiYCbCr422ToBGR_JPEG_8u_P3C3R", kInvHighHalf16, kYcc422, kBgr3},
+    {"rvtiYCbCr422ToBGR_JPEG_8u_P3C4R", kInvHighHalf16, kYcc422, kBgr4},
+    {"rvtiYCbCr422ToRGB_JPEG_8u_C2C3R", kInv422Packed, kYccC2, kRgb3},
 };
 
 bool IsWords(Fmt f) { return f >= kRgb555 && f <= kBgr565; }
@@ -477,66 +449,70 @@ V4 Kept(Fmt f, V4 v) {
   return {v[0] & ~7, v[1] & gmask, v[2] & ~7, 0};
 }
 
-// Worked by hand from the formulas.  Forward: P through forms A (15-bit
-// group), B, C, H, D, E; P with the low bits of 555 / 565 fields cleared
-// through B.  Inverse: Q through F, G, I, J.
+// Worked by hand from the formulas.  Forward: P through Fwd15, Fwd14,
+// FwdDiffChroma, FwdHighHalf, Luma15, LumaFloat; P with the low bits of
+// 555 / 565 fields cleared through Fwd14.  Inverse: Q through
+// InvAdditiveSat, InvSubtractive, InvHighHalf16.
 using T3 = std::array<int, 3>;
 const T3 kP[7] = {{6, 216, 137}, {169, 172, 74}, {116, 24, 115}, {8, 165, 11},
                   {21, 1, 181},  {12, 175, 75},  {18, 247, 1}};
-const T3 kA15[7] = {{144, 124, 29}, {160, 80, 134}, {62, 158, 167}, {100, 77, 62},
-                    {27, 215, 123}, {115, 106, 55}, {150, 44, 34}};
-const T3 kB[7] = {{144, 124, 29}, {160, 80, 134}, {62, 158, 167}, {100, 77, 62},
-                  {28, 215, 123}, {115, 105, 55}, {150, 44, 33}};
-const T3 kC[7] = {{144, 124, 30}, {160, 79, 134}, {62, 158, 167}, {101, 77, 62},
-                  {27, 215, 124}, {115, 105, 55}, {150, 44, 34}};
-const T3 kH[7] = {{144, 124, 29}, {160, 80, 135}, {62, 158, 167}, {100, 78, 62},
-                  {27, 215, 123}, {115, 106, 55}, {150, 44, 34}};
-const int kD[7] = {144, 160, 62, 100, 27, 115, 150};
-const int kE[7] = {144, 160, 62, 101, 28, 115, 150};
-const T3 kB555[7] = {{142, 124, 27}, {157, 80, 136}, {60, 157, 165}, {97, 78, 64},
-                     {25, 213, 122}, {109, 107, 56}, {146, 46, 36}};
-const T3 kB565[7] = {{142, 124, 27}, {159, 79, 134}, {60, 157, 165}, {100, 76, 63},
-                     {25, 213, 122}, {112, 106, 54}, {148, 44, 34}};
+const T3 kWantFwd15[7] = {{144, 124, 29}, {160, 80, 134}, {62, 158, 167}, {100, 77, 62},
+                          {27, 215, 123}, {115, 106, 55}, {150, 44, 34}};
+const T3 kWantFwd14[7] = {{144, 124, 29}, {160, 80, 134}, {62, 158, 167}, {100, 77, 62},
+                          {28, 215, 123}, {115, 105, 55}, {150, 44, 33}};
+const T3 kWantDiffChroma[7] = {{144, 124, 30}, {160, 79, 134}, {62, 158, 167}, {101, 77, 62},
+                               {27, 215, 124}, {115, 105, 55}, {150, 44, 34}};
+const T3 kWantHighHalf[7] = {{144, 124, 29}, {160, 80, 135}, {62, 158, 167}, {100, 78, 62},
+                             {27, 215, 123}, {115, 106, 55}, {150, 44, 34}};
+const int kWantLuma15[7] = {144, 160, 62, 100, 27, 115, 150};
+const int kWantLumaFloat[7] = {144, 160, 62, 101, 28, 115, 150};
+const T3 kWantFwd14From555[7] = {{142, 124, 27}, {157, 80, 136}, {60, 157, 165}, {97, 78, 64},
+                                 {25, 213, 122}, {109, 107, 56}, {146, 46, 36}};
+const T3 kWantFwd14From565[7] = {{142, 124, 27}, {159, 79, 134}, {60, 157, 165}, {100, 76, 63},
+                                 {25, 213, 122}, {112, 106, 54}, {148, 44, 34}};
 const T3 kQ[7] = {{42, 231, 179}, {135, 170, 82}, {42, 122, 175}, {191, 93, 161},
                   {1, 183, 77},   {0, 0, 255},    {255, 128, 128}};
-const T3 kF[7] = {{113, 0, 225}, {71, 153, 209}, {108, 11, 31},  {237, 179, 129},
-                  {0, 19, 98},   {178, 0, 0},    {255, 255, 255}};
-const T3 kG[7] = {{113, 0, 224}, {71, 153, 209}, {108, 11, 31},  {237, 179, 129},
-                  {0, 18, 98},   {178, 0, 0},    {255, 255, 255}};
-const T3 kI[7] = {{114, 0, 225}, {71, 154, 209}, {108, 11, 31},  {237, 180, 129},
-                  {0, 19, 98},   {178, 0, 0},    {255, 255, 255}};
+const T3 kWantAdditiveSat[7] = {{113, 0, 225}, {71, 153, 209}, {108, 11, 31},  {237, 179, 129},
+                                {0, 19, 98},   {178, 0, 0},    {255, 255, 255}};
+const T3 kWantSubtractive[7] = {{113, 0, 224}, {71, 153, 209}, {108, 11, 31},  {237, 179, 129},
+                                {0, 18, 98},   {178, 0, 0},    {255, 255, 255}};
+const T3 kWantHighHalf16[7] = {{114, 0, 225}, {71, 154, 209}, {108, 11, 31},  {237, 180, 129},
+                               {0, 19, 98},   {178, 0, 0},    {255, 255, 255}};
 
-T3 Worked(char form, int i, Fmt src) {
-  switch (form) {
-    case 'B':
+T3 Worked(Arith arith, int i, Fmt src) {
+  switch (arith) {
+    case kFwd15:
+      return kWantFwd15[i];
+    case kFwd14:
       return src == kRgb555 || src == kBgr555
-                 ? kB555[i]
-                 : (src == kRgb565 || src == kBgr565 ? kB565[i] : kB[i]);
-    case 'C':
-      return kC[i];
-    case 'H':
-      return kH[i];
-    case 'D':
-      return {kD[i], 0, 0};
-    case 'E':
-      return {kE[i], 0, 0};
-    case 'F':
-      return kF[i];
-    case 'G':
-      return kG[i];
+                 ? kWantFwd14From555[i]
+                 : (src == kRgb565 || src == kBgr565 ? kWantFwd14From565[i] : kWantFwd14[i]);
+    case kFwdDiffChroma:
+      return kWantDiffChroma[i];
+    case kFwdHighHalf:
+      return kWantHighHalf[i];
+    case kLuma15:
+      return {kWantLuma15[i], 0, 0};
+    case kLumaFloat:
+      return {kWantLumaFloat[i], 0, 0};
+    case kInvAdditiveSat:
+      return kWantAdditiveSat[i];
+    case kInvSubtractive:
+      return kWantSubtractive[i];
     default:
-      return kI[i];
+      return kWantHighHalf16[i];
   }
 }
 
-// Per-pixel members on the 7 worked pixels; form A members on a row of 15
+// Per-pixel members on the 7 worked pixels; Fwd15Groups8 members on a row of 15
 // (the first 8 in one 15-bit group, the last 7 with 14-bit weights).
 TEST(Color, PerPixelMembersGiveWorkedValues) {
   for (const Listed& sp : kListing) {
     if (IsSubsampled(sp)) continue;
     const Subject& m = SubjectNamed(sp.name);
-    const int w = sp.form == 'A' ? 15 : 7;
-    auto pick = [&](int x) { return sp.form == 'A' ? (x < 8 ? x % 7 : x - 8) : x; };
+    const bool groups = sp.arith == kFwd15Groups8;
+    const int w = groups ? 15 : 7;
+    auto pick = [&](int x) { return groups ? (x < 8 ? x % 7 : x - 8) : x; };
     Side src = m.make_src(w, 1, 3, 1), dst = m.make_dst(w, 1, 3, 1);
     for (int x = 0; x < w; ++x) {
       const int i = pick(x), k = 11 * i + 5;
@@ -552,8 +528,7 @@ TEST(Color, PerPixelMembersGiveWorkedValues) {
     ASSERT_EQ(m.Ref(src, dst, {w, 1}, call), rvtStatusOk) << sp.name;
     for (int x = 0; x < w; ++x) {
       const int i = pick(x), k = 11 * i + 5;
-      const char form = sp.form == 'A' ? (x < 8 ? 'a' : 'B') : sp.form;
-      T3 e = form == 'a' ? kA15[i] : Worked(form, i, sp.src);
+      const T3 e = Worked(groups ? (x < 8 ? kFwd15 : kFwd14) : sp.arith, i, sp.src);
       V4 want{e[0], e[1], e[2], 0};
       if (sp.dst == kY) want = {e[0], 0, 0, 0};
       if (sp.dst == kYcck) want[3] = k;
@@ -624,7 +599,7 @@ TEST(Color, SubsampledMembersGiveWorkedValues) {
 }
 
 // Packed 4:2:2: an odd width takes the last pixel from its pair's Y0, Cb
-// and Cr; form J leaves a neutral green one low.
+// and Cr; Inv422Packed leaves a neutral green one low.
 TEST(Color, PackedPairsGiveWorkedValues) {
   const Subject& m = SubjectNamed("rvtiYCbCr422ToRGB_JPEG_8u_C2C3R");
   Side src = m.make_src(3, 2, 0, 0), dst = m.make_dst(3, 2, 1, 1);
@@ -640,7 +615,7 @@ TEST(Color, PackedPairsGiveWorkedValues) {
 }
 
 // Uniform white and black (forward) and neutral grey (inverse) regions stay
-// neutral through every member, whatever the layout; the 16-bit forms see
+// neutral through every member, whatever the layout; the 16-bit words see
 // white as 248.
 TEST(Color, NeutralsStayNeutral) {
   for (const Listed& sp : kListing) {
@@ -678,7 +653,7 @@ TEST(Color, NeutralsStayNeutral) {
             EXPECT_EQ(dst.planes[1].get(cx, cy), 128) << sp.name << " level " << level;
             EXPECT_EQ(dst.planes[2].get(cx, cy), 128) << sp.name << " level " << level;
           } else {
-            const int g = sp.form == 'J' ? std::max(level - 1, 0) : level;
+            const int g = sp.arith == kInv422Packed ? std::max(level - 1, 0) : level;
             V4 want = Kept(sp.dst, {level, g, level, 0});
             if (sp.dst == kCmyk4 || sp.dst == kCmykP4)
               want = {255 - level, 255 - level, 255 - level, 9};
@@ -692,7 +667,8 @@ TEST(Color, NeutralsStayNeutral) {
 }
 
 // Random pixels through every per-pixel member land within one level of the
-// exact conversion (form J's green within 1.5: it sits half a level low).
+// exact conversion (Inv422Packed's green within 1.5: it sits half a level
+// low).
 TEST(Color, PerPixelMembersTrackTheExactConversion) {
   test::Rng rng(34);
   const int w = 61, h = 5;
@@ -721,7 +697,7 @@ TEST(Color, PerPixelMembersTrackTheExactConversion) {
         }
         for (int c = 0; c < (sp.dst == kY ? 1 : 3); ++c) {
           const double err = std::abs(out[c] - std::clamp(e[c], 0.0, 255.0));
-          worst = std::max(worst, err - (sp.form == 'J' && c == 1 ? 0.5 : 0.0));
+          worst = std::max(worst, err - (sp.arith == kInv422Packed && c == 1 ? 0.5 : 0.0));
         }
       }
     EXPECT_LT(worst, 1.0) << sp.name;

@@ -1,9 +1,11 @@
 // Vector kernels of the colour conversions, compiled once per target by the
 // color_*.cc files (each instantiates only its own members).  A kernel call
 // converts N = Lanes(D16) pixels: channels are widened to int16 lanes, the
-// form computes in 16 bits (high-half products) or in 32 bits (pairwise
-// multiply-adds of interleaved channels, packed back in lane order), and the
-// saturating narrowing to bytes is the final clamp.  Rows run in whole
+// arithmetic computes in 16 bits (high-half products) or in 32 bits
+// (pairwise multiply-adds of interleaved channels, packed back in lane
+// order), and the saturating narrowing to bytes is the final clamp.  No
+// checks here: the driver in color.h has checked every argument before any
+// row runs.  Rows run in whole
 // vectors; the last vector is moved back to end at the row's end (so a few
 // pixels are converted twice, to the same values), and rows shorter than
 // one vector go to the scalar kernel.
@@ -18,15 +20,13 @@
 
 #include <algorithm>
 
+#include "frame/raw_ops-inl.h"
 #include "jpeg/color.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace rvt {
-namespace HWY_NAMESPACE {
-namespace color_simd {
-
+namespace rvt::color::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
-namespace cl = rvt::color;
+namespace ops = ::rvt::ops::HWY_NAMESPACE;
 
 // Lambdas here are part of the kernels: inlined, they keep the constants in
 // registers instead of rebuilding them on every call.
@@ -41,8 +41,9 @@ using VU16 = hn::Vec<DU16>;
 using V32 = hn::Vec<D32>;
 using V8 = hn::Vec<D8>;
 
-// Channels of one vector of pixels, 0..255 in int16 lanes (or, for a form's
-// output, the 16-bit-saturated result before the final clamp).
+// Channels of one vector of pixels, 0..255 in int16 lanes (or, for the
+// output of an arithmetic, the 16-bit-saturated result before the final
+// clamp).
 struct Pix {
   V16 a, b, c, k;
 };
@@ -54,8 +55,8 @@ HWY_INLINE V16 K16(int v) { return hn::Set(D16(), int16_t(v)); }
 
 // The wide path: 2N pixels per step from full byte vectors.  Bytes widen
 // within each 128-bit block (ZipLower / ZipUpper with zero) and pack back
-// the same way, so the lane order never has to cross blocks; the forms are
-// lane-wise and do not mind the order.
+// the same way (ops::PackU8Blockwise), so the lane order never has to cross
+// blocks; the arithmetics are lane-wise and do not mind the order.
 using DB = hn::Repartition<uint8_t, D16>;
 using VB = hn::Vec<DB>;
 struct Wide {
@@ -69,17 +70,7 @@ HWY_INLINE Wide Unzip(VB v) {
 }
 // Bytes with unsigned saturation (the clamp to 0..255), block by block: the
 // inverse of Unzip.
-HWY_INLINE VB Rezip(V16 lo, V16 hi) {
-#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
-  return VB{_mm512_packus_epi16(lo.raw, hi.raw)};
-#elif HWY_TARGET == HWY_AVX2
-  return VB{_mm256_packus_epi16(lo.raw, hi.raw)};
-#elif HWY_TARGET == HWY_SSSE3 || HWY_TARGET == HWY_SSE4
-  return VB{_mm_packus_epi16(lo.raw, hi.raw)};
-#else
-#error "colour kernels are written for x86 targets"
-#endif
-}
+HWY_INLINE VB Rezip(V16 lo, V16 hi) { return ops::PackU8Blockwise(lo, hi); }
 
 HWY_INLINE void Put(VB v, uint8_t* p) { hn::StoreU(v, DB(), p); }
 
@@ -147,8 +138,7 @@ HWY_INLINE V16 Dot2(const Pair& ab, int wa, int wb, int32_t bias) {
 // ------------------------------------------------------------ layouts
 
 template <int kBpp, int kR, int kB>
-HWY_INLINE void LoadBytes(cl::Packed8<kBpp, kR, kB>, const uint8_t* row, int x, V8& r, V8& g,
-                          V8& b) {
+HWY_INLINE void LoadBytes(Packed8<kBpp, kR, kB>, const uint8_t* row, int x, V8& r, V8& g, V8& b) {
   const D8 d8;
   V8 c0, c1, c2, c3;
   if constexpr (kBpp == 3) {
@@ -161,13 +151,13 @@ HWY_INLINE void LoadBytes(cl::Packed8<kBpp, kR, kB>, const uint8_t* row, int x, 
   b = kR == 0 ? c2 : c0;
 }
 template <int kBpp, int kR, int kB>
-HWY_INLINE Pix Load(cl::Packed8<kBpp, kR, kB> l, const cl::Rows& rows, int x) {
+HWY_INLINE Pix Load(Packed8<kBpp, kR, kB> l, const Rows& rows, int x) {
   V8 r, g, b;
   LoadBytes(l, rows.s[0], x, r, g, b);
   return {Widen(r), Widen(g), Widen(b), hn::Zero(D16())};
 }
 template <int kBpp, int kR, int kB>
-HWY_INLINE void Store(cl::Packed8<kBpp, kR, kB>, const cl::Rows& rows, int x, const Pix& p) {
+HWY_INLINE void Store(Packed8<kBpp, kR, kB>, const Rows& rows, int x, const Pix& p) {
   const D8 d8;
   const V8 r = Narrow(p.a), g = Narrow(p.b), b = Narrow(p.c);
   if constexpr (kBpp == 3) {
@@ -179,7 +169,7 @@ HWY_INLINE void Store(cl::Packed8<kBpp, kR, kB>, const cl::Rows& rows, int x, co
 }
 
 template <bool kBgr, int kG>
-HWY_INLINE Pix Load(cl::Packed16<kBgr, kG>, const cl::Rows& rows, int x) {
+HWY_INLINE Pix Load(Packed16<kBgr, kG>, const Rows& rows, int x) {
   const DU16 du;
   const VU16 w = hn::LoadU(du, reinterpret_cast<const uint16_t*>(rows.s[0]) + x);
   const VU16 lo = hn::ShiftLeft<3>(hn::And(w, hn::Set(du, 31)));
@@ -190,7 +180,7 @@ HWY_INLINE Pix Load(cl::Packed16<kBgr, kG>, const cl::Rows& rows, int x) {
           hn::Zero(d)};
 }
 template <bool kBgr, int kG>
-HWY_INLINE void Store(cl::Packed16<kBgr, kG>, const cl::Rows& rows, int x, const Pix& p) {
+HWY_INLINE void Store(Packed16<kBgr, kG>, const Rows& rows, int x, const Pix& p) {
   const DU16 du;
   auto clamp = [&](V16 v) RVT_COLOR_INLINE {
     return hn::BitCast(du, hn::Min(hn::Max(v, K16(0)), K16(255)));
@@ -211,7 +201,7 @@ HWY_INLINE V16 LoadPairs(const uint8_t* p) {
 }
 
 template <int kN, int kCh, int kCv>
-HWY_INLINE Pix Load(cl::Planes<kN, kCh, kCv>, const cl::Rows& rows, int x) {
+HWY_INLINE Pix Load(Planes<kN, kCh, kCv>, const Rows& rows, int x) {
   const D8 d8;
   Pix p;
   p.a = Widen(hn::LoadU(d8, rows.s[0] + x));
@@ -226,7 +216,7 @@ HWY_INLINE Pix Load(cl::Planes<kN, kCh, kCv>, const cl::Rows& rows, int x) {
   return p;
 }
 template <int kN, int kCh, int kCv>
-HWY_INLINE void Store(cl::Planes<kN, kCh, kCv>, const cl::Rows& rows, int x, const Pix& p) {
+HWY_INLINE void Store(Planes<kN, kCh, kCv>, const Rows& rows, int x, const Pix& p) {
   const D8 d8;
   hn::StoreU(Narrow(p.a), d8, rows.d[0] + x);
   hn::StoreU(Narrow(p.b), d8, rows.d[1] + x);
@@ -234,12 +224,12 @@ HWY_INLINE void Store(cl::Planes<kN, kCh, kCv>, const cl::Rows& rows, int x, con
   if constexpr (kN == 4) hn::StoreU(Narrow(p.k), d8, rows.d[3] + x);
 }
 
-HWY_INLINE void Store(cl::Luma, const cl::Rows& rows, int x, const Pix& p) {
+HWY_INLINE void Store(Luma, const Rows& rows, int x, const Pix& p) {
   hn::StoreU(Narrow(p.a), D8(), rows.d[0] + x);
 }
 
 template <bool kPacked>
-HWY_INLINE Pix Load(cl::Cmyk<kPacked>, const cl::Rows& rows, int x) {
+HWY_INLINE Pix Load(Cmyk<kPacked>, const Rows& rows, int x) {
   const D8 d8;
   V8 c, m, y, k;
   if constexpr (kPacked) {
@@ -254,7 +244,7 @@ HWY_INLINE Pix Load(cl::Cmyk<kPacked>, const cl::Rows& rows, int x) {
   return {hn::Sub(full, Widen(c)), hn::Sub(full, Widen(m)), hn::Sub(full, Widen(y)), Widen(k)};
 }
 template <bool kPacked>
-HWY_INLINE void Store(cl::Cmyk<kPacked>, const cl::Rows& rows, int x, const Pix& p) {
+HWY_INLINE void Store(Cmyk<kPacked>, const Rows& rows, int x, const Pix& p) {
   const D8 d8;
   const V8 full = hn::Set(d8, 255);
   const V8 c = hn::Sub(full, Narrow(p.a)), m = hn::Sub(full, Narrow(p.b)),
@@ -271,7 +261,7 @@ HWY_INLINE void Store(cl::Cmyk<kPacked>, const cl::Rows& rows, int x, const Pix&
 
 // Packed 4:2:2 (x even): as 16-bit lanes, pixel i holds Y_i in its low byte
 // and Cb (even i) or Cr (odd i) in its high byte.
-HWY_INLINE Pix Load(cl::YccC2, const cl::Rows& rows, int x) {
+HWY_INLINE Pix Load(YccC2, const Rows& rows, int x) {
   const DU16 du;
   const hn::Repartition<uint32_t, DU16> du32;
   const VU16 w = hn::LoadU(du, reinterpret_cast<const uint16_t*>(rows.s[0] + 2 * ptrdiff_t(x)));
@@ -295,7 +285,7 @@ HWY_INLINE void Split(VB a, VB b, VB c, VB k, WPix& p) {
 }
 
 template <int kBpp, int kR, int kB>
-HWY_INLINE void LoadWideBytes(cl::Packed8<kBpp, kR, kB>, const uint8_t* row, int x, VB& r, VB& g,
+HWY_INLINE void LoadWideBytes(Packed8<kBpp, kR, kB>, const uint8_t* row, int x, VB& r, VB& g,
                               VB& b) {
   const DB db;
   VB c0, c1, c2, c3;
@@ -309,7 +299,7 @@ HWY_INLINE void LoadWideBytes(cl::Packed8<kBpp, kR, kB>, const uint8_t* row, int
   b = kR == 0 ? c2 : c0;
 }
 template <int kBpp, int kR, int kB>
-HWY_INLINE WPix LoadWide(cl::Packed8<kBpp, kR, kB> l, const cl::Rows& rows, int x) {
+HWY_INLINE WPix LoadWide(Packed8<kBpp, kR, kB> l, const Rows& rows, int x) {
   VB r, g, b;
   LoadWideBytes(l, rows.s[0], x, r, g, b);
   WPix p;
@@ -317,7 +307,7 @@ HWY_INLINE WPix LoadWide(cl::Packed8<kBpp, kR, kB> l, const cl::Rows& rows, int 
   return p;
 }
 template <int kBpp, int kR, int kB>
-HWY_INLINE void StoreWide(cl::Packed8<kBpp, kR, kB>, const cl::Rows& rows, int x, const WPix& p) {
+HWY_INLINE void StoreWide(Packed8<kBpp, kR, kB>, const Rows& rows, int x, const WPix& p) {
   const DB db;
   const VB r = Rezip(p.lo.a, p.hi.a), g = Rezip(p.lo.b, p.hi.b), b = Rezip(p.lo.c, p.hi.c);
   if constexpr (kBpp == 3) {
@@ -335,7 +325,7 @@ HWY_INLINE VB LoadPairsWide(const uint8_t* p) {
   return hn::BitCast(DB(), hn::Or(c, hn::ShiftLeft<8>(c)));
 }
 template <int kN, int kCh, int kCv>
-HWY_INLINE WPix LoadWide(cl::Planes<kN, kCh, kCv>, const cl::Rows& rows, int x) {
+HWY_INLINE WPix LoadWide(Planes<kN, kCh, kCv>, const Rows& rows, int x) {
   const DB db;
   const VB y = hn::LoadU(db, rows.s[0] + x);
   const VB cb = kCh == 2 ? LoadPairsWide(rows.s[1] + x / 2) : hn::LoadU(db, rows.s[1] + x);
@@ -345,19 +335,19 @@ HWY_INLINE WPix LoadWide(cl::Planes<kN, kCh, kCv>, const cl::Rows& rows, int x) 
   return p;
 }
 template <int kN, int kCh, int kCv>
-HWY_INLINE void StoreWide(cl::Planes<kN, kCh, kCv>, const cl::Rows& rows, int x, const WPix& p) {
+HWY_INLINE void StoreWide(Planes<kN, kCh, kCv>, const Rows& rows, int x, const WPix& p) {
   Put(Rezip(p.lo.a, p.hi.a), rows.d[0] + x);
   Put(Rezip(p.lo.b, p.hi.b), rows.d[1] + x);
   Put(Rezip(p.lo.c, p.hi.c), rows.d[2] + x);
   if constexpr (kN == 4) Put(Rezip(p.lo.k, p.hi.k), rows.d[3] + x);
 }
 
-HWY_INLINE void StoreWide(cl::Luma, const cl::Rows& rows, int x, const WPix& p) {
+HWY_INLINE void StoreWide(Luma, const Rows& rows, int x, const WPix& p) {
   Put(Rezip(p.lo.a, p.hi.a), rows.d[0] + x);
 }
 
 template <bool kPacked>
-HWY_INLINE WPix LoadWide(cl::Cmyk<kPacked>, const cl::Rows& rows, int x) {
+HWY_INLINE WPix LoadWide(Cmyk<kPacked>, const Rows& rows, int x) {
   const DB db;
   VB c, m, y, k;
   if constexpr (kPacked) {
@@ -374,7 +364,7 @@ HWY_INLINE WPix LoadWide(cl::Cmyk<kPacked>, const cl::Rows& rows, int x) {
   return p;
 }
 template <bool kPacked>
-HWY_INLINE void StoreWide(cl::Cmyk<kPacked>, const cl::Rows& rows, int x, const WPix& p) {
+HWY_INLINE void StoreWide(Cmyk<kPacked>, const Rows& rows, int x, const WPix& p) {
   const DB db;
   const VB full = hn::Set(db, 255);
   const VB c = hn::Sub(full, Rezip(p.lo.a, p.hi.a)), m = hn::Sub(full, Rezip(p.lo.b, p.hi.b)),
@@ -392,28 +382,28 @@ HWY_INLINE void StoreWide(cl::Cmyk<kPacked>, const cl::Rows& rows, int x, const 
 // Layouts with a wide path (16-bit words and packed 4:2:2 keep N pixels
 // per step: their lanes arrive in pixel order).
 template <class L>
-inline constexpr bool kWideIn = requires(const cl::Rows& r) {
+inline constexpr bool kWideIn = requires(const Rows& r) {
   LoadWide(L{}, r, 0);
 };
 template <class L>
-inline constexpr bool kWideOut = requires(const cl::Rows& r, const WPix& p) {
+inline constexpr bool kWideOut = requires(const Rows& r, const WPix& p) {
   StoreWide(L{}, r, 0, p);
 };
 
-// ------------------------------------------------------------ forms
+// ------------------------------------------------------------ arithmetics
 
-HWY_INLINE Pix Apply(cl::FormA15, const Pix& p) {
+HWY_INLINE Pix Apply(Fwd15, const Pix& p) {
   const Pair rg = Zip(p.a, p.b), b1 = Zip(p.c, K16(1));
   return {Dot3<15>(rg, 9798, 19235, b1, 3736, 16266),
           Dot3<15>(rg, -5529, -10855, b1, 16384, 4210688),
           Dot3<15>(rg, 16384, -13720, b1, -2664, 4210704), p.k};
 }
-HWY_INLINE Pix Apply(cl::FormB, const Pix& p) {
+HWY_INLINE Pix Apply(Fwd14, const Pix& p) {
   const Pair rg = Zip(p.a, p.b), b1 = Zip(p.c, K16(1));
   return {Dot3<14>(rg, 4899, 9617, b1, 1868, 8192), Dot3<14>(rg, -2764, -5428, b1, 8192, 2105344),
           Dot3<14>(rg, 8192, -6860, b1, -1332, 2105344), p.k};
 }
-HWY_INLINE Pix Apply(cl::FormC, const Pix& p) {
+HWY_INLINE Pix Apply(FwdDiffChroma, const Pix& p) {
   // 38470 does not fit a signed 16-bit weight, nor 32768 the rounding one:
   // G and the constant lane are doubled instead.
   const Pair rg2 = Zip(p.a, hn::Add(p.b, p.b)), b2 = Zip(p.c, K16(2));
@@ -424,20 +414,20 @@ HWY_INLINE Pix Apply(cl::FormC, const Pix& p) {
   return {y, Dot1<15>(Zip(hn::Sub(p.c, y), K16(1)), 18491, 4210688),
           Dot1<15>(Zip(hn::Sub(p.a, y), K16(1)), 23373, 4210688), p.k};
 }
-HWY_INLINE Pix Apply(cl::FormD, const Pix& p) {
+HWY_INLINE Pix Apply(Luma15, const Pix& p) {
   const V16 y = Dot3<15>(Zip(p.a, p.b), 9798, 19235, Zip(p.c, K16(1)), 3736, 16266);
   return {y, y, y, y};
 }
-HWY_INLINE Pix Apply(cl::FormE, const Pix& p) {
+HWY_INLINE Pix Apply(LumaFloat, const Pix& p) {
   const D16 d;
   const D32 d32;
   const hn::Repartition<float, D16> df;
   const hn::Half<D16> dh;
   using VH = hn::Vec<decltype(dh)>;
   auto luma = [&](VH r, VH g, VH b) RVT_COLOR_INLINE {
-    const auto s0 = hn::Mul(hn::Set(df, cl::FormE::kR), hn::ConvertTo(df, hn::PromoteTo(d32, r)));
-    const auto s1 = hn::Mul(hn::Set(df, cl::FormE::kG), hn::ConvertTo(df, hn::PromoteTo(d32, g)));
-    const auto s2 = hn::Mul(hn::Set(df, cl::FormE::kB), hn::ConvertTo(df, hn::PromoteTo(d32, b)));
+    const auto s0 = hn::Mul(hn::Set(df, LumaFloat::kR), hn::ConvertTo(df, hn::PromoteTo(d32, r)));
+    const auto s1 = hn::Mul(hn::Set(df, LumaFloat::kG), hn::ConvertTo(df, hn::PromoteTo(d32, g)));
+    const auto s2 = hn::Mul(hn::Set(df, LumaFloat::kB), hn::ConvertTo(df, hn::PromoteTo(d32, b)));
     return hn::DemoteTo(dh, hn::NearestInt(hn::Add(hn::Add(s0, s1), s2)));
   };
   const auto lo = luma(hn::LowerHalf(dh, p.a), hn::LowerHalf(dh, p.b), hn::LowerHalf(dh, p.c));
@@ -446,19 +436,20 @@ HWY_INLINE Pix Apply(cl::FormE, const Pix& p) {
   return {y, y, y, y};
 }
 
-// Form H luma at scale 64 from samples placed as s*256: floor(s*w/256) per
+// FwdHighHalf luma at scale 64 from samples placed as s*256: floor(s*w/256) per
 // weight, unsigned saturating.
 template <class D>
-HWY_INLINE hn::Vec<D> HLuma(D du, hn::Vec<D> r, hn::Vec<D> g, hn::Vec<D> b) {
+HWY_INLINE hn::Vec<D> HighHalfLuma(D du, hn::Vec<D> r, hn::Vec<D> g, hn::Vec<D> b) {
   auto term = [&](hn::Vec<D> s, int w)
                   RVT_COLOR_INLINE { return hn::MulHigh(s, hn::Set(du, uint16_t(w))); };
   const auto sum = hn::SaturatedAdd(hn::SaturatedAdd(term(r, 4899), term(g, 9617)), term(b, 1868));
   return hn::ShiftRight<6>(hn::SaturatedAdd(sum, hn::Set(du, 32)));
 }
-// Form H chroma at scale 32 from group sums already placed as S*(128/n).
+// FwdHighHalf chroma at scale 32 from group sums already placed as S*(128/n).
 template <class D>
-HWY_INLINE void HChroma(D du, hn::Vec<D> r, hn::Vec<D> g, hn::Vec<D> b,
-                        hn::Vec<hn::RebindToSigned<D>>& cb, hn::Vec<hn::RebindToSigned<D>>& cr) {
+HWY_INLINE void HighHalfChroma(D du, hn::Vec<D> r, hn::Vec<D> g, hn::Vec<D> b,
+                               hn::Vec<hn::RebindToSigned<D>>& cb,
+                               hn::Vec<hn::RebindToSigned<D>>& cr) {
   const hn::RebindToSigned<D> di;
   auto term = [&](hn::Vec<D> s, int w) RVT_COLOR_INLINE {
     return hn::BitCast(di, hn::MulHigh(s, hn::Set(du, uint16_t(w))));
@@ -472,32 +463,32 @@ HWY_INLINE void HChroma(D du, hn::Vec<D> r, hn::Vec<D> g, hn::Vec<D> b,
   cr = hn::ShiftRight<5>(hn::SaturatedSub(
       hn::SaturatedSub(hn::SaturatedAdd(offset, eighth(r)), term(g, 6860)), term(b, 1332)));
 }
-HWY_INLINE Pix Apply(cl::FormH, const Pix& p) {
+HWY_INLINE Pix Apply(FwdHighHalf, const Pix& p) {
   const DU16 du;
   const VU16 r = hn::BitCast(du, p.a), g = hn::BitCast(du, p.b), b = hn::BitCast(du, p.c);
   Pix o;
-  o.a =
-      hn::BitCast(D16(), HLuma(du, hn::ShiftLeft<8>(r), hn::ShiftLeft<8>(g), hn::ShiftLeft<8>(b)));
-  HChroma(du, hn::ShiftLeft<7>(r), hn::ShiftLeft<7>(g), hn::ShiftLeft<7>(b), o.b, o.c);
+  o.a = hn::BitCast(
+      D16(), HighHalfLuma(du, hn::ShiftLeft<8>(r), hn::ShiftLeft<8>(g), hn::ShiftLeft<8>(b)));
+  HighHalfChroma(du, hn::ShiftLeft<7>(r), hn::ShiftLeft<7>(g), hn::ShiftLeft<7>(b), o.b, o.c);
   o.k = p.k;
   return o;
 }
 
-HWY_INLINE Pix Apply(cl::FormF, const Pix& p) {
+HWY_INLINE Pix Apply(InvAdditiveSat, const Pix& p) {
   const V16 one = K16(1);
   const V16 r = Dot1<14>(Zip(p.c, one), 22970, -2932015);
   const V16 g = Dot2<14>(Zip(p.b, p.c), -5638, -11700, 2227566);
   const V16 b = Dot1<14>(Zip(p.b, one), 29032, -3707961);
   return {hn::SaturatedAdd(p.a, r), hn::SaturatedAdd(p.a, g), hn::SaturatedAdd(p.a, b), p.k};
 }
-HWY_INLINE Pix Apply(cl::FormG, const Pix& p) {
+HWY_INLINE Pix Apply(InvSubtractive, const Pix& p) {
   const V16 one = K16(1);
   const V16 r = Dot1<14>(Zip(p.c, one), 22970, -2932015);
   const V16 g = Dot2<14>(Zip(p.b, p.c), 5638, 11700, -2211182);
   const V16 b = Dot1<14>(Zip(p.b, one), 29032, -3708561);
   return {hn::SaturatedAdd(p.a, r), hn::SaturatedSub(p.a, g), hn::SaturatedAdd(p.a, b), p.k};
 }
-HWY_INLINE Pix Apply(cl::FormI, const Pix& p) {
+HWY_INLINE Pix Apply(InvHighHalf16, const Pix& p) {
   const V16 y16 = hn::ShiftLeft<4>(p.a), cb7 = hn::ShiftLeft<7>(p.b), cr7 = hn::ShiftLeft<7>(p.c);
   const V16 r = hn::SaturatedAdd(
       hn::SaturatedSub(hn::SaturatedAdd(y16, hn::MulHigh(cr7, K16(11485))), K16(2871)), K16(8));
@@ -507,7 +498,7 @@ HWY_INLINE Pix Apply(cl::FormI, const Pix& p) {
       hn::SaturatedSub(hn::SaturatedAdd(y16, hn::MulHigh(cb7, K16(14516))), K16(3629)), K16(8));
   return {hn::ShiftRight<4>(r), hn::ShiftRight<4>(g), hn::ShiftRight<4>(b), p.k};
 }
-HWY_INLINE Pix Apply(cl::FormJ, const Pix& p) {
+HWY_INLINE Pix Apply(Inv422Packed, const Pix& p) {
   // Every sum here stays far inside 16 bits, so plain adds are exact.
   const V16 cb7 = hn::ShiftLeft<7>(p.b), cr7 = hn::ShiftLeft<7>(p.c);
   const V16 r = hn::ShiftRight<5>(hn::MulHigh(cr7, K16(22970)));
@@ -533,24 +524,24 @@ HWY_INLINE int Steps(int n, int x0, int x1, Body body) {
   return x1;
 }
 
-template <class Src, class Form, class Dst>
-HWY_INLINE void Pixels(const cl::Rows& r, int x) {
-  Store(Dst{}, r, x, Apply(Form{}, Load(Src{}, r, x)));
+template <class Src, class Arith, class Dst>
+HWY_INLINE void Pixels(const Rows& r, int x) {
+  Store(Dst{}, r, x, Apply(Arith{}, Load(Src{}, r, x)));
 }
-template <class Src, class Form, class Dst>
-HWY_INLINE void PixelsWide(const cl::Rows& r, int x) {
+template <class Src, class Arith, class Dst>
+HWY_INLINE void PixelsWide(const Rows& r, int x) {
   const WPix in = LoadWide(Src{}, r, x);
-  StoreWide(Dst{}, r, x, WPix{Apply(Form{}, in.lo), Apply(Form{}, in.hi)});
+  StoreWide(Dst{}, r, x, WPix{Apply(Arith{}, in.lo), Apply(Arith{}, in.hi)});
 }
 
-// Form I from 4:2:2 / 4:2:0 planes, 2N pixels from x (even).  The chroma
+// InvHighHalf16 from 4:2:2 / 4:2:0 planes, 2N pixels from x (even).  The chroma
 // terms depend on the pair only, so they are formed once per pair and then
 // doubled in the order Unzip gives the luma.  With byte inputs no partial
-// sum of form I comes near 16 bits (|sum| < 12000), so its constants fold:
+// sum of InvHighHalf16 comes near 16 bits (|sum| < 12000), so its constants fold:
 // R = (16Y + hi(Cr*128*11485) - 2863) >> 4, G = (16Y + 2175 - t) >> 4,
 // B = (16Y + hi(Cb*128*14516) - 3621) >> 4.
 template <class Dst>
-HWY_INLINE void FormIPairsWide(const cl::Rows& r, int x) {
+HWY_INLINE void InvHighHalf16PairsWide(const Rows& r, int x) {
   const D16 d;
   const Wide y = Unzip(hn::LoadU(DB(), r.s[0] + x));
   const V16 cb7 = hn::ShiftLeft<7>(Widen(hn::LoadU(D8(), r.s[1] + x / 2)));
@@ -573,19 +564,20 @@ HWY_INLINE void FormIPairsWide(const cl::Rows& r, int x) {
 
 // Pixels [x0, x1): 2N at a time where the layouts allow, else N at a time,
 // and what is left by the scalar kernel.
-template <class Src, class Form, class Dst>
-HWY_INLINE void Span(const cl::Rows& r, int x0, int x1) {
+template <class Src, class Arith, class Dst>
+HWY_INLINE void Span(const Rows& r, int x0, int x1) {
   int done = x0;
-  if constexpr (std::is_same_v<Form, cl::FormI> &&
-                (std::is_same_v<Src, cl::Ycc422> || std::is_same_v<Src, cl::Ycc411>)) {
-    done = Steps(2 * Lanes(), x0, x1, [&](int x) RVT_COLOR_INLINE { FormIPairsWide<Dst>(r, x); });
+  if constexpr (std::is_same_v<Arith, InvHighHalf16> &&
+                (std::is_same_v<Src, Ycc422> || std::is_same_v<Src, Ycc411>)) {
+    done = Steps(2 * Lanes(), x0, x1,
+                 [&](int x) RVT_COLOR_INLINE { InvHighHalf16PairsWide<Dst>(r, x); });
   } else if constexpr (kWideIn<Src> && kWideOut<Dst>) {
     done = Steps(2 * Lanes(), x0, x1,
-                 [&](int x) RVT_COLOR_INLINE { PixelsWide<Src, Form, Dst>(r, x); });
+                 [&](int x) RVT_COLOR_INLINE { PixelsWide<Src, Arith, Dst>(r, x); });
   }
   if (done == x0)
-    done = Steps(Lanes(), x0, x1, [&](int x) RVT_COLOR_INLINE { Pixels<Src, Form, Dst>(r, x); });
-  cl::PixelsRef<Src, Form, Dst>(r, done, x1);
+    done = Steps(Lanes(), x0, x1, [&](int x) RVT_COLOR_INLINE { Pixels<Src, Arith, Dst>(r, x); });
+  PixelsRef<Src, Arith, Dst>(r, done, x1);
 }
 
 // Sums of horizontal pixel pairs of a byte vector, as 16-bit lanes in
@@ -607,7 +599,8 @@ HWY_INLINE void LumaAndPairs(const uint8_t* src, uint8_t* y, int x, VU16 sums[3]
   // Bytes widened into the high half of each lane: s*256, in Unzip's order.
   const VB zero = hn::Zero(DB());
   auto luma = [&](auto zip) RVT_COLOR_INLINE {
-    return hn::BitCast(D16(), HLuma(du, zip(du, zero, r8), zip(du, zero, g8), zip(du, zero, b8)));
+    return hn::BitCast(D16(),
+                       HighHalfLuma(du, zip(du, zero, r8), zip(du, zero, g8), zip(du, zero, b8)));
   };
   const V16 lo = luma([](auto d, VB a, VB b) RVT_COLOR_INLINE { return hn::ZipLower(d, a, b); });
   const V16 hi = luma([](auto d, VB a, VB b) RVT_COLOR_INLINE { return hn::ZipUpper(d, a, b); });
@@ -617,11 +610,11 @@ HWY_INLINE void LumaAndPairs(const uint8_t* src, uint8_t* y, int x, VU16 sums[3]
 // Chroma of N pairs (kLog2n = 1) or 2x2 blocks (kLog2n = 2) from their
 // channel sums, stored at column x / 2.
 template <int kLog2n>
-HWY_INLINE void ChromaOfSums(const cl::Rows& r, int x, const VU16 s[3]) {
+HWY_INLINE void ChromaOfSums(const Rows& r, int x, const VU16 s[3]) {
   const DU16 du;
   V16 cb, cr;
-  HChroma(du, hn::ShiftLeft<7 - kLog2n>(s[0]), hn::ShiftLeft<7 - kLog2n>(s[1]),
-          hn::ShiftLeft<7 - kLog2n>(s[2]), cb, cr);
+  HighHalfChroma(du, hn::ShiftLeft<7 - kLog2n>(s[0]), hn::ShiftLeft<7 - kLog2n>(s[1]),
+                 hn::ShiftLeft<7 - kLog2n>(s[2]), cb, cr);
   hn::StoreU(Narrow(cb), D8(), r.d[1] + x / 2);
   hn::StoreU(Narrow(cr), D8(), r.d[2] + x / 2);
 }
@@ -632,7 +625,7 @@ HWY_INLINE void ChromaOfSums(const cl::Rows& r, int x, const VU16 s[3]) {
 // kilobytes rather than every vector, which the memory system handles much
 // better.
 template <class Src>
-HWY_INLINE void Subsampled(const cl::Rows& r, int we) {
+HWY_INLINE void Subsampled(const Rows& r, int we) {
   const int n2 = 2 * Lanes();
   // Steps of 2N from 0, the last one moved back to end at `end`.
   if (r.rows == 1) {
@@ -664,38 +657,33 @@ HWY_INLINE void Subsampled(const cl::Rows& r, int we) {
 
 // The vector row of a member.
 template <class M>
-void Row(const cl::Rows& r, int w) {
+void Row(const Rows& r, int w) {
   using Src = typename M::Src;
-  using Form = typename M::Form;
+  using Arith = typename M::Arith;
   using Dst = typename M::Dst;
-  if constexpr (std::is_same_v<Form, cl::FormA>) {
-    const int groups = cl::FormAGroups(w);
-    Span<Src, cl::FormA15, Dst>(r, 0, groups);
-    cl::PixelsRef<Src, cl::FormB, Dst>(r, groups, w);
-  } else if constexpr (cl::kSubsampledFwd<M>) {
+  if constexpr (std::is_same_v<Arith, Fwd15Groups8>) {
+    const int groups = Fwd15Columns(w);
+    Span<Src, Fwd15, Dst>(r, 0, groups);
+    PixelsRef<Src, Fwd14, Dst>(r, groups, w);
+  } else if constexpr (kSubsampledFwd<M>) {
     const int we = w & ~1;
     if (we >= 2 * Lanes()) {
       Subsampled<Src>(r, we);
-      cl::SubsampledRef<Src>(r, we, w);
+      SubsampledRef<Src>(r, we, w);
     } else {
-      cl::SubsampledRef<Src>(r, 0, w);
+      SubsampledRef<Src>(r, 0, w);
     }
-  } else if constexpr (std::is_same_v<Src, cl::Ycc422> || std::is_same_v<Src, cl::Ycc411> ||
-                       std::is_same_v<Src, cl::YccC2>) {
+  } else if constexpr (std::is_same_v<Src, Ycc422> || std::is_same_v<Src, Ycc411> ||
+                       std::is_same_v<Src, YccC2>) {
     // Steps start on even columns so that each meets whole chroma pairs.
-    Span<Src, Form, Dst>(r, 0, w & ~1);
-    cl::PixelsRef<Src, Form, Dst>(r, w & ~1, w);
+    Span<Src, Arith, Dst>(r, 0, w & ~1);
+    PixelsRef<Src, Arith, Dst>(r, w & ~1, w);
   } else {
-    Span<Src, Form, Dst>(r, 0, w);
+    Span<Src, Arith, Dst>(r, 0, w);
   }
 }
 
-template <class M>
-using Entry = cl::Entry<M, &Row<M>>;
-
-}  // namespace color_simd
-}  // namespace HWY_NAMESPACE
-}  // namespace rvt
+}  // namespace rvt::color::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 
 #endif  // RVT_JPEG_COLOR_INL_H_

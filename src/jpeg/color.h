@@ -1,9 +1,10 @@
 // Colour conversion: what every member shares, independent of the vector
 // target.  A member is described by its pixel layouts on both sides, its
-// arithmetic form, its argument checks and whether it threads; one driver
-// checks the arguments and walks the rows, and one row kernel per
-// (layout, form, layout) does the pixels.  The scalar kernels here are the
-// definition of every result; color-inl.h holds the vector ones.
+// arithmetic, its argument checks and whether it threads; one driver checks
+// the arguments and walks the rows, and one row kernel per (layout,
+// arithmetic, layout) does the pixels.  The scalar kernels here are the
+// definition of every result; color-inl.h holds the vector ones, which never
+// check anything.
 #ifndef RVT_JPEG_COLOR_H_
 #define RVT_JPEG_COLOR_H_
 
@@ -51,10 +52,12 @@ struct Px {
   int a, b, c, k;  // R G B or Y Cb Cr, and K (CMYK / YCCK) where there is one
 };
 
-// ------------------------------------------------------------ forms
+// ------------------------------------------------------------ arithmetics
+// Each is named for what it computes; every member uses exactly one.
 
-// Form A, the 8-pixel groups: 15 fraction bits (luma weights sum to 32769).
-struct FormA15 {
+// 15 fraction bits (luma weights sum to 32769): the 8-pixel groups of
+// Fwd15Groups8.
+struct Fwd15 {
   static Px Fwd(Px p) {
     const int r = p.a, g = p.b, b = p.c;
     return {Clamp8((9798 * r + 19235 * g + 3736 * b + 16266) >> 15),
@@ -62,8 +65,8 @@ struct FormA15 {
             Clamp8((16384 * r - 13720 * g - 2664 * b + 4210704) >> 15), p.k};
   }
 };
-// Form B (and the last w%8 pixels of form A rows): 14 fraction bits.
-struct FormB {
+// 14 fraction bits (also the last w%8 pixels of Fwd15Groups8 rows).
+struct Fwd14 {
   static Px Fwd(Px p) {
     const int r = p.a, g = p.b, b = p.c;
     return {Clamp8((4899 * r + 9617 * g + 1868 * b + 8192) >> 14),
@@ -71,24 +74,24 @@ struct FormB {
             Clamp8((8192 * r - 6860 * g - 1332 * b + 2105344) >> 14), p.k};
   }
 };
-// Form A: 15-bit groups of 8 from the row start, 14-bit for the rest.
-struct FormA {};
-// Form C: exact 16-bit luma, chroma from the colour differences.
-struct FormC {
+// Fwd15 in groups of 8 from the row start, Fwd14 for the rest.
+struct Fwd15Groups8 {};
+// Exact 16-bit luma, chroma from the colour differences B - Y and R - Y.
+struct FwdDiffChroma {
   static Px Fwd(Px p) {
     const int y = (19595 * p.a + 38470 * p.b + 7471 * p.c + 32768) >> 16;
     return {y, Clamp8(((p.c - y) * 18491 + 4210688) >> 15),
             Clamp8(((p.a - y) * 23373 + 4210688) >> 15), p.k};
   }
 };
-// Form D: luma only, the 15-bit weights of form A.
-struct FormD {
+// Luma only, the 15-bit weights of Fwd15.
+struct Luma15 {
   static Px Fwd(Px p) {
     return {Clamp8((9798 * p.a + 19235 * p.b + 3736 * p.c + 16266) >> 15), 0, 0, 0};
   }
 };
-// Form E: luma only in single precision, rounded to nearest even.
-struct FormE {
+// Luma only in single precision, rounded to nearest even.
+struct LumaFloat {
   static constexpr float kR = std::bit_cast<float>(0x3E991687u);  // 0.299f
   static constexpr float kG = std::bit_cast<float>(0x3F1645A2u);  // 0.587f
   static constexpr float kB = std::bit_cast<float>(0x3DE978D5u);  // 0.114f
@@ -100,8 +103,9 @@ struct FormE {
     return {Clamp8(int(std::nearbyint(y))), 0, 0, 0};
   }
 };
-// Form H per pixel: high-half products; luma at scale 64, chroma at 32.
-struct FormH {
+// High halves of 16-bit products; luma at scale 64, chroma at 32.  Fwd is
+// one pixel; the 411 / 422 members form chroma from group sums.
+struct FwdHighHalf {
   static int Luma(int r, int g, int b) {
     const int s = SatU16(SatU16(HiU(r << 8, 4899) + HiU(g << 8, 9617)) + HiU(b << 8, 1868));
     return SatU16(s + 32) >> 6;
@@ -124,8 +128,8 @@ struct FormH {
   }
 };
 
-// Form F: additive inverse, each chroma term saturated to 16 bits.
-struct FormF {
+// Additive inverse, each chroma term saturated to 16 bits.
+struct InvAdditiveSat {
   static Px Inv(Px p) {
     const int y = p.a, cb = p.b, cr = p.c;
     return {Clamp8(y + Sat16((22970 * cr - 2932015) >> 14)),
@@ -133,8 +137,8 @@ struct FormF {
             Clamp8(y + Sat16((29032 * cb - 3707961) >> 14)), p.k};
   }
 };
-// Form G: subtractive inverse; green and blue constants differ from F.
-struct FormG {
+// Subtractive inverse; green and blue constants differ from InvAdditiveSat.
+struct InvSubtractive {
   static Px Inv(Px p) {
     const int y = p.a, cb = p.b, cr = p.c;
     return {Clamp8(y + ((22970 * cr - 2932015) >> 14)),
@@ -142,8 +146,8 @@ struct FormG {
             Clamp8(y + ((29032 * cb - 3708561) >> 14)), p.k};
   }
 };
-// Form I: 16-bit inverse at scale 16, every addition saturating.
-struct FormI {
+// High-half inverse in 16 bits at scale 16, every addition saturating.
+struct InvHighHalf16 {
   static Px Inv(Px p) {
     const int y16 = p.a * 16, cb7 = p.b * 128, cr7 = p.c * 128;
     const int r = Sat16(Sat16(Sat16(y16 + HiS(cr7, 11485)) - 2871) + 8);
@@ -153,8 +157,8 @@ struct FormI {
     return {Clamp8(r >> 4), Clamp8(g >> 4), Clamp8(b >> 4), p.k};
   }
 };
-// Form J: 16-bit inverse of packed 4:2:2 at scale 1.
-struct FormJ {
+// High-half inverse of packed 4:2:2 in 16 bits at scale 1.
+struct Inv422Packed {
   static Px Inv(Px p) {
     const int y = p.a, cb7 = p.b * 128, cr7 = p.c * 128;
     return {Clamp8(y + (HiS(cr7, 22970) >> 5) - 179),
@@ -164,8 +168,9 @@ struct FormJ {
 };
 
 template <class F>
-inline constexpr bool kForward = !std::is_same_v<F, FormF> && !std::is_same_v<F, FormG> &&
-                                 !std::is_same_v<F, FormI> && !std::is_same_v<F, FormJ>;
+inline constexpr bool kForward =
+    !std::is_same_v<F, InvAdditiveSat> && !std::is_same_v<F, InvSubtractive> &&
+    !std::is_same_v<F, InvHighHalf16> && !std::is_same_v<F, Inv422Packed>;
 
 // ------------------------------------------------------------ layouts
 
@@ -298,7 +303,7 @@ constexpr int RowShiftOf(int plane) {
 
 // ------------------------------------------------------------ members
 
-enum class Check {
+enum class CheckRule {
   kStd,     // pointers and steps in argument order, then the region
   kNoStep,  // pointers, then the region
   k411,     // pointers, then w >= 2 and h >= 2; +35 when w or h is odd
@@ -306,69 +311,71 @@ enum class Check {
   kC2,      // pointers, then w >= 1 and h != 0
 };
 
-// The description of one export: its signature, source layout, form,
+// The description of one export: its signature, source layout, arithmetic,
 // destination layout, checks and threading.
-template <class Fn_, class Src_, class Form_, class Dst_, Check kCheck_, bool kThreaded_>
+template <class Fn_, class Src_, class Arith_, class Dst_, CheckRule kCheck_, bool kThreaded_>
 struct Member {
   using Fn = Fn_;
   using Src = Src_;
-  using Form = Form_;
+  using Arith = Arith_;
   using Dst = Dst_;
-  static constexpr Check kCheck = kCheck_;
+  static constexpr CheckRule kCheck = kCheck_;
   static constexpr bool kThreaded = kThreaded_;
   // 411 forward members convert two image rows per call.
   static constexpr bool kRowPairs = std::is_same_v<Dst_, Ycc411>;
 };
 
-// Every member: export, source layout, form, destination layout, checks,
-// threaded, and the source file that holds its kernels (fwd: forms A to E,
-// inv: F and G, fwd16: H, inv16: I and J).
-#define RVT_COLOR_MEMBERS(X)                                                  \
-  X(rvtiRGBToYCbCr_JPEG_8u_C3P3R, Rgb3, FormA, P3, kStd, true, fwd)           \
-  X(rvtiBGRToYCbCr_JPEG_8u_C3P3R, Bgr3, FormA, P3, kStd, true, fwd)           \
-  X(rvtiRGBToYCbCr_JPEG_8u_C4P3R, Rgb4, FormH, P3, kNoStep, false, fwd16)     \
-  X(rvtiBGRToYCbCr_JPEG_8u_C4P3R, Bgr4, FormH, P3, kNoStep, false, fwd16)     \
-  X(rvtiRGBToYCbCr_JPEG_8u_P3R, P3, FormC, P3, kStd, true, fwd)               \
-  X(rvtiRGB555ToYCbCr_JPEG_16u8u_C3P3R, Rgb555, FormB, P3, kStd, false, fwd)  \
-  X(rvtiRGB565ToYCbCr_JPEG_16u8u_C3P3R, Rgb565, FormB, P3, kStd, false, fwd)  \
-  X(rvtiBGR555ToYCbCr_JPEG_16u8u_C3P3R, Bgr555, FormB, P3, kStd, false, fwd)  \
-  X(rvtiBGR565ToYCbCr_JPEG_16u8u_C3P3R, Bgr565, FormB, P3, kStd, false, fwd)  \
-  X(rvtiRGBToY_JPEG_8u_C3C1R, Rgb3, FormD, Luma, kStd, true, fwd)             \
-  X(rvtiBGRToY_JPEG_8u_C3C1R, Bgr3, FormD, Luma, kStd, true, fwd)             \
-  X(rvtiRGBToY_JPEG_8u_P3C1R, P3, FormE, Luma, kStd, true, fwd)               \
-  X(rvtiCMYKToYCCK_JPEG_8u_C4P4R, CmykC4, FormB, P4, kStd, true, fwd)         \
-  X(rvtiCMYKToYCCK_JPEG_8u_P4R, CmykP4, FormC, P4, kStd, true, fwd)           \
-  X(rvtiRGBToYCbCr411_JPEG_8u_C3P3R, Rgb3, FormH, Ycc411, k411, false, fwd16) \
-  X(rvtiRGBToYCbCr411_JPEG_8u_C4P3R, Rgb4, FormH, Ycc411, k411, false, fwd16) \
-  X(rvtiBGRToYCbCr411_JPEG_8u_C3P3R, Bgr3, FormH, Ycc411, k411, false, fwd16) \
-  X(rvtiBGRToYCbCr411_JPEG_8u_C4P3R, Bgr4, FormH, Ycc411, k411, false, fwd16) \
-  X(rvtiRGBToYCbCr422_JPEG_8u_C3P3R, Rgb3, FormH, Ycc422, k422, false, fwd16) \
-  X(rvtiRGBToYCbCr422_JPEG_8u_C4P3R, Rgb4, FormH, Ycc422, k422, false, fwd16) \
-  X(rvtiBGRToYCbCr422_JPEG_8u_C3P3R, Bgr3, FormH, Ycc422, k422, false, fwd16) \
-  X(rvtiBGRToYCbCr422_JPEG_8u_C4P3R, Bgr4, FormH, Ycc422, k422, false, fwd16) \
-  X(rvtiYCbCrToRGB_JPEG_8u_P3C3R, P3, FormF, Rgb3, kStd, true, inv)           \
-  X(rvtiYCbCrToBGR_JPEG_8u_P3C3R, P3, FormF, Bgr3, kStd, true, inv)           \
-  X(rvtiYCbCrToRGB_JPEG_8u_P3C4R, P3, FormI, Rgb4, kNoStep, false, inv16)     \
-  X(rvtiYCbCrToBGR_JPEG_8u_P3C4R, P3, FormI, Bgr4, kNoStep, false, inv16)     \
-  X(rvtiYCbCrToRGB_JPEG_8u_P3R, P3, FormG, P3, kStd, true, inv)               \
-  X(rvtiYCbCrToRGB555_JPEG_8u16u_P3C3R, P3, FormG, Rgb555, kStd, false, inv)  \
-  X(rvtiYCbCrToRGB565_JPEG_8u16u_P3C3R, P3, FormG, Rgb565, kStd, false, inv)  \
-  X(rvtiYCbCrToBGR555_JPEG_8u16u_P3C3R, P3, FormG, Bgr555, kStd, false, inv)  \
-  X(rvtiYCbCrToBGR565_JPEG_8u16u_P3C3R, P3, FormG, Bgr565, kStd, false, inv)  \
-  X(rvtiYCCKToCMYK_JPEG_8u_P4C4R, P4, FormG, CmykC4, kStd, true, inv)         \
-  X(rvtiYCCKToCMYK_JPEG_8u_P4R, P4, FormG, CmykP4, kStd, true, inv)           \
-  X(rvtiYCbCr411ToRGB_JPEG_8u_P3C3R, Ycc411, FormI, Rgb3, k411, false, inv16) \
-  X(rvtiYCbCr411ToRGB_JPEG_8u_P3C4R, Ycc411, FormI, Rgb4, k411, false, inv16) \
-  X(rvtiYCbCr411ToBGR_JPEG_8u_P3C3R, Ycc411, FormI, Bgr3, k411, false, inv16) \
-  X(rvtiYCbCr411ToBGR_JPEG_8u_P3C4R, Ycc411, FormI, Bgr4, k411, false, inv16) \
-  X(rvtiYCbCr422ToRGB_JPEG_8u_P3C3R, Ycc422, FormI, Rgb3, k422, false, inv16) \
-  X(rvtiYCbCr422ToRGB_JPEG_8u_P3C4R, Ycc422, FormI, Rgb4, k422, false, inv16) \
-  X(rvtiYCbCr422ToBGR_JPEG_8u_P3C3R, Ycc422, FormI, Bgr3, k422, false, inv16) \
-  X(rvtiYCbCr422ToBGR_JPEG_8u_P3C4R, Ycc422, FormI, Bgr4, k422, false, inv16) \
-  X(rvtiYCbCr422ToRGB_JPEG_8u_C2C3R, YccC2, FormJ, Rgb3, kC2, true, inv16)
+// Every member: export, source layout, arithmetic, destination layout,
+// checks, threaded, and the source file that builds its kernels (fwd: the
+// 32-bit forward arithmetics and luma, inv: InvAdditiveSat and
+// InvSubtractive, fwd16: FwdHighHalf, inv16: InvHighHalf16 and
+// Inv422Packed).
+#define RVT_COLOR_MEMBERS(X)                                                          \
+  X(rvtiRGBToYCbCr_JPEG_8u_C3P3R, Rgb3, Fwd15Groups8, P3, kStd, true, fwd)            \
+  X(rvtiBGRToYCbCr_JPEG_8u_C3P3R, Bgr3, Fwd15Groups8, P3, kStd, true, fwd)            \
+  X(rvtiRGBToYCbCr_JPEG_8u_C4P3R, Rgb4, FwdHighHalf, P3, kNoStep, false, fwd16)       \
+  X(rvtiBGRToYCbCr_JPEG_8u_C4P3R, Bgr4, FwdHighHalf, P3, kNoStep, false, fwd16)       \
+  X(rvtiRGBToYCbCr_JPEG_8u_P3R, P3, FwdDiffChroma, P3, kStd, true, fwd)               \
+  X(rvtiRGB555ToYCbCr_JPEG_16u8u_C3P3R, Rgb555, Fwd14, P3, kStd, false, fwd)          \
+  X(rvtiRGB565ToYCbCr_JPEG_16u8u_C3P3R, Rgb565, Fwd14, P3, kStd, false, fwd)          \
+  X(rvtiBGR555ToYCbCr_JPEG_16u8u_C3P3R, Bgr555, Fwd14, P3, kStd, false, fwd)          \
+  X(rvtiBGR565ToYCbCr_JPEG_16u8u_C3P3R, Bgr565, Fwd14, P3, kStd, false, fwd)          \
+  X(rvtiRGBToY_JPEG_8u_C3C1R, Rgb3, Luma15, Luma, kStd, true, fwd)                    \
+  X(rvtiBGRToY_JPEG_8u_C3C1R, Bgr3, Luma15, Luma, kStd, true, fwd)                    \
+  X(rvtiRGBToY_JPEG_8u_P3C1R, P3, LumaFloat, Luma, kStd, true, fwd)                   \
+  X(rvtiCMYKToYCCK_JPEG_8u_C4P4R, CmykC4, Fwd14, P4, kStd, true, fwd)                 \
+  X(rvtiCMYKToYCCK_JPEG_8u_P4R, CmykP4, FwdDiffChroma, P4, kStd, true, fwd)           \
+  X(rvtiRGBToYCbCr411_JPEG_8u_C3P3R, Rgb3, FwdHighHalf, Ycc411, k411, false, fwd16)   \
+  X(rvtiRGBToYCbCr411_JPEG_8u_C4P3R, Rgb4, FwdHighHalf, Ycc411, k411, false, fwd16)   \
+  X(rvtiBGRToYCbCr411_JPEG_8u_C3P3R, Bgr3, FwdHighHalf, Ycc411, k411, false, fwd16)   \
+  X(rvtiBGRToYCbCr411_JPEG_8u_C4P3R, Bgr4, FwdHighHalf, Ycc411, k411, false, fwd16)   \
+  X(rvtiRGBToYCbCr422_JPEG_8u_C3P3R, Rgb3, FwdHighHalf, Ycc422, k422, false, fwd16)   \
+  X(rvtiRGBToYCbCr422_JPEG_8u_C4P3R, Rgb4, FwdHighHalf, Ycc422, k422, false, fwd16)   \
+  X(rvtiBGRToYCbCr422_JPEG_8u_C3P3R, Bgr3, FwdHighHalf, Ycc422, k422, false, fwd16)   \
+  X(rvtiBGRToYCbCr422_JPEG_8u_C4P3R, Bgr4, FwdHighHalf, Ycc422, k422, false, fwd16)   \
+  X(rvtiYCbCrToRGB_JPEG_8u_P3C3R, P3, InvAdditiveSat, Rgb3, kStd, true, inv)          \
+  X(rvtiYCbCrToBGR_JPEG_8u_P3C3R, P3, InvAdditiveSat, Bgr3, kStd, true, inv)          \
+  X(rvtiYCbCrToRGB_JPEG_8u_P3C4R, P3, InvHighHalf16, Rgb4, kNoStep, false, inv16)     \
+  X(rvtiYCbCrToBGR_JPEG_8u_P3C4R, P3, InvHighHalf16, Bgr4, kNoStep, false, inv16)     \
+  X(rvtiYCbCrToRGB_JPEG_8u_P3R, P3, InvSubtractive, P3, kStd, true, inv)              \
+  X(rvtiYCbCrToRGB555_JPEG_8u16u_P3C3R, P3, InvSubtractive, Rgb555, kStd, false, inv) \
+  X(rvtiYCbCrToRGB565_JPEG_8u16u_P3C3R, P3, InvSubtractive, Rgb565, kStd, false, inv) \
+  X(rvtiYCbCrToBGR555_JPEG_8u16u_P3C3R, P3, InvSubtractive, Bgr555, kStd, false, inv) \
+  X(rvtiYCbCrToBGR565_JPEG_8u16u_P3C3R, P3, InvSubtractive, Bgr565, kStd, false, inv) \
+  X(rvtiYCCKToCMYK_JPEG_8u_P4C4R, P4, InvSubtractive, CmykC4, kStd, true, inv)        \
+  X(rvtiYCCKToCMYK_JPEG_8u_P4R, P4, InvSubtractive, CmykP4, kStd, true, inv)          \
+  X(rvtiYCbCr411ToRGB_JPEG_8u_P3C3R, Ycc411, InvHighHalf16, Rgb3, k411, false, inv16) \
+  X(rvtiYCbCr411ToRGB_JPEG_8u_P3C4R, Ycc411, InvHighHalf16, Rgb4, k411, false, inv16) \
+  X(rvtiYCbCr411ToBGR_JPEG_8u_P3C3R, Ycc411, InvHighHalf16, Bgr3, k411, false, inv16) \
+  X(rvtiYCbCr411ToBGR_JPEG_8u_P3C4R, Ycc411, InvHighHalf16, Bgr4, k411, false, inv16) \
+  X(rvtiYCbCr422ToRGB_JPEG_8u_P3C3R, Ycc422, InvHighHalf16, Rgb3, k422, false, inv16) \
+  X(rvtiYCbCr422ToRGB_JPEG_8u_P3C4R, Ycc422, InvHighHalf16, Rgb4, k422, false, inv16) \
+  X(rvtiYCbCr422ToBGR_JPEG_8u_P3C3R, Ycc422, InvHighHalf16, Bgr3, k422, false, inv16) \
+  X(rvtiYCbCr422ToBGR_JPEG_8u_P3C4R, Ycc422, InvHighHalf16, Bgr4, k422, false, inv16) \
+  X(rvtiYCbCr422ToRGB_JPEG_8u_C2C3R, YccC2, Inv422Packed, Rgb3, kC2, true, inv16)
 
-#define RVT_COLOR_MEMBER(name, src, form, dst, check, threaded, file) \
-  using name = Member<decltype(&::name), src, form, dst, Check::check, threaded>;
+#define RVT_COLOR_MEMBER(name, src, arith, dst, check, threaded, file) \
+  using name = Member<decltype(&::name), src, arith, dst, CheckRule::check, threaded>;
 RVT_COLOR_MEMBERS(RVT_COLOR_MEMBER)
 #undef RVT_COLOR_MEMBER
 
@@ -379,19 +386,19 @@ inline constexpr bool kSubsampledFwd =
 
 // ------------------------------------------------------------ scalar rows
 
-template <class Src, class Form, class Dst>
+template <class Src, class Arith, class Dst>
 void PixelsRef(const Rows& r, int x0, int x1) {
   for (int x = x0; x < x1; ++x) {
-    if constexpr (kForward<Form>) {
-      Dst::Write(r, x, Form::Fwd(Src::Read(r, x)));
+    if constexpr (kForward<Arith>) {
+      Dst::Write(r, x, Arith::Fwd(Src::Read(r, x)));
     } else {
-      Dst::Write(r, x, Form::Inv(Src::Read(r, x)));
+      Dst::Write(r, x, Arith::Inv(Src::Read(r, x)));
     }
   }
 }
 
-// Columns converted with form A's 15-bit weights: whole groups of 8.
-inline int FormAGroups(int width) { return width & ~7; }
+// Columns of a Fwd15Groups8 row converted with Fwd15: whole groups of 8.
+inline int Fwd15Columns(int width) { return width & ~7; }
 
 // 411 / 422 forward, columns [x0, x1) of one or two rows (x0 even).  Luma
 // per pixel; chroma per pair or 2x2 block from the channel sums of the
@@ -403,7 +410,7 @@ void SubsampledRef(const Rows& r, int x0, int x1) {
     uint8_t* y = k == 0 ? r.d[0] : r.d[3];
     for (int x = x0; x < x1; ++x) {
       const Px p = Src::Read(one, x);
-      y[x] = uint8_t(FormH::Luma(p.a, p.b, p.c));
+      y[x] = uint8_t(FwdHighHalf::Luma(p.a, p.b, p.c));
     }
   }
   for (int x = x0; x < x1; x += 2) {
@@ -416,8 +423,8 @@ void SubsampledRef(const Rows& r, int x0, int x1) {
       }
     }
     const int log2n = n == 4 ? 2 : (n == 2 ? 1 : 0);
-    r.d[1][x >> 1] = uint8_t(FormH::Cb(sr, sg, sb, log2n));
-    r.d[2][x >> 1] = uint8_t(FormH::Cr(sr, sg, sb, log2n));
+    r.d[1][x >> 1] = uint8_t(FwdHighHalf::Cb(sr, sg, sb, log2n));
+    r.d[2][x >> 1] = uint8_t(FwdHighHalf::Cr(sr, sg, sb, log2n));
   }
 }
 
@@ -426,18 +433,18 @@ template <class M>
 void RowRef(const Rows& r, int w) {
   using Src = typename M::Src;
   using Dst = typename M::Dst;
-  using Form = typename M::Form;
-  if constexpr (std::is_same_v<Form, FormA>) {
-    PixelsRef<Src, FormA15, Dst>(r, 0, FormAGroups(w));
-    PixelsRef<Src, FormB, Dst>(r, FormAGroups(w), w);
+  using Arith = typename M::Arith;
+  if constexpr (std::is_same_v<Arith, Fwd15Groups8>) {
+    PixelsRef<Src, Fwd15, Dst>(r, 0, Fwd15Columns(w));
+    PixelsRef<Src, Fwd14, Dst>(r, Fwd15Columns(w), w);
   } else if constexpr (kSubsampledFwd<M>) {
     SubsampledRef<Src>(r, 0, w);
   } else {
-    PixelsRef<Src, Form, Dst>(r, 0, w);
+    PixelsRef<Src, Arith, Dst>(r, 0, w);
   }
 }
 
-// ------------------------------------------------------------ driver
+// ------------------------------------------------------------ checks
 
 inline RvtResult CheckArg(const void* p, int) { return p ? rvtStatusOk : rvtStatusNullPtr; }
 template <class T>
@@ -451,26 +458,42 @@ RvtResult CheckArg(T* const* planes, int n) {
 
 inline RvtResult CheckStep(int32_t step) { return step < 1 ? rvtStatusStep : rvtStatusOk; }
 
-template <Check kCheck>
+template <CheckRule kRule>
 RvtResult CheckSize(ImageSize roi) {
-  switch (kCheck) {
-    case Check::k411:
+  switch (kRule) {
+    case CheckRule::k411:
       return (roi.width < 2 || roi.height < 2) ? rvtStatusSize : rvtStatusOk;
-    case Check::k422:
+    case CheckRule::k422:
       return (roi.width < 2 || roi.height < 1) ? rvtStatusSize : rvtStatusOk;
-    case Check::kC2:
+    case CheckRule::kC2:
       return (roi.width < 1 || roi.height == 0) ? rvtStatusSize : rvtStatusOk;
     default:
       return CheckRoi(roi);
   }
 }
 
-template <Check kCheck>
+// The checks of member M in argument-list order: src (every plane), its
+// step, dst (every plane), its step, then the region.  Members without step
+// checks accept any step.
+template <class M, class S, class D>
+RvtResult Check(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi) {
+  constexpr bool kSteps = M::kCheck == CheckRule::kStd;
+  RVT_CHECK(CheckArg(src, M::Src::kPlanes));
+  if constexpr (kSteps) RVT_CHECK(CheckStep(srcStep));
+  RVT_CHECK(CheckArg(dst, M::Dst::kPlanes));
+  if constexpr (kSteps) RVT_CHECK(CheckStep(dstStep));
+  return CheckSize<M::kCheck>(roi);
+}
+
+// The status of a converted region: +35 for the odd sizes of 411 / 422.
+template <CheckRule kRule>
 RvtResult Done(ImageSize roi) {
-  if (kCheck == Check::k411 && ((roi.width | roi.height) & 1)) return rvtStatusOddSize;
-  if (kCheck == Check::k422 && (roi.width & 1)) return rvtStatusOddSize;
+  if (kRule == CheckRule::k411 && ((roi.width | roi.height) & 1)) return rvtStatusOddSize;
+  if (kRule == CheckRule::k422 && (roi.width & 1)) return rvtStatusOddSize;
   return rvtStatusOk;
 }
+
+// ------------------------------------------------------------ driver
 
 // Row y of a packed image, or the rows of a plane array (chroma planes of
 // layouts with 2x vertical subsampling at row y / 2).
@@ -492,17 +515,11 @@ void PointRows(T* const* planes, int32_t step, int y, uint8_t** out) {
 }
 
 // Checks the arguments of member M, then converts the region row by row
-// (two rows at a time for 411 forward members) with `row`.
-template <class M, class S, class D>
-RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi, uint8_t aval,
-                  RowFn row) {
-  constexpr Check kCheck = M::kCheck;
-  RVT_CHECK(CheckArg(src, M::Src::kPlanes));
-  if constexpr (kCheck == Check::kStd) RVT_CHECK(CheckStep(srcStep));
-  RVT_CHECK(CheckArg(dst, M::Dst::kPlanes));
-  if constexpr (kCheck == Check::kStd) RVT_CHECK(CheckStep(dstStep));
-  RVT_CHECK(CheckSize<kCheck>(roi));
-
+// (two rows at a time for 411 forward members) with kRow, under the
+// threading rule when M threads.
+template <class M, RowFn kRow, class S, class D>
+RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi, uint8_t aval) {
+  RVT_CHECK(Check<M>(src, srcStep, dst, dstStep, roi));
   const int w = roi.width;
   if constexpr (M::kRowPairs) {
     for (int y = 0; y < roi.height; y += 2) {
@@ -516,7 +533,7 @@ RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi,
         PointRows<typename M::Src>(src, srcStep, y + 1, &r.s[1]);
         r.d[3] = RowPtr(dst[0], dstStep, y + 1);
       }
-      row(r, w);
+      kRow(r, w);
     }
   } else {
     auto one_row = [&](int y) {
@@ -525,7 +542,7 @@ RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi,
       r.aval = aval;
       PointRows<typename M::Src>(src, srcStep, y, r.s);
       PointRows<typename M::Dst>(dst, dstStep, y, r.d);
-      row(r, w);
+      kRow(r, w);
     };
     if constexpr (M::kThreaded) {
       ForEachRow(roi, one_row);
@@ -533,28 +550,29 @@ RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi,
       for (int y = 0; y < roi.height; ++y) one_row(y);
     }
   }
-  return Done<kCheck>(roi);
+  return Done<M::kCheck>(roi);
 }
 
-// The export-shaped entry of member M with row kernel kRow.
+// The driver of member M in the export's own signature, running kRow.
 template <class M, RowFn kRow, class Fn = typename M::Fn>
-struct Entry;
+struct Driver;
 template <class M, RowFn kRow, class S, class D>
-struct Entry<M, kRow, RvtResult (*)(S, int32_t, D, int32_t, ImageSize)> {
+struct Driver<M, kRow, RvtResult (*)(S, int32_t, D, int32_t, ImageSize)> {
   static RvtResult Run(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi) {
-    return Convert<M>(src, srcStep, dst, dstStep, roi, 0, kRow);
+    return Convert<M, kRow>(src, srcStep, dst, dstStep, roi, 0);
   }
 };
 template <class M, RowFn kRow, class S, class D>
-struct Entry<M, kRow, RvtResult (*)(S, int32_t, D, int32_t, ImageSize, uint8_t)> {
+struct Driver<M, kRow, RvtResult (*)(S, int32_t, D, int32_t, ImageSize, uint8_t)> {
   static RvtResult Run(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi,
                        uint8_t aval) {
-    return Convert<M>(src, srcStep, dst, dstStep, roi, aval, kRow);
+    return Convert<M, kRow>(src, srcStep, dst, dstStep, roi, aval);
   }
 };
 
+// The reference entries: the scalar rows behind the same checks and driver.
 template <class M>
-using RefEntry = Entry<M, &RowRef<M>>;
+using RefEntry = Driver<M, &RowRef<M>>;
 
 }  // namespace rvt::color
 
