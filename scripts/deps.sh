@@ -12,7 +12,7 @@ packages=(
   build-essential cmake pkg-config binutils
   libhwy-dev libgtest-dev libbenchmark-dev
   libpng-dev libjpeg62-turbo-dev libturbojpeg0-dev libjpeg-turbo-progs
-  clang libclang-rt-14-dev
+  clang libclang-rt-14-dev libomp-14-dev
 )
 if [ "${1:-}" = --list ]; then
   printf '%s\n' "${packages[@]}"
