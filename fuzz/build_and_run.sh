@@ -17,16 +17,34 @@ out=${RVT_FUZZ_DIR:-$root/build-fuzz}
 cxx=${CXX_FUZZ:-$(command -v clang++-14 || command -v clang++)}
 mkdir -p "$out/obj"
 
-common=(-std=c++20 -O1 -g -fno-omit-frame-pointer -mssse3 -DHWY_DISABLED_TARGETS=HWY_SSE4
+# The library's target policy (CMakeLists.txt): baseline x86-64 outside
+# Highway's SSSE3, AVX2 and AVX-512 targets.  -MD leaves the headers each
+# compile used beside its output (scripts/check_deps.sh reads them).
+common=(-std=c++20 -O1 -g -fno-omit-frame-pointer -ffp-contract=off -MD
+        -DHWY_BASELINE_TARGETS=HWY_SSSE3 -DHWY_DISABLED_TARGETS=HWY_SSE4
         -I"$root/include" -I"$root/src" -I"$root/core" -I"$here")
 san=(-fsanitize=address,undefined -fno-sanitize-recover=undefined)
+
+# An object is current when it was built with these flags and is newer than
+# every file its compile read.
+stamp="$out/obj/flags"
+[[ -f $stamp && $(cat "$stamp") == "$cxx ${common[*]} ${san[*]}" ]] || rm -f "$out"/obj/*.o
+echo "$cxx ${common[*]} ${san[*]}" > "$stamp"
+current() {
+  [[ -f $1 && -f ${1%.o}.d ]] || return 1
+  local dep
+  for dep in $(sed -e 's/\\$//' -e 's/^[^ ]*://' "${1%.o}.d"); do
+    [[ $dep -nt $1 ]] && return 1
+  done
+  return 0
+}
 
 sources=(src/jpeg/huffman_tables.cc src/jpeg/huffman_baseline.cc src/frame/memory.cc
          core/rvtcore.cc)
 objs=()
 for s in "${sources[@]}"; do
   o="$out/obj/$(basename "${s%.cc}").o"
-  if [[ ! -f "$o" || "$root/$s" -nt "$o" || "$root/src/jpeg/huffman_coding.h" -nt "$o" ]]; then
+  if ! current "$o"; then
     "$cxx" "${common[@]}" "${san[@]}" -fsanitize=fuzzer-no-link -fopenmp -c "$root/$s" -o "$o"
   fi
   objs+=("$o")

@@ -1,7 +1,10 @@
 /* rvtjp: image-coding primitives for JPEG, JPEG 2000, JPEG XR, BCn texture
  * and TIFF codecs.  Each call does one step on caller-owned memory and
- * returns a status; nothing is allocated, logged or kept between calls
- * except in the caller's own state objects.  Compiles as C99 and as C++.
+ * returns a status; nothing is logged or kept between calls except in the
+ * caller's own state objects, and nothing is allocated except by the
+ * ...InitAlloc exports, which allocate the object they are asked for
+ * through rvtMalloc (release it with the matching ...Free).  Compiles as
+ * C99 and as C++.
  *
  * Conventions shared by every export:
  *  - Arguments are checked in the order they are listed: a null pointer gives
@@ -15,8 +18,8 @@
  *    threads when the region holds more than 8192 pixels (see rvtcore.h,
  *    rvtSetNumThreads, to cap the count); the split never changes results.
  *  - Each export's implementation is chosen once when the library loads
- *    (SSSE3 floor; AVX2 or AVX-512 where the processor has them); all paths
- *    give bit-identical results.
+ *    (SSSE3, AVX2 or AVX-512 where the processor has them, else the plain
+ *    reference); all paths give bit-identical results.
  */
 #ifndef RVTJP_H
 #define RVTJP_H

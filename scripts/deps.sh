@@ -1,13 +1,23 @@
 #!/usr/bin/env bash
-# Installs the Debian 12 packages the build, tests and benchmarks need,
-# only those that are missing (needs root, or sudo).
+# Installs the Debian 12 packages the build, tests, benchmarks and fuzz
+# targets need, only those that are missing (needs root, or sudo).  This
+# list is the whole of what the project needs beyond a minimal Debian:
+# scripts/check_deps.sh fails the test command when a build used anything
+# else.
+#
+#   scripts/deps.sh          install what is missing
+#   scripts/deps.sh --list   print the list, one package a line
 set -euo pipefail
 packages=(
   build-essential cmake pkg-config binutils
   libhwy-dev libgtest-dev libbenchmark-dev
   libpng-dev libjpeg62-turbo-dev libturbojpeg0-dev libjpeg-turbo-progs
-  clang libclang-rt-14-dev
+  clang libclang-rt-14-dev libomp-14-dev
 )
+if [ "${1:-}" = --list ]; then
+  printf '%s\n' "${packages[@]}"
+  exit 0
+fi
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs the whole suite: the release
 # build with every test and the install check, then an ASan+UBSan build of
-# the library and its tests.
+# the library and its tests, the fuzz pass, and the check that the builds
+# used nothing scripts/deps.sh does not install.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 jobs=$(nproc)
@@ -19,6 +20,11 @@ ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 
 # Hostile input: the Huffman decoders under libFuzzer with ASan+UBSan, about
 # a minute in all.
+builds=(build build-asan)
 if [ -x fuzz/build_and_run.sh ]; then
-  fuzz/build_and_run.sh 60
+  RVT_FUZZ_DIR=$PWD/build-fuzz fuzz/build_and_run.sh 60
+  builds+=(build-fuzz)
 fi
+
+# Nothing the builds used may come from outside scripts/deps.sh's packages.
+scripts/check_deps.sh "${builds[@]}"

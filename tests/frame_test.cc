@@ -41,25 +41,7 @@ TEST(Frame, ZeroFillWritesExactlyItsBytes) {
   }
 }
 
-TEST(Frame, LargeZeroFillUsesAnyPath) {
-  // Above both the 512 KiB limit and any cache: the non-temporal path.
-  const int64_t nt = NonTemporalThreshold();
-  const int32_t len = int32_t(std::max<int64_t>(nt, 524289) + 4099);
-  std::vector<uint8_t> v(size_t(len) + 32, 0x5A);
-  ZeroFill(v.data() + 3, len);
-  EXPECT_EQ(v[2], 0x5A);
-  EXPECT_EQ(v[size_t(len) + 3], 0x5A);
-  for (int32_t i = 0; i < len; ++i) ASSERT_EQ(v[size_t(i) + 3], 0) << i;
-}
-
-TEST(Frame, CheckedZeroFillAndAllocation) {
-  uint8_t b[4] = {1, 1, 1, 1};
-  EXPECT_EQ(ZeroFillChecked(nullptr, 4), rvtStatusNullPtr);
-  EXPECT_EQ(ZeroFillChecked(b, 0), rvtStatusSize);
-  EXPECT_EQ(b[0], 1);
-  EXPECT_EQ(ZeroFillChecked(b, 3), rvtStatusOk);
-  EXPECT_EQ(b[2], 0);
-  EXPECT_EQ(b[3], 1);
+TEST(Frame, Allocation) {
   EXPECT_EQ(Allocate(0), nullptr);
   EXPECT_EQ(Allocate(-1), nullptr);
   void* p = Allocate(1);

@@ -16,17 +16,6 @@ inline RvtResult CheckPlane(const void* p, int32_t step) {
   return rvtStatusOk;
 }
 
-// An array of n plane pointers sharing one step: the array, then each plane
-// in order, then the step.
-inline RvtResult CheckPlanes(const void* const* planes, int n, int32_t step) {
-  if (!planes) return rvtStatusNullPtr;
-  for (int i = 0; i < n; ++i) {
-    if (!planes[i]) return rvtStatusNullPtr;
-  }
-  if (step < 1) return rvtStatusStep;
-  return rvtStatusOk;
-}
-
 inline RvtResult CheckPtr(const void* p) { return p ? rvtStatusOk : rvtStatusNullPtr; }
 
 inline RvtResult CheckRoi(ImageSize roi) {

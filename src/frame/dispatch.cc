@@ -22,6 +22,10 @@ __attribute__((visibility("hidden"))) int32_t rvt_variant_index = 0;
 #include "frame/exports.inc"
 #undef RVT_EXPORT
 
+// The descriptors' three vector entries: every kernel is built for them.
+static_assert((HWY_TARGETS & (HWY_SSSE3 | HWY_AVX2 | HWY_AVX3)) == (HWY_SSSE3 | HWY_AVX2 | HWY_AVX3),
+              "Highway must build the SSSE3, AVX2 and AVX-512 targets");
+
 namespace rvt {
 namespace {
 

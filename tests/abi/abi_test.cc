@@ -1,6 +1,7 @@
 // Through the shared library only: every listed export is declared by the
 // header with the listed signature, the load-time variant choice follows the
-// processor's feature mask, and exports behave the same whatever was chosen.
+// processor's feature mask, and every export gives its defined results
+// whatever was chosen (the reference path included).
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -61,6 +62,351 @@ TEST(Abi, LevelShiftThroughChosenImplementation) {
   for (int i = 0; i < w * h; ++i) ASSERT_EQ(mid[i], src[i] - 128) << i;
   ASSERT_EQ(rvtiAdd128_JPEG_16s8u_C1R(mid.data(), 2 * w, back.data(), w, {w, h}), rvtStatusOk);
   EXPECT_EQ(src, back);
+}
+
+// One digest of everything a family's exports wrote (and returned) on fixed
+// inputs: every export of the list is called.  The digests below are the
+// references' results; abi_variant_none (no SSSE3) runs the references
+// themselves, the other runs the targets chosen for their processors.
+class Digest {
+ public:
+  template <class T>
+  void Add(const T* p, size_t n) {
+    const auto* b = reinterpret_cast<const uint8_t*>(p);
+    for (size_t i = 0; i < n * sizeof(T); ++i) h_ = (h_ ^ b[i]) * 0x100000001B3ull;
+  }
+  template <class T>
+  void Add(const std::vector<T>& v) { Add(v.data(), v.size()); }
+  void Status(RvtResult r) {
+    EXPECT_GE(r, rvtStatusOk) << "call " << calls_;  // every call does its work
+    ++calls_;
+    Add(&r, 1);
+  }
+  uint64_t value() const { return h_; }
+
+ private:
+  uint64_t h_ = 0xCBF29CE484222325ull;
+  int calls_ = 0;
+};
+
+template <class T>
+std::vector<T> Random(size_t n, uint32_t seed, int lo, int hi) {
+  std::vector<T> v(n);
+  for (auto& x : v) {
+    seed = seed * 1664525u + 1013904223u;
+    x = T(lo + int((seed >> 8) % uint32_t(hi - lo + 1)));
+  }
+  return v;
+}
+
+// Regions above the serial limit, odd in both directions, with one step
+// wide enough for four 16-bit channels.
+constexpr int kW = 131, kH = 71, kStep = 8 * kW;
+constexpr ImageSize kRoi = {kW, kH};
+
+uint64_t QuantDigest() {
+  Digest d;
+  std::vector<uint8_t> raw = Random<uint8_t>(64, 1, 1, 120);
+  std::vector<uint16_t> fwd(64), inv(64);
+  d.Status(rvtiQuantFwdRawTableInit_JPEG_8u(raw.data(), 75));
+  d.Status(rvtiQuantFwdTableInit_JPEG_8u16u(raw.data(), fwd.data()));
+  d.Status(rvtiQuantInvTableInit_JPEG_8u16u(raw.data(), inv.data()));
+  std::vector<int16_t> blk = Random<int16_t>(64, 2, -2000, 2000);
+  d.Status(rvtiQuantFwd8x8_JPEG_16s_C1I(blk.data(), fwd.data()));
+  d.Add(blk);
+  d.Status(rvtiQuantInv8x8_JPEG_16s_C1I(blk.data(), inv.data()));
+  d.Add(raw), d.Add(fwd), d.Add(inv), d.Add(blk);
+  return d.value();
+}
+
+// Forward and inverse tables of a mid-quality table.
+void Tables(std::vector<uint16_t>* fwd, std::vector<uint16_t>* inv) {
+  std::vector<uint8_t> raw = Random<uint8_t>(64, 3, 2, 40);
+  fwd->resize(64), inv->resize(64);
+  rvtiQuantFwdTableInit_JPEG_8u16u(raw.data(), fwd->data());
+  rvtiQuantInvTableInit_JPEG_8u16u(raw.data(), inv->data());
+}
+
+uint64_t DctFwdDigest() {
+  Digest d;
+  std::vector<uint16_t> fwd, inv;
+  Tables(&fwd, &inv);
+  std::vector<float> ffwd(64);
+  for (int i = 0; i < 64; ++i) ffwd[size_t(i)] = 1.0f / float(3 + i % 11);
+  std::vector<int16_t> s16 = Random<int16_t>(64, 4, -128, 127), out(64);
+  d.Status(rvtiDCTQuantFwd8x8_JPEG_16s_C1(s16.data(), out.data(), fwd.data()));
+  d.Add(out);
+  d.Status(rvtiDCTQuantFwd8x8_JPEG_16s_C1I(s16.data(), fwd.data()));
+  d.Add(s16);
+  std::vector<uint8_t> s8 = Random<uint8_t>(8 * 20, 5, 0, 255);
+  d.Status(rvtiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(s8.data(), 20, out.data(), fwd.data()));
+  d.Add(out);
+  std::vector<uint16_t> s12 = Random<uint16_t>(8 * 10, 6, 0, 4095);
+  d.Status(rvtiDCTQuantFwd8x8LS_JPEG_16u16s_C1R(s12.data(), 20, out.data(), ffwd.data()));
+  d.Add(out);
+  return d.value();
+}
+
+uint64_t DctInvDigest() {
+  Digest d;
+  std::vector<uint16_t> fwd, inv;
+  Tables(&fwd, &inv);
+  const std::vector<int16_t> coef = Random<int16_t>(64, 7, -12, 12);
+  std::vector<int16_t> s16(64), io = coef;
+  d.Status(rvtiDCTQuantInv8x8_JPEG_16s_C1(coef.data(), s16.data(), inv.data()));
+  d.Status(rvtiDCTQuantInv8x8_JPEG_16s_C1I(io.data(), inv.data()));
+  d.Add(s16), d.Add(io);
+  std::vector<uint16_t> u16(8 * 12, 0xA5A5);
+  d.Status(rvtiDCTQuantInv8x8LS_JPEG_16s16u_C1R(coef.data(), u16.data(), 24, inv.data()));
+  d.Add(u16);
+  using Fn = RvtResult (*)(const int16_t*, uint8_t*, int32_t, const uint16_t*);
+  for (Fn fn : {rvtiDCTQuantInv8x8LS_JPEG_16s8u_C1R, rvtiDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R,
+                rvtiDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R, rvtiDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R,
+                rvtiDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R, rvtiDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R}) {
+    std::vector<uint8_t> u8(8 * 12, 0xA5);
+    d.Status(fn(coef.data(), u8.data(), 12, inv.data()));
+    d.Add(u8);
+  }
+  return d.value();
+}
+
+// Source and destination planes of a colour or sampling region.
+struct Planes {
+  explicit Planes(uint32_t seed) {
+    for (int c = 0; c < 4; ++c) {
+      buf[c] = Random<uint8_t>(size_t(kStep) * 2 * kH, seed + uint32_t(c), 0, 255);
+      p[c] = buf[c].data();
+    }
+  }
+  void AddTo(Digest* d) const {
+    for (const auto& b : buf) d->Add(b);
+  }
+  std::vector<uint8_t> buf[4];
+  uint8_t* p[4];
+};
+
+uint64_t ColorFwdDigest() {
+  Digest d;
+  const std::vector<uint8_t> src = Random<uint8_t>(size_t(kStep) * kH, 8, 0, 255);
+  const Planes in(9);
+  const uint8_t* const* ip = in.p;
+  const auto* s16 = reinterpret_cast<const uint16_t*>(src.data());
+  using C = RvtResult (*)(const uint8_t*, int32_t, uint8_t* const*, int32_t, ImageSize);
+  for (C fn : {rvtiRGBToYCbCr_JPEG_8u_C3P3R, rvtiBGRToYCbCr_JPEG_8u_C3P3R,
+               rvtiRGBToYCbCr_JPEG_8u_C4P3R, rvtiBGRToYCbCr_JPEG_8u_C4P3R,
+               rvtiRGBToYCbCr411_JPEG_8u_C3P3R, rvtiRGBToYCbCr411_JPEG_8u_C4P3R,
+               rvtiBGRToYCbCr411_JPEG_8u_C3P3R, rvtiBGRToYCbCr411_JPEG_8u_C4P3R,
+               rvtiRGBToYCbCr422_JPEG_8u_C3P3R, rvtiRGBToYCbCr422_JPEG_8u_C4P3R,
+               rvtiBGRToYCbCr422_JPEG_8u_C3P3R, rvtiBGRToYCbCr422_JPEG_8u_C4P3R,
+               rvtiCMYKToYCCK_JPEG_8u_C4P4R}) {
+    Planes out(10);
+    d.Status(fn(src.data(), kStep, out.p, kStep, kRoi));
+    out.AddTo(&d);
+  }
+  using C16 = RvtResult (*)(const uint16_t*, int32_t, uint8_t* const*, int32_t, ImageSize);
+  for (C16 fn : {rvtiRGB555ToYCbCr_JPEG_16u8u_C3P3R, rvtiRGB565ToYCbCr_JPEG_16u8u_C3P3R,
+                 rvtiBGR555ToYCbCr_JPEG_16u8u_C3P3R, rvtiBGR565ToYCbCr_JPEG_16u8u_C3P3R}) {
+    Planes out(10);
+    d.Status(fn(s16, kStep, out.p, kStep, kRoi));
+    out.AddTo(&d);
+  }
+  for (auto fn : {rvtiRGBToYCbCr_JPEG_8u_P3R, rvtiCMYKToYCCK_JPEG_8u_P4R}) {
+    Planes out(10);
+    d.Status(fn(ip, kStep, out.p, kStep, kRoi));
+    out.AddTo(&d);
+  }
+  using Y = RvtResult (*)(const uint8_t*, int32_t, uint8_t*, int32_t, ImageSize);
+  for (Y fn : {rvtiRGBToY_JPEG_8u_C3C1R, rvtiBGRToY_JPEG_8u_C3C1R}) {
+    Planes out(10);
+    d.Status(fn(src.data(), kStep, out.p[0], kStep, kRoi));
+    out.AddTo(&d);
+  }
+  Planes out(10);
+  d.Status(rvtiRGBToY_JPEG_8u_P3C1R(ip, kStep, out.p[0], kStep, kRoi));
+  out.AddTo(&d);
+  return d.value();
+}
+
+uint64_t ColorInvDigest() {
+  Digest d;
+  const Planes in(11);
+  const uint8_t* const* ip = in.p;
+  auto fresh = [] { return Random<uint8_t>(size_t(kStep) * kH, 12, 0, 255); };
+  using P = RvtResult (*)(const uint8_t* const*, int32_t, uint8_t*, int32_t, ImageSize);
+  for (P fn : {rvtiYCbCrToRGB_JPEG_8u_P3C3R, rvtiYCbCrToBGR_JPEG_8u_P3C3R,
+               rvtiYCbCr411ToRGB_JPEG_8u_P3C3R, rvtiYCbCr411ToBGR_JPEG_8u_P3C3R,
+               rvtiYCbCr422ToRGB_JPEG_8u_P3C3R, rvtiYCbCr422ToBGR_JPEG_8u_P3C3R,
+               rvtiYCCKToCMYK_JPEG_8u_P4C4R}) {
+    std::vector<uint8_t> out = fresh();
+    d.Status(fn(ip, kStep, out.data(), kStep, kRoi));
+    d.Add(out);
+  }
+  using A = RvtResult (*)(const uint8_t* const*, int32_t, uint8_t*, int32_t, ImageSize, uint8_t);
+  for (A fn : {rvtiYCbCrToRGB_JPEG_8u_P3C4R, rvtiYCbCrToBGR_JPEG_8u_P3C4R,
+               rvtiYCbCr411ToRGB_JPEG_8u_P3C4R, rvtiYCbCr411ToBGR_JPEG_8u_P3C4R,
+               rvtiYCbCr422ToRGB_JPEG_8u_P3C4R, rvtiYCbCr422ToBGR_JPEG_8u_P3C4R}) {
+    std::vector<uint8_t> out = fresh();
+    d.Status(fn(ip, kStep, out.data(), kStep, kRoi, 0xC3));
+    d.Add(out);
+  }
+  using P16 = RvtResult (*)(const uint8_t* const*, int32_t, uint16_t*, int32_t, ImageSize);
+  for (P16 fn : {rvtiYCbCrToRGB555_JPEG_8u16u_P3C3R, rvtiYCbCrToRGB565_JPEG_8u16u_P3C3R,
+                 rvtiYCbCrToBGR555_JPEG_8u16u_P3C3R, rvtiYCbCrToBGR565_JPEG_8u16u_P3C3R}) {
+    std::vector<uint8_t> out = fresh();
+    d.Status(fn(ip, kStep, reinterpret_cast<uint16_t*>(out.data()), kStep, kRoi));
+    d.Add(out);
+  }
+  for (auto fn : {rvtiYCbCrToRGB_JPEG_8u_P3R, rvtiYCCKToCMYK_JPEG_8u_P4R}) {
+    Planes out(13);
+    d.Status(fn(ip, kStep, out.p, kStep, kRoi));
+    out.AddTo(&d);
+  }
+  std::vector<uint8_t> out = fresh();
+  d.Status(rvtiYCbCr422ToRGB_JPEG_8u_C2C3R(in.p[0], kStep, out.data(), kStep, kRoi));
+  d.Add(out);
+  return d.value();
+}
+
+uint64_t SamplingDigest() {
+  Digest d;
+  const Planes in(14);
+  const ImageSize half = {kW / 2 + 1, kH / 2 + 1}, halfH = {kW / 2 + 1, kH};
+  const ImageSize twiceH = {2 * kW, kH};
+  struct Region {
+    RvtResult (*fn)(const uint8_t*, int32_t, ImageSize, uint8_t*, int32_t, ImageSize);
+    ImageSize src, dst;
+  };
+  for (const Region& r : {Region{rvtiSampleDownH2V1_JPEG_8u_C1R, kRoi, halfH},
+                          Region{rvtiSampleDownH2V2_JPEG_8u_C1R, kRoi, half},
+                          Region{rvtiSampleUpH2V1_JPEG_8u_C1R, kRoi, twiceH},
+                          Region{rvtiSampleUpH2V2_JPEG_8u_C1R, {kW, kH - 1}, {2 * kW, 2 * kH - 2}}}) {
+    Planes out(15);
+    d.Status(r.fn(in.p[0], kStep, r.src, out.p[0], kStep, r.dst));
+    out.AddTo(&d);
+  }
+  for (auto fn : {rvtiSampleDownRowH2V1_Box_JPEG_8u_C1, rvtiSampleUpRowH2V1_Triangle_JPEG_8u_C1}) {
+    Planes out(16);
+    d.Status(fn(in.p[1], kW, out.p[0]));
+    out.AddTo(&d);
+  }
+  for (auto fn : {rvtiSampleDownRowH2V2_Box_JPEG_8u_C1, rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1}) {
+    Planes out(16);
+    d.Status(fn(in.p[1], in.p[2], kW, out.p[0]));
+    out.AddTo(&d);
+  }
+  return d.value();
+}
+
+// Tables with every symbol the blocks below need: DC categories 0..11 in 4
+// bits, EOB, ZRL and every run/size pair up to size 10 in 8 bits.
+uint64_t HuffmanDigest() {
+  Digest d;
+  uint8_t dcBits[16] = {0, 0, 0, 12}, acBits[16] = {0, 0, 0, 0, 0, 0, 0, 162};
+  uint8_t dcVals[12], acVals[162];
+  for (int i = 0; i < 12; ++i) dcVals[i] = uint8_t(11 - i);
+  int n = 0;
+  acVals[n++] = 0x00;
+  acVals[n++] = 0xF0;
+  for (int r = 15; r >= 0; --r) {
+    for (int s = 1; s <= 10; ++s) acVals[n++] = uint8_t(r << 4 | s);
+  }
+  int sizes[4];
+  d.Status(rvtiEncodeHuffmanSpecGetBufSize_JPEG_8u(&sizes[0]));
+  d.Status(rvtiDecodeHuffmanSpecGetBufSize_JPEG_8u(&sizes[1]));
+  d.Status(rvtiEncodeHuffmanStateGetBufSize_JPEG_8u(&sizes[2]));
+  d.Status(rvtiDecodeHuffmanStateGetBufSize_JPEG_8u(&sizes[3]));
+  d.Add(sizes, 4);
+  EncodeHuffmanSpec *edc = nullptr, *eac = nullptr;
+  DecodeHuffmanSpec *ddc = nullptr, *dac = nullptr;
+  EncodeHuffmanState* es = nullptr;
+  DecodeHuffmanState* ds = nullptr;
+  d.Status(rvtiEncodeHuffmanSpecInitAlloc_JPEG_8u(dcBits, dcVals, &edc));
+  d.Status(rvtiEncodeHuffmanSpecInitAlloc_JPEG_8u(acBits, acVals, &eac));
+  d.Status(rvtiDecodeHuffmanSpecInitAlloc_JPEG_8u(dcBits, dcVals, &ddc));
+  d.Status(rvtiDecodeHuffmanSpecInitAlloc_JPEG_8u(acBits, acVals, &dac));
+  d.Status(rvtiEncodeHuffmanStateInitAlloc_JPEG_8u(&es));
+  d.Status(rvtiDecodeHuffmanStateInitAlloc_JPEG_8u(&ds));
+  d.Status(rvtiEncodeHuffmanSpecInit_JPEG_8u(dcBits, dcVals, edc));
+  d.Status(rvtiDecodeHuffmanSpecInit_JPEG_8u(acBits, acVals, dac));
+  d.Status(rvtiEncodeHuffmanStateInit_JPEG_8u(es));
+  d.Status(rvtiDecodeHuffmanStateInit_JPEG_8u(ds));
+
+  // Sparse blocks: a few non-zero coefficients of every size up to 10.
+  std::vector<int16_t> blocks = Random<int16_t>(4 * 64, 17, -1023, 1023);
+  for (size_t i = 0; i < blocks.size(); ++i) {
+    if (i % 64 && (i * 7) % 5) blocks[i] = 0;
+  }
+  std::vector<uint8_t> bits(4096, 0);
+  int pos = 0;
+  int16_t dc = 0;
+  for (int b = 0; b < 4; ++b) {
+    d.Status(rvtiEncodeHuffman8x8_JPEG_16s1u_C1(&blocks[size_t(64 * b)], bits.data(), 4096, &pos,
+                                                &dc, edc, eac, es, 0));
+  }
+  d.Status(rvtiEncodeHuffman8x8_JPEG_16s1u_C1(blocks.data(), bits.data(), 4096, &pos, &dc, edc, eac,
+                                              es, 1));
+  const int16_t diff = -517;
+  d.Status(rvtiEncodeHuffmanOne_JPEG_16s1u_C1(&diff, bits.data(), 4096, &pos, edc, es, 0));
+  d.Status(rvtiEncodeHuffmanOne_JPEG_16s1u_C1(&diff, bits.data(), 4096, &pos, edc, es, 1));
+  d.Add(bits), d.Add(&pos, 1);
+
+  std::vector<int16_t> back(4 * 64, 7);
+  int in = 0, marker = 0;
+  int16_t last = 0, one = 0;
+  for (int b = 0; b < 4; ++b) {
+    d.Status(rvtiDecodeHuffman8x8_JPEG_1u16s_C1(bits.data(), pos, &in, &back[size_t(64 * b)],
+                                                &last, &marker, ddc, dac, ds));
+  }
+  EXPECT_EQ(back, blocks);
+  d.Status(rvtiDecodeHuffmanStateInit_JPEG_8u(ds));
+  d.Status(rvtiDecodeHuffmanOne_JPEG_1u16s_C1(bits.data(), pos, &in, &one, &marker, ddc, ds));
+  d.Add(back), d.Add(&one, 1), d.Add(&in, 1);
+
+  // The direct forms, through a marker at the end.
+  std::vector<uint8_t> direct(4096, 0);
+  int dpos = 0;
+  dc = 0;
+  for (int b = 0; b < 4; ++b) {
+    d.Status(rvtiEncodeHuffman8x8_Direct_JPEG_16s1u_C1(&blocks[size_t(64 * b)], direct.data(), &dpos,
+                                                       &dc, edc, eac));
+  }
+  const int end = (dpos + 7) / 8;
+  direct[size_t(end)] = 0xFF, direct[size_t(end) + 1] = 0xD9;
+  int spos = 0, valid = 0;
+  uint32_t acc = 0;
+  last = 0, marker = 0;
+  std::vector<int16_t> dback(4 * 64, 7);
+  for (int b = 0; b < 4; ++b) {
+    d.Status(rvtiDecodeHuffman8x8_Direct_JPEG_1u16s_C1(direct.data(), &spos, &dback[size_t(64 * b)],
+                                                       &last, &marker, &acc, &valid, ddc, dac));
+  }
+  EXPECT_EQ(dback, blocks);
+  d.Add(direct), d.Add(&dpos, 1);
+
+  d.Status(rvtiEncodeHuffmanSpecFree_JPEG_8u(edc));
+  d.Status(rvtiEncodeHuffmanSpecFree_JPEG_8u(eac));
+  d.Status(rvtiDecodeHuffmanSpecFree_JPEG_8u(ddc));
+  d.Status(rvtiDecodeHuffmanSpecFree_JPEG_8u(dac));
+  d.Status(rvtiEncodeHuffmanStateFree_JPEG_8u(es));
+  d.Status(rvtiDecodeHuffmanStateFree_JPEG_8u(ds));
+  return d.value();
+}
+
+TEST(Abi, FamiliesGiveTheirDefinedResults) {
+  struct Family {
+    const char* name;
+    uint64_t (*digest)();
+    uint64_t want;
+  };
+  for (const Family& f : {Family{"quantization", QuantDigest, 0xa96d6043e044ceb2ull},
+                          Family{"forward DCT", DctFwdDigest, 0x1ff4ff016483aa81ull},
+                          Family{"inverse DCT", DctInvDigest, 0x1eb93bf41c458061ull},
+                          Family{"colour, forward", ColorFwdDigest, 0xcc8763973dbd75aaull},
+                          Family{"colour, inverse", ColorInvDigest, 0x9b67bd0763eca78aull},
+                          Family{"chroma sampling", SamplingDigest, 0x80ce752c8aa923dcull},
+                          Family{"Huffman", HuffmanDigest, 0xcce45a81ea2fb0f6ull}}) {
+    EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
+  }
 }
 
 TEST(Abi, CoreHelpers) {
