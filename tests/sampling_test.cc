@@ -235,8 +235,8 @@ TEST(Sampling, UnreadBytesDoNotChangeOutputs) {
       const int32_t dst_step = ow + int32_t(rng.Uniform(0, 9));
       const int dst_mis = int(rng.Uniform(0, 3));
       for (const auto& [name, fn] : e.targets) {
-        const std::string label =
-            std::string(e.name) + " " + name + " " + std::to_string(sh.w) + "x" + std::to_string(sh.h);
+        const std::string label = std::string(e.name) + " " + name + " " +
+                                  std::to_string(sh.w) + "x" + std::to_string(sh.h);
         src.Poison(1);
         GuardedPlane<uint8_t> first(ow, sh.h, dst_step, dst_mis);
         ASSERT_EQ(fn(src.data(), src.step(), sh.w, sh.h, first.data(), dst_step), rvtStatusOk);
