@@ -391,6 +391,10 @@ RvtResult rvtiYCbCr422ToRGB_JPEG_8u_C2C3R(const uint8_t* pSrc, int32_t srcStep,
 
 /* ------------------------------------------------------------- chroma sampling */
 
+/* Threading: the region forms DownH2V1, DownH2V2 and UpH2V2 are threaded,
+ * counting the pixels of the destination region; UpH2V1 and the four row
+ * forms run on the calling thread. */
+
 /* Down-sampling of a whole region by 2 horizontally (threaded):
  *   dst(i, y) = (src(2i, y) + src(2i+1, y) + 1) >> 1.
  * The destination size sets the work: 2*dstRoiSize.width samples of each of

@@ -1,6 +1,6 @@
-// Chroma sampling: known answers; every compiled target against the
-// reference with each source in a window of exactly the samples it may
-// read, under two poisons of everything else; reads flush against
+// Chroma sampling: known answers; the registered differential checks, each
+// source a window of exactly the samples the export may read; outputs that
+// do not change under two poisons of everything else; reads flush against
 // inaccessible pages; argument checks in order with nothing written.
 #include <algorithm>
 #include <functional>
@@ -30,24 +30,25 @@ struct Export {
   bool row;
 };
 
+// Binds an entry of any sampling export to the call shape above.
+template <class Fn>
+RvtResult Bind(Fn fn, const uint8_t* s, int32_t st, int w, int h, uint8_t* d, int32_t ds) {
+  if constexpr (std::is_invocable_v<Fn, const uint8_t*, int32_t, uint8_t*>) {
+    return fn(s, w, d);
+  } else if constexpr (std::is_invocable_v<Fn, const uint8_t*, const uint8_t*, int32_t, uint8_t*>) {
+    return fn(s, s + st, w, d);
+  } else {
+    return fn(s, st, {1, 1}, d, ds, {w, h});
+  }
+}
+
 template <class Fn>
 std::vector<std::pair<std::string, Call>> Calls(const Impl<Fn>& impl) {
   std::vector<std::pair<std::string, Call>> out;
   for (const auto& t : test::AllTargets(impl)) {
     const Fn fn = t.fn;
-    Call c;
-    if constexpr (std::is_invocable_v<Fn, const uint8_t*, int32_t, uint8_t*>) {
-      c = [fn](const uint8_t* s, int32_t, int w, int, uint8_t* d, int32_t) { return fn(s, w, d); };
-    } else if constexpr (std::is_invocable_v<Fn, const uint8_t*, const uint8_t*, int32_t, uint8_t*>) {
-      c = [fn](const uint8_t* s, int32_t st, int w, int, uint8_t* d, int32_t) {
-        return fn(s, s + st, w, d);
-      };
-    } else {
-      c = [fn](const uint8_t* s, int32_t st, int w, int h, uint8_t* d, int32_t ds) {
-        return fn(s, st, {1, 1}, d, ds, {w, h});
-      };
-    }
-    out.push_back({t.name, c});
+    out.push_back({t.name, [fn](const uint8_t* s, int32_t st, int w, int h, uint8_t* d,
+                                int32_t ds) { return Bind(fn, s, st, w, h, d, ds); }});
   }
   return out;
 }
@@ -56,25 +57,31 @@ int Same(int w) { return w; }
 int HalfUp(int w) { return (w + 1) / 2; }
 int Twice(int w) { return 2 * w; }
 
+// The samples each export may read.  Odd widths of the down rows read the
+// padding sample past the row.
+Window DownH2V1Window(int w, int h) { return {2 * w, h, 0, 0}; }
+Window DownH2V2Window(int w, int h) { return {2 * w, 2 * h, 0, 0}; }
+Window UpH2V1Window(int w, int h) { return {w / 2 + 2, h, 1, 0}; }
+Window UpH2V2Window(int w, int h) { return {w / 2 + 2, h / 2 + 2, 1, 1}; }
+Window DownRowH2V1Window(int w, int) { return {2 * HalfUp(w), 1, 0, 0}; }
+Window DownRowH2V2Window(int w, int) { return {2 * HalfUp(w), 2, 0, 0}; }
+Window UpRowH2V1Window(int w, int) { return {w, 1, 0, 0}; }
+Window UpRowH2V2Window(int w, int) { return {w, 2, 0, 0}; }
+
 const std::vector<Export>& Exports() {
   static const std::vector<Export> e = {
-      {"DownH2V1", [](int w, int h) { return Window{2 * w, h, 0, 0}; }, Same,
-       Calls(impl_rvtiSampleDownH2V1_JPEG_8u_C1R), false},
-      {"DownH2V2", [](int w, int h) { return Window{2 * w, 2 * h, 0, 0}; }, Same,
-       Calls(impl_rvtiSampleDownH2V2_JPEG_8u_C1R), false},
-      {"UpH2V1", [](int w, int h) { return Window{w / 2 + 2, h, 1, 0}; }, Same,
-       Calls(impl_rvtiSampleUpH2V1_JPEG_8u_C1R), false},
-      {"UpH2V2", [](int w, int h) { return Window{w / 2 + 2, h / 2 + 2, 1, 1}; }, Same,
-       Calls(impl_rvtiSampleUpH2V2_JPEG_8u_C1R), false},
-      // Odd widths read the padding sample past the row.
-      {"DownRowH2V1", [](int w, int) { return Window{2 * HalfUp(w), 1, 0, 0}; }, HalfUp,
-       Calls(impl_rvtiSampleDownRowH2V1_Box_JPEG_8u_C1), true},
-      {"DownRowH2V2", [](int w, int) { return Window{2 * HalfUp(w), 2, 0, 0}; }, HalfUp,
-       Calls(impl_rvtiSampleDownRowH2V2_Box_JPEG_8u_C1), true},
-      {"UpRowH2V1", [](int w, int) { return Window{w, 1, 0, 0}; }, Twice,
-       Calls(impl_rvtiSampleUpRowH2V1_Triangle_JPEG_8u_C1), true},
-      {"UpRowH2V2", [](int w, int) { return Window{w, 2, 0, 0}; }, Twice,
-       Calls(impl_rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1), true},
+      {"DownH2V1", DownH2V1Window, Same, Calls(impl_rvtiSampleDownH2V1_JPEG_8u_C1R), false},
+      {"DownH2V2", DownH2V2Window, Same, Calls(impl_rvtiSampleDownH2V2_JPEG_8u_C1R), false},
+      {"UpH2V1", UpH2V1Window, Same, Calls(impl_rvtiSampleUpH2V1_JPEG_8u_C1R), false},
+      {"UpH2V2", UpH2V2Window, Same, Calls(impl_rvtiSampleUpH2V2_JPEG_8u_C1R), false},
+      {"DownRowH2V1", DownRowH2V1Window, HalfUp, Calls(impl_rvtiSampleDownRowH2V1_Box_JPEG_8u_C1),
+       true},
+      {"DownRowH2V2", DownRowH2V2Window, HalfUp, Calls(impl_rvtiSampleDownRowH2V2_Box_JPEG_8u_C1),
+       true},
+      {"UpRowH2V1", UpRowH2V1Window, Twice, Calls(impl_rvtiSampleUpRowH2V1_Triangle_JPEG_8u_C1),
+       true},
+      {"UpRowH2V2", UpRowH2V2Window, Twice, Calls(impl_rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1),
+       true},
   };
   return e;
 }
@@ -125,47 +132,120 @@ TEST(Sampling, KnownAnswers) {
   }
 }
 
+// ------------------------------------------------------------ differential checks
+// Each source buffer is the window of samples the export may read and
+// nothing else: the harness's guard bytes around it stand for everything
+// the export must not read, so a target that reads past its window gives
+// other outputs than the reference on the same bytes.  Case k.arg[0] is the
+// origin inside the window; the region forms get the source size in
+// arg[1], arg[2] (only checked to be positive).
+
 struct Shape {
   int w, h;
 };
-std::vector<Shape> Shapes(bool row) {
+
+// Widths 1..67 (every vector remainder of every target) at odd heights,
+// padded steps and misaligned starts; odd sizes past the vector widths;
+// both sides of the threading limit for the threaded forms; last, the
+// region of a full-HD plane's chroma, or one of its rows.
+std::vector<Shape> CheckShapes(bool row, bool threaded, int hd_row) {
   std::vector<Shape> s;
-  for (int w = 1; w <= 40; ++w) s.push_back({w, row ? 1 : 1 + w % 4});
-  for (int w : {63, 64, 65, 127, 128, 129, 255, 257, 1921}) s.push_back({w, row ? 1 : 3});
-  if (!row) {  // both sides of the threading limit, and a tall region
-    for (Shape t : {Shape{8192, 1}, {8193, 1}, {128, 64}, {2731, 3}, {97, 131}}) s.push_back(t);
+  for (int w = 1; w <= 67; ++w) s.push_back({w, row ? 1 : 1 + w % 4});
+  for (int w : {127, 129, 255, 257, 1921}) s.push_back({w, row ? 1 : 3});
+  if (threaded) {
+    for (Shape t : {Shape{8192, 1}, {8193, 1}, {2731, 3}, {97, 131}}) s.push_back(t);
   }
+  s.push_back(row ? Shape{hd_row, 1} : Shape{1920, 1080});
   return s;
 }
 
-// All targets, the reference too, under two poisons of the unreadable bytes
-// and with 1 and 2 threads, equal the reference and write only their region.
-TEST(Sampling, TargetsMatchReference) {
+template <class Fn>
+test::CaseCheck<Fn> WindowCheck(Window (*window)(int, int), int (*out_w)(int), bool row,
+                                bool threaded, int hd_row = 0) {
+  auto make = [=](test::Rng& rng) {
+    std::vector<test::Case> cases;
+    for (const Shape& sh : CheckShapes(row, threaded, hd_row)) {
+      const Window win = window(sh.w, sh.h);
+      const int pad = sh.w % 5, ow = out_w(sh.w);
+      test::Case k;
+      k.label = std::to_string(sh.w) + "x" + std::to_string(sh.h);
+      k.roi = {sh.w, sh.h};
+      k.in.push_back(test::PlaneOf<uint8_t>(win.ww, win.wh, win.ww + pad, sh.w % 3));
+      k.in[0].Fill(rng, uint8_t(0), uint8_t(255));
+      k.arg[0] = int64_t(win.oy) * k.in[0].step() + win.ox;
+      k.arg[1] = std::max(win.ww - 2 * win.ox, 1);
+      k.arg[2] = std::max(win.wh - 2 * win.oy, 1);
+      k.out.push_back(test::PlaneOf<uint8_t>(ow, sh.h, ow + 2 * pad, (sh.w / 3) % 4));
+      cases.push_back(std::move(k));
+    }
+    return cases;
+  };
+  auto call = [](auto fn, test::Case& k) -> RvtResult {
+    const uint8_t* s = k.in[0].as<uint8_t>() + k.arg[0];
+    uint8_t* d = k.out[0].as<uint8_t>();
+    using F = decltype(fn);
+    if constexpr (std::is_invocable_v<F, const uint8_t*, int32_t, ImageSize, uint8_t*, int32_t,
+                                      ImageSize>) {
+      return fn(s, k.in[0].step(), ImageSize{int(k.arg[1]), int(k.arg[2])}, d, k.out[0].step(),
+                k.roi);
+    } else {
+      return Bind(fn, s, k.in[0].step(), k.roi.width, 1, d, 0);
+    }
+  };
+  return test::Cases{make, call, threaded ? std::vector<int>{1, 2} : std::vector<int>{1}};
+}
+
+using RegionFn = decltype(&rvtiSampleDownH2V1_JPEG_8u_C1R);
+using Row1Fn = decltype(&rvtiSampleDownRowH2V1_Box_JPEG_8u_C1);
+using Row2Fn = decltype(&rvtiSampleDownRowH2V2_Box_JPEG_8u_C1);
+
+// DownH2V1, DownH2V2 and UpH2V2 follow the threading rule; UpH2V1 and the
+// row forms run on the calling thread.
+RVT_CHECKASM(rvtiSampleDownH2V1_JPEG_8u_C1R,
+             WindowCheck<RegionFn>(DownH2V1Window, Same, false, test::kThreaded));
+RVT_CHECKASM(rvtiSampleDownH2V2_JPEG_8u_C1R,
+             WindowCheck<RegionFn>(DownH2V2Window, Same, false, test::kThreaded));
+RVT_CHECKASM(rvtiSampleUpH2V1_JPEG_8u_C1R, WindowCheck<RegionFn>(UpH2V1Window, Same, false, false));
+RVT_CHECKASM(rvtiSampleUpH2V2_JPEG_8u_C1R,
+             WindowCheck<RegionFn>(UpH2V2Window, Same, false, test::kThreaded));
+RVT_CHECKASM(rvtiSampleDownRowH2V1_Box_JPEG_8u_C1,
+             WindowCheck<Row1Fn>(DownRowH2V1Window, HalfUp, true, false, 1920));
+RVT_CHECKASM(rvtiSampleDownRowH2V2_Box_JPEG_8u_C1,
+             WindowCheck<Row2Fn>(DownRowH2V2Window, HalfUp, true, false, 1920));
+RVT_CHECKASM(rvtiSampleUpRowH2V1_Triangle_JPEG_8u_C1,
+             WindowCheck<Row1Fn>(UpRowH2V1Window, Twice, true, false, 960));
+RVT_CHECKASM(rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1,
+             WindowCheck<Row2Fn>(UpRowH2V2Window, Twice, true, false, 960));
+
+// ------------------------------------------------------------ read tests
+
+// Every entry, the reference too, gives the same output under two poisons
+// of every byte outside its window, and writes only its region (the shapes
+// of the checks but the full-HD one).
+TEST(Sampling, UnreadBytesDoNotChangeOutputs) {
   test::Rng rng(11);
   for (const Export& e : Exports()) {
-    for (const Shape& sh : Shapes(e.row)) {
+    std::vector<Shape> shapes = CheckShapes(e.row, !e.row, 0);
+    shapes.pop_back();
+    for (const Shape& sh : shapes) {
       const Window win = e.window(sh.w, sh.h);
       const int pad = int(rng.Uniform(0, 9)), ow = e.out_w(sh.w);
       WindowPlane src(win.ww, win.wh, win.ox, win.oy, win.ww + pad, int(rng.Uniform(0, 3)));
       src.FillWindow(rng);
       const int32_t dst_step = ow + int32_t(rng.Uniform(0, 9));
       const int dst_mis = int(rng.Uniform(0, 3));
-      GuardedPlane<uint8_t> want(ow, sh.h, dst_step, dst_mis);
-      ASSERT_EQ(e.targets.back().second(src.data(), src.step(), sh.w, sh.h, want.data(), dst_step),
-                rvtStatusOk);
-      test::WithThreads({1, 2}, [&](int threads) {
-        for (const auto& [name, fn] : e.targets) {
-          for (uint64_t poison : {1, 2}) {
-            src.Poison(poison);
-            GuardedPlane<uint8_t> got(ow, sh.h, dst_step, dst_mis);
-            ASSERT_EQ(fn(src.data(), src.step(), sh.w, sh.h, got.data(), dst_step), rvtStatusOk);
-            ASSERT_TRUE(test::Matches(want, got,
-                                      std::string(e.name) + " " + name + " " +
-                                          std::to_string(sh.w) + "x" + std::to_string(sh.h) +
-                                          " threads " + std::to_string(threads)));
-          }
-        }
-      });
+      for (const auto& [name, fn] : e.targets) {
+        const std::string label = std::string(e.name) + " " + name + " " +
+                                  std::to_string(sh.w) + "x" + std::to_string(sh.h);
+        src.Poison(1);
+        GuardedPlane<uint8_t> first(ow, sh.h, dst_step, dst_mis);
+        ASSERT_EQ(fn(src.data(), src.step(), sh.w, sh.h, first.data(), dst_step), rvtStatusOk);
+        src.Poison(2);
+        GuardedPlane<uint8_t> second(ow, sh.h, dst_step, dst_mis);
+        ASSERT_EQ(fn(src.data(), src.step(), sh.w, sh.h, second.data(), dst_step), rvtStatusOk);
+        ASSERT_TRUE(test::Matches(first, second, label));
+        ASSERT_TRUE(first.GuardsIntact()) << label;
+      }
     }
   }
 }

@@ -81,8 +81,10 @@ HWY_INLINE auto PackU8Blockwise(V16 a, V16 b) {
     return hn::Vec<decltype(d8)>{_mm512_packus_epi16(a.raw, b.raw)};
   } else if constexpr (sizeof(a.raw) == 32) {
     return hn::Vec<decltype(d8)>{_mm256_packus_epi16(a.raw, b.raw)};
-  } else {
+  } else if constexpr (hn::MaxLanes(D16()) == 8) {
     return hn::Vec<decltype(d8)>{_mm_packus_epi16(a.raw, b.raw)};
+  } else {
+    return PackU8OrderedPortable(a, b);  // under 128 bits: one block, in lane order
   }
 #else
   static_assert(hn::MaxLanes(D16()) <= 8, "portable form: one block per vector");
@@ -102,8 +104,11 @@ HWY_INLINE auto PackU8Ordered(V16 a, V16 b) {
   } else if constexpr (sizeof(a.raw) == 32) {
     return hn::Vec<decltype(d8)>{
         _mm256_permute4x64_epi64(_mm256_packus_epi16(a.raw, b.raw), _MM_SHUFFLE(3, 1, 2, 0))};
-  } else {
+  } else if constexpr (hn::MaxLanes(D16()) == 8) {
     return hn::Vec<decltype(d8)>{_mm_packus_epi16(a.raw, b.raw)};
+  } else {
+    // Under 128 bits the pack would put a's unused upper lanes before b.
+    return PackU8OrderedPortable(a, b);
   }
 #else
   return PackU8OrderedPortable(a, b);
