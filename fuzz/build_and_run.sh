@@ -21,12 +21,12 @@ common=(-std=c++20 -O1 -g -fno-omit-frame-pointer -mssse3 -DHWY_DISABLED_TARGETS
         -I"$root/include" -I"$root/src" -I"$root/core" -I"$here")
 san=(-fsanitize=address,undefined -fno-sanitize-recover=undefined)
 
-sources=(src/jpeg/huffman_tables.cc src/jpeg/huffman_baseline.cc src/frame/memory.cc
-         core/rvtcore.cc)
+sources=(src/jpeg/huffman_tables.cc src/jpeg/huffman_encode.cc src/jpeg/huffman_decode.cc
+         src/frame/memory.cc core/rvtcore.cc)
 objs=()
 for s in "${sources[@]}"; do
   o="$out/obj/$(basename "${s%.cc}").o"
-  if [[ ! -f "$o" || "$root/$s" -nt "$o" || "$root/src/jpeg/huffman_coding.h" -nt "$o" ]]; then
+  if [[ ! -f "$o" || "$root/$s" -nt "$o" || -n $(find "$root/src/jpeg" "$root/src/frame" -name '*.h' -newer "$o") ]]; then
     "$cxx" "${common[@]}" "${san[@]}" -fsanitize=fuzzer-no-link -fopenmp -c "$root/$s" -o "$o"
   fi
   objs+=("$o")

@@ -13,7 +13,7 @@
 
 #include "frame/dispatch.h"
 #include "../examples/jpeg_tables.h"
-#include "jpeg/huffman_coding.h"
+#include "jpeg/huffman_bits.h"
 
 namespace rvt::fuzz {
 
