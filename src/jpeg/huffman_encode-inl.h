@@ -187,8 +187,13 @@ HWY_INLINE int CopyStuffed(uint8_t* dst, const uint8_t* stage, int n) {
   return o;
 }
 
-// The code bits of a spec entry.
-HWY_INLINE uint64_t CodeBits(uint32_t e, uint32_t) { return uint64_t(e & 0xFFFF); }
+// The code of a spec entry as the careful writer sends it: its low n bits,
+// n being the entry's length field (masked to 0..31 by the caller; only
+// lengths 1..16 reach the output, the others send the block to the careful
+// writer).  Specs filled by hand may hold bits above the length.
+HWY_INLINE uint64_t CodeBits(uint32_t e, uint32_t n) {
+  return uint64_t(e & 0xFFFF & ((1u << n) - 1));
+}
 
 // The symbols of one block into the staging area; the DC predictor moves
 // on.  Returns false when a symbol has no code (or category 16 meets a run
