@@ -83,6 +83,18 @@ inline Table ReadTable(Input& in, bool example, bool dc) {
   return t;
 }
 
+// Overwrites bytes of a built spec or a state with bytes of the input, as a
+// caller's hand-filled or damaged copy may hold them: a count (0..63), then
+// that many (offset high, offset low, byte) triples.
+template <class T>
+void Patch(Input& in, T* obj) {
+  auto* p = reinterpret_cast<uint8_t*>(obj);
+  for (int n = in.U8() % 64; n > 0; --n) {
+    const size_t at = (size_t(in.U8()) << 8 | in.U8()) % sizeof(T);
+    p[at] = in.U8();
+  }
+}
+
 // The paths of an export this processor runs: careful reference first.
 template <class Fn>
 std::vector<Fn> Paths(const Impl<Fn>& impl) {

@@ -1,9 +1,11 @@
 // Baseline block coding: exact bits of hand-built cases, stuffing, flushes,
-// markers, the guard positions past 63, argument checks; long round trips
-// of real photo coefficients and extremes with restart intervals through
-// every compiled path; destinations cut at every byte and sources cut at
-// every length, with the fast and careful paths giving the same bytes,
-// states and statuses.
+// markers, the guard positions past 63, bits of hand-filled specs outside
+// their fields, argument checks; long round trips of real photo
+// coefficients and extremes with restart intervals; destinations cut at
+// every byte and sources cut at every length, with the fast and careful
+// paths giving the same bytes, states and statuses; and the registered
+// differential checks of both block coders, over built, hand-filled and
+// damaged specs and any states.
 #include <gtest/gtest.h>
 
 #include <algorithm>

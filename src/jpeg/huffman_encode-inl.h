@@ -79,7 +79,7 @@ HWY_INLINE int BitLengthNZ(uint32_t a) { return (__builtin_clz(a) ^ 31) + 1; }
 struct ZigzagBlock {
   // Per zig-zag position: the magnitude category and the value bits before
   // masking (v, or v - 1 when negative).
-  alignas(64) uint8_t size[64];
+  alignas(64) int32_t size[64];
   alignas(64) int16_t bits[64];
   uint64_t Load(const int16_t* block) {
     const hn::Full512<int16_t> d16;
@@ -87,7 +87,6 @@ struct ZigzagBlock {
     const hn::Full512<uint32_t> du32;
     const hn::Full512<int32_t> d32;
     const hn::Full512<float> df;
-    const hn::Rebind<uint8_t, decltype(d32)> d8;
     const auto lo = hn::LoadU(d16, block);
     const auto hi = hn::LoadU(d16, block + 32);
     const hn::Vec<decltype(d16)> z[2] = {
@@ -106,7 +105,7 @@ struct ZigzagBlock {
                                        : hn::LowerHalf(a)));
         const auto e = hn::ShiftRight<23>(hn::BitCast(d32, hn::ConvertTo(df, a32)));
         const auto n = hn::Max(hn::Sub(e, hn::Set(d32, 126)), hn::Zero(d32));
-        hn::Store(hn::DemoteTo(d8, n), d8, size + 32 * h + 16 * q);
+        hn::Store(n, d32, size + 32 * h + 16 * q);
       }
     }
     uint64_t m;
@@ -188,12 +187,12 @@ HWY_INLINE int CopyStuffed(uint8_t* dst, const uint8_t* stage, int n) {
 }
 
 // The code of a spec entry as the careful writer sends it: its low n bits,
-// n being the entry's length field (masked to 0..31 by the caller; only
-// lengths 1..16 reach the output, the others send the block to the careful
-// writer).  Specs filled by hand may hold bits above the length.
-HWY_INLINE uint64_t CodeBits(uint32_t e, uint32_t n) {
-  return uint64_t(e & 0xFFFF & ((1u << n) - 1));
-}
+// n being the entry's length field masked to 0..31 (only lengths 1..16
+// reach the output; the others send the block to the careful writer).
+// Specs filled by hand may hold bits above the length.  One load and one
+// AND: a mask computed from n costs the symbol loop several instructions
+// on targets without BMI2.
+HWY_INLINE uint64_t CodeBits(uint32_t e, uint32_t n) { return e & kCodeMask.v[n]; }
 
 // The symbols of one block into the staging area; the DC predictor moves
 // on.  Returns false when a symbol has no code (or category 16 meets a run

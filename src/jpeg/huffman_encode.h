@@ -188,6 +188,15 @@ inline RvtResult EncodeDirectRef(const int16_t* block, uint8_t* dst, int* bitpos
 
 // ------------------------------------------------------------ kernel tables
 
+// The low n bits of a code, by n = 0..31 (lengths above 16 code nothing).
+struct CodeMaskTable {
+  uint32_t v[32];
+  constexpr CodeMaskTable() : v() {
+    for (int n = 0; n <= 16; ++n) v[n] = (1u << n) - 1;
+  }
+};
+inline constexpr CodeMaskTable kCodeMask{};
+
 // Zig-zag order as 16-bit lane indices into the block seen as 64 lanes.
 struct ZigzagLanesTable {
   alignas(64) uint16_t v[64];
