@@ -44,6 +44,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   RVT_REF(rvtiDecodeHuffmanSpecInit_JPEG_8u)(dc.bits, dc.vals, &dspec);  // partly built on error: fine
   RVT_REF(rvtiDecodeHuffmanSpecInit_JPEG_8u)(ac.bits, ac.vals, &aspec);
   if (!jpeg) {
+    if (mode & 0x80) {
+      StrayBits(in, &dspec);
+      StrayBits(in, &aspec);
+    }
     if (mode & 0x10) Patch(in, &dspec);
     if (mode & 0x20) Patch(in, &aspec);
     if (mode & 0x40) Patch(in, &st0);

@@ -33,6 +33,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const bool dc_ok = RVT_REF(rvtiEncodeHuffmanSpecInit_JPEG_8u)(dc.bits, dc.vals, &espec[0]) == rvtStatusOk;
   const bool ac_ok = RVT_REF(rvtiEncodeHuffmanSpecInit_JPEG_8u)(ac.bits, ac.vals, &espec[1]) == rvtStatusOk;
   if (mode & 8) {
+    StrayBits(in, &espec[0]);
+    StrayBits(in, &espec[1]);
     Patch(in, &espec[0]);
     Patch(in, &espec[1]);
   }
