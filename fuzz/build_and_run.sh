@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the Huffman fuzz targets (libFuzzer, AddressSanitizer and
+# Builds the fuzz targets of the bitstream readers (Huffman, PackBits; libFuzzer,
+# AddressSanitizer and
 # UndefinedBehaviorSanitizer, clang) from the library sources they need, and
 # runs each for an equal share of SECONDS (default 60).  Any crash, sanitizer
 # report or disagreement between code paths fails the script.
@@ -39,8 +40,8 @@ current() {
   return 0
 }
 
-sources=(src/jpeg/huffman_tables.cc src/jpeg/huffman_baseline.cc src/frame/memory.cc
-         core/rvtcore.cc)
+sources=(src/jpeg/huffman_tables.cc src/jpeg/huffman_encode.cc src/jpeg/huffman_decode.cc
+         src/tiff/packbits.cc src/frame/memory.cc core/rvtcore.cc)
 objs=()
 for s in "${sources[@]}"; do
   o="$out/obj/$(basename "${s%.cc}").o"
@@ -51,7 +52,7 @@ for s in "${sources[@]}"; do
 done
 
 targets=(huffman_decode8x8_fuzzer huffman_decode_one_fuzzer huffman_decode_direct_fuzzer
-         huffman_encode8x8_fuzzer)
+         huffman_encode8x8_fuzzer tiff_unpack_fuzzer)
 for t in "${targets[@]}"; do
   "$cxx" "${common[@]}" "${san[@]}" -fsanitize=fuzzer -fopenmp "$here/$t.cc" "${objs[@]}" \
     -lhwy -o "$out/$t"

@@ -13,7 +13,7 @@
 
 #include "frame/dispatch.h"
 #include "../examples/jpeg_tables.h"
-#include "jpeg/huffman_coding.h"
+#include "jpeg/huffman_bits.h"
 
 namespace rvt::fuzz {
 
@@ -81,6 +81,42 @@ inline Table ReadTable(Input& in, bool example, bool dc) {
   for (uint8_t b : t.bits) total += b;
   in.Bytes(t.vals, size_t(total < 256 ? total : 256));
   return t;
+}
+
+// Overwrites bytes of a built spec or a state with bytes of the input, as a
+// caller's hand-filled or damaged copy may hold them: a count (0..63), then
+// that many (offset high, offset low, byte) triples.
+template <class T>
+void Patch(Input& in, T* obj) {
+  auto* p = reinterpret_cast<uint8_t*>(obj);
+  for (int n = in.U8() % 64; n > 0; --n) {
+    const size_t at = (size_t(in.U8()) << 8 | in.U8()) % sizeof(T);
+    p[at] = in.U8();
+  }
+}
+
+// Bits a hand-filled spec may carry outside the fields the coders read,
+// drawn from a seed of the input: above each encoder code's length and above
+// its length field; in a decoder lookup entry between the symbol and the
+// length and (now and then) above the length; above each symbol in values.
+inline uint32_t NextBits(uint32_t& x) {
+  x ^= x << 13;
+  x ^= x >> 17;
+  x ^= x << 5;
+  return x;
+}
+inline void StrayBits(Input& in, EncodeHuffmanSpec* s) {
+  uint32_t x = in.U32() | 1;
+  for (uint32_t& e : s->entry) {
+    const uint32_t n = (e >> 16) & 0xFF;
+    if (n >= 1 && n < 16) e |= NextBits(x) & 0xFFFFu & ~((1u << n) - 1);
+    e |= NextBits(x) & 0xFF000000u;
+  }
+}
+inline void StrayBits(Input& in, DecodeHuffmanSpec* s) {
+  uint32_t x = in.U32() | 1;
+  for (uint32_t& e : s->lookup) e |= NextBits(x) & ((x & 0xF00) ? 0x0000FF00u : 0xFF00FF00u);
+  for (uint16_t& v : s->values) v |= uint16_t(NextBits(x) & 0xFF00u);
 }
 
 // The paths of an export this processor runs: careful reference first.

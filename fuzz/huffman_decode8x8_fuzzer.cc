@@ -1,5 +1,6 @@
-// Block decoder on hostile input: fuzzed tables (over-full ones included),
-// fuzzed states, markers and fill bytes anywhere, truncated data.  Every
+// Block decoder on hostile input: fuzzed tables (over-full ones included)
+// and built specs with bytes overwritten as a hand-filled copy may hold
+// them, fuzzed states, markers and fill bytes anywhere, truncated data.  Every
 // path this processor runs must return a defined status, read nothing
 // outside the source, write nothing outside the block, and agree with the
 // careful path on every output, position and state.
@@ -26,9 +27,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   DecodeHuffmanState st0{};
   int marker0 = 0;
   int16_t dc0 = 0;
-  if (!FromJpeg(data, size, &dc, &ac, &src)) {
-    Input in(data, size);
-    const uint8_t mode = in.U8();
+  Input in(data, size);
+  const bool jpeg = FromJpeg(data, size, &dc, &ac, &src);
+  const uint8_t mode = jpeg ? 0 : in.U8();
+  if (!jpeg) {
     dc = ReadTable(in, mode & 1, true);
     ac = ReadTable(in, mode & 2, false);
     if (mode & 4) {
@@ -37,11 +39,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     if (mode & 8) marker0 = in.U8();
     dc0 = int16_t(in.U32());
-    src = in.Rest();
   }
   DecodeHuffmanSpec dspec, aspec;
   RVT_REF(rvtiDecodeHuffmanSpecInit_JPEG_8u)(dc.bits, dc.vals, &dspec);  // partly built on error: fine
   RVT_REF(rvtiDecodeHuffmanSpecInit_JPEG_8u)(ac.bits, ac.vals, &aspec);
+  if (!jpeg) {
+    if (mode & 0x80) {
+      StrayBits(in, &dspec);
+      StrayBits(in, &aspec);
+    }
+    if (mode & 0x10) Patch(in, &dspec);
+    if (mode & 0x20) Patch(in, &aspec);
+    if (mode & 0x40) Patch(in, &st0);
+    src = in.Rest();
+  }
 
   const int len = int(src.size());
   std::unique_ptr<uint8_t[]> exact(new uint8_t[src.size()]);

@@ -1,4 +1,5 @@
-// Stateless block decoder on hostile input.  It has no source bound, so
+// Stateless block decoder on hostile input: fuzzed tables, built or with
+// bytes overwritten as a hand-filled copy may hold them.  It has no source bound, so
 // (as its callers must) the data handed to it ends with a marker; it must
 // stop there, never read past it, and never write outside the block.
 #include <memory>
@@ -18,6 +19,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   DecodeHuffmanSpec dspec, aspec;
   RVT_REF(rvtiDecodeHuffmanSpecInit_JPEG_8u)(dc.bits, dc.vals, &dspec);
   RVT_REF(rvtiDecodeHuffmanSpecInit_JPEG_8u)(ac.bits, ac.vals, &aspec);
+  if (mode & 0x10) Patch(in, &dspec);
+  if (mode & 0x20) Patch(in, &aspec);
   std::vector<uint8_t> src = in.Rest();
   const int n = int(src.size());
   src.push_back(0xFF);

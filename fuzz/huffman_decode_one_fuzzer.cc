@@ -1,4 +1,5 @@
-// Single-value decoder on hostile input: fuzzed tables and states, markers,
+// Single-value decoder on hostile input: fuzzed tables (built, or with bytes
+// overwritten as a hand-filled copy may hold them) and states, markers,
 // fill bytes and truncation give defined statuses and no access outside
 // the source or the value.
 #include <memory>
@@ -18,6 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   int marker = (mode & 8) ? in.U8() : 0;
   DecodeHuffmanSpec spec;
   RVT_REF(rvtiDecodeHuffmanSpecInit_JPEG_8u)(t.bits, t.vals, &spec);
+  if (mode & 0x10) Patch(in, &spec);
   const std::vector<uint8_t> src = in.Rest();
   const int len = int(src.size());
   std::unique_ptr<uint8_t[]> exact(new uint8_t[src.size()]);

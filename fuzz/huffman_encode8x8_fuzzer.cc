@@ -1,4 +1,5 @@
-// Block encoder on hostile input: fuzzed blocks, tables, states and
+// Block encoder on hostile input: fuzzed blocks, tables (and built specs
+// with bytes overwritten as a hand-filled copy may hold them), states and
 // destination lengths.  Every path this processor runs must agree with the
 // careful path on status, bytes, position, state and predictor, never write
 // past the length, and what it encodes (with tables the builders accept and
@@ -31,6 +32,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   EncodeHuffmanSpec espec[2];
   const bool dc_ok = RVT_REF(rvtiEncodeHuffmanSpecInit_JPEG_8u)(dc.bits, dc.vals, &espec[0]) == rvtStatusOk;
   const bool ac_ok = RVT_REF(rvtiEncodeHuffmanSpecInit_JPEG_8u)(ac.bits, ac.vals, &espec[1]) == rvtStatusOk;
+  if (mode & 8) {
+    StrayBits(in, &espec[0]);
+    StrayBits(in, &espec[1]);
+    Patch(in, &espec[0]);
+    Patch(in, &espec[1]);
+  }
+  if (mode & 0x40) Patch(in, &st0);
 
   struct Out {
     RvtResult status;
@@ -59,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const Out& w = outs[0];
   bool carried = std::abs(int(block[0]) - int(dc0)) <= 32767;
   for (int i = 1; i < 64; ++i) carried = carried && block[i] != -32768;
-  if (flush || !dc_ok || !ac_ok || !carried || w.status != rvtStatusOk || (mode & 4)) return 0;
+  if (flush || !dc_ok || !ac_ok || !carried || w.status != rvtStatusOk || (mode & 0x4C)) return 0;
   std::vector<uint8_t> stream(w.bytes.begin(), w.bytes.begin() + w.pos);
   stream.resize(stream.size() + 4);
   int pos = w.pos;

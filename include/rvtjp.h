@@ -480,6 +480,12 @@ RvtResult rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1(const uint8_t* pSrc1, const ui
  *                       up to 8 bits, 0 otherwise; uint16 minCode[18],
  *                       maxCode[18] (0xFFFF = no code of that length),
  *                       valueIndex[18], indexed by length 1..16.
+ * Specs filled or altered by hand are read field by field, the same way on
+ * every processor: an encoder entry's length is bits 16..23 (0 or above 16:
+ * no code) and its code the low `length` bits, whatever the bits above
+ * them hold; a lookup entry's symbol is bits 0..7 and its length bits
+ * 16..23 (1..8, else the code is searched by length); symbols are the low 8
+ * bits of values[].  Other bits are ignored.
  *   EncodeHuffmanState  1048 bytes: uint64 accumulator (pending bits
  *                       left-aligned under bit 24), int32 pending-bit count
  *                       (0..7), uint32 end-of-band run, uint32 correction-bit

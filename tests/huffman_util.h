@@ -4,33 +4,15 @@
 #define RVT_TESTS_HUFFMAN_UTIL_H_
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <cstring>
 #include <vector>
 
-#include "jpeg/huffman_coding.h"
+#include "jpeg/huffman_bits.h"
+#include "jpeg/zigzag.h"
 #include "rvtjp.h"
 
 namespace rvt::test {
-
-// Natural index of zig-zag position k, by walking the anti-diagonals.
-inline int ZigzagOf(int k) {
-  static const std::array<int, 64> z = [] {
-    std::array<int, 64> t{};
-    int i = 0;
-    for (int d = 0; d < 15; ++d) {
-      const int lo = std::max(0, d - 7), hi = std::min(d, 7);
-      if (d % 2 == 0) {
-        for (int y = hi; y >= lo; --y) t[size_t(i++)] = y * 8 + (d - y);
-      } else {
-        for (int y = lo; y <= hi; ++y) t[size_t(i++)] = y * 8 + (d - y);
-      }
-    }
-    return t;
-  }();
-  return z[size_t(k)];
-}
 
 // Bit length of |v|.
 inline int CategoryOf(int v) {

@@ -145,3 +145,57 @@ HWY_INLINE void StoreAlternatingBlocks(V8 lo, V8 hi, uint8_t* p) {
 HWY_AFTER_NAMESPACE();
 
 #endif  // RVT_FRAME_RAW_OPS_INL_H_
+
+// ================================================================ Huffman
+// Operations of the Huffman block coders (src/jpeg/huffman_*-inl.h).
+#if defined(RVT_FRAME_RAW_OPS_HUFFMAN_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef RVT_FRAME_RAW_OPS_HUFFMAN_INL_H_
+#undef RVT_FRAME_RAW_OPS_HUFFMAN_INL_H_
+#else
+#define RVT_FRAME_RAW_OPS_HUFFMAN_INL_H_
+#endif
+
+#include <hwy/highway.h>
+
+HWY_BEFORE_NAMESPACE();
+namespace rvt::ops::HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+// ------------------------------------------------------------ TwoTablesLookupLanes16
+// 16-bit lanes picked from the concatenation of two vectors:
+//   out[i] = (idx[i] < N ? lo[idx[i]] : hi[idx[i] - N]), idx[i] < 2N,
+// with N = Lanes(d) (x86 vpermt2w on AVX-512; Highway 1.0.3 looks up 32- and
+// 64-bit lanes only).
+template <class D16>
+HWY_INLINE hn::Vec<D16> TwoTablesLookupLanes16Portable(D16 d, hn::Vec<D16> lo, hn::Vec<D16> hi,
+                                                       hn::Vec<hn::RebindToUnsigned<D16>> idx) {
+  using T = hn::TFromD<D16>;
+  constexpr size_t kMax = hn::MaxLanes(D16());
+  const size_t n = hn::Lanes(d);
+  const hn::RebindToUnsigned<D16> du;
+  HWY_ALIGN T table[2 * kMax];
+  HWY_ALIGN uint16_t at[kMax];
+  HWY_ALIGN T out[kMax];
+  hn::Store(lo, d, table);
+  hn::Store(hi, d, table + n);
+  hn::Store(idx, du, at);
+  for (size_t i = 0; i < n; ++i) out[i] = table[at[i] % (2 * n)];
+  return hn::Load(d, out);
+}
+
+template <class D16>
+HWY_INLINE hn::Vec<D16> TwoTablesLookupLanes16(D16 d, hn::Vec<D16> lo, hn::Vec<D16> hi,
+                                               hn::Vec<hn::RebindToUnsigned<D16>> idx) {
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+  if constexpr (sizeof(lo.raw) == 64) {
+    (void)d;
+    return hn::Vec<D16>{_mm512_permutex2var_epi16(lo.raw, idx.raw, hi.raw)};
+  }
+#endif
+  return TwoTablesLookupLanes16Portable(d, lo, hi, idx);
+}
+
+}  // namespace rvt::ops::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#endif  // RVT_FRAME_RAW_OPS_HUFFMAN_INL_H_

@@ -1,8 +1,9 @@
 // Huffman objects and the bit-level machinery every JPEG entropy coder of
-// the library shares: the layouts of the four objects, zig-zag tables,
-// magnitude categories, the careful bit writer (byte stuffing, bounded
-// destination) and the careful bit reader (unstuffing, fill bytes, markers)
-// with its symbol decoder.
+// the library shares (baseline now; progressive and lossless coders build on
+// the same pieces): the layouts of the four objects, the decoder's zig-zag
+// guard table, magnitude categories, the careful bit writer (byte stuffing,
+// bounded destination) with its flush, and the careful bit reader
+// (unstuffing, fill bytes, markers) with its symbol decoder.
 //
 // The objects are flat and caller-owned; callers may hold states that were
 // copied, saved or filled by hand, so everything read from a state is
@@ -10,12 +11,14 @@
 // accumulators masked to their valid bits) and every table index derived
 // from a spec is bounded.  Stored states are canonical: the accumulators hold
 // their valid bits and zeros elsewhere.
-#ifndef RVT_JPEG_HUFFMAN_CODING_H_
-#define RVT_JPEG_HUFFMAN_CODING_H_
+#ifndef RVT_JPEG_HUFFMAN_BITS_H_
+#define RVT_JPEG_HUFFMAN_BITS_H_
 
 #include <cstddef>
 #include <cstdint>
 
+#include "frame/memory.h"
+#include "jpeg/zigzag.h"
 #include "rvtjp.h"
 
 // The public header declares these as incomplete types; their layouts are
@@ -71,22 +74,17 @@ constexpr int kDecodeSpecBytes = 1644;
 constexpr int kEncodeStateBytes = 1048;
 constexpr int kDecodeStateBytes = 24;
 
-// Natural index of each zig-zag position.
-inline constexpr uint8_t kZigzag[64] = {
-    0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,
-    12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,
-    35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,
-    58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
-
-// The decoder's copy runs past position 63: a run that ends on positions
-// 64..71 lands on coefficient 63, and positions 72..79 lie outside the block
-// (the decoder reports those as an error).  Runs cannot reach beyond 78.
-inline constexpr uint8_t kZigzagDecode[80] = {
-    0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,
-    12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,
-    35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,
-    58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63,
-    63, 63, 63, 63, 63, 63, 63, 63, 64, 64, 64, 64, 64, 64, 64, 64};
+// The decoder's zig-zag order runs past position 63: a run that ends on
+// positions 64..71 lands on coefficient 63, and positions 72..79 lie outside
+// the block (the decoder reports those as an error).  Runs cannot reach
+// beyond 78.
+struct ZigzagDecodeTable {
+  uint8_t v[80];
+  constexpr ZigzagDecodeTable() : v() {
+    for (int k = 0; k < 80; ++k) v[k] = k < 64 ? kNaturalOfZigzag[k] : (k < 72 ? 63 : 64);
+  }
+};
+inline constexpr ZigzagDecodeTable kZigzagDecode{};
 
 // Bit lengths of 0..255.
 struct BitLengthTable {
@@ -170,13 +168,20 @@ struct BitWriter {
   RvtResult PutCode(uint32_t entry) { return Put(entry & 0xFFFF, CodeLength(entry)); }
 };
 
+// Zeroes every field of an encoder state (the state Init).
+inline void ResetEncodeState(EncodeHuffmanState* st) { ZeroFill(st, kEncodeStateBytes); }
+
 // Completes a pending partial byte with 1-bits and clears the whole state
 // (whatever the write returned).  Nothing is written when no bits are
 // pending.
-RvtResult FlushState(uint8_t* dst, int len, int* pos, EncodeHuffmanState* st);
-
-// Zeroes every field of an encoder state (the state Init).
-void ResetEncodeState(EncodeHuffmanState* st);
+inline RvtResult FlushState(uint8_t* dst, int len, int* pos, EncodeHuffmanState* st) {
+  BitWriter w{dst, len, *pos, 0, 0};
+  w.Load(st);
+  const RvtResult status = w.Put(0x7F, 7);
+  *pos = w.pos;
+  ResetEncodeState(st);
+  return status;
+}
 
 // ---------------------------------------------------------------- reader
 
@@ -297,4 +302,4 @@ inline __attribute__((always_inline)) int DecodeSymbol(Reader& r, const DecodeHu
 
 }  // namespace rvt::huff
 
-#endif  // RVT_JPEG_HUFFMAN_CODING_H_
+#endif  // RVT_JPEG_HUFFMAN_BITS_H_
