@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets of the bitstream readers (Huffman, PackBits; libFuzzer,
-# AddressSanitizer and
-# UndefinedBehaviorSanitizer, clang) from the library sources they need, and
-# runs each for an equal share of SECONDS (default 60).  Any crash, sanitizer
-# report or disagreement between code paths fails the script.
+# Builds the fuzz targets of the bitstream readers, Huffman and PackBits
+# (libFuzzer, AddressSanitizer and UndefinedBehaviorSanitizer, clang), from
+# the library sources they need, and runs each for an equal share of
+# SECONDS (default 60).  Any crash, sanitizer report or disagreement
+# between code paths fails the script.
 #
 #   fuzz/build_and_run.sh [SECONDS]
 #
