@@ -683,6 +683,10 @@ void Row(const Rows& r, int w) {
   }
 }
 
+// The per-target entry of a member: its driver running the vector row.
+template <class M>
+using Entry = Driver<M, &Row<M>>;
+
 }  // namespace rvt::color::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 

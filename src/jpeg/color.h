@@ -379,6 +379,37 @@ struct Member {
 RVT_COLOR_MEMBERS(RVT_COLOR_MEMBER)
 #undef RVT_COLOR_MEMBER
 
+// The descriptors of the members built in one source file (`group`, the
+// last column above): use inside namespace rvt, under HWY_ONCE, after
+// color-inl.h.
+#define RVT_COLOR_DESCRIPTORS(group) RVT_COLOR_MEMBERS(RVT_COLOR_IF_##group)
+#define RVT_COLOR_DESCRIPTOR(name) \
+  RVT_IMPL_HWY(name, color, Entry<color::name>::Run, RefEntry<color::name>::Run);
+#define RVT_COLOR_IF_fwd(name, src, arith, dst, check, threaded, file) \
+  RVT_COLOR_ONLY_##file##_fwd(name)
+#define RVT_COLOR_IF_fwd16(name, src, arith, dst, check, threaded, file) \
+  RVT_COLOR_ONLY_##file##_fwd16(name)
+#define RVT_COLOR_IF_inv(name, src, arith, dst, check, threaded, file) \
+  RVT_COLOR_ONLY_##file##_inv(name)
+#define RVT_COLOR_IF_inv16(name, src, arith, dst, check, threaded, file) \
+  RVT_COLOR_ONLY_##file##_inv16(name)
+#define RVT_COLOR_ONLY_fwd_fwd(name) RVT_COLOR_DESCRIPTOR(name)
+#define RVT_COLOR_ONLY_fwd_fwd16(name)
+#define RVT_COLOR_ONLY_fwd_inv(name)
+#define RVT_COLOR_ONLY_fwd_inv16(name)
+#define RVT_COLOR_ONLY_fwd16_fwd(name)
+#define RVT_COLOR_ONLY_fwd16_fwd16(name) RVT_COLOR_DESCRIPTOR(name)
+#define RVT_COLOR_ONLY_fwd16_inv(name)
+#define RVT_COLOR_ONLY_fwd16_inv16(name)
+#define RVT_COLOR_ONLY_inv_fwd(name)
+#define RVT_COLOR_ONLY_inv_fwd16(name)
+#define RVT_COLOR_ONLY_inv_inv(name) RVT_COLOR_DESCRIPTOR(name)
+#define RVT_COLOR_ONLY_inv_inv16(name)
+#define RVT_COLOR_ONLY_inv16_fwd(name)
+#define RVT_COLOR_ONLY_inv16_fwd16(name)
+#define RVT_COLOR_ONLY_inv16_inv(name)
+#define RVT_COLOR_ONLY_inv16_inv16(name) RVT_COLOR_DESCRIPTOR(name)
+
 // 411 / 422 forward members: chroma from pixel pairs or 2x2 blocks.
 template <class M>
 inline constexpr bool kSubsampledFwd =

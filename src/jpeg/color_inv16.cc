@@ -14,24 +14,8 @@
 #include "jpeg/color-inl.h"
 #include "jpeg/color.h"
 
-HWY_BEFORE_NAMESPACE();
-namespace rvt::color::HWY_NAMESPACE {
-
-// The per-target entry of a member: its driver running the vector row.
-template <class M>
-using Entry = Driver<M, &Row<M>>;
-
-}  // namespace rvt::color::HWY_NAMESPACE
-HWY_AFTER_NAMESPACE();
-
 #if HWY_ONCE
 namespace rvt {
-#define RVT_COLOR_IN_fwd(name)
-#define RVT_COLOR_IN_fwd16(name)
-#define RVT_COLOR_IN_inv(name)
-#define RVT_COLOR_IN_inv16(name) \
-  RVT_IMPL_HWY(name, color, Entry<color::name>::Run, RefEntry<color::name>::Run);
-#define RVT_COLOR_VISIT(name, src, arith, dst, check, threaded, file) RVT_COLOR_IN_##file(name)
-RVT_COLOR_MEMBERS(RVT_COLOR_VISIT)
+RVT_COLOR_DESCRIPTORS(inv16)
 }  // namespace rvt
 #endif  // HWY_ONCE
