@@ -9,11 +9,13 @@
 
 #include <hwy/highway.h>
 
+#include "frame/raw_ops-inl.h"
 #include "jpeg/dct_fwd.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace rvt::dct_fwd::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
+namespace ops = ::rvt::ops::HWY_NAMESPACE;
 
 using D128 = hn::Full128<int16_t>;
 using V128 = hn::Vec<D128>;
@@ -87,7 +89,7 @@ HWY_INLINE hn::Vec<D> RowDots(D d, hn::Vec<D> z, size_t row) {
   hi = hn::ReorderWidenMulAccumulate(d32, z23, hn::LoadU(d, t[1][1][row]), hi, hi1);
   hi = hn::RearrangeToOddPlusEven(hi, hi1);
   // Per block: frequencies 0..3 then 4..7, each within -2048..2047.
-  return hn::ReorderDemote2To(d, hn::ShiftRight<20>(lo), hn::ShiftRight<20>(hi));
+  return ops::PackS16Blockwise(d, hn::ShiftRight<20>(lo), hn::ShiftRight<20>(hi));
 }
 
 // round(F * R / 32768), halves to even, for |F| <= 2048 (all the row pass
@@ -311,7 +313,7 @@ inline void Samples16u(const uint16_t* src, int32_t srcStep, int16_t* dst, const
   };
   for (int v = 0; v < 8; ++v) {
     const auto a = to_int(left[v], 8 * v), b = to_int(right[v], 8 * v + 4);
-    hn::StoreU(hn::ReorderDemote2To(d16, a, b), d16, dst + 8 * v);
+    hn::StoreU(ops::PackS16Blockwise(d16, a, b), d16, dst + 8 * v);
   }
 #endif
 }

@@ -11,11 +11,13 @@
 
 #include <cstring>
 
+#include "frame/raw_ops-inl.h"
 #include "jpeg/dct_inv.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace rvt::dct_inv::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
+namespace ops = ::rvt::ops::HWY_NAMESPACE;
 
 using D128 = hn::Full128<int16_t>;
 using V128 = hn::Vec<D128>;
@@ -72,7 +74,7 @@ HWY_INLINE void RowPass(D16 d16, const int16_t* src, const uint16_t* q, int rows
                            MulPairs(d32, x57, hn::Load(d16, kIdctRowPairs.pair[3][g])));
     const auto lo = hn::ShiftRight<11>(hn::Add(e, o));
     const auto hi = hn::Shuffle0123(hn::ShiftRight<11>(hn::Sub(e, o)));  // outputs 4..7
-    SplitBlocks(d16, hn::ReorderDemote2To(d16, lo, hi), y + g);
+    SplitBlocks(d16, ops::PackS16Blockwise(d16, lo, hi), y + g);
   }
 }
 
@@ -252,16 +254,16 @@ HWY_INLINE void ReducedKernel(const int16_t* src, uint8_t* dst, int32_t step, co
       o[h] = hn::Add(MulPairs(d32, z[2][h], hn::Load(d16, pairs.w[2][g * kPer])),
                      MulPairs(d32, z[3][h], hn::Load(d16, pairs.w[3][g * kPer])));
     }
-    front[g] = hn::ReorderDemote2To(d16, hn::ShiftRight<kReducedShift1>(hn::Add(e[0], o[0])),
-                                    hn::ShiftRight<kReducedShift1>(hn::Add(e[1], o[1])));
-    back[g] = hn::ReorderDemote2To(d16, hn::ShiftRight<kReducedShift1>(hn::Sub(e[0], o[0])),
-                                   hn::ShiftRight<kReducedShift1>(hn::Sub(e[1], o[1])));
+    front[g] = ops::PackS16Blockwise(d16, hn::ShiftRight<kReducedShift1>(hn::Add(e[0], o[0])),
+                                     hn::ShiftRight<kReducedShift1>(hn::Add(e[1], o[1])));
+    back[g] = ops::PackS16Blockwise(d16, hn::ShiftRight<kReducedShift1>(hn::Sub(e[0], o[0])),
+                                    hn::ShiftRight<kReducedShift1>(hn::Sub(e[1], o[1])));
   }
 
   const V32 bias2 = hn::Set(d32, 1 << (kReducedShift2 - 1));
   auto finish = [&](V32 a, V32 b) {
-    const V v = hn::ReorderDemote2To(d16, hn::ShiftRight<kReducedShift2>(hn::Add(a, bias2)),
-                                     hn::ShiftRight<kReducedShift2>(hn::Add(b, bias2)));
+    const V v = ops::PackS16Blockwise(d16, hn::ShiftRight<kReducedShift2>(hn::Add(a, bias2)),
+                                      hn::ShiftRight<kReducedShift2>(hn::Add(b, bias2)));
     return hn::DemoteTo(d8, hn::SaturatedAdd(v, hn::Set(d16, 128)));
   };
   alignas(64) uint8_t out[16];
@@ -399,8 +401,8 @@ HWY_INLINE void Ls16uImpl(D df, const int16_t* src, uint16_t* dst, int32_t step,
     if constexpr (kNF == 8) {
       v = hn::DemoteTo(hn::Rebind<int16_t, decltype(d32)>(), hn::NearestInt(hn::Min(hn::Max(f[y], lo), hi)));
     } else {
-      v = hn::ReorderDemote2To(D128(), hn::NearestInt(hn::Min(hn::Max(f[2 * y], lo), hi)),
-                               hn::NearestInt(hn::Min(hn::Max(f[2 * y + 1], lo), hi)));
+      v = ops::PackS16Blockwise(D128(), hn::NearestInt(hn::Min(hn::Max(f[2 * y], lo), hi)),
+                                hn::NearestInt(hn::Min(hn::Max(f[2 * y + 1], lo), hi)));
     }
     hn::StoreU(hn::BitCast(du16, hn::Add(v, lift)), du16, RowPtr(dst, step, y));
   }
