@@ -20,9 +20,7 @@ RvtResult Fwd16sInPlace(int16_t* srcDst, const uint16_t* table) {
 RvtResult FwdLs8u(const uint8_t* src, int32_t srcStep, int16_t* dst, const uint16_t* table) {
   return Samples<uint8_t, uint16_t, Samples8u>(src, srcStep, dst, table);
 }
-// Flattened: the float kernel is too large for the inliner to take by
-// itself, and the call measurably slows the block.
-HWY_FLATTEN RvtResult FwdLs16u(const uint16_t* src, int32_t srcStep, int16_t* dst, const float* table) {
+RvtResult FwdLs16u(const uint16_t* src, int32_t srcStep, int16_t* dst, const float* table) {
   return Samples<uint16_t, float, Samples16u>(src, srcStep, dst, table);
 }
 
