@@ -1,9 +1,10 @@
 // Forward DCT with quantization: row tables against the cosines, accuracy
 // of both transforms against a double-precision DCT, the half-to-even
-// quantizer, every form on every target against the reference (realistic
-// and saturating inputs, any alignment, overlapping rows, in place), and
-// the argument checks.
+// quantizer, float saturation, the argument checks, and the registered
+// differential checks (realistic and saturating inputs, any alignment,
+// overlapping rows, in place).
 #include <cmath>
+#include <cstring>
 
 #include "checkasm.h"
 #include "jpeg/dct_tables.h"
@@ -113,74 +114,7 @@ TEST(Fdct, FlatBlocksAndTies) {
   }
 }
 
-// Tables that stress the quantizer: built ones, any value, ties (multiples
-// of 16384), R >= 32768 and 65535.
-std::vector<uint16_t> StressTable(test::Rng& rng, int kind) {
-  std::vector<uint16_t> t(64);
-  for (auto& r : t) {
-    const int pick = kind % 4;
-    r = uint16_t(pick == 0 ? (32768 + 50) / rng.Uniform(1, 100)
-                 : pick == 1 ? rng.Uniform(0, 65535)
-                 : pick == 2 ? 16384 * rng.Uniform(0, 3)
-                             : (rng.Uniform(0, 1) ? 65535 : 32768));
-  }
-  return t;
-}
-
-TEST(Fdct, FixedFormsMatchReference) {
-  test::Rng rng(22);
-  for (int trial = 0; trial < 400; ++trial) {
-    const auto tab = StressTable(rng, trial / 4);
-    // 16-bit blocks: samples, wider values, any value, saturating extremes.
-    GuardedPlane<int16_t> src(64, 1, 0, trial % 16);
-    const int16_t lim[3] = {128, 2048, 32767};
-    for (int i = 0; i < 64; ++i)
-      src.set(i, 0, int16_t(trial % 4 < 3 ? rng.Uniform(-lim[trial % 4], lim[trial % 4] - 1)
-                                          : (rng.Uniform(0, 3) ? (rng.Uniform(0, 1) ? 32767 : -32768) : 0)));
-    GuardedPlane<int16_t> want(64, 1, 0, (trial / 16) % 16);
-    ASSERT_EQ(test::Reference(k16s)(src.data(), want.data(), tab.data()), rvtStatusOk);
-    for (const auto& t : test::SimdTargets(k16s)) {
-      GuardedPlane<int16_t> got(64, 1, 0, (trial / 16) % 16);
-      ASSERT_EQ(t.fn(src.data(), got.data(), tab.data()), rvtStatusOk);
-      ASSERT_TRUE(test::Matches(want, got, std::string(t.name) + " trial " + std::to_string(trial)));
-    }
-    for (const auto& t : test::AllTargets(k16sI)) {  // in place = out of place
-      GuardedPlane<int16_t> io = src;
-      ASSERT_EQ(t.fn(io.data(), tab.data()), rvtStatusOk);
-      ASSERT_TRUE(test::Matches(want, io, std::string(t.name) + " in place " + std::to_string(trial)));
-    }
-    // 8-bit samples at any step, overlapping rows included (step < 8).
-    const int32_t step = int32_t(trial % 5 ? rng.Uniform(8, 80) : rng.Uniform(1, 7));
-    GuardedPlane<uint8_t> px(7 * step + 8, 1, 0, trial % 16);
-    px.FillRandom(rng, uint8_t(0), uint8_t(255));
-    GuardedPlane<int16_t> want8(64, 1, 0, (trial * 3) % 16);
-    ASSERT_EQ(test::Reference(kLS8u)(px.data(), step, want8.data(), tab.data()), rvtStatusOk);
-    for (const auto& t : test::SimdTargets(kLS8u)) {
-      GuardedPlane<int16_t> got(64, 1, 0, (trial * 3) % 16);
-      ASSERT_EQ(t.fn(px.data(), step, got.data(), tab.data()), rvtStatusOk);
-      ASSERT_TRUE(test::Matches(want8, got, std::string(t.name) + " 8u trial " + std::to_string(trial)));
-    }
-  }
-}
-
-TEST(Fdct, FloatFormMatchesReference) {
-  test::Rng rng(25);
-  for (int trial = 0; trial < 300; ++trial) {
-    // Odd steps put rows at odd addresses.
-    GuardedPlane<uint16_t> px(8, 8, int32_t(2 * rng.Uniform(8, 40) + (trial % 3 == 0)), trial % 16);
-    px.FillRandom(rng, uint16_t(0), uint16_t(trial % 2 ? 4095 : 65535));
-    std::vector<float> tab(64);
-    for (auto& q : tab) q = float(trial % 4 == 3 ? rng.UniformReal(-1e6, 1e6) : 1.0 / rng.Uniform(1, 255));
-    if (trial % 8 == 7) tab[trial % 64] = std::nanf("");
-    GuardedPlane<int16_t> want(64, 1, 0, trial % 8);
-    ASSERT_EQ(test::Reference(kLS16u)(px.data(), px.step(), want.data(), tab.data()), rvtStatusOk);
-    for (const auto& t : test::SimdTargets(kLS16u)) {
-      GuardedPlane<int16_t> got(64, 1, 0, trial % 8);
-      ASSERT_EQ(t.fn(px.data(), px.step(), got.data(), tab.data()), rvtStatusOk);
-      ASSERT_TRUE(test::Matches(want, got, std::string(t.name) + " trial " + std::to_string(trial)));
-    }
-  }
-  // Saturation both ways, NaN, zero.
+TEST(Fdct, FloatFormSaturatesBothWaysAndNaNIsLowest) {
   const std::vector<uint16_t> px(64, 4095);  // DC 16376, AC 0
   for (const float q : {1e30f, -1e30f, std::nanf(""), 0.0f}) {
     const std::vector<float> tab(64, q);
@@ -191,6 +125,99 @@ TEST(Fdct, FloatFormMatchesReference) {
     }
   }
 }
+
+// ------------------------------------------------------------ differential checks
+
+void Put(test::Buf& b, int i, uint16_t v) { std::memcpy(b.as<uint8_t>() + 2 * i, &v, 2); }
+
+// Tables that stress the quantizer: built ones, any value, ties (multiples
+// of 16384), R >= 32768 and 65535.
+test::Buf StressTable(test::Rng& rng, int kind, int misalign) {
+  test::Buf t = test::ArrayOf<uint16_t>(64, misalign);
+  for (int i = 0; i < 64; ++i) {
+    const int pick = kind % 4;
+    Put(t, i, uint16_t(pick == 0 ? (32768 + 50) / rng.Uniform(1, 100)
+                       : pick == 1 ? rng.Uniform(0, 65535)
+                       : pick == 2 ? 16384 * rng.Uniform(0, 3)
+                                   : (rng.Uniform(0, 1) ? 65535 : 32768)));
+  }
+  return t;
+}
+
+// A 16-bit block: samples, wider values, any value, or saturating extremes.
+test::Buf Coefficients(test::Rng& rng, int k, int misalign) {
+  test::Buf b = test::ArrayOf<int16_t>(64, misalign);
+  const int lim[3] = {128, 2048, 32767};
+  for (int i = 0; i < 64; ++i)
+    Put(b, i, uint16_t(k % 4 < 3 ? rng.Uniform(-lim[k % 4], lim[k % 4] - 1)
+                                 : (rng.Uniform(0, 3) ? (rng.Uniform(0, 1) ? 32767 : -32768) : 0)));
+  return b;
+}
+
+RVT_CHECKASM(rvtiDCTQuantFwd8x8_JPEG_16s_C1,
+             test::Cases{test::Trials(400, [](test::Rng& rng, int k) {
+                           test::Case c;
+                           c.label = "trial " + std::to_string(k);
+                           c.in.push_back(Coefficients(rng, k, k % 16));
+                           c.in.push_back(StressTable(rng, k / 4, (k * 5) % 16));
+                           c.out.push_back(test::ArrayOf<int16_t>(64, (k / 16) % 16));
+                           return c;
+                         }),
+                         [](auto fn, test::Case& c) {
+                           return fn(c.in[0].as<int16_t>(), c.out[0].as<int16_t>(), c.in[1].as<uint16_t>());
+                         }});
+
+RVT_CHECKASM(rvtiDCTQuantFwd8x8_JPEG_16s_C1I,
+             test::Cases{test::Trials(400, [](test::Rng& rng, int k) {
+                           test::Case c;
+                           c.label = "trial " + std::to_string(k);
+                           c.out.push_back(Coefficients(rng, k, k % 16));
+                           c.in.push_back(StressTable(rng, k / 4, (k * 5) % 16));
+                           return c;
+                         }),
+                         [](auto fn, test::Case& c) {
+                           return fn(c.out[0].as<int16_t>(), c.in[0].as<uint16_t>());
+                         }});
+
+// 8-bit samples at any step, overlapping rows included (step < 8).
+RVT_CHECKASM(rvtiDCTQuantFwd8x8LS_JPEG_8u16s_C1R,
+             test::Cases{test::Trials(400, [](test::Rng& rng, int k) {
+                           test::Case c;
+                           const int32_t step = int32_t(k % 5 ? rng.Uniform(8, 80) : rng.Uniform(1, 7));
+                           c.label = "trial " + std::to_string(k) + ", step " + std::to_string(step);
+                           c.in.push_back(test::PlaneOf<uint8_t>(8, 8, step, k % 16));
+                           c.in[0].Fill(rng, uint8_t(0), uint8_t(255));
+                           c.in.push_back(StressTable(rng, k / 4, (k * 5) % 16));
+                           c.out.push_back(test::ArrayOf<int16_t>(64, (k * 3) % 16));
+                           return c;
+                         }),
+                         [](auto fn, test::Case& c) {
+                           return fn(c.in[0].as<uint8_t>(), c.in[0].step(), c.out[0].as<int16_t>(),
+                                     c.in[1].as<uint16_t>());
+                         }});
+
+// 12-bit and any 16-bit samples, rows at odd addresses; tables of
+// reciprocals, huge values of both signs, a NaN.
+RVT_CHECKASM(rvtiDCTQuantFwd8x8LS_JPEG_16u16s_C1R,
+             test::Cases{test::Trials(300, [](test::Rng& rng, int k) {
+                           test::Case c;
+                           c.label = "trial " + std::to_string(k);
+                           const int32_t step = int32_t(2 * rng.Uniform(8, 40) + (k % 3 == 0));
+                           c.in.push_back(test::PlaneOf<uint16_t>(8, 8, step, k % 16));
+                           c.in[0].Fill(rng, uint16_t(0), uint16_t(k % 2 ? 4095 : 65535));
+                           c.in.push_back(test::ArrayOf<float>(64, (k * 3) % 16));
+                           for (int i = 0; i < 64; ++i) {
+                             float q = float(k % 4 == 3 ? rng.UniformReal(-1e6, 1e6) : 1.0 / rng.Uniform(1, 255));
+                             if (k % 8 == 7 && i == k % 64) q = std::nanf("");
+                             std::memcpy(c.in[1].as<uint8_t>() + 4 * i, &q, 4);
+                           }
+                           c.out.push_back(test::ArrayOf<int16_t>(64, k % 8));
+                           return c;
+                         }),
+                         [](auto fn, test::Case& c) {
+                           return fn(c.in[0].as<uint16_t>(), c.in[0].step(), c.out[0].as<int16_t>(),
+                                     c.in[1].as<float>());
+                         }});
 
 TEST(Fdct, ChecksInArgumentOrderWriteNothing) {
   GuardedPlane<int16_t> dst(64, 1);

@@ -1,7 +1,7 @@
-// Inverse DCT with dequantization: every target against the reference on
-// realistic and saturating blocks at odd addresses and steps; known answers
-// worked out from the fixed-point steps; the corner forms against the full
-// form; accuracy against a double-precision IDCT (the IEEE 1180 procedure,
+// Inverse DCT with dequantization: the registered differential checks
+// (realistic and saturating blocks at odd addresses and padded steps); the
+// forms against each other; known answers worked out from the fixed-point
+// steps; accuracy against a double-precision IDCT (the IEEE 1180 procedure,
 // 12-bit samples, the reduced outputs, photos beside libjpeg-turbo);
 // argument checks.
 #include <png.h>
@@ -9,6 +9,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <string>
 
@@ -105,79 +106,107 @@ Case Extreme(Rng& rng) {
   return c;
 }
 
-// 64 values `misalign` bytes past a 64-byte boundary, guarded.
-template <class T>
-GuardedPlane<T> BlockAt(const T* v, int misalign) {
-  GuardedPlane<T> b(64, 1, 0, misalign);
-  std::memcpy(b.data(), v, 128);
-  return b;
-}
-
 std::vector<int> Run8(Ls8Fn fn, const int16_t* coef, const uint16_t* q) {
   uint8_t out[64];
   EXPECT_EQ(fn(coef, out, 8, q), rvtStatusOk);
   return std::vector<int>(out, out + 64);
 }
 
-// ------------------------------------------------------------ targets agree
+// ------------------------------------------------------------ differential checks
 
-TEST(IdctTargets, EveryFormMatchesReferenceOnEveryTarget) {
-  Rng rng(11);
-  for (int n = 0; n < 1200; ++n) {
-    const Case c = n % 3 == 2 ? Extreme(rng) : Realistic(rng, n % 2 ? 255 : 16);
-    const int mis = n % 5;
-    const auto src = BlockAt(c.coef, 2 * (n % 8));
-    const auto tab = BlockAt(c.table, 2 * (n / 8 % 8));
-    const std::string id = " case " + std::to_string(n);
-    for (const Ls8Form& form : kLs8Forms) {
-      const int32_t step = form.size + int32_t(n % 3) * 7;
-      GuardedPlane<uint8_t> want(form.size, form.size, step, mis);
-      ASSERT_EQ(test::Reference(form.impl)(src.data(), want.data(), step, tab.data()), rvtStatusOk);
-      for (const auto& t : test::AllTargets(form.impl)) {
-        GuardedPlane<uint8_t> got(form.size, form.size, step, mis);
-        ASSERT_EQ(t.fn(src.data(), got.data(), step, tab.data()), rvtStatusOk);
-        ASSERT_TRUE(test::Matches(want, got, std::string(form.name) + " " + t.name + id));
-      }
-    }
-    GuardedPlane<uint16_t> want16(8, 8, 16 + 2 * (n % 3), mis & ~1);
-    ASSERT_EQ(test::Reference(kLs16)(src.data(), want16.data(), want16.step(), tab.data()), rvtStatusOk);
-    for (const auto& t : test::AllTargets(kLs16)) {
-      GuardedPlane<uint16_t> got(8, 8, want16.step(), mis & ~1);
-      ASSERT_EQ(t.fn(src.data(), got.data(), got.step(), tab.data()), rvtStatusOk);
-      ASSERT_TRUE(test::Matches(want16, got, std::string("16s16u ") + t.name + id));
-    }
-    GuardedPlane<int16_t> want_plain(64, 1);
-    ASSERT_EQ(test::Reference(kPlain)(src.data(), want_plain.data(), tab.data()), rvtStatusOk);
-    const auto plain = test::AllTargets(kPlain);
-    const auto in_place = test::AllTargets(kInPlace);
-    for (size_t k = 0; k < plain.size(); ++k) {
-      GuardedPlane<int16_t> got(64, 1, 0, 2 * (n % 4));
-      ASSERT_EQ(plain[k].fn(src.data(), got.data(), tab.data()), rvtStatusOk);
-      ASSERT_TRUE(test::Matches(want_plain, got, std::string("16s ") + plain[k].name + id));
-      auto io = BlockAt(c.coef, 2 * (n % 7));
-      ASSERT_EQ(in_place[k].fn(io.data(), tab.data()), rvtStatusOk);
-      ASSERT_TRUE(test::Matches(want_plain, io, std::string("16s in place ") + in_place[k].name + id));
-    }
-    // The unshifted output plus 128 is the LS output.
-    uint8_t a[64];
-    ASSERT_EQ(rvtiAdd128_JPEG_16s8u_C1R(want_plain.data(), 16, a, 8, {8, 8}), rvtStatusOk);
-    ASSERT_EQ(std::vector<int>(a, a + 64), Run8(test::Reference(kFull), src.data(), tab.data())) << id;
-  }
+// Case n of every form: realistic blocks (fine and coarse steps) and
+// extreme ones, coefficients and table at any even address.
+void BlockInputs(Rng& rng, int n, test::Case& k) {
+  const Case c = n % 3 == 2 ? Extreme(rng) : Realistic(rng, n % 2 ? 255 : 16);
+  k.label = "case " + std::to_string(n);
+  k.in.push_back(test::ArrayOf<int16_t>(64, 2 * (n % 8)));
+  std::memcpy(k.in[0].as<int16_t>(), c.coef, sizeof(c.coef));
+  k.in.push_back(test::ArrayOf<uint16_t>(64, 2 * (n / 8 % 8)));
+  std::memcpy(k.in[1].as<uint16_t>(), c.table, sizeof(c.table));
 }
 
-TEST(IdctTargets, SinglePrecisionFormRoundsLikeReference) {
-  // Outputs spread over the whole 12-bit range, so that any change in the
-  // order of the float operations moves some value across a rounding edge.
-  Rng rng(16);
-  for (int n = 0; n < 5000; ++n) {
-    int16_t coef[64];
-    for (auto& v : coef) v = int16_t(rng.Uniform(-2048, 2047));
-    uint16_t want[64], got[64];
-    ASSERT_EQ(test::Reference(kLs16)(coef, want, 16, kOnes), rvtStatusOk);
-    for (const auto& t : test::SimdTargets(kLs16)) {
-      ASSERT_EQ(t.fn(coef, got, 16, kOnes), rvtStatusOk);
-      ASSERT_EQ(std::memcmp(want, got, 128), 0) << t.name << " block " << n;
-    }
+// The LS forms write a size x size plane; padded steps keep guards between
+// the rows.
+template <class D>
+auto LsCheck(int size) {
+  return test::Cases{test::Trials(1200,
+                                  [size](Rng& rng, int n) {
+                                    test::Case k;
+                                    BlockInputs(rng, n, k);
+                                    const int32_t step = int32_t(sizeof(D)) * (size + (n % 3) * 7);
+                                    k.out.push_back(test::PlaneOf<D>(size, size, step, int(sizeof(D)) * (n % 5)));
+                                    return k;
+                                  }),
+                     [](auto fn, test::Case& k) {
+                       return fn(k.in[0].as<int16_t>(), k.out[0].as<D>(), k.out[0].step(),
+                                 k.in[1].as<uint16_t>());
+                     }};
+}
+RVT_CHECKASM(rvtiDCTQuantInv8x8LS_JPEG_16s8u_C1R, LsCheck<uint8_t>(8));
+RVT_CHECKASM(rvtiDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R, LsCheck<uint8_t>(8));
+RVT_CHECKASM(rvtiDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R, LsCheck<uint8_t>(8));
+RVT_CHECKASM(rvtiDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R, LsCheck<uint8_t>(8));
+RVT_CHECKASM(rvtiDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R, LsCheck<uint8_t>(2));
+RVT_CHECKASM(rvtiDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R, LsCheck<uint8_t>(4));
+
+// The single-precision form also gets blocks whose outputs spread over the
+// whole 12-bit range, so that any change in the order of the float
+// operations moves some value across a rounding edge.
+RVT_CHECKASM(rvtiDCTQuantInv8x8LS_JPEG_16s16u_C1R,
+             test::Cases{test::Trials(6200,
+                                      [](Rng& rng, int n) {
+                                        test::Case k;
+                                        if (n < 1200) {  // then 5000 spread blocks
+                                          BlockInputs(rng, n, k);
+                                        } else {
+                                          k.label = "spread " + std::to_string(n);
+                                          k.in.push_back(test::ArrayOf<int16_t>(64));
+                                          k.in[0].Fill(rng, int16_t(-2048), int16_t(2047));
+                                          k.in.push_back(test::ArrayOf<uint16_t>(64));
+                                          k.in[1].Fill(rng, uint16_t(1), uint16_t(1));
+                                        }
+                                        k.out.push_back(test::PlaneOf<uint16_t>(8, 8, 16 + 2 * (n % 3), 2 * (n % 3)));
+                                        return k;
+                                      }),
+                         [](auto fn, test::Case& k) {
+                           return fn(k.in[0].as<int16_t>(), k.out[0].as<uint16_t>(), k.out[0].step(),
+                                     k.in[1].as<uint16_t>());
+                         }});
+
+RVT_CHECKASM(rvtiDCTQuantInv8x8_JPEG_16s_C1,
+             test::Cases{test::Trials(1200,
+                                      [](Rng& rng, int n) {
+                                        test::Case k;
+                                        BlockInputs(rng, n, k);
+                                        k.out.push_back(test::ArrayOf<int16_t>(64, 2 * (n % 4)));
+                                        return k;
+                                      }),
+                         [](auto fn, test::Case& k) {
+                           return fn(k.in[0].as<int16_t>(), k.out[0].as<int16_t>(), k.in[1].as<uint16_t>());
+                         }});
+
+RVT_CHECKASM(rvtiDCTQuantInv8x8_JPEG_16s_C1I,
+             test::Cases{test::Trials(1200,
+                                      [](Rng& rng, int n) {
+                                        test::Case k;
+                                        BlockInputs(rng, n, k);
+                                        k.out.push_back(std::move(k.in[0]));  // the block, in place
+                                        k.in.erase(k.in.begin());
+                                        return k;
+                                      }),
+                         [](auto fn, test::Case& k) { return fn(k.out[0].as<int16_t>(), k.in[0].as<uint16_t>()); }});
+
+// ------------------------------------------------------------ forms agree
+
+TEST(IdctForms, UnshiftedOutputPlus128IsTheLsOutput) {
+  Rng rng(11);
+  for (int n = 0; n < 600; ++n) {
+    const Case c = n % 3 == 2 ? Extreme(rng) : Realistic(rng, n % 2 ? 255 : 16);
+    int16_t plain[64];
+    ASSERT_EQ(test::Reference(kPlain)(c.coef, plain, c.table), rvtStatusOk);
+    uint8_t a[64];
+    ASSERT_EQ(rvtiAdd128_JPEG_16s8u_C1R(plain, 16, a, 8, {8, 8}), rvtStatusOk);
+    ASSERT_EQ(std::vector<int>(a, a + 64), Run8(test::Reference(kFull), c.coef, c.table)) << n;
   }
 }
 

@@ -1,14 +1,13 @@
 // Quantization tables and the 8x8 quantizer / dequantizer: quality scaling
-// against libjpeg-turbo, table layouts, the quantizer's own rounding, every
-// target against the reference on guarded blocks, argument checks.
-#include <array>
+// against libjpeg-turbo, table layouts, the quantizer's own rounding,
+// argument checks, and the registered differential checks.
+#include <cstring>
 #include <cstdio>  // jpeglib.h needs FILE and size_t first
 #include <limits>
 
 #include <jpeglib.h>
 
 #include "checkasm.h"
-#include "frame/widen.h"
 
 namespace rvt {
 namespace {
@@ -101,25 +100,8 @@ TEST(Quant8x8, RoundingAndWrapping) {
   }
 }
 
-TEST(Quant8x8, TargetsMatchReference) {
-  test::Rng rng(11);
+TEST(Quant8x8, ChecksInArgumentOrderWriteNothing) {
   for (const auto* impl : {&kFwd, &kInv}) {
-    for (int trial = 0; trial < 48; ++trial) {
-      // Realistic coefficients, then full 16-bit values; any alignment.
-      GuardedPlane<int16_t> src(64, 1, 0, trial % 16);
-      src.FillRandom(rng, int16_t(trial < 24 ? -4095 : -32768), int16_t(trial < 24 ? 4095 : 32767));
-      GuardedPlane<uint16_t> tab(64, 1, 0, (trial * 7) % 16);
-      tab.FillRandom(rng, uint16_t(0), uint16_t(trial % 3 ? 65535 : 2048));
-      tab.set(0, 0, 65535);
-      tab.set(1, 0, 32768);
-      GuardedPlane<int16_t> want = src;
-      ASSERT_EQ(test::Reference(*impl)(want.data(), tab.data()), rvtStatusOk);
-      for (const auto& t : test::SimdTargets(*impl)) {
-        GuardedPlane<int16_t> got = src;
-        ASSERT_EQ(t.fn(got.data(), tab.data()), rvtStatusOk);
-        ASSERT_TRUE(test::Matches(want, got, std::string(t.name) + " trial " + std::to_string(trial)));
-      }
-    }
     for (const auto& t : test::AllTargets(*impl)) {
       GuardedPlane<int16_t> b(64, 1);
       const GuardedPlane<int16_t> before = b;
@@ -131,27 +113,31 @@ TEST(Quant8x8, TargetsMatchReference) {
   }
 }
 
-TEST(Widen8u16u, RegionsStepsAndChecks) {
-  test::Rng rng(13);
-  // One long row, padded rows, and regions large enough to stream.
-  int32_t cache = 0;
-  const int big = rvtGetMaxCacheSizeB(&cache) == 0 ? std::max(cache / 3 / 1024 + 1, 200) : 200;
-  for (const auto [w, h, pad] : {std::array{64, 1, 0}, {37, 5, 0}, {37, 5, 3}, {1024, big, 0}, {1000, big / 2, 5}}) {
-    GuardedPlane<uint8_t> src(w, h, w + pad, pad % 4);
-    src.FillRandom(rng, uint8_t(0), uint8_t(255));
-    GuardedPlane<uint16_t> dst(w, h, 2 * (w + pad), 2 * pad);
-    ASSERT_EQ(Widen8u16u(src.data(), src.step(), dst.data(), dst.step(), {w, h}), rvtStatusOk);
-    for (int y = 0; y < h; ++y)
-      for (int x = 0; x < w; ++x) ASSERT_EQ(dst.get(x, y), src.get(x, y)) << x << "," << y;
-    ASSERT_TRUE(dst.GuardsIntact()) << w << "x" << h;
-  }
-  EXPECT_FALSE(WidenStreams(174762));  // three bytes a pixel, at most 524288: never
-  uint8_t a[4] = {};
-  uint16_t b[4] = {};
-  EXPECT_EQ(Widen8u16u(a, 0, nullptr, 0, {0, 0}), rvtStatusNullPtr);  // pointers, size, steps
-  EXPECT_EQ(Widen8u16u(a, 0, b, 0, {0, 1}), rvtStatusSize);
-  EXPECT_EQ(Widen8u16u(a, 4, b, 0, {4, 1}), rvtStatusStep);
+// In-place blocks at any address: realistic coefficients, then any 16-bit
+// value, and the values at the wrap of 8x; tables of small steps or any value, with 65535 and 32768 (read as
+// negative by a signed multiply) always present.
+auto QuantCases() {
+  return test::Trials(48, [](test::Rng& rng, int k) {
+    test::Case c;
+    c.label = "trial " + std::to_string(k);
+    c.out.push_back(test::ArrayOf<int16_t>(64, k % 16));
+    c.out[0].Fill(rng, int16_t(k < 24 ? -4095 : -32768), int16_t(k < 24 ? 4095 : 32767));
+    if (k % 4 == 3) {  // the values whose 8x wraps to or near the extremes
+      const int16_t edge[] = {-32768, 32767, -4096, 4095, -4097, 4096, -1, 0};
+      for (int i = 0; i < 64; ++i) std::memcpy(c.out[0].as<int16_t>() + i, &edge[rng.Uniform(0, 7)], 2);
+    }
+    c.in.push_back(test::ArrayOf<uint16_t>(64, (k * 7) % 16));
+    c.in[0].Fill(rng, uint16_t(0), uint16_t(k % 3 ? 65535 : 2048));
+    const uint16_t edge[2] = {65535, 32768};
+    std::memcpy(c.in[0].as<uint16_t>(), edge, sizeof(edge));
+    return c;
+  });
 }
+const auto kQuantCall = [](auto fn, test::Case& c) {
+  return fn(c.out[0].as<int16_t>(), c.in[0].as<uint16_t>());
+};
+RVT_CHECKASM(rvtiQuantFwd8x8_JPEG_16s_C1I, test::Cases{QuantCases(), kQuantCall});
+RVT_CHECKASM(rvtiQuantInv8x8_JPEG_16s_C1I, test::Cases{QuantCases(), kQuantCall});
 
 }  // namespace
 }  // namespace rvt

@@ -115,6 +115,27 @@ HWY_INLINE auto PackU8Ordered(V16 a, V16 b) {
 #endif
 }
 
+// int32 lanes to int16 with signed saturation, block by block as x86 packs:
+// each 16-byte block of the result holds the 4 lanes of a's block then the
+// 4 lanes of b's block (with one block per vector: a, then b).
+template <class D16, class V32>
+HWY_INLINE hn::Vec<D16> PackS16Blockwise(D16 d16, V32 a, V32 b) {
+#if RVT_RAW_X86
+  (void)d16;
+  if constexpr (sizeof(a.raw) == 64) {
+    return hn::Vec<D16>{_mm512_packs_epi32(a.raw, b.raw)};
+  } else if constexpr (sizeof(a.raw) == 32) {
+    return hn::Vec<D16>{_mm256_packs_epi32(a.raw, b.raw)};
+  } else {
+    return hn::Vec<D16>{_mm_packs_epi32(a.raw, b.raw)};
+  }
+#else
+  static_assert(hn::MaxLanes(D16()) <= 8, "portable form: one block per vector");
+  const hn::Half<D16> dh;
+  return hn::Combine(d16, hn::DemoteTo(dh, b), hn::DemoteTo(dh, a));
+#endif
+}
+
 // ------------------------------------------------------------ stores
 // Stores lo, hi whose 16-byte blocks alternate in memory: lo.0 hi.0 lo.1
 // hi.1 ..., the order InterleaveLower/Upper (block by block) leave results in.

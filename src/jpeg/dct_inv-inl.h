@@ -1,0 +1,418 @@
+// Inverse DCT: the vector kernels of one target.  No checks here: the
+// drivers in dct_inv.h have checked the arguments.
+#if defined(RVT_JPEG_DCT_INV_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef RVT_JPEG_DCT_INV_INL_H_
+#undef RVT_JPEG_DCT_INV_INL_H_
+#else
+#define RVT_JPEG_DCT_INV_INL_H_
+#endif
+
+#include <hwy/highway.h>
+
+#include <cstring>
+
+#include "frame/raw_ops-inl.h"
+#include "jpeg/dct_inv.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace rvt::dct_inv::HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+namespace ops = ::rvt::ops::HWY_NAMESPACE;
+
+using D128 = hn::Full128<int16_t>;
+using V128 = hn::Vec<D128>;
+
+// Lane i: a[2i] * b[2i] + a[2i+1] * b[2i+1] in 32 bits.
+template <class D32, class V>
+HWY_INLINE hn::Vec<D32> MulPairs(D32 d32, V a, V b) {
+  hn::Vec<D32> sum1 = hn::Zero(d32);
+  const hn::Vec<D32> sum0 = hn::ReorderWidenMulAccumulate(d32, a, b, hn::Zero(d32), sum1);
+  return hn::RearrangeToOddPlusEven(sum0, sum1);
+}
+
+// The 128-bit blocks of v, in order.
+template <class D>
+HWY_INLINE void SplitBlocks(D d, hn::Vec<D> v, V128* out) {
+  if constexpr (hn::MaxLanes(D()) * sizeof(hn::TFromD<D>) <= 16) {
+    out[0] = v;
+  } else {
+    const hn::Half<D> dh;
+    SplitBlocks(dh, hn::LowerHalf(dh, v), out);
+    SplitBlocks(dh, hn::UpperHalf(dh, v), out + hn::MaxLanes(dh) / 8);
+  }
+}
+
+HWY_INLINE hn::Vec<D128> Dequant(const int16_t* src, const uint16_t* q) {
+  const D128 d;
+  return hn::Mul(hn::LoadU(d, src), hn::LoadU(d, reinterpret_cast<const int16_t*>(q)));
+}
+
+// Row pass of coefficient rows 0..rows-1, one row per 128-bit block (at
+// most two per vector: wider vectors cost more in splitting than they save):
+// the row is reordered to X0 X2 X4 X6 X1 X3 X5 X7, each pair broadcast and
+// multiplied pairwise with the row's tables.
+template <class D16>
+HWY_INLINE void RowPass(D16 d16, const int16_t* src, const uint16_t* q, int rows, V128* y) {
+  const hn::Repartition<int32_t, D16> d32;
+  const hn::Repartition<uint8_t, D16> d8;
+  constexpr int kPer = int(hn::MaxLanes(D16()) / 8);
+  alignas(16) static constexpr uint8_t kPerm[16] = {0, 1, 4, 5, 8, 9, 12, 13,
+                                                    2, 3, 6, 7, 10, 11, 14, 15};
+  const auto perm = hn::LoadDup128(d8, kPerm);
+  for (int g = 0; g < rows; g += kPer) {
+    const auto x = hn::Mul(hn::LoadU(d16, src + 8 * g),
+                           hn::LoadU(d16, reinterpret_cast<const int16_t*>(q + 8 * g)));
+    const auto p = hn::BitCast(d32, hn::TableLookupBytes(hn::BitCast(d8, x), perm));
+    const auto x02 = hn::BitCast(d16, hn::Broadcast<0>(p));
+    const auto x46 = hn::BitCast(d16, hn::Broadcast<1>(p));
+    const auto x13 = hn::BitCast(d16, hn::Broadcast<2>(p));
+    const auto x57 = hn::BitCast(d16, hn::Broadcast<3>(p));
+    const auto e = hn::Add(hn::Add(MulPairs(d32, x02, hn::Load(d16, kIdctRowPairs.pair[0][g])),
+                                   MulPairs(d32, x46, hn::Load(d16, kIdctRowPairs.pair[1][g]))),
+                           hn::Load(d32, kIdctRowPairs.rounder[g]));
+    const auto o = hn::Add(MulPairs(d32, x13, hn::Load(d16, kIdctRowPairs.pair[2][g])),
+                           MulPairs(d32, x57, hn::Load(d16, kIdctRowPairs.pair[3][g])));
+    const auto lo = hn::ShiftRight<11>(hn::Add(e, o));
+    const auto hi = hn::Shuffle0123(hn::ShiftRight<11>(hn::Sub(e, o)));  // outputs 4..7
+    SplitBlocks(d16, ops::PackS16Blockwise(d16, lo, hi), y + g);
+  }
+}
+
+HWY_INLINE V128 AddS(V128 a, V128 b) { return hn::SaturatedAdd(a, b); }
+HWY_INLINE V128 SubS(V128 a, V128 b) { return hn::SaturatedSub(a, b); }
+HWY_INLINE V128 MulHi(V128 a, int16_t k) { return hn::MulHigh(a, hn::Set(D128(), k)); }
+
+// Output rows from the column pass's intermediate terms.
+HWY_INLINE void Butterfly(V128 a0, V128 a1, V128 e2, V128 e6, V128 o17, V128 o71, V128 o53,
+                          V128 o35, V128* z) {
+  const V128 s1 = AddS(SubS(o17, o53), SubS(o71, o35));
+  const V128 s2 = SubS(SubS(o17, o53), SubS(o71, o35));
+  const V128 c1 = AddS(MulHi(s1, kIdctC4m), s1), c2 = AddS(MulHi(s2, kIdctC4m), s2);
+  const V128 ae = AddS(a0, e2), ad = SubS(a0, e2), be = AddS(a1, e6), bd = SubS(a1, e6);
+  const V128 oa = AddS(o17, o53), ob = AddS(o71, o35);
+  z[0] = AddS(ae, oa);
+  z[7] = SubS(ae, oa);
+  z[1] = AddS(be, c1);
+  z[6] = SubS(be, c1);
+  z[2] = AddS(bd, c2);
+  z[5] = SubS(bd, c2);
+  z[3] = AddS(ad, ob);
+  z[4] = SubS(ad, ob);
+}
+
+HWY_INLINE void ColumnPass(const V128* y, V128* z) {
+  Butterfly(AddS(y[0], y[4]), SubS(y[0], y[4]), AddS(MulHi(y[6], kIdctT2), y[2]),
+            SubS(MulHi(y[2], kIdctT2), y[6]), AddS(MulHi(y[7], kIdctT1), y[1]),
+            SubS(MulHi(y[1], kIdctT1), y[7]), AddS(AddS(MulHi(y[5], kIdctT3m), y[5]), y[3]),
+            SubS(y[5], AddS(MulHi(y[3], kIdctT3m), y[3])), z);
+}
+
+// Rows 4..7 of the row pass are zero (coefficient rows 4..7 zero).
+HWY_INLINE void ColumnPass4(const V128* y, V128* z) {
+  const V128 zero = hn::Zero(D128());
+  Butterfly(y[0], y[0], y[2], MulHi(y[2], kIdctT2), y[1], MulHi(y[1], kIdctT1), y[3],
+            SubS(zero, AddS(MulHi(y[3], kIdctT3m), y[3])), z);
+}
+
+// Coefficient rows 2..7 zero: row 2 of the row pass is all 1 (its
+// rounder), rows 3..7 are zero.
+HWY_INLINE void ColumnPass2(const V128* y, V128* z) {
+  const V128 zero = hn::Zero(D128()), one = hn::Set(D128(), 1);
+  Butterfly(y[0], y[0], one, zero, y[1], MulHi(y[1], kIdctT1), zero, zero, z);
+}
+
+HWY_INLINE void StoreLs8(const V128* z, uint8_t* dst, int32_t step) {
+  const hn::Rebind<uint8_t, D128> d8;
+  const V128 bias = hn::Set(D128(), 128);
+  for (int r = 0; r < 8; ++r) {
+    hn::StoreU(hn::DemoteTo(d8, hn::Add(hn::ShiftRight<6>(z[r]), bias)), d8, RowPtr(dst, step, r));
+  }
+}
+
+inline void Ls8Full(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
+  V128 y[8], z[8];
+  RowPass(hn::CappedTag<int16_t, 16>(), src, q, 8, y);
+  ColumnPass(y, z);
+  StoreLs8(z, dst, step);
+}
+
+inline void Ls8Corner4(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
+  V128 y[4], z[8];
+  RowPass(hn::CappedTag<int16_t, 16>(), src, q, 4, y);
+  ColumnPass4(y, z);
+  StoreLs8(z, dst, step);
+}
+
+inline void Ls8Corner2(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
+  V128 y[2], z[8];
+  RowPass(hn::CappedTag<int16_t, 16>(), src, q, 2, y);
+  ColumnPass2(y, z);
+  StoreLs8(z, dst, step);
+}
+
+inline void Plain16(const int16_t* src, int16_t* dst, const uint16_t* q) {
+  V128 y[8], z[8];
+  RowPass(hn::CappedTag<int16_t, 16>(), src, q, 8, y);  // reads all of src first
+  ColumnPass(y, z);
+  for (int r = 0; r < 8; ++r) hn::StoreU(hn::ShiftRight<6>(z[r]), D128(), dst + 8 * r);
+}
+
+inline void DcOnly(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
+  const int32_t p = int32_t(src[0]) * int32_t(q[0]);
+  const int16_t v = int16_t(uint16_t(uint32_t((p >> 3) + 128)));
+  const hn::Full64<uint8_t> d8;
+  const auto b = hn::Set(d8, uint8_t(v < 0 ? 0 : (v > 255 ? 255 : v)));
+  for (int r = 0; r < 8; ++r) hn::StoreU(b, d8, RowPtr(dst, step, r));
+}
+
+// ---------------------------------------------------------------- reduced
+
+// Output rows j and J-1-j of a reduced transform weigh the even input rows
+// alike and the odd ones with opposite signs, so the vertical pass forms
+// the even part E (rows 0, 2, 4, 6) and the odd part O (rows 1, 3, 5, 7) of
+// the first J/2 output rows and takes E + O and E - O.  The 32-bit sums wrap
+// like the reference's, so the split changes no bit.
+template <int J>
+constexpr bool MirroredRows(const int16_t (&k)[J][8]) {
+  for (int j = 0; j < J; ++j)
+    for (int v = 0; v < 8; ++v)
+      if (k[J - 1 - j][v] != (v % 2 ? -k[j][v] : k[j][v])) return false;
+  return true;
+}
+static_assert(MirroredRows<4>(kIdctTo4x4) && MirroredRows<2>(kIdctTo2x2));
+static_assert(kIdctTo2x2[0][4] == 0 && kIdctTo2x2[0][6] == 0, "2x2 skips rows 4 and 6");
+
+// Vertical-pass weights [pair][j][8] for the row pairs (0,2), (4,6), (1,3),
+// (5,7) and the first J/2 outputs, as the int16 pairs the pairwise multiply
+// takes.
+template <int J>
+struct ReducedPairs {
+  alignas(64) int16_t w[4][J / 2][8];
+};
+template <int J>
+constexpr ReducedPairs<J> MakeReducedPairs(const int16_t (&k)[J][8]) {
+  constexpr int kRows[4][2] = {{0, 2}, {4, 6}, {1, 3}, {5, 7}};
+  ReducedPairs<J> t{};
+  for (int p = 0; p < 4; ++p)
+    for (int j = 0; j < J / 2; ++j)
+      for (int i = 0; i < 4; ++i) {
+        t.w[p][j][2 * i] = k[j][kRows[p][0]];
+        t.w[p][j][2 * i + 1] = k[j][kRows[p][1]];
+      }
+  return t;
+}
+inline constexpr ReducedPairs<4> kTo4x4Pairs = MakeReducedPairs<4>(kIdctTo4x4);
+inline constexpr ReducedPairs<2> kTo2x2Pairs = MakeReducedPairs<2>(kIdctTo2x2);
+
+// Per 128-bit block: lane i is the sum of the four lanes of p_i.
+template <class D32, class V>
+HWY_INLINE V SumLanes4(D32 d32, V p0, V p1, V p2, V p3) {
+  const hn::Repartition<int64_t, D32> d64;
+  const auto a = hn::BitCast(d64, hn::Add(hn::InterleaveLower(d32, p0, p1),
+                                          hn::InterleaveUpper(d32, p0, p1)));
+  const auto b = hn::BitCast(d64, hn::Add(hn::InterleaveLower(d32, p2, p3),
+                                          hn::InterleaveUpper(d32, p2, p3)));
+  return hn::Add(hn::BitCast(d32, hn::InterleaveLower(d64, a, b)),
+                 hn::BitCast(d32, hn::InterleaveUpper(d64, a, b)));
+}
+
+// Each 128-bit block holds one output row: the vertical pass multiplies
+// interleaved coefficient rows by their weight pairs; the horizontal pass
+// multiplies the 8 intermediate values by K[i][0..7] and sums each i.
+template <int J>
+HWY_INLINE void ReducedKernel(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q,
+                              const int16_t (&k)[J][8], const ReducedPairs<J>& pairs) {
+  const hn::CappedTag<int16_t, 4 * J> d16;
+  using D16 = decltype(d16);
+  const hn::Repartition<int32_t, D16> d32;
+  const hn::Rebind<uint8_t, D16> d8;
+  using V = hn::Vec<D16>;
+  using V32 = hn::Vec<decltype(d32)>;
+  constexpr int kPer = int(hn::MaxLanes(D16()) / 8);
+  constexpr int kGroups = J / 2 / kPer;
+
+  V x[8];
+  for (int v = 0; v < 8; ++v) {
+    x[v] = hn::Mul(hn::LoadDup128(d16, src + 8 * v),
+                   hn::LoadDup128(d16, reinterpret_cast<const int16_t*>(q + 8 * v)));
+  }
+  constexpr int kRows[4][2] = {{0, 2}, {4, 6}, {1, 3}, {5, 7}};
+  V z[4][2];
+  for (int p = 0; p < 4; ++p) {
+    z[p][0] = hn::InterleaveLower(d16, x[kRows[p][0]], x[kRows[p][1]]);
+    z[p][1] = hn::InterleaveUpper(d16, x[kRows[p][0]], x[kRows[p][1]]);
+  }
+  const V32 bias1 = hn::Set(d32, 1 << (kReducedShift1 - 1));
+  V front[kGroups], back[kGroups];  // output rows g*kPer + b, and J-1 minus that
+  for (int g = 0; g < kGroups; ++g) {
+    V32 e[2], o[2];
+    for (int h = 0; h < 2; ++h) {
+      e[h] = hn::Add(bias1, MulPairs(d32, z[0][h], hn::Load(d16, pairs.w[0][g * kPer])));
+      if constexpr (J == 4) {
+        e[h] = hn::Add(e[h], MulPairs(d32, z[1][h], hn::Load(d16, pairs.w[1][g * kPer])));
+      }
+      o[h] = hn::Add(MulPairs(d32, z[2][h], hn::Load(d16, pairs.w[2][g * kPer])),
+                     MulPairs(d32, z[3][h], hn::Load(d16, pairs.w[3][g * kPer])));
+    }
+    front[g] = ops::PackS16Blockwise(d16, hn::ShiftRight<kReducedShift1>(hn::Add(e[0], o[0])),
+                                     hn::ShiftRight<kReducedShift1>(hn::Add(e[1], o[1])));
+    back[g] = ops::PackS16Blockwise(d16, hn::ShiftRight<kReducedShift1>(hn::Sub(e[0], o[0])),
+                                    hn::ShiftRight<kReducedShift1>(hn::Sub(e[1], o[1])));
+  }
+
+  const V32 bias2 = hn::Set(d32, 1 << (kReducedShift2 - 1));
+  auto finish = [&](V32 a, V32 b) {
+    const V v = ops::PackS16Blockwise(d16, hn::ShiftRight<kReducedShift2>(hn::Add(a, bias2)),
+                                      hn::ShiftRight<kReducedShift2>(hn::Add(b, bias2)));
+    return hn::DemoteTo(d8, hn::SaturatedAdd(v, hn::Set(d16, 128)));
+  };
+  alignas(64) uint8_t out[16];
+  if constexpr (J == 4) {
+    const V k0 = hn::LoadDup128(d16, k[0]), k1 = hn::LoadDup128(d16, k[1]);
+    const V k2 = hn::LoadDup128(d16, k[2]), k3 = hn::LoadDup128(d16, k[3]);
+    auto sums = [&](V t) {
+      return SumLanes4(d32, MulPairs(d32, t, k0), MulPairs(d32, t, k1), MulPairs(d32, t, k2),
+                       MulPairs(d32, t, k3));
+    };
+    // Block b of group g: 4 bytes of row j = g*kPer + b, then 4 of row 3 - j.
+    for (int g = 0; g < kGroups; ++g) {
+      hn::Store(finish(sums(front[g]), sums(back[g])), d8, out + 8 * kPer * g);
+    }
+    for (int j = 0; j < 2; ++j) {
+      std::memcpy(RowPtr(dst, step, j), out + 8 * j, 4);
+      std::memcpy(RowPtr(dst, step, 3 - j), out + 8 * j + 4, 4);
+    }
+  } else {
+    const V k0 = hn::LoadDup128(d16, k[0]), k1 = hn::LoadDup128(d16, k[1]);
+    const V32 s = SumLanes4(d32, MulPairs(d32, front[0], k0), MulPairs(d32, front[0], k1),
+                            MulPairs(d32, back[0], k0), MulPairs(d32, back[0], k1));
+    hn::Store(finish(s, s), d8, out);  // rows 0 and 1, two bytes each
+    std::memcpy(RowPtr(dst, step, 0), out, 2);
+    std::memcpy(RowPtr(dst, step, 1), out + 2, 2);
+  }
+}
+
+inline void To4x4(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
+  ReducedKernel<4>(src, dst, step, q, kIdctTo4x4, kTo4x4Pairs);
+}
+inline void To2x2(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q) {
+  ReducedKernel<2>(src, dst, step, q, kIdctTo2x2, kTo2x2Pairs);
+}
+
+// ---------------------------------------------------------------- 16-bit samples
+
+using DF = hn::CappedTag<float, 8>;
+using VF = hn::Vec<DF>;
+constexpr int kNF = int(hn::MaxLanes(DF()));  // 4 or 8 floats per vector
+constexpr int kHF = 8 / kNF;                  // vectors per row of 8
+
+// Same expressions, same order as the reference's 8-point pass; in[i] and
+// out[i] step by `stride` vectors.
+HWY_INLINE void Idct8Float(const VF* in, VF* out, int stride) {
+  const DF df;
+  const VF k1 = hn::Set(df, kIdctF1), k2 = hn::Set(df, kIdctF2), k3 = hn::Set(df, kIdctF3);
+  const VF k4 = hn::Set(df, kIdctF4), k5 = hn::Set(df, kIdctF5), k6 = hn::Set(df, kIdctF6);
+  const VF k7 = hn::Set(df, kIdctF7);
+  const VF i0 = in[0], i1 = in[stride], i2 = in[2 * stride], i3 = in[3 * stride];
+  const VF i4 = in[4 * stride], i5 = in[5 * stride], i6 = in[6 * stride], i7 = in[7 * stride];
+  const VF e0 = (i0 + i4) * k4, e1 = (i0 - i4) * k4;
+  const VF e2 = i2 * k2 + i6 * k6, e3 = i2 * k6 - i6 * k2;
+  const VF E0 = e0 + e2, E3 = e0 - e2, E1 = e1 + e3, E2 = e1 - e3;
+  const VF O0 = i1 * k1 + i3 * k3 + i5 * k5 + i7 * k7;
+  const VF O1 = i1 * k3 - i3 * k7 - i5 * k1 - i7 * k5;
+  const VF O2 = i1 * k5 - i3 * k1 + i5 * k7 + i7 * k3;
+  const VF O3 = i1 * k7 - i3 * k5 + i5 * k3 - i7 * k1;
+  out[0] = E0 + O0;
+  out[7 * stride] = E0 - O0;
+  out[stride] = E1 + O1;
+  out[6 * stride] = E1 - O1;
+  out[2 * stride] = E2 + O2;
+  out[5 * stride] = E2 - O2;
+  out[3 * stride] = E3 + O3;
+  out[4 * stride] = E3 - O3;
+}
+
+// Transposes the 8x8 matrix m[row * kHF + h] (vector h holds columns
+// h*kNF .. h*kNF+kNF-1 of the row) into t in the same layout.
+HWY_INLINE void Transpose8x8(const VF* m, VF* t) {
+  const DF df;
+  const hn::Repartition<double, DF> dd;
+  if constexpr (kNF == 4) {
+    for (int br = 0; br < 2; ++br) {
+      for (int bc = 0; bc < 2; ++bc) {
+        const VF a = m[(4 * br + 0) * 2 + bc], b = m[(4 * br + 1) * 2 + bc];
+        const VF c = m[(4 * br + 2) * 2 + bc], d = m[(4 * br + 3) * 2 + bc];
+        const auto ab0 = hn::BitCast(dd, hn::InterleaveLower(df, a, b));
+        const auto ab1 = hn::BitCast(dd, hn::InterleaveUpper(df, a, b));
+        const auto cd0 = hn::BitCast(dd, hn::InterleaveLower(df, c, d));
+        const auto cd1 = hn::BitCast(dd, hn::InterleaveUpper(df, c, d));
+        t[(4 * bc + 0) * 2 + br] = hn::BitCast(df, hn::InterleaveLower(dd, ab0, cd0));
+        t[(4 * bc + 1) * 2 + br] = hn::BitCast(df, hn::InterleaveUpper(dd, ab0, cd0));
+        t[(4 * bc + 2) * 2 + br] = hn::BitCast(df, hn::InterleaveLower(dd, ab1, cd1));
+        t[(4 * bc + 3) * 2 + br] = hn::BitCast(df, hn::InterleaveUpper(dd, ab1, cd1));
+      }
+    }
+  } else {
+    hn::Vec<decltype(dd)> u[8];
+    for (int half = 0; half < 2; ++half) {
+      const VF* r = m + 4 * half;
+      const auto t0 = hn::BitCast(dd, hn::InterleaveLower(df, r[0], r[1]));
+      const auto t1 = hn::BitCast(dd, hn::InterleaveUpper(df, r[0], r[1]));
+      const auto t2 = hn::BitCast(dd, hn::InterleaveLower(df, r[2], r[3]));
+      const auto t3 = hn::BitCast(dd, hn::InterleaveUpper(df, r[2], r[3]));
+      u[4 * half + 0] = hn::InterleaveLower(dd, t0, t2);  // columns 0 | 4
+      u[4 * half + 1] = hn::InterleaveUpper(dd, t0, t2);  // columns 1 | 5
+      u[4 * half + 2] = hn::InterleaveLower(dd, t1, t3);  // columns 2 | 6
+      u[4 * half + 3] = hn::InterleaveUpper(dd, t1, t3);  // columns 3 | 7
+    }
+    for (int c = 0; c < 4; ++c) {
+      t[c] = hn::BitCast(df, hn::ConcatLowerLower(dd, u[4 + c], u[c]));
+      t[c + 4] = hn::BitCast(df, hn::ConcatUpperUpper(dd, u[4 + c], u[c]));
+    }
+  }
+}
+
+template <class D>
+HWY_INLINE void Ls16uImpl(D df, const int16_t* src, uint16_t* dst, int32_t step,
+                          const uint16_t* q) {
+  const hn::Rebind<int32_t, D> d32;
+  hn::Vec<D> f[8 * kHF], g[8 * kHF];  // VF; spelled dependent so only one branch below is built
+  for (int r = 0; r < 8; ++r) {
+    const V128 x = Dequant(src + 8 * r, q + 8 * r);
+    if constexpr (kNF == 8) {
+      f[r] = hn::ConvertTo(df, hn::PromoteTo(d32, x));
+    } else {
+      const hn::Half<D128> dh;
+      f[2 * r] = hn::ConvertTo(df, hn::PromoteTo(d32, hn::LowerHalf(dh, x)));
+      f[2 * r + 1] = hn::ConvertTo(df, hn::PromoteTo(d32, hn::UpperHalf(dh, x)));
+    }
+  }
+  for (int h = 0; h < kHF; ++h) Idct8Float(f + h, g + h, kHF);  // down the columns
+  Transpose8x8(g, f);
+  for (int h = 0; h < kHF; ++h) Idct8Float(f + h, g + h, kHF);  // along the rows, transposed
+  Transpose8x8(g, f);
+  // Clamping to -2048..2047 before rounding gives the same integers as
+  // clamping after it (the bounds are integers); then the level shift.
+  const hn::Vec<D> lo = hn::Set(df, -2048.0f), hi = hn::Set(df, 2047.0f);
+  const auto lift = hn::Set(D128(), 2048);
+  const hn::Full128<uint16_t> du16;
+  for (int y = 0; y < 8; ++y) {
+    V128 v;
+    if constexpr (kNF == 8) {
+      v = hn::DemoteTo(hn::Rebind<int16_t, decltype(d32)>(), hn::NearestInt(hn::Min(hn::Max(f[y], lo), hi)));
+    } else {
+      v = ops::PackS16Blockwise(D128(), hn::NearestInt(hn::Min(hn::Max(f[2 * y], lo), hi)),
+                                hn::NearestInt(hn::Min(hn::Max(f[2 * y + 1], lo), hi)));
+    }
+    hn::StoreU(hn::BitCast(du16, hn::Add(v, lift)), du16, RowPtr(dst, step, y));
+  }
+}
+
+inline void Ls16u(const int16_t* src, uint16_t* dst, int32_t step, const uint16_t* q) {
+  Ls16uImpl(DF(), src, dst, step, q);
+}
+
+}  // namespace rvt::dct_inv::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#endif  // RVT_JPEG_DCT_INV_INL_H_
