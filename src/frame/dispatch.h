@@ -63,13 +63,6 @@ int ActiveLevel();
 #define RVT_CHOOSE_SSSE3(ns, fn) nullptr
 #endif
 
-// Transitional: families whose kernels still sit in rvt::HWY_NAMESPACE.
-#define RVT_IMPL_HWY_LEGACY(name, hwy_fn, ref_fn)                          \
-  extern const Impl<decltype(&::name)> impl_##name;                        \
-  const Impl<decltype(&::name)> impl_##name = {                            \
-      {HWY_CHOOSE_AVX3(hwy_fn), HWY_CHOOSE_AVX2(hwy_fn),                   \
-       HWY_CHOOSE_SSSE3(hwy_fn), &ref_fn}}
-
 // Descriptor of an export whose fast form needs no target features (plain
 // x86-64 code): it fills every target entry, the reference the last, so
 // the harness still compares the two.
