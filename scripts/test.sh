@@ -18,7 +18,7 @@ cmake --build build-asan -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build-asan -j"$jobs" --output-on-failure
 
-# Hostile input: the Huffman decoders under libFuzzer with ASan+UBSan, about
+# Hostile input: the bitstream readers under libFuzzer with ASan+UBSan, about
 # a minute in all.
 builds=(build build-asan)
 if [ -x fuzz/build_and_run.sh ]; then
