@@ -228,9 +228,9 @@ int JxrDisagreements(const test::GuardedPlane<int32_t>& in) {
 
 TEST(PhotoCoreTransform, AgreesWithJxrlibOnRandomBlocksAndPhotos) {
   test::Rng rng(5);
-  // Random blocks: up to 2^26 in magnitude, where no 32-bit intermediate
-  // overflows in either library.
-  for (const int32_t lim : {255, 4095, 1 << 20, 1 << 26}) {
+  // Random blocks of growing magnitude up to the full 32-bit range, where
+  // intermediates wrap in both (jxrlib's build wraps its int arithmetic).
+  for (const int32_t lim : {255, 4095, 1 << 20, 1 << 26, 1 << 29, 2147483647}) {
     test::GuardedPlane<int32_t> p(256, 64);
     p.FillRandom(rng, -lim, lim);
     EXPECT_EQ(JxrDisagreements(p), 0) << "limit " << lim;
