@@ -2,8 +2,9 @@
 // 16-bit input included), the check order with nothing written, 16-bit
 // results against 32-bit ones, jxrlib's forward transform as an oracle,
 // and every target against the reference.
-#include <cmath>
 #include <cstring>
+#include <limits>
+#include <string>
 
 #include "checkasm.h"
 #include "photo.h"
@@ -76,6 +77,20 @@ void FlatBlocks() {
       ASSERT_EQ(test::Reference(fam.inv)(p.data(), p.step(), {12, 8}), rvtStatusOk);
       for (int y = 0; y < 8; ++y)
         for (int x = 0; x < 12; ++x) ASSERT_EQ(p.get(x, y), v) << t.name;
+    }
+    for (const auto& mb : fam.mbs) {
+      for (const auto& t : test::AllTargets(mb.fwd)) {
+        test::GuardedPlane<T> p(mb.w, mb.h, 0, 1);
+        for (int y = 0; y < mb.h; ++y)
+          for (int x = 0; x < mb.w; ++x) p.set(x, y, v);
+        ASSERT_EQ(t.fn(p.data(), p.step()), rvtStatusOk);
+        for (int y = 0; y < mb.h; ++y)
+          for (int x = 0; x < mb.w; ++x)
+            ASSERT_EQ(p.get(x, y), (x % 4 == 0 && y % 4 == 0) ? T(4 * v) : T(0))
+                << t.name << " " << mb.w << "x" << mb.h << " v=" << +v;
+        std::string where;
+        ASSERT_TRUE(p.GuardsIntact(&where)) << where;
+      }
     }
   }
 }
