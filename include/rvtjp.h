@@ -650,6 +650,50 @@ RvtResult rvtiJoinRow_TIFF_8u16u_C1(const uint8_t* const pSrc[2], uint16_t* pDst
  * (pSrc, pDst, len, then the planes inside pDst). */
 RvtResult rvtiSplitRow_TIFF_16u8u_C1(const uint16_t* pSrc, uint8_t* const pDst[2], int len);
 
+/* ------------------------------------------------ JPEG XR photo core transform */
+/* The 4x4 photo core transform (the first-level block transform of JPEG XR:
+ * no DC transform, no overlap filtering), in place on every 4x4 block of a
+ * region, forward (Fwd) or inverse (Inv).  Forward then inverse restores
+ * integer samples bit for bit when nothing overflows; a flat block of v
+ * becomes 4v at position 0 and zeros.  16s: every intermediate, the
+ * argument of every shift included (3x + 4, x + 1, A - B), wraps to 16
+ * bits and each shift acts on that sign-extended 16-bit value; 32s: 32-bit
+ * wrapping arithmetic; 32f: the network with exact rational lifting
+ * factors and no rounding terms.  Elements may sit at any address.
+ *
+ * Region forms.  Checks, in order: pSrcDst null (rvtStatusNullPtr); width,
+ * then height below 1 (rvtStatusSize); srcDstStep below one row of the
+ * region in bytes (rvtStatusStep); width or height not a multiple of 4
+ * (rvtStatusSize). */
+RvtResult rvtiPCTFwd_JPEGXR_16s_C1IR(int16_t* pSrcDst, int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiPCTInv_JPEGXR_16s_C1IR(int16_t* pSrcDst, int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiPCTFwd_JPEGXR_32s_C1IR(int32_t* pSrcDst, int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiPCTInv_JPEGXR_32s_C1IR(int32_t* pSrcDst, int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiPCTFwd_JPEGXR_32f_C1IR(float* pSrcDst, int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiPCTInv_JPEGXR_32f_C1IR(float* pSrcDst, int32_t srcDstStep, ImageSize roiSize);
+/* Macroblock forms: 16x16 (16 blocks), 8 wide by 16 high (8 blocks) and 8x8
+ * (4 blocks).  Checks: pSrcDst null (rvtStatusNullPtr), then srcDstStep
+ * below one row of the macroblock in bytes, 16 or 8 elements
+ * (rvtStatusStep). */
+RvtResult rvtiPCTFwd16x16_JPEGXR_16s_C1IR(int16_t* pSrcDst, int32_t srcDstStep);
+RvtResult rvtiPCTInv16x16_JPEGXR_16s_C1IR(int16_t* pSrcDst, int32_t srcDstStep);
+RvtResult rvtiPCTFwd8x16_JPEGXR_16s_C1IR(int16_t* pSrcDst, int32_t srcDstStep);
+RvtResult rvtiPCTInv8x16_JPEGXR_16s_C1IR(int16_t* pSrcDst, int32_t srcDstStep);
+RvtResult rvtiPCTFwd8x8_JPEGXR_16s_C1IR(int16_t* pSrcDst, int32_t srcDstStep);
+RvtResult rvtiPCTInv8x8_JPEGXR_16s_C1IR(int16_t* pSrcDst, int32_t srcDstStep);
+RvtResult rvtiPCTFwd16x16_JPEGXR_32s_C1IR(int32_t* pSrcDst, int32_t srcDstStep);
+RvtResult rvtiPCTInv16x16_JPEGXR_32s_C1IR(int32_t* pSrcDst, int32_t srcDstStep);
+RvtResult rvtiPCTFwd8x16_JPEGXR_32s_C1IR(int32_t* pSrcDst, int32_t srcDstStep);
+RvtResult rvtiPCTInv8x16_JPEGXR_32s_C1IR(int32_t* pSrcDst, int32_t srcDstStep);
+RvtResult rvtiPCTFwd8x8_JPEGXR_32s_C1IR(int32_t* pSrcDst, int32_t srcDstStep);
+RvtResult rvtiPCTInv8x8_JPEGXR_32s_C1IR(int32_t* pSrcDst, int32_t srcDstStep);
+RvtResult rvtiPCTFwd16x16_JPEGXR_32f_C1IR(float* pSrcDst, int32_t srcDstStep);
+RvtResult rvtiPCTInv16x16_JPEGXR_32f_C1IR(float* pSrcDst, int32_t srcDstStep);
+RvtResult rvtiPCTFwd8x16_JPEGXR_32f_C1IR(float* pSrcDst, int32_t srcDstStep);
+RvtResult rvtiPCTInv8x16_JPEGXR_32f_C1IR(float* pSrcDst, int32_t srcDstStep);
+RvtResult rvtiPCTFwd8x8_JPEGXR_32f_C1IR(float* pSrcDst, int32_t srcDstStep);
+RvtResult rvtiPCTInv8x8_JPEGXR_32f_C1IR(float* pSrcDst, int32_t srcDstStep);
+
 #ifdef __cplusplus
 }
 #endif

@@ -392,6 +392,48 @@ uint64_t HuffmanDigest() {
   return d.value();
 }
 
+// The photo core transform: every export forward on random samples (full
+// 16-bit range, 20-bit 32-bit values, floats), then the inverse, digested
+// after each; the region forms on a 132x72 plane with a padded step.
+template <class T>
+void PctDigest(Digest& d, RvtResult (*fwd)(T*, int32_t, ImageSize),
+               RvtResult (*inv)(T*, int32_t, ImageSize),
+               std::initializer_list<RvtResult (*)(T*, int32_t)> mbs, int lo, int hi) {
+  constexpr int w = 132, h = 72, stride = w + 4;
+  std::vector<T> px = Random<T>(size_t(stride) * h, 21 + sizeof(T), lo, hi);
+  if constexpr (std::is_floating_point_v<T>) {
+    for (auto& v : px) v = T(v / 7.0);
+  }
+  d.Status(fwd(px.data(), stride * int32_t(sizeof(T)), {w, h}));
+  d.Add(px);
+  d.Status(inv(px.data(), stride * int32_t(sizeof(T)), {w, h}));
+  d.Add(px);
+  for (auto fn : mbs) {  // a macroblock at an odd column
+    d.Status(fn(px.data() + 3, stride * int32_t(sizeof(T))));
+    d.Add(px);
+  }
+}
+
+uint64_t PctDigestAll() {
+  Digest d;
+  PctDigest<int16_t>(d, rvtiPCTFwd_JPEGXR_16s_C1IR, rvtiPCTInv_JPEGXR_16s_C1IR,
+                     {rvtiPCTFwd16x16_JPEGXR_16s_C1IR, rvtiPCTInv16x16_JPEGXR_16s_C1IR,
+                      rvtiPCTFwd8x16_JPEGXR_16s_C1IR, rvtiPCTInv8x16_JPEGXR_16s_C1IR,
+                      rvtiPCTFwd8x8_JPEGXR_16s_C1IR, rvtiPCTInv8x8_JPEGXR_16s_C1IR},
+                     -32768, 32767);
+  PctDigest<int32_t>(d, rvtiPCTFwd_JPEGXR_32s_C1IR, rvtiPCTInv_JPEGXR_32s_C1IR,
+                     {rvtiPCTFwd16x16_JPEGXR_32s_C1IR, rvtiPCTInv16x16_JPEGXR_32s_C1IR,
+                      rvtiPCTFwd8x16_JPEGXR_32s_C1IR, rvtiPCTInv8x16_JPEGXR_32s_C1IR,
+                      rvtiPCTFwd8x8_JPEGXR_32s_C1IR, rvtiPCTInv8x8_JPEGXR_32s_C1IR},
+                     -(1 << 20), 1 << 20);
+  PctDigest<float>(d, rvtiPCTFwd_JPEGXR_32f_C1IR, rvtiPCTInv_JPEGXR_32f_C1IR,
+                   {rvtiPCTFwd16x16_JPEGXR_32f_C1IR, rvtiPCTInv16x16_JPEGXR_32f_C1IR,
+                    rvtiPCTFwd8x16_JPEGXR_32f_C1IR, rvtiPCTInv8x16_JPEGXR_32f_C1IR,
+                    rvtiPCTFwd8x8_JPEGXR_32f_C1IR, rvtiPCTInv8x8_JPEGXR_32f_C1IR},
+                   -4000, 4000);
+  return d.value();
+}
+
 TEST(Abi, FamiliesGiveTheirDefinedResults) {
   struct Family {
     const char* name;
@@ -404,7 +446,8 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"colour, forward", ColorFwdDigest, 0xcc8763973dbd75aaull},
                           Family{"colour, inverse", ColorInvDigest, 0x9b67bd0763eca78aull},
                           Family{"chroma sampling", SamplingDigest, 0x80ce752c8aa923dcull},
-                          Family{"Huffman", HuffmanDigest, 0xcce45a81ea2fb0f6ull}}) {
+                          Family{"Huffman", HuffmanDigest, 0xcce45a81ea2fb0f6ull},
+                          Family{"photo core transform", PctDigestAll, 0x1197b165cc207e02ull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }
