@@ -54,7 +54,9 @@ int Register() {
     t.squish_ns = SquishNs(t, rgba);
     bench::RegisterTargets(std::string("Decode/") + t.name, t.impl,
                            [&t](benchmark::State& st, DecodeFn fn) {
-                             std::vector<uint8_t> out(size_t(kW) * kH * size_t(t.pixel));
+                             // 64-byte aligned rows, as a texture loader allocates them.
+                             std::vector<uint8_t, test::Aligned64<uint8_t>> out(
+                                 size_t(kW) * kH * size_t(t.pixel));
                              bench::LoopTimer timer;
                              for (auto _ : st) {
                                fn(t.blocks.data(), out.data(), kW * t.pixel, {kW, kH});

@@ -12,6 +12,7 @@
 #define RVT_TEXTURE_BC_DECODE_INL_H_
 #endif
 
+#include <hwy/cache_control.h>
 #include <hwy/highway.h>
 
 #include <type_traits>
@@ -198,9 +199,21 @@ HWY_INLINE V8 ChannelPart(V8 v) {
 
 HWY_INLINE uint8_t* Row(uint8_t* dst, int32_t step, int r) { return dst + ptrdiff_t(r) * step; }
 
+// A full vector of pixels; kStream: non-temporal (the caller aligned the
+// rows to 64 bytes).
+template <bool kStream>
+HWY_INLINE void Put(V8 v, uint8_t* p) {
+  if (kStream) {
+    hn::Stream(v, D8(), p);
+  } else {
+    hn::StoreU(v, D8(), p);
+  }
+}
+
 // DXT1: a vector load holds 2 * N / 16 blocks; each half is spread to one
 // block per 128-bit block.
-inline void RowDxt1(const uint8_t* src, uint8_t* dst, int32_t step, int32_t width, int rows) {
+template <bool kStream>
+void RowDxt1(const uint8_t* src, uint8_t* dst, int32_t step, int32_t width, int rows) {
   const D8 d8;
   const D64 d64;
   const int64_t n64 = int64_t(hn::Lanes(d64));
@@ -215,15 +228,16 @@ inline void RowDxt1(const uint8_t* src, uint8_t* dst, int32_t step, int32_t widt
       V8 pal, idx;
       ColourPart<0, true>(hn::BitCast(d8, hn::TableLookupLanes(both, h ? ihi : ilo)), pal, idx);
       uint8_t* out = dst + 16 * b + h * half_bytes;
-      for (int r = 0; r < rows; ++r) hn::StoreU(ColourRow(r, pal, idx), d8, Row(out, step, r));
+      for (int r = 0; r < rows; ++r) Put<kStream>(ColourRow(r, pal, idx), Row(out, step, r));
     }
   }
+  if (kStream) hwy::FlushStream();
   BlocksRef<Dxt1>(src, dst, step, width, rows, b);
 }
 
 // DXT3 and DXT5: one 16-byte block per 128-bit block; the alpha of the 16
 // pixels (row order) joins the colour rows, whose palette alpha is 0.
-template <class F>
+template <class F, bool kStream>
 void RowDxtAlpha(const uint8_t* src, uint8_t* dst, int32_t step, int32_t width, int rows) {
   const D8 d8;
   const D16 d16;
@@ -244,16 +258,18 @@ void RowDxtAlpha(const uint8_t* src, uint8_t* dst, int32_t step, int32_t width, 
     uint8_t* out = dst + 16 * b;
     for (int r = 0; r < rows; ++r) {
       const V8 px = hn::Or(ColourRow(r, pal, idx), hn::TableLookupBytes(alpha, Rep(d8, kAlphaSel[r])));
-      hn::StoreU(px, d8, Row(out, step, r));
+      Put<kStream>(px, Row(out, step, r));
     }
   }
+  if (kStream) hwy::FlushStream();
   BlocksRef<F>(src, dst, step, width, rows, b);
 }
 
 // BC4: two vector loads hold 4 * N / 16 blocks; regrouped so that 128-bit
 // block k of `a` holds blocks 4k, 4k + 1 and of `c` blocks 4k + 2, 4k + 3,
 // their 4x4 tiles transpose to rows of 16 pixels per 128-bit block.
-inline void RowBc4(const uint8_t* src, uint8_t* dst, int32_t step, int32_t width, int rows) {
+template <bool kStream>
+void RowBc4(const uint8_t* src, uint8_t* dst, int32_t step, int32_t width, int rows) {
   const D8 d8;
   const D32 d32;
   const D64 d64;
@@ -275,13 +291,15 @@ inline void RowBc4(const uint8_t* src, uint8_t* dst, int32_t step, int32_t width
                        hn::BitCast(d8, hn::InterleaveUpper(d64, p01l, p23l)),
                        hn::BitCast(d8, hn::InterleaveLower(d64, p01h, p23h)),
                        hn::BitCast(d8, hn::InterleaveUpper(d64, p01h, p23h))};
-    for (int r = 0; r < rows; ++r) hn::StoreU(out[r], d8, Row(dst + 4 * b, step, r));
+    for (int r = 0; r < rows; ++r) Put<kStream>(out[r], Row(dst + 4 * b, step, r));
   }
+  if (kStream) hwy::FlushStream();
   BlocksRef<Bc4>(src, dst, step, width, rows, b);
 }
 
 // BC5: one block per 128-bit block; red and green interleave to rows 0-1
-// and 2-3 of every block, whose 8-byte rows gather to half vectors.
+// and 2-3 of every block, whose 8-byte rows gather to half vectors (plain
+// stores only: a non-temporal half vector would write a whole one).
 inline void RowBc5(const uint8_t* src, uint8_t* dst, int32_t step, int32_t width, int rows) {
   const D8 d8;
   const D64 d64;

@@ -12,16 +12,16 @@ HWY_BEFORE_NAMESPACE();
 namespace rvt::bc_decode::HWY_NAMESPACE {
 
 RvtResult Dxt1Entry(const uint8_t* s, uint8_t* d, int32_t step, ImageSize roi) {
-  return Region<Dxt1, RowDxt1>(s, d, step, roi);
+  return RegionLarge<Dxt1, RowDxt1<false>, RowDxt1<true>>(s, d, step, roi);
 }
 RvtResult Dxt3Entry(const uint8_t* s, uint8_t* d, int32_t step, ImageSize roi) {
-  return Region<Dxt3, RowDxtAlpha<Dxt3>>(s, d, step, roi);
+  return RegionLarge<Dxt3, RowDxtAlpha<Dxt3, false>, RowDxtAlpha<Dxt3, true>>(s, d, step, roi);
 }
 RvtResult Dxt5Entry(const uint8_t* s, uint8_t* d, int32_t step, ImageSize roi) {
-  return Region<Dxt5, RowDxtAlpha<Dxt5>>(s, d, step, roi);
+  return RegionLarge<Dxt5, RowDxtAlpha<Dxt5, false>, RowDxtAlpha<Dxt5, true>>(s, d, step, roi);
 }
 RvtResult Bc4Entry(const uint8_t* s, uint8_t* d, int32_t step, ImageSize roi) {
-  return Region<Bc4, RowBc4>(s, d, step, roi);
+  return RegionLarge<Bc4, RowBc4<false>, RowBc4<true>>(s, d, step, roi);
 }
 RvtResult Bc5Entry(const uint8_t* s, uint8_t* d, int32_t step, ImageSize roi) {
   return Region<Bc5, RowBc5>(s, d, step, roi);

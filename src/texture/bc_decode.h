@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "frame/checks.h"
+#include "rvtcore.h"
 #include "rvtjp.h"
 
 namespace rvt::bc_decode {
@@ -153,6 +154,28 @@ RvtResult Region(const uint8_t* src, uint8_t* dst, int32_t step, ImageSize roi) 
          roi.height - y < 4 ? int(roi.height - y) : 4);
   }
   return rvtStatusOk;
+}
+
+// Regions whose traffic (blocks read and pixels written) is larger than
+// the largest cache, with rows that start on 64-byte boundaries, take
+// kStreamRow (non-temporal stores: the texture would only evict the
+// caller's data on its way to memory).  Any arguments: a refused call is
+// refused by either.
+template <class F>
+bool Streams(const uint8_t* dst, int32_t step, ImageSize roi) {
+  if (roi.width < 1 || roi.height < 1) return false;
+  const int64_t blocks = (int64_t(roi.width) + 3) / 4 * ((int64_t(roi.height) + 3) / 4);
+  const int64_t bytes = int64_t(roi.width) * roi.height * F::kPixel + blocks * F::kBlock;
+  if (bytes < (int64_t(1) << 20) || ((reinterpret_cast<uintptr_t>(dst) | uint32_t(step)) & 63)) {
+    return false;
+  }
+  int32_t cache = 0;
+  return rvtGetMaxCacheSizeB(&cache) == rvtStatusOk && bytes >= cache;
+}
+template <class F, RowFn kRow, RowFn kStreamRow>
+RvtResult RegionLarge(const uint8_t* src, uint8_t* dst, int32_t step, ImageSize roi) {
+  return Streams<F>(dst, step, roi) ? Region<F, kStreamRow>(src, dst, step, roi)
+                                    : Region<F, kRow>(src, dst, step, roi);
 }
 
 // The reference entries.
