@@ -660,7 +660,10 @@ RvtResult rvtiSplitRow_TIFF_16u8u_C1(const uint16_t* pSrc, uint8_t* const pDst[2
  * negative step walks the destination upwards); width or height below 1
  * (rvtStatusSize).  Nothing is written when a check fails.  Colour
  * interpolants truncate ((2a + b) / 3); alpha and channel interpolants
- * round ((6a + b + 3) / 7, (4a + b + 2) / 5). */
+ * round ((6a + b + 3) / 7, (4a + b + 2) / 5).  A region whose blocks and
+ * pixels together exceed the largest cache, with pDst and dstStep multiples
+ * of 64, is written with non-temporal stores (same bytes, not left in
+ * cache). */
 
 /* BC1/DXT1, 8-byte blocks, to RGBA.  c0 <= c1 selects three colours: entry
  * 2 is (a + b) >> 1 and entry 3 opaque white (255, 255, 255, 255). */
