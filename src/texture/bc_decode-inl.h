@@ -17,14 +17,17 @@
 
 #include <type_traits>
 
+#include "frame/raw_ops-inl.h"
 #include "texture/bc_decode.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace rvt::bc_decode::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
+namespace ops = ::rvt::ops::HWY_NAMESPACE;
 
 using D8 = hn::ScalableTag<uint8_t>;
 using D16 = hn::ScalableTag<uint16_t>;
+using DI8 = hn::ScalableTag<int8_t>;
 using DI16 = hn::ScalableTag<int16_t>;
 using D32 = hn::ScalableTag<uint32_t>;
 using D64 = hn::ScalableTag<uint64_t>;
@@ -131,12 +134,18 @@ HWY_INLINE V8 ColourRow(int r, V8 pal, V8 idx) {
 
 // ---- channel block (e0, e1, 48-bit indices) at byte kOff of every block
 
-// Palette lane i = (w0[i] * e0 + w1[i] * e1 + add[i]) / 7 or / 5, the
-// division as a MulHigh exact for these ranges (x <= 1788 and x <= 1279).
-constexpr Table kW0Seven = Words({7, 0, 6, 5, 4, 3, 2, 1});
-constexpr Table kW1Seven = Words({0, 7, 1, 2, 3, 4, 5, 6});
-constexpr Table kW0Five = Words({5, 0, 4, 3, 2, 1, 0, 0});
-constexpr Table kW1Five = Words({0, 5, 1, 2, 3, 4, 0, 0});
+// Palette lane i = (w0[i] * e0 + w1[i] * e1 + add[i]) / 7 or / 5: the
+// weights as byte pairs for a multiply-add of the pair (e0, e1) in every
+// lane, the division as a MulHigh exact for these ranges (x <= 1788 and
+// x <= 1279).  Weights 1, -1 give e0 - e1, whose sign picks the form.
+constexpr Table Pairs(const int8_t (&w0)[8], const int8_t (&w1)[8]) {
+  Table t{};
+  for (int i = 0; i < 8; ++i) t.b[2 * i] = uint8_t(w0[i]), t.b[2 * i + 1] = uint8_t(w1[i]);
+  return t;
+}
+constexpr Table kSeven = Pairs({7, 0, 6, 5, 4, 3, 2, 1}, {0, 7, 1, 2, 3, 4, 5, 6});
+constexpr Table kFive = Pairs({5, 0, 4, 3, 2, 1, 0, 0}, {0, 5, 1, 2, 3, 4, 0, 0});
+constexpr Table kDifference = Pairs({1, 1, 1, 1, 1, 1, 1, 1}, {-1, -1, -1, -1, -1, -1, -1, -1});
 constexpr Table kAddFive = Words({2, 2, 2, 2, 2, 2, 0, 1275});
 constexpr Table kPackEven = {{0, 2, 4, 6, 8, 10, 12, 14, Z, Z, Z, Z, Z, Z, Z, Z}};
 
@@ -159,10 +168,8 @@ struct ChannelTables {
     for (int j = 0; j < 8; ++j) w[j] = uint16_t(1u << (13 - (3 * (2 * j + parity)) % 8));
     return Words(w);
   }
-  static constexpr Table kE0 = {{kOff, Z, kOff, Z, kOff, Z, kOff, Z, kOff, Z, kOff, Z, kOff, Z,
-                                 kOff, Z}};
-  static constexpr Table kE1 = {{kOff + 1, Z, kOff + 1, Z, kOff + 1, Z, kOff + 1, Z, kOff + 1, Z,
-                                 kOff + 1, Z, kOff + 1, Z, kOff + 1, Z}};
+  static constexpr Table kEnds = {{kOff, kOff + 1, kOff, kOff + 1, kOff, kOff + 1, kOff, kOff + 1,
+                                   kOff, kOff + 1, kOff, kOff + 1, kOff, kOff + 1, kOff, kOff + 1}};
   static constexpr Table kEvenBytes = Bytes(0), kOddBytes = Bytes(1);
   static constexpr Table kEvenLift = Lift(0), kOddLift = Lift(1);
 };
@@ -174,17 +181,16 @@ HWY_INLINE V8 ChannelPart(V8 v) {
   const D16 d16;
   const DI16 di16;
   using T = ChannelTables<kOff>;
-  const V16 e0 = hn::BitCast(d16, hn::TableLookupBytes(v, Rep(d8, T::kE0)));
-  const V16 e1 = hn::BitCast(d16, hn::TableLookupBytes(v, Rep(d8, T::kE1)));
+  const V8 ends = hn::TableLookupBytes(v, Rep(d8, T::kEnds));  // e0, e1 in every lane
+  const DI8 di8;
   const V16 seven = hn::MulHigh(
-      hn::Add(hn::Add(hn::Mul(e0, Rep(d16, kW0Seven)), hn::Mul(e1, Rep(d16, kW1Seven))),
-              hn::Set(d16, uint16_t(3))),
+      hn::Add(hn::BitCast(d16, ops::MulAddPairs(di16, ends, Rep(di8, kSeven))), hn::Set(d16, uint16_t(3))),
       hn::Set(d16, uint16_t(9363)));
   const V16 five = hn::MulHigh(
-      hn::Add(hn::Add(hn::Mul(e0, Rep(d16, kW0Five)), hn::Mul(e1, Rep(d16, kW1Five))),
-              Rep(d16, kAddFive)),
+      hn::Add(hn::BitCast(d16, ops::MulAddPairs(di16, ends, Rep(di8, kFive))), Rep(d16, kAddFive)),
       hn::Set(d16, uint16_t(13108)));
-  const auto gt = hn::RebindMask(d16, hn::Gt(hn::BitCast(di16, e0), hn::BitCast(di16, e1)));
+  const auto gt = hn::RebindMask(
+      d16, hn::Gt(ops::MulAddPairs(di16, ends, Rep(di8, kDifference)), hn::Zero(di16)));
   const V8 pal = hn::TableLookupBytes(hn::BitCast(d8, hn::IfThenElse(gt, seven, five)),
                                       Rep(d8, kPackEven));
   const V16 even = hn::BitCast(d16, hn::TableLookupBytes(v, Rep(d8, T::kEvenBytes)));
