@@ -4,7 +4,8 @@
 // is one byte shuffle of the palette, so a vector of N bytes decodes N / 16
 // blocks (BC4: four vectors' worth, transposed to rows).  Blocks past the
 // last whole group of a block row take the scalar reference; no vector
-// reads a byte past the blocks it decodes.
+// reads a byte past the blocks it decodes.  The kStream rows, which the
+// driver picks for large 64-byte aligned regions, store non-temporally.
 #if defined(RVT_TEXTURE_BC_DECODE_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef RVT_TEXTURE_BC_DECODE_INL_H_
 #undef RVT_TEXTURE_BC_DECODE_INL_H_
