@@ -694,6 +694,42 @@ RvtResult rvtiPCTInv8x16_JPEGXR_32f_C1IR(float* pSrcDst, int32_t srcDstStep);
 RvtResult rvtiPCTFwd8x8_JPEGXR_32f_C1IR(float* pSrcDst, int32_t srcDstStep);
 RvtResult rvtiPCTInv8x8_JPEGXR_32f_C1IR(float* pSrcDst, int32_t srcDstStep);
 
+/* ------------------------------------------------- BC1 to BC5 textures */
+/* Each decodes a whole region from its blocks: ceil(width / 4) blocks per
+ * block row, ceil(height / 4) block rows, tightly packed in row-major order
+ * (the whole blocks of the right and bottom edges must be present; their
+ * pixels outside the region are decoded and not stored).  Pixel (x, y) goes
+ * to pDst + y * dstStep.  Checks, in order: pSrc or pDst null
+ * (rvtStatusNullPtr); dstStep 0 (rvtStatusStep: only 0 is refused, a
+ * negative step walks the destination upwards); width or height below 1
+ * (rvtStatusSize).  Nothing is written when a check fails.  Colour
+ * interpolants truncate ((2a + b) / 3); alpha and channel interpolants
+ * round ((6a + b + 3) / 7, (4a + b + 2) / 5).  A region whose blocks and
+ * pixels together exceed the largest cache, with pDst and dstStep multiples
+ * of 64, is written with non-temporal stores (same bytes, not left in
+ * cache). */
+
+/* BC1/DXT1, 8-byte blocks, to RGBA.  c0 <= c1 selects three colours: entry
+ * 2 is (a + b) >> 1 and entry 3 opaque white (255, 255, 255, 255). */
+RvtResult rvtiTextureDecodeBlockToRGBA_DXT1_8u_C1C4R(const uint8_t* pSrc, uint8_t* pDst,
+                                                     int32_t dstStep, ImageSize roiSize);
+/* BC2/DXT3, 16-byte blocks, to RGBA: four colours always; alpha is the
+ * 4-bit value times 16 (0 to 240). */
+RvtResult rvtiTextureDecodeBlockToRGBA_DXT3_8u_C1C4R(const uint8_t* pSrc, uint8_t* pDst,
+                                                     int32_t dstStep, ImageSize roiSize);
+/* BC3/DXT5, 16-byte blocks, to RGBA: four colours always; alpha from the
+ * eight-entry palette of a0, a1 (six interpolants when a0 > a1, else four
+ * and 0, 255). */
+RvtResult rvtiTextureDecodeBlockToRGBA_DXT5_8u_C1C4R(const uint8_t* pSrc, uint8_t* pDst,
+                                                     int32_t dstStep, ImageSize roiSize);
+/* BC4, 8-byte blocks, to one channel, by the DXT5 alpha rule. */
+RvtResult rvtiTextureDecodeBlock_BC4_8u_C1R(const uint8_t* pSrc, uint8_t* pDst, int32_t dstStep,
+                                            ImageSize roiSize);
+/* BC5, 16-byte blocks (a BC4 block for red, then one for green), to two
+ * channels R, G. */
+RvtResult rvtiTextureDecodeBlockToRG_BC5_8u_C1C2R(const uint8_t* pSrc, uint8_t* pDst,
+                                                  int32_t dstStep, ImageSize roiSize);
+
 #ifdef __cplusplus
 }
 #endif

@@ -434,6 +434,32 @@ uint64_t PctDigestAll() {
   return d.value();
 }
 
+// Every BC1 to BC5 decoder over an odd region (partial edge tiles) from
+// random blocks, downwards and upwards.
+uint64_t TextureDigest() {
+  Digest d;
+  using Fn = RvtResult (*)(const uint8_t*, uint8_t*, int32_t, ImageSize);
+  const struct {
+    Fn fn;
+    int block, pixel;
+  } decoders[] = {{rvtiTextureDecodeBlockToRGBA_DXT1_8u_C1C4R, 8, 4},
+                  {rvtiTextureDecodeBlockToRGBA_DXT3_8u_C1C4R, 16, 4},
+                  {rvtiTextureDecodeBlockToRGBA_DXT5_8u_C1C4R, 16, 4},
+                  {rvtiTextureDecodeBlock_BC4_8u_C1R, 8, 1},
+                  {rvtiTextureDecodeBlockToRG_BC5_8u_C1C2R, 16, 2}};
+  const size_t blocks = size_t((kW + 3) / 4) * ((kH + 3) / 4);
+  uint32_t seed = 20;
+  for (const auto& dec : decoders) {
+    const std::vector<uint8_t> src = Random<uint8_t>(blocks * size_t(dec.block), ++seed, 0, 255);
+    std::vector<uint8_t> out(size_t(kStep) * kH, 0x5A);
+    d.Status(dec.fn(src.data(), out.data(), kStep, kRoi));
+    d.Add(out);
+    d.Status(dec.fn(src.data(), out.data() + size_t(kStep) * (kH - 1), -kW * dec.pixel, kRoi));
+    d.Add(out);
+  }
+  return d.value();
+}
+
 TEST(Abi, FamiliesGiveTheirDefinedResults) {
   struct Family {
     const char* name;
@@ -447,7 +473,8 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"colour, inverse", ColorInvDigest, 0x9b67bd0763eca78aull},
                           Family{"chroma sampling", SamplingDigest, 0x80ce752c8aa923dcull},
                           Family{"Huffman", HuffmanDigest, 0xcce45a81ea2fb0f6ull},
-                          Family{"photo core transform", PctDigestAll, 0x1197b165cc207e02ull}}) {
+                          Family{"photo core transform", PctDigestAll, 0x1197b165cc207e02ull},
+                          Family{"BC1 to BC5 textures", TextureDigest, 0xf0f1d397514ef635ull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }
