@@ -182,8 +182,8 @@ inline void ReconstructRowV(const int16_t* d, const int16_t* prev, int16_t* x, i
 
 // ------------------------------------------------------------ row coders
 
-// Columns per chunk of the fast coders: at most 64 symbols, whose worst
-// case (31 bits each) the staging area and the decoder's margin cover.
+// Columns per chunk of the fast encoder: at most 64 symbols, whose worst
+// case (31 bits each) the staging area covers.
 HWY_INLINE int ChunkColumns(int nc) { return 64 / nc; }
 
 namespace he = ::rvt::huffman_encode::HWY_NAMESPACE;
@@ -234,9 +234,9 @@ inline RvtResult EncodeRowFast(const int16_t* const* rows, int n, int nc, uint8_
   return rvtStatusOk;
 }
 
-// One difference as the careful reader takes it; -1 leaves the chunk to
-// the careful decoder (a code no table covers, a lookup entry the careful
-// reader reads differently).
+// One difference as the careful reader takes it; -1, with the reader as it
+// was, leaves the rest of the chunk to the careful decoder (a code no table
+// covers, a lookup entry the careful reader reads differently).
 HWY_INLINE int FastDifference(hd::FastBits& f, const DecodeHuffmanSpec* t, int16_t* out) {
   const uint32_t e = t->lookup[f.buf >> 56];
   const uint32_t n = e >> 16;
@@ -249,10 +249,14 @@ HWY_INLINE int FastDifference(hd::FastBits& f, const DecodeHuffmanSpec* t, int16
     f.nb -= int(n);
   } else {
     if (((n & 0xFF) - 1) < 8) return -1;
+    const hd::FastBits before = f;  // left as it was when the code is bad
     f.vc >>= 7;
     f.CarefulNeed(8);
     sym = hd::FastSearch(f, t);
-    if (sym < 0) return -1;
+    if (sym < 0) {
+      f = before;
+      return -1;
+    }
     xs = sym < 16 ? sym : 0;
     if (xs != 0) {
       f.CarefulNeed(xs);
@@ -275,35 +279,35 @@ HWY_INLINE int FastDifference(hd::FastBits& f, const DecodeHuffmanSpec* t, int16
 // 64 symbols of at most 31 bits, and the 8-byte loads past them.
 constexpr int kFastMargin = 256 + 16;
 
+// Chunks of 64 symbols: the fast reader takes symbols while it can (no
+// marker, enough source left, no 0xFF byte, codes it follows); what it
+// decoded stands, with the careful reader's position and state at that
+// symbol, and the careful reader finishes the chunk.
 inline RvtResult DecodeRowFast(const uint8_t* src, int len, int* pos, int16_t* const* rows, int n,
                                int nc, int* marker, const DecodeHuffmanSpec* const* tables,
                                DecodeHuffmanState* st) {
-  const int step = ChunkColumns(nc);
-  for (int from = 0; from < n; from += step) {
-    const int to = n - from > step ? from + step : n;
+  const int total = n * nc;
+  for (int from = 0; from < total; from += 64) {
+    const int to = total - from > 64 ? from + 64 : total;
+    int k = from;
     if (*marker == 0 && len - *pos >= kFastMargin) {
       BitReader careful{src, len, *pos, 0, 0, marker};
       careful.Load(st);
       hd::FastBits f{src, careful.count ? uint64_t(careful.acc) << (64 - careful.count) : 0,
                      careful.count, *pos, careful.count * 128};
-      bool ok = true;
-      for (int i = from; i < to && ok; ++i) {
-        for (int j = 0; j < nc; ++j) {
-          if ((f.nb < 48 && !f.Refill()) || FastDifference(f, tables[j], rows[j] + i) < 0) {
-            ok = false;
-            break;
-          }
-        }
+      int i = from / nc, j = from % nc;
+      for (; k < to; ++k) {
+        // Neither a refused refill nor a refused symbol changes f.
+        if ((f.nb < 48 && !f.Refill()) || FastDifference(f, tables[j], rows[j] + i) < 0) break;
+        if (++j == nc) j = 0, ++i;
       }
-      if (HWY_LIKELY(ok)) {
-        const int vc = f.vc >> 7;
-        *pos = f.rpos - ((f.nb - vc) >> 3);
-        st->acc = vc ? f.buf >> (64 - vc) : 0;
-        st->count = vc;
-        continue;
-      }
+      const int vc = f.vc >> 7;
+      *pos = f.rpos - ((f.nb - vc) >> 3);
+      st->acc = vc ? f.buf >> (64 - vc) : 0;
+      st->count = vc;
+      if (HWY_LIKELY(k == to)) continue;
     }
-    RVT_CHECK(DecodeColumnsCareful(src, len, pos, rows, from, to, nc, marker, tables, st));
+    RVT_CHECK(DecodeSymbolsCareful(src, len, pos, rows, k, to, nc, marker, tables, st));
   }
   return rvtStatusOk;
 }

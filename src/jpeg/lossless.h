@@ -123,19 +123,20 @@ inline RvtResult DecodeDifference(Reader& r, const DecodeHuffmanSpec* t, int16_t
   return rvtStatusOk;
 }
 
-// Careful decoding of columns [from, to); values before a failure stay.
-inline RvtResult DecodeColumnsCareful(const uint8_t* src, int len, int* pos, int16_t* const* rows,
+// Careful decoding of symbols [from, to) of the row, symbol k being
+// component k % nc of column k / nc; values before a failure stay.
+inline RvtResult DecodeSymbolsCareful(const uint8_t* src, int len, int* pos, int16_t* const* rows,
                                       int from, int to, int nc, int* marker,
                                       const DecodeHuffmanSpec* const* tables,
                                       DecodeHuffmanState* st) {
   BitReader r{src, len, *pos, 0, 0, marker};
   r.Load(st);
   RvtResult status = rvtStatusOk;
-  for (int i = from; i < to && status == rvtStatusOk; ++i) {
-    for (int j = 0; j < nc; ++j) {
-      status = DecodeDifference(r, tables[j], rows[j] + i);
-      if (status != rvtStatusOk) break;
-    }
+  int i = from / nc, j = from % nc;
+  for (int k = from; k < to; ++k) {
+    status = DecodeDifference(r, tables[j], rows[j] + i);
+    if (status != rvtStatusOk) break;
+    if (++j == nc) j = 0, ++i;
   }
   *pos = r.pos;
   r.Store(st);
@@ -270,7 +271,7 @@ inline RvtResult EncodeRowBody(const int16_t* const* rows, int n, int nc, uint8_
 inline RvtResult DecodeRowBody(const uint8_t* src, int len, int* pos, int16_t* const* rows, int n,
                                int nc, int* marker, const DecodeHuffmanSpec* const* tables,
                                DecodeHuffmanState* st) {
-  return DecodeColumnsCareful(src, len, pos, rows, 0, n, nc, marker, tables, st);
+  return DecodeSymbolsCareful(src, len, pos, rows, 0, n * nc, nc, marker, tables, st);
 }
 
 inline RvtResult DiffFirstRowEntryRef(const int16_t* x, int16_t* d, int n, int p, int pt) {
