@@ -2,7 +2,10 @@
 //
 //   rvtjpeg encode IN.(png|ppm|pgm) OUT.jpg [-q 1..100] [-s grey|444|422|420]
 //                  [-r restart_interval_in_MCUs] [-t threads]
+//   rvtjpeg encode IN.(png|ppm|pgm) OUT.jpg -lossless PSV[,Pt] [-p 2..16] [-r rows]
+//       lossless JPEG (SOF3) of an 8- to 16-bit grey or RGB image.
 //   rvtjpeg decode IN.jpg OUT.(png|ppm|pgm) [-t threads]
+//       baseline, extended sequential and lossless JPEG.
 //   rvtjpeg compare IN.(png|ppm|pgm) [-q N] [-s S] [-o DIR]
 //       codes the image with rvtjp and with libjpeg-turbo, decodes both, and
 //       prints sizes, PSNR and single-threaded speed side by side.
@@ -20,6 +23,7 @@
 
 #include "codec.h"
 #include "image_io.h"
+#include "lossless.h"
 #include "rvtcore.h"
 #include "turbo_peer.h"
 
@@ -31,6 +35,7 @@ int Usage() {
   std::fprintf(stderr,
                "usage:\n"
                "  rvtjpeg encode IN.(png|ppm|pgm) OUT.jpg [-q 1..100] [-s grey|444|422|420] [-r MCUs] [-t threads]\n"
+               "  rvtjpeg encode IN.(png|ppm|pgm) OUT.jpg -lossless 1..7[,Pt] [-p 2..16] [-r rows]\n"
                "  rvtjpeg decode IN.jpg OUT.(png|ppm|pgm) [-t threads]\n"
                "  rvtjpeg compare IN.(png|ppm|pgm) [-q 1..100] [-s grey|444|422|420] [-o DIR]\n");
   return 1;
@@ -39,6 +44,8 @@ int Usage() {
 struct Args {
   std::vector<std::string> files;
   EncodeOptions enc;
+  bool lossless = false;
+  LosslessOptions ll;
   int threads = 1;
   std::string outdir = ".";
 };
@@ -59,6 +66,17 @@ bool ParseArgs(int argc, char** argv, Args* a) {
     } else if (s == "-r") {
       if (!value(&a->enc.restart_interval) || a->enc.restart_interval < 0 || a->enc.restart_interval > 65535)
         return false;
+    } else if (s == "-lossless") {
+      if (i + 1 >= argc) return false;
+      char* end;
+      a->lossless = true;
+      a->ll.predictor = int(std::strtol(argv[++i], &end, 10));
+      if (*end == ',') a->ll.point_transform = int(std::strtol(end + 1, &end, 10));
+      if (*end != 0 || a->ll.predictor < 1 || a->ll.predictor > 7 || a->ll.point_transform < 0 ||
+          a->ll.point_transform > 15)
+        return false;
+    } else if (s == "-p") {
+      if (!value(&a->ll.precision) || a->ll.precision < 2 || a->ll.precision > 16) return false;
     } else if (s == "-t") {
       if (!value(&a->threads) || a->threads < 1 || a->threads > 64) return false;
     } else if (s == "-s") {
@@ -73,6 +91,7 @@ bool ParseArgs(int argc, char** argv, Args* a) {
     }
   }
   a->enc.threads = a->threads;
+  a->ll.restart_rows = a->enc.restart_interval;
   return true;
 }
 
@@ -81,8 +100,30 @@ int Fail(const std::string& message, int code) {
   return code;
 }
 
+int EncodeLosslessFile(const Args& a) {
+  Image16 image;
+  std::string error;
+  if (!ReadImage16(a.files[0], &image, &error)) return Fail(error, 2);
+  std::vector<uint8_t> out;
+  if (!EncodeLossless(image, a.ll, &out, &error)) return Fail(error, 2);
+  if (!WriteFile(a.files[1], out.data(), out.size(), &error)) return Fail(error, 2);
+  return 0;
+}
+
+int DecodeLosslessFile(const Args& a, const std::vector<uint8_t>& data) {
+  Image16 image;
+  std::string error;
+  const LosslessStatus s = DecodeLossless(data.data(), data.size(), &image, &error);
+  if (s == LosslessStatus::kUnsupported || s == LosslessStatus::kNotLossless)
+    return Fail(a.files[0] + ": unsupported lossless JPEG: " + error, 3);
+  if (s == LosslessStatus::kCorrupt) return Fail(a.files[0] + ": corrupt lossless JPEG: " + error, 4);
+  if (!WriteImage16(a.files[1], image, &error)) return Fail(error, 2);
+  return 0;
+}
+
 int Encode(const Args& a) {
   if (a.files.size() != 2) return Usage();
+  if (a.lossless) return EncodeLosslessFile(a);
   Image image;
   std::string error;
   if (!ReadImage(a.files[0], &image, &error)) return Fail(error, 2);
@@ -97,6 +138,7 @@ int Decode(const Args& a) {
   std::vector<uint8_t> data;
   std::string error;
   if (!ReadFile(a.files[0], &data, &error)) return Fail(error, 2);
+  if (IsLosslessJpeg(data.data(), data.size())) return DecodeLosslessFile(a, data);
   Image image;
   DecodeOptions options;
   options.threads = a.threads;

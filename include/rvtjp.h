@@ -729,6 +729,66 @@ RvtResult rvtiTextureDecodeBlock_BC4_8u_C1R(const uint8_t* pSrc, uint8_t* pDst, 
  * channels R, G. */
 RvtResult rvtiTextureDecodeBlockToRG_BC5_8u_C1C2R(const uint8_t* pSrc, uint8_t* pDst,
                                                   int32_t dstStep, ImageSize roiSize);
+/* ------------------------------------------------------------ lossless JPEG */
+/* Prediction of one row of one component (16-bit samples, already shifted
+ * right by the point transform) and its undoing; all arithmetic is modulo
+ * 65536.  Predictors 1..7 read Ra (left), Rb (above), Rc (above left) as
+ * signed 16-bit values with sums in 32 bits: Ra, Rb, Rc, Ra + Rb - Rc,
+ * Ra + ((Rb - Rc) >> 1), Rb + ((Ra - Rc) >> 1), (Ra + Rb) >> 1, each shift
+ * keeping bits 1..16 of its operand (at P = 16 samples from 32768 on read as
+ * negative, so those predictions differ from an unsigned reading; see the
+ * lossless example codec for how a coder interoperates).  The first column
+ * of a row with a row above always predicts from the sample above.  Rows
+ * must not overlap one another.  Checks: null rows (rvtStatusNullPtr),
+ * width below 1 (rvtStatusSize), then P outside 2..16 or Pt below 0 (first
+ * rows; Pt is not compared with P) or a predictor outside 1..7
+ * (rvtStatusBadArg). */
+
+/* First row: pDst[0] = pSrc[0] - 2^(P - Pt - 1) (shift count modulo 32),
+ * pDst[i] = pSrc[i] - pSrc[i - 1]. */
+RvtResult rvtiDiffPredFirstRow_JPEG_16s_C1(const int16_t* pSrc, int16_t* pDst, int width, int P,
+                                           int Pt);
+/* pDst[0] = pSrc[0] - pPrevRow[0], pDst[i] = pSrc[i] - prediction. */
+RvtResult rvtiDiffPredRow_JPEG_16s_C1(const int16_t* pSrc, const int16_t* pPrevRow,
+                                      int16_t* pDst, int width, int predictor);
+/* Inverse of DiffPredFirstRow. */
+RvtResult rvtiReconstructPredFirstRow_JPEG_16s_C1(const int16_t* pSrc, int16_t* pDst, int width,
+                                                  int P, int Pt);
+/* Inverse of DiffPredRow, left to right, each sample truncated to 16 bits
+ * before it serves as Ra of the next; pPrevRow is the reconstructed row
+ * above. */
+RvtResult rvtiReconstructPredRow_JPEG_16s_C1(const int16_t* pSrc, const int16_t* pPrevRow,
+                                             int16_t* pDst, int width, int predictor);
+/* Huffman coding of nSrcLen columns of nSrcRows interleaved difference rows
+ * (component j with pEncHuffTable[j]; components past the fourth are
+ * ignored): per difference its category's code, then 1..15 extra bits
+ * (category 16, the difference -32768, has none).  Bit writer, stuffing,
+ * buffer-full behaviour and the flush (bFlushState non-zero: pad with
+ * 1-bits, reset the state; nothing else is looked at) are those of
+ * rvtiEncodeHuffman8x8_JPEG_16s1u_C1.  Checks in order: pDst, nDstLenBytes
+ * below 1 (rvtStatusSize), pDstCurrPos, pEncHuffState, a negative position
+ * (rvtStatusBadArg); then pSrc, nSrcLen or nSrcRows below 1
+ * (rvtStatusSize), pEncHuffTable, and each coded component's row and
+ * table.  A category without a code: rvtStatusHuffTable. */
+RvtResult rvtiEncodeHuffmanRow_JPEG_16s1u_P4C1(const int16_t* const pSrc[4], int nSrcLen,
+                                               int nSrcRows, uint8_t* pDst, int nDstLenBytes,
+                                               int* pDstCurrPos,
+                                               const EncodeHuffmanSpec* const pEncHuffTable[4],
+                                               EncodeHuffmanState* pEncHuffState,
+                                               int bFlushState);
+/* Decoding of the same: symbol 0 gives 0, 1..15 read that many bits,
+ * 16 and above give 32768 (-32768 as int16) with no bits.  Reader, fill
+ * bytes and markers as rvtiDecodeHuffman8x8_JPEG_1u16s_C1; the first failing
+ * read ends the call with its status, values decoded before it stay.
+ * Checks in order: pSrc, nSrcLenBytes below 1 (rvtStatusSize), pSrcCurrPos,
+ * pDst, nDstLen or nDstRows below 1 (rvtStatusSize), pMarker,
+ * pDecHuffTable, pDecHuffState, each coded component's row and table, then
+ * a negative position (rvtStatusBadArg). */
+RvtResult rvtiDecodeHuffmanRow_JPEG_1u16s_C1P4(const uint8_t* pSrc, int nSrcLenBytes,
+                                               int* pSrcCurrPos, int16_t* const pDst[4],
+                                               int nDstLen, int nDstRows, int* pMarker,
+                                               const DecodeHuffmanSpec* const pDecHuffTable[4],
+                                               DecodeHuffmanState* pDecHuffState);
 
 #ifdef __cplusplus
 }

@@ -13,6 +13,7 @@ packages=(
   libhwy-dev libgtest-dev libbenchmark-dev
   libpng-dev libjpeg62-turbo-dev libturbojpeg0-dev libjpeg-turbo-progs libtiff-dev libjxr-dev libsquish-dev
   clang libclang-rt-14-dev libomp-14-dev
+  ffmpeg dcmtk
 )
 if [ "${1:-}" = --list ]; then
   printf '%s\n' "${packages[@]}"
