@@ -650,6 +650,41 @@ RvtResult rvtiJoinRow_TIFF_8u16u_C1(const uint8_t* const pSrc[2], uint16_t* pDst
  * (pSrc, pDst, len, then the planes inside pDst). */
 RvtResult rvtiSplitRow_TIFF_16u8u_C1(const uint16_t* pSrc, uint8_t* const pDst[2], int len);
 
+/* ------------------------------------------- JPEG 2000 component transforms */
+/* Three components: R, G, B interleaved or planes 0, 1, 2; Y, U/Cb, V/Cr in
+ * planes 0, 1, 2.  Planar images share one row step.  Checks: every pointer
+ * first (the interleaved pointer and the plane array with the planes inside
+ * it, in argument order; rvtStatusNullPtr), then the steps
+ * (rvtStatusStep), then the size (rvtStatusSize).  Elements may sit at any
+ * address.
+ * RCT: Y = (R + 2G + B) >> 2, U = B - G, V = R - G; inverse G = Y - ((U + V)
+ * >> 2), R = V + G, B = U + G; sums in 32 bits (wrapping for 32s), 16s
+ * results truncated, so forward then inverse restores every input.
+ * ICT, float: the YCbCr matrix in single precision, each row summed left to
+ * right ((c0 R + c1 G) + c2 B), no fused multiply-add.
+ * ICT, 32s: Q14 with +8192 before the shift; 32-bit products and sums,
+ * results stored as computed (not saturated).
+ * ICT, 16s: Y = (S + 8192) >> 14 with S = 4899R + 9617G + 1868B, Cb and Cr
+ * from the rounded differences B - Y, R - Y scaled by 9246 and 11686 (Q14),
+ * 32-bit intermediates, each result saturated; the inverse uses the 32s
+ * constants and saturates. */
+RvtResult rvtiRCTFwd_JPEG2K_16s_C3P3R(const int16_t* pSrc, int32_t srcStep, int16_t* const pDst[3], int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiRCTFwd_JPEG2K_32s_C3P3R(const int32_t* pSrc, int32_t srcStep, int32_t* const pDst[3], int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiRCTFwd_JPEG2K_16s_P3IR(int16_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiRCTFwd_JPEG2K_32s_P3IR(int32_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiRCTInv_JPEG2K_16s_P3C3R(const int16_t* const pSrc[3], int32_t srcStep, int16_t* pDst, int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiRCTInv_JPEG2K_32s_P3C3R(const int32_t* const pSrc[3], int32_t srcStep, int32_t* pDst, int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiRCTInv_JPEG2K_16s_P3IR(int16_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiRCTInv_JPEG2K_32s_P3IR(int32_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiICTFwd_JPEG2K_32f_C3P3R(const float* pSrc, int32_t srcStep, float* const pDst[3], int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiICTFwd_JPEG2K_16s_P3IR(int16_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiICTFwd_JPEG2K_32s_P3IR(int32_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiICTFwd_JPEG2K_32f_P3IR(float* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiICTInv_JPEG2K_32f_P3C3R(const float* const pSrc[3], int32_t srcStep, float* pDst, int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiICTInv_JPEG2K_16s_P3IR(int16_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiICTInv_JPEG2K_32s_P3IR(int32_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiICTInv_JPEG2K_32f_P3IR(float* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+
 #ifdef __cplusplus
 }
 #endif
