@@ -650,6 +650,81 @@ RvtResult rvtiJoinRow_TIFF_8u16u_C1(const uint8_t* const pSrc[2], uint16_t* pDst
  * (pSrc, pDst, len, then the planes inside pDst). */
 RvtResult rvtiSplitRow_TIFF_16u8u_C1(const uint16_t* pSrc, uint8_t* const pDst[2], int len);
 
+/* ------------------------------------------------- JPEG 2000 wavelets */
+/* One level of the wavelet transform.  Bands are ordered LL, LH, HL, HH
+ * (0..3).  phase 0: the first sample of the interleaved signal has an even
+ * canvas coordinate (low-pass); non-zero: odd (high-pass).  16s and 32s
+ * elements sit at addresses aligned to their size.
+ * Reversible 5/3: d = x_odd - ((x_left + x_right) >> 1), s = x_even +
+ * ((d_left + d_right + 2) >> 2), `>>` arithmetic (floor); sums in 32 bits
+ * (wrapping for 32s); every coefficient, the carried high-pass value
+ * included, is the stored value, truncated to 16 bits for 16s (no
+ * saturation).
+ *
+ * Passes (Row: along the rows; Col: down the columns, the interleaved
+ * signal having 2 x height rows): the size is that of each band.  They
+ * never extend borders; they read exactly these samples beside the signal,
+ * which the caller supplies: forward, 2 before and 1 after (phase 0) or 1
+ * before and 2 after (phase 1); inverse, high[-1], low[width] and
+ * high[width] (phase 0) or low[-1], high[-1] and high[width] (phase 1).
+ * Checks: the three pointers (rvtStatusNullPtr), the three steps
+ * (rvtStatusStep), then the size (rvtStatusSize).
+ *
+ * Column lifts advance a line-based vertical transform by one row pair:
+ * forward, pDstHigh = src1 - ((src0 + src2) >> 1), pDstLow = src0 +
+ * ((highPrev + high + 2) >> 2); inverse, pDstEven = low - ((highPrev +
+ * high + 2) >> 2), pDstOdd = highPrev + ((evenPrev + even) >> 1).  Checks:
+ * the pointers, then width below 1 (rvtStatusSize).
+ *
+ * Whole levels take the tile-component rectangle (only the parities of x
+ * and y matter) and extend borders themselves (whole-sample symmetric).
+ * Forward: vertical pass first, then horizontal; the inverse undoes the
+ * horizontal pass first.  Length 1: the sample is kept (even coordinate) or
+ * doubled (odd); the inverse halves it (>> 1).  Length 2: high = x_odd -
+ * x_even, low = x_even + ((high + 1) >> 1), low first; the inverse x_even =
+ * low - ((high + 1) >> 1), x_odd = high + x_even.  In place (C1IR), the
+ * bands lie in the quadrants: low-pass coefficients (the samples of even
+ * coordinate) first in each row, low-pass rows first.  C1R: the region is
+ * copied into pBuffer at a pitch of (bytes x width + 31) & ~31 bytes and
+ * the bands are copied to or from the four planes with sizes from width and
+ * height alone (LL ceil(w/2) x ceil(h/2), LH ceil(w/2) x floor(h/2), HL
+ * floor(w/2) x ceil(h/2), HH floor(w/2) x floor(h/2)), whatever the
+ * origin's parity.  pBuffer holds at least the bytes that the matching
+ * rvtiWTGetBufSize_ export returns (any alignment) and may not be null.
+ * Checks, in place: pSrcDst (null), its step, pTileRect, pBuffer (null),
+ * then width or height below 1 (rvtStatusSize).  C1R forward: pSrc, the
+ * band arrays, pTileRect, pBuffer (null); srcStep; the four band pointers;
+ * the four band steps; the size.  C1R inverse mirrors it: the arrays, pDst,
+ * pTileRect, pBuffer (null); dstStep; the band pointers; the band steps;
+ * the size.
+ * rvtiWTGetBufSize_*: the work-buffer bytes; C1IR 5/3: 0 when width and
+ * height are both below 3, else max(width, height) x bytes + 4 x bytes;
+ * C1R: that plus the pitch times the height.  Checks: the two pointers. */
+RvtResult rvtiWTFwdRow_B53_JPEG2K_16s_C1R(const int16_t* pSrc, int32_t srcStep, int16_t* pDstLow, int32_t dstLowStep, int16_t* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);
+RvtResult rvtiWTInvRow_B53_JPEG2K_16s_C1R(const int16_t* pSrcLow, int32_t srcLowStep, const int16_t* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, int16_t* pDst, int32_t dstStep, int32_t phase);
+RvtResult rvtiWTFwdCol_B53_JPEG2K_16s_C1R(const int16_t* pSrc, int32_t srcStep, int16_t* pDstLow, int32_t dstLowStep, int16_t* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);
+RvtResult rvtiWTInvCol_B53_JPEG2K_16s_C1R(const int16_t* pSrcLow, int32_t srcLowStep, const int16_t* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, int16_t* pDst, int32_t dstStep, int32_t phase);
+RvtResult rvtiWTFwdColLift_B53_JPEG2K_16s_C1(const int16_t* pSrc0, const int16_t* pSrc1, const int16_t* pSrc2, int16_t* pDstLow, const int16_t* pSrcHighPrev, int16_t* pDstHigh, int32_t width);
+RvtResult rvtiWTInvColLift_B53_JPEG2K_16s_C1(const int16_t* pSrcLow, const int16_t* pSrcHighPrev, const int16_t* pSrcHigh, const int16_t* pSrcEvenPrev, int16_t* pDstOdd, int16_t* pDstEven, int32_t width);
+RvtResult rvtiWTFwd_B53_JPEG2K_16s_C1IR(int16_t* pSrcDst, int32_t srcDstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTFwd_B53_JPEG2K_16s_C1R(const int16_t* pSrc, int32_t srcStep, const ImageRect* pTileRect, int16_t* const pDst[4], const int32_t dstStep[4], uint8_t* pBuffer);
+RvtResult rvtiWTInv_B53_JPEG2K_16s_C1IR(int16_t* pSrcDst, int32_t srcDstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTInv_B53_JPEG2K_16s_C1R(const int16_t* const pSrc[4], const int32_t srcStep[4], int16_t* pDst, int32_t dstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTGetBufSize_B53_JPEG2K_16s_C1IR(const ImageRect* pTileRect, uint32_t* pSize);
+RvtResult rvtiWTGetBufSize_B53_JPEG2K_16s_C1R(const ImageRect* pTileRect, uint32_t* pSize);
+RvtResult rvtiWTFwdRow_B53_JPEG2K_32s_C1R(const int32_t* pSrc, int32_t srcStep, int32_t* pDstLow, int32_t dstLowStep, int32_t* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);
+RvtResult rvtiWTInvRow_B53_JPEG2K_32s_C1R(const int32_t* pSrcLow, int32_t srcLowStep, const int32_t* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, int32_t* pDst, int32_t dstStep, int32_t phase);
+RvtResult rvtiWTFwdCol_B53_JPEG2K_32s_C1R(const int32_t* pSrc, int32_t srcStep, int32_t* pDstLow, int32_t dstLowStep, int32_t* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);
+RvtResult rvtiWTInvCol_B53_JPEG2K_32s_C1R(const int32_t* pSrcLow, int32_t srcLowStep, const int32_t* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, int32_t* pDst, int32_t dstStep, int32_t phase);
+RvtResult rvtiWTFwdColLift_B53_JPEG2K_32s_C1(const int32_t* pSrc0, const int32_t* pSrc1, const int32_t* pSrc2, int32_t* pDstLow, const int32_t* pSrcHighPrev, int32_t* pDstHigh, int32_t width);
+RvtResult rvtiWTInvColLift_B53_JPEG2K_32s_C1(const int32_t* pSrcLow, const int32_t* pSrcHighPrev, const int32_t* pSrcHigh, const int32_t* pSrcEvenPrev, int32_t* pDstOdd, int32_t* pDstEven, int32_t width);
+RvtResult rvtiWTFwd_B53_JPEG2K_32s_C1IR(int32_t* pSrcDst, int32_t srcDstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTFwd_B53_JPEG2K_32s_C1R(const int32_t* pSrc, int32_t srcStep, const ImageRect* pTileRect, int32_t* const pDst[4], const int32_t dstStep[4], uint8_t* pBuffer);
+RvtResult rvtiWTInv_B53_JPEG2K_32s_C1IR(int32_t* pSrcDst, int32_t srcDstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTInv_B53_JPEG2K_32s_C1R(const int32_t* const pSrc[4], const int32_t srcStep[4], int32_t* pDst, int32_t dstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTGetBufSize_B53_JPEG2K_32s_C1IR(const ImageRect* pTileRect, uint32_t* pSize);
+RvtResult rvtiWTGetBufSize_B53_JPEG2K_32s_C1R(const ImageRect* pTileRect, uint32_t* pSize);
+
 /* ------------------------------------------- JPEG 2000 component transforms */
 /* Three components: R, G, B interleaved or planes 0, 1, 2; Y, U/Cb, V/Cr in
  * planes 0, 1, 2.  Planar images share one row step.  Checks: every pointer
