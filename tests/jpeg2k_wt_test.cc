@@ -301,6 +301,116 @@ TEST(Wavelet53, PassesReadOnlyTheirBorders) {
   ReadsOnlyBorders<int32_t>(impl_rvtiWTInvCol_B53_JPEG2K_32s_C1R, false, false);
 }
 
+// ---------------------------------------------------------------- photos
+// Five levels of each component after the RCT, at an odd origin, each
+// level on the previous level's LL quadrant, then back: every sample
+// restored, for 16s and 32s planes.
+template <class T>
+void PhotoRoundTrip(const test::Photo& ph) {
+  const int w = ph.width, h = ph.height;
+  std::vector<T> planes[3];
+  for (auto& p : planes) p.resize(size_t(w) * size_t(h));
+  for (size_t i = 0; i < planes[0].size(); ++i)
+    for (int k = 0; k < 3; ++k) planes[k][i] = T(ph.px[3 * i + size_t(k)] - 128);
+  const std::vector<T> orig[3] = {planes[0], planes[1], planes[2]};
+  T* p3[3] = {planes[0].data(), planes[1].data(), planes[2].data()};
+  const int32_t step = int32_t(w * sizeof(T));
+  constexpr bool k16 = sizeof(T) == 2;
+  if constexpr (k16) {
+    ASSERT_EQ(rvtiRCTFwd_JPEG2K_16s_P3IR(p3, step, {w, h}), rvtStatusOk);
+  } else {
+    ASSERT_EQ(rvtiRCTFwd_JPEG2K_32s_P3IR(p3, step, {w, h}), rvtStatusOk);
+  }
+  std::vector<ImageRect> rects;
+  ImageRect r{3, 5, w, h};
+  for (int level = 0; level < 5; ++level) {
+    rects.push_back(r);
+    const int32_t x1 = r.x + r.width, y1 = r.y + r.height;
+    r = {(r.x + 1) / 2, (r.y + 1) / 2, (x1 + 1) / 2 - (r.x + 1) / 2, (y1 + 1) / 2 - (r.y + 1) / 2};
+  }
+  for (int k = 0; k < 3; ++k) {
+    for (const ImageRect& lr : rects) {
+      uint32_t bytes = 0;
+      std::vector<uint8_t> buf;
+      if constexpr (k16) {
+        rvtiWTGetBufSize_B53_JPEG2K_16s_C1IR(&lr, &bytes);
+        buf.resize(bytes + 1);
+        ASSERT_EQ(rvtiWTFwd_B53_JPEG2K_16s_C1IR(p3[k], step, &lr, buf.data()), rvtStatusOk);
+      } else {
+        rvtiWTGetBufSize_B53_JPEG2K_32s_C1IR(&lr, &bytes);
+        buf.resize(bytes + 1);
+        ASSERT_EQ(rvtiWTFwd_B53_JPEG2K_32s_C1IR(p3[k], step, &lr, buf.data()), rvtStatusOk);
+      }
+    }
+    EXPECT_NE(planes[k], orig[k]);
+    for (auto it = rects.rbegin(); it != rects.rend(); ++it) {
+      uint32_t bytes = 0;
+      std::vector<uint8_t> buf;
+      if constexpr (k16) {
+        rvtiWTGetBufSize_B53_JPEG2K_16s_C1IR(&*it, &bytes);
+        buf.resize(bytes + 1);
+        ASSERT_EQ(rvtiWTInv_B53_JPEG2K_16s_C1IR(p3[k], step, &*it, buf.data()), rvtStatusOk);
+      } else {
+        rvtiWTGetBufSize_B53_JPEG2K_32s_C1IR(&*it, &bytes);
+        buf.resize(bytes + 1);
+        ASSERT_EQ(rvtiWTInv_B53_JPEG2K_32s_C1IR(p3[k], step, &*it, buf.data()), rvtStatusOk);
+      }
+    }
+  }
+  if constexpr (k16) {
+    ASSERT_EQ(rvtiRCTInv_JPEG2K_16s_P3IR(p3, step, {w, h}), rvtStatusOk);
+  } else {
+    ASSERT_EQ(rvtiRCTInv_JPEG2K_32s_P3IR(p3, step, {w, h}), rvtStatusOk);
+  }
+  for (int k = 0; k < 3; ++k) EXPECT_EQ(planes[k], orig[k]) << "component " << k;
+}
+
+TEST(Wavelet53, PhotosRoundTripExactlyThroughFiveLevels) {
+  for (const char* name : {"astronaut.png", "chelsea.png", "coffee.png"}) {
+    const test::Photo ph = test::LoadPhoto(name, 3);
+    ASSERT_GT(ph.width, 0) << name;
+    PhotoRoundTrip<int16_t>(ph);
+    PhotoRoundTrip<int32_t>(ph);
+  }
+}
+
+// Line-based vertical transform with the column lifts (rows rotated by the
+// caller, borders from symmetrically extended rows) gives the column
+// pass's bands, on a photo's rows.
+TEST(Wavelet53, ColumnLiftsGiveTheColumnPassBands) {
+  const test::Photo ph = test::LoadPhoto("camera.png", 1);
+  ASSERT_GT(ph.width, 0);
+  const int w = ph.width, rows = ph.height & ~1, hb = rows / 2;
+  // Rows -2 .. rows (phase 0: 2 before, 1 after), whole-sample symmetric.
+  std::vector<int16_t> ext(size_t(rows + 3) * size_t(w));
+  auto src = [&](int n) {
+    const int m = n < 0 ? -n : n >= rows ? 2 * (rows - 1) - n : n;
+    return ph.px.data() + size_t(m) * size_t(w);
+  };
+  for (int n = -2; n <= rows; ++n)
+    for (int x = 0; x < w; ++x) ext[size_t(n + 2) * size_t(w) + size_t(x)] = int16_t(src(n)[x]);
+  std::vector<int16_t> low(size_t(hb) * size_t(w)), high(low.size());
+  const int32_t step = int32_t(2 * w);
+  ASSERT_EQ(rvtiWTFwdCol_B53_JPEG2K_16s_C1R(ext.data() + 2 * size_t(w), step, low.data(), step,
+                                            high.data(), step, {w, hb}, 0),
+            rvtStatusOk);
+  for (const auto& t : test::AllTargets(impl_rvtiWTFwdColLift_B53_JPEG2K_16s_C1)) {
+    std::vector<int16_t> l2(low.size()), h2(high.size()), hminus(static_cast<size_t>(w));
+    auto row = [&](int n) { return ext.data() + size_t(n + 2) * size_t(w); };
+    // High row -1 from rows -2, -1, 0 (the first call's previous high row).
+    for (int x = 0; x < w; ++x) hminus[size_t(x)] = int16_t(row(-1)[x] - ((row(-2)[x] + row(0)[x]) >> 1));
+    const int16_t* hp = hminus.data();
+    for (int i = 0; i < hb; ++i) {
+      int16_t* hi = h2.data() + size_t(i) * size_t(w);
+      ASSERT_EQ(t.fn(row(2 * i), row(2 * i + 1), row(2 * i + 2), l2.data() + size_t(i) * size_t(w), hp, hi, w),
+                rvtStatusOk);
+      hp = hi;
+    }
+    EXPECT_EQ(l2, low) << t.name;
+    EXPECT_EQ(h2, high) << t.name;
+  }
+}
+
 // ---------------------------------------------------------------- checks
 // Widths over every vector remainder and long rows; both phases (and a
 // non-zero phase other than 1); random border samples; steps with padding;
