@@ -725,6 +725,51 @@ RvtResult rvtiWTInv_B53_JPEG2K_32s_C1R(const int32_t* const pSrc[4], const int32
 RvtResult rvtiWTGetBufSize_B53_JPEG2K_32s_C1IR(const ImageRect* pTileRect, uint32_t* pSize);
 RvtResult rvtiWTGetBufSize_B53_JPEG2K_32s_C1R(const ImageRect* pTileRect, uint32_t* pSize);
 
+/* Irreversible 9/7, passes and column lifts.  Lifting steps alpha, beta,
+ * gamma, delta, then low-pass x 1/K and high-pass x K.  Float: the
+ * single-precision constants 0xBFCB0673, 0xBD5901AE, 0x3F620676,
+ * 0x3EE31355, K 0x3F9D7658, 1/K 0x3F5019C3, each step (a + b) x c + v, sum
+ * first, no fused multiply-add.  Fixed point (Q16): v + (((a + b) x C +
+ * 32768) >> 16) with exact sums and products, C = -103949, -3472, 57862,
+ * 29066, K 80621, 1/K 53274; every intermediate and result saturated to 16
+ * bits (16s) or stored as its low 32 bits (32s).  The low-pass outputs of
+ * a fixed-point row fuse delta and 1/K, ((d0 + d1) x 23627 + s x 53274 +
+ * 32768) >> 16, except the row's last, which rounds twice (delta step,
+ * then x 53274).  A forward row of one pair (width 1; a column pass of
+ * height 1) applies the analysis filters directly (float taps 0.026748758,
+ * -0.01686412, -0.078223266, 0.26686412, 0.602949 and 0.091271766,
+ * -0.057543527, -0.59127176, 1.115087; Q16 taps 1753, -1105, -5126, 17489,
+ * 39515 and 5982, -3771, -38749, 73078), summed outer taps first.
+ * Forward passes read 4 samples before and 3 after (phase 0) or 3 and 4
+ * (phase 1).  Inverse passes: the first step fused with the scaling, s = K
+ * low - (delta/K)(high + high) (float 0x3EB8968E, Q16 23627), then high x
+ * 1/K, gamma, beta and alpha steps with negated coefficients; a row of one
+ * pair runs the same steps.  They read low[-1..width+1] and
+ * high[-2..width+1] (phase 0) or low[-2..width] and high[-2..width+1]
+ * (phase 1).
+ * Forward column lift: p7 = lift(p0, p2; p1, alpha) (new high row at the
+ * alpha stage), p4 = lift(p6, p7; p0, beta), p6 = lift(p3, p4; p6, gamma),
+ * p3 = lift(p5, p6; p3, delta) x 1/K (low row final), p5 = p5 x K (high
+ * row final); fixed point rounds the last two steps separately.  The
+ * inverse undoes one forward call in the mirror order: p5 x 1/K, p3 x K,
+ * p3 -= delta (p5 + p6), p6 -= gamma (p3 + p4), p0 = p4 - beta (p6 + p7),
+ * p1 = p7 - alpha (p0 + p2), each as a lift with the negated coefficient.
+ * Checks as for the 5/3 forms. */
+RvtResult rvtiWTFwdRow_D97_JPEG2K_16s_C1R(const int16_t* pSrc, int32_t srcStep, int16_t* pDstLow, int32_t dstLowStep, int16_t* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);
+RvtResult rvtiWTInvRow_D97_JPEG2K_16s_C1R(const int16_t* pSrcLow, int32_t srcLowStep, const int16_t* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, int16_t* pDst, int32_t dstStep, int32_t phase);
+RvtResult rvtiWTFwdColLift_D97_JPEG2K_16s_C1(const int16_t* p0, const int16_t* p1, const int16_t* p2, int16_t* p3, int16_t* p4, int16_t* p5, int16_t* p6, int16_t* p7, int32_t width);
+RvtResult rvtiWTInvColLift_D97_JPEG2K_16s_C1(int16_t* p0, int16_t* p1, const int16_t* p2, int16_t* p3, const int16_t* p4, int16_t* p5, int16_t* p6, const int16_t* p7, int32_t width);
+RvtResult rvtiWTFwdRow_D97_JPEG2K_32s_C1R(const int32_t* pSrc, int32_t srcStep, int32_t* pDstLow, int32_t dstLowStep, int32_t* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);
+RvtResult rvtiWTInvRow_D97_JPEG2K_32s_C1R(const int32_t* pSrcLow, int32_t srcLowStep, const int32_t* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, int32_t* pDst, int32_t dstStep, int32_t phase);
+RvtResult rvtiWTFwdColLift_D97_JPEG2K_32s_C1(const int32_t* p0, const int32_t* p1, const int32_t* p2, int32_t* p3, int32_t* p4, int32_t* p5, int32_t* p6, int32_t* p7, int32_t width);
+RvtResult rvtiWTInvColLift_D97_JPEG2K_32s_C1(int32_t* p0, int32_t* p1, const int32_t* p2, int32_t* p3, const int32_t* p4, int32_t* p5, int32_t* p6, const int32_t* p7, int32_t width);
+RvtResult rvtiWTFwdRow_D97_JPEG2K_32f_C1R(const float* pSrc, int32_t srcStep, float* pDstLow, int32_t dstLowStep, float* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);
+RvtResult rvtiWTInvRow_D97_JPEG2K_32f_C1R(const float* pSrcLow, int32_t srcLowStep, const float* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, float* pDst, int32_t dstStep, int32_t phase);
+RvtResult rvtiWTFwdCol_D97_JPEG2K_32f_C1R(const float* pSrc, int32_t srcStep, float* pDstLow, int32_t dstLowStep, float* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);
+RvtResult rvtiWTInvCol_D97_JPEG2K_32f_C1R(const float* pSrcLow, int32_t srcLowStep, const float* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, float* pDst, int32_t dstStep, int32_t phase);
+RvtResult rvtiWTFwdColLift_D97_JPEG2K_32f_C1(const float* p0, const float* p1, const float* p2, float* p3, float* p4, float* p5, float* p6, float* p7, int32_t width);
+RvtResult rvtiWTInvColLift_D97_JPEG2K_32f_C1(float* p0, float* p1, const float* p2, float* p3, const float* p4, float* p5, float* p6, const float* p7, int32_t width);
+
 /* ------------------------------------------- JPEG 2000 component transforms */
 /* Three components: R, G, B interleaved or planes 0, 1, 2; Y, U/Cb, V/Cr in
  * planes 0, 1, 2.  Planar images share one row step.  Checks: every pointer

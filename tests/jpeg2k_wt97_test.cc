@@ -1,0 +1,248 @@
+// JPEG 2000 9/7 wavelet: the forward row against a double-precision
+// convolution with the standard's analysis filters, forward then inverse
+// restoring the signal (float closely, fixed point within units), the
+// column lifts giving the column pass's bands exactly, and every target
+// against the reference.
+#include <cmath>
+#include <limits>
+
+#include "checkasm.h"
+#include "jpeg2k/wt97.h"
+
+namespace rvt {
+namespace {
+
+// Analysis filters (low-pass 9 taps, high-pass 7 taps), symmetric.
+constexpr double kLow[5] = {0.6029490182363579, 0.2668641184428723, -0.07822326652898785,
+                            -0.01686411844287495, 0.02674875741080976};
+constexpr double kHigh[4] = {1.115087052456994, -0.5912717631142470, -0.05754352622849957,
+                             0.09127176311424948};
+
+// x[-8 .. 2n+8] around the row; outputs of a phase-p row by convolution.
+void Convolve(const std::vector<double>& x, int off, int n, int p, std::vector<double>& lo,
+              std::vector<double>& hi) {
+  lo.assign(size_t(n), 0), hi.assign(size_t(n), 0);
+  for (int i = 0; i < n; ++i) {
+    const int cl = off + 2 * i + p, ch = off + 2 * i + 1 - p;
+    double s = kLow[0] * x[size_t(cl)], d = kHigh[0] * x[size_t(ch)];
+    for (int k = 1; k < 5; ++k) s += kLow[k] * (x[size_t(cl - k)] + x[size_t(cl + k)]);
+    for (int k = 1; k < 4; ++k) d += kHigh[k] * (x[size_t(ch - k)] + x[size_t(ch + k)]);
+    lo[size_t(i)] = s, hi[size_t(i)] = d;
+  }
+}
+
+template <class T, class Fn>
+void AgainstFilters(Fn fwd, double tol) {
+  test::Rng rng(3);
+  for (int n : {1, 2, 3, 7, 16, 33, 100}) {
+    for (int p : {0, 1}) {
+      const int off = 8;
+      std::vector<double> xd(size_t(2 * n + 16));
+      std::vector<T> x(xd.size());
+      for (size_t i = 0; i < x.size(); ++i) x[i] = T(rng.Uniform(-2000, 2000)), xd[i] = double(x[i]);
+      std::vector<double> lo, hi;
+      Convolve(xd, off, n, p, lo, hi);
+      std::vector<T> l(static_cast<size_t>(n)), h(static_cast<size_t>(n));
+      ASSERT_EQ(fwd(x.data() + off, 4 * n + 64, l.data(), 4 * n, h.data(), 4 * n, ImageSize{n, 1}, p),
+                rvtStatusOk);
+      for (int i = 0; i < n; ++i) {
+        EXPECT_NEAR(double(l[size_t(i)]), lo[size_t(i)], tol) << "n " << n << " phase " << p << " low " << i;
+        EXPECT_NEAR(double(h[size_t(i)]), hi[size_t(i)], tol) << "n " << n << " phase " << p << " high " << i;
+      }
+    }
+  }
+}
+
+TEST(Wavelet97, ForwardRowsAreTheAnalysisFilters) {
+  AgainstFilters<float>(rvtiWTFwdRow_D97_JPEG2K_32f_C1R, 2e-3);
+  AgainstFilters<int32_t>(rvtiWTFwdRow_D97_JPEG2K_32s_C1R, 2.5);
+  AgainstFilters<int16_t>(rvtiWTFwdRow_D97_JPEG2K_16s_C1R, 2.5);
+}
+
+// Bands over a wider span than the row (the inverse's extension
+// coefficients are real ones), then the inverse of the middle pairs.
+template <class T, class F, class I>
+void RoundTrip(F fwd, I inv, double tol) {
+  test::Rng rng(4);
+  for (int n : {1, 2, 5, 16, 37, 200}) {
+    for (int p : {0, 1}) {
+      const int m = n + 16;  // pairs of the wide forward, 8 each side
+      std::vector<T> x(size_t(2 * m + 16));
+      for (auto& v : x) v = T(rng.Uniform(-3000, 3000));
+      std::vector<T> l(static_cast<size_t>(m)), h(static_cast<size_t>(m)), back(static_cast<size_t>(2 * n));
+      ASSERT_EQ(fwd(x.data() + 8, 4 * m + 64, l.data(), 4 * m, h.data(), 4 * m, ImageSize{m, 1}, p),
+                rvtStatusOk);
+      ASSERT_EQ(inv(l.data() + 8, 4 * m, h.data() + 8, 4 * m, ImageSize{n, 1}, back.data(), 8 * n, p),
+                rvtStatusOk);
+      for (int i = 0; i < 2 * n; ++i)
+        ASSERT_NEAR(double(back[size_t(i)]), double(x[size_t(8 + 16 + i)]), tol) << "n " << n << " p " << p << " " << i;
+    }
+  }
+}
+
+TEST(Wavelet97, InverseRowsRestoreTheSignal) {
+  RoundTrip<float>(rvtiWTFwdRow_D97_JPEG2K_32f_C1R, rvtiWTInvRow_D97_JPEG2K_32f_C1R, 2e-3);
+  RoundTrip<int32_t>(rvtiWTFwdRow_D97_JPEG2K_32s_C1R, rvtiWTInvRow_D97_JPEG2K_32s_C1R, 3);
+  RoundTrip<int16_t>(rvtiWTFwdRow_D97_JPEG2K_16s_C1R, rvtiWTInvRow_D97_JPEG2K_16s_C1R, 3);
+}
+
+TEST(Wavelet97, FixedPointRoundsAsDefined) {
+  // 16s intermediates saturate instead of wrapping: a full-scale
+  // alternating row keeps the sign of its high-pass band.
+  std::vector<int16_t> x(40);
+  for (size_t i = 0; i < x.size(); ++i) x[i] = (i & 1) ? 32767 : -32768;
+  int16_t l[8], h[8];
+  ASSERT_EQ(rvtiWTFwdRow_D97_JPEG2K_16s_C1R(x.data() + 8, 80, l, 16, h, 16, {8, 1}, 0), rvtStatusOk);
+  std::vector<int32_t> x32(x.begin(), x.end());
+  int32_t l32[8], h32[8];
+  ASSERT_EQ(rvtiWTFwdRow_D97_JPEG2K_32s_C1R(x32.data() + 8, 160, l32, 32, h32, 32, {8, 1}, 0), rvtStatusOk);
+  for (int i = 0; i < 8; ++i) EXPECT_NE(h[i], int16_t(h32[i]));  // not the wrapped 32s result
+  // The last low-pass output rounds twice, the others once.
+  std::vector<int32_t> y(24);
+  test::Rng rng(8);
+  for (auto& v : y) v = int32_t(rng.Uniform(-5000, 5000));
+  int32_t lo[4], hi[4];
+  ASSERT_EQ(rvtiWTFwdRow_D97_JPEG2K_32s_C1R(y.data() + 4, 96, lo, 16, hi, 16, {4, 1}, 0), rvtStatusOk);
+  auto D1 = [&](int m) { return y[size_t(4 + 2 * m + 1)] + int32_t((int64_t(y[size_t(4 + 2 * m)]) + y[size_t(4 + 2 * m + 2)]) * -103949 + 32768 >> 16); };
+  auto S1 = [&](int k) { return y[size_t(4 + 2 * k)] + int32_t((int64_t(D1(k - 1)) + D1(k)) * -3472 + 32768 >> 16); };
+  auto D2 = [&](int m) { return D1(m) + int32_t((int64_t(S1(m)) + S1(m + 1)) * 57862 + 32768 >> 16); };
+  EXPECT_EQ(lo[0], int32_t(((int64_t(D2(-1)) + D2(0)) * 23627 + int64_t(S1(0)) * 53274 + 32768) >> 16));
+  const int32_t s3 = S1(3) + int32_t((int64_t(D2(2)) + D2(3)) * 29066 + 32768 >> 16);
+  EXPECT_EQ(lo[3], int32_t((int64_t(s3) * 53274 + 32768) >> 16));
+  EXPECT_EQ(hi[2], int32_t((int64_t(D2(2)) * 80621 + 32768) >> 16));
+}
+
+// The line-based pipeline: rows fed in pairs, the caller rotating p7 to
+// p6, p6 to p5 and p4 to p3; call i finishes low row i - 1 and high row i -
+// 2, equal to the column pass's.
+TEST(Wavelet97, ColumnLiftsGiveTheColumnPassBands) {
+  const int w = 37, hb = 12, rows = 2 * hb, ext = 12;
+  test::Rng rng(6);
+  std::vector<float> base(size_t(rows * w));
+  for (auto& v : base) v = float(rng.Uniform(-255, 255));
+  std::vector<float> all(size_t((rows + 2 * ext) * w));
+  for (int n = -ext; n < rows + ext; ++n) {
+    int m = n;
+    while (m < 0 || m >= rows) m = m < 0 ? -m : 2 * (rows - 1) - m;
+    std::copy(base.begin() + m * w, base.begin() + (m + 1) * w, all.begin() + (n + ext) * w);
+  }
+  auto row = [&](int n) { return all.data() + size_t(n + ext) * size_t(w); };
+  std::vector<float> low(size_t(hb * w)), high(low.size());
+  ASSERT_EQ(rvtiWTFwdCol_D97_JPEG2K_32f_C1R(row(0), 4 * w, low.data(), 4 * w, high.data(), 4 * w, {w, hb}, 0),
+            rvtStatusOk);
+  for (const auto& t : test::AllTargets(impl_rvtiWTFwdColLift_D97_JPEG2K_32f_C1)) {
+    const size_t wn = static_cast<size_t>(w);
+    std::vector<float> p3(wn), p4(wn), p5(wn), p6(wn), p7(wn);
+    for (int i = -2; i <= hb + 1; ++i) {
+      ASSERT_EQ(t.fn(row(2 * i), row(2 * i + 1), row(2 * i + 2), p3.data(), p4.data(), p5.data(),
+                     p6.data(), p7.data(), w),
+                rvtStatusOk);
+      if (i >= 1 && i - 1 < hb)
+        for (int x = 0; x < w; ++x) ASSERT_EQ(p3[size_t(x)], low[size_t((i - 1) * w + x)]) << t.name << " low " << i - 1;
+      if (i >= 2 && i - 2 < hb)
+        for (int x = 0; x < w; ++x) ASSERT_EQ(p5[size_t(x)], high[size_t((i - 2) * w + x)]) << t.name << " high " << i - 2;
+      std::swap(p5, p6);  // p6 (high i-1 at gamma) becomes p5
+      std::swap(p6, p7);  // p7 (high i at alpha) becomes p6
+      std::swap(p3, p4);  // p4 (low i at beta) becomes p3
+    }
+  }
+}
+
+// ---------------------------------------------------------------- checks
+std::vector<int> Widths97() {
+  std::vector<int> w;
+  for (int k = 1; k <= 67; ++k) w.push_back(k);
+  for (int k : {128, 129, 300}) w.push_back(k);
+  return w;
+}
+
+// Float passes: random signals with random borders (4 + 4 samples or rows
+// around the interleaved signal; 2 coefficients each side of the bands).
+auto PassCheck97(bool fwd, bool rows) {
+  using T = float;
+  return test::Cases{
+      [fwd, rows](test::Rng& rng) {
+        std::vector<test::Case> out;
+        for (int w : Widths97()) {
+          const int h = rows ? 1 + w % 3 : 1 + w % 5;
+          const int phase = w % 3 == 2 ? 7 : w & 1;
+          test::Case c;
+          c.label = std::to_string(w) + "x" + std::to_string(h) + " phase " + std::to_string(phase);
+          c.roi = {w, h};
+          c.arg[0] = phase;
+          const int mis = 4 * (w % 4);
+          if (fwd) {
+            if (rows) {
+              c.in.push_back(test::PlaneOf<T>(2 * w + 8, h, 0, mis));
+            } else {
+              c.in.push_back(test::PlaneOf<T>(w, 2 * h + 8, 0, mis));
+            }
+            c.arg[1] = rows ? 4 : 4 * c.in[0].step() / 4;
+            c.in[0].Fill<T>(rng, -1000.f, 1000.f);
+            for (int k = 0; k < 2; ++k) c.out.push_back(test::PlaneOf<T>(w, h, 0, (mis + 8 * k) % 32));
+          } else {
+            for (int k = 0; k < 2; ++k) {
+              if (rows) {
+                c.in.push_back(test::PlaneOf<T>(w + 4, h, int32_t(4 * (w + 6)), mis));
+              } else {
+                c.in.push_back(test::PlaneOf<T>(w, h + 4, int32_t(4 * (w + 6)), mis));
+              }
+              c.in.back().Fill<T>(rng, -1000.f, 1000.f);
+            }
+            c.arg[1] = rows ? 2 : 2 * c.in[0].step() / 4;
+            if (rows) {
+              c.out.push_back(test::PlaneOf<T>(2 * w, h, 0, mis));
+            } else {
+              c.out.push_back(test::PlaneOf<T>(w, 2 * h, 0, mis));
+            }
+          }
+          out.push_back(std::move(c));
+        }
+        return out;
+      },
+      [](auto fn, test::Case& c) {
+        const int32_t ph = int32_t(c.arg[0]);
+        if constexpr (std::is_invocable_v<decltype(fn), const T*, int32_t, T*, int32_t, T*, int32_t,
+                                          ImageSize, int32_t>) {
+          return fn(c.in[0].as<T>() + c.arg[1], c.in[0].step(), c.out[0].as<T>(), c.out[0].step(),
+                    c.out[1].as<T>(), c.out[1].step(), c.roi, ph);
+        } else {
+          return fn(c.in[0].as<T>() + c.arg[1], c.in[0].step(), c.in[1].as<T>() + c.arg[1],
+                    c.in[1].step(), c.roi, c.out[0].as<T>(), c.out[0].step(), ph);
+        }
+      }};
+}
+RVT_CHECKASM(rvtiWTFwdRow_D97_JPEG2K_32f_C1R, PassCheck97(true, true));
+RVT_CHECKASM(rvtiWTInvRow_D97_JPEG2K_32f_C1R, PassCheck97(false, true));
+RVT_CHECKASM(rvtiWTFwdCol_D97_JPEG2K_32f_C1R, PassCheck97(true, false));
+RVT_CHECKASM(rvtiWTInvCol_D97_JPEG2K_32f_C1R, PassCheck97(false, false));
+
+// Column lifts: eight rows; three read, five updated (forward) or the
+// mirror (inverse).
+auto LiftCheck97() {
+  using T = float;
+  return test::Cases{[](test::Rng& rng) {
+                       std::vector<test::Case> out;
+                       for (int w : Widths97()) {
+                         test::Case c;
+                         c.label = "width " + std::to_string(w);
+                         c.arg[0] = w;
+                         for (int k = 0; k < 8; ++k) {
+                           c.out.push_back(test::ArrayOf<T>(w, 4 * ((w + k) % 5)));
+                           c.out.back().Fill<T>(rng, -1000.f, 1000.f);
+                         }
+                         out.push_back(std::move(c));
+                       }
+                       return out;
+                     },
+                     [](auto fn, test::Case& c) {
+                       T* p[8];
+                       for (int k = 0; k < 8; ++k) p[k] = c.out[size_t(k)].as<T>();
+                       return fn(p[0], p[1], p[2], p[3], p[4], p[5], p[6], p[7], int32_t(c.arg[0]));
+                     }};
+}
+RVT_CHECKASM(rvtiWTFwdColLift_D97_JPEG2K_32f_C1, LiftCheck97());
+RVT_CHECKASM(rvtiWTInvColLift_D97_JPEG2K_32f_C1, LiftCheck97());
+
+}  // namespace
+}  // namespace rvt
