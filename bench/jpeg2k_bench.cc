@@ -1,10 +1,11 @@
 // JPEG 2000 transforms on a 4K plane (3840 x 2160), every compiled target
 // and the reference in one run: one whole 5/3 level in place, ns per sample
-// and the speed against a memcpy of the plane (x_memcpy); the passes and
-// the column lifts per 3840-sample row; the component transforms of the
-// plane.
+// and the speed against a memcpy of the plane (x_memcpy); the 5/3 and float
+// 9/7 passes and column lifts per 3840-sample row; the component
+// transforms of the plane.
 #include "bench_util.h"
 #include "jpeg2k/wt53.h"
+#include "jpeg2k/wt97.h"
 
 namespace rvt {
 namespace {
@@ -76,6 +77,21 @@ void Lift(const std::string& name, const Impl<Fn>& impl) {
 }
 
 template <class T, class Fn>
+void Lift8(const std::string& name, const Impl<Fn>& impl) {
+  bench::RegisterTargets(name, impl, [](benchmark::State& s, Fn fn) {
+    std::vector<T> r[8];
+    for (auto& v : r) v = Random<T>(size_t(kW), -255, 255);
+    bench::LoopTimer timer;
+    for (auto _ : s) {
+      fn(r[0].data(), r[1].data(), r[2].data(), r[3].data(), r[4].data(), r[5].data(), r[6].data(),
+         r[7].data(), kW);
+      benchmark::ClobberMemory();
+    }
+    SamplesCounter(s, timer, kW);
+  });
+}
+
+template <class T, class Fn>
 void ComponentsInPlace(const std::string& name, const Impl<Fn>& impl) {
   bench::RegisterTargets(name, impl, [](benchmark::State& s, Fn fn) {
     std::vector<T> p[3];
@@ -106,6 +122,10 @@ void ComponentsInPlace(const std::string& name, const Impl<Fn>& impl) {
   Lift<int16_t>("WTInvColLift_B53_16s_row", impl_rvtiWTInvColLift_B53_JPEG2K_16s_C1);
   Lift<int32_t>("WTFwdColLift_B53_32s_row", impl_rvtiWTFwdColLift_B53_JPEG2K_32s_C1);
   Lift<int32_t>("WTInvColLift_B53_32s_row", impl_rvtiWTInvColLift_B53_JPEG2K_32s_C1);
+  Pass<float>("WTFwdRow_D97_32f_row", impl_rvtiWTFwdRow_D97_JPEG2K_32f_C1R, true);
+  Pass<float>("WTInvRow_D97_32f_row", impl_rvtiWTInvRow_D97_JPEG2K_32f_C1R, false);
+  Lift8<float>("WTFwdColLift_D97_32f_row", impl_rvtiWTFwdColLift_D97_JPEG2K_32f_C1);
+  Lift8<float>("WTInvColLift_D97_32f_row", impl_rvtiWTInvColLift_D97_JPEG2K_32f_C1);
   ComponentsInPlace<int16_t>("RCTFwd_16s_P3IR_4K", impl_rvtiRCTFwd_JPEG2K_16s_P3IR);
   ComponentsInPlace<int16_t>("ICTFwd_16s_P3IR_4K", impl_rvtiICTFwd_JPEG2K_16s_P3IR);
   ComponentsInPlace<int32_t>("ICTFwd_32s_P3IR_4K", impl_rvtiICTFwd_JPEG2K_32s_P3IR);
