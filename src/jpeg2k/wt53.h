@@ -389,42 +389,57 @@ void InvLine(T* row, int32_t L, int32_t phase, T* buf) {
 
 // The in-place level on a plane: vertical then horizontal (forward);
 // horizontal then vertical (inverse).  Vertical lifting runs on whole rows
-// in place (mirrored rows serve as the extension), then the rows move to
-// their quadrants.
+// in place (mirrored rows serve as the extension) in one sweep down the
+// plane: at step n the high-pass row n, then the low-pass row n - 1 (its
+// neighbours are final), then the horizontal pass of row n - 2 (read by
+// no later vertical step); the rows then move to their quadrants.  The
+// inverse sweeps in the mirror order.
 template <class T, class K>
 void LevelFwd(T* p, int32_t step, int32_t w, int32_t h, int32_t px, int32_t py, T* buf) {
   auto row = [&](int32_t n) { return At(p, ptrdiff_t(step) * n); };
-  if (h < 3) {
-    for (int32_t x = 0; x < w; ++x) FwdShort(row(0) + x, h > 1 ? row(1) + x : nullptr, h, py);
-  } else {
-    for (int32_t n = 1 - py; n < h; n += 2) K::HighRows(row(n), row(Mirror(n - 1, h)), row(Mirror(n + 1, h)), w);
-    for (int32_t n = py; n < h; n += 2) K::LowRows(row(n), row(Mirror(n - 1, h)), row(Mirror(n + 1, h)), w);
-    PermuteRows(p, step, w, h, py, true, buf);
-  }
-  for (int32_t y = 0; y < h; ++y) {
+  auto horizontal = [&](int32_t y) {
     if (w < 3) {
       FwdShort(row(y), w > 1 ? row(y) + 1 : nullptr, w, px);
     } else {
       FwdLine<T, K>(row(y), w, px, buf);
     }
+  };
+  if (h < 3) {
+    for (int32_t x = 0; x < w; ++x) FwdShort(row(0) + x, h > 1 ? row(1) + x : nullptr, h, py);
+    for (int32_t y = 0; y < h; ++y) horizontal(y);
+    return;
   }
+  auto high = [&](int32_t n) { return ((py + n) & 1) != 0; };
+  for (int32_t n = 0; n <= h + 1; ++n) {
+    if (n < h && high(n)) K::HighRows(row(n), row(Mirror(n - 1, h)), row(Mirror(n + 1, h)), w);
+    const int32_t m = n - 1;
+    if (m >= 0 && m < h && !high(m)) K::LowRows(row(m), row(Mirror(m - 1, h)), row(Mirror(m + 1, h)), w);
+    if (n >= 2) horizontal(n - 2);
+  }
+  PermuteRows(p, step, w, h, py, true, buf);
 }
 template <class T, class K>
 void LevelInv(T* p, int32_t step, int32_t w, int32_t h, int32_t px, int32_t py, T* buf) {
   auto row = [&](int32_t n) { return At(p, ptrdiff_t(step) * n); };
-  for (int32_t y = 0; y < h; ++y) {
+  auto horizontal = [&](int32_t y) {
     if (w < 3) {
       InvShort(row(y), w > 1 ? row(y) + 1 : nullptr, w, px);
     } else {
       InvLine<T, K>(row(y), w, px, buf);
     }
-  }
+  };
   if (h < 3) {
+    for (int32_t y = 0; y < h; ++y) horizontal(y);
     for (int32_t x = 0; x < w; ++x) InvShort(row(0) + x, h > 1 ? row(1) + x : nullptr, h, py);
-  } else {
-    PermuteRows(p, step, w, h, py, false, buf);
-    for (int32_t n = py; n < h; n += 2) K::InvLowRows(row(n), row(Mirror(n - 1, h)), row(Mirror(n + 1, h)), w);
-    for (int32_t n = 1 - py; n < h; n += 2) K::InvHighRows(row(n), row(Mirror(n - 1, h)), row(Mirror(n + 1, h)), w);
+    return;
+  }
+  PermuteRows(p, step, w, h, py, false, buf);
+  auto high = [&](int32_t n) { return ((py + n) & 1) != 0; };
+  for (int32_t n = 0; n <= h + 1; ++n) {
+    if (n < h) horizontal(n);
+    const int32_t m = n - 1, k = n - 2;
+    if (m >= 0 && m < h && !high(m)) K::InvLowRows(row(m), row(Mirror(m - 1, h)), row(Mirror(m + 1, h)), w);
+    if (k >= 0 && high(k)) K::InvHighRows(row(k), row(Mirror(k - 1, h)), row(Mirror(k + 1, h)), w);
   }
 }
 
