@@ -770,6 +770,28 @@ RvtResult rvtiWTInvCol_D97_JPEG2K_32f_C1R(const float* pSrcLow, int32_t srcLowSt
 RvtResult rvtiWTFwdColLift_D97_JPEG2K_32f_C1(const float* p0, const float* p1, const float* p2, float* p3, float* p4, float* p5, float* p6, float* p7, int32_t width);
 RvtResult rvtiWTInvColLift_D97_JPEG2K_32f_C1(float* p0, float* p1, const float* p2, float* p3, const float* p4, float* p5, float* p6, const float* p7, int32_t width);
 
+/* Irreversible 9/7 whole levels (16s, 32s; the reference serves every
+ * processor): as the 5/3 ones (rectangle, parities, quadrants, four-plane
+ * copies, checks), with the fixed-point 9/7 steps along every line of two
+ * or more samples (4 samples of whole-sample symmetric extension; each
+ * line's last low-pass output rounds twice, the others fuse delta and
+ * 1/K); a line of one sample is kept or doubled (odd coordinate), halved
+ * by the inverse.  Work buffer: 0 when width and height are both below 2,
+ * else max(width, height) x bytes + 8 x bytes (C1IR), plus the pitch
+ * times the height (C1R). */
+RvtResult rvtiWTFwd_D97_JPEG2K_16s_C1IR(int16_t* pSrcDst, int32_t srcDstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTFwd_D97_JPEG2K_16s_C1R(const int16_t* pSrc, int32_t srcStep, const ImageRect* pTileRect, int16_t* const pDst[4], const int32_t dstStep[4], uint8_t* pBuffer);
+RvtResult rvtiWTInv_D97_JPEG2K_16s_C1IR(int16_t* pSrcDst, int32_t srcDstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTInv_D97_JPEG2K_16s_C1R(const int16_t* const pSrc[4], const int32_t srcStep[4], int16_t* pDst, int32_t dstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTGetBufSize_D97_JPEG2K_16s_C1IR(const ImageRect* pTileRect, uint32_t* pSize);
+RvtResult rvtiWTGetBufSize_D97_JPEG2K_16s_C1R(const ImageRect* pTileRect, uint32_t* pSize);
+RvtResult rvtiWTFwd_D97_JPEG2K_32s_C1IR(int32_t* pSrcDst, int32_t srcDstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTFwd_D97_JPEG2K_32s_C1R(const int32_t* pSrc, int32_t srcStep, const ImageRect* pTileRect, int32_t* const pDst[4], const int32_t dstStep[4], uint8_t* pBuffer);
+RvtResult rvtiWTInv_D97_JPEG2K_32s_C1IR(int32_t* pSrcDst, int32_t srcDstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTInv_D97_JPEG2K_32s_C1R(const int32_t* const pSrc[4], const int32_t srcStep[4], int32_t* pDst, int32_t dstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTGetBufSize_D97_JPEG2K_32s_C1IR(const ImageRect* pTileRect, uint32_t* pSize);
+RvtResult rvtiWTGetBufSize_D97_JPEG2K_32s_C1R(const ImageRect* pTileRect, uint32_t* pSize);
+
 /* ------------------------------------------- JPEG 2000 component transforms */
 /* Three components: R, G, B interleaved or planes 0, 1, 2; Y, U/Cb, V/Cr in
  * planes 0, 1, 2.  Planar images share one row step.  Checks: every pointer

@@ -248,6 +248,85 @@ TEST(Wavelet97, PhotosThroughFiveLevelsAndBack) {
   }
 }
 
+// ---------------------------------------------------------------- whole levels
+// The standard's 1D_SD for the 9/7 kernel in double precision (periodic
+// symmetric extension, lifting, low x 1/K, high x K; one sample kept or
+// doubled), columns first, the result in the quadrant layout.
+std::vector<double> Sd97(const std::vector<double>& x, int64_t i0) {
+  const int64_t L = int64_t(x.size());
+  if (L == 1) return {(i0 & 1) ? 2 * x[0] : x[0]};
+  const double a = -1.586134342059924, b = -0.052980118572961, g = 0.882911075530934,
+               d = 0.443506852043971, K = 1.230174104914001;
+  std::vector<double> y(size_t(L + 8));
+  auto Y = [&](int64_t n) -> double& { return y[size_t(n + 4)]; };
+  for (int64_t n = -4; n < L + 4; ++n) {
+    int64_t m = n;
+    while (m < 0 || m >= L) m = m < 0 ? -m : 2 * (L - 1) - m;
+    Y(n) = x[size_t(m)];
+  }
+  auto odd = [&](int64_t n) { return ((i0 + n) & 1) != 0; };
+  for (int64_t n = -3; n <= L + 2; ++n) if (odd(n)) Y(n) += a * (Y(n - 1) + Y(n + 1));
+  for (int64_t n = -2; n <= L + 1; ++n) if (!odd(n)) Y(n) += b * (Y(n - 1) + Y(n + 1));
+  for (int64_t n = -1; n <= L; ++n) if (odd(n)) Y(n) += g * (Y(n - 1) + Y(n + 1));
+  for (int64_t n = 0; n < L; ++n) if (!odd(n)) Y(n) += d * (Y(n - 1) + Y(n + 1));
+  std::vector<double> out;
+  for (int par = 0; par < 2; ++par)
+    for (int64_t n = 0; n < L; ++n)
+      if (odd(n) == bool(par)) out.push_back(par ? Y(n) * K : Y(n) / K);
+  return out;
+}
+
+template <class T, class F, class I, class S>
+void Levels97(F fwd, I inv, S size, int lo, int hi, double tol, double back_tol) {
+  test::Rng rng(12);
+  const std::pair<int, int> sizes[] = {{1, 1}, {1, 9}, {9, 1}, {2, 7}, {7, 2}, {2, 2}, {3, 3},
+                                       {4, 5}, {17, 6}, {33, 31}, {64, 3}};
+  for (auto [w, h] : sizes) {
+    for (int par = 0; par < 4; ++par) {
+      const ImageRect r{20 + (par & 1), 30 + (par >> 1), w, h};
+      std::vector<T> plane(size_t(w * h));
+      for (auto& v : plane) v = T(rng.Uniform(lo, hi));
+      std::vector<double> want(plane.begin(), plane.end());
+      for (int x = 0; x < w; ++x) {
+        std::vector<double> c(static_cast<size_t>(h));
+        for (int y = 0; y < h; ++y) c[size_t(y)] = want[size_t(y * w + x)];
+        c = Sd97(c, r.y);
+        for (int y = 0; y < h; ++y) want[size_t(y * w + x)] = c[size_t(y)];
+      }
+      for (int y = 0; y < h; ++y) {
+        std::vector<double> row(want.begin() + y * w, want.begin() + (y + 1) * w);
+        row = Sd97(row, r.x);
+        std::copy(row.begin(), row.end(), want.begin() + y * w);
+      }
+      uint32_t bytes = 0;
+      ASSERT_EQ(size(&r, &bytes), rvtStatusOk);
+      std::vector<uint8_t> buf(bytes + 1);
+      std::vector<T> got = plane;
+      ASSERT_EQ(fwd(got.data(), int32_t(w * sizeof(T)), &r, buf.data()), rvtStatusOk);
+      for (size_t i = 0; i < got.size(); ++i)
+        ASSERT_NEAR(double(got[i]), want[i], tol + 5e-4 * std::abs(want[i])) << w << "x" << h << " parity " << par << " sample " << i;
+      ASSERT_EQ(inv(got.data(), int32_t(w * sizeof(T)), &r, buf.data()), rvtStatusOk);
+      for (size_t i = 0; i < got.size(); ++i)
+        ASSERT_NEAR(double(got[i]), double(plane[i]), back_tol + 2e-3 * std::abs(double(plane[i]))) << w << "x" << h << " parity " << par << " back " << i;
+    }
+  }
+}
+
+TEST(Wavelet97, WholeLevelsAgreeWithThePlainTransform) {
+  Levels97<int32_t>(rvtiWTFwd_D97_JPEG2K_32s_C1IR, rvtiWTInv_D97_JPEG2K_32s_C1IR,
+                    rvtiWTGetBufSize_D97_JPEG2K_32s_C1IR, -5000, 5000, 4.0, 8.0);
+  Levels97<int16_t>(rvtiWTFwd_D97_JPEG2K_16s_C1IR, rvtiWTInv_D97_JPEG2K_16s_C1IR,
+                    rvtiWTGetBufSize_D97_JPEG2K_16s_C1IR, -5000, 5000, 4.0, 8.0);
+  uint32_t n = 1;
+  const ImageRect r11{1, 1, 1, 1}, r21{0, 0, 2, 1};
+  EXPECT_EQ(rvtiWTGetBufSize_D97_JPEG2K_16s_C1IR(&r11, &n), rvtStatusOk);
+  EXPECT_EQ(n, 0u);
+  EXPECT_EQ(rvtiWTGetBufSize_D97_JPEG2K_32s_C1IR(&r21, &n), rvtStatusOk);
+  EXPECT_EQ(n, 4u * 2 + 32);
+  EXPECT_EQ(rvtiWTGetBufSize_D97_JPEG2K_16s_C1R(&r21, &n), rvtStatusOk);
+  EXPECT_EQ(n, 2u * 2 + 16 + 32);
+}
+
 // ---------------------------------------------------------------- checks
 std::vector<int> Widths97() {
   std::vector<int> w;

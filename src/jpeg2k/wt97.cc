@@ -31,5 +31,18 @@ RVT_IMPL_PLAIN(rvtiWTFwdColLift_D97_JPEG2K_16s_C1, wt97::Ref16FwdLift);
 RVT_IMPL_PLAIN(rvtiWTInvColLift_D97_JPEG2K_16s_C1, wt97::Ref16InvLift);
 RVT_IMPL_PLAIN(rvtiWTFwdColLift_D97_JPEG2K_32s_C1, wt97::Ref32FwdLift);
 RVT_IMPL_PLAIN(rvtiWTInvColLift_D97_JPEG2K_32s_C1, wt97::Ref32InvLift);
+// Whole levels: the reference serves every processor.
+RVT_IMPL_PLAIN(rvtiWTFwd_D97_JPEG2K_16s_C1IR, (wt97::LevelI<int16_t, true>));
+RVT_IMPL_PLAIN(rvtiWTInv_D97_JPEG2K_16s_C1IR, (wt97::LevelI<int16_t, false>));
+RVT_IMPL_PLAIN(rvtiWTFwd_D97_JPEG2K_32s_C1IR, (wt97::LevelI<int32_t, true>));
+RVT_IMPL_PLAIN(rvtiWTInv_D97_JPEG2K_32s_C1IR, (wt97::LevelI<int32_t, false>));
+RVT_IMPL_PLAIN(rvtiWTFwd_D97_JPEG2K_16s_C1R, wt97::Fwd4<int16_t>);
+RVT_IMPL_PLAIN(rvtiWTInv_D97_JPEG2K_16s_C1R, wt97::Inv4<int16_t>);
+RVT_IMPL_PLAIN(rvtiWTFwd_D97_JPEG2K_32s_C1R, wt97::Fwd4<int32_t>);
+RVT_IMPL_PLAIN(rvtiWTInv_D97_JPEG2K_32s_C1R, wt97::Inv4<int32_t>);
+RVT_IMPL_PLAIN(rvtiWTGetBufSize_D97_JPEG2K_16s_C1IR, wt97::GetBufSizeI<2>);
+RVT_IMPL_PLAIN(rvtiWTGetBufSize_D97_JPEG2K_32s_C1IR, wt97::GetBufSizeI<4>);
+RVT_IMPL_PLAIN(rvtiWTGetBufSize_D97_JPEG2K_16s_C1R, wt97::GetBufSize4<2>);
+RVT_IMPL_PLAIN(rvtiWTGetBufSize_D97_JPEG2K_32s_C1R, wt97::GetBufSize4<4>);
 }  // namespace rvt
 #endif  // HWY_ONCE

@@ -322,4 +322,162 @@ RVT_WT97_ENTRIES(RefF, float, RefKernels<float>)
 
 }  // namespace rvt::wt97
 
+namespace rvt::wt97 {
+
+// ---------------------------------------------------------------- whole levels
+// Fixed point only.  A line of length L >= 2 is copied into the work
+// buffer with 4 samples of whole-sample symmetric extension each side (L +
+// 8 samples) and lifted stage by stage over the extended positions; lines
+// of one sample are kept (even coordinate) or doubled (odd), and halved
+// back.  The line's low-pass outputs fuse delta and 1/K except its last,
+// which rounds twice, as in the row passes.
+inline int32_t MirrorPos(int32_t n, int32_t L) {
+  while (n < 0 || n >= L) n = n < 0 ? -n : 2 * (L - 1) - n;
+  return n;
+}
+
+template <class T>
+void LineFwd(T* line, ptrdiff_t stride, int32_t L, int32_t p, T* buf) {
+  auto el = [&](int32_t n) { return At(line, stride * n); };
+  if (L == 1) {
+    if (p) StoreAt(el(0), Store<T>(2 * int64_t(LoadAt(el(0)))));
+    return;
+  }
+  T* x = buf + 4;
+  for (int32_t n = -4; n < L + 4; ++n) StoreAt(x + n, LoadAt(el(MirrorPos(n, L))));
+  using A = Arith<T>;
+  auto high = [&](int32_t n) { return ((p + n) & 1) != 0; };
+  auto stage = [&](bool hi, int32_t lo_n, int32_t hi_n, int32_t c) {
+    for (int32_t n = lo_n; n <= hi_n; ++n)
+      if (high(n) == hi) StoreAt(x + n, A::Lift(LoadAt(x + n - 1), LoadAt(x + n + 1), LoadAt(x + n), c));
+  };
+  stage(true, -3, L + 2, kQAlpha);
+  stage(false, -2, L + 1, kQBeta);
+  stage(true, -1, L, kQGamma);
+  const int32_t last_low = high(L - 1) ? L - 2 : L - 1;
+  const int32_t nl = p ? L / 2 : (L + 1) / 2;
+  for (int32_t n = 0; n < L; ++n) {
+    const int64_t a = LoadAt(x + n - 1), b = LoadAt(x + n + 1), v = LoadAt(x + n);
+    if (high(n)) {
+      StoreAt(el(nl + (n - 1 + p) / 2), A::Scale(T(v), kQK));
+    } else if (n != last_low) {
+      StoreAt(el((n - p) / 2), Store<T>(RoundQ16((a + b) * kQDeltaK + v * kQInvK)));
+    } else {
+      StoreAt(el((n - p) / 2), A::Scale(A::Lift(T(a), T(b), T(v), kQDelta), kQInvK));
+    }
+  }
+}
+
+template <class T>
+void LineInv(T* line, ptrdiff_t stride, int32_t L, int32_t p, T* buf) {
+  auto el = [&](int32_t n) { return At(line, stride * n); };
+  if (L == 1) {
+    if (p) StoreAt(el(0), T(LoadAt(el(0)) >> 1));
+    return;
+  }
+  const int32_t nl = p ? L / 2 : (L + 1) / 2;
+  auto high = [&](int32_t n) { return ((p + n) & 1) != 0; };
+  auto coef = [&](int32_t n) { return high(n) ? el(nl + (n - 1 + p) / 2) : el((n - p) / 2); };
+  T* x = buf + 4;
+  for (int32_t n = -4; n < L + 4; ++n) StoreAt(x + n, LoadAt(coef(MirrorPos(n, L))));
+  using A = Arith<T>;
+  for (int32_t n = -3; n <= L + 2; ++n)
+    if (!high(n))
+      StoreAt(x + n, Store<T>(RoundQ16(int64_t(LoadAt(x + n)) * kQK -
+                                       (int64_t(LoadAt(x + n - 1)) + LoadAt(x + n + 1)) * kQDeltaK)));
+  auto stage = [&](bool hi, int32_t lo_n, int32_t hi_n, int32_t c, bool scale) {
+    for (int32_t n = lo_n; n <= hi_n; ++n)
+      if (high(n) == hi) {
+        const T v = scale ? A::Scale(LoadAt(x + n), kQInvK) : LoadAt(x + n);
+        StoreAt(x + n, A::Lift(LoadAt(x + n - 1), LoadAt(x + n + 1), v, c));
+      }
+  };
+  stage(true, -2, L + 1, -kQGamma, true);
+  stage(false, -1, L, -kQBeta, false);
+  stage(true, 0, L - 1, -kQAlpha, false);
+  for (int32_t n = 0; n < L; ++n) StoreAt(el(n), LoadAt(x + n));
+}
+
+template <class T>
+void Level(T* p, int32_t step, int32_t w, int32_t h, int32_t px, int32_t py, T* buf, bool fwd) {
+  auto cols = [&] {
+    for (int32_t c = 0; c < w; ++c) (fwd ? LineFwd<T> : LineInv<T>)(p + c, step, h, py, buf);
+  };
+  auto rows = [&] {
+    for (int32_t y = 0; y < h; ++y) (fwd ? LineFwd<T> : LineInv<T>)(At(p, ptrdiff_t(step) * y), sizeof(T), w, px, buf);
+  };
+  if (fwd) {
+    cols();
+    rows();
+  } else {
+    rows();
+    cols();
+  }
+}
+
+inline uint32_t BufSizeI(const ImageRect& r, int bytes) {
+  if (r.width < 2 && r.height < 2) return 0;
+  const int64_t m = int64_t(r.width > r.height ? r.width : r.height);
+  return uint32_t(bytes * m + 8 * bytes);
+}
+inline uint32_t BufSize4(const ImageRect& r, int bytes) {
+  return BufSizeI(r, bytes) + uint32_t(wt53::Pitch(r.width, bytes)) * uint32_t(r.height);
+}
+template <int kBytes>
+RvtResult GetBufSizeI(const ImageRect* pTileRect, uint32_t* pSize) {
+  RVT_CHECK(CheckPtr(pTileRect));
+  RVT_CHECK(CheckPtr(pSize));
+  *pSize = BufSizeI(*pTileRect, kBytes);
+  return rvtStatusOk;
+}
+template <int kBytes>
+RvtResult GetBufSize4(const ImageRect* pTileRect, uint32_t* pSize) {
+  RVT_CHECK(CheckPtr(pTileRect));
+  RVT_CHECK(CheckPtr(pSize));
+  *pSize = BufSize4(*pTileRect, kBytes);
+  return rvtStatusOk;
+}
+
+template <class T, bool kFwd>
+RvtResult LevelI(T* pSrcDst, int32_t step, const ImageRect* pTileRect, uint8_t* pBuffer) {
+  RVT_CHECK(wt53::CheckLevelI(pSrcDst, step, pTileRect, pBuffer));
+  const ImageRect r = *pTileRect;
+  Level<T>(pSrcDst, step, r.width, r.height, r.x & 1, r.y & 1, reinterpret_cast<T*>(pBuffer), kFwd);
+  return rvtStatusOk;
+}
+template <class T>
+RvtResult Fwd4(const T* pSrc, int32_t srcStep, const ImageRect* pTileRect, T* const pDst[4],
+               const int32_t dstStep[4], uint8_t* pBuffer) {
+  RVT_CHECK(wt53::CheckLevel4(pSrc, srcStep, pDst, dstStep, pTileRect, pBuffer));
+  const ImageRect r = *pTileRect;
+  const int32_t pitch = wt53::Pitch(r.width, sizeof(T));
+  T* copy = reinterpret_cast<T*>(pBuffer);
+  wt53::CopyRect(pSrc, srcStep, copy, pitch, r.width, r.height);
+  Level<T>(copy, pitch, r.width, r.height, r.x & 1, r.y & 1,
+           reinterpret_cast<T*>(pBuffer + size_t(pitch) * size_t(r.height)), true);
+  for (int k = 0; k < 4; ++k) {
+    const wt53::Band b = wt53::BandOf(k, r.width, r.height);
+    wt53::CopyRect<T>(At(copy, ptrdiff_t(pitch) * b.y) + b.x, pitch, pDst[k], dstStep[k], b.w, b.h);
+  }
+  return rvtStatusOk;
+}
+template <class T>
+RvtResult Inv4(const T* const pSrc[4], const int32_t srcStep[4], T* pDst, int32_t dstStep,
+               const ImageRect* pTileRect, uint8_t* pBuffer) {
+  RVT_CHECK(wt53::CheckLevel4(pDst, dstStep, pSrc, srcStep, pTileRect, pBuffer));
+  const ImageRect r = *pTileRect;
+  const int32_t pitch = wt53::Pitch(r.width, sizeof(T));
+  T* copy = reinterpret_cast<T*>(pBuffer);
+  for (int k = 0; k < 4; ++k) {
+    const wt53::Band b = wt53::BandOf(k, r.width, r.height);
+    wt53::CopyRect<T>(pSrc[k], srcStep[k], At(copy, ptrdiff_t(pitch) * b.y) + b.x, pitch, b.w, b.h);
+  }
+  Level<T>(copy, pitch, r.width, r.height, r.x & 1, r.y & 1,
+           reinterpret_cast<T*>(pBuffer + size_t(pitch) * size_t(r.height)), false);
+  wt53::CopyRect<T>(copy, pitch, pDst, dstStep, r.width, r.height);
+  return rvtStatusOk;
+}
+
+}  // namespace rvt::wt97
+
 #endif  // RVT_JPEG2K_WT97_H_
