@@ -790,6 +790,183 @@ RvtResult rvtiDecodeHuffmanRow_JPEG_1u16s_C1P4(const uint8_t* pSrc, int nSrcLenB
                                                const DecodeHuffmanSpec* const pDecHuffTable[4],
                                                DecodeHuffmanState* pDecHuffState);
 
+/* ------------------------------------------------- JPEG 2000 wavelets */
+/* One level of the wavelet transform.  Bands are ordered LL, LH, HL, HH
+ * (0..3).  phase 0: the first sample of the interleaved signal has an even
+ * canvas coordinate (low-pass); non-zero: odd (high-pass).  16s and 32s
+ * elements sit at addresses aligned to their size.
+ * Reversible 5/3: d = x_odd - ((x_left + x_right) >> 1), s = x_even +
+ * ((d_left + d_right + 2) >> 2), `>>` arithmetic (floor); sums in 32 bits
+ * (wrapping for 32s); every coefficient, the carried high-pass value
+ * included, is the stored value, truncated to 16 bits for 16s (no
+ * saturation).
+ *
+ * Passes (Row: along the rows; Col: down the columns, the interleaved
+ * signal having 2 x height rows): the size is that of each band.  They
+ * never extend borders; they read exactly these samples beside the signal,
+ * which the caller supplies: forward, 2 before and 1 after (phase 0) or 1
+ * before and 2 after (phase 1); inverse, high[-1], low[width] and
+ * high[width] (phase 0) or low[-1], high[-1] and high[width] (phase 1).
+ * Checks: the three pointers (rvtStatusNullPtr), the three steps
+ * (rvtStatusStep), then the size (rvtStatusSize).
+ *
+ * Column lifts advance a line-based vertical transform by one row pair:
+ * forward, pDstHigh = src1 - ((src0 + src2) >> 1), pDstLow = src0 +
+ * ((highPrev + high + 2) >> 2); inverse, pDstEven = low - ((highPrev +
+ * high + 2) >> 2), pDstOdd = highPrev + ((evenPrev + even) >> 1).  Checks:
+ * the pointers, then width below 1 (rvtStatusSize).
+ *
+ * Whole levels take the tile-component rectangle (only the parities of x
+ * and y matter) and extend borders themselves (whole-sample symmetric).
+ * Forward: vertical pass first, then horizontal; the inverse undoes the
+ * horizontal pass first.  Length 1: the sample is kept (even coordinate) or
+ * doubled (odd); the inverse halves it (>> 1).  Length 2: high = x_odd -
+ * x_even, low = x_even + ((high + 1) >> 1), low first; the inverse x_even =
+ * low - ((high + 1) >> 1), x_odd = high + x_even.  In place (C1IR), the
+ * bands lie in the quadrants: low-pass coefficients (the samples of even
+ * coordinate) first in each row, low-pass rows first.  C1R: the region is
+ * copied into pBuffer at a pitch of (bytes x width + 31) & ~31 bytes and
+ * the bands are copied to or from the four planes with sizes from width and
+ * height alone (LL ceil(w/2) x ceil(h/2), LH ceil(w/2) x floor(h/2), HL
+ * floor(w/2) x ceil(h/2), HH floor(w/2) x floor(h/2)), whatever the
+ * origin's parity.  pBuffer holds at least the bytes that the matching
+ * rvtiWTGetBufSize_ export returns (any alignment) and may not be null.
+ * Checks, in place: pSrcDst (null), its step, pTileRect, pBuffer (null),
+ * then width or height below 1 (rvtStatusSize).  C1R forward: pSrc, the
+ * band arrays, pTileRect, pBuffer (null); srcStep; the four band pointers;
+ * the four band steps; the size.  C1R inverse mirrors it: the arrays, pDst,
+ * pTileRect, pBuffer (null); dstStep; the band pointers; the band steps;
+ * the size.
+ * rvtiWTGetBufSize_*: the work-buffer bytes; C1IR 5/3: 0 when width and
+ * height are both below 3, else max(width, height) x bytes + 4 x bytes;
+ * C1R: that plus the pitch times the height.  Checks: the two pointers. */
+RvtResult rvtiWTFwdRow_B53_JPEG2K_16s_C1R(const int16_t* pSrc, int32_t srcStep, int16_t* pDstLow, int32_t dstLowStep, int16_t* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);
+RvtResult rvtiWTInvRow_B53_JPEG2K_16s_C1R(const int16_t* pSrcLow, int32_t srcLowStep, const int16_t* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, int16_t* pDst, int32_t dstStep, int32_t phase);
+RvtResult rvtiWTFwdCol_B53_JPEG2K_16s_C1R(const int16_t* pSrc, int32_t srcStep, int16_t* pDstLow, int32_t dstLowStep, int16_t* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);
+RvtResult rvtiWTInvCol_B53_JPEG2K_16s_C1R(const int16_t* pSrcLow, int32_t srcLowStep, const int16_t* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, int16_t* pDst, int32_t dstStep, int32_t phase);
+RvtResult rvtiWTFwdColLift_B53_JPEG2K_16s_C1(const int16_t* pSrc0, const int16_t* pSrc1, const int16_t* pSrc2, int16_t* pDstLow, const int16_t* pSrcHighPrev, int16_t* pDstHigh, int32_t width);
+RvtResult rvtiWTInvColLift_B53_JPEG2K_16s_C1(const int16_t* pSrcLow, const int16_t* pSrcHighPrev, const int16_t* pSrcHigh, const int16_t* pSrcEvenPrev, int16_t* pDstOdd, int16_t* pDstEven, int32_t width);
+RvtResult rvtiWTFwd_B53_JPEG2K_16s_C1IR(int16_t* pSrcDst, int32_t srcDstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTFwd_B53_JPEG2K_16s_C1R(const int16_t* pSrc, int32_t srcStep, const ImageRect* pTileRect, int16_t* const pDst[4], const int32_t dstStep[4], uint8_t* pBuffer);
+RvtResult rvtiWTInv_B53_JPEG2K_16s_C1IR(int16_t* pSrcDst, int32_t srcDstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTInv_B53_JPEG2K_16s_C1R(const int16_t* const pSrc[4], const int32_t srcStep[4], int16_t* pDst, int32_t dstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTGetBufSize_B53_JPEG2K_16s_C1IR(const ImageRect* pTileRect, uint32_t* pSize);
+RvtResult rvtiWTGetBufSize_B53_JPEG2K_16s_C1R(const ImageRect* pTileRect, uint32_t* pSize);
+RvtResult rvtiWTFwdRow_B53_JPEG2K_32s_C1R(const int32_t* pSrc, int32_t srcStep, int32_t* pDstLow, int32_t dstLowStep, int32_t* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);
+RvtResult rvtiWTInvRow_B53_JPEG2K_32s_C1R(const int32_t* pSrcLow, int32_t srcLowStep, const int32_t* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, int32_t* pDst, int32_t dstStep, int32_t phase);
+RvtResult rvtiWTFwdCol_B53_JPEG2K_32s_C1R(const int32_t* pSrc, int32_t srcStep, int32_t* pDstLow, int32_t dstLowStep, int32_t* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);
+RvtResult rvtiWTInvCol_B53_JPEG2K_32s_C1R(const int32_t* pSrcLow, int32_t srcLowStep, const int32_t* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, int32_t* pDst, int32_t dstStep, int32_t phase);
+RvtResult rvtiWTFwdColLift_B53_JPEG2K_32s_C1(const int32_t* pSrc0, const int32_t* pSrc1, const int32_t* pSrc2, int32_t* pDstLow, const int32_t* pSrcHighPrev, int32_t* pDstHigh, int32_t width);
+RvtResult rvtiWTInvColLift_B53_JPEG2K_32s_C1(const int32_t* pSrcLow, const int32_t* pSrcHighPrev, const int32_t* pSrcHigh, const int32_t* pSrcEvenPrev, int32_t* pDstOdd, int32_t* pDstEven, int32_t width);
+RvtResult rvtiWTFwd_B53_JPEG2K_32s_C1IR(int32_t* pSrcDst, int32_t srcDstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTFwd_B53_JPEG2K_32s_C1R(const int32_t* pSrc, int32_t srcStep, const ImageRect* pTileRect, int32_t* const pDst[4], const int32_t dstStep[4], uint8_t* pBuffer);
+RvtResult rvtiWTInv_B53_JPEG2K_32s_C1IR(int32_t* pSrcDst, int32_t srcDstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTInv_B53_JPEG2K_32s_C1R(const int32_t* const pSrc[4], const int32_t srcStep[4], int32_t* pDst, int32_t dstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTGetBufSize_B53_JPEG2K_32s_C1IR(const ImageRect* pTileRect, uint32_t* pSize);
+RvtResult rvtiWTGetBufSize_B53_JPEG2K_32s_C1R(const ImageRect* pTileRect, uint32_t* pSize);
+
+/* Irreversible 9/7, passes and column lifts.  Lifting steps alpha, beta,
+ * gamma, delta, then low-pass x 1/K and high-pass x K.  Float: the
+ * single-precision constants 0xBFCB0673, 0xBD5901AE, 0x3F620676,
+ * 0x3EE31355, K 0x3F9D7658, 1/K 0x3F5019C3, each step (a + b) x c + v, sum
+ * first, no fused multiply-add.  Fixed point (Q16): v + (((a + b) x C +
+ * 32768) >> 16) with exact sums and products, C = -103949, -3472, 57862,
+ * 29066, K 80621, 1/K 53274; every intermediate and result saturated to 16
+ * bits (16s) or stored as its low 32 bits (32s).  The low-pass outputs of
+ * a fixed-point row fuse delta and 1/K, ((d0 + d1) x 23627 + s x 53274 +
+ * 32768) >> 16, except the row's last, which rounds twice (delta step,
+ * then x 53274).  A forward row of one pair (width 1; a column pass of
+ * height 1) applies the analysis filters directly (float taps 0.026748758,
+ * -0.01686412, -0.078223266, 0.26686412, 0.602949 and 0.091271766,
+ * -0.057543527, -0.59127176, 1.115087; Q16 taps 1753, -1105, -5126, 17489,
+ * 39515 and 5982, -3771, -38749, 73078), summed outer taps first.
+ * Forward passes read 4 samples before and 3 after (phase 0) or 3 and 4
+ * (phase 1).  Inverse passes: the first step fused with the scaling, s = K
+ * low - (delta/K)(high + high) (float 0x3EB8968E, Q16 23627), then high x
+ * 1/K, gamma, beta and alpha steps with negated coefficients; a row of one
+ * pair runs the same steps.  They read low[-1..width+1] and
+ * high[-2..width+1] (phase 0) or low[-2..width] and high[-2..width+1]
+ * (phase 1).
+ * Forward column lift: p7 = lift(p0, p2; p1, alpha) (new high row at the
+ * alpha stage), p4 = lift(p6, p7; p0, beta), p6 = lift(p3, p4; p6, gamma),
+ * p3 = lift(p5, p6; p3, delta) x 1/K (low row final), p5 = p5 x K (high
+ * row final); fixed point rounds the last two steps separately.  The
+ * inverse undoes one forward call in the mirror order: p5 x 1/K, p3 x K,
+ * p3 -= delta (p5 + p6), p6 -= gamma (p3 + p4), p0 = p4 - beta (p6 + p7),
+ * p1 = p7 - alpha (p0 + p2), each as a lift with the negated coefficient.
+ * Checks as for the 5/3 forms. */
+RvtResult rvtiWTFwdRow_D97_JPEG2K_16s_C1R(const int16_t* pSrc, int32_t srcStep, int16_t* pDstLow, int32_t dstLowStep, int16_t* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);
+RvtResult rvtiWTInvRow_D97_JPEG2K_16s_C1R(const int16_t* pSrcLow, int32_t srcLowStep, const int16_t* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, int16_t* pDst, int32_t dstStep, int32_t phase);
+RvtResult rvtiWTFwdColLift_D97_JPEG2K_16s_C1(const int16_t* p0, const int16_t* p1, const int16_t* p2, int16_t* p3, int16_t* p4, int16_t* p5, int16_t* p6, int16_t* p7, int32_t width);
+RvtResult rvtiWTInvColLift_D97_JPEG2K_16s_C1(int16_t* p0, int16_t* p1, const int16_t* p2, int16_t* p3, const int16_t* p4, int16_t* p5, int16_t* p6, const int16_t* p7, int32_t width);
+RvtResult rvtiWTFwdRow_D97_JPEG2K_32s_C1R(const int32_t* pSrc, int32_t srcStep, int32_t* pDstLow, int32_t dstLowStep, int32_t* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);
+RvtResult rvtiWTInvRow_D97_JPEG2K_32s_C1R(const int32_t* pSrcLow, int32_t srcLowStep, const int32_t* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, int32_t* pDst, int32_t dstStep, int32_t phase);
+RvtResult rvtiWTFwdColLift_D97_JPEG2K_32s_C1(const int32_t* p0, const int32_t* p1, const int32_t* p2, int32_t* p3, int32_t* p4, int32_t* p5, int32_t* p6, int32_t* p7, int32_t width);
+RvtResult rvtiWTInvColLift_D97_JPEG2K_32s_C1(int32_t* p0, int32_t* p1, const int32_t* p2, int32_t* p3, const int32_t* p4, int32_t* p5, int32_t* p6, const int32_t* p7, int32_t width);
+RvtResult rvtiWTFwdRow_D97_JPEG2K_32f_C1R(const float* pSrc, int32_t srcStep, float* pDstLow, int32_t dstLowStep, float* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);
+RvtResult rvtiWTInvRow_D97_JPEG2K_32f_C1R(const float* pSrcLow, int32_t srcLowStep, const float* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, float* pDst, int32_t dstStep, int32_t phase);
+RvtResult rvtiWTFwdCol_D97_JPEG2K_32f_C1R(const float* pSrc, int32_t srcStep, float* pDstLow, int32_t dstLowStep, float* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);
+RvtResult rvtiWTInvCol_D97_JPEG2K_32f_C1R(const float* pSrcLow, int32_t srcLowStep, const float* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, float* pDst, int32_t dstStep, int32_t phase);
+RvtResult rvtiWTFwdColLift_D97_JPEG2K_32f_C1(const float* p0, const float* p1, const float* p2, float* p3, float* p4, float* p5, float* p6, float* p7, int32_t width);
+RvtResult rvtiWTInvColLift_D97_JPEG2K_32f_C1(float* p0, float* p1, const float* p2, float* p3, const float* p4, float* p5, float* p6, const float* p7, int32_t width);
+
+/* Irreversible 9/7 whole levels (16s, 32s; the reference serves every
+ * processor): as the 5/3 ones (rectangle, parities, quadrants, four-plane
+ * copies, checks), with the fixed-point 9/7 steps along every line of two
+ * or more samples (4 samples of whole-sample symmetric extension; each
+ * line's last low-pass output rounds twice, the others fuse delta and
+ * 1/K); a line of one sample is kept or doubled (odd coordinate), halved
+ * by the inverse.  Work buffer: 0 when width and height are both below 2,
+ * else max(width, height) x bytes + 8 x bytes (C1IR), plus the pitch
+ * times the height (C1R). */
+RvtResult rvtiWTFwd_D97_JPEG2K_16s_C1IR(int16_t* pSrcDst, int32_t srcDstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTFwd_D97_JPEG2K_16s_C1R(const int16_t* pSrc, int32_t srcStep, const ImageRect* pTileRect, int16_t* const pDst[4], const int32_t dstStep[4], uint8_t* pBuffer);
+RvtResult rvtiWTInv_D97_JPEG2K_16s_C1IR(int16_t* pSrcDst, int32_t srcDstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTInv_D97_JPEG2K_16s_C1R(const int16_t* const pSrc[4], const int32_t srcStep[4], int16_t* pDst, int32_t dstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTGetBufSize_D97_JPEG2K_16s_C1IR(const ImageRect* pTileRect, uint32_t* pSize);
+RvtResult rvtiWTGetBufSize_D97_JPEG2K_16s_C1R(const ImageRect* pTileRect, uint32_t* pSize);
+RvtResult rvtiWTFwd_D97_JPEG2K_32s_C1IR(int32_t* pSrcDst, int32_t srcDstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTFwd_D97_JPEG2K_32s_C1R(const int32_t* pSrc, int32_t srcStep, const ImageRect* pTileRect, int32_t* const pDst[4], const int32_t dstStep[4], uint8_t* pBuffer);
+RvtResult rvtiWTInv_D97_JPEG2K_32s_C1IR(int32_t* pSrcDst, int32_t srcDstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTInv_D97_JPEG2K_32s_C1R(const int32_t* const pSrc[4], const int32_t srcStep[4], int32_t* pDst, int32_t dstStep, const ImageRect* pTileRect, uint8_t* pBuffer);
+RvtResult rvtiWTGetBufSize_D97_JPEG2K_32s_C1IR(const ImageRect* pTileRect, uint32_t* pSize);
+RvtResult rvtiWTGetBufSize_D97_JPEG2K_32s_C1R(const ImageRect* pTileRect, uint32_t* pSize);
+
+/* ------------------------------------------- JPEG 2000 component transforms */
+/* Three components: R, G, B interleaved or planes 0, 1, 2; Y, U/Cb, V/Cr in
+ * planes 0, 1, 2.  Planar images share one row step.  Checks: every pointer
+ * first (the interleaved pointer and the plane array with the planes inside
+ * it, in argument order; rvtStatusNullPtr), then the steps
+ * (rvtStatusStep), then the size (rvtStatusSize).  Elements may sit at any
+ * address.
+ * RCT: Y = (R + 2G + B) >> 2, U = B - G, V = R - G; inverse G = Y - ((U + V)
+ * >> 2), R = V + G, B = U + G; sums in 32 bits (wrapping for 32s), 16s
+ * results truncated, so forward then inverse restores every input.
+ * ICT, float: the YCbCr matrix in single precision, each row summed left to
+ * right ((c0 R + c1 G) + c2 B), no fused multiply-add.
+ * ICT, 32s: Q14 with +8192 before the shift; 32-bit products and sums,
+ * results stored as computed (not saturated).
+ * ICT, 16s: Y = (S + 8192) >> 14 with S = 4899R + 9617G + 1868B, Cb and Cr
+ * from the rounded differences B - Y, R - Y scaled by 9246 and 11686 (Q14),
+ * 32-bit intermediates, each result saturated; the inverse uses the 32s
+ * constants and saturates. */
+RvtResult rvtiRCTFwd_JPEG2K_16s_C3P3R(const int16_t* pSrc, int32_t srcStep, int16_t* const pDst[3], int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiRCTFwd_JPEG2K_32s_C3P3R(const int32_t* pSrc, int32_t srcStep, int32_t* const pDst[3], int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiRCTFwd_JPEG2K_16s_P3IR(int16_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiRCTFwd_JPEG2K_32s_P3IR(int32_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiRCTInv_JPEG2K_16s_P3C3R(const int16_t* const pSrc[3], int32_t srcStep, int16_t* pDst, int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiRCTInv_JPEG2K_32s_P3C3R(const int32_t* const pSrc[3], int32_t srcStep, int32_t* pDst, int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiRCTInv_JPEG2K_16s_P3IR(int16_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiRCTInv_JPEG2K_32s_P3IR(int32_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiICTFwd_JPEG2K_32f_C3P3R(const float* pSrc, int32_t srcStep, float* const pDst[3], int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiICTFwd_JPEG2K_16s_P3IR(int16_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiICTFwd_JPEG2K_32s_P3IR(int32_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiICTFwd_JPEG2K_32f_P3IR(float* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiICTInv_JPEG2K_32f_P3C3R(const float* const pSrc[3], int32_t srcStep, float* pDst, int32_t dstStep, ImageSize roiSize);
+RvtResult rvtiICTInv_JPEG2K_16s_P3IR(int16_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiICTInv_JPEG2K_32s_P3IR(int32_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+RvtResult rvtiICTInv_JPEG2K_32f_P3IR(float* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
+
 #ifdef __cplusplus
 }
 #endif

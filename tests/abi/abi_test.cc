@@ -538,6 +538,196 @@ uint64_t LosslessDigest() {
   return d.value();
 }
 
+// JPEG 2000: the component transforms and the 5/3 wavelet, every form,
+// at an odd origin and even one.
+template <class T>
+void Jpeg2kTyped(Digest& d, RvtResult (*rctF)(const T*, int32_t, T* const[3], int32_t, ImageSize),
+                 RvtResult (*rctFI)(T* const[3], int32_t, ImageSize),
+                 RvtResult (*rctI)(const T* const[3], int32_t, T*, int32_t, ImageSize),
+                 RvtResult (*rctII)(T* const[3], int32_t, ImageSize),
+                 RvtResult (*ictFI)(T* const[3], int32_t, ImageSize),
+                 RvtResult (*ictII)(T* const[3], int32_t, ImageSize)) {
+  const int32_t step = kW * int32_t(sizeof(T));
+  std::vector<T> c3 = Random<T>(size_t(3 * kW * kH), 3, -2000, 2000), back(c3.size());
+  std::vector<T> p[3];
+  for (auto& v : p) v.assign(size_t(kW * kH), 0);
+  T* pp[3] = {p[0].data(), p[1].data(), p[2].data()};
+  const T* cp[3] = {p[0].data(), p[1].data(), p[2].data()};
+  d.Status(rctF(c3.data(), 3 * step, pp, step, kRoi));
+  for (auto& v : p) d.Add(v);
+  d.Status(rctI(cp, step, back.data(), 3 * step, kRoi));
+  EXPECT_EQ(back, c3);
+  d.Status(rctII(pp, step, kRoi));
+  d.Status(rctFI(pp, step, kRoi));
+  d.Status(ictFI(pp, step, kRoi));
+  for (auto& v : p) d.Add(v);
+  d.Status(ictII(pp, step, kRoi));
+  for (auto& v : p) d.Add(v);
+}
+
+template <class T, class W>
+void Jpeg2kWavelet(Digest& d, const W& f) {
+  const int32_t step = kW * int32_t(sizeof(T));
+  std::vector<T> src = Random<T>(size_t(kW * kH), 4, -2000, 2000);
+  std::vector<T> lo(src.size()), hi(src.size()), out(src.size());
+  const ImageSize half = {kW / 2 - 2, kH / 2 - 2};
+  for (int32_t phase : {0, 1}) {
+    d.Status(f.fwdRow(src.data() + 2 * kW + 2, step, lo.data(), step, hi.data(), step, half, phase));
+    d.Add(lo), d.Add(hi);
+    d.Status(f.invRow(lo.data() + kW + 2, step, hi.data() + kW + 2, step, half, out.data(), step, phase));
+    d.Add(out);
+    d.Status(f.fwdCol(src.data() + 2 * kW + 2, step, lo.data(), step, hi.data(), step, half, phase));
+    d.Add(lo), d.Add(hi);
+    d.Status(f.invCol(lo.data() + kW + 2, step, hi.data() + kW + 2, step, half, out.data(), step, phase));
+    d.Add(out);
+  }
+  d.Status(f.fwdLift(&src[0], &src[kW], &src[2 * kW], lo.data(), &src[3 * kW], hi.data(), kW));
+  d.Status(f.invLift(&src[0], &src[kW], &src[2 * kW], &src[3 * kW], lo.data() + kW, hi.data() + kW, kW));
+  d.Add(lo), d.Add(hi);
+  for (const ImageRect r : {ImageRect{0, 0, kW, kH}, ImageRect{3, 5, kW, kH}, ImageRect{1, 0, 2, kH}}) {
+    uint32_t bi = 0, b4 = 0;
+    d.Status(f.sizeI(&r, &bi));
+    d.Status(f.size4(&r, &b4));
+    d.Add(&bi, 1), d.Add(&b4, 1);
+    std::vector<uint8_t> buf(size_t(b4) + 1);
+    std::vector<T> plane = src;
+    d.Status(f.fwdI(plane.data(), step, &r, buf.data()));
+    d.Add(plane);
+    d.Status(f.invI(plane.data(), step, &r, buf.data()));
+    EXPECT_EQ(plane, src);
+    std::vector<T> bands[4];
+    T* bp[4];
+    const T* cbp[4];
+    int32_t bs[4];
+    for (int k = 0; k < 4; ++k) bands[k].assign(src.size(), 0), cbp[k] = bp[k] = bands[k].data(), bs[k] = step;
+    d.Status(f.fwd4(src.data(), step, &r, bp, bs, buf.data()));
+    for (auto& b : bands) d.Add(b);
+    d.Status(f.inv4(cbp, bs, out.data(), step, &r, buf.data()));
+    d.Add(out);
+  }
+}
+
+template <class T>
+struct WaveletFns {
+  RvtResult (*fwdRow)(const T*, int32_t, T*, int32_t, T*, int32_t, ImageSize, int32_t);
+  RvtResult (*fwdCol)(const T*, int32_t, T*, int32_t, T*, int32_t, ImageSize, int32_t);
+  RvtResult (*invRow)(const T*, int32_t, const T*, int32_t, ImageSize, T*, int32_t, int32_t);
+  RvtResult (*invCol)(const T*, int32_t, const T*, int32_t, ImageSize, T*, int32_t, int32_t);
+  RvtResult (*fwdLift)(const T*, const T*, const T*, T*, const T*, T*, int32_t);
+  RvtResult (*invLift)(const T*, const T*, const T*, const T*, T*, T*, int32_t);
+  RvtResult (*fwdI)(T*, int32_t, const ImageRect*, uint8_t*);
+  RvtResult (*invI)(T*, int32_t, const ImageRect*, uint8_t*);
+  RvtResult (*fwd4)(const T*, int32_t, const ImageRect*, T* const[4], const int32_t[4], uint8_t*);
+  RvtResult (*inv4)(const T* const[4], const int32_t[4], T*, int32_t, const ImageRect*, uint8_t*);
+  RvtResult (*sizeI)(const ImageRect*, uint32_t*);
+  RvtResult (*size4)(const ImageRect*, uint32_t*);
+};
+
+template <class T, class FR, class IR, class FL, class IL>
+void Jpeg2k97(Digest& d, FR fwdRow, IR invRow, FL fwdLift, IL invLift, int lo, int hi,
+              bool cols = false) {
+  const int32_t step = kW * int32_t(sizeof(T));
+  std::vector<T> src = Random<T>(size_t(kW * kH), 6, lo, hi), a(src.size()), b(src.size()), out(src.size());
+  const ImageSize half = cols ? ImageSize{kW - 4, kH / 2 - 6} : ImageSize{kW / 2 - 4, kH - 4};
+  const size_t at = cols ? 4 * kW + 2 : 2 * kW + 4, band = cols ? 2 * kW + 2 : kW + 2;
+  for (int32_t phase : {0, 1}) {
+    d.Status(fwdRow(src.data() + at, step, a.data(), step, b.data(), step, half, phase));
+    d.Add(a), d.Add(b);
+    d.Status(invRow(a.data() + band, step, b.data() + band, step, half, out.data(), step, phase));
+    d.Add(out);
+  }
+  std::vector<T> r = src;
+  d.Status(fwdLift(&src[0], &src[kW], &src[2 * kW], &r[3 * kW], &r[4 * kW], &r[5 * kW], &r[6 * kW], &r[7 * kW], kW));
+  d.Status(invLift(&r[0], &r[kW], &src[2 * kW], &r[3 * kW], &r[4 * kW], &r[5 * kW], &r[6 * kW], &r[7 * kW], kW));
+  d.Add(r);
+}
+
+template <class T, class W>
+void Jpeg2kLevels97(Digest& d, const W& f) {
+  const int32_t step = kW * int32_t(sizeof(T));
+  std::vector<T> src = Random<T>(size_t(kW * kH), 9, -2000, 2000), out(src.size());
+  for (const ImageRect r : {ImageRect{0, 0, kW, kH}, ImageRect{3, 5, kW, kH}, ImageRect{1, 0, 2, kH}}) {
+    uint32_t bi = 0, b4 = 0;
+    d.Status(f.sizeI(&r, &bi));
+    d.Status(f.size4(&r, &b4));
+    d.Add(&bi, 1), d.Add(&b4, 1);
+    std::vector<uint8_t> buf(size_t(b4) + 1);
+    std::vector<T> plane = src;
+    d.Status(f.fwdI(plane.data(), step, &r, buf.data()));
+    d.Add(plane);
+    d.Status(f.invI(plane.data(), step, &r, buf.data()));
+    d.Add(plane);
+    std::vector<T> bands[4];
+    T* bp[4];
+    const T* cbp[4];
+    int32_t bs[4];
+    for (int k = 0; k < 4; ++k) bands[k].assign(src.size(), 0), cbp[k] = bp[k] = bands[k].data(), bs[k] = step;
+    d.Status(f.fwd4(src.data(), step, &r, bp, bs, buf.data()));
+    for (auto& b : bands) d.Add(b);
+    d.Status(f.inv4(cbp, bs, out.data(), step, &r, buf.data()));
+    d.Add(out);
+  }
+}
+
+uint64_t Jpeg2kDigest() {
+  Digest d;
+  Jpeg2kTyped<int16_t>(d, rvtiRCTFwd_JPEG2K_16s_C3P3R, rvtiRCTFwd_JPEG2K_16s_P3IR,
+                       rvtiRCTInv_JPEG2K_16s_P3C3R, rvtiRCTInv_JPEG2K_16s_P3IR,
+                       rvtiICTFwd_JPEG2K_16s_P3IR, rvtiICTInv_JPEG2K_16s_P3IR);
+  Jpeg2kTyped<int32_t>(d, rvtiRCTFwd_JPEG2K_32s_C3P3R, rvtiRCTFwd_JPEG2K_32s_P3IR,
+                       rvtiRCTInv_JPEG2K_32s_P3C3R, rvtiRCTInv_JPEG2K_32s_P3IR,
+                       rvtiICTFwd_JPEG2K_32s_P3IR, rvtiICTInv_JPEG2K_32s_P3IR);
+  {  // float ICT
+    const int32_t step = kW * 4;
+    std::vector<float> c3(size_t(3 * kW * kH)), back(c3.size());
+    for (size_t i = 0; i < c3.size(); ++i) c3[i] = float(int(i * 37 % 511) - 255) * 0.5f;
+    std::vector<float> p[3];
+    for (auto& v : p) v.assign(size_t(kW * kH), 0.f);
+    float* pp[3] = {p[0].data(), p[1].data(), p[2].data()};
+    const float* cp[3] = {p[0].data(), p[1].data(), p[2].data()};
+    d.Status(rvtiICTFwd_JPEG2K_32f_C3P3R(c3.data(), 3 * step, pp, step, kRoi));
+    for (auto& v : p) d.Add(v);
+    d.Status(rvtiICTInv_JPEG2K_32f_P3C3R(cp, step, back.data(), 3 * step, kRoi));
+    d.Add(back);
+    d.Status(rvtiICTFwd_JPEG2K_32f_P3IR(pp, step, kRoi));
+    d.Status(rvtiICTInv_JPEG2K_32f_P3IR(pp, step, kRoi));
+    for (auto& v : p) d.Add(v);
+  }
+  Jpeg2kWavelet<int16_t>(d, WaveletFns<int16_t>{
+      rvtiWTFwdRow_B53_JPEG2K_16s_C1R, rvtiWTFwdCol_B53_JPEG2K_16s_C1R,
+      rvtiWTInvRow_B53_JPEG2K_16s_C1R, rvtiWTInvCol_B53_JPEG2K_16s_C1R,
+      rvtiWTFwdColLift_B53_JPEG2K_16s_C1, rvtiWTInvColLift_B53_JPEG2K_16s_C1,
+      rvtiWTFwd_B53_JPEG2K_16s_C1IR, rvtiWTInv_B53_JPEG2K_16s_C1IR, rvtiWTFwd_B53_JPEG2K_16s_C1R,
+      rvtiWTInv_B53_JPEG2K_16s_C1R, rvtiWTGetBufSize_B53_JPEG2K_16s_C1IR,
+      rvtiWTGetBufSize_B53_JPEG2K_16s_C1R});
+  Jpeg2kWavelet<int32_t>(d, WaveletFns<int32_t>{
+      rvtiWTFwdRow_B53_JPEG2K_32s_C1R, rvtiWTFwdCol_B53_JPEG2K_32s_C1R,
+      rvtiWTInvRow_B53_JPEG2K_32s_C1R, rvtiWTInvCol_B53_JPEG2K_32s_C1R,
+      rvtiWTFwdColLift_B53_JPEG2K_32s_C1, rvtiWTInvColLift_B53_JPEG2K_32s_C1,
+      rvtiWTFwd_B53_JPEG2K_32s_C1IR, rvtiWTInv_B53_JPEG2K_32s_C1IR, rvtiWTFwd_B53_JPEG2K_32s_C1R,
+      rvtiWTInv_B53_JPEG2K_32s_C1R, rvtiWTGetBufSize_B53_JPEG2K_32s_C1IR,
+      rvtiWTGetBufSize_B53_JPEG2K_32s_C1R});
+  Jpeg2k97<int16_t>(d, rvtiWTFwdRow_D97_JPEG2K_16s_C1R, rvtiWTInvRow_D97_JPEG2K_16s_C1R,
+                    rvtiWTFwdColLift_D97_JPEG2K_16s_C1, rvtiWTInvColLift_D97_JPEG2K_16s_C1, -20000, 20000);
+  Jpeg2k97<int32_t>(d, rvtiWTFwdRow_D97_JPEG2K_32s_C1R, rvtiWTInvRow_D97_JPEG2K_32s_C1R,
+                    rvtiWTFwdColLift_D97_JPEG2K_32s_C1, rvtiWTInvColLift_D97_JPEG2K_32s_C1, -20000, 20000);
+  Jpeg2k97<float>(d, rvtiWTFwdRow_D97_JPEG2K_32f_C1R, rvtiWTInvRow_D97_JPEG2K_32f_C1R,
+                  rvtiWTFwdColLift_D97_JPEG2K_32f_C1, rvtiWTInvColLift_D97_JPEG2K_32f_C1, -255, 255);
+  Jpeg2k97<float>(d, rvtiWTFwdCol_D97_JPEG2K_32f_C1R, rvtiWTInvCol_D97_JPEG2K_32f_C1R,
+                  rvtiWTFwdColLift_D97_JPEG2K_32f_C1, rvtiWTInvColLift_D97_JPEG2K_32f_C1, -255, 255, true);
+  Jpeg2kLevels97<int16_t>(d, WaveletFns<int16_t>{
+      nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+      rvtiWTFwd_D97_JPEG2K_16s_C1IR, rvtiWTInv_D97_JPEG2K_16s_C1IR, rvtiWTFwd_D97_JPEG2K_16s_C1R,
+      rvtiWTInv_D97_JPEG2K_16s_C1R, rvtiWTGetBufSize_D97_JPEG2K_16s_C1IR,
+      rvtiWTGetBufSize_D97_JPEG2K_16s_C1R});
+  Jpeg2kLevels97<int32_t>(d, WaveletFns<int32_t>{
+      nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+      rvtiWTFwd_D97_JPEG2K_32s_C1IR, rvtiWTInv_D97_JPEG2K_32s_C1IR, rvtiWTFwd_D97_JPEG2K_32s_C1R,
+      rvtiWTInv_D97_JPEG2K_32s_C1R, rvtiWTGetBufSize_D97_JPEG2K_32s_C1IR,
+      rvtiWTGetBufSize_D97_JPEG2K_32s_C1R});
+  return d.value();
+}
+
 TEST(Abi, FamiliesGiveTheirDefinedResults) {
   struct Family {
     const char* name;
@@ -553,7 +743,8 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"Huffman", HuffmanDigest, 0xcce45a81ea2fb0f6ull},
                           Family{"photo core transform", PctDigestAll, 0x1197b165cc207e02ull},
                           Family{"BC1 to BC5 textures", TextureDigest, 0xf0f1d397514ef635ull},
-                          Family{"lossless", LosslessDigest, 0x97ddec0a60e20a4aull}}) {
+                          Family{"lossless", LosslessDigest, 0x97ddec0a60e20a4aull},
+                          Family{"JPEG 2000", Jpeg2kDigest, 0x179f306254d03b0dull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }
