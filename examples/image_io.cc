@@ -54,6 +54,140 @@ bool EndsWith(const std::string& s, const char* suffix) {
   return true;
 }
 
+// ---- up to 16-bit samples (lossless coding)
+
+int BitsOf(int maxval) {
+  int n = 0;
+  while ((1 << n) - 1 < maxval) ++n;
+  return n;
+}
+
+bool ReadPnm16(FILE* f, const std::string& path, Image16* image, std::string* error) {
+  char magic[2];
+  if (std::fread(magic, 1, 2, f) != 2 || magic[0] != 'P' || (magic[1] != '5' && magic[1] != '6')) {
+    *error = path + ": not a binary PPM/PGM (P6/P5) file";
+    return false;
+  }
+  int w, h, maxval;
+  if (!PnmNumber(f, &w) || !PnmNumber(f, &h) || !PnmNumber(f, &maxval)) {
+    *error = path + ": bad PNM header";
+    return false;
+  }
+  if (w < 1 || h < 1 || w > 65535 || h > 65535 || maxval < 1 || maxval > 65535) {
+    *error = path + ": image size or maxval out of range";
+    return false;
+  }
+  image->width = w;
+  image->height = h;
+  image->channels = magic[1] == '6' ? 3 : 1;
+  image->precision = std::max(2, BitsOf(maxval));
+  const size_t n = size_t(w) * size_t(h) * size_t(image->channels);
+  image->samples.resize(n);
+  const size_t bytes = maxval > 255 ? 2 : 1;
+  std::vector<uint8_t> raw(n * bytes);
+  if (std::fread(raw.data(), 1, raw.size(), f) != raw.size()) {
+    *error = path + ": truncated pixel data";
+    return false;
+  }
+  for (size_t i = 0; i < n; ++i) {
+    image->samples[i] = bytes == 2 ? uint16_t(raw[2 * i] << 8 | raw[2 * i + 1]) : raw[i];
+  }
+  return true;
+}
+
+bool ReadPng16(FILE* f, const std::string& path, Image16* image, std::string* error) {
+  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png ? png_create_info_struct(png) : nullptr;
+  if (!info) {
+    png_destroy_read_struct(&png, nullptr, nullptr);
+    *error = path + ": out of memory";
+    return false;
+  }
+  std::vector<png_bytep> rows;
+  if (setjmp(png_jmpbuf(png))) {
+    png_destroy_read_struct(&png, &info, nullptr);
+    *error = path + ": bad PNG";
+    return false;
+  }
+  png_init_io(png, f);
+  png_read_info(png, info);
+  const int type = png_get_color_type(png, info);
+  int depth = png_get_bit_depth(png, info);
+  if (type == PNG_COLOR_TYPE_PALETTE) png_set_palette_to_rgb(png);
+  if (type == PNG_COLOR_TYPE_GRAY && depth < 8) png_set_expand_gray_1_2_4_to_8(png);
+  if (type & PNG_COLOR_MASK_ALPHA) png_set_strip_alpha(png);
+  png_set_strip_alpha(png);
+  if (depth == 16) png_set_swap(png);  // host order (little-endian)
+  png_read_update_info(png, info);
+  depth = png_get_bit_depth(png, info);
+  const int channels = png_get_channels(png, info);
+  const int w = int(png_get_image_width(png, info)), h = int(png_get_image_height(png, info));
+  if ((channels != 1 && channels != 3) || w < 1 || h < 1 || w > 65535 || h > 65535) {
+    png_destroy_read_struct(&png, &info, nullptr);
+    *error = path + ": unsupported PNG layout";
+    return false;
+  }
+  image->width = w;
+  image->height = h;
+  image->channels = channels;
+  image->precision = depth == 16 ? 16 : 8;
+  const size_t row_bytes = png_get_rowbytes(png, info);
+  std::vector<uint8_t> raw(row_bytes * size_t(h));
+  rows.resize(size_t(h));
+  for (int y = 0; y < h; ++y) rows[size_t(y)] = raw.data() + row_bytes * size_t(y);
+  png_read_image(png, rows.data());
+  png_destroy_read_struct(&png, &info, nullptr);
+  const size_t n = size_t(w) * size_t(h) * size_t(channels);
+  image->samples.resize(n);
+  for (int y = 0; y < h; ++y) {
+    const uint8_t* r = rows[size_t(y)];
+    uint16_t* o = image->samples.data() + size_t(y) * size_t(w) * size_t(channels);
+    for (size_t i = 0; i < size_t(w) * size_t(channels); ++i) {
+      o[i] = depth == 16 ? uint16_t(r[2 * i] | r[2 * i + 1] << 8) : r[i];
+    }
+  }
+  return true;
+}
+
+bool WritePng16(FILE* f, const std::string& path, const Image16& image, std::string* error) {
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png ? png_create_info_struct(png) : nullptr;
+  if (!info) {
+    png_destroy_write_struct(&png, nullptr);
+    *error = path + ": out of memory";
+    return false;
+  }
+  if (setjmp(png_jmpbuf(png))) {
+    png_destroy_write_struct(&png, &info);
+    *error = "write error on " + path;
+    return false;
+  }
+  const int depth = image.precision <= 8 ? 8 : 16;
+  png_init_io(png, f);
+  png_set_IHDR(png, info, png_uint_32(image.width), png_uint_32(image.height), depth,
+               image.channels == 3 ? PNG_COLOR_TYPE_RGB : PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE,
+               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  png_write_info(png, info);
+  const size_t n = size_t(image.width) * size_t(image.channels);
+  std::vector<uint8_t> row(n * size_t(depth / 8));
+  for (int y = 0; y < image.height; ++y) {
+    const uint16_t* s = image.samples.data() + size_t(y) * n;
+    for (size_t i = 0; i < n; ++i) {
+      if (depth == 8) {
+        row[i] = uint8_t(s[i]);
+      } else {
+        row[2 * i] = uint8_t(s[i] >> 8);
+        row[2 * i + 1] = uint8_t(s[i]);
+      }
+    }
+    png_write_row(png, row.data());
+  }
+  png_write_end(png, nullptr);
+  png_destroy_write_struct(&png, &info);
+  return std::fflush(f) == 0;
+}
+
+
 }  // namespace
 
 bool ReadPnm(const std::string& path, Image* image, std::string* error) {
@@ -198,6 +332,41 @@ double MeanAbsDiff(const Image& a, const Image& b) {
   double s = 0;
   for (size_t i = 0; i < a.pixels.size(); ++i) s += std::abs(int(a.pixels[i]) - int(b.pixels[i]));
   return a.pixels.empty() ? 0 : s / double(a.pixels.size());
+}
+
+bool ReadImage16(const std::string& path, Image16* image, std::string* error) {
+  File f(std::fopen(path.c_str(), "rb"));
+  if (!f) {
+    *error = "cannot open " + path;
+    return false;
+  }
+  uint8_t sig[8] = {};
+  const bool png = std::fread(sig, 1, 8, f.get()) == 8 && png_sig_cmp(sig, 0, 8) == 0;
+  std::rewind(f.get());
+  return png ? ReadPng16(f.get(), path, image, error) : ReadPnm16(f.get(), path, image, error);
+}
+
+bool WriteImage16(const std::string& path, const Image16& image, std::string* error) {
+  File f(std::fopen(path.c_str(), "wb"));
+  if (!f) {
+    *error = "cannot create " + path;
+    return false;
+  }
+  if (EndsWith(path, ".png")) return WritePng16(f.get(), path, image, error);
+  const int maxval = (1 << image.precision) - 1;
+  std::fprintf(f.get(), "P%c\n%d %d\n%d\n", image.channels == 3 ? '6' : '5', image.width,
+               image.height, maxval);
+  std::vector<uint8_t> raw;
+  raw.reserve(image.samples.size() * 2);
+  for (uint16_t s : image.samples) {
+    if (maxval > 255) raw.push_back(uint8_t(s >> 8));
+    raw.push_back(uint8_t(s));
+  }
+  if (std::fwrite(raw.data(), 1, raw.size(), f.get()) != raw.size() || std::fflush(f.get()) != 0) {
+    *error = "write error on " + path;
+    return false;
+  }
+  return true;
 }
 
 }  // namespace rvtjpeg

@@ -1,6 +1,7 @@
-// Reading and writing the example codec's raw images: binary PPM/PGM
-// (P6/P5, maxval 255) and 8-bit PNG (grey or RGB; palette, alpha and
-// 16-bit PNGs are reduced to 8-bit grey or RGB on reading).
+// Reading and writing the example codec's raw images: 8-bit images as
+// binary PPM/PGM (P6/P5, maxval 255) and 8-bit PNG (grey or RGB; palette,
+// alpha and 16-bit PNGs are reduced to 8-bit grey or RGB on reading), and
+// images of up to 16-bit samples (Image16) for lossless coding.
 #ifndef RVTJPEG_IMAGE_IO_H_
 #define RVTJPEG_IMAGE_IO_H_
 
@@ -50,6 +51,24 @@ bool WriteFile(const std::string& path, const uint8_t* data, size_t size, std::s
 double Psnr(const Image& a, const Image& b);
 // Mean absolute difference per sample; -1 if the shapes differ.
 double MeanAbsDiff(const Image& a, const Image& b);
+
+// Interleaved image of up to 16-bit samples: `channels` 1 or 3, samples in
+// 0..2^precision - 1.
+struct Image16 {
+  int width = 0;
+  int height = 0;
+  int channels = 0;
+  int precision = 8;  // 2..16
+  std::vector<uint16_t> samples;
+};
+
+// PNG (8- or 16-bit, grey or RGB; palette expanded, alpha dropped) or
+// binary PGM/PPM with any maxval up to 65535.  The precision is the PNG's
+// bit depth, or the bits of the PNM's maxval.
+bool ReadImage16(const std::string& path, Image16* image, std::string* error);
+// PNG (8-bit up to precision 8, else 16-bit) by the .png extension, else
+// PGM/PPM with maxval 2^precision - 1.  Samples are written as they are.
+bool WriteImage16(const std::string& path, const Image16& image, std::string* error);
 
 }  // namespace rvtjpeg
 

@@ -22,25 +22,9 @@
 #include <string>
 #include <vector>
 
+#include "image_io.h"
+
 namespace rvtjpeg {
-
-// Interleaved image of up to 16-bit samples: `channels` 1 or 3, samples in
-// 0..2^precision - 1.
-struct Image16 {
-  int width = 0;
-  int height = 0;
-  int channels = 0;
-  int precision = 8;  // 2..16
-  std::vector<uint16_t> samples;
-};
-
-// PNG (8- or 16-bit, grey or RGB; palette expanded, alpha dropped) or
-// binary PGM/PPM with any maxval up to 65535.  The precision is the PNG's
-// bit depth, or the bits of the PNM's maxval.
-bool ReadImage16(const std::string& path, Image16* image, std::string* error);
-// PNG (8-bit up to precision 8, else 16-bit) by the .png extension, else
-// PGM/PPM with maxval 2^precision - 1.  Samples are written as they are.
-bool WriteImage16(const std::string& path, const Image16& image, std::string* error);
 
 struct LosslessOptions {
   int predictor = 1;         // 1..7
