@@ -58,6 +58,12 @@ struct ColourTables {
   static constexpr Table kC = {{kOff, kOff + 1, kOff, kOff + 1, kOff, kOff + 1, kOff, kOff + 1,
                                 kOff + 2, kOff + 3, kOff + 2, kOff + 3, kOff + 2, kOff + 3,
                                 kOff + 2, kOff + 3}};
+  // c0, then c1, in every 16-bit lane.
+  static constexpr Table kC0 = {{kOff, kOff + 1, kOff, kOff + 1, kOff, kOff + 1, kOff, kOff + 1,
+                                 kOff, kOff + 1, kOff, kOff + 1, kOff, kOff + 1, kOff, kOff + 1}};
+  static constexpr Table kC1 = {{kOff + 2, kOff + 3, kOff + 2, kOff + 3, kOff + 2, kOff + 3,
+                                 kOff + 2, kOff + 3, kOff + 2, kOff + 3, kOff + 2, kOff + 3,
+                                 kOff + 2, kOff + 3, kOff + 2, kOff + 3}};
   static constexpr Table kIdx = {{kOff + 4, kOff + 5, kOff + 6, kOff + 7, kOff + 4, kOff + 5,
                                   kOff + 6, kOff + 7, kOff + 4, kOff + 5, kOff + 6, kOff + 7,
                                   kOff + 4, kOff + 5, kOff + 6, kOff + 7}};
@@ -96,28 +102,21 @@ template <int kOff, bool kThree>
 HWY_INLINE void ColourPart(V8 v, V8& pal, V8& idx) {
   const D8 d8;
   const D16 d16;
-  const DI16 di16;
   const D64 d64;
   const V16 c = hn::BitCast(d16, hn::TableLookupBytes(v, Rep(d8, ColourTables<kOff>::kC)));
   V16 e01 = hn::MulHigh(hn::And(hn::Mul(c, Rep(d16, kFieldUp)), Rep(d16, kFieldMask)),
                         Rep(d16, kFieldScale));
   if (kThree) e01 = hn::Or(e01, Rep(d16, kOpaque));
   const V16 swapped = hn::BitCast(d16, hn::Shuffle01(hn::BitCast(d64, e01)));
-  // (2a + b) / 3 and (a + 2b) / 3, truncated: x * 0xAAAB >> 17 for x <= 765.
-  V16 e23 = hn::ShiftRight<1>(
-      hn::MulHigh(hn::Add(hn::Add(e01, e01), swapped), hn::Set(d16, uint16_t(0xAAAB))));
+  // (2a + b) / 3 and (a + 2b) / 3, truncated: x * 21846 >> 16 for x <= 765.
+  V16 e23 = hn::MulHigh(hn::Add(hn::Add(e01, e01), swapped), hn::Set(d16, uint16_t(21846)));
   if (kThree) {
     const V16 three = hn::Or(hn::And(hn::ShiftRight<1>(hn::Add(e01, swapped)), Rep(d16, kLowHalf)),
                              Rep(d16, kWhiteHigh));
-    // c0 > c1 as unsigned: lanes 0-3 compare c0 with c1; copied to 4-7.
-    const V16 bias = hn::Set(d16, uint16_t(0x8000));
-    const V16 cs = hn::Xor(c, bias);
-    const auto gt = hn::VecFromMask(
-        di16, hn::Gt(hn::BitCast(di16, cs),
-                     hn::BitCast(di16, hn::Shuffle01(hn::BitCast(d64, cs)))));
-    const auto g64 = hn::BitCast(d64, gt);
-    const V16 four = hn::BitCast(d16, hn::InterleaveLower(d64, g64, g64));
-    e23 = hn::IfVecThenElse(four, e23, three);
+    // Three colours unless c0 > c1 (unsigned): c0 - c1 saturates to 0.
+    const V16 c0 = hn::BitCast(d16, hn::TableLookupBytes(v, Rep(d8, ColourTables<kOff>::kC0)));
+    const V16 c1 = hn::BitCast(d16, hn::TableLookupBytes(v, Rep(d8, ColourTables<kOff>::kC1)));
+    e23 = hn::IfThenElse(hn::Eq(hn::SaturatedSub(c0, c1), hn::Zero(d16)), three, e23);
   }
   pal = hn::TableLookupBytes(hn::BitCast(d8, hn::Or(e01, hn::ShiftLeft<8>(e23))),
                              Rep(d8, kPalOrder));
@@ -184,9 +183,10 @@ HWY_INLINE V8 ChannelPart(V8 v) {
   using T = ChannelTables<kOff>;
   const V8 ends = hn::TableLookupBytes(v, Rep(d8, T::kEnds));  // e0, e1 in every lane
   const DI8 di8;
-  const V16 seven = hn::MulHigh(
-      hn::Add(hn::BitCast(d16, ops::MulAddPairs(di16, ends, Rep(di8, kSeven))), hn::Set(d16, uint16_t(3))),
-      hn::Set(d16, uint16_t(9363)));
+  // (x + 3) / 7 truncated is (x * 4681 + 2^14) >> 15 for x <= 1785.
+  const V16 seven = hn::BitCast(
+      d16, hn::MulFixedPoint15(ops::MulAddPairs(di16, ends, Rep(di8, kSeven)),
+                               hn::Set(di16, int16_t(4681))));
   const V16 five = hn::MulHigh(
       hn::Add(hn::BitCast(d16, ops::MulAddPairs(di16, ends, Rep(di8, kFive))), Rep(d16, kAddFive)),
       hn::Set(d16, uint16_t(13108)));
@@ -305,25 +305,45 @@ void RowBc4(const uint8_t* src, uint8_t* dst, int32_t step, int32_t width, int r
 }
 
 // BC5: one block per 128-bit block; red and green interleave to rows 0-1
-// and 2-3 of every block, whose 8-byte rows gather to half vectors (plain
-// stores only: a non-temporal half vector would write a whole one).
-inline void RowBc5(const uint8_t* src, uint8_t* dst, int32_t step, int32_t width, int rows) {
+// and 2-3 of every block.  Two vector loads make whole vector rows (their
+// 8-byte rows gathered), so kStream stores them non-temporally; a last
+// single vector gathers to half vectors (plain stores: a non-temporal half
+// vector would write a whole one).
+HWY_INLINE void Bc5Rows(V8 v, hn::Vec<D64>& r01, hn::Vec<D64>& r23) {
+  const D8 d8;
+  const D64 d64;
+  const V8 red = ChannelPart<0>(v), green = ChannelPart<8>(v);
+  r01 = hn::BitCast(d64, hn::InterleaveLower(d8, red, green));
+  r23 = hn::BitCast(d64, hn::InterleaveUpper(d8, red, green));
+}
+
+template <bool kStream>
+void RowBc5(const uint8_t* src, uint8_t* dst, int32_t step, int32_t width, int rows) {
   const D8 d8;
   const D64 d64;
   const hn::Half<D8> dh;
   const int64_t n = int64_t(hn::Lanes(d8)) / 16;
   int64_t b = 0;
-  for (; (b + n) * 4 <= width; b += n) {
-    const V8 v = hn::LoadU(d8, src + 16 * b);
-    const V8 red = ChannelPart<0>(v), green = ChannelPart<8>(v);
-    const auto r01 = hn::BitCast(d64, hn::InterleaveLower(d8, red, green));
-    const auto r23 = hn::BitCast(d64, hn::InterleaveUpper(d8, red, green));
+  for (; (b + 2 * n) * 4 <= width; b += 2 * n) {
+    hn::Vec<D64> a01, a23, b01, b23;
+    Bc5Rows(hn::LoadU(d8, src + 16 * b), a01, a23);
+    Bc5Rows(hn::LoadU(d8, src + 16 * (b + n)), b01, b23);
+    const V8 out[4] = {hn::BitCast(d8, hn::ConcatEven(d64, b01, a01)),
+                       hn::BitCast(d8, hn::ConcatOdd(d64, b01, a01)),
+                       hn::BitCast(d8, hn::ConcatEven(d64, b23, a23)),
+                       hn::BitCast(d8, hn::ConcatOdd(d64, b23, a23))};
+    for (int r = 0; r < rows; ++r) Put<kStream>(out[r], Row(dst + 8 * b, step, r));
+  }
+  if (kStream) hwy::FlushStream();
+  if ((b + n) * 4 <= width) {
+    hn::Vec<D64> r01, r23;
+    Bc5Rows(hn::LoadU(d8, src + 16 * b), r01, r23);
     const V8 r02 = hn::BitCast(d8, hn::ConcatEven(d64, r23, r01));
     const V8 r13 = hn::BitCast(d8, hn::ConcatOdd(d64, r23, r01));
-    uint8_t* out = dst + 8 * b;
     const hn::Vec<hn::Half<D8>> half[4] = {hn::LowerHalf(dh, r02), hn::LowerHalf(dh, r13),
                                            hn::UpperHalf(dh, r02), hn::UpperHalf(dh, r13)};
-    for (int r = 0; r < rows; ++r) hn::StoreU(half[r], dh, Row(out, step, r));
+    for (int r = 0; r < rows; ++r) hn::StoreU(half[r], dh, Row(dst + 8 * b, step, r));
+    b += n;
   }
   BlocksRef<Bc5>(src, dst, step, width, rows, b);
 }

@@ -24,7 +24,7 @@ RvtResult Bc4Entry(const uint8_t* s, uint8_t* d, int32_t step, ImageSize roi) {
   return RegionLarge<Bc4, RowBc4<false>, RowBc4<true>>(s, d, step, roi);
 }
 RvtResult Bc5Entry(const uint8_t* s, uint8_t* d, int32_t step, ImageSize roi) {
-  return Region<Bc5, RowBc5>(s, d, step, roi);
+  return RegionLarge<Bc5, RowBc5<false>, RowBc5<true>>(s, d, step, roi);
 }
 
 }  // namespace rvt::bc_decode::HWY_NAMESPACE
