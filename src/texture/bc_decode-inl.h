@@ -74,7 +74,6 @@ constexpr Table kFieldUp = Words({1, 32, 2048, 0, 1, 32, 2048, 0});
 constexpr Table kFieldMask = Words({0xF800, 0xFC00, 0xF800, 0, 0xF800, 0xFC00, 0xF800, 0});
 constexpr Table kFieldScale = Words({264, 260, 264, 0, 264, 260, 264, 0});
 constexpr Table kOpaque = Words({0, 0, 0, 255, 0, 0, 0, 255});
-constexpr Table kLowHalf = Words({0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF, 0, 0, 0, 0});
 constexpr Table kWhiteHigh = Words({0, 0, 0, 0, 255, 255, 255, 255});
 // Entries 0, 1 in the low bytes and 2, 3 in the high bytes of the lanes,
 // reordered to four RGBA entries.
@@ -109,10 +108,11 @@ HWY_INLINE void ColourPart(V8 v, V8& pal, V8& idx) {
   if (kThree) e01 = hn::Or(e01, Rep(d16, kOpaque));
   const V16 swapped = hn::BitCast(d16, hn::Shuffle01(hn::BitCast(d64, e01)));
   // (2a + b) / 3 and (a + 2b) / 3, truncated: x * 21846 >> 16 for x <= 765.
-  V16 e23 = hn::MulHigh(hn::Add(hn::Add(e01, e01), swapped), hn::Set(d16, uint16_t(21846)));
+  const V16 sum = hn::Add(e01, swapped);
+  V16 e23 = hn::MulHigh(hn::Add(sum, e01), hn::Set(d16, uint16_t(21846)));
   if (kThree) {
-    const V16 three = hn::Or(hn::And(hn::ShiftRight<1>(hn::Add(e01, swapped)), Rep(d16, kLowHalf)),
-                             Rep(d16, kWhiteHigh));
+    // The mean, and white (every mean is at most 255) for entry 3.
+    const V16 three = hn::Or(hn::ShiftRight<1>(sum), Rep(d16, kWhiteHigh));
     // Three colours unless c0 > c1 (unsigned): c0 - c1 saturates to 0.
     const V16 c0 = hn::BitCast(d16, hn::TableLookupBytes(v, Rep(d8, ColourTables<kOff>::kC0)));
     const V16 c1 = hn::BitCast(d16, hn::TableLookupBytes(v, Rep(d8, ColourTables<kOff>::kC1)));
