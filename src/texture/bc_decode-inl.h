@@ -149,15 +149,15 @@ constexpr Table kDifference = Pairs({1, 1, 1, 1, 1, 1, 1, 1}, {-1, -1, -1, -1, -
 constexpr Table kAddFive = Words({2, 2, 2, 2, 2, 2, 0, 1275});
 constexpr Table kPackEven = {{0, 2, 4, 6, 8, 10, 12, 14, Z, Z, Z, Z, Z, Z, Z, Z}};
 
-// Pixel p's index sits at bits 3p..3p+2 of bytes kOff+2..kOff+7: the lane
-// of pixel p (even pixels in one vector, odd in another) takes the byte
-// holding bit 3p and the next, and a multiply lifts the field to bits 13-15.
+// Pixel p's index sits at bits 3p..3p+2 of bytes kOff+2..kOff+7: lane j
+// takes the byte holding bit 6j and the next, which hold pixels 2j and
+// 2j + 1 both, and one multiply per pixel lifts its field to bits 13-15.
 template <int kOff>
 struct ChannelTables {
-  static constexpr Table Bytes(int parity) {
+  static constexpr Table Bytes() {
     Table t{};
     for (int j = 0; j < 8; ++j) {
-      const int q = 3 * (2 * j + parity) / 8;
+      const int q = 6 * j / 8;
       t.b[2 * j] = uint8_t(kOff + 2 + q);
       t.b[2 * j + 1] = q + 1 <= 5 ? uint8_t(kOff + 3 + q) : Z;
     }
@@ -165,12 +165,12 @@ struct ChannelTables {
   }
   static constexpr Table Lift(int parity) {
     uint16_t w[8] = {};
-    for (int j = 0; j < 8; ++j) w[j] = uint16_t(1u << (13 - (3 * (2 * j + parity)) % 8));
+    for (int j = 0; j < 8; ++j) w[j] = uint16_t(1u << (13 - (6 * j + 3 * parity - 6 * j / 8 * 8)));
     return Words(w);
   }
   static constexpr Table kEnds = {{kOff, kOff + 1, kOff, kOff + 1, kOff, kOff + 1, kOff, kOff + 1,
                                    kOff, kOff + 1, kOff, kOff + 1, kOff, kOff + 1, kOff, kOff + 1}};
-  static constexpr Table kEvenBytes = Bytes(0), kOddBytes = Bytes(1);
+  static constexpr Table kPairBytes = Bytes();
   static constexpr Table kEvenLift = Lift(0), kOddLift = Lift(1);
 };
 
@@ -194,10 +194,9 @@ HWY_INLINE V8 ChannelPart(V8 v) {
       d16, hn::Gt(ops::MulAddPairs(di16, ends, Rep(di8, kDifference)), hn::Zero(di16)));
   const V8 pal = hn::TableLookupBytes(hn::BitCast(d8, hn::IfThenElse(gt, seven, five)),
                                       Rep(d8, kPackEven));
-  const V16 even = hn::BitCast(d16, hn::TableLookupBytes(v, Rep(d8, T::kEvenBytes)));
-  const V16 odd = hn::BitCast(d16, hn::TableLookupBytes(v, Rep(d8, T::kOddBytes)));
-  const V16 idx = hn::Or(hn::ShiftRight<13>(hn::Mul(even, Rep(d16, T::kEvenLift))),
-                         hn::And(hn::ShiftRight<5>(hn::Mul(odd, Rep(d16, T::kOddLift))),
+  const V16 pairs = hn::BitCast(d16, hn::TableLookupBytes(v, Rep(d8, T::kPairBytes)));
+  const V16 idx = hn::Or(hn::ShiftRight<13>(hn::Mul(pairs, Rep(d16, T::kEvenLift))),
+                         hn::And(hn::ShiftRight<5>(hn::Mul(pairs, Rep(d16, T::kOddLift))),
                                  hn::Set(d16, uint16_t(0x0700))));
   return hn::TableLookupBytes(pal, hn::BitCast(d8, idx));
 }
