@@ -75,9 +75,6 @@ constexpr Table kFieldMask = Words({0xF800, 0xFC00, 0xF800, 0, 0xF800, 0xFC00, 0
 constexpr Table kFieldScale = Words({264, 260, 264, 0, 264, 260, 264, 0});
 constexpr Table kOpaque = Words({0, 0, 0, 255, 0, 0, 0, 255});
 constexpr Table kWhiteHigh = Words({0, 0, 0, 0, 255, 255, 255, 255});
-// Entries 0, 1 in the low bytes and 2, 3 in the high bytes of the lanes,
-// reordered to four RGBA entries.
-constexpr Table kPalOrder = {{0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15}};
 // Index field of column c (2c in every byte) moved to bits 6-7 of its byte.
 constexpr Table kColumnUp = Words({64, 64, 16, 16, 4, 4, 1, 1});
 // Row r: byte 4c + k of the pixel row reads 4 * index(r, c) and adds k.
@@ -101,6 +98,7 @@ template <int kOff, bool kThree>
 HWY_INLINE void ColourPart(V8 v, V8& pal, V8& idx) {
   const D8 d8;
   const D16 d16;
+  const DI16 di16;
   const D64 d64;
   const V16 c = hn::BitCast(d16, hn::TableLookupBytes(v, Rep(d8, ColourTables<kOff>::kC)));
   V16 e01 = hn::MulHigh(hn::And(hn::Mul(c, Rep(d16, kFieldUp)), Rep(d16, kFieldMask)),
@@ -118,8 +116,7 @@ HWY_INLINE void ColourPart(V8 v, V8& pal, V8& idx) {
     const V16 c1 = hn::BitCast(d16, hn::TableLookupBytes(v, Rep(d8, ColourTables<kOff>::kC1)));
     e23 = hn::IfThenElse(hn::Eq(hn::SaturatedSub(c0, c1), hn::Zero(d16)), three, e23);
   }
-  pal = hn::TableLookupBytes(hn::BitCast(d8, hn::Or(e01, hn::ShiftLeft<8>(e23))),
-                             Rep(d8, kPalOrder));
+  pal = ops::PackU8Blockwise(hn::BitCast(di16, e01), hn::BitCast(di16, e23));
   const V16 words = hn::BitCast(d16, hn::TableLookupBytes(v, Rep(d8, ColourTables<kOff>::kIdx)));
   idx = hn::BitCast(d8, hn::ShiftRight<4>(hn::And(hn::Mul(words, Rep(d16, kColumnUp)),
                                                   hn::Set(d16, uint16_t(0xC0C0)))));
