@@ -281,7 +281,9 @@ uint64_t SamplingDigest() {
                           Region{rvtiSampleUpH2V1_JPEG_8u_C1R, kRoi, twiceH},
                           Region{rvtiSampleUpH2V2_JPEG_8u_C1R, {kW, kH - 1}, {2 * kW, 2 * kH - 2}}}) {
     Planes out(15);
-    d.Status(r.fn(in.p[0], kStep, r.src, out.p[0], kStep, r.dst));
+    // The up-samplers read one sample and one row around their source
+    // region: the source starts one row and one sample into the buffer.
+    d.Status(r.fn(in.p[0] + kStep + 1, kStep, r.src, out.p[0], kStep, r.dst));
     out.AddTo(&d);
   }
   for (auto fn : {rvtiSampleDownRowH2V1_Box_JPEG_8u_C1, rvtiSampleUpRowH2V1_Triangle_JPEG_8u_C1}) {
@@ -739,7 +741,7 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"inverse DCT", DctInvDigest, 0x1eb93bf41c458061ull},
                           Family{"colour, forward", ColorFwdDigest, 0xcc8763973dbd75aaull},
                           Family{"colour, inverse", ColorInvDigest, 0x9b67bd0763eca78aull},
-                          Family{"chroma sampling", SamplingDigest, 0x80ce752c8aa923dcull},
+                          Family{"chroma sampling", SamplingDigest, 0xda27302199a7c455ull},
                           Family{"Huffman", HuffmanDigest, 0xcce45a81ea2fb0f6ull},
                           Family{"photo core transform", PctDigestAll, 0x1197b165cc207e02ull},
                           Family{"BC1 to BC5 textures", TextureDigest, 0xf0f1d397514ef635ull},
