@@ -230,26 +230,9 @@ struct RefKernels {
 };
 
 // ---------------------------------------------------------------- drivers
-template <class T, class K>
-RvtResult FwdRow(const T* pSrc, int32_t srcStep, T* pLow, int32_t lowStep, T* pHigh,
-                 int32_t highStep, ImageSize roi, int32_t phase) {
-  RVT_CHECK(CheckPass(pSrc, srcStep, pLow, lowStep, pHigh, highStep, roi));
-  const int32_t p = phase ? 1 : 0;
-  for (int32_t y = 0; y < roi.height; ++y)
-    K::RowFwd(At(pSrc, ptrdiff_t(srcStep) * y), At(pLow, ptrdiff_t(lowStep) * y),
-              At(pHigh, ptrdiff_t(highStep) * y), roi.width, p);
-  return rvtStatusOk;
-}
-template <class T, class K>
-RvtResult InvRow(const T* pLow, int32_t lowStep, const T* pHigh, int32_t highStep, ImageSize roi,
-                 T* pDst, int32_t dstStep, int32_t phase) {
-  RVT_CHECK(CheckPass(pLow, lowStep, pHigh, highStep, pDst, dstStep, roi));
-  const int32_t p = phase ? 1 : 0;
-  for (int32_t y = 0; y < roi.height; ++y)
-    K::RowInv(At(pLow, ptrdiff_t(lowStep) * y), At(pHigh, ptrdiff_t(highStep) * y),
-              At(pDst, ptrdiff_t(dstStep) * y), roi.width, p);
-  return rvtStatusOk;
-}
+// The row drivers are the 5/3 ones: checks, then each row to K.
+using wt53::FwdRow;
+using wt53::InvRow;
 template <class T, class K>
 RvtResult FwdLift(const T* p0, const T* p1, const T* p2, T* p3, T* p4, T* p5, T* p6, T* p7,
                   int32_t width) {
