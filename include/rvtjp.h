@@ -967,6 +967,75 @@ RvtResult rvtiICTInv_JPEG2K_16s_P3IR(int16_t* const pSrcDst[3], int32_t srcDstSt
 RvtResult rvtiICTInv_JPEG2K_32s_P3IR(int32_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
 RvtResult rvtiICTInv_JPEG2K_32f_P3IR(float* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
 
+/* ---- MCU-level conversions with level shift
+ * Additions designed by this library: one call turns one MCU of interleaved
+ * pixels into the level-shifted 16-bit 8x8 blocks that the fused DCT
+ * exports take, and back.  An MCU is 8x8 pixels (444), 16x8 (422: two luma
+ * blocks side by side) or 16x16 (420: four luma blocks in raster order).
+ * pDstMCU[c] / pSrcMCU[c] point to component c's blocks: consecutive
+ * 64-element blocks in natural order, 1, 2 or 4 for luma (and for K, which
+ * stays at full size), one for each chroma component.  Block pointers may
+ * be at any address.
+ * Every result equals the composition of this library's own exports on the
+ * MCU, so every path agrees:
+ * - forward: the whole-region conversion of the layout (444: the C3P3R /
+ *   C4P4R conversion; 422 / 420: the 422 / 411 C3P3R conversions; CMYK: the
+ *   C4P4R conversion, then for 422 / 420 the whole-region box down-sampler
+ *   H2V1 / H2V2 on Cb and Cr), then minus 128 into 16 bits;
+ * - inverse: plus 128 saturated to 0..255 (as rvtiAdd128_JPEG_16s8u_C1R),
+ *   then the inverse conversion of the layout (444: P3C3R; 422 / 420: the
+ *   422 / 411 P3C3R conversions, chroma replicated; YCCK: P4C4R, its chroma
+ *   for 422 / 420 first up-sampled inside the MCU with replicated edges, by
+ *   the triangle row up-samplers: 422 row by row with H2V1; 420 output row
+ *   r from near row r/2 and far row r/2 - 1 (r even) or r/2 + 1 (r odd),
+ *   clamped to rows 0..7, with H2V2).
+ * Checks, in argument order: a null pixel pointer, a null block array or a
+ * null block pointer in it gives rvtStatusNullPtr; a step below the MCU's
+ * row bytes (width times bytes per pixel) gives rvtStatusStep.  Nothing is
+ * written on failure.  Single-threaded; no state. */
+/* 8x8 RGB (C3, 24 row bytes) to Y, Cb, Cr blocks. */
+RvtResult rvtiRGBToYCbCr444LS_MCU_8u16s_C3P3R(const uint8_t* pSrc, int32_t srcStep, int16_t* pDstMCU[3]);
+/* 16x8 RGB (48 row bytes) to 2 Y blocks, Cb, Cr (pair box filter). */
+RvtResult rvtiRGBToYCbCr422LS_MCU_8u16s_C3P3R(const uint8_t* pSrc, int32_t srcStep, int16_t* pDstMCU[3]);
+/* 16x16 RGB (48 row bytes) to 4 Y blocks, Cb, Cr (2x2 box filter). */
+RvtResult rvtiRGBToYCbCr420LS_MCU_8u16s_C3P3R(const uint8_t* pSrc, int32_t srcStep, int16_t* pDstMCU[3]);
+/* as the RGB form, pixels in B, G, R order. */
+RvtResult rvtiBGRToYCbCr444LS_MCU_8u16s_C3P3R(const uint8_t* pSrc, int32_t srcStep, int16_t* pDstMCU[3]);
+/* as the RGB form, pixels in B, G, R order. */
+RvtResult rvtiBGRToYCbCr422LS_MCU_8u16s_C3P3R(const uint8_t* pSrc, int32_t srcStep, int16_t* pDstMCU[3]);
+/* as the RGB form, pixels in B, G, R order. */
+RvtResult rvtiBGRToYCbCr420LS_MCU_8u16s_C3P3R(const uint8_t* pSrc, int32_t srcStep, int16_t* pDstMCU[3]);
+/* 8x8 CMYK (C4, 32 row bytes) to Y, Cb, Cr, K blocks. */
+RvtResult rvtiCMYKToYCCK444LS_MCU_8u16s_C4P4R(const uint8_t* pSrc, int32_t srcStep, int16_t* pDstMCU[4]);
+/* 16x8 CMYK (64 row bytes) to 2 Y blocks, Cb, Cr, 2 K blocks. */
+RvtResult rvtiCMYKToYCCK422LS_MCU_8u16s_C4P4R(const uint8_t* pSrc, int32_t srcStep, int16_t* pDstMCU[4]);
+/* 16x16 CMYK (64 row bytes) to 4 Y blocks, Cb, Cr, 4 K blocks. */
+RvtResult rvtiCMYKToYCCK420LS_MCU_8u16s_C4P4R(const uint8_t* pSrc, int32_t srcStep, int16_t* pDstMCU[4]);
+/* Y, Cb, Cr blocks to 8x8 RGB (24 row bytes). */
+RvtResult rvtiYCbCr444ToRGBLS_MCU_16s8u_P3C3R(const int16_t* pSrcMCU[3], uint8_t* pDst, int32_t dstStep);
+/* 2 Y blocks, Cb, Cr to 16x8 RGB (48 row bytes), chroma per pixel pair. */
+RvtResult rvtiYCbCr422ToRGBLS_MCU_16s8u_P3C3R(const int16_t* pSrcMCU[3], uint8_t* pDst, int32_t dstStep);
+/* 4 Y blocks, Cb, Cr to 16x16 RGB (48 row bytes), chroma per 2x2 pixels. */
+RvtResult rvtiYCbCr420ToRGBLS_MCU_16s8u_P3C3R(const int16_t* pSrcMCU[3], uint8_t* pDst, int32_t dstStep);
+/* as the RGB form, pixels in B, G, R order. */
+RvtResult rvtiYCbCr444ToBGRLS_MCU_16s8u_P3C3R(const int16_t* pSrcMCU[3], uint8_t* pDst, int32_t dstStep);
+/* as the RGB form, pixels in B, G, R order. */
+RvtResult rvtiYCbCr422ToBGRLS_MCU_16s8u_P3C3R(const int16_t* pSrcMCU[3], uint8_t* pDst, int32_t dstStep);
+/* as the RGB form, pixels in B, G, R order. */
+RvtResult rvtiYCbCr420ToBGRLS_MCU_16s8u_P3C3R(const int16_t* pSrcMCU[3], uint8_t* pDst, int32_t dstStep);
+/* Y, Cb, Cr, K blocks to 8x8 CMYK (32 row bytes). */
+RvtResult rvtiYCCK444ToCMYKLS_MCU_16s8u_P4C4R(const int16_t* pSrcMCU[4], uint8_t* pDst, int32_t dstStep);
+/* 2 Y blocks, Cb, Cr, 2 K blocks to 16x8 CMYK (64 row bytes). */
+RvtResult rvtiYCCK422ToCMYKLS_MCU_16s8u_P4C4R(const int16_t* pSrcMCU[4], uint8_t* pDst, int32_t dstStep);
+/* 4 Y blocks, Cb, Cr, 4 K blocks to 16x16 CMYK (64 row bytes). */
+RvtResult rvtiYCCK420ToCMYKLS_MCU_16s8u_P4C4R(const int16_t* pSrcMCU[4], uint8_t* pDst, int32_t dstStep);
+/* 16x8 packed Y0 Cb Y1 Cr (32 row bytes) to 2 Y blocks, Cb, Cr; minus 128 only. */
+RvtResult rvtiSplit422LS_MCU_8u16s_C2P3R(const uint8_t* pSrc, int32_t srcStep, int16_t* pDstMCU[3]);
+/* the inverse of the split: plus 128 saturated, packed Y0 Cb Y1 Cr (32 row bytes). */
+RvtResult rvtiJoin422LS_MCU_16s8u_P3C2R(const int16_t* pSrcMCU[3], uint8_t* pDst, int32_t dstStep);
+/* a 422 MCU to 16x8 interleaved Y, Cb, Cr (48 row bytes): plus 128 saturated, each chroma row up-sampled by the triangle H2V1 row filter (edges replicate). */
+RvtResult rvtiSampleUp422LS_MCU_16s8u_P3C3R(const int16_t* pSrcMCU[3], uint8_t* pDst, int32_t dstStep);
+
 #ifdef __cplusplus
 }
 #endif

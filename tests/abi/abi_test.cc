@@ -730,6 +730,42 @@ uint64_t Jpeg2kDigest() {
   return d.value();
 }
 
+// MCU-level conversions: random pixels and blocks (whole 16-bit range
+// for the inverse forms), every export once, at steps above the row bytes.
+uint64_t McuDigest() {
+  Digest d;
+  const std::vector<uint8_t> px = Random<uint8_t>(16 * 80, 18, 0, 255);
+  const std::vector<int16_t> in = Random<int16_t>(640, 19, -32768, 32767);
+  using F = RvtResult (*)(const uint8_t*, int32_t, int16_t**);
+  for (F fn : {rvtiRGBToYCbCr444LS_MCU_8u16s_C3P3R, rvtiRGBToYCbCr422LS_MCU_8u16s_C3P3R,
+               rvtiRGBToYCbCr420LS_MCU_8u16s_C3P3R, rvtiBGRToYCbCr444LS_MCU_8u16s_C3P3R,
+               rvtiBGRToYCbCr422LS_MCU_8u16s_C3P3R, rvtiBGRToYCbCr420LS_MCU_8u16s_C3P3R,
+               rvtiCMYKToYCCK444LS_MCU_8u16s_C4P4R, rvtiCMYKToYCCK422LS_MCU_8u16s_C4P4R,
+               rvtiCMYKToYCCK420LS_MCU_8u16s_C4P4R, rvtiSplit422LS_MCU_8u16s_C2P3R}) {
+    std::vector<int16_t> out(640);
+    int16_t* op[4] = {out.data(), out.data() + 256, out.data() + 320, out.data() + 384};
+    d.Status(fn(px.data() + 1, 80, op));
+    d.Add(out);
+  }
+  using I = RvtResult (*)(const int16_t**, uint8_t*, int32_t);
+  for (I fn : {rvtiYCbCr444ToRGBLS_MCU_16s8u_P3C3R, rvtiYCbCr422ToRGBLS_MCU_16s8u_P3C3R,
+               rvtiYCbCr420ToRGBLS_MCU_16s8u_P3C3R, rvtiYCbCr444ToBGRLS_MCU_16s8u_P3C3R,
+               rvtiYCbCr422ToBGRLS_MCU_16s8u_P3C3R, rvtiYCbCr420ToBGRLS_MCU_16s8u_P3C3R,
+               rvtiYCCK444ToCMYKLS_MCU_16s8u_P4C4R, rvtiYCCK422ToCMYKLS_MCU_16s8u_P4C4R,
+               rvtiYCCK420ToCMYKLS_MCU_16s8u_P4C4R, rvtiJoin422LS_MCU_16s8u_P3C2R,
+               rvtiSampleUp422LS_MCU_16s8u_P3C3R}) {
+    // Blocks of small values as well as saturating ones: the first half of
+    // each plane within -200..200.
+    std::vector<int16_t> blocks(in);
+    for (size_t i = 0; i < blocks.size(); i += 2) blocks[i] = int16_t(blocks[i] % 200);
+    const int16_t* bp[4] = {blocks.data(), blocks.data() + 256, blocks.data() + 320, blocks.data() + 384};
+    std::vector<uint8_t> out(16 * 70);
+    d.Status(fn(bp, out.data(), 70));
+    d.Add(out);
+  }
+  return d.value();
+}
+
 TEST(Abi, FamiliesGiveTheirDefinedResults) {
   struct Family {
     const char* name;
@@ -746,7 +782,8 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"photo core transform", PctDigestAll, 0x1197b165cc207e02ull},
                           Family{"BC1 to BC5 textures", TextureDigest, 0xf0f1d397514ef635ull},
                           Family{"lossless", LosslessDigest, 0x97ddec0a60e20a4aull},
-                          Family{"JPEG 2000", Jpeg2kDigest, 0x179f306254d03b0dull}}) {
+                          Family{"JPEG 2000", Jpeg2kDigest, 0x179f306254d03b0dull},
+                          Family{"MCU conversions", McuDigest, 0xe6159909f6d7ea64ull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }
