@@ -126,6 +126,9 @@ struct Decoder::Impl {
   // Output.
   Image* image = nullptr;
   int emitted = 0;  // rows of the image already converted
+  // A 4:4:4 YCbCr scan of every component: each MCU goes from its blocks to
+  // pixels in one call (no up-sampling needs its neighbours).
+  bool direct_444 = false;
   AlignedArray<uint8_t> strip;  // up-sampled chroma rows of one strip
   AlignedArray<int16_t> coefs;  // blocks of one MCU row
   std::vector<int> done;        // coefficients done per block of that row
@@ -359,6 +362,24 @@ void Decoder::Impl::TransformRow(const ScanLayout& sl, int my, int interval_begi
   RowRange(restart_interval, sl.mcus_x, my, interval_begin, interval_end, &mx0, &mx1);
   const int16_t* blk = coef;
   const int* dn = done_list;
+  if (direct_444) {
+    const int32_t step = int32_t(width) * 3;
+    for (int mx = mx0; mx < mx1; ++mx, blk += 3 * 64) {
+      alignas(64) int16_t px[3][64];
+      for (int c = 0; c < 3; ++c) rvtiDCTQuantInv8x8_JPEG_16s_C1(blk + 64 * c, px[c], qt[comp[c].tq]);
+      const int16_t* planes[3] = {px[0], px[1], px[2]};
+      const int x0 = mx * 8, y0 = my * 8;
+      if (x0 + 8 <= width && y0 + 8 <= height) {
+        rvtiYCbCr444ToRGBLS_MCU_16s8u_P3C3R(planes, image->row(y0) + size_t(x0) * 3, step);
+        continue;
+      }
+      uint8_t edge[8 * 24];  // an MCU cut by the image's edge
+      rvtiYCbCr444ToRGBLS_MCU_16s8u_P3C3R(planes, edge, 24);
+      for (int y = y0; y < std::min(y0 + 8, height); ++y)
+        std::memcpy(image->row(y) + size_t(x0) * 3, edge + (y - y0) * 24, size_t(std::min(8, width - x0)) * 3);
+    }
+    return;
+  }
   for (int mx = mx0; mx < mx1; ++mx)
     for (int b = 0; b < sl.nblocks; ++b, blk += 64, ++dn) {
       Component& k = *sl.comp[sl.blocks[b].comp];
@@ -455,6 +476,8 @@ void Decoder::Impl::DecodeScan(Component** sc, int ns, Reader* rd, bool threaded
   }
   const size_t row_blocks = sl.row_blocks();
   const bool all = ns == ncomp;  // rows become pixels as soon as they are decoded
+  direct_444 = ns == 3 && ncomp == 3 && adobe_transform != 0 && emitted == 0;
+  for (int c = 0; c < ns; ++c) direct_444 = direct_444 && sc[c]->h == 1 && sc[c]->v == 1;
   StageTimes local;
   StageTimes* st = times ? times : &local;
   const int ri = restart_interval;
@@ -538,6 +561,7 @@ void Decoder::Impl::ConvertRows(int y0, int y1, uint8_t* scratch, StageTimes* st
   Image& img = *image;
   StageClock clock(times != nullptr);
   const Component& Y = comp[0];
+  if (direct_444) return;  // the scan wrote the pixels
   if (ncomp == 1) {
     for (int y = y0; y < y1; ++y) std::memcpy(img.row(y), Y.plane.data() + size_t(y) * Y.stride, size_t(width));
     clock.Lap(&st->colour);

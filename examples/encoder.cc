@@ -1,5 +1,6 @@
-// Baseline JFIF encoder: per MCU row, colour conversion into padded planes,
-// chroma down-sampling, DCT with quantization of every block, then Huffman
+// Baseline JFIF encoder: per MCU row, colour conversion, chroma down-sampling
+// and level shift (one call per MCU for colour images; grey ones through a
+// padded plane), DCT with quantization of every block, then Huffman
 // coding of the row's MCUs.  Each stage runs over the whole MCU row before
 // the next, so the working set stays in the cache and each stage can be
 // timed on its own.
@@ -278,62 +279,92 @@ void Encoder::Impl::CodeRange(const Image& image, const Layout& l, int restart_i
   };
 
   const int row_begin = mcu_begin / l.mcux, row_end = (mcu_end - 1) / l.mcux;
+  // Colour images go from pixels to level-shifted blocks one MCU at a time
+  // (conversion, down-sampling and level shift in one call), then through
+  // the plain DCT; grey ones through a plane and the level-shifting DCT.
+  const bool mcu_path = l.ncomp == 3 && image.channels == 3;
+  const auto to_blocks = l.h == 1   ? rvtiRGBToYCbCr444LS_MCU_8u16s_C3P3R
+                         : l.v == 1 ? rvtiRGBToYCbCr422LS_MCU_8u16s_C3P3R
+                                    : rvtiRGBToYCbCr420LS_MCU_8u16s_C3P3R;
+  alignas(64) uint8_t edge[16 * 48];  // an MCU cut by the image's edge, edges replicated
   for (int my = row_begin; my <= row_end; ++my) {
     StageClock clock(timing);
-    // Colour conversion of the MCU row's pixels, then edge replication to
-    // the padded plane size.
     const int y0 = my * l.mcu_h;
     const int rows = std::min(l.mcu_h, height - y0);
-    const ImageSize roi = {width, rows};
+    const int mx_begin = my == row_begin ? mcu_begin - my * l.mcux : 0;
+    const int mx_end = my == row_end ? mcu_end - my * l.mcux : l.mcux;
     RvtResult r;
-    if (image.channels == 1) {
-      for (int y = 0; y < rows; ++y) std::memcpy(plane[0] + size_t(y) * l.pw, image.row(y0 + y), width);
-      r = rvtStatusOk;
-    } else if (l.ncomp == 1) {
-      r = rvtiRGBToY_JPEG_8u_C3C1R(image.row(y0), width * 3, plane[0], l.pw, roi);
-    } else {
-      r = rvtiRGBToYCbCr_JPEG_8u_C3P3R(image.row(y0), width * 3, plane, l.pw, roi);
-    }
-    if (r < 0) return fail(r, "colour conversion");
-    for (int c = 0; c < l.ncomp; ++c) {
-      uint8_t* p = plane[c];
-      if (width < l.pw)
-        for (int y = 0; y < rows; ++y) {
-          uint8_t* row = p + size_t(y) * l.pw;
-          std::memset(row + width, row[width - 1], size_t(l.pw - width));
+    if (mcu_path) {
+      int16_t* coef = w->coefs.data();
+      for (int mx = mx_begin; mx < mx_end; ++mx, coef += 64 * l.blocks_per_mcu) {
+        const int x0 = mx * l.mcu_w;
+        const uint8_t* px = image.row(y0) + size_t(x0) * 3;
+        int32_t px_step = int32_t(width) * 3;
+        if (x0 + l.mcu_w > width || rows < l.mcu_h) {
+          const int cols = std::min(l.mcu_w, width - x0);
+          for (int y = 0; y < l.mcu_h; ++y) {
+            uint8_t* e = edge + y * l.mcu_w * 3;
+            std::memcpy(e, image.row(y0 + std::min(y, rows - 1)) + size_t(x0) * 3, size_t(cols) * 3);
+            for (int x = cols; x < l.mcu_w; ++x) std::memcpy(e + 3 * x, e + 3 * (cols - 1), 3);
+          }
+          px = edge;
+          px_step = l.mcu_w * 3;
         }
-      for (int y = rows; y < l.mcu_h; ++y)
-        std::memcpy(p + size_t(y) * l.pw, p + size_t(rows - 1) * l.pw, size_t(l.pw));
-    }
-    clock.Lap(&w->times.colour);
+        int16_t* blocks[3] = {coef, coef + 64 * (l.h * l.v), coef + 64 * (l.h * l.v + 1)};
+        r = to_blocks(px, px_step, blocks);
+        if (r < 0) return fail(r, "colour conversion");
+      }
+      clock.Lap(&w->times.colour);
+    } else {
+      const ImageSize roi = {width, rows};
+      if (image.channels == 1) {
+        for (int y = 0; y < rows; ++y) std::memcpy(plane[0] + size_t(y) * l.pw, image.row(y0 + y), width);
+        r = rvtStatusOk;
+      } else if (l.ncomp == 1) {
+        r = rvtiRGBToY_JPEG_8u_C3C1R(image.row(y0), width * 3, plane[0], l.pw, roi);
+      } else {
+        r = rvtiRGBToYCbCr_JPEG_8u_C3P3R(image.row(y0), width * 3, plane, l.pw, roi);
+      }
+      if (r < 0) return fail(r, "colour conversion");
+      for (int c = 0; c < l.ncomp; ++c) {
+        uint8_t* p = plane[c];
+        if (width < l.pw)
+          for (int y = 0; y < rows; ++y) {
+            uint8_t* row = p + size_t(y) * l.pw;
+            std::memset(row + width, row[width - 1], size_t(l.pw - width));
+          }
+        for (int y = rows; y < l.mcu_h; ++y)
+          std::memcpy(p + size_t(y) * l.pw, p + size_t(rows - 1) * l.pw, size_t(l.pw));
+      }
+      clock.Lap(&w->times.colour);
 
-    if (l.ncomp == 3 && l.h == 2) {
-      for (int c = 1; c < 3; ++c) {
-        uint8_t* dst = const_cast<uint8_t*>(src[c]);
-        for (int y = 0; y < 8; ++y) {
-          if (l.v == 2)
-            r = rvtiSampleDownRowH2V2_Box_JPEG_8u_C1(plane[c] + size_t(2 * y) * l.pw,
-                                                     plane[c] + size_t(2 * y + 1) * l.pw, l.pw,
-                                                     dst + size_t(y) * l.cw);
-          else
-            r = rvtiSampleDownRowH2V1_Box_JPEG_8u_C1(plane[c] + size_t(y) * l.pw, l.pw,
-                                                     dst + size_t(y) * l.cw);
-          if (r < 0) return fail(r, "down-sampling");
+      if (l.ncomp == 3 && l.h == 2) {
+        for (int c = 1; c < 3; ++c) {
+          uint8_t* dst = const_cast<uint8_t*>(src[c]);
+          for (int y = 0; y < 8; ++y) {
+            if (l.v == 2)
+              r = rvtiSampleDownRowH2V2_Box_JPEG_8u_C1(plane[c] + size_t(2 * y) * l.pw,
+                                                       plane[c] + size_t(2 * y + 1) * l.pw, l.pw,
+                                                       dst + size_t(y) * l.cw);
+            else
+              r = rvtiSampleDownRowH2V1_Box_JPEG_8u_C1(plane[c] + size_t(y) * l.pw, l.pw,
+                                                       dst + size_t(y) * l.cw);
+            if (r < 0) return fail(r, "down-sampling");
+          }
         }
       }
     }
     clock.Lap(&w->times.sampling);
 
     // DCT of the MCUs of this row that belong to the range.
-    const int mx_begin = my == row_begin ? mcu_begin - my * l.mcux : 0;
-    const int mx_end = my == row_end ? mcu_end - my * l.mcux : l.mcux;
     int16_t* coef = w->coefs.data();
     for (int mx = mx_begin; mx < mx_end; ++mx) {
       for (int b = 0; b < l.blocks_per_mcu; ++b) {
         const int c = l.block_comp[b];
         const int x = mx * (c == 0 ? l.mcu_w : 8) + l.block_x[b];
-        r = rvtiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(src[c] + size_t(l.block_y[b]) * step[c] + x,
-                                                step[c], coef, table[c]);
+        r = mcu_path ? rvtiDCTQuantFwd8x8_JPEG_16s_C1I(coef, table[c])
+                     : rvtiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(src[c] + size_t(l.block_y[b]) * step[c] + x,
+                                                           step[c], coef, table[c]);
         if (r < 0) return fail(r, "DCT");
         coef += 64;
       }
