@@ -194,6 +194,7 @@ bool Decoder::Impl::Setup() {
   restart_interval = 0;
   adobe_transform = -1;
   emitted = 0;
+  direct_444 = false;
   status = DecodeStatus::kOk;
   message.clear();
   return true;

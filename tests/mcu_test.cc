@@ -195,10 +195,11 @@ const PhotoMcus& Photos() {
   return p;
 }
 
-// The pixel rows of an MCU of shape m (16 rows of 64 bytes of room) from
-// photo MCU i, or random.
+// The pixel rows of an MCU of shape m from photo MCU i, or random: 16 rows
+// kStep bytes apart (an odd step), from the second byte of the buffer.
+constexpr int kStep = 67;
 std::vector<uint8_t> McuPixels(McuShape m, Rng& rng, int i, bool photo) {
-  std::vector<uint8_t> px(16 * 64);
+  std::vector<uint8_t> px(16 * kStep + 1, 0x5A);
   for (int y = 0; y < 16; ++y) {
     for (int x = 0; x < 16; ++x) {
       uint8_t rgb[3];
@@ -207,7 +208,7 @@ std::vector<uint8_t> McuPixels(McuShape m, Rng& rng, int i, bool photo) {
       } else {
         for (auto& v : rgb) v = uint8_t(rng.Uniform(0, 255));
       }
-      uint8_t* p = px.data() + 64 * y + m.Bpp() * x;
+      uint8_t* p = px.data() + 1 + kStep * y + m.Bpp() * x;
       if (m.family == McuFamily::kCmyk) {
         p[0] = uint8_t(255 - rgb[0]), p[1] = uint8_t(255 - rgb[1]), p[2] = uint8_t(255 - rgb[2]);
         p[3] = std::min({rgb[0], rgb[1], rgb[2]});
@@ -245,8 +246,8 @@ TEST(Mcu, ForwardFormsEqualTheCompositionOfExports) {
         const bool photo = i < photos;
         const auto px = McuPixels(e.shape, rng, photo ? i : 0, photo);
         Blocks want(e.shape), got(e.shape);
-        test::ComposeFwd(e.shape, px.data(), 64, want.planes);
-        ASSERT_EQ(t.fn(px.data(), 64, got.planes), rvtStatusOk);
+        test::ComposeFwd(e.shape, px.data() + 1, kStep, want.planes);
+        ASSERT_EQ(t.fn(px.data() + 1, kStep, got.planes), rvtStatusOk);
         ASSERT_EQ(want.v, got.v) << e.name << " " << t.name << (photo ? " photo MCU " : " random MCU ") << i;
       }
     }
@@ -266,15 +267,16 @@ TEST(Mcu, InverseFormsEqualTheCompositionOfExports) {
         Blocks in(e.shape);
         if (i < photos) {
           const auto px = McuPixels(fwd, rng, i, true);
-          test::ComposeFwd(fwd, px.data(), 64, in.planes);
+          test::ComposeFwd(fwd, px.data() + 1, kStep, in.planes);
           for (auto& v : in.v) v = int16_t(v + rng.Uniform(-6, 6));
         } else {
           const int r = i % 2 ? 200 : 32767;
           for (auto& v : in.v) v = int16_t(rng.Uniform(-r - 1, r));
         }
-        std::vector<uint8_t> want(16 * 64, 0xA5), got(16 * 64, 0xA5);
-        test::ComposeInv(e.shape, in.In(), want.data(), 64);
-        ASSERT_EQ(t.fn(in.In(), got.data(), 64), rvtStatusOk);
+        // Odd step, odd start, guard bytes around and between the rows.
+        std::vector<uint8_t> want(16 * kStep + 2, 0xA5), got(16 * kStep + 2, 0xA5);
+        test::ComposeInv(e.shape, in.In(), want.data() + 1, kStep);
+        ASSERT_EQ(t.fn(in.In(), got.data() + 1, kStep), rvtStatusOk);
         ASSERT_EQ(want, got) << e.name << " " << t.name << " MCU " << i;
       }
     }
@@ -288,9 +290,8 @@ TEST(Mcu, InverseFormsEqualTheCompositionOfExports) {
 TEST(Mcu, ChecksRunInArgumentOrderAndWriteNothing) {
   for (const auto& e : kFwd) {
     const McuShape m = e.shape;
-    FwdFn fn = e.impl->fn[kRef];
     for (const auto& t : test::AllTargets(*e.impl)) {
-      fn = t.fn;
+      const FwdFn fn = t.fn;
       std::vector<uint8_t> px(16 * 64, 7);
       Blocks b(m);
       const int rb = m.RowBytes();
