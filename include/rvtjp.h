@@ -1033,7 +1033,7 @@ RvtResult rvtiYCCK420ToCMYKLS_MCU_16s8u_P4C4R(const int16_t* pSrcMCU[4], uint8_t
 RvtResult rvtiSplit422LS_MCU_8u16s_C2P3R(const uint8_t* pSrc, int32_t srcStep, int16_t* pDstMCU[3]);
 /* the inverse of the split: plus 128 saturated, packed Y0 Cb Y1 Cr (32 row bytes). */
 RvtResult rvtiJoin422LS_MCU_16s8u_P3C2R(const int16_t* pSrcMCU[3], uint8_t* pDst, int32_t dstStep);
-/* a 422 MCU to 16x8 interleaved Y, Cb, Cr (48 row bytes): plus 128 saturated, each chroma row up-sampled by the triangle H2V1 row filter (edges replicate). */
+/* a 422 MCU to 16x8 interleaved Y, Cb, Cr (48 row bytes): plus 128 saturated, each chroma row up-sampled by the triangle H2V1 row filter (edges replicate). Variant-1 processors run an implementation of their own (the chroma of the whole MCU first, then the rows); both give the same bytes. */
 RvtResult rvtiSampleUp422LS_MCU_16s8u_P3C3R(const int16_t* pSrcMCU[3], uint8_t* pDst, int32_t dstStep);
 
 #ifdef __cplusplus

@@ -167,6 +167,17 @@ RVT_MCU_INV_CHECK(rvtiYCCK420ToCMYKLS_MCU_16s8u_P4C4R, kCmyk, 2);
 RVT_MCU_INV_CHECK(rvtiJoin422LS_MCU_16s8u_P3C2R, kJoin, 1);
 RVT_MCU_INV_CHECK(rvtiSampleUp422LS_MCU_16s8u_P3C3R, kSampleUp, 1);
 
+// Processors of variant 1 run their own implementation of SampleUp422: on
+// every target it gives variant 0's reference bytes.
+TEST(McuConversions, SampleUp422Variant1MatchesVariant0) {
+  const test::CaseCheck<decltype(&::rvtiSampleUp422LS_MCU_16s8u_P3C3R)> check =
+      InvCheck({McuFamily::kSampleUp, 1});
+  ASSERT_EQ(test::Reference(impl1_rvtiSampleUp422LS_MCU_16s8u_P3C3R),
+            test::Reference(impl_rvtiSampleUp422LS_MCU_16s8u_P3C3R));
+  ASSERT_FALSE(test::SimdTargets(impl1_rvtiSampleUp422LS_MCU_16s8u_P3C3R).empty());
+  test::Verify(impl1_rvtiSampleUp422LS_MCU_16s8u_P3C3R, check, 422);
+}
+
 // ------------------------------------------------------------ composition
 
 // MCUs cut from the test photos: RGB pixels, and for CMYK, C4 bytes made

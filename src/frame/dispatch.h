@@ -75,7 +75,12 @@ int ActiveLevel();
   extern const Impl<decltype(&::name)> impl_##name;                        \
   const Impl<decltype(&::name)> impl_##name = {{nullptr, nullptr, nullptr, &fn}}
 
-// Descriptor of the variant-1 implementation of an RVT_EXPORT_V2 export.
+// Descriptors of the variant-1 implementation of an RVT_EXPORT_V2 export.
+#define RVT_IMPL1_HWY(name, ns, hwy_fn, ref_fn)                                     \
+  extern const Impl<decltype(&::name)> impl1_##name;                                 \
+  const Impl<decltype(&::name)> impl1_##name = {                                     \
+      {RVT_CHOOSE_AVX3(ns, hwy_fn), RVT_CHOOSE_AVX2(ns, hwy_fn), RVT_CHOOSE_SSSE3(ns, hwy_fn), \
+       &ns::ref_fn}}
 #define RVT_IMPL1_PLAIN(name, fn)                                         \
   extern const Impl<decltype(&::name)> impl1_##name;                       \
   const Impl<decltype(&::name)> impl1_##name = {{nullptr, nullptr, nullptr, &fn}}

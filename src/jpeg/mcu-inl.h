@@ -362,6 +362,30 @@ void SampleUpKernel(const int16_t* const* src, uint8_t* dst, int32_t step) {
   }
 }
 
+// The same result organised in two passes, the form variant-1 processors
+// run: every chroma row of the MCU up-sampled into a 16x8 staging block
+// first, then the luma rows interleaved with it.
+void SampleUpTwoPassKernel(const int16_t* const* src, uint8_t* dst, int32_t step) {
+  const D128 d;
+  const hn::Full128<uint8_t> d8;
+  const hn::Full64<uint8_t> dh;
+  auto bytes = [&](V128 lo, V128 hi) RVT_MCU_INLINE {
+    return hn::Combine(d8, hn::DemoteTo(dh, hi), hn::DemoteTo(dh, lo));
+  };
+  alignas(16) int16_t cb[128], cr[128];
+  for (int y = 0; y < 8; ++y) {
+    UpH2V1(Unshift(hn::LoadU(d, src[1] + y * 8)), cb + 16 * y);
+    UpH2V1(Unshift(hn::LoadU(d, src[2] + y * 8)), cr + 16 * y);
+  }
+  for (int y = 0; y < 8; ++y) {
+    const auto luma =
+        bytes(Unshift(hn::LoadU(d, src[0] + y * 8)), Unshift(hn::LoadU(d, src[0] + 64 + y * 8)));
+    hn::StoreInterleaved3(luma, bytes(hn::Load(d, cb + 16 * y), hn::Load(d, cb + 16 * y + 8)),
+                          bytes(hn::Load(d, cr + 16 * y), hn::Load(d, cr + 16 * y + 8)), d8,
+                          dst + ptrdiff_t(step) * y);
+  }
+}
+
 }  // namespace rvt::mcu::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 

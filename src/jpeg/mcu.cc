@@ -28,6 +28,9 @@ RvtResult JoinEntry(const int16_t** s, uint8_t* d, int32_t st) { return Join<&Jo
 RvtResult SampleUpEntry(const int16_t** s, uint8_t* d, int32_t st) {
   return Join<&SampleUpKernel, 48>(s, d, st);
 }
+RvtResult SampleUpTwoPassEntry(const int16_t** s, uint8_t* d, int32_t st) {
+  return Join<&SampleUpTwoPassKernel, 48>(s, d, st);
+}
 
 }  // namespace rvt::mcu::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
@@ -40,5 +43,8 @@ RVT_MCU_CONVERSIONS(RVT_MCU_DESCRIPTOR)
 RVT_IMPL_HWY(rvtiSplit422LS_MCU_8u16s_C2P3R, mcu, SplitEntry, SplitEntryRef);
 RVT_IMPL_HWY(rvtiJoin422LS_MCU_16s8u_P3C2R, mcu, JoinEntry, JoinEntryRef);
 RVT_IMPL_HWY(rvtiSampleUp422LS_MCU_16s8u_P3C3R, mcu, SampleUpEntry, SampleUpEntryRef);
+// Variant 1 has its own implementation (the two-pass form); both give the
+// same bytes, and its reference entry is variant 0's.
+RVT_IMPL1_HWY(rvtiSampleUp422LS_MCU_16s8u_P3C3R, mcu, SampleUpTwoPassEntry, SampleUpEntryRef);
 }  // namespace rvt
 #endif  // HWY_ONCE
