@@ -488,5 +488,64 @@ RVT_CHECKASM(rvtiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1,
                            return rvtStatusOk;
                          }});
 
+
+// Statistics: the same blocks, bands and states as the encoders'.
+std::vector<test::Case> StatsACCases(test::Rng& rng) {
+  std::vector<test::Case> out;
+  for (test::Case& e : EncodeACCases(rng)) {
+    test::Case k;
+    k.label = e.label;
+    std::vector<int> counts(257, 0);
+    k.in = {e.in[0]};
+    k.out = {BufOf(counts.data(), counts.size()), e.out[2]};
+    for (int i = 0; i < 4; ++i) k.arg[i] = e.arg[i];
+    out.push_back(std::move(k));
+  }
+  return out;
+}
+
+auto StatsACCall = [](auto fn, test::Case& k) {
+  const auto* b = k.in[0].as<int16_t>();
+  const int n = k.in[0].plane.width() / 128;
+  int* counts = k.out[0].as<int>();
+  auto* st = k.out[1].as<EncodeHuffmanState>();
+  const int ss = int(k.arg[0]), se = int(k.arg[1]), al = int(k.arg[2]);
+  for (int i = 0; i < n; ++i) {
+    const RvtResult r = fn(b + 64 * i, counts, ss, se, al, st, 0);
+    if (r != rvtStatusOk) return r;
+  }
+  return k.arg[3] ? fn(nullptr, counts, 0, 0, 0, st, 1) : rvtStatusOk;
+};
+
+RVT_CHECKASM(rvtiGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1, test::Cases{StatsACCases, StatsACCall});
+RVT_CHECKASM(rvtiGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1, test::Cases{StatsACCases, StatsACCall});
+
+RVT_CHECKASM(rvtiGetHuffmanStatistics8x8_JPEG_16s_C1,
+             test::Cases{[](test::Rng& rng) {
+                           std::vector<test::Case> out;
+                           for (int trial = 0; trial < 300; ++trial) {
+                             const auto blocks = SomeBlocks(rng, int(rng.Uniform(1, 40)));
+                             std::vector<int> counts(257, 0);
+                             const int16_t last = int16_t(rng.Uniform(-32768, 32767));
+                             test::Case k;
+                             k.label = "trial " + std::to_string(trial);
+                             k.in = {BufOf(blocks.data(), blocks.size())};
+                             k.out = {BufOf(counts.data(), counts.size()),
+                                      BufOf(counts.data(), counts.size()), BufOf(&last, 1)};
+                             out.push_back(std::move(k));
+                           }
+                           return out;
+                         },
+                         [](auto fn, test::Case& k) {
+                           const auto* b = k.in[0].as<int16_t>();
+                           const int n = k.in[0].plane.width() / 128;
+                           for (int i = 0; i < n; ++i) {
+                             const RvtResult r = fn(b + 64 * i, k.out[0].as<int>(),
+                                                    k.out[1].as<int>(), k.out[2].as<int16_t>());
+                             if (r != rvtStatusOk) return r;
+                           }
+                           return rvtStatusOk;
+                         }});
+
 }  // namespace
 }  // namespace rvt
