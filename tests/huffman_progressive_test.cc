@@ -13,6 +13,7 @@
 
 #include "checkasm.h"
 #include "huffman_util.h"
+#include "jpeg_oracle.h"
 #include "rvtjp.h"
 
 namespace rvt {
@@ -342,6 +343,16 @@ std::vector<int16_t> SomeBlocks(test::Rng& rng, int n) {
   return b;
 }
 
+// 2000 luma blocks of a photo: the benchmark's case, last in each list.
+const std::vector<int16_t>& PhotoRun() {
+  static const std::vector<int16_t> run = [] {
+    const test::Coefs c = test::ReadCoefficients(test::ReadFile(test::TestFile("rocket.jpg")));
+    const auto& b = c.planes.at(0).blocks;
+    return std::vector<int16_t>(b.begin(), b.begin() + 64 * 2000);
+  }();
+  return run;
+}
+
 EncodeHuffmanSpec SomeAcSpec(test::Rng& rng) {
   EncodeHuffmanSpec spec = FullAcSpec();
   const int how = int(rng.Uniform(0, 5));
@@ -393,6 +404,15 @@ std::vector<test::Case> EncodeACCases(test::Rng& rng) {
     k.arg[0] = ss, k.arg[1] = se, k.arg[2] = al, k.arg[3] = rng.Uniform(0, 3) != 0;
     out.push_back(std::move(k));
   }
+  const EncodeHuffmanSpec full = FullAcSpec();
+  const EncodeHuffmanState fresh = test::FreshEncodeState();
+  const int pos = 0;
+  test::Case k;
+  k.label = "2000 photo blocks, band 1..63, Al 1";
+  k.in = {BufOf(PhotoRun().data(), PhotoRun().size()), BufOf(&full, 1)};
+  k.out = {test::ArrayOf<uint8_t>(300 * 2000), BufOf(&pos, 1), BufOf(&fresh, 1)};
+  k.arg[0] = 1, k.arg[1] = 63, k.arg[2] = 1, k.arg[3] = 1;
+  out.push_back(std::move(k));
   return out;
 }
 
@@ -418,8 +438,10 @@ RVT_CHECKASM(rvtiEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1, test::Cases{EncodeACCa
 // Refinement decoder cases: streams the reference encoder wrote (cut now
 // and then, a marker after them) or noise; blocks holding the earlier
 // scans' values.
-std::vector<test::Case> DecodeRefineCases(test::Rng& rng) {
-  const auto& enc = impl_rvtiEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1;
+template <bool kRefine>
+std::vector<test::Case> DecodeACCases(test::Rng& rng) {
+  const auto& enc = kRefine ? impl_rvtiEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1
+                            : impl_rvtiEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1;
   const EncodeHuffmanSpec full = FullAcSpec();
   const RawTable t = Build(std::vector<int>(257, 1));
   DecodeHuffmanSpec dspec;
@@ -427,19 +449,23 @@ std::vector<test::Case> DecodeRefineCases(test::Rng& rng) {
   std::vector<test::Case> out;
   for (int trial = 0; trial < 400; ++trial) {
     const int n = int(rng.Uniform(1, 40));
-    const auto blocks = SomeBlocks(rng, n);
+    // More blocks coded than decoded, so that most blocks start far enough
+    // from the end for the vector forms to take them.
+    const int coded = n + int(rng.Uniform(0, 1) ? rng.Uniform(0, 60) : 0);
+    const auto all = SomeBlocks(rng, coded);
+    const std::vector<int16_t> blocks(all.begin(), all.begin() + 64 * n);
     int ss = int(rng.Uniform(1, 63));
     int se = int(rng.Uniform(ss, 63));
     if (rng.Uniform(0, 2) == 0) ss = 1, se = 63;
     const int al = int(rng.Uniform(0, 3));
     std::vector<uint8_t> src;
     if (rng.Uniform(0, 4)) {
-      src.assign(size_t(400 * n + 1024), 0);
+      src.assign(size_t(400 * coded + 1024), 0);
       EncodeHuffmanState st = test::FreshEncodeState();
       int pos = 0;
-      for (int i = 0; i < n; ++i) {
-        test::Reference(enc)(&blocks[size_t(64 * i)], src.data(), int(src.size()), &pos, ss, se,
-                             al, &full, &st, 0);
+      for (int i = 0; i < coded; ++i) {
+        test::Reference(enc)(&all[size_t(64 * i)], src.data(), int(src.size()), &pos, ss, se, al,
+                             &full, &st, 0);
       }
       test::Reference(enc)(nullptr, src.data(), int(src.size()), &pos, 0, 0, 0, &full, &st, 1);
       src.resize(size_t(pos));
@@ -450,11 +476,15 @@ std::vector<test::Case> DecodeRefineCases(test::Rng& rng) {
       src.resize(size_t(rng.Uniform(1, 2000)));
       rng.Fill(src.data(), src.size(), uint8_t(0), uint8_t(255));
     }
-    // The coefficients before this scan: bits below al + 1 cleared.
-    std::vector<int16_t> prior(blocks.size());
+    // The coefficients before this scan: bits below al + 1 cleared (a
+    // first scan finds zeros, or anything).
+    std::vector<int16_t> prior(blocks.size(), 0);
     for (size_t i = 0; i < blocks.size(); ++i) {
       const int v = blocks[i], m = (v < 0 ? -v : v) >> (al + 1) << (al + 1);
-      prior[i] = int16_t(v < 0 ? -m : m);
+      if (kRefine) prior[i] = int16_t(v < 0 ? -m : m);
+    }
+    if (!kRefine && rng.Uniform(0, 3) == 0) {
+      rng.Fill(prior.data(), prior.size(), int16_t(-100), int16_t(100));
     }
     DecodeHuffmanState st = test::FreshDecodeState();
     if (rng.Uniform(0, 5) == 0) st.eobRun = uint32_t(rng.Uniform(0, 100));
@@ -466,27 +496,54 @@ std::vector<test::Case> DecodeRefineCases(test::Rng& rng) {
     k.arg[0] = ss, k.arg[1] = se, k.arg[2] = al;
     out.push_back(std::move(k));
   }
+  // The benchmark's case: a photo's band 1..63 at Al 1 (the refinement
+  // restores bit 0 of what a first scan at Al 1 left).
+  const auto& photo = PhotoRun();
+  const int al = kRefine ? 0 : 1;
+  std::vector<uint8_t> src(300 * 2000, 0);
+  EncodeHuffmanState est = test::FreshEncodeState();
+  int epos = 0;
+  for (int i = 0; i < 2000; ++i) {
+    test::Reference(enc)(&photo[size_t(64 * i)], src.data(), int(src.size()), &epos, 1, 63, al,
+                         &full, &est, 0);
+  }
+  test::Reference(enc)(nullptr, src.data(), int(src.size()), &epos, 0, 0, 0, &full, &est, 1);
+  src.resize(size_t(epos));
+  std::vector<int16_t> prior(photo.size(), 0);
+  for (size_t i = 0; i < photo.size() && kRefine; ++i) {
+    const int v = photo[i], m = (v < 0 ? -v : v) >> 1 << 1;
+    prior[i] = int16_t(v < 0 ? -m : m);
+  }
+  const DecodeHuffmanState st = test::FreshDecodeState();
+  const int pos = 0, marker = 0;
+  test::Case k;
+  k.label = "2000 photo blocks";
+  k.in = {BufOf(src.data(), src.size()), BufOf(&dspec, 1)};
+  k.out = {BufOf(prior.data(), prior.size()), BufOf(&pos, 1), BufOf(&marker, 1), BufOf(&st, 1)};
+  k.arg[0] = 1, k.arg[1] = 63, k.arg[2] = al;
+  out.push_back(std::move(k));
   return out;
 }
 
-RVT_CHECKASM(rvtiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1,
-             test::Cases{DecodeRefineCases, [](auto fn, test::Case& k) {
-                           const uint8_t* src = k.in[0].as<uint8_t>();
-                           const int len = k.in[0].plane.width();
-                           const auto* spec = k.in[1].as<DecodeHuffmanSpec>();
-                           int16_t* b = k.out[0].as<int16_t>();
-                           const int n = k.out[0].plane.width() / 128;
-                           int* pos = k.out[1].as<int>();
-                           int* marker = k.out[2].as<int>();
-                           auto* st = k.out[3].as<DecodeHuffmanState>();
-                           const int ss = int(k.arg[0]), se = int(k.arg[1]), al = int(k.arg[2]);
-                           for (int i = 0; i < n; ++i) {
-                             const RvtResult r =
-                                 fn(src, len, pos, b + 64 * i, marker, ss, se, al, spec, st);
-                             if (r != rvtStatusOk) return r;
-                           }
-                           return rvtStatusOk;
-                         }});
+auto DecodeACCall = [](auto fn, test::Case& k) {
+  const uint8_t* src = k.in[0].as<uint8_t>();
+  const int len = k.in[0].plane.width();
+  const auto* spec = k.in[1].as<DecodeHuffmanSpec>();
+  int16_t* b = k.out[0].as<int16_t>();
+  const int n = k.out[0].plane.width() / 128;
+  int* pos = k.out[1].as<int>();
+  int* marker = k.out[2].as<int>();
+  auto* st = k.out[3].as<DecodeHuffmanState>();
+  const int ss = int(k.arg[0]), se = int(k.arg[1]), al = int(k.arg[2]);
+  for (int i = 0; i < n; ++i) {
+    const RvtResult r = fn(src, len, pos, b + 64 * i, marker, ss, se, al, spec, st);
+    if (r != rvtStatusOk) return r;
+  }
+  return rvtStatusOk;
+};
+
+RVT_CHECKASM(rvtiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1, test::Cases{DecodeACCases<false>, DecodeACCall});
+RVT_CHECKASM(rvtiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1, test::Cases{DecodeACCases<true>, DecodeACCall});
 
 
 // Statistics: the same blocks, bands and states as the encoders'.

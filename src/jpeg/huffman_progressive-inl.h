@@ -22,6 +22,7 @@
 
 #include <cstring>
 
+#include "jpeg/huffman_decode-inl.h"
 #include "jpeg/huffman_encode-inl.h"
 #include "jpeg/huffman_progressive.h"
 
@@ -29,6 +30,7 @@ HWY_BEFORE_NAMESPACE();
 namespace rvt::huffman_progressive::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 namespace he = ::rvt::huffman_encode::HWY_NAMESPACE;
+namespace hd = ::rvt::huffman_decode::HWY_NAMESPACE;
 
 // Zig-zag masks of a block at point transform al: bit k of `nz` when
 // |v| >> al is non-zero, of `one` when it is exactly 1.  The magnitudes
@@ -278,6 +280,81 @@ inline RvtResult ACRefineDecodeBlock(BitReader& r, int16_t* block, int ss, int s
   std::memcpy(block, out, sizeof out);
   st->eobRun -= 1;
   return rvtStatusOk;
+}
+
+// AC first decoder: the baseline decoder's fast reader (eight bytes at a
+// time, the careful reader's count kept beside it) over one band.  Blocks
+// inside a run, near the end of the source, after a marker, with 0xFF bytes
+// or with codes the fast walk does not take go to the careful walk from the
+// untouched state.
+inline RvtResult ACFirstDecodeFast(const uint8_t* src, int len, int* pos, int16_t* block,
+                                   int* marker, int ss, int se, int al,
+                                   const DecodeHuffmanSpec* ac, DecodeHuffmanState* st) {
+  if (st->eobRun == 0 && *marker == 0 && len - *pos >= hd::kFastMargin) {
+    BitReader careful{src, len, *pos, 0, 0, marker};
+    careful.Load(st);
+    hd::FastBits f{src, careful.count ? uint64_t(careful.acc) << (64 - careful.count) : 0,
+                   careful.count, *pos, careful.count * 128};
+    int16_t out[64];
+    uint8_t at[64];
+    int n = 0;
+    uint32_t eob = 0;
+    bool ok = true;
+    for (int k = ss; k <= se; ++k) {
+      if (f.nb < 48 && !f.Refill()) {
+        ok = false;
+        break;
+      }
+      int32_t v = 0;
+      const int sym = hd::FastCoefficient(f, ac, &v);
+      if (sym < 0) {
+        ok = false;
+        break;
+      }
+      const int run = sym >> 4;
+      if ((sym & 15) != 0) {
+        k += run;
+        const int nat = huff::kZigzagDecode.v[k];
+        if (nat > 63) {
+          ok = false;
+          break;
+        }
+        at[n] = uint8_t(nat);
+        out[n++] = int16_t(uint32_t(v) << al);
+      } else if (run == 15) {
+        k += 15;
+      } else {
+        eob = 1u << run;
+        if (run != 0) {
+          if (f.nb < 48 && !f.Refill()) {
+            ok = false;
+            break;
+          }
+          f.vc >>= 7;
+          f.CarefulNeed(run);
+          f.vc -= run;
+          f.vc <<= 7;
+          eob += f.Peek(run);
+          f.buf <<= run;
+          f.nb -= run;
+        }
+        eob -= 1;
+        break;
+      }
+    }
+    if (ok) {
+      for (int i = 0; i < n; ++i) block[at[i]] = out[i];
+      const int vc = f.vc >> 7;
+      *pos = f.rpos - ((f.nb - vc) >> 3);
+      st->acc = vc ? f.buf >> (64 - vc) : 0;
+      st->count = vc;
+      st->eobRun = eob;
+      return rvtStatusOk;
+    }
+  }
+  return ReadBlock(src, len, pos, marker, st, [&](BitReader& r) {
+    return ACFirstDecodeWalk(r, block, ss, se, al, ac, st);
+  });
 }
 
 }  // namespace rvt::huffman_progressive::HWY_NAMESPACE

@@ -23,6 +23,13 @@ RvtResult EncodeACRefineFast(const int16_t* block, uint8_t* dst, int len, int* p
   return EncodeAC(block, dst, len, pos, ss, se, al, ac, st, flush, ACRefineBlock);
 }
 
+RvtResult DecodeACFirstFast(const uint8_t* src, int len, int* pos, int16_t* block, int* marker,
+                            int ss, int se, int al, const DecodeHuffmanSpec* ac,
+                            DecodeHuffmanState* st) {
+  RVT_CHECK(CheckDecodeAC(src, len, pos, block, marker, ss, se, al, ac, st));
+  return ACFirstDecodeFast(src, len, pos, block, marker, ss, se, al, ac, st);
+}
+
 RvtResult DecodeACRefineFast(const uint8_t* src, int len, int* pos, int16_t* block, int* marker,
                              int ss, int se, int al, const DecodeHuffmanSpec* ac,
                              DecodeHuffmanState* st) {
@@ -47,7 +54,8 @@ RVT_IMPL_HWY(rvtiEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1, huffman_progressive, E
 RVT_IMPL_PLAIN(rvtiDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1, huffman_progressive::DecodeDCFirstRef);
 RVT_IMPL_PLAIN(rvtiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1,
                huffman_progressive::DecodeDCRefineRef);
-RVT_IMPL_PLAIN(rvtiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1, huffman_progressive::DecodeACFirstRef);
+RVT_IMPL_HWY(rvtiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1, huffman_progressive, DecodeACFirstFast,
+             DecodeACFirstRef);
 RVT_IMPL_HWY(rvtiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1, huffman_progressive, DecodeACRefineFast,
              DecodeACRefineRef);
 }  // namespace rvt
