@@ -165,6 +165,7 @@ struct Reader {
     const int nc = data[p + 5];
     if (f->width < 1 || f->height < 1) return Fail("bad image size", f->height == 0);
     if (nc < 1 || nc > 4 || n < size_t(6 + 3 * nc)) return Fail("bad SOF");
+    if (size_t(f->width) * size_t(f->height) > (size_t(1) << 28)) return Fail("image too large", true);
     f->comps.clear();
     for (int i = 0; i < nc; ++i) {
       Component c;
