@@ -37,6 +37,10 @@ struct EncodeOptions {
   // Above 1, restart intervals are coded on that many threads; with no
   // restart interval given, one is set per MCU row.
   int threads = 1;
+  // Progressive scans (libjpeg's default script), and two-pass optimized
+  // Huffman tables (always for progressive files).
+  bool progressive = false;
+  bool optimize = false;
 };
 
 // Seconds spent per stage, added up over calls (for profiling).

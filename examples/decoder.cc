@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "codec.h"
+#include "progressive.h"
 #include "codec_util.h"
 #include "jpeg_tables.h"
 #include "rvtjp.h"
@@ -178,6 +179,7 @@ struct Decoder::Impl {
   void Emit(int y_end, uint8_t* scratch, StageTimes* st);
   void ConvertRows(int y0, int y1, uint8_t* scratch, StageTimes* st);
   void Finish();
+  void DecodeProgressive(const uint8_t* seg, int seg_len, const uint8_t* data, size_t size);
 };
 
 bool Decoder::Impl::Setup() {
@@ -694,6 +696,45 @@ void Decoder::Impl::ReadSos(const uint8_t* p, int len, const uint8_t* data, size
   *next = rd.marker;
 }
 
+// A progressive frame: the coefficient layer (progressive.h) runs every
+// scan of the file, then each block goes through the inverse DCT.
+void Decoder::Impl::DecodeProgressive(const uint8_t* seg, int seg_len, const uint8_t* data,
+                                      size_t size) {
+  ReadSof(0xC2, seg, seg_len);
+  if (Fatal()) return;
+  coef::Frame f;
+  std::string why;
+  bool unsupported = false;
+  StageClock clock(times != nullptr);
+  if (!coef::ReadFile(data, size, &f, &why, &unsupported)) {
+    return Problem(unsupported ? DecodeStatus::kUnsupported : DecodeStatus::kError, why);
+  }
+  StageTimes local;
+  StageTimes* st = times ? times : &local;
+  clock.Lap(&st->entropy);
+  for (int t = 0; t < 4; ++t) {
+    if (!f.qt_present[t]) continue;
+    rvtiQuantInvTableInit_JPEG_8u16u(f.qt[t], qt[t]);
+    q_defined[t] = true;
+  }
+  for (int c = 0; c < ncomp; ++c) {
+    Component& k = comp[c];
+    const coef::Component& fc = f.comps[size_t(c)];
+    if (!q_defined[k.tq]) return Problem(DecodeStatus::kError, "component uses an undefined quantization table");
+    const int bw = std::min(k.bw, fc.bw), bh = std::min(k.bh, fc.bh);
+    for (int by = 0; by < bh; ++by) {
+      for (int bx = 0; bx < bw; ++bx) {
+        const int16_t* blk = fc.block(bx, by);
+        int n = 64;
+        while (n > 1 && blk[kZigzag[n - 1]] == 0) --n;
+        Idct(blk, n, k.plane.data() + size_t(by) * 8 * k.stride + size_t(bx) * 8, k.stride, qt[k.tq]);
+      }
+    }
+    k.coded = true;
+  }
+  clock.Lap(&st->transform);
+}
+
 Decoder::Decoder() : impl_(new Impl) {}
 Decoder::~Decoder() = default;
 void Decoder::set_stage_times(StageTimes* times) { impl_->times = times; }
@@ -761,10 +802,10 @@ DecodeStatus Decoder::Decode(const uint8_t* data, size_t size, const DecodeOptio
         if (m.have_frame) image->Resize(m.width, m.height, m.ncomp == 1 ? 1 : 3);
         break;
       case 0xC2:
-      case 0xC6:
-      case 0xCA:
-      case 0xCE:
-        m.Problem(DecodeStatus::kUnsupported, "progressive JPEG is not supported (baseline only)");
+        // Every scan at once, then the pixels from the coefficients.
+        m.DecodeProgressive(seg, seg_len, data, size);
+        if (m.have_frame) image->Resize(m.width, m.height, m.ncomp == 1 ? 1 : 3);
+        scanned = ended = !m.Fatal();
         break;
       case 0xC3:
       case 0xC7:
@@ -773,11 +814,14 @@ DecodeStatus Decoder::Decode(const uint8_t* data, size_t size, const DecodeOptio
         m.Problem(DecodeStatus::kUnsupported, "lossless JPEG is not supported (baseline only)");
         break;
       case 0xC5:
-        m.Problem(DecodeStatus::kUnsupported, "hierarchical JPEG is not supported (baseline only)");
+      case 0xC6:
+        m.Problem(DecodeStatus::kUnsupported, "hierarchical JPEG is not supported");
         break;
       case 0xC9:
+      case 0xCA:
       case 0xCC:
       case 0xCD:
+      case 0xCE:
         m.Problem(DecodeStatus::kUnsupported, "arithmetic-coded JPEG is not supported (Huffman only)");
         break;
       case 0xC4:

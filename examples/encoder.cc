@@ -12,6 +12,7 @@
 #include "codec.h"
 #include "codec_util.h"
 #include "jpeg_tables.h"
+#include "progressive.h"
 #include "rvtjp.h"
 
 namespace rvtjpeg {
@@ -119,6 +120,7 @@ struct Encoder::Impl {
   std::vector<uint8_t> header;
   const uint8_t* result = nullptr;
   size_t result_size = 0;
+  std::vector<uint8_t> recoded;      // progressive or optimized output
 
   const EncodeHuffmanSpec* spec(int i) const {
     return reinterpret_cast<const EncodeHuffmanSpec*>(huff_specs.data() + size_t(i) * spec_size);
@@ -538,6 +540,21 @@ bool Encoder::Encode(const Image& image, const EncodeOptions& options, std::stri
     }
   m.result = first.out.data();
   m.result_size = pos;
+  if (options.progressive || options.optimize) {
+    // The coefficients coded once more: optimized tables, progressive scans.
+    StageClock clock(m.times != nullptr);
+    coef::Frame f;
+    coef::WriteOptions wo;
+    wo.progressive = options.progressive;
+    wo.optimize = options.optimize;
+    wo.restart_interval = ri;
+    if (!coef::ReadFile(m.result, m.result_size, &f, error)) return false;
+    coef::FlattenPadding(&f);
+    if (!coef::WriteFile(f, wo, &m.recoded, error)) return false;
+    m.result = m.recoded.data();
+    m.result_size = m.recoded.size();
+    if (m.times) clock.Lap(&m.times->entropy);
+  }
   return true;
 }
 

@@ -1,11 +1,11 @@
 // rvtjpeg: baseline JPEG encoder and decoder on the rvtjp primitives.
 //
 //   rvtjpeg encode IN.(png|ppm|pgm) OUT.jpg [-q 1..100] [-s grey|444|422|420]
-//                  [-r restart_interval_in_MCUs] [-t threads]
+//                  [-r restart_interval_in_MCUs] [-t threads] [-progressive] [-optimize]
 //   rvtjpeg encode IN.(png|ppm|pgm) OUT.jpg -lossless PSV[,Pt] [-p 2..16] [-r rows]
 //       lossless JPEG (SOF3) of an 8- to 16-bit grey or RGB image.
 //   rvtjpeg decode IN.jpg OUT.(png|ppm|pgm) [-t threads]
-//       baseline, extended sequential and lossless JPEG.
+//       baseline, extended sequential, progressive (Huffman) and lossless JPEG.
 //   rvtjpeg compare IN.(png|ppm|pgm) [-q N] [-s S] [-o DIR]
 //       codes the image with rvtjp and with libjpeg-turbo, decodes both, and
 //       prints sizes, PSNR and single-threaded speed side by side.
@@ -35,6 +35,7 @@ int Usage() {
   std::fprintf(stderr,
                "usage:\n"
                "  rvtjpeg encode IN.(png|ppm|pgm) OUT.jpg [-q 1..100] [-s grey|444|422|420] [-r MCUs] [-t threads]\n"
+               "         [-progressive] [-optimize]\n"
                "  rvtjpeg encode IN.(png|ppm|pgm) OUT.jpg -lossless 1..7[,Pt] [-p 2..16] [-r rows]\n"
                "  rvtjpeg decode IN.jpg OUT.(png|ppm|pgm) [-t threads]\n"
                "  rvtjpeg compare IN.(png|ppm|pgm) [-q 1..100] [-s grey|444|422|420] [-o DIR]\n");
@@ -75,6 +76,10 @@ bool ParseArgs(int argc, char** argv, Args* a) {
       if (*end != 0 || a->ll.predictor < 1 || a->ll.predictor > 7 || a->ll.point_transform < 0 ||
           a->ll.point_transform > 15)
         return false;
+    } else if (s == "-progressive") {
+      a->enc.progressive = true;
+    } else if (s == "-optimize") {
+      a->enc.optimize = true;
     } else if (s == "-p") {
       if (!value(&a->ll.precision) || a->ll.precision < 2 || a->ll.precision > 16) return false;
     } else if (s == "-t") {

@@ -40,7 +40,7 @@ current() {
   return 0
 }
 
-sources=(src/jpeg/huffman_tables.cc src/jpeg/huffman_encode.cc src/jpeg/huffman_decode.cc
+sources=(src/jpeg/huffman_tables.cc src/jpeg/huffman_encode.cc src/jpeg/huffman_decode.cc src/jpeg/huffman_progressive.cc
          src/tiff/packbits.cc src/texture/bc_decode.cc src/jpeg/lossless.cc src/frame/memory.cc
          core/rvtcore.cc)
 objs=()
@@ -54,7 +54,8 @@ done
 
 targets=(huffman_decode8x8_fuzzer huffman_decode_one_fuzzer huffman_decode_direct_fuzzer
          huffman_encode8x8_fuzzer tiff_unpack_fuzzer texture_decode_fuzzer
-         lossless_decode_row_fuzzer)
+         lossless_decode_row_fuzzer progressive_dc_first_fuzzer progressive_dc_refine_fuzzer
+         progressive_ac_first_fuzzer progressive_ac_refine_fuzzer)
 for t in "${targets[@]}"; do
   "$cxx" "${common[@]}" "${san[@]}" -fsanitize=fuzzer -fopenmp "$here/$t.cc" "${objs[@]}" \
     -lhwy -o "$out/$t"
@@ -69,6 +70,7 @@ for t in "${targets[@]}"; do
   seeds=()
   # Real files seed the block decoder (it reads their tables and scan).
   if [[ $t == huffman_decode8x8_fuzzer ]]; then seeds=("$root/testdata"); fi
+  if [[ -d $here/seeds/$t ]]; then seeds=("$here/seeds/$t"); fi
   echo "== $t: ${per}s"
   if ! "$out/$t" -max_total_time="$per" -max_len=8192 -rss_limit_mb=2048 -timeout=10 \
        -artifact_prefix="$out/$t-" \

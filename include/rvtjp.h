@@ -1035,6 +1035,114 @@ RvtResult rvtiSplit422LS_MCU_8u16s_C2P3R(const uint8_t* pSrc, int32_t srcStep, i
 RvtResult rvtiJoin422LS_MCU_16s8u_P3C2R(const int16_t* pSrcMCU[3], uint8_t* pDst, int32_t dstStep);
 /* a 422 MCU to 16x8 interleaved Y, Cb, Cr (48 row bytes): plus 128 saturated, each chroma row up-sampled by the triangle H2V1 row filter (edges replicate). Variant-1 processors run an implementation of their own (the chroma of the whole MCU first, then the rows); both give the same bytes. */
 RvtResult rvtiSampleUp422LS_MCU_16s8u_P3C3R(const int16_t* pSrcMCU[3], uint8_t* pDst, int32_t dstStep);
+/* ------------------------------------------------------------- Huffman statistics and optimal tables */
+
+/* Two-pass encoding: the statistics add to caller-zeroed arrays of int
+ * counters indexed by symbol (DC by category, AC by run * 16 + size) the
+ * symbols the matching encoder writes for the same block; the progressive
+ * AC ones keep the end-of-band run (and, for refinement, the count of
+ * pending correction bits) in an EncodeHuffmanState exactly as the encoder
+ * does, and a call with bFlushState counts the pending run and clears the
+ * state (only the counts and the state are looked at then).  Category
+ * limits, beyond which rvtStatusHuffData is returned with the counts so far
+ * kept: baseline DC 15 and AC 14, DCFirst 11, ACFirst 10, EOB runs 14.  Ss
+ * outside 1..63, Se outside Ss..63, or Al outside 0..13 give
+ * rvtStatusBadArg. */
+RvtResult rvtiGetHuffmanStatistics8x8_JPEG_16s_C1(const int16_t* pSrc, int* pDcStatistics,
+                                                  int* pAcStatistics, int16_t* pLastDC);
+RvtResult rvtiGetHuffmanStatisticsOne_JPEG_16s_C1(const int16_t* pSrc, int* pStatistics);
+RvtResult rvtiGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(const int16_t* pSrc,
+                                                          int* pDcStatistics, int16_t* pLastDC,
+                                                          int Al);
+RvtResult rvtiGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(const int16_t* pSrc,
+                                                          int* pAcStatistics, int Ss, int Se,
+                                                          int Al,
+                                                          EncodeHuffmanState* pEncHuffState,
+                                                          int bFlushState);
+RvtResult rvtiGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(const int16_t* pSrc,
+                                                           int* pAcStatistics, int Ss, int Se,
+                                                           int Al,
+                                                           EncodeHuffmanState* pEncHuffState,
+                                                           int bFlushState);
+/* The optimal table of 257 counters (the 257th is read and ignored) as a
+ * DHT segment carries it: 16 bytes of bits, then vals (at most 256 bytes).
+ * JPEG Annex K.2/K.3: ties go to the higher symbol, a reserved symbol keeps
+ * every real code from being all 1-bits, lengths are limited to 16 and vals
+ * are ordered by the code sizes before the limit.  rvtStatusHuffTable when
+ * a code would be longer than 32 bits (counts filled by hand). */
+RvtResult rvtiEncodeHuffmanRawTableInit_JPEG_8u(const int* pStatistics, uint8_t* pListBits,
+                                                uint8_t* pListVals);
+
+/* ------------------------------------------------------------- progressive Huffman coding */
+
+/* One block's share of a progressive scan (JPEG G.1.2 and G.2): DC first
+ * (difference of pSrc[0] >> Al), DC refinement (bit Al of pSrc[0]), AC
+ * first (band Ss..Se in zig-zag order, values >> Al) and AC refinement (bit
+ * Al of the band).  Bits, stuffing, positions and flushes are those of the
+ * baseline coders; the end-of-band run and the AC refinement encoder's
+ * correction bits (one per byte in the state's buffer, forced out with the
+ * run once more than 937 pend) stay in the state between blocks, so a state
+ * belongs to one scan of one component.  A run is emitted when it reaches
+ * 32767 blocks.  Encoders check the destination, its length (below 1:
+ * rvtStatusSize), the position, the AC spec and the state, then flush (the
+ * pending run and bits, a partial byte completed with 1-bits, the state
+ * cleared) or check the block, the predictor, Al (0..13), the band (Ss
+ * 1..63, Se Ss..63) and the DC spec.  Category limits: DCFirst 11, ACFirst
+ * 11, EOB-run 14 (rvtStatusHuffData).  On a failure the destination keeps
+ * the bytes written with the position past them, and the state keeps its
+ * values from before the call.
+ * Decoders check the source, its length (below 1: rvtStatusSize), the
+ * position and the other arguments in order.  They store the position and
+ * the reader's bits whatever happens, but change the block, the predictor
+ * and the end-of-band run only when the block's whole share decodes.  A
+ * block inside a run decodes without reading a symbol (and the refinement
+ * decoder reads its correction bits); seeing a marker does not clear the
+ * run: the run belongs to the scan, and the caller's state reset at a
+ * restart ends it, while the blocks of a run that end an interval still
+ * decode from the bits held before the marker.  A newly significant
+ * coefficient whose run leaves the band lands on the position after it
+ * (coefficient 63 past the block's end), as decoders commonly do. */
+RvtResult rvtiEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(const int16_t* pSrc, uint8_t* pDst,
+                                                     int nDstLenBytes, int* pDstCurrPos,
+                                                     int16_t* pLastDC, int Al,
+                                                     const EncodeHuffmanSpec* pDcTable,
+                                                     EncodeHuffmanState* pEncHuffState,
+                                                     int bFlushState);
+RvtResult rvtiEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(const int16_t* pSrc, uint8_t* pDst,
+                                                      int nDstLenBytes, int* pDstCurrPos, int Al,
+                                                      EncodeHuffmanState* pEncHuffState,
+                                                      int bFlushState);
+RvtResult rvtiEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(const int16_t* pSrc, uint8_t* pDst,
+                                                     int nDstLenBytes, int* pDstCurrPos, int Ss,
+                                                     int Se, int Al,
+                                                     const EncodeHuffmanSpec* pAcTable,
+                                                     EncodeHuffmanState* pEncHuffState,
+                                                     int bFlushState);
+RvtResult rvtiEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(const int16_t* pSrc, uint8_t* pDst,
+                                                      int nDstLenBytes, int* pDstCurrPos, int Ss,
+                                                      int Se, int Al,
+                                                      const EncodeHuffmanSpec* pAcTable,
+                                                      EncodeHuffmanState* pEncHuffState,
+                                                      int bFlushState);
+RvtResult rvtiDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(const uint8_t* pSrc, int nSrcLenBytes,
+                                                     int* pSrcCurrPos, int16_t* pDst,
+                                                     int16_t* pLastDC, int* pMarker, int Al,
+                                                     const DecodeHuffmanSpec* pDcTable,
+                                                     DecodeHuffmanState* pDecHuffState);
+RvtResult rvtiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(const uint8_t* pSrc, int nSrcLenBytes,
+                                                      int* pSrcCurrPos, int16_t* pDst,
+                                                      int* pMarker, int Al,
+                                                      DecodeHuffmanState* pDecHuffState);
+RvtResult rvtiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(const uint8_t* pSrc, int nSrcLenBytes,
+                                                     int* pSrcCurrPos, int16_t* pDst,
+                                                     int* pMarker, int Ss, int Se, int Al,
+                                                     const DecodeHuffmanSpec* pAcTable,
+                                                     DecodeHuffmanState* pDecHuffState);
+RvtResult rvtiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(const uint8_t* pSrc, int nSrcLenBytes,
+                                                      int* pSrcCurrPos, int16_t* pDst,
+                                                      int* pMarker, int Ss, int Se, int Al,
+                                                      const DecodeHuffmanSpec* pAcTable,
+                                                      DecodeHuffmanState* pDecHuffState);
 
 #ifdef __cplusplus
 }

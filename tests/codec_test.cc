@@ -348,7 +348,7 @@ TEST_F(Codec, UnsupportedStreamsAreRefused) {
     uint8_t value;
     const char* words;
   };
-  const Patch patches[] = {{1, 0xC2, "progressive"}, {1, 0xC3, "lossless"}, {1, 0xC9, "arithmetic"},
+  const Patch patches[] = {{1, 0xC6, "hierarchical"}, {1, 0xC3, "lossless"}, {1, 0xC9, "arithmetic"},
                            {4, 12, "12-bit"},        {5, 0, "DNL"}};
   Decoder decoder;
   for (const Patch& p : patches) {

@@ -394,6 +394,124 @@ uint64_t HuffmanDigest() {
   return d.value();
 }
 
+// Statistics, optimal tables and the progressive coders: blocks counted,
+// tables built from the counts, every scan kind coded with them (DC first
+// and refinement, AC first and refinement with a successive-approximation
+// step) and decoded back.
+uint64_t ProgressiveDigest() {
+  Digest d;
+  std::vector<int16_t> blocks = Random<int16_t>(24 * 64, 31, -300, 300);
+  for (size_t i = 0; i < blocks.size(); ++i) {
+    if (i % 64 && (i * 11) % 7 > 1) blocks[i] = 0;
+  }
+  for (size_t i = 64 * 8; i < 64 * 14; ++i) {
+    if (i % 64) blocks[i] = 0;  // empty bands: end-of-band runs
+  }
+  std::vector<int> dcc(257, 0), acc(257, 0), one(257, 0), dcf(257, 0), acf(257, 0), acr(257, 0);
+  int16_t last = 0;
+  for (int b = 0; b < 24; ++b) {
+    d.Status(rvtiGetHuffmanStatistics8x8_JPEG_16s_C1(&blocks[size_t(64 * b)], dcc.data(),
+                                                     acc.data(), &last));
+    d.Status(rvtiGetHuffmanStatisticsOne_JPEG_16s_C1(&blocks[size_t(64 * b)], one.data()));
+  }
+  EncodeHuffmanState* es = nullptr;
+  d.Status(rvtiEncodeHuffmanStateInitAlloc_JPEG_8u(&es));
+  last = 0;
+  for (int b = 0; b < 24; ++b) {
+    const int16_t* blk = &blocks[size_t(64 * b)];
+    d.Status(rvtiGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(blk, dcf.data(), &last, 1));
+  }
+  for (int b = 0; b < 24; ++b) {
+    d.Status(rvtiGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(&blocks[size_t(64 * b)], acf.data(),
+                                                             1, 63, 1, es, 0));
+  }
+  d.Status(rvtiGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(nullptr, acf.data(), 0, 0, 0, es, 1));
+  for (int b = 0; b < 24; ++b) {
+    d.Status(rvtiGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(&blocks[size_t(64 * b)], acr.data(),
+                                                              1, 63, 0, es, 0));
+  }
+  d.Status(rvtiGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(nullptr, acr.data(), 0, 0, 0, es, 1));
+  d.Add(dcc), d.Add(acc), d.Add(one), d.Add(dcf), d.Add(acf), d.Add(acr);
+  uint8_t bits[4][16], vals[4][256] = {};
+  const std::vector<int>* counts[4] = {&dcc, &dcf, &acf, &acr};
+  EncodeHuffmanSpec* enc[4];
+  DecodeHuffmanSpec* dec[4];
+  for (int t = 0; t < 4; ++t) {
+    d.Status(rvtiEncodeHuffmanRawTableInit_JPEG_8u(counts[t]->data(), bits[t], vals[t]));
+    d.Add(bits[t], 16), d.Add(vals[t], 256);
+    d.Status(rvtiEncodeHuffmanSpecInitAlloc_JPEG_8u(bits[t], vals[t], &enc[t]));
+    d.Status(rvtiDecodeHuffmanSpecInitAlloc_JPEG_8u(bits[t], vals[t], &dec[t]));
+  }
+  // Four scans: DC first (Al 1), AC first (1..63, Al 1), DC refinement,
+  // AC refinement; each flushed.
+  std::vector<uint8_t> out(16384, 0);
+  int pos = 0, starts[5];
+  last = 0;
+  starts[0] = pos;
+  for (int b = 0; b < 24; ++b) {
+    d.Status(rvtiEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(&blocks[size_t(64 * b)], out.data(), 16384,
+                                                        &pos, &last, 1, enc[1], es, 0));
+  }
+  d.Status(rvtiEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(nullptr, out.data(), 16384, &pos, nullptr, 1,
+                                                      nullptr, es, 1));
+  starts[1] = pos;
+  for (int b = 0; b < 24; ++b) {
+    d.Status(rvtiEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(&blocks[size_t(64 * b)], out.data(), 16384,
+                                                        &pos, 1, 63, 1, enc[2], es, 0));
+  }
+  d.Status(rvtiEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(nullptr, out.data(), 16384, &pos, 0, 0, 0,
+                                                      enc[2], es, 1));
+  starts[2] = pos;
+  for (int b = 0; b < 24; ++b) {
+    d.Status(rvtiEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(&blocks[size_t(64 * b)], out.data(), 16384,
+                                                         &pos, 0, es, 0));
+  }
+  d.Status(rvtiEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(nullptr, out.data(), 16384, &pos, 0, es, 1));
+  starts[3] = pos;
+  for (int b = 0; b < 24; ++b) {
+    d.Status(rvtiEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(&blocks[size_t(64 * b)], out.data(), 16384,
+                                                         &pos, 1, 63, 0, enc[3], es, 0));
+  }
+  d.Status(rvtiEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(nullptr, out.data(), 16384, &pos, 0, 0, 0,
+                                                       enc[3], es, 1));
+  starts[4] = pos;
+  d.Add(out), d.Add(starts, 5);
+
+  std::vector<int16_t> back(24 * 64, 0);
+  DecodeHuffmanState* ds = nullptr;
+  d.Status(rvtiDecodeHuffmanStateInitAlloc_JPEG_8u(&ds));
+  for (int scan = 0; scan < 4; ++scan) {
+    int in = starts[scan], marker = 0;
+    last = 0;
+    d.Status(rvtiDecodeHuffmanStateInit_JPEG_8u(ds));
+    for (int b = 0; b < 24; ++b) {
+      int16_t* blk = &back[size_t(64 * b)];
+      if (scan == 0) {
+        d.Status(rvtiDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(out.data(), starts[1], &in, blk, &last,
+                                                            &marker, 1, dec[1], ds));
+      } else if (scan == 1) {
+        d.Status(rvtiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(out.data(), starts[2], &in, blk,
+                                                            &marker, 1, 63, 1, dec[2], ds));
+      } else if (scan == 2) {
+        d.Status(rvtiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(out.data(), starts[3], &in, blk,
+                                                             &marker, 0, ds));
+      } else {
+        d.Status(rvtiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(out.data(), starts[4], &in, blk,
+                                                             &marker, 1, 63, 0, dec[3], ds));
+      }
+    }
+  }
+  EXPECT_EQ(back, blocks);
+  d.Add(back);
+  for (int t = 0; t < 4; ++t) {
+    d.Status(rvtiEncodeHuffmanSpecFree_JPEG_8u(enc[t]));
+    d.Status(rvtiDecodeHuffmanSpecFree_JPEG_8u(dec[t]));
+  }
+  d.Status(rvtiEncodeHuffmanStateFree_JPEG_8u(es));
+  d.Status(rvtiDecodeHuffmanStateFree_JPEG_8u(ds));
+  return d.value();
+}
+
 // The photo core transform: every export forward on random samples (full
 // 16-bit range, 20-bit 32-bit values, floats), then the inverse, digested
 // after each; the region forms on a 132x72 plane with a padded step.
@@ -783,7 +901,8 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"BC1 to BC5 textures", TextureDigest, 0xf0f1d397514ef635ull},
                           Family{"lossless", LosslessDigest, 0x97ddec0a60e20a4aull},
                           Family{"JPEG 2000", Jpeg2kDigest, 0x179f306254d03b0dull},
-                          Family{"MCU conversions", McuDigest, 0xe6159909f6d7ea64ull}}) {
+                          Family{"MCU conversions", McuDigest, 0xe6159909f6d7ea64ull},
+                          Family{"progressive Huffman", ProgressiveDigest, 0x7ed2257896f4aa39ull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }
