@@ -312,6 +312,45 @@ void Levels97(F fwd, I inv, S size, int lo, int hi, double tol, double back_tol)
   }
 }
 
+// Whole levels in place touch only the plane and the queried work buffer:
+// both laid flush against an inaccessible page (the buffer's end, then the
+// plane's end), every target equal to the reference.
+template <class T, class F, class S>
+void FencedLevels(const Impl<F>& impl, S size) {
+  test::Rng rng(31);
+  const std::pair<int, int> sizes[] = {{1, 9}, {9, 1}, {2, 2}, {2, 7}, {3, 5}, {17, 9}, {64, 33}, {35, 70}};
+  for (auto [w, h] : sizes) {
+    for (int par = 0; par < 4; ++par) {
+      const ImageRect r{par & 1, par >> 1, w, h};
+      uint32_t bytes = 0;
+      ASSERT_EQ(size(&r, &bytes), rvtStatusOk);
+      const size_t n = size_t(w) * size_t(h);
+      std::vector<T> plane(n);
+      for (auto& v : plane) v = T(rng.Uniform(-3000, 3000));
+      std::vector<T> want = plane;
+      std::vector<uint8_t> wbuf(bytes + 1);
+      ASSERT_EQ(test::Reference(impl)(want.data(), int32_t(w * sizeof(T)), &r, wbuf.data()), rvtStatusOk);
+      for (const auto& t : test::AllTargets(impl)) {
+        test::PageFence pf(n * sizeof(T)), bf(bytes + 1);
+        ASSERT_TRUE(pf.ok() && bf.ok());
+        T* p = reinterpret_cast<T*>(pf.BeforeHigh(n * sizeof(T)));
+        std::copy(plane.begin(), plane.end(), p);
+        ASSERT_EQ(t.fn(p, int32_t(w * sizeof(T)), &r, bf.BeforeHigh(bytes ? bytes : 1)), rvtStatusOk);
+        ASSERT_TRUE(std::equal(want.begin(), want.end(), p)) << t.name << " " << w << "x" << h << " parity " << par;
+      }
+    }
+  }
+}
+
+TEST(Wavelet97, WholeLevelsStayInsideThePlaneAndTheBuffer) {
+  FencedLevels<int16_t>(impl_rvtiWTFwd_D97_JPEG2K_16s_C1IR, rvtiWTGetBufSize_D97_JPEG2K_16s_C1IR);
+  FencedLevels<int16_t>(impl_rvtiWTInv_D97_JPEG2K_16s_C1IR, rvtiWTGetBufSize_D97_JPEG2K_16s_C1IR);
+  FencedLevels<int32_t>(impl_rvtiWTFwd_D97_JPEG2K_32s_C1IR, rvtiWTGetBufSize_D97_JPEG2K_32s_C1IR);
+  FencedLevels<int32_t>(impl_rvtiWTInv_D97_JPEG2K_32s_C1IR, rvtiWTGetBufSize_D97_JPEG2K_32s_C1IR);
+  FencedLevels<int16_t>(impl_rvtiWTFwd_B53_JPEG2K_16s_C1IR, rvtiWTGetBufSize_B53_JPEG2K_16s_C1IR);
+  FencedLevels<int32_t>(impl_rvtiWTInv_B53_JPEG2K_32s_C1IR, rvtiWTGetBufSize_B53_JPEG2K_32s_C1IR);
+}
+
 TEST(Wavelet97, WholeLevelsAgreeWithThePlainTransform) {
   Levels97<int32_t>(rvtiWTFwd_D97_JPEG2K_32s_C1IR, rvtiWTInv_D97_JPEG2K_32s_C1IR,
                     rvtiWTGetBufSize_D97_JPEG2K_32s_C1IR, -5000, 5000, 4.0, 8.0);
