@@ -830,7 +830,8 @@ RvtResult rvtiDecodeHuffmanRow_JPEG_1u16s_C1P4(const uint8_t* pSrc, int nSrcLenB
  * height alone (LL ceil(w/2) x ceil(h/2), LH ceil(w/2) x floor(h/2), HL
  * floor(w/2) x ceil(h/2), HH floor(w/2) x floor(h/2)), whatever the
  * origin's parity.  pBuffer holds at least the bytes that the matching
- * rvtiWTGetBufSize_ export returns (any alignment) and may not be null.
+ * rvtiWTGetBufSize_ export returns (any alignment) and may not be null;
+ * its content afterwards is scratch (it differs between processors).
  * Checks, in place: pSrcDst (null), its step, pTileRect, pBuffer (null),
  * then width or height below 1 (rvtStatusSize).  C1R forward: pSrc, the
  * band arrays, pTileRect, pBuffer (null); srcStep; the four band pointers;
@@ -910,8 +911,7 @@ RvtResult rvtiWTInvCol_D97_JPEG2K_32f_C1R(const float* pSrcLow, int32_t srcLowSt
 RvtResult rvtiWTFwdColLift_D97_JPEG2K_32f_C1(const float* p0, const float* p1, const float* p2, float* p3, float* p4, float* p5, float* p6, float* p7, int32_t width);
 RvtResult rvtiWTInvColLift_D97_JPEG2K_32f_C1(float* p0, float* p1, const float* p2, float* p3, const float* p4, float* p5, float* p6, const float* p7, int32_t width);
 
-/* Irreversible 9/7 whole levels (16s, 32s; the reference serves every
- * processor): as the 5/3 ones (rectangle, parities, quadrants, four-plane
+/* Irreversible 9/7 whole levels (16s, 32s): as the 5/3 ones (rectangle, parities, quadrants, four-plane
  * copies, checks), with the fixed-point 9/7 steps along every line of two
  * or more samples (4 samples of whole-sample symmetric extension; each
  * line's last low-pass output rounds twice, the others fuse delta and

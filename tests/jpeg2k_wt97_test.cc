@@ -312,6 +312,45 @@ void Levels97(F fwd, I inv, S size, int lo, int hi, double tol, double back_tol)
   }
 }
 
+// Whole levels in place touch only the plane and the queried work buffer:
+// both laid flush against an inaccessible page (the buffer's end, then the
+// plane's end), every target equal to the reference.
+template <class T, class F, class S>
+void FencedLevels(const Impl<F>& impl, S size) {
+  test::Rng rng(31);
+  const std::pair<int, int> sizes[] = {{1, 9}, {9, 1}, {2, 2}, {2, 7}, {3, 5}, {17, 9}, {64, 33}, {35, 70}};
+  for (auto [w, h] : sizes) {
+    for (int par = 0; par < 4; ++par) {
+      const ImageRect r{par & 1, par >> 1, w, h};
+      uint32_t bytes = 0;
+      ASSERT_EQ(size(&r, &bytes), rvtStatusOk);
+      const size_t n = size_t(w) * size_t(h);
+      std::vector<T> plane(n);
+      for (auto& v : plane) v = T(rng.Uniform(-3000, 3000));
+      std::vector<T> want = plane;
+      std::vector<uint8_t> wbuf(bytes + 1);
+      ASSERT_EQ(test::Reference(impl)(want.data(), int32_t(w * sizeof(T)), &r, wbuf.data()), rvtStatusOk);
+      for (const auto& t : test::AllTargets(impl)) {
+        test::PageFence pf(n * sizeof(T)), bf(bytes + 1);
+        ASSERT_TRUE(pf.ok() && bf.ok());
+        T* p = reinterpret_cast<T*>(pf.BeforeHigh(n * sizeof(T)));
+        std::copy(plane.begin(), plane.end(), p);
+        ASSERT_EQ(t.fn(p, int32_t(w * sizeof(T)), &r, bf.BeforeHigh(bytes ? bytes : 1)), rvtStatusOk);
+        ASSERT_TRUE(std::equal(want.begin(), want.end(), p)) << t.name << " " << w << "x" << h << " parity " << par;
+      }
+    }
+  }
+}
+
+TEST(Wavelet97, WholeLevelsStayInsideThePlaneAndTheBuffer) {
+  FencedLevels<int16_t>(impl_rvtiWTFwd_D97_JPEG2K_16s_C1IR, rvtiWTGetBufSize_D97_JPEG2K_16s_C1IR);
+  FencedLevels<int16_t>(impl_rvtiWTInv_D97_JPEG2K_16s_C1IR, rvtiWTGetBufSize_D97_JPEG2K_16s_C1IR);
+  FencedLevels<int32_t>(impl_rvtiWTFwd_D97_JPEG2K_32s_C1IR, rvtiWTGetBufSize_D97_JPEG2K_32s_C1IR);
+  FencedLevels<int32_t>(impl_rvtiWTInv_D97_JPEG2K_32s_C1IR, rvtiWTGetBufSize_D97_JPEG2K_32s_C1IR);
+  FencedLevels<int16_t>(impl_rvtiWTFwd_B53_JPEG2K_16s_C1IR, rvtiWTGetBufSize_B53_JPEG2K_16s_C1IR);
+  FencedLevels<int32_t>(impl_rvtiWTInv_B53_JPEG2K_32s_C1IR, rvtiWTGetBufSize_B53_JPEG2K_32s_C1IR);
+}
+
 TEST(Wavelet97, WholeLevelsAgreeWithThePlainTransform) {
   Levels97<int32_t>(rvtiWTFwd_D97_JPEG2K_32s_C1IR, rvtiWTInv_D97_JPEG2K_32s_C1IR,
                     rvtiWTGetBufSize_D97_JPEG2K_32s_C1IR, -5000, 5000, 4.0, 8.0);
@@ -335,40 +374,53 @@ std::vector<int> Widths97() {
   return w;
 }
 
-// Float passes: random signals with random borders (4 + 4 samples or rows
+// Passes: random signals with random borders (4 + 4 samples or rows
 // around the interleaved signal; 2 coefficients each side of the bands).
+// Fixed point alternates full-range samples (16s saturating, 32s wrapping
+// and needing the full 64-bit products) with moderate ones.
+template <class T>
+std::pair<T, T> Range97(int w) {
+  if constexpr (std::is_same_v<T, float>) {
+    return {-1000.f, 1000.f};
+  } else {
+    if (w % 2) return {std::numeric_limits<T>::min(), std::numeric_limits<T>::max()};
+    return {T(-3000), T(3000)};
+  }
+}
+template <class T>
 auto PassCheck97(bool fwd, bool rows) {
-  using T = float;
+  constexpr int kB = int(sizeof(T));
   return test::Cases{
       [fwd, rows](test::Rng& rng) {
         std::vector<test::Case> out;
         for (int w : Widths97()) {
           const int h = rows ? 1 + w % 3 : 1 + w % 5;
           const int phase = w % 3 == 2 ? 7 : w & 1;
+          const auto [lo, hi] = Range97<T>(w);
           test::Case c;
           c.label = std::to_string(w) + "x" + std::to_string(h) + " phase " + std::to_string(phase);
           c.roi = {w, h};
           c.arg[0] = phase;
-          const int mis = 4 * (w % 4);
+          const int mis = kB * (w % 4);
           if (fwd) {
             if (rows) {
               c.in.push_back(test::PlaneOf<T>(2 * w + 8, h, 0, mis));
             } else {
               c.in.push_back(test::PlaneOf<T>(w, 2 * h + 8, 0, mis));
             }
-            c.arg[1] = rows ? 4 : 4 * c.in[0].step() / 4;
-            c.in[0].Fill<T>(rng, -1000.f, 1000.f);
-            for (int k = 0; k < 2; ++k) c.out.push_back(test::PlaneOf<T>(w, h, 0, (mis + 8 * k) % 32));
+            c.arg[1] = rows ? 4 : 4 * c.in[0].step() / kB;
+            c.in[0].template Fill<T>(rng, lo, hi);
+            for (int k = 0; k < 2; ++k) c.out.push_back(test::PlaneOf<T>(w, h, 0, (mis + 2 * kB * k) % 32));
           } else {
             for (int k = 0; k < 2; ++k) {
               if (rows) {
-                c.in.push_back(test::PlaneOf<T>(w + 4, h, int32_t(4 * (w + 6)), mis));
+                c.in.push_back(test::PlaneOf<T>(w + 4, h, int32_t(kB * (w + 6)), mis));
               } else {
-                c.in.push_back(test::PlaneOf<T>(w, h + 4, int32_t(4 * (w + 6)), mis));
+                c.in.push_back(test::PlaneOf<T>(w, h + 4, int32_t(kB * (w + 6)), mis));
               }
-              c.in.back().Fill<T>(rng, -1000.f, 1000.f);
+              c.in.back().template Fill<T>(rng, lo, hi);
             }
-            c.arg[1] = rows ? 2 : 2 * c.in[0].step() / 4;
+            c.arg[1] = rows ? 2 : 2 * c.in[0].step() / kB;
             if (rows) {
               c.out.push_back(test::PlaneOf<T>(2 * w, h, 0, mis));
             } else {
@@ -391,24 +443,29 @@ auto PassCheck97(bool fwd, bool rows) {
         }
       }};
 }
-RVT_CHECKASM(rvtiWTFwdRow_D97_JPEG2K_32f_C1R, PassCheck97(true, true));
-RVT_CHECKASM(rvtiWTInvRow_D97_JPEG2K_32f_C1R, PassCheck97(false, true));
-RVT_CHECKASM(rvtiWTFwdCol_D97_JPEG2K_32f_C1R, PassCheck97(true, false));
-RVT_CHECKASM(rvtiWTInvCol_D97_JPEG2K_32f_C1R, PassCheck97(false, false));
+RVT_CHECKASM(rvtiWTFwdRow_D97_JPEG2K_32f_C1R, PassCheck97<float>(true, true));
+RVT_CHECKASM(rvtiWTInvRow_D97_JPEG2K_32f_C1R, PassCheck97<float>(false, true));
+RVT_CHECKASM(rvtiWTFwdCol_D97_JPEG2K_32f_C1R, PassCheck97<float>(true, false));
+RVT_CHECKASM(rvtiWTInvCol_D97_JPEG2K_32f_C1R, PassCheck97<float>(false, false));
+RVT_CHECKASM(rvtiWTFwdRow_D97_JPEG2K_16s_C1R, PassCheck97<int16_t>(true, true));
+RVT_CHECKASM(rvtiWTInvRow_D97_JPEG2K_16s_C1R, PassCheck97<int16_t>(false, true));
+RVT_CHECKASM(rvtiWTFwdRow_D97_JPEG2K_32s_C1R, PassCheck97<int32_t>(true, true));
+RVT_CHECKASM(rvtiWTInvRow_D97_JPEG2K_32s_C1R, PassCheck97<int32_t>(false, true));
 
 // Column lifts: eight rows; three read, five updated (forward) or the
 // mirror (inverse).
+template <class T>
 auto LiftCheck97() {
-  using T = float;
   return test::Cases{[](test::Rng& rng) {
                        std::vector<test::Case> out;
                        for (int w : Widths97()) {
+                         const auto [lo, hi] = Range97<T>(w);
                          test::Case c;
                          c.label = "width " + std::to_string(w);
                          c.arg[0] = w;
                          for (int k = 0; k < 8; ++k) {
-                           c.out.push_back(test::ArrayOf<T>(w, 4 * ((w + k) % 5)));
-                           c.out.back().Fill<T>(rng, -1000.f, 1000.f);
+                           c.out.push_back(test::ArrayOf<T>(w, int(sizeof(T)) * ((w + k) % 5)));
+                           c.out.back().template Fill<T>(rng, lo, hi);
                          }
                          out.push_back(std::move(c));
                        }
@@ -420,8 +477,58 @@ auto LiftCheck97() {
                        return fn(p[0], p[1], p[2], p[3], p[4], p[5], p[6], p[7], int32_t(c.arg[0]));
                      }};
 }
-RVT_CHECKASM(rvtiWTFwdColLift_D97_JPEG2K_32f_C1, LiftCheck97());
-RVT_CHECKASM(rvtiWTInvColLift_D97_JPEG2K_32f_C1, LiftCheck97());
+RVT_CHECKASM(rvtiWTFwdColLift_D97_JPEG2K_32f_C1, LiftCheck97<float>());
+RVT_CHECKASM(rvtiWTInvColLift_D97_JPEG2K_32f_C1, LiftCheck97<float>());
+RVT_CHECKASM(rvtiWTFwdColLift_D97_JPEG2K_16s_C1, LiftCheck97<int16_t>());
+RVT_CHECKASM(rvtiWTInvColLift_D97_JPEG2K_16s_C1, LiftCheck97<int16_t>());
+RVT_CHECKASM(rvtiWTFwdColLift_D97_JPEG2K_32s_C1, LiftCheck97<int32_t>());
+RVT_CHECKASM(rvtiWTInvColLift_D97_JPEG2K_32s_C1, LiftCheck97<int32_t>());
+
+// The forward passes read exactly their borders: the source (4 + 4 or 3 +
+// 4 samples or rows around the signal, by phase) laid flush against an
+// inaccessible page on either side, every target equal to the reference.
+template <class T, class Fn>
+void FencedForward(const Impl<Fn>& impl, bool rows) {
+  test::Rng rng(21);
+  for (int w : {1, 2, 3, 7, 8, 9, 16, 17, 33, 64}) {
+    for (int h : {1, 2, 3, 5}) {
+      for (int p : {0, 1}) {
+        const int before = 4 - p, after = 3 + p;
+        // Rows: h rows of 2w + 7 samples; columns: 2h + 7 rows of w.
+        const int sw = rows ? 2 * w + before + after : w, sh = rows ? h : 2 * h + before + after;
+        const size_t n = size_t(sw) * size_t(sh);
+        std::vector<T> src(n), want_l(size_t(w * h)), want_h(want_l.size());
+        for (auto& v : src) v = T(rng.Uniform(-2000, 2000));
+        const int32_t step = int32_t(sw * sizeof(T));
+        const ptrdiff_t origin = rows ? before : ptrdiff_t(before) * sw;
+        ASSERT_EQ(test::Reference(impl)(src.data() + origin, step, want_l.data(), int32_t(w * sizeof(T)),
+                                        want_h.data(), int32_t(w * sizeof(T)), {w, h}, p),
+                  rvtStatusOk);
+        for (const auto& t : test::AllTargets(impl)) {
+          for (bool high_side : {false, true}) {
+            test::PageFence fence(n * sizeof(T));
+            ASSERT_TRUE(fence.ok());
+            T* s = reinterpret_cast<T*>(high_side ? fence.BeforeHigh(n * sizeof(T)) : fence.AfterLow());
+            std::copy(src.begin(), src.end(), s);
+            std::vector<T> l(want_l.size()), hh(want_h.size());
+            ASSERT_EQ(t.fn(s + origin, step, l.data(), int32_t(w * sizeof(T)), hh.data(), int32_t(w * sizeof(T)),
+                           {w, h}, p),
+                      rvtStatusOk);
+            ASSERT_EQ(l, want_l) << t.name << " " << w << "x" << h << " phase " << p;
+            ASSERT_EQ(hh, want_h) << t.name << " " << w << "x" << h << " phase " << p;
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(Wavelet97, ForwardPassesReadOnlyTheirBorders) {
+  FencedForward<float>(impl_rvtiWTFwdCol_D97_JPEG2K_32f_C1R, false);
+  FencedForward<float>(impl_rvtiWTFwdRow_D97_JPEG2K_32f_C1R, true);
+  FencedForward<int16_t>(impl_rvtiWTFwdRow_D97_JPEG2K_16s_C1R, true);
+  FencedForward<int32_t>(impl_rvtiWTFwdRow_D97_JPEG2K_32s_C1R, true);
+}
 
 }  // namespace
 }  // namespace rvt

@@ -10,6 +10,7 @@
 
 #include "checkasm.h"
 #include "jpeg2k/wt53.h"
+#include "jpeg2k/wt97.h"
 #include "photo.h"
 
 namespace rvt {
@@ -543,9 +544,9 @@ std::vector<ImageRect> LevelRects(test::Rng& rng) {
   return r;
 }
 template <class T>
-auto LevelCheck(bool fwd, bool inPlace) {
+auto LevelCheck(bool fwd, bool inPlace, bool d97 = false) {
   return test::Cases{
-      [fwd, inPlace](test::Rng& rng) {
+      [fwd, inPlace, d97](test::Rng& rng) {
         std::vector<test::Case> out;
         for (const ImageRect& r : LevelRects(rng)) {
           test::Case c;
@@ -554,7 +555,8 @@ auto LevelCheck(bool fwd, bool inPlace) {
           const int mis = int(sizeof(T)) * (r.width % 3);
           c.in.push_back(test::ArrayOf<int32_t>(4));
           std::memcpy(c.in[0].as<int32_t>(), &r, sizeof r);
-          const uint32_t bytes = inPlace ? wt53::BufSizeI(r, sizeof(T)) : wt53::BufSize4(r, sizeof(T));
+          const uint32_t bytes = d97 ? (inPlace ? wt97::BufSizeI(r, sizeof(T)) : wt97::BufSize4(r, sizeof(T)))
+                                     : (inPlace ? wt53::BufSizeI(r, sizeof(T)) : wt53::BufSize4(r, sizeof(T)));
           const T lo = std::numeric_limits<T>::min(), hi = std::numeric_limits<T>::max();
           c.out.push_back(test::ArrayOf<uint8_t>(int(std::max<uint32_t>(bytes, 1)), r.height % 4));
           auto bands = [&](std::vector<test::Buf>& v, bool fill) {
@@ -580,6 +582,13 @@ auto LevelCheck(bool fwd, bool inPlace) {
         return out;
       },
       [fwd, inPlace](auto fn, test::Case& c) {
+        // The work buffer is scratch: its bytes are cleared after the call,
+        // its guards still compared.
+        auto scratch = [&c](RvtResult st) {
+          std::memset(c.out[0].as<uint8_t>(), 0, size_t(c.out[0].plane.width()));
+          return st;
+        };
+        return scratch([&] {
         const ImageRect* r = c.in[0].as<ImageRect>();
         uint8_t* buf = c.out[0].as<uint8_t>();
         if constexpr (std::is_invocable_v<decltype(fn), T*, int32_t, const ImageRect*, uint8_t*>) {
@@ -596,6 +605,7 @@ auto LevelCheck(bool fwd, bool inPlace) {
           for (int k = 0; k < 4; ++k) p[k] = c.in[size_t(k + 1)].as<T>(), s[k] = c.in[size_t(k + 1)].step();
           return fn(p, s, c.out[1].as<T>(), c.out[1].step(), r, buf);
         }
+        }());
         (void)fwd, (void)inPlace;
       }};
 }
@@ -607,6 +617,15 @@ RVT_CHECKASM(rvtiWTFwd_B53_JPEG2K_16s_C1R, LevelCheck<int16_t>(kFwd, false));
 RVT_CHECKASM(rvtiWTFwd_B53_JPEG2K_32s_C1R, LevelCheck<int32_t>(kFwd, false));
 RVT_CHECKASM(rvtiWTInv_B53_JPEG2K_16s_C1R, LevelCheck<int16_t>(kInv, false));
 RVT_CHECKASM(rvtiWTInv_B53_JPEG2K_32s_C1R, LevelCheck<int32_t>(kInv, false));
+constexpr bool kD97 = true;
+RVT_CHECKASM(rvtiWTFwd_D97_JPEG2K_16s_C1IR, LevelCheck<int16_t>(kFwd, true, kD97));
+RVT_CHECKASM(rvtiWTFwd_D97_JPEG2K_32s_C1IR, LevelCheck<int32_t>(kFwd, true, kD97));
+RVT_CHECKASM(rvtiWTInv_D97_JPEG2K_16s_C1IR, LevelCheck<int16_t>(kInv, true, kD97));
+RVT_CHECKASM(rvtiWTInv_D97_JPEG2K_32s_C1IR, LevelCheck<int32_t>(kInv, true, kD97));
+RVT_CHECKASM(rvtiWTFwd_D97_JPEG2K_16s_C1R, LevelCheck<int16_t>(kFwd, false, kD97));
+RVT_CHECKASM(rvtiWTFwd_D97_JPEG2K_32s_C1R, LevelCheck<int32_t>(kFwd, false, kD97));
+RVT_CHECKASM(rvtiWTInv_D97_JPEG2K_16s_C1R, LevelCheck<int16_t>(kInv, false, kD97));
+RVT_CHECKASM(rvtiWTInv_D97_JPEG2K_32s_C1R, LevelCheck<int32_t>(kInv, false, kD97));
 
 }  // namespace
 }  // namespace rvt

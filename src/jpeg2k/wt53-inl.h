@@ -79,6 +79,14 @@ struct Kernels {
     }
     Ref::RowInv(s, dd, x, n, phase, i);
   }
+  static void ColFwdPlane(const T* x, int32_t xs, T* low, int32_t ls, T* high, int32_t hs, int32_t w,
+                          int32_t h, int32_t p) {
+    ColFwdRows<T, Kernels>(x, xs, low, ls, high, hs, w, h, p);
+  }
+  static void ColInvPlane(const T* s, int32_t ss, const T* dd, int32_t ds, T* x, int32_t xs,
+                          int32_t w, int32_t h, int32_t p) {
+    ColInvRows<T, Kernels>(s, ss, dd, ds, x, xs, w, h, p);
+  }
   static void ColFwd(const T* x0, const T* x1, const T* x2, const T* x3, const T* x4, T* low,
                      T* high, int32_t n, int32_t phase) {
     const D d;

@@ -31,9 +31,9 @@ namespace rvt {
 RVT_WT53_IMPLS(16s, V16, Ref16);
 RVT_WT53_IMPLS(32s, V32, Ref32);
 #undef RVT_WT53_IMPLS
-RVT_IMPL_PLAIN(rvtiWTGetBufSize_B53_JPEG2K_16s_C1IR, wt53::GetBufSizeI<2>);
-RVT_IMPL_PLAIN(rvtiWTGetBufSize_B53_JPEG2K_32s_C1IR, wt53::GetBufSizeI<4>);
-RVT_IMPL_PLAIN(rvtiWTGetBufSize_B53_JPEG2K_16s_C1R, wt53::GetBufSize4<2>);
-RVT_IMPL_PLAIN(rvtiWTGetBufSize_B53_JPEG2K_32s_C1R, wt53::GetBufSize4<4>);
+RVT_IMPL_PLAIN(rvtiWTGetBufSize_B53_JPEG2K_16s_C1IR, (wt53::GetBufSize<2, 3, 4, false>));
+RVT_IMPL_PLAIN(rvtiWTGetBufSize_B53_JPEG2K_32s_C1IR, (wt53::GetBufSize<4, 3, 4, false>));
+RVT_IMPL_PLAIN(rvtiWTGetBufSize_B53_JPEG2K_16s_C1R, (wt53::GetBufSize<2, 3, 4, true>));
+RVT_IMPL_PLAIN(rvtiWTGetBufSize_B53_JPEG2K_32s_C1R, (wt53::GetBufSize<4, 3, 4, true>));
 }  // namespace rvt
 #endif  // HWY_ONCE

@@ -80,6 +80,36 @@ T Sub(T a, T b) {
   return T(Wrap32(int64_t(a) - b));
 }
 
+// ---------------------------------------------------------------- helpers
+template <class T>
+T* At(T* p, ptrdiff_t bytes) {
+  using B = std::conditional_t<std::is_const_v<T>, const uint8_t, uint8_t>;
+  return reinterpret_cast<T*>(reinterpret_cast<B*>(p) + bytes);
+}
+
+// The 5/3 plane forms: output row i from source rows 2i - 2 + phase ..
+// 2i + 2 + phase, each row by K's element kernel.
+template <class T, class K>
+void ColFwdRows(const T* pSrc, int32_t srcStep, T* pLow, int32_t lowStep, T* pHigh, int32_t highStep,
+                int32_t w, int32_t h, int32_t ph) {
+  for (int32_t i = 0; i < h; ++i) {
+    const T* r = At(pSrc, ptrdiff_t(srcStep) * (2 * i - 2 + ph));
+    K::ColFwd(r, At(r, srcStep), At(r, 2 * ptrdiff_t(srcStep)), At(r, 3 * ptrdiff_t(srcStep)),
+              At(r, 4 * ptrdiff_t(srcStep)), At(pLow, ptrdiff_t(lowStep) * i),
+              At(pHigh, ptrdiff_t(highStep) * i), w, ph);
+  }
+}
+template <class T, class K>
+void ColInvRows(const T* pLow, int32_t lowStep, const T* pHigh, int32_t highStep, T* pDst,
+                int32_t dstStep, int32_t w, int32_t h, int32_t ph) {
+  for (int32_t i = 0; i < h; ++i) {
+    const T* d = At(pHigh, ptrdiff_t(highStep) * i);
+    K::ColInv(At(pLow, ptrdiff_t(lowStep) * (i - ph)), At(d, -ptrdiff_t(highStep)), d,
+              At(pLow, ptrdiff_t(lowStep) * (i + 1 - ph)), At(d, ptrdiff_t(highStep)),
+              At(pDst, ptrdiff_t(dstStep) * 2 * i), At(pDst, ptrdiff_t(dstStep) * (2 * i + 1)), w, ph);
+  }
+}
+
 // ---------------------------------------------------------------- kernels
 // The scalar reference kernel set; a target's set (wt53-inl.h) has the
 // same members.  Every member runs elements [from, n) so that vector
@@ -110,6 +140,14 @@ struct RefKernels {
       StoreAt(x + 2 * i, phase ? m : e0);
       StoreAt(x + 2 * i + 1, phase ? e1 : m);
     }
+  }
+  static void ColFwdPlane(const T* x, int32_t xs, T* low, int32_t ls, T* high, int32_t hs, int32_t w,
+                          int32_t h, int32_t p) {
+    ColFwdRows<T, RefKernels>(x, xs, low, ls, high, hs, w, h, p);
+  }
+  static void ColInvPlane(const T* s, int32_t ss, const T* d, int32_t ds, T* x, int32_t xs, int32_t w,
+                          int32_t h, int32_t p) {
+    ColInvRows<T, RefKernels>(s, ss, d, ds, x, xs, w, h, p);
   }
   // The same per element of five rows (column passes).
   static void ColFwd(const T* x0, const T* x1, const T* x2, const T* x3, const T* x4, T* low,
@@ -168,13 +206,6 @@ struct RefKernels {
   }
 };
 
-// ---------------------------------------------------------------- helpers
-template <class T>
-T* At(T* p, ptrdiff_t bytes) {
-  using B = std::conditional_t<std::is_const_v<T>, const uint8_t, uint8_t>;
-  return reinterpret_cast<T*>(reinterpret_cast<B*>(p) + bytes);
-}
-
 // ---------------------------------------------------------------- passes
 template <class T, class K>
 RvtResult FwdRow(const T* pSrc, int32_t srcStep, T* pLow, int32_t lowStep, T* pHigh,
@@ -196,32 +227,19 @@ RvtResult InvRow(const T* pLow, int32_t lowStep, const T* pHigh, int32_t highSte
               At(pDst, ptrdiff_t(dstStep) * y), roi.width, ph);
   return rvtStatusOk;
 }
-// Columns: output row i from source rows 2i - 2 + phase .. 2i + 2 + phase.
+// Column passes of either kernel: the checks, then the kernel's plane form.
 template <class T, class K>
 RvtResult FwdCol(const T* pSrc, int32_t srcStep, T* pLow, int32_t lowStep, T* pHigh,
                  int32_t highStep, ImageSize roi, int32_t phase) {
   RVT_CHECK(CheckPass(pSrc, srcStep, pLow, lowStep, pHigh, highStep, roi));
-  const int32_t ph = phase ? 1 : 0;
-  for (int32_t i = 0; i < roi.height; ++i) {
-    const T* r = At(pSrc, ptrdiff_t(srcStep) * (2 * i - 2 + ph));
-    K::ColFwd(r, At(r, srcStep), At(r, 2 * ptrdiff_t(srcStep)), At(r, 3 * ptrdiff_t(srcStep)),
-              At(r, 4 * ptrdiff_t(srcStep)), At(pLow, ptrdiff_t(lowStep) * i),
-              At(pHigh, ptrdiff_t(highStep) * i), roi.width, ph);
-  }
+  K::ColFwdPlane(pSrc, srcStep, pLow, lowStep, pHigh, highStep, roi.width, roi.height, phase ? 1 : 0);
   return rvtStatusOk;
 }
 template <class T, class K>
 RvtResult InvCol(const T* pLow, int32_t lowStep, const T* pHigh, int32_t highStep, ImageSize roi,
                  T* pDst, int32_t dstStep, int32_t phase) {
   RVT_CHECK(CheckPass(pLow, lowStep, pHigh, highStep, pDst, dstStep, roi));
-  const int32_t ph = phase ? 1 : 0;
-  for (int32_t i = 0; i < roi.height; ++i) {
-    const T* d = At(pHigh, ptrdiff_t(highStep) * i);
-    K::ColInv(At(pLow, ptrdiff_t(lowStep) * (i - ph)), At(d, -ptrdiff_t(highStep)), d,
-              At(pLow, ptrdiff_t(lowStep) * (i + 1 - ph)), At(d, ptrdiff_t(highStep)),
-              At(pDst, ptrdiff_t(dstStep) * 2 * i), At(pDst, ptrdiff_t(dstStep) * (2 * i + 1)),
-              roi.width, ph);
-  }
+  K::ColInvPlane(pLow, lowStep, pHigh, highStep, pDst, dstStep, roi.width, roi.height, phase ? 1 : 0);
   return rvtStatusOk;
 }
 template <class T, class K>
@@ -243,28 +261,25 @@ RvtResult InvLift(const T* low, const T* hp, const T* h, const T* ep, T* odd, T*
 
 // ---------------------------------------------------------------- whole levels
 // Work-buffer bytes of the in-place level (one row or column and its
-// extension), and of the four-plane level (a copy of the region added).
-inline uint32_t BufSizeI(const ImageRect& r, int bytes) {
-  if (r.width < 3 && r.height < 3) return 0;
+// extension: none when both sides are shorter than `shortest`), and of the
+// four-plane level (a copy of the region added).  5/3: 3 and 4 samples;
+// 9/7: 2 and 8.
+inline uint32_t LineBuf(const ImageRect& r, int bytes, int32_t shortest, int32_t ext) {
+  if (r.width < shortest && r.height < shortest) return 0;
   const int64_t m = int64_t(r.width > r.height ? r.width : r.height);
-  return uint32_t(bytes * m + 4 * bytes);
+  return uint32_t(bytes * m + ext * bytes);
 }
+inline uint32_t BufSizeI(const ImageRect& r, int bytes) { return LineBuf(r, bytes, 3, 4); }
 inline int32_t Pitch(int32_t w, int bytes) { return (bytes * w + 31) & ~31; }
-inline uint32_t BufSize4(const ImageRect& r, int bytes) {
-  return BufSizeI(r, bytes) + uint32_t(Pitch(r.width, bytes)) * uint32_t(r.height);
+inline uint32_t PlaneCopy(const ImageRect& r, int bytes) {
+  return uint32_t(Pitch(r.width, bytes)) * uint32_t(r.height);
 }
-template <int kBytes>
-RvtResult GetBufSizeI(const ImageRect* pTileRect, uint32_t* pSize) {
+inline uint32_t BufSize4(const ImageRect& r, int bytes) { return BufSizeI(r, bytes) + PlaneCopy(r, bytes); }
+template <int kBytes, int kShortest, int kExt, bool kPlanes>
+RvtResult GetBufSize(const ImageRect* pTileRect, uint32_t* pSize) {
   RVT_CHECK(CheckPtr(pTileRect));
   RVT_CHECK(CheckPtr(pSize));
-  *pSize = BufSizeI(*pTileRect, kBytes);
-  return rvtStatusOk;
-}
-template <int kBytes>
-RvtResult GetBufSize4(const ImageRect* pTileRect, uint32_t* pSize) {
-  RVT_CHECK(CheckPtr(pTileRect));
-  RVT_CHECK(CheckPtr(pSize));
-  *pSize = BufSize4(*pTileRect, kBytes);
+  *pSize = LineBuf(*pTileRect, kBytes, kShortest, kExt) + (kPlanes ? PlaneCopy(*pTileRect, kBytes) : 0);
   return rvtStatusOk;
 }
 
@@ -443,21 +458,6 @@ void LevelInv(T* p, int32_t step, int32_t w, int32_t h, int32_t px, int32_t py, 
   }
 }
 
-template <class T, class K>
-RvtResult FwdI(T* pSrcDst, int32_t step, const ImageRect* pTileRect, uint8_t* pBuffer) {
-  RVT_CHECK(CheckLevelI(pSrcDst, step, pTileRect, pBuffer));
-  const ImageRect r = *pTileRect;
-  LevelFwd<T, K>(pSrcDst, step, r.width, r.height, r.x & 1, r.y & 1, reinterpret_cast<T*>(pBuffer));
-  return rvtStatusOk;
-}
-template <class T, class K>
-RvtResult InvI(T* pSrcDst, int32_t step, const ImageRect* pTileRect, uint8_t* pBuffer) {
-  RVT_CHECK(CheckLevelI(pSrcDst, step, pTileRect, pBuffer));
-  const ImageRect r = *pTileRect;
-  LevelInv<T, K>(pSrcDst, step, r.width, r.height, r.x & 1, r.y & 1, reinterpret_cast<T*>(pBuffer));
-  return rvtStatusOk;
-}
-
 // Band rectangles of the four-plane functions, from the size alone:
 // origin (x, y) in the quadrant layout and size.
 struct Band {
@@ -474,25 +474,34 @@ void CopyRect(const T* src, int32_t srcStep, T* dst, int32_t dstStep, int32_t w,
     std::memcpy(At(dst, ptrdiff_t(dstStep) * y), At(src, ptrdiff_t(srcStep) * y), size_t(w) * sizeof(T));
 }
 
-template <class T, class K>
-RvtResult Fwd4(const T* pSrc, int32_t srcStep, const ImageRect* pTileRect, T* const pDst[4],
-               const int32_t dstStep[4], uint8_t* pBuffer) {
+// Whole-level drivers of either kernel; level(plane, step, w, h, px, py,
+// buf) runs the level in place.
+template <class T, class Lv>
+RvtResult LevelI(T* pSrcDst, int32_t step, const ImageRect* pTileRect, uint8_t* pBuffer, Lv level) {
+  RVT_CHECK(CheckLevelI(pSrcDst, step, pTileRect, pBuffer));
+  const ImageRect r = *pTileRect;
+  level(pSrcDst, step, r.width, r.height, r.x & 1, r.y & 1, reinterpret_cast<T*>(pBuffer));
+  return rvtStatusOk;
+}
+template <class T, class Lv>
+RvtResult Level4Fwd(const T* pSrc, int32_t srcStep, const ImageRect* pTileRect, T* const pDst[4],
+                    const int32_t dstStep[4], uint8_t* pBuffer, Lv level) {
   RVT_CHECK(CheckLevel4(pSrc, srcStep, pDst, dstStep, pTileRect, pBuffer));
   const ImageRect r = *pTileRect;
   const int32_t pitch = Pitch(r.width, sizeof(T));
   T* copy = reinterpret_cast<T*>(pBuffer);
   CopyRect(pSrc, srcStep, copy, pitch, r.width, r.height);
-  LevelFwd<T, K>(copy, pitch, r.width, r.height, r.x & 1, r.y & 1,
-                 reinterpret_cast<T*>(pBuffer + size_t(pitch) * size_t(r.height)));
+  level(copy, pitch, r.width, r.height, r.x & 1, r.y & 1,
+        reinterpret_cast<T*>(pBuffer + size_t(pitch) * size_t(r.height)));
   for (int k = 0; k < 4; ++k) {
     const Band b = BandOf(k, r.width, r.height);
-    CopyRect(At(copy, ptrdiff_t(pitch) * b.y) + b.x, pitch, pDst[k], dstStep[k], b.w, b.h);
+    CopyRect<T>(At(copy, ptrdiff_t(pitch) * b.y) + b.x, pitch, pDst[k], dstStep[k], b.w, b.h);
   }
   return rvtStatusOk;
 }
-template <class T, class K>
-RvtResult Inv4(const T* const pSrc[4], const int32_t srcStep[4], T* pDst, int32_t dstStep,
-               const ImageRect* pTileRect, uint8_t* pBuffer) {
+template <class T, class Lv>
+RvtResult Level4Inv(const T* const pSrc[4], const int32_t srcStep[4], T* pDst, int32_t dstStep,
+                    const ImageRect* pTileRect, uint8_t* pBuffer, Lv level) {
   RVT_CHECK(CheckLevel4(pDst, dstStep, pSrc, srcStep, pTileRect, pBuffer));
   const ImageRect r = *pTileRect;
   const int32_t pitch = Pitch(r.width, sizeof(T));
@@ -501,11 +510,27 @@ RvtResult Inv4(const T* const pSrc[4], const int32_t srcStep[4], T* pDst, int32_
     const Band b = BandOf(k, r.width, r.height);
     CopyRect(pSrc[k], srcStep[k], At(copy, ptrdiff_t(pitch) * b.y) + b.x, pitch, b.w, b.h);
   }
-  LevelInv<T, K>(copy, pitch, r.width, r.height, r.x & 1, r.y & 1,
-                 reinterpret_cast<T*>(pBuffer + size_t(pitch) * size_t(r.height)));
+  level(copy, pitch, r.width, r.height, r.x & 1, r.y & 1,
+        reinterpret_cast<T*>(pBuffer + size_t(pitch) * size_t(r.height)));
   CopyRect<T>(copy, pitch, pDst, dstStep, r.width, r.height);
   return rvtStatusOk;
 }
+// The level entries of level functions FWD and INV.
+#define RVT_WT_LEVEL_ENTRIES(PRE, T, FWD, INV)                                                         \
+  inline RvtResult PRE##FwdI(T* p, int32_t s, const ImageRect* r, uint8_t* b) {                  \
+    return ::rvt::wt53::LevelI<T>(p, s, r, b, FWD);                                             \
+  }                                                                                              \
+  inline RvtResult PRE##InvI(T* p, int32_t s, const ImageRect* r, uint8_t* b) {                  \
+    return ::rvt::wt53::LevelI<T>(p, s, r, b, INV);                                             \
+  }                                                                                              \
+  inline RvtResult PRE##Fwd4(const T* p, int32_t s, const ImageRect* r, T* const d[4],           \
+                             const int32_t ds[4], uint8_t* b) {                                  \
+    return ::rvt::wt53::Level4Fwd<T>(p, s, r, d, ds, b, FWD);                                   \
+  }                                                                                              \
+  inline RvtResult PRE##Inv4(const T* const p[4], const int32_t s[4], T* d, int32_t ds,          \
+                             const ImageRect* r, uint8_t* b) {                                   \
+    return ::rvt::wt53::Level4Inv<T>(p, s, d, ds, r, b, INV);                                   \
+  }
 
 // ---------------------------------------------------------------- entries
 // Entries of one kernel set (the reference's here, a target's in wt53.cc).
@@ -534,20 +559,7 @@ RvtResult Inv4(const T* const pSrc[4], const int32_t srcStep[4], T* pDst, int32_
                                 int32_t w) {                                                     \
     return ::rvt::wt53::InvLift<T, K>(a, b, c, d, e, f, w);                                      \
   }                                                                                              \
-  inline RvtResult PRE##FwdI(T* p, int32_t s, const ImageRect* r, uint8_t* b) {                  \
-    return ::rvt::wt53::FwdI<T, K>(p, s, r, b);                                                  \
-  }                                                                                              \
-  inline RvtResult PRE##InvI(T* p, int32_t s, const ImageRect* r, uint8_t* b) {                  \
-    return ::rvt::wt53::InvI<T, K>(p, s, r, b);                                                  \
-  }                                                                                              \
-  inline RvtResult PRE##Fwd4(const T* p, int32_t s, const ImageRect* r, T* const d[4],           \
-                             const int32_t ds[4], uint8_t* b) {                                  \
-    return ::rvt::wt53::Fwd4<T, K>(p, s, r, d, ds, b);                                           \
-  }                                                                                              \
-  inline RvtResult PRE##Inv4(const T* const p[4], const int32_t s[4], T* d, int32_t ds,          \
-                             const ImageRect* r, uint8_t* b) {                                   \
-    return ::rvt::wt53::Inv4<T, K>(p, s, d, ds, r, b);                                           \
-  }
+  RVT_WT_LEVEL_ENTRIES(PRE, T, (::rvt::wt53::LevelFwd<T, K>), (::rvt::wt53::LevelInv<T, K>))
 
 RVT_WT53_ENTRIES(Ref16, int16_t, RefKernels<int16_t>)
 RVT_WT53_ENTRIES(Ref32, int32_t, RefKernels<int32_t>)

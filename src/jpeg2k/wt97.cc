@@ -10,7 +10,13 @@
 
 HWY_BEFORE_NAMESPACE();
 namespace rvt::wt97::HWY_NAMESPACE {
-RVT_WT97_ENTRIES(VF, float, FloatKernels)
+using K16 = Kernels<FixedOps<int16_t>>;
+using K32 = Kernels<FixedOps<int32_t>>;
+RVT_WT97_ENTRIES(VF, float, Kernels<FloatOps>)
+RVT_WT97_ENTRIES(V16, int16_t, K16)
+RVT_WT97_ENTRIES(V32, int32_t, K32)
+RVT_WT_LEVEL_ENTRIES(V16, int16_t, K16::LevelFwd, K16::LevelInv)
+RVT_WT_LEVEL_ENTRIES(V32, int32_t, K32::LevelFwd, K32::LevelInv)
 }  // namespace rvt::wt97::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 
@@ -18,34 +24,25 @@ HWY_AFTER_NAMESPACE();
 namespace rvt {
 RVT_IMPL_HWY(rvtiWTFwdRow_D97_JPEG2K_32f_C1R, wt97, VFFwdRow, RefFFwdRow);
 RVT_IMPL_HWY(rvtiWTInvRow_D97_JPEG2K_32f_C1R, wt97, VFInvRow, RefFInvRow);
-// The vector column pass reads rows past the last the reference reads (the
-// sanitizer build caught it on a buffer of exactly the readable rows): the
-// reference serves until the kernel stops at the rows it needs.
-RVT_IMPL_PLAIN(rvtiWTFwdCol_D97_JPEG2K_32f_C1R, wt97::RefFFwdCol);
+RVT_IMPL_HWY(rvtiWTFwdCol_D97_JPEG2K_32f_C1R, wt97, VFFwdCol, RefFFwdCol);
 RVT_IMPL_HWY(rvtiWTInvCol_D97_JPEG2K_32f_C1R, wt97, VFInvCol, RefFInvCol);
 RVT_IMPL_HWY(rvtiWTFwdColLift_D97_JPEG2K_32f_C1, wt97, VFFwdLift, RefFFwdLift);
 RVT_IMPL_HWY(rvtiWTInvColLift_D97_JPEG2K_32f_C1, wt97, VFInvLift, RefFInvLift);
-// Fixed point: the reference serves every processor.
-RVT_IMPL_PLAIN(rvtiWTFwdRow_D97_JPEG2K_16s_C1R, wt97::Ref16FwdRow);
-RVT_IMPL_PLAIN(rvtiWTInvRow_D97_JPEG2K_16s_C1R, wt97::Ref16InvRow);
-RVT_IMPL_PLAIN(rvtiWTFwdRow_D97_JPEG2K_32s_C1R, wt97::Ref32FwdRow);
-RVT_IMPL_PLAIN(rvtiWTInvRow_D97_JPEG2K_32s_C1R, wt97::Ref32InvRow);
-RVT_IMPL_PLAIN(rvtiWTFwdColLift_D97_JPEG2K_16s_C1, wt97::Ref16FwdLift);
-RVT_IMPL_PLAIN(rvtiWTInvColLift_D97_JPEG2K_16s_C1, wt97::Ref16InvLift);
-RVT_IMPL_PLAIN(rvtiWTFwdColLift_D97_JPEG2K_32s_C1, wt97::Ref32FwdLift);
-RVT_IMPL_PLAIN(rvtiWTInvColLift_D97_JPEG2K_32s_C1, wt97::Ref32InvLift);
-// Whole levels: the reference serves every processor.
-RVT_IMPL_PLAIN(rvtiWTFwd_D97_JPEG2K_16s_C1IR, (wt97::LevelI<int16_t, true>));
-RVT_IMPL_PLAIN(rvtiWTInv_D97_JPEG2K_16s_C1IR, (wt97::LevelI<int16_t, false>));
-RVT_IMPL_PLAIN(rvtiWTFwd_D97_JPEG2K_32s_C1IR, (wt97::LevelI<int32_t, true>));
-RVT_IMPL_PLAIN(rvtiWTInv_D97_JPEG2K_32s_C1IR, (wt97::LevelI<int32_t, false>));
-RVT_IMPL_PLAIN(rvtiWTFwd_D97_JPEG2K_16s_C1R, wt97::Fwd4<int16_t>);
-RVT_IMPL_PLAIN(rvtiWTInv_D97_JPEG2K_16s_C1R, wt97::Inv4<int16_t>);
-RVT_IMPL_PLAIN(rvtiWTFwd_D97_JPEG2K_32s_C1R, wt97::Fwd4<int32_t>);
-RVT_IMPL_PLAIN(rvtiWTInv_D97_JPEG2K_32s_C1R, wt97::Inv4<int32_t>);
-RVT_IMPL_PLAIN(rvtiWTGetBufSize_D97_JPEG2K_16s_C1IR, wt97::GetBufSizeI<2>);
-RVT_IMPL_PLAIN(rvtiWTGetBufSize_D97_JPEG2K_32s_C1IR, wt97::GetBufSizeI<4>);
-RVT_IMPL_PLAIN(rvtiWTGetBufSize_D97_JPEG2K_16s_C1R, wt97::GetBufSize4<2>);
-RVT_IMPL_PLAIN(rvtiWTGetBufSize_D97_JPEG2K_32s_C1R, wt97::GetBufSize4<4>);
+#define RVT_WT97_IMPLS(T, V, R)                                                         \
+  RVT_IMPL_HWY(rvtiWTFwdRow_D97_JPEG2K_##T##_C1R, wt97, V##FwdRow, R##FwdRow);         \
+  RVT_IMPL_HWY(rvtiWTInvRow_D97_JPEG2K_##T##_C1R, wt97, V##InvRow, R##InvRow);         \
+  RVT_IMPL_HWY(rvtiWTFwdColLift_D97_JPEG2K_##T##_C1, wt97, V##FwdLift, R##FwdLift);    \
+  RVT_IMPL_HWY(rvtiWTInvColLift_D97_JPEG2K_##T##_C1, wt97, V##InvLift, R##InvLift);    \
+  RVT_IMPL_HWY(rvtiWTFwd_D97_JPEG2K_##T##_C1IR, wt97, V##FwdI, R##FwdI);               \
+  RVT_IMPL_HWY(rvtiWTInv_D97_JPEG2K_##T##_C1IR, wt97, V##InvI, R##InvI);               \
+  RVT_IMPL_HWY(rvtiWTFwd_D97_JPEG2K_##T##_C1R, wt97, V##Fwd4, R##Fwd4);                \
+  RVT_IMPL_HWY(rvtiWTInv_D97_JPEG2K_##T##_C1R, wt97, V##Inv4, R##Inv4)
+RVT_WT97_IMPLS(16s, V16, Ref16);
+RVT_WT97_IMPLS(32s, V32, Ref32);
+#undef RVT_WT97_IMPLS
+RVT_IMPL_PLAIN(rvtiWTGetBufSize_D97_JPEG2K_16s_C1IR, (wt53::GetBufSize<2, 2, 8, false>));
+RVT_IMPL_PLAIN(rvtiWTGetBufSize_D97_JPEG2K_32s_C1IR, (wt53::GetBufSize<4, 2, 8, false>));
+RVT_IMPL_PLAIN(rvtiWTGetBufSize_D97_JPEG2K_16s_C1R, (wt53::GetBufSize<2, 2, 8, true>));
+RVT_IMPL_PLAIN(rvtiWTGetBufSize_D97_JPEG2K_32s_C1R, (wt53::GetBufSize<4, 2, 8, true>));
 }  // namespace rvt
 #endif  // HWY_ONCE

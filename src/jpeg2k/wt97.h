@@ -213,7 +213,7 @@ struct RefKernels {
     InvLiftRef(p0, p1, p2, p3, p4, p5, p6, p7, n, 0);
   }
   // Columns [from, w) of a column pass, each as a strided signal.
-  static void ColFwd(const T* x, int32_t xs, T* low, int32_t ls, T* high, int32_t hs, int32_t w,
+  static void ColFwdPlane(const T* x, int32_t xs, T* low, int32_t ls, T* high, int32_t hs, int32_t w,
                      int32_t h, int32_t p, int32_t from = 0) {
     for (int32_t c = from; c < w; ++c) {
       if (h == 1) {
@@ -223,7 +223,7 @@ struct RefKernels {
       }
     }
   }
-  static void ColInv(const T* s, int32_t ss, const T* d, int32_t ds, T* x, int32_t xs, int32_t w,
+  static void ColInvPlane(const T* s, int32_t ss, const T* d, int32_t ds, T* x, int32_t xs, int32_t w,
                      int32_t h, int32_t p, int32_t from = 0) {
     for (int32_t c = from; c < w; ++c) InvRowRef(s + c, d + c, x + c, h, p, 0, ss, ds, xs);
   }
@@ -250,24 +250,10 @@ RvtResult InvLift(T* p0, T* p1, const T* p2, T* p3, const T* p4, T* p5, T* p6, c
   return rvtStatusOk;
 }
 
-// Column passes: the same steps down the columns (a band height of 1
-// takes the direct filters, as a row of one pair does).
-template <class T, class K>
-RvtResult FwdCol(const T* pSrc, int32_t srcStep, T* pLow, int32_t lowStep, T* pHigh,
-                 int32_t highStep, ImageSize roi, int32_t phase) {
-  RVT_CHECK(CheckPass(pSrc, srcStep, pLow, lowStep, pHigh, highStep, roi));
-  const int32_t p = phase ? 1 : 0;
-  K::ColFwd(pSrc, srcStep, pLow, lowStep, pHigh, highStep, roi.width, roi.height, p);
-  return rvtStatusOk;
-}
-template <class T, class K>
-RvtResult InvCol(const T* pLow, int32_t lowStep, const T* pHigh, int32_t highStep, ImageSize roi,
-                 T* pDst, int32_t dstStep, int32_t phase) {
-  RVT_CHECK(CheckPass(pLow, lowStep, pHigh, highStep, pDst, dstStep, roi));
-  const int32_t p = phase ? 1 : 0;
-  K::ColInv(pLow, lowStep, pHigh, highStep, pDst, dstStep, roi.width, roi.height, p);
-  return rvtStatusOk;
-}
+// Column passes: the 5/3 drivers (a band height of 1 takes the direct
+// filters, as a row of one pair does).
+using wt53::FwdCol;
+using wt53::InvCol;
 
 }  // namespace rvt::wt97
 
@@ -398,68 +384,20 @@ void Level(T* p, int32_t step, int32_t w, int32_t h, int32_t px, int32_t py, T* 
   }
 }
 
-inline uint32_t BufSizeI(const ImageRect& r, int bytes) {
-  if (r.width < 2 && r.height < 2) return 0;
-  const int64_t m = int64_t(r.width > r.height ? r.width : r.height);
-  return uint32_t(bytes * m + 8 * bytes);
+template <class T>
+void LevelFwdRef(T* p, int32_t step, int32_t w, int32_t h, int32_t px, int32_t py, T* buf) {
+  Level<T>(p, step, w, h, px, py, buf, true);
 }
-inline uint32_t BufSize4(const ImageRect& r, int bytes) {
-  return BufSizeI(r, bytes) + uint32_t(wt53::Pitch(r.width, bytes)) * uint32_t(r.height);
+template <class T>
+void LevelInvRef(T* p, int32_t step, int32_t w, int32_t h, int32_t px, int32_t py, T* buf) {
+  Level<T>(p, step, w, h, px, py, buf, false);
 }
-template <int kBytes>
-RvtResult GetBufSizeI(const ImageRect* pTileRect, uint32_t* pSize) {
-  RVT_CHECK(CheckPtr(pTileRect));
-  RVT_CHECK(CheckPtr(pSize));
-  *pSize = BufSizeI(*pTileRect, kBytes);
-  return rvtStatusOk;
-}
-template <int kBytes>
-RvtResult GetBufSize4(const ImageRect* pTileRect, uint32_t* pSize) {
-  RVT_CHECK(CheckPtr(pTileRect));
-  RVT_CHECK(CheckPtr(pSize));
-  *pSize = BufSize4(*pTileRect, kBytes);
-  return rvtStatusOk;
-}
+// Work buffer: one line and 4 + 4 extension samples.
+inline uint32_t BufSizeI(const ImageRect& r, int bytes) { return wt53::LineBuf(r, bytes, 2, 8); }
+inline uint32_t BufSize4(const ImageRect& r, int bytes) { return BufSizeI(r, bytes) + wt53::PlaneCopy(r, bytes); }
 
-template <class T, bool kFwd>
-RvtResult LevelI(T* pSrcDst, int32_t step, const ImageRect* pTileRect, uint8_t* pBuffer) {
-  RVT_CHECK(wt53::CheckLevelI(pSrcDst, step, pTileRect, pBuffer));
-  const ImageRect r = *pTileRect;
-  Level<T>(pSrcDst, step, r.width, r.height, r.x & 1, r.y & 1, reinterpret_cast<T*>(pBuffer), kFwd);
-  return rvtStatusOk;
-}
-template <class T>
-RvtResult Fwd4(const T* pSrc, int32_t srcStep, const ImageRect* pTileRect, T* const pDst[4],
-               const int32_t dstStep[4], uint8_t* pBuffer) {
-  RVT_CHECK(wt53::CheckLevel4(pSrc, srcStep, pDst, dstStep, pTileRect, pBuffer));
-  const ImageRect r = *pTileRect;
-  const int32_t pitch = wt53::Pitch(r.width, sizeof(T));
-  T* copy = reinterpret_cast<T*>(pBuffer);
-  wt53::CopyRect(pSrc, srcStep, copy, pitch, r.width, r.height);
-  Level<T>(copy, pitch, r.width, r.height, r.x & 1, r.y & 1,
-           reinterpret_cast<T*>(pBuffer + size_t(pitch) * size_t(r.height)), true);
-  for (int k = 0; k < 4; ++k) {
-    const wt53::Band b = wt53::BandOf(k, r.width, r.height);
-    wt53::CopyRect<T>(At(copy, ptrdiff_t(pitch) * b.y) + b.x, pitch, pDst[k], dstStep[k], b.w, b.h);
-  }
-  return rvtStatusOk;
-}
-template <class T>
-RvtResult Inv4(const T* const pSrc[4], const int32_t srcStep[4], T* pDst, int32_t dstStep,
-               const ImageRect* pTileRect, uint8_t* pBuffer) {
-  RVT_CHECK(wt53::CheckLevel4(pDst, dstStep, pSrc, srcStep, pTileRect, pBuffer));
-  const ImageRect r = *pTileRect;
-  const int32_t pitch = wt53::Pitch(r.width, sizeof(T));
-  T* copy = reinterpret_cast<T*>(pBuffer);
-  for (int k = 0; k < 4; ++k) {
-    const wt53::Band b = wt53::BandOf(k, r.width, r.height);
-    wt53::CopyRect<T>(pSrc[k], srcStep[k], At(copy, ptrdiff_t(pitch) * b.y) + b.x, pitch, b.w, b.h);
-  }
-  Level<T>(copy, pitch, r.width, r.height, r.x & 1, r.y & 1,
-           reinterpret_cast<T*>(pBuffer + size_t(pitch) * size_t(r.height)), false);
-  wt53::CopyRect<T>(copy, pitch, pDst, dstStep, r.width, r.height);
-  return rvtStatusOk;
-}
+RVT_WT_LEVEL_ENTRIES(Ref16, int16_t, LevelFwdRef<int16_t>, LevelInvRef<int16_t>)
+RVT_WT_LEVEL_ENTRIES(Ref32, int32_t, LevelFwdRef<int32_t>, LevelInvRef<int32_t>)
 
 }  // namespace rvt::wt97
 
