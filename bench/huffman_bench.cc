@@ -4,6 +4,10 @@
 // the coefficients of its JPEG (jpeg_read_coefficients) and transcoding it
 // as jpegtran does (read, then jpeg_write_coefficients with the same
 // tables).  Throughput is counted in coefficient bytes (128 per block).
+// The block decoder runs once per block; the run decoder once per MCU row
+// (HuffDecode4K_Rows).  Before the timed runs, every decoder path is also
+// timed per MCU row, the least of several repeats summed over the rows
+// ("row-min"): on a busy machine that figure moves least between runs.
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
