@@ -196,7 +196,9 @@ HWY_INLINE bool FastBlock(Fast& f, int16_t* block, int16_t* last_dc, const FastT
                           const DecodeHuffmanSpec* acs, int* done) {
   const uint8_t* src = f.src;
   uint64_t buf = f.buf;
-  int nb = f.nb, rpos = f.rpos, vc = f.vc;
+  int nb = f.nb, rpos = f.rpos;
+  // Unsigned and pointer-wide: the step chain is one load and one add.
+  size_t vc = size_t(f.vc);
   bool stuffed = f.stuffed;
   // Tops buf up to 57..64 bits, eight bytes at a time while none is 0xFF.
   const auto refill = [&]() HWY_ATTR -> bool {
@@ -223,14 +225,14 @@ HWY_INLINE bool FastBlock(Fast& f, int16_t* block, int16_t* last_dc, const FastT
                                int32_t& v) HWY_ATTR -> int {
     const uint64_t e = t.e[buf >> (64 - kFastBits)];
     if (HWY_UNLIKELY(e & kSearch)) {
-      const Searched r = SearchCoefficient(Regs{buf, nb, vc}, spec);
+      const Searched r = SearchCoefficient(Regs{buf, nb, int(vc)}, spec);
       buf = r.r.buf;
       nb = r.r.nb;
-      vc = r.r.vc;
+      vc = size_t(r.r.vc);
       v = r.v;
       return r.sym;
     }
-    vc = kCarefulSteps.step[vc + int((e >> 8) & 0xFF)];
+    vc = kCarefulSteps.step[vc + ((e >> 8) & 0xFF)];
     v = int32_t(int64_t(e) >> 48);
     const int ps = int((e >> 24) & 0xFF);
     if (ps != 0) {
@@ -272,7 +274,7 @@ HWY_INLINE bool FastBlock(Fast& f, int16_t* block, int16_t* last_dc, const FastT
   f.buf = buf;
   f.nb = nb;
   f.rpos = rpos;
-  f.vc = vc;
+  f.vc = int(vc);
   f.stuffed = stuffed;
   return true;
 }
