@@ -63,7 +63,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (mode & 0x10) Patch(in, &spec[0][1]);
     if (mode & 0x20) Patch(in, &spec[1][1]);
     if (mode & 0x40) Patch(in, &st0);
-    src = in.Rest();
+    // The rest, repeated up to 64 times: sources long enough for the fast
+    // path from short inputs.
+    const int copies = 1 + in.U8() % 64;
+    const std::vector<uint8_t> rest = in.Rest();
+    for (int i = 0; i < copies; ++i) src.insert(src.end(), rest.begin(), rest.end());
   }
   const DecodeHuffmanSpec* dcs[4] = {&spec[0][0], &spec[0][1], &spec[0][0], &spec[0][1]};
   const DecodeHuffmanSpec* acs[4] = {&spec[1][0], &spec[1][1], &spec[1][1], &spec[1][0]};
