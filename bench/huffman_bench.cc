@@ -4,6 +4,12 @@
 // the coefficients of its JPEG (jpeg_read_coefficients) and transcoding it
 // as jpegtran does (read, then jpeg_write_coefficients with the same
 // tables).  Throughput is counted in coefficient bytes (128 per block).
+// The block decoder runs once per block; the run decoder once per MCU row
+// (HuffDecode4K_Rows).  Before the timed runs, every decoder path is also
+// timed per MCU row, the least of several repeats summed over the rows
+// ("row-min"): on a busy machine that figure moves least between runs.
+#include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <cstdio>
 
@@ -154,6 +160,24 @@ void DecodeFrame(DecFn fn, const std::vector<uint8_t>& in, int len, std::vector<
   }
 }
 
+// The same frame, one MCU row (240 MCUs of 6 blocks) per call of the run
+// decoder.
+using RunFn = decltype(&rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1);
+void DecodeFrameRows(RunFn fn, const std::vector<uint8_t>& in, int len, std::vector<int16_t>& out) {
+  const Tables& t = TheTables();
+  DecodeHuffmanState st;
+  rvtiDecodeHuffmanStateInit_JPEG_8u(&st);
+  int16_t dc[4] = {0, 0, 0, 0};
+  int pos = 0, marker = 0, ndone = 0;
+  static const int comp[6] = {0, 0, 0, 0, 1, 2};
+  const DecodeHuffmanSpec* dcs[4] = {&t.ddc[0].spec, &t.ddc[1].spec, &t.ddc[1].spec, nullptr};
+  const DecodeHuffmanSpec* acs[4] = {&t.dac[0].spec, &t.dac[1].spec, &t.dac[1].spec, nullptr};
+  for (int my = 0; my < kMcuY; ++my) {
+    fn(in.data(), len, &pos, &out[size_t(my) * kMcuX * 6 * 64], kMcuX, comp, 6, dc, &marker, dcs,
+       acs, &st, nullptr, &ndone);
+  }
+}
+
 double CoefBytes() { return double(TheFrame().nblocks()) * 128.0; }
 
 // Time per iteration is time per frame; throughput in coefficient bytes and
@@ -198,6 +222,78 @@ void ReadCoefsOnce(const std::vector<uint8_t>& jpeg, bool transcode) {
   jpeg_destroy_decompress(&d);
 }
 
+// Least time per MCU row over repeats, summed over the rows: on a shared
+// machine the least of many short runs is the one nothing interrupted.
+template <class Body>
+double RowMinMs(Body body, int repeats = 9) {
+  double total = 0;
+  for (int my = 0; my < kMcuY; ++my) {
+    double best = 1e30;
+    for (int r = 0; r < repeats; ++r) {
+      const auto t0 = std::chrono::steady_clock::now();
+      body(my);
+      const auto t1 = std::chrono::steady_clock::now();
+      best = std::min(best, std::chrono::duration<double, std::milli>(t1 - t0).count());
+    }
+    total += best;
+  }
+  return total;
+}
+
+void PrintRowMins() {
+  std::vector<uint8_t> in(TheFrame().nblocks() * 200);
+  const int len = EncodeFrame(test::Reference(impl_rvtiEncodeHuffman8x8_JPEG_16s1u_C1), in);
+  const Tables& t = TheTables();
+  // The decoder's state at the start of each MCU row, from one careful pass.
+  struct RowStart {
+    int pos;
+    DecodeHuffmanState st;
+    int16_t dc[4];
+  };
+  std::vector<RowStart> starts;
+  {
+    RowStart r{0, {}, {0, 0, 0, 0}};
+    rvtiDecodeHuffmanStateInit_JPEG_8u(&r.st);
+    int marker = 0;
+    int16_t blk[64];
+    size_t i = 0;
+    for (int my = 0; my < kMcuY; ++my) {
+      starts.push_back(r);
+      for (int b = 0; b < kMcuX * 6; ++b, ++i) {
+        const int c = TheFrame().comp[i], k = c ? 1 : 0;
+        rvtiDecodeHuffman8x8_JPEG_1u16s_C1(in.data(), len, &r.pos, blk, &r.dc[c], &marker,
+                                           &t.ddc[k].spec, &t.dac[k].spec, &r.st);
+      }
+    }
+  }
+  std::vector<int16_t> out(size_t(kMcuX) * 6 * 64);
+  for (const auto& tg : test::AllTargets(impl_rvtiDecodeHuffman8x8_JPEG_1u16s_C1)) {
+    const double ms = RowMinMs([&](int my) {
+      RowStart r = starts[size_t(my)];
+      int marker = 0;
+      size_t i = size_t(my) * kMcuX * 6;
+      for (int b = 0; b < kMcuX * 6; ++b, ++i) {
+        const int c = TheFrame().comp[i], k = c ? 1 : 0;
+        tg.fn(in.data(), len, &r.pos, &out[size_t(b) * 64], &r.dc[c], &marker, &t.ddc[k].spec,
+              &t.dac[k].spec, &r.st);
+      }
+    });
+    std::printf("row-min HuffDecode4K/%s %.2f ms\n", tg.name, ms);
+  }
+  for (const auto& tg : test::AllTargets(impl_rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1)) {
+    static const int comp[6] = {0, 0, 0, 0, 1, 2};
+    const DecodeHuffmanSpec* dcs[4] = {&t.ddc[0].spec, &t.ddc[1].spec, &t.ddc[1].spec, nullptr};
+    const DecodeHuffmanSpec* acs[4] = {&t.dac[0].spec, &t.dac[1].spec, &t.dac[1].spec, nullptr};
+    const double ms = RowMinMs([&](int my) {
+      RowStart r = starts[size_t(my)];
+      int marker = 0, n = 0;
+      tg.fn(in.data(), len, &r.pos, out.data(), kMcuX, comp, 6, r.dc, &marker, dcs, acs, &r.st,
+            nullptr, &n);
+    });
+    std::printf("row-min HuffDecode4K_Rows/%s %.2f ms\n", tg.name, ms);
+  }
+}
+
 int Register() {
   const double mb = CoefBytes() / 1e6;
   std::printf("frame: %dx%d 4:2:0, %zu blocks, %.1f MB of coefficients; libjpeg-turbo JPEG %zu bytes\n",
@@ -211,6 +307,7 @@ int Register() {
                     ? "identical"
                     : "DIFFERENT");
   }
+  PrintRowMins();
   bench::RegisterTargets("HuffEncode4K", impl_rvtiEncodeHuffman8x8_JPEG_16s1u_C1,
                          [](benchmark::State& s, EncFn fn) {
                            std::vector<uint8_t> out(TheFrame().nblocks() * 200);
@@ -245,6 +342,19 @@ int Register() {
                              DecodeFrame(fn, in, len, out, true);
                              benchmark::ClobberMemory();
                            }
+                           Report(s);
+                         });
+  bench::RegisterTargets("HuffDecode4K_Rows", impl_rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1,
+                         [](benchmark::State& s, RunFn fn) {
+                           std::vector<uint8_t> in(TheFrame().nblocks() * 200);
+                           const int len = EncodeFrame(
+                               test::Reference(impl_rvtiEncodeHuffman8x8_JPEG_16s1u_C1), in);
+                           std::vector<int16_t> out(TheFrame().blocks.size());
+                           for (auto _ : s) {
+                             DecodeFrameRows(fn, in, len, out);
+                             benchmark::ClobberMemory();
+                           }
+                           if (out != TheFrame().blocks) s.SkipWithError("decoded frame differs");
                            Report(s);
                          });
   benchmark::RegisterBenchmark("libjpeg_read_coefficients4K", [](benchmark::State& s) {

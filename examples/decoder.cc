@@ -326,7 +326,16 @@ void Decoder::Impl::EntropyRow(const ScanLayout& sl, int my, Reader* rd, int int
   RowRange(ri, sl.mcus_x, my, interval_begin, interval_end, &mx0, &mx1);
   int16_t* blk = coef;
   int* dn = done_list;
-  for (int mx = mx0; mx < mx1; ++mx) {
+  // The blocks' components and the scan's tables, for the run decoder.
+  int pattern[10];
+  for (int b = 0; b < sl.nblocks; ++b) pattern[b] = sl.blocks[b].comp;
+  const DecodeHuffmanSpec* dcs[4] = {nullptr, nullptr, nullptr, nullptr};
+  const DecodeHuffmanSpec* acs[4] = {nullptr, nullptr, nullptr, nullptr};
+  for (int c = 0; c < sl.ns; ++c) {
+    dcs[c] = dc_spec(sl.comp[c]->td);
+    acs[c] = ac_spec(sl.comp[c]->ta);
+  }
+  for (int mx = mx0; mx < mx1;) {
     const int m = my * sl.mcus_x + mx;
     if (ri > 0 && m % ri == 0 && m / ri != interval_begin) {
       rd->SeekMarker();
@@ -338,22 +347,27 @@ void Decoder::Impl::EntropyRow(const ScanLayout& sl, int my, Reader* rd, int int
         rd->Damage("restart marker missing");
       }
     }
-    for (int b = 0; b < sl.nblocks; ++b, blk += 64, ++dn) {
-      const Component& k = *sl.comp[sl.blocks[b].comp];
-      if (!rd->broken) {
-        const RvtResult r = rvtiDecodeHuffman8x8_JPEG_1u16s_C1(rd->data, rd->size, &rd->pos, blk,
-                                                               &rd->pred[sl.blocks[b].comp], &rd->marker,
-                                                               dc_spec(k.td), ac_spec(k.ta), rd->state);
-        if (r >= 0) {
-          *dn = rd->CoefficientsDone();
-          continue;
-        }
+    // One call per stretch of the row inside one restart interval.
+    const int end = ri > 0 ? std::min(mx1, mx + (ri - m % ri)) : mx1;
+    const int nblocks = (end - mx) * sl.nblocks;
+    int decoded = 0;
+    if (!rd->broken) {
+      const RvtResult r = rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1(
+          rd->data, rd->size, &rd->pos, blk, end - mx, pattern, sl.nblocks, rd->pred, &rd->marker,
+          dcs, acs, rd->state, dn, &decoded);
+      if (r < 0) {
         rd->broken = true;
         rd->Damage(r == rvtStatusOutOfBuffer ? "data ends early" : "corrupt entropy-coded data");
       }
-      std::memset(blk, 0, 128);
-      *dn = 1;
     }
+    // The blocks of a lost interval stay grey.
+    for (int i = decoded; i < nblocks; ++i) {
+      std::memset(blk + 64 * i, 0, 128);
+      dn[i] = 1;
+    }
+    blk += 64 * nblocks;
+    dn += nblocks;
+    mx = end;
   }
 }
 

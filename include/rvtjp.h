@@ -1143,6 +1143,40 @@ RvtResult rvtiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(const uint8_t* pSrc, int n
                                                       int* pMarker, int Ss, int Se, int Al,
                                                       const DecodeHuffmanSpec* pAcTable,
                                                       DecodeHuffmanState* pDecHuffState);
+/* ------------------------------------------------------------- baseline Huffman coding: runs */
+
+/* Additions to the block coders above, for codecs whose per-block call
+ * costs more than the block: one call decodes nMcus MCUs (an MCU row, a
+ * restart interval) of baseline Huffman blocks with the state objects and
+ * the bytes of rvtiDecodeHuffman8x8_JPEG_1u16s_C1.
+ *
+ * Each MCU holds nMcuBlocks (1..10) blocks; block b of every MCU belongs to
+ * component pMcuComp[b] (0..3), is decoded with pDcTable[c], pAcTable[c]
+ * and predicted from pLastDC[c] (c = pMcuComp[b]).  The blocks go to pDst
+ * one after another, 64 coefficients each (nMcus * nMcuBlocks blocks).  The
+ * result is exactly that of calling rvtiDecodeHuffman8x8_JPEG_1u16s_C1 for
+ * each block in order, stopping after the first one that fails: the
+ * position, marker, predictors, state and every block written are the same,
+ * and the call returns that block's status (rvtStatusOk when all passed).
+ * *pBlocksDone receives the number of blocks decoded successfully (the
+ * index of the failing block); pCoefsDone, when not null, receives each of
+ * those blocks' coefficients-done count (the state's field after it).  A
+ * marker met inside the run does not stop it, just as the block decoder
+ * goes on with the bits it holds; the caller that handles restart markers
+ * calls once per restart interval.
+ *
+ * Checks in argument order: a null pointer gives rvtStatusNullPtr (a table
+ * entry only for the components pMcuComp names; pCoefsDone may be null),
+ * srcLenBytes < 0 and a component outside 0..3 give rvtStatusBadArg, nMcus
+ * < 1, nMcuBlocks outside 1..10 or more coefficients than an int counts
+ * give rvtStatusSize, and a negative *pSrcCurrPos gives rvtStatusBadArg.
+ * The fast path builds its lookups from the tables once per call: runs of a
+ * few blocks are better served by the block decoder. */
+RvtResult rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1(
+    const uint8_t* pSrc, int srcLenBytes, int* pSrcCurrPos, int16_t* pDst, int nMcus,
+    const int* pMcuComp, int nMcuBlocks, int16_t* pLastDC, int* pMarker,
+    const DecodeHuffmanSpec* const pDcTable[4], const DecodeHuffmanSpec* const pAcTable[4],
+    DecodeHuffmanState* pDecHuffState, int* pCoefsDone, int* pBlocksDone);
 
 #ifdef __cplusplus
 }

@@ -31,6 +31,27 @@ namespace {
 
 int g_level = kRef;
 
+// The level whose build serves an export (known by its slots) on a
+// processor of `level`: on AVX-512 processors, the export's line in
+// avx3_slots.inc, if it has one.
+struct Avx3Line {
+  const void* const* slots;
+  int level;
+};
+#define RVT_AVX3_SLOT(name, lv) {rvt_slots_##name, lv},
+constexpr Avx3Line kAvx3Lines[] = {
+#include "frame/avx3_slots.inc"
+};
+#undef RVT_AVX3_SLOT
+
+int ServingLevel(const void* const* slots, int level) {
+  if (level != kAvx3) return level;
+  for (const Avx3Line& l : kAvx3Lines) {
+    if (l.slots == slots) return l.level;
+  }
+  return level;
+}
+
 template <class Fn>
 const void* Pick(const Impl<Fn>& impl, int level) {
   for (int k = level; k < kRef; ++k) {
@@ -46,10 +67,10 @@ __attribute__((constructor(101))) void InitDispatch() {
   rvt_variant_index = ((mask & RVT_CPU_SSSE3) && (mask & RVT_CPU_MOVBE)) ? 1 : 0;
   g_level = LevelForFeatures(mask);
 #define RVT_EXPORT(name, ret, params) \
-  rvt_slots_##name[0] = rvt_slots_##name[1] = Pick(impl_##name, g_level);
-#define RVT_EXPORT_V2(name, ret, params)                \
-  rvt_slots_##name[0] = Pick(impl_##name, g_level);     \
-  rvt_slots_##name[1] = Pick(impl1_##name, g_level);
+  rvt_slots_##name[0] = rvt_slots_##name[1] = Pick(impl_##name, ServingLevel(rvt_slots_##name, g_level));
+#define RVT_EXPORT_V2(name, ret, params)                                                \
+  rvt_slots_##name[0] = Pick(impl_##name, ServingLevel(rvt_slots_##name, g_level));     \
+  rvt_slots_##name[1] = Pick(impl1_##name, ServingLevel(rvt_slots_##name, g_level));
 #include "frame/exports.inc"
 #undef RVT_EXPORT
 #undef RVT_EXPORT_V2

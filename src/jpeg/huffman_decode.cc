@@ -22,16 +22,8 @@ HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
 namespace rvt {
-// The block kernel is scalar code; its AVX-512 build keeps 16-bit values in
-// mask registers and runs slower than the AVX2 build, which therefore
-// serves AVX-512 processors too (the AVX-512 entry is the AVX2 one).
-extern const Impl<decltype(&::rvtiDecodeHuffman8x8_JPEG_1u16s_C1)>
-    impl_rvtiDecodeHuffman8x8_JPEG_1u16s_C1;
-const Impl<decltype(&::rvtiDecodeHuffman8x8_JPEG_1u16s_C1)>
-    impl_rvtiDecodeHuffman8x8_JPEG_1u16s_C1 = {
-        {RVT_CHOOSE_AVX2(huffman_decode, Decode8x8Fast),
-         RVT_CHOOSE_AVX2(huffman_decode, Decode8x8Fast),
-         RVT_CHOOSE_SSSE3(huffman_decode, Decode8x8Fast), &huffman_decode::Decode8x8Ref}};
+// The AVX-512 slot of the block decoder: frame/avx3_slots.inc.
+RVT_IMPL_HWY(rvtiDecodeHuffman8x8_JPEG_1u16s_C1, huffman_decode, Decode8x8Fast, Decode8x8Ref);
 RVT_IMPL_PLAIN(rvtiDecodeHuffmanOne_JPEG_1u16s_C1, huffman_decode::DecodeOneRef);
 RVT_IMPL_PLAIN(rvtiDecodeHuffman8x8_Direct_JPEG_1u16s_C1, huffman_decode::DecodeDirectRef);
 }  // namespace rvt

@@ -884,6 +884,62 @@ uint64_t McuDigest() {
   return d.value();
 }
 
+// The MCU-run decoder: two MCUs of a luma and a chroma block coded with
+// the Huffman family's tables, decoded in one call, through the marker at
+// the end, with the per-block counts.
+uint64_t HuffmanRunDigest() {
+  Digest d;
+  uint8_t dcBits[16] = {0, 0, 0, 12}, acBits[16] = {0, 0, 0, 0, 0, 0, 0, 162};
+  uint8_t dcVals[12], acVals[162];
+  for (int i = 0; i < 12; ++i) dcVals[i] = uint8_t(11 - i);
+  int n = 0;
+  acVals[n++] = 0x00;
+  acVals[n++] = 0xF0;
+  for (int r = 15; r >= 0; --r) {
+    for (int s = 1; s <= 10; ++s) acVals[n++] = uint8_t(r << 4 | s);
+  }
+  std::vector<uint8_t> espec(1024), dspec(2 * 1644), state(1048), dstate(24);
+  auto* edc = reinterpret_cast<EncodeHuffmanSpec*>(espec.data());
+  auto* ddc = reinterpret_cast<DecodeHuffmanSpec*>(dspec.data());
+  auto* dac = reinterpret_cast<DecodeHuffmanSpec*>(dspec.data() + 1644);
+  auto* es = reinterpret_cast<EncodeHuffmanState*>(state.data());
+  auto* ds = reinterpret_cast<DecodeHuffmanState*>(dstate.data());
+  std::vector<uint8_t> eac_mem(1024);
+  auto* eac = reinterpret_cast<EncodeHuffmanSpec*>(eac_mem.data());
+  d.Status(rvtiEncodeHuffmanSpecInit_JPEG_8u(dcBits, dcVals, edc));
+  d.Status(rvtiEncodeHuffmanSpecInit_JPEG_8u(acBits, acVals, eac));
+  d.Status(rvtiDecodeHuffmanSpecInit_JPEG_8u(dcBits, dcVals, ddc));
+  d.Status(rvtiDecodeHuffmanSpecInit_JPEG_8u(acBits, acVals, dac));
+  d.Status(rvtiEncodeHuffmanStateInit_JPEG_8u(es));
+  d.Status(rvtiDecodeHuffmanStateInit_JPEG_8u(ds));
+  std::vector<int16_t> blocks = Random<int16_t>(4 * 64, 29, -1023, 1023);
+  for (size_t i = 0; i < blocks.size(); ++i) {
+    if (i % 64 && (i * 5) % 7) blocks[i] = 0;
+  }
+  std::vector<uint8_t> bits(4096, 0);
+  int pos = 0;
+  int16_t dc[2] = {0, 0};
+  for (int b = 0; b < 4; ++b) {
+    d.Status(rvtiEncodeHuffman8x8_JPEG_16s1u_C1(&blocks[size_t(64 * b)], bits.data(), 4096, &pos,
+                                                &dc[b & 1], edc, eac, es, 0));
+  }
+  d.Status(rvtiEncodeHuffman8x8_JPEG_16s1u_C1(nullptr, bits.data(), 4096, &pos, nullptr, nullptr,
+                                              nullptr, es, 1));
+  bits[size_t(pos)] = 0xFF, bits[size_t(pos) + 1] = 0xD9;
+  const int comp[2] = {0, 1};
+  const DecodeHuffmanSpec* const dcs[4] = {ddc, ddc, nullptr, nullptr};
+  const DecodeHuffmanSpec* const acs[4] = {dac, dac, nullptr, nullptr};
+  std::vector<int16_t> back(4 * 64, 7);
+  int in = 0, marker = 0, done[4] = {}, nblocks = 0;
+  int16_t last[4] = {0, 0, 0, 0};
+  d.Status(rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1(bits.data(), pos + 2, &in, back.data(), 2, comp,
+                                                    2, last, &marker, dcs, acs, ds, done, &nblocks));
+  EXPECT_EQ(back, blocks);
+  d.Add(back), d.Add(&in, 1), d.Add(&marker, 1), d.Add(done, 4), d.Add(&nblocks, 1);
+  d.Add(last, 4), d.Add(dstate);
+  return d.value();
+}
+
 TEST(Abi, FamiliesGiveTheirDefinedResults) {
   struct Family {
     const char* name;
@@ -902,7 +958,8 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"lossless", LosslessDigest, 0x97ddec0a60e20a4aull},
                           Family{"JPEG 2000", Jpeg2kDigest, 0x179f306254d03b0dull},
                           Family{"MCU conversions", McuDigest, 0xe6159909f6d7ea64ull},
-                          Family{"progressive Huffman", ProgressiveDigest, 0x7ed2257896f4aa39ull}}) {
+                          Family{"progressive Huffman", ProgressiveDigest, 0x7ed2257896f4aa39ull},
+                          Family{"Huffman MCU runs", HuffmanRunDigest, 0xaf5f03ee92775d3eull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }

@@ -1,0 +1,342 @@
+// Baseline Huffman decoding of a run of MCUs: the fast kernel of one
+// target.  No checks here: the driver in huffman_decode_blocks.h has
+// checked the arguments.
+//
+// Once per call the kernel turns each table the run uses into a 9-bit
+// lookup that resolves a code together with its value bits where both fit
+// (one load per coefficient), then decodes block after block with the bit
+// buffer in registers, writing the caller's position and state back once,
+// at the end.  Beside its 64-bit buffer it keeps the careful reader's
+// valid-bit count, so the state it leaves is the careful one; it refills
+// eight bytes at a time while none of them is 0xFF and byte by byte,
+// unstuffing FF 00, otherwise.  A block near the end of the source, after a
+// marker, over a marker or fill bytes, or with codes the fast walk does not
+// take goes to the careful decoder from the state before it.
+#if defined(RVT_JPEG_HUFFMAN_DECODE_BLOCKS_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef RVT_JPEG_HUFFMAN_DECODE_BLOCKS_INL_H_
+#undef RVT_JPEG_HUFFMAN_DECODE_BLOCKS_INL_H_
+#else
+#define RVT_JPEG_HUFFMAN_DECODE_BLOCKS_INL_H_
+#endif
+
+#include <hwy/highway.h>
+
+#include <cstring>
+
+#include "jpeg/huffman_decode_blocks.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace rvt::huffman_decode_blocks::HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+using huffman_decode::kCarefulSteps;
+
+// Lookup of the next 9 bits.  Entry fields: bits 0..7 the bits the symbol
+// takes in all (code and value bits), 8..15 the careful step column (code
+// length - 1) * 16 + s, 16..23 the symbol, 24..31 the value bits the
+// lookup did not cover (0 when it resolved the value, or s = 0), 32..39 the
+// code length, bit 40 set when the spec's 8-bit lookup has no code there
+// (longer codes and data no code covers: the bit-by-bit search), 48..63 the
+// resolved value.
+constexpr int kFastBits = 9;
+constexpr uint64_t kSearch = uint64_t(1) << 40;
+struct FastTable {
+  uint64_t e[1 << kFastBits];
+};
+
+HWY_NOINLINE void BuildFastTable(const DecodeHuffmanSpec* t, FastTable* out) {
+  for (uint32_t i = 0; i < (1u << kFastBits); ++i) {
+    const uint32_t le = t->lookup[i >> (kFastBits - 8)];
+    const uint32_t len = (le >> 16) & 0xFF;  // as the careful reader reads it
+    if (len - 1 >= 8) {
+      out->e[i] = kSearch;
+      continue;
+    }
+    const uint32_t sym = le & 0xFF, s = sym & 15;
+    uint64_t e = (len + s) | (uint64_t((len - 1) * 16 + s) << 8) | (uint64_t(sym) << 16) |
+                 (uint64_t(len) << 32);
+    if (s != 0 && len + s <= uint32_t(kFastBits)) {
+      const uint32_t r = (i >> (kFastBits - len - s)) & ((1u << s) - 1);
+      e |= uint64_t(uint16_t(int16_t(Extend(r, int(s))))) << 48;
+    } else {
+      e |= uint64_t(s) << 24;
+    }
+    out->e[i] = e;
+  }
+}
+
+// True when one of the eight bytes of w is 0xFF.
+HWY_INLINE bool HasFFByte(uint64_t w) {
+  return (((w & 0x7F7F7F7F7F7F7F7Full) + 0x0101010101010101ull) & w & 0x8080808080808080ull) != 0;
+}
+
+// The bit buffer and, beside it, the careful reader's valid-bit count
+// (times 128: the row of kCarefulSteps) which fills the same bytes at the
+// same moments, only later.
+struct Fast {
+  const uint8_t* src;
+  uint64_t buf;  // nb valid bits, left-aligned (oldest in bit 63), zeros below
+  int nb;
+  int rpos;      // next source byte for buf
+  int vc;        // careful count * 128
+  int base;      // source position at the last load
+  bool stuffed;  // an FF 00 pair went into buf since the load
+
+  void Load(int pos, const DecodeHuffmanState* st) {
+    BitReader r{src, 0, pos, 0, 0, nullptr};
+    r.Load(st);
+    buf = r.count ? uint64_t(r.acc) << (64 - r.count) : 0;
+    nb = r.count;
+    rpos = pos;
+    vc = r.count * 128;
+    base = pos;
+    stuffed = false;
+  }
+  // The careful reader's position and state: it has read (nb - vc) / 8
+  // fewer data bytes, each of which is an FF 00 pair or a single byte.
+  void Store(int* pos, DecodeHuffmanState* st) const {
+    const int c = vc >> 7;
+    int u = (nb - c) >> 3;
+    int p = rpos;
+    if (!stuffed) {
+      p -= u;
+    } else {
+      for (; u > 0; --u) p -= (p - 2 >= base && src[p - 1] == 0 && src[p - 2] == 0xFF) ? 2 : 1;
+    }
+    *pos = p;
+    st->acc = c ? buf >> (64 - c) : 0;
+    st->count = c;
+  }
+};
+
+
+// The registers of the block loop: the buffer, its count and the careful
+// count (times 128).  Slow paths take and return them by value, so the
+// loop keeps them in registers.
+struct Regs {
+  uint64_t buf;
+  int nb;
+  int vc;
+};
+
+// A symbol whose code the 8-bit lookup does not hold, bit by bit as the
+// careful search goes, then its value bits.  sym is the symbol or -1.
+struct Searched {
+  Regs r;
+  int sym;
+  int32_t v;
+};
+HWY_NOINLINE Searched SearchCoefficient(Regs r, const DecodeHuffmanSpec* t) {
+  Searched out{r, -1, 0};
+  int vc = r.vc >> 7;
+  const auto need = [&](int n) {
+    const int below = (vc - n) >> 31;
+    vc += 8 * (((32 - vc) >> 3) & below);
+  };
+  const auto take = [&](int n) {
+    const uint32_t bits = uint32_t(r.buf >> (64 - n));
+    r.buf <<= n;
+    r.nb -= n;
+    vc -= n;
+    return bits;
+  };
+  need(8);
+  need(9);
+  int32_t code = int32_t(take(9));
+  int len = 9;
+  while (code > MaxCode(t, len)) {
+    need(1);
+    code = (code << 1) | int32_t(take(1));
+    if (++len > 16) return out;
+  }
+  const int32_t index = int32_t(t->valueIndex[len]) - int32_t(t->minCode[len]) + code;
+  if (uint32_t(index) > 255u) return out;
+  const int sym = t->values[index] & 0xFF;
+  const int s = sym & 15;
+  if (s != 0) {
+    need(s);
+    out.v = Extend(take(s), s);
+  }
+  r.vc = vc << 7;
+  out.r = r;
+  out.sym = sym;
+  return out;
+}
+
+// The byte-wise refill over FF 00 pairs; ok false at a marker or fill
+// byte.
+struct Refilled {
+  uint64_t buf;
+  int nb, rpos;
+  bool ok;
+};
+HWY_NOINLINE Refilled RefillBytes(const uint8_t* src, uint64_t buf, int nb, int rpos) {
+  while (nb <= 56) {
+    const uint32_t b = src[rpos];
+    if (b == 0xFF) {
+      if (src[rpos + 1] != 0) return {buf, nb, rpos, false};
+      rpos += 2;
+    } else {
+      rpos += 1;
+    }
+    buf |= uint64_t(b) << (56 - nb);
+    nb += 8;
+  }
+  return {buf, nb, rpos, true};
+}
+
+// A block needs at most 31 + 63 * 31 bits, 248 bytes, with the buffer 8
+// ahead; stuffing doubles them, and the refill reads 8 bytes past its
+// position: this much source lets the kernel skip every bound check.
+constexpr int kFastMargin = 2 * (248 + 8) + 16;
+
+// One block from f into a zeroed block; f and the predictor move on only
+// when it succeeds.
+HWY_INLINE bool FastBlock(Fast& f, int16_t* block, int16_t* last_dc, const FastTable& dct,
+                          const FastTable& act, const DecodeHuffmanSpec* dcs,
+                          const DecodeHuffmanSpec* acs, int* done) {
+  const uint8_t* src = f.src;
+  uint64_t buf = f.buf;
+  int nb = f.nb, rpos = f.rpos;
+  // Unsigned and pointer-wide: the step chain is one load and one add.
+  size_t vc = size_t(f.vc);
+  bool stuffed = f.stuffed;
+  // Tops buf up to 57..64 bits, eight bytes at a time while none is 0xFF.
+  const auto refill = [&]() HWY_ATTR -> bool {
+    uint64_t w;
+    std::memcpy(&w, src + rpos, 8);
+    w = __builtin_bswap64(w);
+    const int k = (63 - nb) >> 3;  // 2..7 whole bytes
+    const uint64_t taken = w >> (64 - 8 * k);
+    if (HWY_LIKELY(!HasFFByte(taken))) {
+      buf |= taken << (64 - nb - 8 * k);
+      nb += 8 * k;
+      rpos += k;
+      return true;
+    }
+    const Refilled r = RefillBytes(src, buf, nb, rpos);
+    buf = r.buf;
+    nb = r.nb;
+    rpos = r.rpos;
+    stuffed = true;
+    return r.ok;
+  };
+  // One symbol and its value bits (in v when s > 0); the symbol or -1.
+  const auto coefficient = [&](const FastTable& t, const DecodeHuffmanSpec* spec,
+                               int32_t& v) HWY_ATTR -> int {
+    const uint64_t e = t.e[buf >> (64 - kFastBits)];
+    if (HWY_UNLIKELY(e & kSearch)) {
+      const Searched r = SearchCoefficient(Regs{buf, nb, int(vc)}, spec);
+      buf = r.r.buf;
+      nb = r.r.nb;
+      vc = size_t(r.r.vc);
+      v = r.v;
+      return r.sym;
+    }
+    vc = kCarefulSteps.step[vc + ((e >> 8) & 0xFF)];
+    v = int32_t(int64_t(e) >> 48);
+    const int ps = int((e >> 24) & 0xFF);
+    if (ps != 0) {
+      // Value bits the lookup did not cover follow the code.
+      const uint32_t r = uint32_t((buf << ((e >> 32) & 0xFF)) >> (64 - ps));
+      v = Extend(r, ps);
+    }
+    const int n = int(e & 0xFF);
+    buf <<= n;
+    nb -= n;
+    return int((e >> 16) & 0xFF);
+  };
+
+  if (nb < 48 && !refill()) return false;
+  int32_t v = 0;
+  int sym = coefficient(dct, dcs, v);
+  if (sym < 0) return false;
+  const int16_t dc_value = (sym & 15) ? int16_t(*last_dc + v) : *last_dc;
+  block[0] = dc_value;
+  int k = 1;  // zig-zag position; 64 - k positions remain
+  for (;;) {
+    if (nb < 48 && !refill()) return false;
+    sym = coefficient(act, acs, v);
+    if (HWY_UNLIKELY(sym < 0)) return false;
+    const int run = sym >> 4;
+    if (HWY_LIKELY((sym & 15) != 0)) {
+      k += run + 1;
+      if (HWY_UNLIKELY(k > 72)) return false;  // past the guard positions
+      block[kZigzagDecode.v[k - 1]] = int16_t(v);
+    } else if (run < 15) {
+      break;  // EOB
+    } else {
+      k += 16;  // ZRL
+    }
+    if (k > 63) break;
+  }
+  *last_dc = dc_value;
+  *done = k;
+  f.buf = buf;
+  f.nb = nb;
+  f.rpos = rpos;
+  f.vc = int(vc);
+  f.stuffed = stuffed;
+  return true;
+}
+
+inline RvtResult DecodeRun(const Args& a) {
+  // The tables of the run, each distinct spec once.
+  FastTable tabs[2 * kComponents];
+  const DecodeHuffmanSpec* built[2 * kComponents];
+  int nbuilt = 0;
+  const FastTable* dct[kComponents] = {};
+  const FastTable* act[kComponents] = {};
+  const auto get = [&](const DecodeHuffmanSpec* s) -> const FastTable* {
+    for (int j = 0; j < nbuilt; ++j) {
+      if (built[j] == s) return &tabs[j];
+    }
+    BuildFastTable(s, &tabs[nbuilt]);
+    built[nbuilt] = s;
+    return &tabs[nbuilt++];
+  };
+  for (int b = 0; b < a.nblocks; ++b) {
+    const int c = a.comp[b];
+    if (!dct[c]) dct[c] = get(a.dc[c]);
+    if (!act[c]) act[c] = get(a.ac[c]);
+  }
+
+  Fast f{a.src, 0, 0, 0, 0, 0, false};
+  f.Load(*a.pos, a.st);
+  int last_done = -1;  // coefficients done of the last fast block since the load
+  const hn::CappedTag<int16_t, 16> d;  // the blocks need not be 64-byte aligned
+  int i = 0;
+  for (int m = 0; m < a.nmcus; ++m) {
+    for (int b = 0; b < a.nblocks; ++b, ++i) {
+      const int c = a.comp[b];
+      int16_t* block = a.dst + 64 * size_t(i);
+      if (HWY_LIKELY(*a.marker == 0 && a.len - f.rpos >= kFastMargin)) {
+        for (size_t j = 0; j < 64; j += hn::Lanes(d)) hn::StoreU(hn::Zero(d), d, block + j);
+        int done;
+        if (HWY_LIKELY(FastBlock(f, block, &a.last_dc[c], *dct[c], *act[c], a.dc[c], a.ac[c],
+                                 &done))) {
+          if (a.done) a.done[i] = done;
+          last_done = done;
+          continue;
+        }
+      }
+      f.Store(a.pos, a.st);
+      if (last_done >= 0) a.st->coefsDone = uint32_t(last_done);
+      const RvtResult r = CarefulBlock(a, i);
+      if (r != rvtStatusOk) {
+        *a.nblocks_done = i;
+        return r;
+      }
+      f.Load(*a.pos, a.st);
+      last_done = -1;
+    }
+  }
+  f.Store(a.pos, a.st);
+  if (last_done >= 0) a.st->coefsDone = uint32_t(last_done);
+  *a.nblocks_done = i;
+  return rvtStatusOk;
+}
+
+}  // namespace rvt::huffman_decode_blocks::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#endif  // RVT_JPEG_HUFFMAN_DECODE_BLOCKS_INL_H_

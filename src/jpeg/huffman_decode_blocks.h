@@ -1,0 +1,123 @@
+// Baseline Huffman decoding of a run of MCUs per call: the blocks of
+// nMcus MCUs whose blocks follow one component pattern, with the state
+// objects and bytes of the block decoder.  The definition is the block
+// decoder called once per block, in order, stopping at the first block that
+// fails; the argument checks and the driver live here, so every target
+// shares them.
+#ifndef RVT_JPEG_HUFFMAN_DECODE_BLOCKS_H_
+#define RVT_JPEG_HUFFMAN_DECODE_BLOCKS_H_
+
+#include <climits>
+#include <cstdint>
+
+#include "frame/checks.h"
+#include "jpeg/huffman_decode.h"
+
+namespace rvt::huffman_decode_blocks {
+
+using namespace ::rvt::huff;  // NOLINT: the shared layouts and bit reader
+using huffman_decode::Decode8x8Body;
+
+// Blocks per MCU: up to 10 in a JPEG scan; a single-component scan codes
+// one block per MCU.
+constexpr int kMaxMcuBlocks = 10;
+constexpr int kComponents = 4;
+
+struct Args {
+  const uint8_t* src;
+  int len;
+  int* pos;
+  int16_t* dst;
+  int nmcus;
+  const int* comp;
+  int nblocks;
+  int16_t* last_dc;
+  int* marker;
+  const DecodeHuffmanSpec* const* dc;
+  const DecodeHuffmanSpec* const* ac;
+  DecodeHuffmanState* st;
+  int* done;      // per block, may be null
+  int* nblocks_done;
+};
+
+// ------------------------------------------------------------ checks
+
+// In argument order; the tables of every component the pattern names
+// right after their array; the position's sign last.  pCoefsDone may be
+// null.
+inline RvtResult Check(const Args& a) {
+  RVT_CHECK(CheckPtr(a.src));
+  if (a.len < 0) return rvtStatusBadArg;
+  RVT_CHECK(CheckPtr(a.pos));
+  RVT_CHECK(CheckPtr(a.dst));
+  if (a.nmcus < 1) return rvtStatusSize;
+  RVT_CHECK(CheckPtr(a.comp));
+  if (a.nblocks < 1 || a.nblocks > kMaxMcuBlocks) return rvtStatusSize;
+  // Every coefficient of the run must be addressable with an int.
+  if (int64_t(a.nmcus) * a.nblocks > INT32_MAX / 64) return rvtStatusSize;
+  for (int b = 0; b < a.nblocks; ++b) {
+    if (a.comp[b] < 0 || a.comp[b] >= kComponents) return rvtStatusBadArg;
+  }
+  RVT_CHECK(CheckPtr(a.last_dc));
+  RVT_CHECK(CheckPtr(a.marker));
+  RVT_CHECK(CheckPtr(a.dc));
+  for (int b = 0; b < a.nblocks; ++b) RVT_CHECK(CheckPtr(a.dc[a.comp[b]]));
+  RVT_CHECK(CheckPtr(a.ac));
+  for (int b = 0; b < a.nblocks; ++b) RVT_CHECK(CheckPtr(a.ac[a.comp[b]]));
+  RVT_CHECK(CheckPtr(a.st));
+  RVT_CHECK(CheckPtr(a.nblocks_done));
+  if (*a.pos < 0) return rvtStatusBadArg;
+  return rvtStatusOk;
+}
+
+// ------------------------------------------------------------ reference
+
+// Block i through the careful decoder; its coefficients-done count on
+// success.
+inline RvtResult CarefulBlock(const Args& a, int i) {
+  const int c = a.comp[i % a.nblocks];
+  const RvtResult r = Decode8x8Body(a.src, a.len, a.pos, a.dst + 64 * i, &a.last_dc[c], a.marker,
+                                    a.dc[c], a.ac[c], a.st);
+  if (r == rvtStatusOk && a.done) a.done[i] = int(a.st->coefsDone);
+  return r;
+}
+
+inline RvtResult DecodeRef(const Args& a) {
+  const int n = a.nmcus * a.nblocks;
+  int i = 0;
+  RvtResult r = rvtStatusOk;
+  for (; i < n; ++i) {
+    r = CarefulBlock(a, i);
+    if (r != rvtStatusOk) break;
+  }
+  *a.nblocks_done = i;
+  return r;
+}
+
+// ------------------------------------------------------------ drivers
+
+using Kernel = RvtResult (*)(const Args&);
+
+template <Kernel kRun>
+RvtResult DecodeBlocks(const uint8_t* src, int len, int* pos, int16_t* dst, int nmcus,
+                       const int* comp, int nblocks, int16_t* last_dc, int* marker,
+                       const DecodeHuffmanSpec* const* dc, const DecodeHuffmanSpec* const* ac,
+                       DecodeHuffmanState* st, int* done, int* nblocks_done) {
+  const Args a{src, len, pos, dst, nmcus, comp, nblocks, last_dc, marker, dc, ac, st, done,
+               nblocks_done};
+  RVT_CHECK(Check(a));
+  return kRun(a);
+}
+
+inline RvtResult DecodeBlocksRef(const uint8_t* src, int len, int* pos, int16_t* dst, int nmcus,
+                                 const int* comp, int nblocks, int16_t* last_dc, int* marker,
+                                 const DecodeHuffmanSpec* const dc[4],
+                                 const DecodeHuffmanSpec* const ac[4], DecodeHuffmanState* st,
+                                 int* done, int* nblocks_done) {
+  return DecodeBlocks<DecodeRef>(src, len, pos, dst, nmcus, comp, nblocks, last_dc, marker, dc,
+                                 ac, st, done, nblocks_done);
+}
+
+}  // namespace rvt::huffman_decode_blocks
+
+#endif  // RVT_JPEG_HUFFMAN_DECODE_BLOCKS_H_

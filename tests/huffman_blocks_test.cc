@@ -1,0 +1,328 @@
+// The MCU-run block decoder against the block decoder it stands for: every
+// path of rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1 must leave what calling
+// rvtiDecodeHuffman8x8_JPEG_1u16s_C1 block after block leaves (blocks,
+// position, marker, predictors, state, counts, status), on photo scans with
+// restart markers, damaged bytes, stray markers and fill bytes, and cut
+// short.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "checkasm.h"
+#include "huffman_util.h"
+#include "jpeg_oracle.h"
+
+namespace rvt {
+namespace {
+
+using RunFn = decltype(&rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1);
+constexpr auto& kRun = impl_rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1;
+
+const std::vector<int16_t>& PhotoBlocks() {
+  static const std::vector<int16_t> blocks = [] {
+    std::vector<int16_t> all;
+    for (const char* name : {"hubble_deep_field.jpg", "retina.jpg", "rocket.jpg"}) {
+      const auto coefs = test::ReadCoefficients(test::ReadFile(test::TestFile(name)));
+      for (const auto& p : coefs.planes) all.insert(all.end(), p.blocks.begin(), p.blocks.end());
+    }
+    return all;
+  }();
+  return blocks;
+}
+
+struct Tables {
+  // Component 0 luma, 1 and 2 chroma; 3 the tables that code every size up
+  // to 15 with codes up to 16 bits.
+  test::EncSpec edc[4] = {test::EncSpec(test::LumaDc()), test::EncSpec(test::ChromaDc()),
+                          test::EncSpec(test::ChromaDc()), test::EncSpec(test::WideDc())};
+  test::EncSpec eac[4] = {test::EncSpec(test::LumaAc()), test::EncSpec(test::ChromaAc()),
+                          test::EncSpec(test::ChromaAc()), test::EncSpec(test::WideAc())};
+  test::DecSpec ddc[4] = {test::DecSpec(test::LumaDc()), test::DecSpec(test::ChromaDc()),
+                          test::DecSpec(test::ChromaDc()), test::DecSpec(test::WideDc())};
+  test::DecSpec dac[4] = {test::DecSpec(test::LumaAc()), test::DecSpec(test::ChromaAc()),
+                          test::DecSpec(test::ChromaAc()), test::DecSpec(test::WideAc())};
+};
+const Tables& TheTables() {
+  static const Tables t;
+  return t;
+}
+
+// A scan: MCUs of one component pattern, photo blocks (random sparse ones
+// for component 3), restart markers every `ri` MCUs, then damage.
+struct Scan {
+  std::vector<int> comp;
+  int nmcus = 0;
+  int ri = 0;  // restart interval in MCUs, 0 for none
+  std::vector<uint8_t> bytes;
+};
+
+Scan MakeScan(test::Rng& rng) {
+  static const std::vector<std::vector<int>> patterns = {
+      {0, 0, 0, 0, 1, 2}, {0, 1, 2}, {0}, {0, 0, 1, 2}, {3, 0, 3}, {1, 0, 2, 0, 1, 2, 0, 3, 1, 0}};
+  Scan s;
+  s.comp = patterns[size_t(rng.Uniform(0, int64_t(patterns.size()) - 1))];
+  s.nmcus = int(rng.Uniform(1, 400));
+  const int ri = s.ri = rng.Uniform(0, 1) ? 0 : int(rng.Uniform(1, 30));
+  const Tables& t = TheTables();
+  const auto& photo = PhotoBlocks();
+  size_t at = size_t(rng.Uniform(0, int64_t(photo.size() / 64) - 5000)) * 64;
+  s.bytes.resize(size_t(s.nmcus) * s.comp.size() * 600 + 64);
+  EncodeHuffmanState st = test::FreshEncodeState();
+  int16_t dc[4] = {0, 0, 0, 0};
+  int pos = 0;
+  const int len = int(s.bytes.size());
+  for (int m = 0; m < s.nmcus; ++m) {
+    if (ri && m > 0 && m % ri == 0) {
+      rvtiEncodeHuffman8x8_JPEG_16s1u_C1(nullptr, s.bytes.data(), len, &pos, nullptr, nullptr,
+                                         nullptr, &st, 1);
+      s.bytes[size_t(pos)] = 0xFF;
+      s.bytes[size_t(pos) + 1] = uint8_t(0xD0 + (m / ri - 1) % 8);
+      pos += 2;
+      std::memset(dc, 0, sizeof dc);
+    }
+    for (const int c : s.comp) {
+      int16_t b[64];
+      if (c == 3) {
+        for (int k = 0; k < 64; ++k) {
+          b[k] = rng.Uniform(0, 6) ? 0 : int16_t(rng.Uniform(-32767, 32767) >> rng.Uniform(0, 15));
+        }
+        b[0] = int16_t(rng.Uniform(-1000, 1000));
+      } else {
+        std::memcpy(b, &photo[at], sizeof b);
+        at += 64;
+      }
+      EXPECT_EQ(rvtiEncodeHuffman8x8_JPEG_16s1u_C1(b, s.bytes.data(), len, &pos, &dc[c],
+                                                   &t.edc[c].spec, &t.eac[c].spec, &st, 0),
+                rvtStatusOk);
+    }
+  }
+  rvtiEncodeHuffman8x8_JPEG_16s1u_C1(nullptr, s.bytes.data(), len, &pos, nullptr, nullptr, nullptr,
+                                     &st, 1);
+  s.bytes[size_t(pos)] = 0xFF;
+  s.bytes[size_t(pos) + 1] = 0xD9;
+  s.bytes.resize(size_t(pos) + 2);
+  // Damage: flipped bytes, a stray marker, fill bytes, a cut.
+  const int damage = int(rng.Uniform(0, 5));
+  const auto some = [&] { return size_t(rng.Uniform(0, int64_t(s.bytes.size()) - 1)); };
+  if (damage == 1) {
+    for (int i = int(rng.Uniform(1, 4)); i > 0; --i) s.bytes[some()] ^= uint8_t(rng.Uniform(1, 255));
+  } else if (damage == 2) {
+    const size_t p = some();
+    s.bytes.insert(s.bytes.begin() + long(p), {0xFF, uint8_t(rng.Uniform(0xC0, 0xFE))});
+  } else if (damage == 3) {
+    const size_t p = some();
+    s.bytes.insert(s.bytes.begin() + long(p), {0xFF, 0xFF, 0xFF});
+  } else if (damage == 4) {
+    s.bytes.resize(std::max<size_t>(1, some()));
+  }
+  return s;
+}
+
+// What a caller holds between calls.
+struct Session {
+  int pos = 0, marker = 0;
+  int16_t dc[4] = {0, 0, 0, 0};
+  DecodeHuffmanState st = test::FreshDecodeState();
+};
+
+struct Outcome {
+  RvtResult status;
+  Session s;
+  int nblocks_done;
+  std::vector<int16_t> blocks;
+  std::vector<int> done;
+};
+
+const DecodeHuffmanSpec* const* DcSpecs() {
+  static const DecodeHuffmanSpec* const p[4] = {&TheTables().ddc[0].spec, &TheTables().ddc[1].spec,
+                                                &TheTables().ddc[2].spec, &TheTables().ddc[3].spec};
+  return p;
+}
+const DecodeHuffmanSpec* const* AcSpecs() {
+  static const DecodeHuffmanSpec* const p[4] = {&TheTables().dac[0].spec, &TheTables().dac[1].spec,
+                                                &TheTables().dac[2].spec, &TheTables().dac[3].spec};
+  return p;
+}
+
+// The definition: the block decoder, block after block, until one fails.
+Outcome ByBlocks(const Scan& scan, Session s, int nmcus) {
+  const int nb = int(scan.comp.size());
+  Outcome o{rvtStatusOk, s, 0, std::vector<int16_t>(size_t(nmcus) * nb * 64, 0x5555),
+            std::vector<int>(size_t(nmcus) * nb, -7)};
+  for (int i = 0; i < nmcus * nb; ++i) {
+    const int c = scan.comp[size_t(i % nb)];
+    o.status = rvtiDecodeHuffman8x8_JPEG_1u16s_C1(
+        scan.bytes.data(), int(scan.bytes.size()), &o.s.pos, &o.blocks[size_t(i) * 64], &o.s.dc[c],
+        &o.s.marker, DcSpecs()[c], AcSpecs()[c], &o.s.st);
+    if (o.status != rvtStatusOk) break;
+    o.done[size_t(i)] = int(o.s.st.coefsDone);
+    ++o.nblocks_done;
+  }
+  return o;
+}
+
+Outcome ByRun(RunFn fn, const Scan& scan, Session s, int nmcus) {
+  const int nb = int(scan.comp.size());
+  Outcome o{rvtStatusOk, s, -1, std::vector<int16_t>(size_t(nmcus) * nb * 64, 0x5555),
+            std::vector<int>(size_t(nmcus) * nb, -7)};
+  o.status = fn(scan.bytes.data(), int(scan.bytes.size()), &o.s.pos, o.blocks.data(), nmcus,
+                scan.comp.data(), nb, o.s.dc, &o.s.marker, DcSpecs(), AcSpecs(), &o.s.st,
+                o.done.data(), &o.nblocks_done);
+  return o;
+}
+
+::testing::AssertionResult Same(const Outcome& want, const Outcome& got) {
+  if (got.status != want.status) return ::testing::AssertionFailure() << "status " << got.status << " want " << want.status;
+  if (got.nblocks_done != want.nblocks_done) {
+    return ::testing::AssertionFailure() << "blocks done " << got.nblocks_done << " want " << want.nblocks_done;
+  }
+  if (got.s.pos != want.s.pos) return ::testing::AssertionFailure() << "pos " << got.s.pos << " want " << want.s.pos;
+  if (got.s.marker != want.s.marker) return ::testing::AssertionFailure() << "marker";
+  if (std::memcmp(got.s.dc, want.s.dc, sizeof got.s.dc) != 0) return ::testing::AssertionFailure() << "predictors";
+  if (std::memcmp(&got.s.st, &want.s.st, sizeof got.s.st) != 0) return ::testing::AssertionFailure() << "state";
+  for (size_t i = 0; i < want.blocks.size(); ++i) {
+    if (got.blocks[i] != want.blocks[i]) {
+      return ::testing::AssertionFailure() << "block " << i / 64 << " coefficient " << i % 64;
+    }
+  }
+  if (got.done != want.done) return ::testing::AssertionFailure() << "coefficient counts";
+  return ::testing::AssertionSuccess();
+}
+
+// Scans decoded in runs of random length as a codec does (after a marker it
+// resets the state, the marker and the predictors), every path against the
+// block decoder from the same point; a failed run ends the scan.
+TEST(HuffmanBlocks, EveryPathDecodesAsTheBlockDecoder) {
+  test::Rng rng(1601);
+  int failures_seen = 0, markers_seen = 0;
+  for (int trial = 0; trial < 120; ++trial) {
+    const Scan scan = MakeScan(rng);
+    Session s;
+    if (trial % 7 == 3) {  // a state as a caller may have filled it
+      s.st.acc = rng.Uniform(0, 1 << 30);
+      s.st.count = int(rng.Uniform(-2, 40));
+    }
+    for (int m = 0; m < scan.nmcus;) {
+      if (scan.ri && m > 0 && m % scan.ri == 0) {
+        // A restart: find the marker (the decoder may have met it), reset.
+        const int size = int(scan.bytes.size());
+        while (s.marker == 0 && s.pos + 1 < size) {
+          const uint8_t next = scan.bytes[size_t(s.pos) + 1];
+          if (scan.bytes[size_t(s.pos)] == 0xFF && next != 0 && next != 0xFF) {
+            s.marker = next;
+            s.pos += 2;
+          } else {
+            ++s.pos;
+          }
+        }
+        if (s.marker != 0) ++markers_seen;
+        s = Session{s.pos};
+      }
+      int n = int(rng.Uniform(1, 60));
+      if (scan.ri) n = std::min(n, scan.ri - m % scan.ri);
+      n = std::min(n, scan.nmcus - m);
+      const Outcome want = ByBlocks(scan, s, n);
+      for (const auto& t : test::AllTargets(kRun)) {
+        ASSERT_TRUE(Same(want, ByRun(t.fn, scan, s, n))) << t.name << ", trial " << trial << ", MCU " << m;
+      }
+      if (want.status != rvtStatusOk) {
+        ++failures_seen;
+        break;
+      }
+      s = want.s;
+      m += n;
+    }
+  }
+  // The damage reached both outcomes.
+  EXPECT_GT(failures_seen, 20);
+  EXPECT_GT(markers_seen, 20);
+}
+
+TEST(HuffmanBlocks, ChecksInArgumentOrderAndWritesNothing) {
+  const uint8_t src[4] = {0, 0, 0, 0};
+  const int comp[2] = {0, 1};
+  const int bad_comp[2] = {0, 4};
+  const DecodeHuffmanSpec* const* dcs = DcSpecs();
+  const DecodeHuffmanSpec* const* acs = AcSpecs();
+  const DecodeHuffmanSpec* const partial[4] = {dcs[0], nullptr, nullptr, nullptr};
+  for (const auto& t : test::AllTargets(kRun)) {
+    std::vector<int16_t> blk(128, 9);
+    int pos = 0, marker = 0, done[2] = {7, 7}, nd = 7;
+    int16_t dc[4] = {1, 2, 3, 4};
+    DecodeHuffmanState st = test::FreshDecodeState();
+    const auto call = [&](const uint8_t* s, int len, int* p, int nm, const int* cp, int nb,
+                          const DecodeHuffmanSpec* const* d, const DecodeHuffmanSpec* const* a,
+                          int* n) {
+      return t.fn(s, len, p, blk.data(), nm, cp, nb, dc, &marker, d, a, &st, done, n);
+    };
+    EXPECT_EQ(call(nullptr, -1, &pos, 1, comp, 2, dcs, acs, &nd), rvtStatusNullPtr);
+    EXPECT_EQ(call(src, -1, nullptr, 1, comp, 2, dcs, acs, &nd), rvtStatusBadArg);
+    EXPECT_EQ(call(src, 4, nullptr, 0, comp, 2, dcs, acs, &nd), rvtStatusNullPtr);
+    EXPECT_EQ(call(src, 4, &pos, 0, nullptr, 2, dcs, acs, &nd), rvtStatusSize);
+    EXPECT_EQ(call(src, 4, &pos, 1, nullptr, 0, dcs, acs, &nd), rvtStatusNullPtr);
+    EXPECT_EQ(call(src, 4, &pos, 1, comp, 11, dcs, acs, &nd), rvtStatusSize);
+    EXPECT_EQ(call(src, 4, &pos, 1 << 25, comp, 2, dcs, acs, &nd), rvtStatusSize);
+    EXPECT_EQ(call(src, 4, &pos, 1, bad_comp, 2, nullptr, acs, &nd), rvtStatusBadArg);
+    EXPECT_EQ(call(src, 4, &pos, 1, comp, 2, partial, acs, &nd), rvtStatusNullPtr);
+    EXPECT_EQ(call(src, 4, &pos, 1, comp, 1, partial, nullptr, &nd), rvtStatusNullPtr);
+    EXPECT_EQ(call(src, 4, &pos, 1, comp, 1, partial, acs, nullptr), rvtStatusNullPtr);
+    EXPECT_EQ(t.fn(src, 4, &pos, blk.data(), 1, comp, 1, dc, &marker, dcs, acs, nullptr, done, &nd),
+              rvtStatusNullPtr);
+    pos = -1;
+    EXPECT_EQ(call(src, 4, &pos, 1, comp, 2, dcs, acs, &nd), rvtStatusBadArg);
+    EXPECT_EQ(blk, std::vector<int16_t>(128, 9)) << t.name;
+    EXPECT_EQ(nd, 7);
+    EXPECT_EQ(done[0], 7);
+    EXPECT_EQ(dc[0], 1);
+    // pCoefsDone may be null; a table only for the components named.
+    // Two blocks of DC 0 and EOB, then EOI.
+    const uint8_t two[4] = {0x28, 0xAF, 0xFF, 0xD9};
+    pos = 0;
+    EXPECT_EQ(t.fn(two, 4, &pos, blk.data(), 2, comp, 1, dc, &marker, partial, acs, &st, nullptr, &nd),
+              rvtStatusOk);
+    EXPECT_EQ(nd, 2);
+  }
+}
+
+// The differential check: runs over photo scans and damaged ones.
+std::vector<test::Case> RunCases(test::Rng& rng) {
+  std::vector<test::Case> out;
+  for (int trial = 0; trial < 60; ++trial) {
+    const Scan scan = MakeScan(rng);
+    test::Case k;
+    k.label = "trial " + std::to_string(trial);
+    test::Buf src = test::ArrayOf<uint8_t>(int(scan.bytes.size()));
+    if (!scan.bytes.empty()) std::memcpy(src.as<uint8_t>(), scan.bytes.data(), scan.bytes.size());
+    test::Buf comp = test::ArrayOf<int>(int(scan.comp.size()));
+    std::memcpy(comp.as<int>(), scan.comp.data(), scan.comp.size() * sizeof(int));
+    const int n = std::min(scan.nmcus, int(rng.Uniform(1, 200)));
+    const int nb = int(scan.comp.size());
+    k.in = {src, comp};
+    test::Buf state = test::ArrayOf<DecodeHuffmanState>(1);
+    *state.as<DecodeHuffmanState>() = test::FreshDecodeState();
+    k.out = {test::ArrayOf<int16_t>(64 * n * nb), test::ArrayOf<int>(4), test::ArrayOf<int16_t>(4),
+             state, test::ArrayOf<int>(n * nb)};
+    std::memset(k.out[1].as<int>(), 0, 4 * sizeof(int));
+    std::memset(k.out[2].as<int16_t>(), 0, 4 * sizeof(int16_t));
+    k.arg[0] = n;
+    out.push_back(std::move(k));
+  }
+  return out;
+}
+
+RVT_CHECKASM(rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1,
+             test::Cases{RunCases, [](auto fn, test::Case& k) {
+                           int* misc = k.out[1].as<int>();  // position, marker, blocks done
+                           return fn(k.in[0].as<uint8_t>(), k.in[0].plane.width(), &misc[0],
+                                     k.out[0].as<int16_t>(), int(k.arg[0]), k.in[1].as<int>(),
+                                     k.in[1].plane.width() / int(sizeof(int)),
+                                     k.out[2].as<int16_t>(), &misc[1], DcSpecs(), AcSpecs(),
+                                     k.out[3].as<DecodeHuffmanState>(), k.out[4].as<int>(),
+                                     &misc[2]);
+                         }});
+
+}  // namespace
+}  // namespace rvt
