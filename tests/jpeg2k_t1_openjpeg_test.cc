@@ -1,9 +1,10 @@
 // Code-block coding against OpenJPEG, both ways, for every code-block style
-// byte 0..63: an image that is exactly one code-block (one tile, one
-// component, no decomposition level, one layer, 5/3 reversible) is wrapped
-// into a minimal code-stream around our coded block and must come back
-// from opj_decompress exactly; and the block cut out of what opj_compress
-// writes must decode with our decoder to the image.
+// byte 0..63 and every band: an image whose bands are one code-block each
+// (one tile, one component, no or one decomposition level, one layer, 5/3
+// reversible) is wrapped into a minimal code-stream around our coded
+// blocks and must come back from opj_decompress exactly; and the blocks cut
+// out of what opj_compress writes must decode with our decoder to the
+// bands of the image.
 #include <unistd.h>
 
 #include <cstdio>
@@ -122,33 +123,27 @@ void Put32(Bytes& b, uint32_t v) {
   Put16(b, int(v & 0xFFFF));
 }
 
-constexpr int kGuard = 2, kExponent = 8;  // 8-bit samples, LL band: 9 planes
+constexpr int kGuard = 2;
+// 8-bit samples, reversible: exponents (gains) of LL, HL, LH, HH.
+constexpr int kExponent[4] = {8, 9, 9, 10};
+int MagnBits(int b) { return kGuard + kExponent[b] - 1; }
+// Our band numbers of the packet order LL; HL, LH, HH.
+constexpr int kBandOf[4] = {rvtJ2KBandLL, rvtJ2KBandHL, rvtJ2KBandLH, rvtJ2KBandHH};
 
-// A code-stream of one 8-bit component, one tile, no decomposition level,
-// one layer, the image one code-block of w x h (powers of two).
-Bytes WrapCodeStream(const t1test::Encoded& e, int w, int h, int style) {
-  Bytes cs = {0xFF, 0x4F, 0xFF, 0x51};
-  Put16(cs, 41);
-  Put16(cs, 0);
-  for (uint32_t v : {uint32_t(w), uint32_t(h), 0u, 0u, uint32_t(w), uint32_t(h), 0u, 0u}) Put32(cs, v);
-  Put16(cs, 1);
-  cs.insert(cs.end(), {7, 1, 1});
-  cs.insert(cs.end(), {0xFF, 0x52});
-  Put16(cs, 12);
-  cs.insert(cs.end(), {0, 0, 0, 1, 0, 0, uint8_t(FloorLog2(w) - 2), uint8_t(FloorLog2(h) - 2), uint8_t(style), 1});
-  cs.insert(cs.end(), {0xFF, 0x5C});
-  Put16(cs, 4);
-  cs.insert(cs.end(), {uint8_t(kGuard << 5), uint8_t(kExponent << 3)});
-
+// One packet (one layer, one precinct) of the given code-blocks, each
+// included in this layer with all its passes.
+Bytes Packet(const std::vector<const t1test::Encoded*>& blocks, int style) {
   HeaderWriter hw;
-  if (e.passes == 0) {
-    hw.Bit(0);
-  } else {
-    hw.Bit(1);  // not empty
-    hw.Bit(1);  // included in layer 0 (a tag tree of one leaf, value 0)
-    for (int i = 0; i < e.sf; ++i) hw.Bit(0);
+  hw.Bit(1);  // not empty
+  for (const t1test::Encoded* e : blocks) {
+    if (e->passes == 0) {
+      hw.Bit(0);  // not included (tag tree of one leaf)
+      continue;
+    }
     hw.Bit(1);
-    const int n = e.passes;
+    for (int i = 0; i < e->sf; ++i) hw.Bit(0);
+    hw.Bit(1);
+    const int n = e->passes;
     if (n == 1) hw.Bits(0, 1);
     else if (n == 2) hw.Bits(2, 2);
     else if (n <= 5) hw.Bits(0xC | uint32_t(n - 3), 4);
@@ -158,16 +153,45 @@ Bytes WrapCodeStream(const t1test::Encoded& e, int w, int h, int style) {
     int lblock = 3;
     for (size_t s = 0; s < per.size(); ++s) {
       int need = 0;
-      while ((int64_t(1) << (lblock + need + FloorLog2(per[s]))) <= e.segLen[s]) ++need;
+      while ((int64_t(1) << (lblock + need + FloorLog2(per[s]))) <= e->segLen[s]) ++need;
       for (int i = 0; i < need; ++i) hw.Bit(1);
       lblock += need;
     }
     hw.Bit(0);
-    for (size_t s = 0; s < per.size(); ++s) hw.Bits(uint32_t(e.segLen[s]), lblock + FloorLog2(per[s]));
+    for (size_t s = 0; s < per.size(); ++s) hw.Bits(uint32_t(e->segLen[s]), lblock + FloorLog2(per[s]));
   }
   hw.End();
-  Bytes body = hw.out;
-  body.insert(body.end(), e.data.begin(), e.data.end());
+  Bytes p = hw.out;
+  for (const t1test::Encoded* e : blocks) p.insert(p.end(), e->data.begin(), e->data.end());
+  return p;
+}
+
+// A code-stream of one 8-bit component, one tile, `levels` (0 or 1)
+// decomposition levels, one layer, 5/3; code-blocks of w x h, the image
+// (w x h) << levels, so every band is one code-block: blocks in packet
+// order (LL, then HL, LH, HH).
+Bytes WrapCodeStream(const std::vector<t1test::Encoded>& blocks, int w, int h, int levels, int style) {
+  Bytes cs = {0xFF, 0x4F, 0xFF, 0x51};
+  Put16(cs, 41);
+  Put16(cs, 0);
+  const uint32_t iw = uint32_t(w << levels), ih = uint32_t(h << levels);
+  for (uint32_t v : {iw, ih, 0u, 0u, iw, ih, 0u, 0u}) Put32(cs, v);
+  Put16(cs, 1);
+  cs.insert(cs.end(), {7, 1, 1});
+  cs.insert(cs.end(), {0xFF, 0x52});
+  Put16(cs, 12);
+  cs.insert(cs.end(), {0, 0, 0, 1, 0, uint8_t(levels), uint8_t(FloorLog2(w) - 2), uint8_t(FloorLog2(h) - 2),
+                       uint8_t(style), 1});
+  const int bands = 1 + 3 * levels;
+  cs.insert(cs.end(), {0xFF, 0x5C});
+  Put16(cs, 3 + bands);
+  cs.push_back(uint8_t(kGuard << 5));
+  for (int b = 0; b < bands; ++b) cs.push_back(uint8_t(kExponent[b] << 3));
+  Bytes body = Packet({&blocks[0]}, style);
+  if (levels) {
+    const Bytes p = Packet({&blocks[1], &blocks[2], &blocks[3]}, style);
+    body.insert(body.end(), p.begin(), p.end());
+  }
   cs.insert(cs.end(), {0xFF, 0x90});
   Put16(cs, 10);
   Put16(cs, 0);
@@ -178,20 +202,66 @@ Bytes WrapCodeStream(const t1test::Encoded& e, int w, int h, int style) {
   return cs;
 }
 
-// The one code-block of such a code-stream from another writer: its
-// planes (from QCD), zero planes, passes and segment lengths.
+// The code-blocks of such a code-stream from another writer: planes (from
+// QCD), zero planes, passes and segment lengths, in packet order.
 struct Block {
-  bool ok = false;
-  int magnBits = 0, sf = 0, passes = 0, style = -1;
+  int magnBits = 0, sf = 0, passes = 0;
   Bytes data;
   std::vector<int32_t> segLen;
 };
-Block CutCodeBlock(const Bytes& cs) {
-  Block b;
-  size_t i = 2;
-  size_t sod = 0;
+struct Stream {
+  bool ok = false;
+  int style = -1, levels = 0;
+  std::vector<Block> blocks;
+};
+
+// Reads the packet of `n` code-blocks at pos; false when it does not fit.
+bool ReadPacket(const Bytes& cs, size_t* pos, int n, int style, std::vector<Block>* out) {
+  HeaderReader hr{&cs[*pos], cs.size() - *pos};
+  std::vector<Block> got(static_cast<size_t>(n));
+  if (hr.Bit()) {
+    for (Block& b : got) {
+      if (!hr.Bit()) continue;  // not included: all zero
+      while (!hr.Bit()) ++b.sf;
+      int passes = 1;
+      if (hr.Bit()) {
+        passes = 2;
+        if (hr.Bit()) {
+          const uint32_t two = hr.Bits(2);
+          passes = 3 + int(two);
+          if (two == 3) {
+            const uint32_t five = hr.Bits(5);
+            passes = 6 + int(five);
+            if (five == 31) passes = 37 + int(hr.Bits(7));
+          }
+        }
+      }
+      b.passes = passes;
+      int lblock = 3;
+      while (hr.Bit()) ++lblock;
+      for (int per : SegmentPasses(passes, style)) b.segLen.push_back(int32_t(hr.Bits(lblock + FloorLog2(per))));
+    }
+  }
+  size_t at = *pos + hr.End();
+  for (Block& b : got) {
+    size_t total = 0;
+    for (int32_t l : b.segLen) total += size_t(l);
+    if (at + total > cs.size()) return false;
+    b.data.assign(cs.begin() + long(at), cs.begin() + long(at + total));
+    at += total;
+  }
+  *pos = at;
+  out->insert(out->end(), got.begin(), got.end());
+  return true;
+}
+
+Stream CutCodeBlocks(const Bytes& cs) {
+  Stream st;
+  size_t i = 2, sod = 0;
+  std::vector<int> exps;
+  int guard = 0;
   while (i + 4 <= cs.size()) {
-    if (cs[i] != 0xFF) return b;
+    if (cs[i] != 0xFF) return st;
     const int m = cs[i + 1];
     if (m == 0x93) {
       sod = i + 2;
@@ -199,51 +269,23 @@ Block CutCodeBlock(const Bytes& cs) {
     }
     const size_t len = size_t(cs[i + 2]) << 8 | cs[i + 3];
     const uint8_t* seg = &cs[i + 4];
-    if (m == 0x52) b.style = seg[8];
-    if (m == 0x5C) b.magnBits = (seg[0] >> 5) + (seg[1] >> 3) - 1;
-    if (m == 0x90) {
-      i += 2 + len;
-      continue;
+    if (m == 0x52) {
+      st.style = seg[8];
+      st.levels = seg[5];
+    }
+    if (m == 0x5C) {
+      guard = seg[0] >> 5;
+      for (size_t k = 1; k + 2 < len; ++k) exps.push_back(seg[k] >> 3);
     }
     i += 2 + len;
   }
-  if (!sod || b.style < 0) return b;
-  HeaderReader hr{&cs[sod], cs.size() - sod};
-  if (!hr.Bit()) {
-    b.ok = true;
-    return b;
-  }
-  if (!hr.Bit()) {  // not included: an all-zero block
-    b.ok = true;
-    return b;
-  }
-  while (!hr.Bit()) ++b.sf;
-  int n = 1;
-  if (hr.Bit()) {
-    n = 2;
-    if (hr.Bit()) {
-      const uint32_t two = hr.Bits(2);
-      n = 3 + int(two);
-      if (two == 3) {
-        const uint32_t five = hr.Bits(5);
-        n = 6 + int(five);
-        if (five == 31) n = 37 + int(hr.Bits(7));
-      }
-    }
-  }
-  b.passes = n;
-  int lblock = 3;
-  while (hr.Bit()) ++lblock;
-  size_t total = 0;
-  for (int per : SegmentPasses(n, b.style)) {
-    b.segLen.push_back(int32_t(hr.Bits(lblock + FloorLog2(per))));
-    total += size_t(b.segLen.back());
-  }
-  const size_t start = sod + hr.End();
-  if (start + total > cs.size()) return b;
-  b.data.assign(cs.begin() + long(start), cs.begin() + long(start + total));
-  b.ok = true;
-  return b;
+  if (!sod || st.style < 0 || st.levels > 1 || int(exps.size()) != 1 + 3 * st.levels) return st;
+  size_t pos = sod;
+  if (!ReadPacket(cs, &pos, 1, st.style, &st.blocks)) return st;
+  if (st.levels && !ReadPacket(cs, &pos, 3, st.style, &st.blocks)) return st;
+  for (size_t b = 0; b < st.blocks.size(); ++b) st.blocks[b].magnBits = guard + exps[b] - 1;
+  st.ok = true;
+  return st;
 }
 
 // A test picture: smooth gradients, an edge, noise, flat patches, so
@@ -264,23 +306,52 @@ std::vector<uint8_t> Picture(test::Rng& rng, int w, int h, int kind) {
 
 const int kSides[][2] = {{64, 64}, {32, 32}, {16, 64}, {64, 16}, {4, 4}, {8, 32}};
 
+// The coefficients of each band (packet order) of the level-shifted
+// picture after `levels` 5/3 levels (the library's, checked elsewhere).
+std::vector<std::vector<int32_t>> Bands(const std::vector<uint8_t>& px, int w, int h, int levels) {
+  const int iw = w << levels, ih = h << levels;
+  std::vector<int32_t> plane(px.size());
+  for (size_t i = 0; i < px.size(); ++i) plane[i] = int32_t(px[i]) - 128;
+  if (levels) {
+    const ImageRect r{0, 0, iw, ih};
+    uint32_t bytes = 0;
+    EXPECT_EQ(rvtiWTGetBufSize_B53_JPEG2K_32s_C1IR(&r, &bytes), rvtStatusOk);
+    std::vector<uint8_t> buf(bytes + 16);
+    EXPECT_EQ(rvtiWTFwd_B53_JPEG2K_32s_C1IR(plane.data(), iw * 4, &r, buf.data()), rvtStatusOk);
+  }
+  std::vector<std::vector<int32_t>> out;
+  const int origin[4][2] = {{0, 0}, {w, 0}, {0, h}, {w, h}};  // LL, HL, LH, HH quadrants
+  for (int b = 0; b < 1 + 3 * levels; ++b) {
+    std::vector<int32_t> c;
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) c.push_back(plane[size_t(origin[b][1] + y) * iw + origin[b][0] + x]);
+    out.push_back(c);
+  }
+  return out;
+}
+
 TEST(J2kTier1OpenJpeg, OpenJpegDecodesOurBlocksForEveryStyle) {
   if (!HaveTool("opj_decompress")) GTEST_SKIP() << "opj_decompress not installed";
   TempDir dir;
   test::Rng rng(1911);
-  for (int style = 0; style < 64; ++style) {
-    const int w = kSides[style % 6][0], h = kSides[style % 6][1];
-    const auto px = Picture(rng, w, h, style);
-    std::vector<int32_t> c(px.size());
-    for (size_t i = 0; i < px.size(); ++i) c[i] = int32_t(px[i]) - 128;
-    const t1test::Encoded e = t1test::Encode(c, w, h, 0, kGuard + kExponent - 1, style);
-    ASSERT_EQ(e.status, rvtStatusOk);
-    const Bytes cs = WrapCodeStream(e, w, h, style);
-    const std::string in = dir.path + "/ours.j2k", out = dir.path + "/ours.pgm";
-    std::ofstream(in, std::ios::binary).write(reinterpret_cast<const char*>(cs.data()), std::streamsize(cs.size()));
-    std::remove(out.c_str());
-    ASSERT_EQ(Shell("opj_decompress -i " + in + " -o " + out), 0) << "style " << style;
-    EXPECT_EQ(ReadPgm(out, w, h), px) << "style " << style << " " << w << "x" << h;
+  for (int levels = 0; levels < 2; ++levels) {
+    for (int style = 0; style < 64; ++style) {
+      const int w = kSides[style % 6][0], h = kSides[style % 6][1];
+      const auto px = Picture(rng, w << levels, h << levels, style);
+      const auto bands = Bands(px, w, h, levels);
+      std::vector<t1test::Encoded> blocks;
+      for (size_t b = 0; b < bands.size(); ++b) {
+        blocks.push_back(t1test::Encode(bands[b], w, h, kBandOf[b], MagnBits(int(b)), style));
+        ASSERT_EQ(blocks.back().status, rvtStatusOk);
+      }
+      const Bytes cs = WrapCodeStream(blocks, w, h, levels, style);
+      const std::string in = dir.path + "/ours.j2k", out = dir.path + "/ours.pgm";
+      std::ofstream(in, std::ios::binary).write(reinterpret_cast<const char*>(cs.data()), std::streamsize(cs.size()));
+      std::remove(out.c_str());
+      ASSERT_EQ(Shell("opj_decompress -i " + in + " -o " + out), 0) << "style " << style;
+      EXPECT_EQ(ReadPgm(out, w << levels, h << levels), px)
+          << "style " << style << " levels " << levels << " blocks " << w << "x" << h;
+    }
   }
 }
 
@@ -288,32 +359,38 @@ TEST(J2kTier1OpenJpeg, WeDecodeOpenJpegBlocksForEveryStyle) {
   if (!HaveTool("opj_compress")) GTEST_SKIP() << "opj_compress not installed";
   TempDir dir;
   test::Rng rng(1912);
-  for (int style = 0; style < 64; ++style) {
-    const int w = kSides[(style + 1) % 6][0], h = kSides[(style + 1) % 6][1];
-    const auto px = Picture(rng, w, h, style + 1);
-    const std::string in = dir.path + "/in.pgm", out = dir.path + "/opj.j2k";
-    WritePgm(in, px, w, h);
-    std::remove(out.c_str());
-    ASSERT_EQ(Shell("opj_compress -i " + in + " -o " + out + " -n 1 -b " + std::to_string(w) + "," +
-                    std::to_string(h) + " -M " + std::to_string(style)),
-              0)
-        << "style " << style;
-    const Block b = CutCodeBlock(ReadFile(out));
-    ASSERT_TRUE(b.ok) << "style " << style;
-    ASSERT_EQ(b.style, style);
-    std::vector<int32_t> got(px.size(), 0);
-    int32_t bytes = 0;
-    ASSERT_EQ(rvtiDecodeGetBufSize_JPEG2K({w, h}, &bytes), rvtStatusOk);
-    std::vector<uint8_t> work(static_cast<size_t>(bytes));
-    const uint8_t none = 0;
-    const int32_t zero = 0;
-    ASSERT_EQ(rvtiDecodeCodeBlock_JPEG2K_1u32s_C1R(b.data.empty() ? &none : b.data.data(),
-                                                   b.segLen.empty() ? &zero : b.segLen.data(), got.data(), w * 4,
-                                                   {w, h}, 0, b.magnBits, b.sf, b.passes, style, 0, work.data()),
-              rvtStatusOk);
-    std::vector<uint8_t> back(px.size());
-    for (size_t i = 0; i < px.size(); ++i) back[i] = uint8_t(got[i] + 128);
-    EXPECT_EQ(back, px) << "style " << style << " " << w << "x" << h;
+  for (int levels = 0; levels < 2; ++levels) {
+    for (int style = 0; style < 64; ++style) {
+      const int w = kSides[(style + 1) % 6][0], h = kSides[(style + 1) % 6][1];
+      const auto px = Picture(rng, w << levels, h << levels, style + 1);
+      const std::string in = dir.path + "/in.pgm", out = dir.path + "/opj.j2k";
+      WritePgm(in, px, w << levels, h << levels);
+      std::remove(out.c_str());
+      ASSERT_EQ(Shell("opj_compress -i " + in + " -o " + out + " -n " + std::to_string(levels + 1) + " -b " +
+                      std::to_string(w) + "," + std::to_string(h) + " -M " + std::to_string(style)),
+                0)
+          << "style " << style;
+      const Stream st = CutCodeBlocks(ReadFile(out));
+      ASSERT_TRUE(st.ok) << "style " << style;
+      ASSERT_EQ(st.style, style);
+      const auto bands = Bands(px, w, h, levels);
+      ASSERT_EQ(st.blocks.size(), bands.size());
+      int32_t bytes = 0;
+      ASSERT_EQ(rvtiDecodeGetBufSize_JPEG2K({w, h}, &bytes), rvtStatusOk);
+      std::vector<uint8_t> work(static_cast<size_t>(bytes));
+      for (size_t b = 0; b < bands.size(); ++b) {
+        const Block& k = st.blocks[b];
+        std::vector<int32_t> got(bands[b].size(), 0x55);
+        const uint8_t none = 0;
+        const int32_t zero = 0;
+        ASSERT_EQ(rvtiDecodeCodeBlock_JPEG2K_1u32s_C1R(k.data.empty() ? &none : k.data.data(),
+                                                       k.segLen.empty() ? &zero : k.segLen.data(), got.data(), w * 4,
+                                                       {w, h}, kBandOf[b], k.magnBits, k.sf, k.passes, style, 0,
+                                                       work.data()),
+                  rvtStatusOk);
+        EXPECT_EQ(got, bands[b]) << "style " << style << " levels " << levels << " band " << b;
+      }
+    }
   }
 }
 
