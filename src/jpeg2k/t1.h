@@ -335,6 +335,7 @@ struct RawDecoder {
 // Bits 0..11 are the fast coder's neighbourhood (t1_fast.h); the reference
 // leaves them 0 and looks at the neighbours themselves.
 enum Flag : uint32_t { kFSig = 1u << 12, kFNeg = 1u << 13, kFVisit = 1u << 14, kFRefined = 1u << 15 };
+static_assert(kFVisit == kFSig << 2, "the fast cleanup pass tests both with one shift");
 
 // The coefficient planes of a block inside a state: flags (with a border of
 // one), magnitudes, lowest known plane.

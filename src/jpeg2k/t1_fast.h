@@ -116,6 +116,10 @@ void FastSignificance(Planes& b, Coder<kEnc>& c, int plane, int band, bool raw, 
     uint32_t* col = &b.F(0, y0);
     for (int x = 0; x < b.w; ++x, ++col) {
       uint32_t* f = col;
+      if (rows == 4) {  // nothing to code: no neighbour significant, or all four significant
+        const uint32_t f0 = f[0], f1 = f[s], f2 = f[2 * s], f3 = f[3 * s];
+        if (!((f0 | f1 | f2 | f3) & kNeighbours) || (f0 & f1 & f2 & f3 & kFSig)) continue;
+      }
       for (int r = 0; r < rows; ++r, f += s) {
         const uint32_t fl = *f;
         if ((fl & kFSig) || !(fl & kNeighbours)) continue;
@@ -136,6 +140,7 @@ void FastRefinement(Planes& b, Coder<kEnc>& c, int plane, bool raw) {
     uint32_t* col = &b.F(0, y0);
     for (int x = 0; x < b.w; ++x, ++col) {
       uint32_t* f = col;
+      if (rows == 4 && !((f[0] | f[s] | f[2 * s] | f[3 * s]) & kFSig)) continue;
       for (int r = 0; r < rows; ++r, f += s) {
         const uint32_t fl = *f;
         if ((fl & (kFSig | kFVisit)) != kFSig) continue;
@@ -167,6 +172,15 @@ void FastCleanup(Planes& b, Coder<kEnc>& c, int plane, int band, bool causal, bo
     for (int x = 0; x < b.w; ++x, ++col) {
       uint32_t* f = col;
       int r = 0;
+      if (rows == 4) {
+        // Every coefficient significant or coded in this plane: only the
+        // marks of the significance pass to clear.
+        auto done = [](uint32_t v) { return (v | (v >> 2)) & kFSig; };  // kFVisit is kFSig << 2
+        if (done(f[0]) & done(f[s]) & done(f[2 * s]) & done(f[3 * s])) {
+          for (int k = 0; k < 4; ++k) f[k * s] &= ~uint32_t(kFVisit);
+          continue;
+        }
+      }
       if (rows == 4 && !((f[0] | f[s] | f[2 * s] | f[3 * s]) & kBusy)) {
         int first = 4;
         if constexpr (kEnc) {
@@ -188,11 +202,10 @@ void FastCleanup(Planes& b, Coder<kEnc>& c, int plane, int band, bool causal, bo
         if (c.Mq(zc[fl & kNeighbours], Truth<kEnc>(b, x, y0 + r, plane)))
           Sign(b, c, f, x, y0 + r, plane, false, causal);
       }
+      // The marks of the significance pass go (a run's rows carry none).
+      uint32_t* g = col;
+      for (int k = 0; k < rows; ++k, g += s) *g &= ~uint32_t(kFVisit);
     }
-  }
-  for (int y = 0; y < b.h; ++y) {
-    uint32_t* f = &b.F(0, y);
-    for (int x = 0; x < b.w; ++x) f[x] &= ~uint32_t(kFVisit);
   }
   if (segsym) {
     c.Mq(kCtxUni, 1);
