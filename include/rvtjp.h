@@ -993,12 +993,13 @@ RvtResult rvtiICTInv_JPEG2K_32f_P3IR(float* const pSrcDst[3], int32_t srcDstStep
  * and is shifted down by s (bits below plane s dropped); smaller ones are
  * kept.  Results are sign and magnitude turned into two's complement.
  *
- * States live in caller memory (GetStateSize then Init), or InitAlloc
- * allocates them through rvtMalloc (rvtStatusNoMem, null stored, when it
- * fails) and Free releases them.  A state holds one code-block at a time
- * and belongs to one thread at a time.  Checks run in argument order;
- * nothing is written when one fails.  Sizes above the state's maximum,
- * sides outside 1..1024 or areas above 4096 give rvtStatusSize. */
+ * States live in caller memory (GetStateSize then Init; any address), or
+ * InitAlloc allocates them through rvtMalloc (rvtStatusNoMem, null stored,
+ * when it fails) and Free releases them.  A state holds one code-block at
+ * a time and belongs to one thread at a time; one never initialised gives
+ * rvtStatusBadArg.  Checks run in argument order; nothing is written when
+ * one fails.  Sizes above the state's maximum, sides outside 1..1024 or
+ * areas above 4096 give rvtStatusSize. */
 enum {
   rvtJ2KBandLL = 0,
   rvtJ2KBandLH = 1,
@@ -1017,7 +1018,9 @@ typedef struct EncodeCBState_JPEG2K EncodeCBState_JPEG2K;
 typedef struct DecodeCBProgrState_JPEG2K DecodeCBProgrState_JPEG2K;
 
 /* Encoder.  The state holds the coded bytes of the last loaded block; its
- * size grows with the maximum area (a bound on what 31 planes can code). */
+ * size grows with the maximum area: room for 6 bytes per sample and plane
+ * (what 31 planes of the most expensive decisions can cost), about 760 KB
+ * for 64 x 64. */
 RvtResult rvtiEncodeGetStateSize_JPEG2K(ImageSize cbMaxSize, int32_t* pSize);
 RvtResult rvtiEncodeInit_JPEG2K(EncodeCBState_JPEG2K* pState, ImageSize cbMaxSize);
 RvtResult rvtiEncodeInitAlloc_JPEG2K(EncodeCBState_JPEG2K** ppState, ImageSize cbMaxSize);
