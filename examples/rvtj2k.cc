@@ -360,7 +360,7 @@ struct Decoder {
           for (Add& a : adds)
             for (int32_t len : a.lens) {
               const size_t n = std::min(size_t(len), d.size() - std::min(pos, d.size()));
-              a.cb->data.insert(a.cb->data.end(), d.begin() + long(pos), d.begin() + long(pos + n));
+              if (n) a.cb->data.insert(a.cb->data.end(), d.begin() + long(pos), d.begin() + long(pos + n));
               pos += size_t(len);
             }
         }
