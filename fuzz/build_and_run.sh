@@ -40,7 +40,7 @@ current() {
   return 0
 }
 
-sources=(src/jpeg/huffman_tables.cc src/jpeg/huffman_encode.cc src/jpeg/huffman_decode.cc src/jpeg/huffman_progressive.cc
+sources=(src/jpeg2k/t1.cc src/jpeg/huffman_tables.cc src/jpeg/huffman_encode.cc src/jpeg/huffman_decode.cc src/jpeg/huffman_progressive.cc
          src/jpeg/huffman_decode_blocks.cc
          src/tiff/packbits.cc src/texture/bc_decode.cc src/jpeg/lossless.cc src/frame/memory.cc
          core/rvtcore.cc)
@@ -53,7 +53,7 @@ for s in "${sources[@]}"; do
   objs+=("$o")
 done
 
-targets=(huffman_decode8x8_fuzzer huffman_decode_one_fuzzer huffman_decode_direct_fuzzer
+targets=(j2k_t1_decode_fuzzer huffman_decode8x8_fuzzer huffman_decode_one_fuzzer huffman_decode_direct_fuzzer
          huffman_encode8x8_fuzzer tiff_unpack_fuzzer texture_decode_fuzzer
          lossless_decode_row_fuzzer progressive_dc_first_fuzzer progressive_dc_refine_fuzzer
          progressive_ac_first_fuzzer progressive_ac_refine_fuzzer huffman_decode_blocks_fuzzer)

@@ -1177,6 +1177,136 @@ RvtResult rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1(
     const int* pMcuComp, int nMcuBlocks, int16_t* pLastDC, int* pMarker,
     const DecodeHuffmanSpec* const pDcTable[4], const DecodeHuffmanSpec* const pAcTable[4],
     DecodeHuffmanState* pDecHuffState, int* pCoefsDone, int* pBlocksDone);
+/* ------------------------------------------- JPEG 2000 code-block coding */
+/* Tier-1 coding of one code-block: the MQ arithmetic coder and the three
+ * coding passes per bit-plane (significance propagation, magnitude
+ * refinement, cleanup) of JPEG 2000 Part 1.
+ *
+ * Code-block: 1..1024 samples a side, at most 4096 samples.  Band (for the
+ * significance contexts): rvtJ2KBandLL, LH (low horizontally, high
+ * vertically), HL, HH, as numbered by the wavelet functions.  magnBits:
+ * the number of magnitude bit-planes of the band, 1..31, including any ROI
+ * shift.  Code-block style: the byte of the COD/COC segment, any
+ * combination of the rvtJ2KStyle... flags (0..63).  Passes: pass 0 is the
+ * cleanup pass of the most significant coded plane, then significance,
+ * refinement and cleanup per plane: 3 x planes - 2 passes.
+ * Segments (the units of termination): with TermAll one per pass;
+ * otherwise with Bypass passes 0..9 form one, then each pair of raw
+ * significance and refinement passes one, each cleanup pass one; else one
+ * segment holds all passes.
+ *
+ * Reconstruction (decoders and the distortion figures): a coefficient
+ * whose bits are known down to plane q (q = 0: all) is reconstructed as
+ * those bits plus 2^(q-1) when q > 0, i.e. the mid-point of the interval
+ * the decoded bits leave; insignificant coefficients are 0.  With an ROI
+ * shift s, a reconstructed magnitude of 2^s or more belongs to the region
+ * and is shifted down by s (bits below plane s dropped); smaller ones are
+ * kept.  Results are sign and magnitude turned into two's complement.
+ *
+ * States live in caller memory (GetStateSize then Init; any address), or
+ * InitAlloc allocates them through rvtMalloc (rvtStatusNoMem, null stored,
+ * when it fails) and Free releases them.  A state holds one code-block at
+ * a time and belongs to one thread at a time; one never initialised gives
+ * rvtStatusBadArg.  Checks run in argument order; nothing is written when
+ * one fails.  Sizes above the state's maximum, sides outside 1..1024 or
+ * areas above 4096 give rvtStatusSize. */
+enum {
+  rvtJ2KBandLL = 0,
+  rvtJ2KBandLH = 1,
+  rvtJ2KBandHL = 2,
+  rvtJ2KBandHH = 3
+};
+enum {
+  rvtJ2KStyleBypass = 1,   /* raw significance/refinement passes after plane 4 */
+  rvtJ2KStyleReset = 2,    /* contexts reset at the end of every pass */
+  rvtJ2KStyleTermAll = 4,  /* every pass terminated */
+  rvtJ2KStyleVCausal = 8,  /* stripes ignore the stripe below */
+  rvtJ2KStylePTerm = 16,   /* predictable termination */
+  rvtJ2KStyleSegSym = 32   /* 1010 coded at the end of every cleanup pass */
+};
+typedef struct EncodeCBState_JPEG2K EncodeCBState_JPEG2K;
+typedef struct DecodeCBProgrState_JPEG2K DecodeCBProgrState_JPEG2K;
+
+/* Encoder.  The state holds the coded bytes of the last loaded block; its
+ * size grows with the maximum area: room for 6 bytes per sample and plane
+ * (what 31 planes of the most expensive decisions can cost), about 760 KB
+ * for 64 x 64. */
+RvtResult rvtiEncodeGetStateSize_JPEG2K(ImageSize cbMaxSize, int32_t* pSize);
+RvtResult rvtiEncodeInit_JPEG2K(EncodeCBState_JPEG2K* pState, ImageSize cbMaxSize);
+RvtResult rvtiEncodeInitAlloc_JPEG2K(EncodeCBState_JPEG2K** ppState, ImageSize cbMaxSize);
+RvtResult rvtiEncodeFree_JPEG2K(EncodeCBState_JPEG2K* pState);
+/* Codes a block of signed coefficients (two's complement; magnitudes below
+ * 2^magnBits, so INT32_MIN never fits: rvtStatusRange, as for any larger
+ * magnitude).  Checks: pSrc (null), srcStep (below 1), cbSize, pState
+ * (null; its maximum), band, magnBits (1..31), codeStyle (0..63)
+ * (rvtStatusBadArg), then the three outputs (null), then the magnitudes.
+ * Reports the leading zero planes (magnBits - coded planes; magnBits for an
+ * all-zero block, which has no passes and no segments), the number of
+ * passes and the number of segments.  Terminations: MQ segments end with
+ * the standard flush (a final 0xFF dropped), or with PTerm the predictable
+ * one; raw segments pad with 0, 1, 0, ... and drop a final 0xFF (PTerm
+ * writes 0x2A after it instead). */
+RvtResult rvtiEncodeLoadCodeBlock_JPEG2K_32s_C1R(const int32_t* pSrc, int32_t srcStep, ImageSize cbSize,
+                                                 EncodeCBState_JPEG2K* pState, int32_t band, int32_t magnBits,
+                                                 int32_t codeStyle, int32_t* pSfBits, int32_t* pNOfPasses,
+                                                 int32_t* pNOfTermPasses);
+/* Copies the next coded bytes (all segments, in order) to pDst: at most
+ * *pDstLen (at least 1, else rvtStatusSize), which receives the count
+ * copied; *pIsNotFinish becomes 1 while bytes remain, else 0.  Resumable:
+ * each call continues where the last stopped; a new LoadCodeBlock starts
+ * over. */
+RvtResult rvtiEncodeStoreBits_JPEG2K_1u(uint8_t* pDst, int32_t* pDstLen, EncodeCBState_JPEG2K* pState,
+                                        int32_t* pIsNotFinish);
+/* Bytes (from the start of the block's data) that decode passes 0..passNo
+ * exactly: the segment's end for a terminated pass, otherwise the bytes out
+ * plus those the coder's register still holds, never ending in 0xFF, never
+ * past the segment, monotone in passNo.  passNo outside the coded passes:
+ * rvtStatusBadArg. */
+RvtResult rvtiEncodeGetRate_JPEG2K(const EncodeCBState_JPEG2K* pState, int32_t passNo, int32_t* pRate);
+/* Decrease of the block's squared error (in coefficient units, ROI shift 0)
+ * when passes 0..passNo are decoded with the library's reconstruction,
+ * against all zeros: exact up to the precision of a double. */
+RvtResult rvtiEncodeGetDist_JPEG2K(const EncodeCBState_JPEG2K* pState, int32_t passNo, double* pDist);
+/* Length in bytes of segment segNo (0 .. segments - 1). */
+RvtResult rvtiEncodeGetTermPassLen_JPEG2K(const EncodeCBState_JPEG2K* pState, int32_t segNo, int32_t* pLen);
+
+/* One-shot decoder.  pSrc holds the segments back to back, pSegLen their
+ * lengths (as many as nOfPasses spans with codeStyle; each 0 or more).
+ * nOfPasses 0..3 x (magnBits - sfBits) - 2 passes are decoded; a segment
+ * shorter than coded decodes as if 0xFF bytes followed it (nothing past it
+ * is read).  The segmentation symbol is not verified.  Checks: pSrc,
+ * pSegLen, pDst (null), dstStep (below 1), cbSize (rvtStatusSize), band,
+ * magnBits 1..31, sfBits 0..magnBits, nOfPasses, codeStyle 0..63, roiShift
+ * 0..31, the segment lengths (rvtStatusBadArg), pBuffer (null).  pBuffer
+ * holds rvtiDecodeGetBufSize_JPEG2K bytes for the block's size or more. */
+RvtResult rvtiDecodeCodeBlock_JPEG2K_1u32s_C1R(const uint8_t* pSrc, const int32_t* pSegLen, int32_t* pDst,
+                                               int32_t dstStep, ImageSize cbSize, int32_t band,
+                                               int32_t magnBits, int32_t sfBits, int32_t nOfPasses,
+                                               int32_t codeStyle, int32_t roiShift, uint8_t* pBuffer);
+RvtResult rvtiDecodeGetBufSize_JPEG2K(ImageSize cbMaxSize, int32_t* pSize);
+
+/* Progressive decoder: a block decoded pass by pass as quality layers
+ * arrive.  Attach starts a block (same arguments and checks as the
+ * one-shot decoder).  Step decodes up to nOfPasses passes in all: pSrc and
+ * pSegLen describe all the block's data received so far (earlier bytes
+ * unchanged, new ones appended, so the open segment's length grows);
+ * passes already decoded in closed segments are kept, the open segment is
+ * decoded again from its start.  nOfPasses below the passes decoded or
+ * above the coded ones: rvtStatusBadArg.  GetPassCounters gives the passes
+ * decoded and the bit-plane of the last one (magnBits - sfBits before the
+ * first); GetCodeBlock writes the reconstruction so far. */
+RvtResult rvtiDecodeCBProgrGetStateSize_JPEG2K(ImageSize cbMaxSize, int32_t* pSize);
+RvtResult rvtiDecodeCBProgrInit_JPEG2K(DecodeCBProgrState_JPEG2K* pState, ImageSize cbMaxSize);
+RvtResult rvtiDecodeCBProgrInitAlloc_JPEG2K(DecodeCBProgrState_JPEG2K** ppState, ImageSize cbMaxSize);
+RvtResult rvtiDecodeCBProgrFree_JPEG2K(DecodeCBProgrState_JPEG2K* pState);
+RvtResult rvtiDecodeCBProgrAttach_JPEG2K(DecodeCBProgrState_JPEG2K* pState, ImageSize cbSize, int32_t band,
+                                        int32_t magnBits, int32_t sfBits, int32_t codeStyle, int32_t roiShift);
+RvtResult rvtiDecodeCBProgrStep_JPEG2K(const uint8_t* pSrc, const int32_t* pSegLen, int32_t nOfPasses,
+                                      DecodeCBProgrState_JPEG2K* pState);
+RvtResult rvtiDecodeCBProgrGetPassCounters_JPEG2K(const DecodeCBProgrState_JPEG2K* pState,
+                                                 int32_t* pNOfDecodedPasses, int32_t* pBitPlane);
+RvtResult rvtiDecodeCBProgrGetCodeBlock_JPEG2K_32s_C1R(const DecodeCBProgrState_JPEG2K* pState, int32_t* pDst,
+                                                      int32_t dstStep);
 
 #ifdef __cplusplus
 }

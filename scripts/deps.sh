@@ -15,6 +15,7 @@ packages=(
   clang libclang-rt-14-dev libomp-14-dev
   ffmpeg dcmtk
   libopenjp2-7-dev
+  libopenjp2-tools
 )
 if [ "${1:-}" = --list ]; then
   printf '%s\n' "${packages[@]}"

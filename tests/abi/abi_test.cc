@@ -940,6 +940,66 @@ uint64_t HuffmanRunDigest() {
   return d.value();
 }
 
+// Code-block coding: every style on one block of each band, all passes
+// decoded one-shot and in two layers; sizes, rates, distortions, segment
+// lengths and the bytes.
+uint64_t Tier1Digest() {
+  Digest d;
+  constexpr int w = 24, h = 19;
+  const auto c = Random<int32_t>(size_t(w * h), 19, -700, 700);
+  int32_t sz = 0;
+  d.Status(rvtiEncodeGetStateSize_JPEG2K({w, h}, &sz));
+  std::vector<uint8_t> mem(static_cast<size_t>(sz));
+  auto* st = reinterpret_cast<EncodeCBState_JPEG2K*>(mem.data());
+  d.Status(rvtiEncodeInit_JPEG2K(st, {w, h}));
+  EncodeCBState_JPEG2K* st2 = nullptr;
+  d.Status(rvtiEncodeInitAlloc_JPEG2K(&st2, {w, h}));
+  d.Status(rvtiEncodeFree_JPEG2K(st2));
+  int32_t need = 0, pstate = 0;
+  d.Status(rvtiDecodeGetBufSize_JPEG2K({w, h}, &need));
+  d.Status(rvtiDecodeCBProgrGetStateSize_JPEG2K({w, h}, &pstate));
+  std::vector<uint8_t> work(static_cast<size_t>(need)), pmem(static_cast<size_t>(pstate));
+  auto* ps = reinterpret_cast<DecodeCBProgrState_JPEG2K*>(pmem.data());
+  d.Status(rvtiDecodeCBProgrInit_JPEG2K(ps, {w, h}));
+  DecodeCBProgrState_JPEG2K* ps2 = nullptr;
+  d.Status(rvtiDecodeCBProgrInitAlloc_JPEG2K(&ps2, {w, h}));
+  d.Status(rvtiDecodeCBProgrFree_JPEG2K(ps2));
+  for (int style = 0; style < 64; ++style) {
+    const int band = style & 3;
+    int32_t sf = 0, np = 0, nt = 0;
+    d.Status(rvtiEncodeLoadCodeBlock_JPEG2K_32s_C1R(c.data(), w * 4, {w, h}, st, band, 11, style, &sf, &np, &nt));
+    std::vector<int32_t> rate(static_cast<size_t>(np)), len(static_cast<size_t>(nt) + 1);
+    std::vector<double> dist(static_cast<size_t>(np));
+    for (int k = 0; k < np; ++k) {
+      d.Status(rvtiEncodeGetRate_JPEG2K(st, k, &rate[size_t(k)]));
+      d.Status(rvtiEncodeGetDist_JPEG2K(st, k, &dist[size_t(k)]));
+    }
+    for (int s = 0; s < nt; ++s) d.Status(rvtiEncodeGetTermPassLen_JPEG2K(st, s, &len[size_t(s)]));
+    std::vector<uint8_t> bytes(8192);
+    int32_t n = int32_t(bytes.size()), more = 0;
+    d.Status(rvtiEncodeStoreBits_JPEG2K_1u(bytes.data(), &n, st, &more));
+    bytes.resize(size_t(n));
+    d.Add(rate);
+    d.Add(dist);
+    d.Add(len);
+    d.Add(bytes);
+    std::vector<int32_t> out(static_cast<size_t>(w * h));
+    d.Status(rvtiDecodeCodeBlock_JPEG2K_1u32s_C1R(bytes.data(), len.data(), out.data(), w * 4, {w, h}, band, 11, sf,
+                                                  np, style, style % 3, work.data()));
+    d.Add(out);
+    d.Status(rvtiDecodeCBProgrAttach_JPEG2K(ps, {w, h}, band, 11, sf, style, 0));
+    d.Status(rvtiDecodeCBProgrStep_JPEG2K(bytes.data(), len.data(), np / 2, ps));
+    int32_t done = 0, plane = 0;
+    d.Status(rvtiDecodeCBProgrGetPassCounters_JPEG2K(ps, &done, &plane));
+    d.Add(&done, 1);
+    d.Add(&plane, 1);
+    d.Status(rvtiDecodeCBProgrStep_JPEG2K(bytes.data(), len.data(), np, ps));
+    d.Status(rvtiDecodeCBProgrGetCodeBlock_JPEG2K_32s_C1R(ps, out.data(), w * 4));
+    d.Add(out);
+  }
+  return d.value();
+}
+
 TEST(Abi, FamiliesGiveTheirDefinedResults) {
   struct Family {
     const char* name;
@@ -959,7 +1019,8 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"JPEG 2000", Jpeg2kDigest, 0x179f306254d03b0dull},
                           Family{"MCU conversions", McuDigest, 0xe6159909f6d7ea64ull},
                           Family{"progressive Huffman", ProgressiveDigest, 0x7ed2257896f4aa39ull},
-                          Family{"Huffman MCU runs", HuffmanRunDigest, 0xaf5f03ee92775d3eull}}) {
+                          Family{"Huffman MCU runs", HuffmanRunDigest, 0xaf5f03ee92775d3eull},
+                          Family{"JPEG 2000 code-blocks", Tier1Digest, 0x7e337e5eecc58e6aull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }
