@@ -967,6 +967,37 @@ RvtResult rvtiICTInv_JPEG2K_16s_P3IR(int16_t* const pSrcDst[3], int32_t srcDstSt
 RvtResult rvtiICTInv_JPEG2K_32s_P3IR(int32_t* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
 RvtResult rvtiICTInv_JPEG2K_32f_P3IR(float* const pSrcDst[3], int32_t srcDstStep, ImageSize roiSize);
 
+/* ------------------------------------------------ BC7 and BC6H textures */
+/* Region decoders with the arguments, checks and region walk of the BC1 to
+ * BC5 decoders above: 16-byte blocks, ceil(width / 4) * ceil(height / 4) of
+ * them; pSrc or pDst null (rvtStatusNullPtr), dstStep 0 (rvtStatusStep; a
+ * negative step walks upwards), width or height below 1 (rvtStatusSize);
+ * nothing written on failure.  dstStep is in bytes.  Every mode,
+ * partition, anchor index, p-bit, rotation and index selection of the
+ * formats is decoded; interpolation is ((64 - w) * e0 + w * e1 + 32) >> 6
+ * with the formats' weights. */
+
+/* BC7 to RGBA 8-bit.  A block whose first byte is 0 (the reserved mode 8)
+ * decodes to transparent black (0, 0, 0, 0). */
+RvtResult rvtiTextureDecodeBlockToRGBA_BC7_8u_C1C4R(const uint8_t* pSrc, uint8_t* pDst,
+                                                    int32_t dstStep, ImageSize roiSize);
+/* BC6H (unsigned) to RGB half-float bit patterns (three 16-bit values per
+ * pixel): endpoints unquantized to 0..0xFFFF, interpolated, scaled by
+ * 31/64 (at most 0x7BFF, never negative, never infinite).  The reserved
+ * mode values 0x13, 0x17, 0x1B, 0x1F decode to black (all zero). */
+RvtResult rvtiTextureDecodeBlockToRGB_BC6_16u_C1C3R(const uint8_t* pSrc, uint16_t* pDst,
+                                                    int32_t dstStep, ImageSize roiSize);
+/* BC6H (signed) to RGB half-float bit patterns: endpoints sign-extended
+ * (after the delta transform), unquantized to -0x7FFF..0x7FFF, interpolated,
+ * the magnitude scaled by 31/32 and the sign bit set for negative values.
+ * Sign of zero: a negative value whose magnitude scales to 0 gives +0
+ * (0x0000), so -0 (0x8000) is never produced, as the format's reference
+ * decoder does (decoders that keep the sign give 0x8000 there; no other
+ * value differs).  The 16-bit mode's endpoint -32768 gives 0xFC00.  Reserved
+ * modes decode to black (all zero). */
+RvtResult rvtiTextureDecodeBlockToRGB_BC6_16s_C1C3R(const uint8_t* pSrc, int16_t* pDst,
+                                                    int32_t dstStep, ImageSize roiSize);
+
 #ifdef __cplusplus
 }
 #endif

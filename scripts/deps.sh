@@ -14,6 +14,7 @@ packages=(
   libpng-dev libjpeg62-turbo-dev libturbojpeg0-dev libjpeg-turbo-progs libtiff-dev libjxr-dev libsquish-dev
   clang libclang-rt-14-dev libomp-14-dev
   ffmpeg dcmtk
+  libosmesa6-dev
 )
 if [ "${1:-}" = --list ]; then
   printf '%s\n' "${packages[@]}"
