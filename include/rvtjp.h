@@ -998,6 +998,27 @@ RvtResult rvtiTextureDecodeBlockToRGB_BC6_16u_C1C3R(const uint8_t* pSrc, uint16_
 RvtResult rvtiTextureDecodeBlockToRGB_BC6_16s_C1C3R(const uint8_t* pSrc, int16_t* pDst,
                                                     int32_t dstStep, ImageSize roiSize);
 
+/* ------------------------------------------------ BC4 and BC5 encoding */
+/* Encoders of whole regions into the tightly packed blocks that the
+ * decoders above read (block rows top to bottom, blocks left to right; BC5:
+ * the red block, then the green one).  Tiles that cross the region's right
+ * or bottom edge are padded by replicating its last column and row.
+ * Checks, in order: pSrc null (rvtStatusNullPtr), srcStep 0 (rvtStatusStep;
+ * a negative step walks upwards), pDst null (rvtStatusNullPtr), width or
+ * height below 1 (rvtStatusSize), quality outside 0..2 (rvtStatusBadArg);
+ * nothing is written on failure.  No threads.  Indices pick the nearest
+ * entry of the palette as this library decodes it (interpolants rounded).
+ * Quality 0: the six-interpolant form spanning the tile's range.  Quality
+ * 1 (the default to use): also the four-interpolant form (with its exact 0
+ * and 255) over the range of the other values, and both forms' endpoints
+ * moved by up to 1; the pair of least squared error wins.  Quality 2: moved
+ * by up to 4. */
+RvtResult rvtiTextureEncodeBlock_BC4_8u_C1R(const uint8_t* pSrc, int32_t srcStep, uint8_t* pDst,
+                                            ImageSize roiSize, int quality);
+/* Two-channel pixels (R, G), each channel as a BC4 block. */
+RvtResult rvtiTextureEncodeBlockFromRG_BC5_8u_C2C1R(const uint8_t* pSrc, int32_t srcStep,
+                                                    uint8_t* pDst, ImageSize roiSize, int quality);
+
 #ifdef __cplusplus
 }
 #endif

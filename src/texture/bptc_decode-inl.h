@@ -15,6 +15,8 @@
 
 #include <hwy/highway.h>
 
+#include <utility>
+
 #include "frame/raw_ops-inl.h"
 #include "texture/bptc_decode.h"
 
@@ -215,21 +217,47 @@ struct Bc6Tables {
   const uint8_t* sub4;
 };
 
+// Where run I of a mode's layout starts in the block.
+template <int kValue>
+constexpr int RunStart(size_t i) {
+  int pos = bc6::kModes[kValue].header_bits;
+  for (size_t r = 0; r < i; ++r) {
+    const Run run = bc6::kModes[kValue].layout[r];
+    pos += (run.from <= run.to ? run.to - run.from : run.from - run.to) + 1;
+  }
+  return pos;
+}
+// Run I read with its position and width known at compile time; a reversed
+// run has its bits turned round.
+template <int kValue, size_t I>
+HWY_INLINE void ReadRun(uint64_t lo, uint64_t hi, int (&ep)[4][3]) {
+  constexpr Run run = bc6::kModes[kValue].layout[I];
+  constexpr bool kUp = run.from <= run.to;
+  constexpr int kWidth = (kUp ? run.to - run.from : run.from - run.to) + 1;
+  constexpr int kStart = RunStart<kValue>(I);
+  uint32_t v = uint32_t(Field64(lo, hi, kStart)) & ((1u << kWidth) - 1);
+  if constexpr (!kUp) {
+    uint32_t r = 0;
+    for (int b = 0; b < kWidth; ++b) r |= (v >> b & 1) << (kWidth - 1 - b);
+    v = r;
+  }
+  ep[run.e][run.c] |= int(v) << (kUp ? run.from : run.to);
+}
+template <int kValue, size_t... I>
+HWY_INLINE void ReadRuns(uint64_t lo, uint64_t hi, int (&ep)[4][3], std::index_sequence<I...>) {
+  (ReadRun<kValue, I>(lo, hi, ep), ...);
+}
+
 template <int kValue, bool kSigned>
 HWY_INLINE void Bc6Parse(const uint8_t* blk, Bc6Tables& t) {
   constexpr Bc6Mode m = bc6::kModes[kValue];
   constexpr int kEnds = 2 * m.regions, kBase = m.base_bits;
-  BitReader br(blk, m.header_bits);
+  uint64_t lo, hi;
+  std::memcpy(&lo, blk, 8);
+  std::memcpy(&hi, blk + 8, 8);
   int ep[4][3] = {};
-  for (int r = 0; r < m.runs; ++r) {
-    const Run run = m.layout[r];
-    if (run.from <= run.to) {
-      ep[run.e][run.c] |= int(br.Get(run.to - run.from + 1)) << run.from;
-    } else {
-      for (int b = run.from; b >= run.to; --b) ep[run.e][run.c] |= int(br.Get(1)) << b;
-    }
-  }
-  const int partition = m.regions == 2 ? int(br.Get(5)) : 0;
+  ReadRuns<kValue>(lo, hi, ep, std::make_index_sequence<m.runs>());
+  const int partition = m.regions == 2 ? int(Field64(lo, hi, 77) & 31) : 0;
   for (int c = 0; c < 3; ++c) {
     if (kSigned) ep[0][c] = SignExtend(ep[0][c], kBase);
     for (int e = 1; e < kEnds; ++e) {
@@ -244,9 +272,6 @@ HWY_INLINE void Bc6Parse(const uint8_t* blk, Bc6Tables& t) {
     }
     for (int e = 0; e < kEnds; ++e) t.ep[e][c] = Unquantize(ep[e][c], kBase, kSigned);
   }
-  uint64_t lo, hi;
-  std::memcpy(&lo, blk, 8);
-  std::memcpy(&hi, blk + 8, 8);
   alignas(16) uint8_t idx[16];
   if constexpr (m.regions == 2) {
     uint64_t v = InsertZero(Field64(lo, hi, 82), 2);

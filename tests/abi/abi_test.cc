@@ -492,6 +492,23 @@ uint64_t BptcDigest() {
   return d.value();
 }
 
+// BC4 and BC5 encoding of an odd region (edge tiles padded) at every
+// quality, downwards and upwards.
+uint64_t BcEncodeDigest() {
+  Digest d;
+  const size_t blocks = size_t((kW + 3) / 4) * ((kH + 3) / 4);
+  const std::vector<uint8_t> src = Random<uint8_t>(size_t(kStep) * kH, 50, 0, 255);
+  for (int q = 0; q <= 2; ++q) {
+    std::vector<uint8_t> out(blocks * 16, 0x5A);
+    d.Status(rvtiTextureEncodeBlock_BC4_8u_C1R(src.data(), kStep, out.data(), kRoi, q));
+    d.Add(out);
+    d.Status(rvtiTextureEncodeBlockFromRG_BC5_8u_C2C1R(src.data() + size_t(kStep) * (kH - 1), -kStep,
+                                                       out.data(), kRoi, q));
+    d.Add(out);
+  }
+  return d.value();
+}
+
 // Lossless: a 16-bit image of three components through the seven
 // predictors' differences, the row coders (the third component on its own
 // table, a fifth component ignored) and back.
@@ -777,7 +794,8 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"BC1 to BC5 textures", TextureDigest, 0xf0f1d397514ef635ull},
                           Family{"lossless", LosslessDigest, 0x97ddec0a60e20a4aull},
                           Family{"JPEG 2000", Jpeg2kDigest, 0x179f306254d03b0dull},
-                          Family{"BC7 and BC6H textures", BptcDigest, 0x3e0fa340dca19ec5ull}}) {
+                          Family{"BC7 and BC6H textures", BptcDigest, 0x3e0fa340dca19ec5ull},
+                          Family{"BC4 and BC5 encoding", BcEncodeDigest, 0x7326b27838882e30ull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }
