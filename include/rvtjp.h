@@ -1307,6 +1307,57 @@ RvtResult rvtiDecodeCBProgrGetPassCounters_JPEG2K(const DecodeCBProgrState_JPEG2
                                                  int32_t* pNOfDecodedPasses, int32_t* pBitPlane);
 RvtResult rvtiDecodeCBProgrGetCodeBlock_JPEG2K_32s_C1R(const DecodeCBProgrState_JPEG2K* pState, int32_t* pDst,
                                                       int32_t dstStep);
+/* ------------------------------------------------ BC7 and BC6H textures */
+/* Region decoders with the arguments, checks and region walk of the BC1 to
+ * BC5 decoders above: 16-byte blocks, ceil(width / 4) * ceil(height / 4) of
+ * them; pSrc or pDst null (rvtStatusNullPtr), dstStep 0 (rvtStatusStep; a
+ * negative step walks upwards), width or height below 1 (rvtStatusSize);
+ * nothing written on failure.  dstStep is in bytes.  Every mode,
+ * partition, anchor index, p-bit, rotation and index selection of the
+ * formats is decoded; interpolation is ((64 - w) * e0 + w * e1 + 32) >> 6
+ * with the formats' weights. */
+
+/* BC7 to RGBA 8-bit.  A block whose first byte is 0 (the reserved mode 8)
+ * decodes to transparent black (0, 0, 0, 0). */
+RvtResult rvtiTextureDecodeBlockToRGBA_BC7_8u_C1C4R(const uint8_t* pSrc, uint8_t* pDst,
+                                                    int32_t dstStep, ImageSize roiSize);
+/* BC6H (unsigned) to RGB half-float bit patterns (three 16-bit values per
+ * pixel): endpoints unquantized to 0..0xFFFF, interpolated, scaled by
+ * 31/64 (at most 0x7BFF, never negative, never infinite).  The reserved
+ * mode values 0x13, 0x17, 0x1B, 0x1F decode to black (all zero). */
+RvtResult rvtiTextureDecodeBlockToRGB_BC6_16u_C1C3R(const uint8_t* pSrc, uint16_t* pDst,
+                                                    int32_t dstStep, ImageSize roiSize);
+/* BC6H (signed) to RGB half-float bit patterns: endpoints sign-extended
+ * (after the delta transform), unquantized to -0x7FFF..0x7FFF, interpolated,
+ * the magnitude scaled by 31/32 and the sign bit set for negative values.
+ * Sign of zero: a negative value whose magnitude scales to 0 gives +0
+ * (0x0000), so -0 (0x8000) is never produced, as the format's reference
+ * decoder does (decoders that keep the sign give 0x8000 there; no other
+ * value differs).  The 16-bit mode's endpoint -32768 gives 0xFC00.  Reserved
+ * modes decode to black (all zero). */
+RvtResult rvtiTextureDecodeBlockToRGB_BC6_16s_C1C3R(const uint8_t* pSrc, int16_t* pDst,
+                                                    int32_t dstStep, ImageSize roiSize);
+
+/* ------------------------------------------------ BC4 and BC5 encoding */
+/* Encoders of whole regions into the tightly packed blocks that the
+ * decoders above read (block rows top to bottom, blocks left to right; BC5:
+ * the red block, then the green one).  Tiles that cross the region's right
+ * or bottom edge are padded by replicating its last column and row.
+ * Checks, in order: pSrc null (rvtStatusNullPtr), srcStep 0 (rvtStatusStep;
+ * a negative step walks upwards), pDst null (rvtStatusNullPtr), width or
+ * height below 1 (rvtStatusSize), quality outside 0..2 (rvtStatusBadArg);
+ * nothing is written on failure.  No threads.  Indices pick the nearest
+ * entry of the palette as this library decodes it (interpolants rounded).
+ * Quality 0: the six-interpolant form spanning the tile's range.  Quality
+ * 1 (the default to use): also the four-interpolant form (with its exact 0
+ * and 255) over the range of the other values, and both forms' endpoints
+ * moved by up to 1; the pair of least squared error wins.  Quality 2: moved
+ * by up to 4. */
+RvtResult rvtiTextureEncodeBlock_BC4_8u_C1R(const uint8_t* pSrc, int32_t srcStep, uint8_t* pDst,
+                                            ImageSize roiSize, int quality);
+/* Two-channel pixels (R, G), each channel as a BC4 block. */
+RvtResult rvtiTextureEncodeBlockFromRG_BC5_8u_C2C1R(const uint8_t* pSrc, int32_t srcStep,
+                                                    uint8_t* pDst, ImageSize roiSize, int quality);
 
 #ifdef __cplusplus
 }

@@ -16,6 +16,7 @@ packages=(
   ffmpeg dcmtk
   libopenjp2-7-dev
   libopenjp2-tools
+  libosmesa6-dev
 )
 if [ "${1:-}" = --list ]; then
   printf '%s\n' "${packages[@]}"

@@ -1000,6 +1000,53 @@ uint64_t Tier1Digest() {
   return d.value();
 }
 
+// BC7 and BC6H (unsigned and signed) over an odd region from random
+// blocks, every mode among them, downwards and upwards.
+uint64_t BptcDigest() {
+  Digest d;
+  const size_t blocks = size_t((kW + 3) / 4) * ((kH + 3) / 4);
+  for (int format = 0; format < 3; ++format) {
+    std::vector<uint8_t> src = Random<uint8_t>(blocks * 16, uint32_t(40 + format), 0, 255);
+    for (size_t k = 0; k < blocks; ++k) {
+      uint8_t& first = src[16 * k];
+      const int m = int(k % (format == 0 ? 9 : 32));
+      first = format == 0 ? (m == 8 ? 0 : uint8_t(first << (m + 1) | 1 << m)) : uint8_t((first & ~31) | m);
+    }
+    const int pixel = format == 0 ? 4 : 6;
+    std::vector<uint8_t> out(size_t(kStep) * kH, 0x5A);
+    for (int up = 0; up < 2; ++up) {
+      uint8_t* dst = up ? out.data() + size_t(kStep) * (kH - 1) : out.data();
+      const int32_t step = up ? -kW * pixel : kStep;
+      if (format == 0) {
+        d.Status(rvtiTextureDecodeBlockToRGBA_BC7_8u_C1C4R(src.data(), dst, step, kRoi));
+      } else if (format == 1) {
+        d.Status(rvtiTextureDecodeBlockToRGB_BC6_16u_C1C3R(src.data(), reinterpret_cast<uint16_t*>(dst), step, kRoi));
+      } else {
+        d.Status(rvtiTextureDecodeBlockToRGB_BC6_16s_C1C3R(src.data(), reinterpret_cast<int16_t*>(dst), step, kRoi));
+      }
+      d.Add(out);
+    }
+  }
+  return d.value();
+}
+
+// BC4 and BC5 encoding of an odd region (edge tiles padded) at every
+// quality, downwards and upwards.
+uint64_t BcEncodeDigest() {
+  Digest d;
+  const size_t blocks = size_t((kW + 3) / 4) * ((kH + 3) / 4);
+  const std::vector<uint8_t> src = Random<uint8_t>(size_t(kStep) * kH, 50, 0, 255);
+  for (int q = 0; q <= 2; ++q) {
+    std::vector<uint8_t> out(blocks * 16, 0x5A);
+    d.Status(rvtiTextureEncodeBlock_BC4_8u_C1R(src.data(), kStep, out.data(), kRoi, q));
+    d.Add(out);
+    d.Status(rvtiTextureEncodeBlockFromRG_BC5_8u_C2C1R(src.data() + size_t(kStep) * (kH - 1), -kStep,
+                                                       out.data(), kRoi, q));
+    d.Add(out);
+  }
+  return d.value();
+}
+
 TEST(Abi, FamiliesGiveTheirDefinedResults) {
   struct Family {
     const char* name;
@@ -1020,7 +1067,9 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"MCU conversions", McuDigest, 0xe6159909f6d7ea64ull},
                           Family{"progressive Huffman", ProgressiveDigest, 0x7ed2257896f4aa39ull},
                           Family{"Huffman MCU runs", HuffmanRunDigest, 0xaf5f03ee92775d3eull},
-                          Family{"JPEG 2000 code-blocks", Tier1Digest, 0x7e337e5eecc58e6aull}}) {
+                          Family{"JPEG 2000 code-blocks", Tier1Digest, 0x7e337e5eecc58e6aull},
+                          Family{"BC7 and BC6H textures", BptcDigest, 0x3e0fa340dca19ec5ull},
+                          Family{"BC4 and BC5 encoding", BcEncodeDigest, 0x7326b27838882e30ull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }

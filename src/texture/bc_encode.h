@@ -1,0 +1,139 @@
+// Encoding of BC4 (one channel) and BC5 (two channels) texture blocks over
+// whole regions: the scalar reference of the channel block search, the
+// argument checks and the region walk with edge tiles padded by
+// replication.
+#ifndef RVT_TEXTURE_BC_ENCODE_H_
+#define RVT_TEXTURE_BC_ENCODE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "frame/checks.h"
+#include "rvtjp.h"
+#include "texture/bc_decode.h"
+
+namespace rvt::bc_encode {
+
+constexpr int kMaxQuality = 2;
+
+// ------------------------------------------------------------ reference
+
+// Squared error of the 16 values against the palette of (e0, e1), and the
+// index of each (the nearest entry; the lowest index on a tie).
+inline int ChannelError(const uint8_t v[16], int e0, int e1, uint8_t idx[16]) {
+  uint8_t pal[8];
+  bc_decode::ChannelPalette(uint8_t(e0), uint8_t(e1), pal);
+  int total = 0;
+  for (int p = 0; p < 16; ++p) {
+    int best = 1 << 30, bi = 0;
+    for (int k = 0; k < 8; ++k) {
+      const int d = v[p] - pal[k];
+      if (d * d < best) best = d * d, bi = k;
+    }
+    total += best;
+    idx[p] = uint8_t(bi);
+  }
+  return total;
+}
+
+// The 8-byte channel block of 16 values (row order).  Quality 0: the
+// six-interpolant form over the values' range.  Quality 1: also the
+// four-interpolant form (with its exact 0 and 255) over the range of the
+// values inside 1..254, and endpoints moved by up to 1 in each form.
+// Quality 2: moved by up to 4.  The pair with the smallest squared error
+// wins (the first tried on a tie).
+inline void EncodeChannel(const uint8_t v[16], int quality, uint8_t* out) {
+  int lo = 255, hi = 0, lo_in = 255, hi_in = 0;
+  for (int p = 0; p < 16; ++p) {
+    lo = v[p] < lo ? v[p] : lo;
+    hi = v[p] > hi ? v[p] : hi;
+    if (v[p] != 0 && v[p] != 255) {
+      lo_in = v[p] < lo_in ? v[p] : lo_in;
+      hi_in = v[p] > hi_in ? v[p] : hi_in;
+    }
+  }
+  uint8_t idx[16], best_idx[16];
+  int best_e0 = hi, best_e1 = lo;
+  int best = ChannelError(v, hi, lo, best_idx);
+  auto consider = [&](int e0, int e1) {
+    if (e0 < 0 || e0 > 255 || e1 < 0 || e1 > 255) return;
+    const int err = ChannelError(v, e0, e1, idx);
+    if (err < best) {
+      best = err, best_e0 = e0, best_e1 = e1;
+      std::memcpy(best_idx, idx, 16);
+    }
+  };
+  if (quality >= 1 && best > 0) {
+    const int reach = quality == 1 ? 1 : 4;
+    // Six interpolants need e0 > e1; four need e0 <= e1.
+    for (int d0 = -reach; d0 <= reach; ++d0) {
+      for (int d1 = -reach; d1 <= reach; ++d1) {
+        if (hi + d0 > lo + d1) consider(hi + d0, lo + d1);
+        if (lo_in <= hi_in && lo_in + d0 <= hi_in + d1) consider(lo_in + d0, hi_in + d1);
+      }
+    }
+  }
+  out[0] = uint8_t(best_e0);
+  out[1] = uint8_t(best_e1);
+  uint64_t bits = 0;
+  for (int p = 0; p < 16; ++p) bits |= uint64_t(best_idx[p]) << (3 * p);
+  for (int i = 0; i < 6; ++i) out[2 + i] = uint8_t(bits >> (8 * i));
+}
+
+// The 4x4 tile at (x, y) of channel `c` of `pixel`-byte pixels, edge pixels
+// replicated past the region's right and bottom edges.
+inline void Gather(const uint8_t* src, int32_t step, ImageSize roi, int64_t x, int64_t y, int pixel,
+                   int c, uint8_t v[16]) {
+  for (int r = 0; r < 4; ++r) {
+    const int64_t yy = y + r < roi.height ? y + r : roi.height - 1;
+    const uint8_t* row = src + ptrdiff_t(yy) * step;
+    for (int k = 0; k < 4; ++k) {
+      const int64_t xx = x + k < roi.width ? x + k : roi.width - 1;
+      v[4 * r + k] = row[xx * pixel + c];
+    }
+  }
+}
+
+// ------------------------------------------------------------ checks
+
+// Source (only a zero step refused: a negative one walks upwards), the
+// destination, the region, then the quality.
+inline RvtResult Check(const uint8_t* src, int32_t step, const uint8_t* dst, ImageSize roi,
+                       int quality) {
+  RVT_CHECK(CheckPtr(src));
+  if (step == 0) return rvtStatusStep;
+  RVT_CHECK(CheckPtr(dst));
+  RVT_CHECK(CheckRoi(roi));
+  return quality < 0 || quality > kMaxQuality ? rvtStatusBadArg : rvtStatusOk;
+}
+
+// ------------------------------------------------------------ driver
+
+// Every tile in block order, each channel of `kChannels` (BC4: 1, BC5: 2)
+// to its 8-byte block.
+template <int kChannels>
+RvtResult Channels(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, int quality) {
+  RVT_CHECK(Check(src, step, dst, roi, quality));
+  uint8_t v[16];
+  for (int64_t y = 0; y < roi.height; y += 4) {
+    for (int64_t x = 0; x < roi.width; x += 4) {
+      for (int c = 0; c < kChannels; ++c, dst += 8) {
+        Gather(src, step, roi, x, y, kChannels, c, v);
+        EncodeChannel(v, quality, dst);
+      }
+    }
+  }
+  return rvtStatusOk;
+}
+
+inline RvtResult Bc4Ref(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
+  return Channels<1>(s, step, d, roi, q);
+}
+inline RvtResult Bc5Ref(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
+  return Channels<2>(s, step, d, roi, q);
+}
+
+}  // namespace rvt::bc_encode
+
+#endif  // RVT_TEXTURE_BC_ENCODE_H_
