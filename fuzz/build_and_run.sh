@@ -41,7 +41,7 @@ current() {
 }
 
 sources=(src/jpeg/huffman_tables.cc src/jpeg/huffman_encode.cc src/jpeg/huffman_decode.cc
-         src/tiff/packbits.cc src/texture/bc_decode.cc src/jpeg/lossless.cc src/frame/memory.cc
+         src/tiff/packbits.cc src/texture/bc_decode.cc src/jpeg/lossless.cc src/frame/memory.cc src/jpegxr/vlc.cc
          core/rvtcore.cc)
 objs=()
 for s in "${sources[@]}"; do
@@ -54,7 +54,7 @@ done
 
 targets=(huffman_decode8x8_fuzzer huffman_decode_one_fuzzer huffman_decode_direct_fuzzer
          huffman_encode8x8_fuzzer tiff_unpack_fuzzer texture_decode_fuzzer
-         lossless_decode_row_fuzzer)
+         lossless_decode_row_fuzzer jpegxr_vlc_decode_fuzzer)
 for t in "${targets[@]}"; do
   "$cxx" "${common[@]}" "${san[@]}" -fsanitize=fuzzer -fopenmp "$here/$t.cc" "${objs[@]}" \
     -lhwy -o "$out/$t"
