@@ -278,6 +278,10 @@ TEST(JpegXrVlc, ModelBitsAndTablesMoveAndStayInRange) {
     const int n = vlc::SlotSymbols(k, false);
     EXPECT_EQ(tables[k], (n == 6 || n == 12) ? 1 : 0) << k;
   }
+  for (int k = 0; k < 22; ++k) {
+    EXPECT_EQ(vlc::kSlotTables[k], vlc::AlphabetOf(vlc::SlotSymbols(k, false)).tables) << k;
+    EXPECT_EQ(vlc::kSlotTables[k], vlc::AlphabetOf(vlc::SlotSymbols(k, true)).tables) << k;
+  }
   EXPECT_EQ(bits[0], 8);
   EXPECT_EQ(bits[2], 4);
   EXPECT_EQ(bits[4], 0);

@@ -74,13 +74,14 @@ inline void InitState(State& s, int format, int channels) {
 
 // A state Init built (and the coders kept): fields within their ranges, so
 // no table look-up can leave its table.
+// Tables of each slot's alphabet (both alphabets of the last slot have two).
+inline constexpr int8_t kSlotTables[kSlots] = {2, 1, 2, 2, 5, 4, 4, 5, 4, 4, 2,
+                                               2, 5, 4, 4, 5, 4, 4, 2, 2, 2, 2};
 inline RvtResult CheckState(const State* s) {
   RVT_CHECK(CheckPtr(s));
   if (s->magic != kMagic || CheckFormat(s->format, s->channels) != rvtStatusOk) return rvtStatusBadArg;
-  const bool colour = IsColour(s->format);
   for (int k = 0; k < kSlots; ++k) {
-    const Alphabet& a = AlphabetOf(SlotSymbols(k, colour));
-    if (s->table[k] < 0 || s->table[k] >= a.tables) return rvtStatusBadArg;
+    if (uint32_t(s->table[k]) >= uint32_t(kSlotTables[k])) return rvtStatusBadArg;
   }
   for (int b = 0; b < 3; ++b) {
     for (int j = 0; j < 2; ++j) {
@@ -267,17 +268,22 @@ struct FastReader {
   const uint8_t* p;
   int64_t end;
   int64_t pos;
-  uint64_t Window() const {
-    const int64_t byte = pos >> 3, bytes = end >> 3;
-    uint64_t v;
-    if (byte + 8 <= bytes) {
-      std::memcpy(&v, p + byte, 8);
-      v = __builtin_bswap64(v);
-    } else {
-      v = 0;
-      for (int64_t i = byte; i < byte + 8; ++i) v = (v << 8) | (i < bytes ? p[i] : 0u);
+  uint64_t word = 0;   // the 8 bytes from byte `at`, most significant first
+  int64_t at = -64;
+  // At least 32 valid bits from the position, most significant first.
+  uint64_t Window() {
+    if (pos - at * 8 > 32) {
+      at = pos >> 3;
+      const int64_t bytes = end >> 3;
+      if (at + 8 <= bytes) {
+        std::memcpy(&word, p + at, 8);
+        word = __builtin_bswap64(word);
+      } else {
+        word = 0;
+        for (int64_t i = at; i < at + 8; ++i) word = (word << 8) | (i < bytes ? p[i] : 0u);
+      }
     }
-    return v << (pos & 7);
+    return word << (pos - at * 8);
   }
   uint32_t Bit() {
     const uint32_t b = uint32_t(Window() >> 63);
