@@ -4,7 +4,11 @@
 // order (trimmed flexbits included) for every colour format, the known
 // corner cases of the codes, the check order with nothing written, and
 // the decoders' fast forms against the references.
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "checkasm.h"
@@ -470,6 +474,101 @@ TEST(JpegXrVlc, CheckOrderAndNothingWritten) {
     EXPECT_EQ(c[0], 5);
     EXPECT_EQ(st2, NewState(3, 3));
   }
+}
+
+// ------------------------------------------------------------ jxrlib files
+
+// A grey photo-like tile of 20 x 4 macroblocks, coded by JxrEncApp
+// losslessly, frequency order, one tile, no overlap, DC band only; its DC
+// band decoded by our coder (adapting after the 16th and the last
+// macroblock of each row) must give the flat macroblocks JxrDecApp
+// reconstructs: 8-bit samples are scaled by 8 and the DC gain of the two
+// transform levels is 16, so a macroblock is 128 + DC / 128.  The DC of
+// the first macroblock is coded as is, along the first row from the left,
+// down the first column from above, elsewhere from the left, the top or
+// their mean (the choice is the decoder's, from the neighbours; we accept
+// the one that fits, the rest of the row still has to decode in step).
+TEST(JpegXrVlc, DecodesTheDcBandOfJxrlibFiles) {
+  if (std::system("command -v JxrEncApp >/dev/null 2>&1") != 0) GTEST_SKIP() << "JxrEncApp missing";
+  constexpr int kW = 320, kH = 64, kMx = kW / 16, kMy = kH / 16;
+  char name[] = "/tmp/rvtjxrdcXXXXXX";
+  const std::string dir = mkdtemp(name) ? name : "/tmp";
+  std::vector<uint8_t> px(size_t(kW * kH));
+  test::Rng rng(25);
+  for (int y = 0; y < kH; ++y) {
+    for (int x = 0; x < kW; ++x) {
+      const int v = 40 + (x * 3) / 4 + ((y * 5) / 2) + ((x / 16 + y / 16) % 3) * 20 + int(rng.Uniform(0, 12));
+      px[size_t(y * kW + x)] = uint8_t(v > 255 ? 255 : v);
+    }
+  }
+  {
+    FILE* f = std::fopen((dir + "/in.pgm").c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    std::fprintf(f, "P5\n%d %d\n255\n", kW, kH);
+    std::fwrite(px.data(), 1, px.size(), f);
+    std::fclose(f);
+  }
+  const std::string enc = "JxrEncApp -i " + dir + "/in.pgm -o " + dir + "/a.jxr -c 2 -q 1 -l 0 -s 3 >/dev/null 2>&1";
+  const std::string dec = "JxrDecApp -i " + dir + "/a.jxr -o " + dir + "/out.pgm -c 2 >/dev/null 2>&1";
+  ASSERT_EQ(std::system(enc.c_str()), 0);
+  ASSERT_EQ(std::system(dec.c_str()), 0);
+  auto slurp = [](const std::string& path) {
+    std::vector<uint8_t> d;
+    FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f) return d;
+    int c;
+    while ((c = std::fgetc(f)) != EOF) d.push_back(uint8_t(c));
+    std::fclose(f);
+    return d;
+  };
+  const std::vector<uint8_t> file = slurp(dir + "/a.jxr"), out = slurp(dir + "/out.pgm");
+  (void)std::system(("rm -rf " + dir).c_str());
+  ASSERT_GE(out.size(), size_t(kW * kH));
+  const uint8_t* img = out.data() + out.size() - size_t(kW * kH);
+  // the image stream, its header, then the DC packet's start code
+  const uint8_t sig[8] = {'W', 'M', 'P', 'H', 'O', 'T', 'O', 0};
+  size_t at = 0;
+  while (at + 8 <= file.size() && std::memcmp(file.data() + at, sig, 8) != 0) ++at;
+  ASSERT_LT(at + 8, file.size());
+  ASSERT_EQ(file[at + 9] & 0x40, 0x40) << "frequency order";
+  size_t start = at + 8 + 11;
+  while (start + 3 < file.size() && !(file[start] == 0 && file[start + 1] == 0 && file[start + 2] == 1)) ++start;
+  ASSERT_LT(start + 4, file.size());
+  const uint8_t* band = file.data() + start + 4;
+  const int32_t len = int32_t(file.size() - start - 4);
+
+  std::vector<uint8_t> st = NewState(0, 1);
+  int32_t pos = 0;
+  std::vector<int32_t> dc(size_t(kMx * kMy));
+  int fits = 0;
+  for (int my = 0; my < kMy; ++my) {
+    for (int mx = 0; mx < kMx; ++mx) {
+      int32_t c[16];
+      ASSERT_EQ(rvtiVLCDecodeDC_JPEGXR_1u32s(band, len, &pos, S(st), c), rvtStatusOk) << mx << "," << my;
+      if ((mx & 15) == 15 || mx == kMx - 1) ASSERT_EQ(rvtiVLCAdapt_JPEGXR(S(st), 1), rvtStatusOk);
+      const int want = img[size_t((my * 16 + 8) * kW + mx * 16 + 8)];
+      auto fit = [&](int32_t v) { return std::abs(128 + double(v) / 128 - want) <= 1.0; };
+      std::vector<int32_t> preds;
+      if (mx == 0 && my == 0) preds = {0};
+      else if (my == 0) preds = {dc[size_t(mx - 1)]};
+      else if (mx == 0) preds = {dc[size_t((my - 1) * kMx)]};
+      else {
+        const int32_t l = dc[size_t(my * kMx + mx - 1)], t = dc[size_t((my - 1) * kMx + mx)];
+        preds = {l, t, (l + t) >> 1};
+      }
+      bool ok = false;
+      for (int32_t p : preds) {
+        if (fit(p + c[0])) {
+          dc[size_t(my * kMx + mx)] = p + c[0];
+          ok = true;
+          break;
+        }
+      }
+      ASSERT_TRUE(ok) << "macroblock " << mx << "," << my << ": residual " << c[0] << ", pixel " << want;
+      ++fits;
+    }
+  }
+  EXPECT_EQ(fits, kMx * kMy);
 }
 
 // ------------------------------------------------------------ targets
