@@ -4,6 +4,8 @@
 // order (trimmed flexbits included) for every colour format, the known
 // corner cases of the codes, the check order with nothing written, and
 // the decoders' fast forms against the references.
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -532,7 +534,10 @@ TEST(JpegXrVlc, DecodesTheDcBandOfJxrlibFiles) {
   ASSERT_LT(at + 8, file.size());
   ASSERT_EQ(file[at + 9] & 0x40, 0x40) << "frequency order";
   size_t start = at + 8 + 11;
-  while (start + 3 < file.size() && !(file[start] == 0 && file[start + 1] == 0 && file[start + 2] == 1)) ++start;
+  while (start + 3 < file.size() &&
+         !(file[start] == 0 && file[start + 1] == 0 && file[start + 2] == 1 && file[start + 3] == 1)) {
+    ++start;
+  }
   ASSERT_LT(start + 4, file.size());
   const uint8_t* band = file.data() + start + 4;
   const int32_t len = int32_t(file.size() - start - 4);
@@ -569,6 +574,102 @@ TEST(JpegXrVlc, DecodesTheDcBandOfJxrlibFiles) {
     }
   }
   EXPECT_EQ(fits, kMx * kMy);
+}
+
+// The DC and LP bands of a lossless file against the source's transform
+// (8-bit samples less 128, times 8; the 4x4 transform of every block, then
+// of every macroblock's 16 block DCs): the DC band must end on a byte
+// boundary right before the LP packet's start code and its DCs equal the
+// source's once predicted (as above); the first macroblock of the LP band
+// (predicted from nothing) gives the source's 15 values.  Which position
+// each takes, and the macroblocks after it, are not checked yet.
+TEST(JpegXrVlc, DecodesTheLowpassBandOfJxrlibFiles) {
+  if (std::system("command -v JxrEncApp >/dev/null 2>&1") != 0) GTEST_SKIP() << "JxrEncApp missing";
+  constexpr int kW = 384, kH = 48, kMx = kW / 16, kMy = kH / 16;
+  char name[] = "/tmp/rvtjxrlpXXXXXX";
+  const std::string dir = mkdtemp(name) ? name : "/tmp";
+  std::vector<uint8_t> px(size_t(kW * kH));
+  test::Rng rng(26);
+  for (int y = 0; y < kH; ++y) {
+    for (int x = 0; x < kW; ++x) {
+      const int v = 30 + (x % 97) + (y * 3) / 2 + ((x / 7 + y / 5) % 4) * 15 + int(rng.Uniform(0, 20));
+      px[size_t(y * kW + x)] = uint8_t(v > 255 ? 255 : v);
+    }
+  }
+  {
+    FILE* f = std::fopen((dir + "/in.pgm").c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    std::fprintf(f, "P5\n%d %d\n255\n", kW, kH);
+    std::fwrite(px.data(), 1, px.size(), f);
+    std::fclose(f);
+  }
+  const std::string enc = "JxrEncApp -i " + dir + "/in.pgm -o " + dir + "/a.jxr -c 2 -q 1 -l 0 -s 2 >/dev/null 2>&1";
+  ASSERT_EQ(std::system(enc.c_str()), 0);
+  std::vector<uint8_t> file;
+  {
+    FILE* f = std::fopen((dir + "/a.jxr").c_str(), "rb");
+    ASSERT_NE(f, nullptr);
+    int c;
+    while ((c = std::fgetc(f)) != EOF) file.push_back(uint8_t(c));
+    std::fclose(f);
+  }
+  (void)std::system(("rm -rf " + dir).c_str());
+  // the source's coefficients, per macroblock: [0] DC, [1..15] LP
+  std::vector<int32_t> plane(size_t(kW * kH));
+  for (size_t i = 0; i < plane.size(); ++i) plane[i] = (int32_t(px[i]) - 128) * 8;
+  ASSERT_EQ(rvtiPCTFwd_JPEGXR_32s_C1IR(plane.data(), kW * 4, {kW, kH}), rvtStatusOk);
+  std::vector<std::array<int32_t, 16>> want(size_t(kMx * kMy));
+  for (int my = 0; my < kMy; ++my) {
+    for (int mx = 0; mx < kMx; ++mx) {
+      std::array<int32_t, 16>& b = want[size_t(my * kMx + mx)];
+      for (int k = 0; k < 16; ++k) b[size_t(k)] = plane[size_t((my * 16 + (k / 4) * 4) * kW + mx * 16 + (k % 4) * 4)];
+      ASSERT_EQ(rvtiPCTFwd_JPEGXR_32s_C1IR(b.data(), 16, {4, 4}), rvtStatusOk);
+    }
+  }
+  const uint8_t sig[8] = {'W', 'M', 'P', 'H', 'O', 'T', 'O', 0};
+  size_t at = 0;
+  while (at + 8 <= file.size() && std::memcmp(file.data() + at, sig, 8) != 0) ++at;
+  ASSERT_LT(at + 8, file.size());
+  size_t start = at + 8 + 11;
+  while (start + 3 < file.size() &&
+         !(file[start] == 0 && file[start + 1] == 0 && file[start + 2] == 1 && file[start + 3] == 1)) {
+    ++start;
+  }
+  ASSERT_LT(start + 4, file.size());
+  ASSERT_EQ(file[start + 3], 1) << "the DC packet";
+  const uint8_t* band = file.data() + start + 4;
+  const int32_t len = int32_t(file.size() - start - 4);
+
+  std::vector<uint8_t> st = NewState(0, 1);
+  int32_t pos = 0;
+  for (int my = 0; my < kMy; ++my) {
+    for (int mx = 0; mx < kMx; ++mx) {
+      int32_t c[16];
+      ASSERT_EQ(rvtiVLCDecodeDC_JPEGXR_1u32s(band, len, &pos, S(st), c), rvtStatusOk);
+      if ((mx & 15) == 15 || mx == kMx - 1) ASSERT_EQ(rvtiVLCAdapt_JPEGXR(S(st), 1), rvtStatusOk);
+      const int32_t w = want[size_t(my * kMx + mx)][0];
+      const int32_t l = mx ? want[size_t(my * kMx + mx - 1)][0] : 0, t = my ? want[size_t((my - 1) * kMx + mx)][0] : 0;
+      const bool fits = (!mx && !my) ? c[0] == w : !my ? c[0] + l == w : !mx ? c[0] + t == w
+                        : (c[0] + l == w || c[0] + t == w || c[0] + ((l + t) >> 1) == w);
+      ASSERT_TRUE(fits) << "DC of macroblock " << mx << "," << my << ": " << c[0] << " for " << w;
+    }
+  }
+  // the DC band ends on the byte before the LP packet
+  const int32_t lpStart = (pos + 7) / 8;
+  ASSERT_LE(lpStart + 4, len);
+  ASSERT_EQ(band[lpStart] | band[lpStart + 1] | (band[lpStart + 2] ^ 1) | (band[lpStart + 3] ^ 2), 0)
+      << "no LP packet after the DC band";
+  const uint8_t* lp = band + lpStart + 4;
+  const int32_t lpLen = len - lpStart - 4;
+  // the first macroblock, predicted from nothing: the source's 15 values
+  pos = 0;
+  st = NewState(0, 1);
+  int32_t c[16] = {};
+  ASSERT_EQ(rvtiVLCDecodeLP_JPEGXR_1u32s(lp, lpLen, &pos, S(st), c), rvtStatusOk);
+  std::vector<int32_t> got(c + 1, c + 16), src(want[0].begin() + 1, want[0].end());
+  std::sort(got.begin(), got.end());
+  std::sort(src.begin(), src.end());
+  EXPECT_EQ(got, src);
 }
 
 // ------------------------------------------------------------ targets
