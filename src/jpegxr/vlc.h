@@ -647,7 +647,7 @@ inline RvtResult EncodeDC(Writer& w, State& s, const int32_t* coef) {
 // pattern, within -8..7.
 template <class R>
 inline int DecodeLpCbp(R& r, State& s, int n) {
-  const int full = (1 << n) - 1;
+  const int full = n * 4 - 5;
   int cbp;
   if (s.cbpCountZero <= 0 || s.cbpCountMax < 0) {
     cbp = 0;
@@ -664,7 +664,7 @@ inline int DecodeLpCbp(R& r, State& s, int n) {
 }
 
 inline void EncodeLpCbp(Writer& w, const State& s, int n, int cbp) {
-  const int full = (1 << n) - 1;
+  const int full = n * 4 - 5;
   if (s.cbpCountZero <= 0 || s.cbpCountMax < 0) {
     const int p = s.cbpCountMax < s.cbpCountZero ? full - cbp : cbp;
     if (p == 0) {
@@ -684,13 +684,19 @@ inline void EncodeLpCbp(Writer& w, const State& s, int n, int cbp) {
 }
 
 inline void CountLpCbp(State& s, int n, int cbp) {
-  const int full = (1 << n) - 1;
+  const int full = n * 4 - 5;
   auto step = [](int32_t& c, bool hit) {
     c += hit ? -3 : 1;
     c = c < -8 ? -8 : c > 7 ? 7 : c;
   };
   step(s.cbpCountMax, cbp == full);
   step(s.cbpCountZero, cbp == 0);
+}
+
+// The k-th LP coefficient whose model bits follow: a full block's in a
+// fixed order, 4:2:0 / 4:2:2 chroma in coefficient order.
+inline int LpRefinePos(const State& s, int ch, int k) {
+  return (ch > 0 && Shared(s)) ? k : kLowpassRefine[k];
 }
 
 // 4:2:0 / 4:2:2 chroma LP: U and V interleaved in one block from position
@@ -727,7 +733,10 @@ inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
   }
   for (int ch = 0; ch < s.channels; ++ch) {
     const int bits = s.modelBits[kLP][ch > 0];
-    for (int k = 1; k < LpCount(s, ch); ++k) coef[16 * ch + k] = Refine(r, coef[16 * ch + k], bits, 0);
+    for (int k = 1; k < LpCount(s, ch); ++k) {
+      const int at = 16 * ch + LpRefinePos(s, ch, k);
+      coef[at] = Refine(r, coef[at], bits, 0);
+    }
   }
   UpdateModel(s, kLP, lm[0], lm[1]);
   return r.Short() ? rvtStatusOutOfBuffer : rvtStatusOk;
@@ -768,7 +777,7 @@ inline RvtResult EncodeLP(Writer& w, State& s, const int32_t* coef) {
   }
   for (int ch = 0; ch < s.channels; ++ch) {
     const int bits = s.modelBits[kLP][ch > 0];
-    for (int k = 1; k < LpCount(s, ch); ++k) EncodeRefine(w, coef[16 * ch + k], bits, 0);
+    for (int k = 1; k < LpCount(s, ch); ++k) EncodeRefine(w, coef[16 * ch + LpRefinePos(s, ch, k)], bits, 0);
   }
   UpdateModel(s, kLP, lm[0], lm[1]);
   return rvtStatusOk;

@@ -804,7 +804,7 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"BC1 to BC5 textures", TextureDigest, 0xf0f1d397514ef635ull},
                           Family{"lossless", LosslessDigest, 0x97ddec0a60e20a4aull},
                           Family{"JPEG 2000", Jpeg2kDigest, 0x179f306254d03b0dull},
-                          Family{"JPEG XR coefficient coding", JpegXrVlcDigest, 0xa19a0c876719570dull}}) {
+                          Family{"JPEG XR coefficient coding", JpegXrVlcDigest, 0x9db6cb62992913faull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }
