@@ -1358,6 +1358,137 @@ RvtResult rvtiTextureEncodeBlock_BC4_8u_C1R(const uint8_t* pSrc, int32_t srcStep
 /* Two-channel pixels (R, G), each channel as a BC4 block. */
 RvtResult rvtiTextureEncodeBlockFromRG_BC5_8u_C2C1R(const uint8_t* pSrc, int32_t srcStep,
                                                     uint8_t* pDst, ImageSize roiSize, int quality);
+/* ------------------------------------------------ JPEG XR coefficient coding */
+/* The fixed-length (FLC) and adaptive variable-length (VLC) coding of JPEG XR
+ * coefficients, one macroblock and one band at a time.  The container,
+ * image and tile headers, quantization, prediction and the HP coded-block
+ * pattern's neighbour prediction are the caller's; these calls hold the
+ * adaptive parts: the Huffman tables each alphabet switches between, their
+ * discriminants, the adaptive scan orders, the model (refinement) bits of
+ * each band and the LP coded-block-pattern counters.  This interface is
+ * the library's own design.
+ *
+ * Bit cursors: a buffer, its length in bytes (used up to 2^28 - 1 bytes)
+ * and an in/out bit position counted from the buffer's first byte, bits
+ * most significant first.  Decoders read no byte at or past the length;
+ * encoders keep the bits before the position, write on from it and clear
+ * the rest of the last byte they touch.  Positions, the state and the
+ * outputs change only when a call succeeds: a failure writes nothing
+ * (the bytes of an encoder's buffer included).
+ *
+ * Colour formats (colorFormat, numChannels): 0 Y only (1), 1 YUV 4:2:0
+ * (3), 2 YUV 4:2:2 (3), 3 YUV 4:4:4 (3), 4 CMYK (4), 6 N channels (1..16);
+ * channel 0 is the luma channel, the others use the chroma tables and
+ * models.  Anything else gives rvtStatusBadArg.
+ *
+ * Coefficient layouts.  DC and LP: 16 int32 per channel, coef[16 c + k],
+ * k the position in the channel's DC block (4x4; 2x2 for 4:2:0 chroma, 2
+ * wide by 4 high for 4:2:2 chroma; row by row): k = 0 is the DC, 1.. the LP
+ * coefficients.  HP: 256 int32 per channel, coef[256 c + 16 b + k], b the
+ * 4x4 block in the macroblock row by row (4x4 blocks; 2x2 for 4:2:0
+ * chroma, 2 by 4 for 4:2:2 chroma), k = 4 row + column inside it; k = 0
+ * (the block's DC) is never read or written.  Values are the quantized
+ * coefficients; magnitudes wrap to 32 bits when model bits are added.
+ *
+ * The context: a flat, pointer-free object of rvtiVLCGetStateSize_JPEGXR
+ * bytes, built by rvtiVLCInit_JPEGXR at the start of every tile (all
+ * tables at their first index, the 6- and 12-symbol alphabets at their
+ * second; discriminants 0; scans at their initial orders and totals 32 - i;
+ * model bits DC 8, LP 4, HP 0).  Each coded symbol moves its table's
+ * discriminants by the code-length differences to the neighbouring
+ * tables.  The caller calls rvtiVLCAdapt_JPEGXR after every 16th
+ * macroblock of a tile row and after the row's last one, for the bands
+ * the image codes: it switches a table down when its lower discriminant is
+ * below -8, else up when its upper one is above 8 (zeroing both), clamps
+ * discriminants to +-64 and resets the band's scan totals.  Model bits
+ * adapt inside every macroblock call and stay within 0..15.  A state that
+ * Init did not build, or whose fields are out of range, gives
+ * rvtStatusBadArg. */
+typedef struct VLCState_JPEGXR VLCState_JPEGXR;
+
+/* Bytes of the context for a colour format.  Checks: format (BadArg),
+ * pSize (NullPtr). */
+RvtResult rvtiVLCGetStateSize_JPEGXR(int32_t colorFormat, int32_t numChannels, int32_t* pSize);
+/* Builds the context (the reset at every tile).  Checks: format (BadArg),
+ * pState (NullPtr), stateSize below 1 or below the size needed (Size). */
+RvtResult rvtiVLCInit_JPEGXR(int32_t colorFormat, int32_t numChannels, VLCState_JPEGXR* pState,
+                             int32_t stateSize);
+/* The adaptation point.  bands: 1 DC tables, 2 LP tables (with the run
+ * table) and the LP scan totals, 4 HP tables (with the coded-block-pattern
+ * ones) and both HP scans' totals; any other bit, or none, gives BadArg. */
+RvtResult rvtiVLCAdapt_JPEGXR(VLCState_JPEGXR* pState, int32_t bands);
+/* The context's current choices, for tests and tools: pTableIndex[22] the
+ * table index of each slot, pDiscriminant[44] its lower and upper
+ * discriminants, pModelBits[6] the model bits of DC, LP, HP (lum, chroma).
+ * Slots: 0 significant run (5 symbols); 1 DC pattern of Y, U, V (8); 2, 3
+ * DC level lum, chroma (7); LP 4..11 and HP 12..19: first index lum (12),
+ * index lum, index lum after a continuous start (6), the same three for
+ * chroma, level, level after a continuous start (7); 20, 21 HP
+ * coded-block-pattern tables (5; 9 for YUV, else 5).  Checks in argument
+ * order (NullPtr, BadArg for a bad state). */
+RvtResult rvtiVLCGetTables_JPEGXR(const VLCState_JPEGXR* pState, int32_t* pTableIndex,
+                                  int32_t* pDiscriminant, int32_t* pModelBits);
+/* An nBits-wide (0..32) field, most significant bit first.  Checks: pSrc
+ * (NullPtr), srcLen below 1 (Size), pSrcBitPos (NullPtr), position below 0
+ * or past the buffer (BadArg), nBits (BadArg), pValue (NullPtr); a field
+ * running past the buffer gives rvtStatusOutOfBuffer. */
+RvtResult rvtiFLCRead_JPEGXR_1u32u(const uint8_t* pSrc, int32_t srcLen, int32_t* pSrcBitPos,
+                                   int32_t nBits, uint32_t* pValue);
+/* Writes the low nBits (0..32) of value.  Checks: nBits (BadArg), then the
+ * cursor as above; no room gives rvtStatusOutOfBuffer. */
+RvtResult rvtiFLCWrite_JPEGXR_32u1u(uint32_t value, int32_t nBits, uint8_t* pDst, int32_t dstLen,
+                                    int32_t* pDstBitPos);
+/* DC of every channel of one macroblock (coef[16 c]).  Y only, CMYK, N
+ * channels: per channel a nonzero bit, then the level less one (lum or
+ * chroma level table); YUV: one 8-symbol code of which channels are
+ * nonzero (Y 4, U 2, V 1), then the levels.  Each channel then has its
+ * model bits (the low bits of the magnitude) and, when nonzero, a sign bit
+ * (1 = negative).  Decoders check: the cursor, pState, pCoef; they give
+ * rvtStatusOutOfBuffer when the data ends inside the macroblock.  Encoders
+ * check pCoef, pState, the cursor; rvtStatusRange for a magnitude above
+ * the model bits beyond 2^30; rvtStatusOutOfBuffer when it does not fit. */
+RvtResult rvtiVLCDecodeDC_JPEGXR_1u32s(const uint8_t* pSrc, int32_t srcLen, int32_t* pSrcBitPos,
+                                       VLCState_JPEGXR* pState, int32_t* pCoef);
+RvtResult rvtiVLCEncodeDC_JPEGXR_32s1u(const int32_t* pCoef, VLCState_JPEGXR* pState, uint8_t* pDst,
+                                       int32_t dstLen, int32_t* pDstBitPos);
+/* LP of every channel (coef[16 c + 1..]; 4:2:0 / 4:2:2 chroma 1..3 / 1..7).
+ * A coded-block pattern of one bit per channel (4:2:0 and 4:2:2: lum, and
+ * both chroma channels together) coded by two counters in the context
+ * (one counts empty patterns, the other patterns equal to 4n - 5 for n
+ * bits, as the files in use are written: the full pattern for 2 and 3
+ * bits, none for 1); then each flagged block's run/level code through the
+ * adaptive LP scan (initially positions 2, 8, 15, 1, 4, 12, 3, 7, 13, 5,
+ * 11, 14, 6, 9, 10 of the 4x4 block as the photo core transform exports
+ * leave it; 4:2:0 / 4:2:2 chroma: U and V interleaved, coefficient order);
+ * then the model bits of every coefficient (a 4x4 block's in the order 2,
+ * 1, 7, 8, 15, 12, 11, 4, 3, 5, 6, 13, 14, 9, 10), with a sign bit for
+ * those whose coded part is 0.  Checks and statuses as for DC; rvtStatusErr for a block
+ * whose runs lead past its last position. */
+RvtResult rvtiVLCDecodeLP_JPEGXR_1u32s(const uint8_t* pSrc, int32_t srcLen, int32_t* pSrcBitPos,
+                                       VLCState_JPEGXR* pState, int32_t* pCoef);
+RvtResult rvtiVLCEncodeLP_JPEGXR_32s1u(const int32_t* pCoef, VLCState_JPEGXR* pState, uint8_t* pDst,
+                                       int32_t dstLen, int32_t* pDstBitPos);
+/* HP of every channel.  pCBP[c] bit b: block b of channel c has a coded
+ * part (the decoder's input after the caller's pattern prediction; the
+ * encoder's output).  The coded parts of the flagged blocks come channel
+ * by channel, block by block, through the horizontal (scanOrder 0) or
+ * vertical (1) adaptive HP scan; then the flexbits: the model bits less
+ * the lowest trimFlexBits (0..15) of every coefficient of every block,
+ * with a sign bit where the coded part is 0, into the flexbits cursor
+ * (pFlex, flexLen, pFlexBitPos: the frequency-order FLEXBITS band) or,
+ * when pFlex is null, into the main cursor after the coded parts (then
+ * flexLen and pFlexBitPos are not read).  A decoder puts the trimmed bits
+ * back as zeros.  Checks in argument order: main cursor, flex cursor (when
+ * pFlex is set), trimFlexBits, scanOrder (BadArg), pCBP, pState, pCoef;
+ * statuses as for LP. */
+RvtResult rvtiVLCDecodeHP_JPEGXR_1u32s(const uint8_t* pSrc, int32_t srcLen, int32_t* pSrcBitPos,
+                                       const uint8_t* pFlex, int32_t flexLen, int32_t* pFlexBitPos,
+                                       int32_t trimFlexBits, int32_t scanOrder, const int32_t* pCBP,
+                                       VLCState_JPEGXR* pState, int32_t* pCoef);
+RvtResult rvtiVLCEncodeHP_JPEGXR_32s1u(const int32_t* pCoef, int32_t scanOrder, VLCState_JPEGXR* pState,
+                                       int32_t* pCBP, uint8_t* pDst, int32_t dstLen, int32_t* pDstBitPos,
+                                       uint8_t* pFlex, int32_t flexLen, int32_t* pFlexBitPos,
+                                       int32_t trimFlexBits);
 
 #ifdef __cplusplus
 }

@@ -11,7 +11,7 @@ set -euo pipefail
 packages=(
   build-essential cmake pkg-config binutils
   libhwy-dev libgtest-dev libbenchmark-dev
-  libpng-dev libjpeg62-turbo-dev libturbojpeg0-dev libjpeg-turbo-progs libtiff-dev libjxr-dev libsquish-dev
+  libpng-dev libjpeg62-turbo-dev libturbojpeg0-dev libjpeg-turbo-progs libtiff-dev libjxr-dev libjxr-tools libsquish-dev
   clang libclang-rt-14-dev libomp-14-dev
   ffmpeg dcmtk
   libopenjp2-7-dev

@@ -1047,6 +1047,63 @@ uint64_t BcEncodeDigest() {
   return d.value();
 }
 
+// JPEG XR coefficient coding: a 20-macroblock tile row of every colour
+// format, every band encoded and decoded back, adapting on the cadence.
+uint64_t JpegXrVlcDigest() {
+  Digest d;
+  const int formats[][2] = {{0, 1}, {1, 3}, {2, 3}, {3, 3}, {4, 4}, {6, 7}};
+  for (const auto& f : formats) {
+    const int nc = f[1];
+    int32_t size = 0;
+    d.Status(rvtiVLCGetStateSize_JPEGXR(f[0], nc, &size));
+    std::vector<uint8_t> enc(static_cast<size_t>(size)), dec(static_cast<size_t>(size));
+    auto* es = reinterpret_cast<VLCState_JPEGXR*>(enc.data());
+    auto* ds = reinterpret_cast<VLCState_JPEGXR*>(dec.data());
+    d.Status(rvtiVLCInit_JPEGXR(f[0], nc, es, size));
+    d.Status(rvtiVLCInit_JPEGXR(f[0], nc, ds, size));
+    std::vector<uint8_t> buf(1 << 18), flex(1 << 16);
+    int32_t pos = 0, fpos = 0, rpos = 0, rfpos = 0;
+    std::vector<int32_t> cbp(static_cast<size_t>(nc)), out(256 * static_cast<size_t>(nc)), outlp(16 * static_cast<size_t>(nc));
+    for (int x = 0; x < 20; ++x) {
+      std::vector<int32_t> lp = Random<int32_t>(16 * size_t(nc), uint32_t(x + 3), -300, 300);
+      std::vector<int32_t> hp = Random<int32_t>(256 * size_t(nc), uint32_t(x + 5), -6, 6);
+      for (auto& v : hp) v = (v & 3) == 1 ? v * 37 : v / 3;
+      const int scan = x & 1, trim = x % 3;
+      d.Status(rvtiVLCEncodeDC_JPEGXR_32s1u(lp.data(), es, buf.data(), 1 << 18, &pos));
+      d.Status(rvtiVLCEncodeLP_JPEGXR_32s1u(lp.data(), es, buf.data(), 1 << 18, &pos));
+      d.Status(rvtiVLCEncodeHP_JPEGXR_32s1u(hp.data(), scan, es, cbp.data(), buf.data(), 1 << 18, &pos,
+                                            (x & 2) ? flex.data() : nullptr, 1 << 16, &fpos, trim));
+      d.Status(rvtiVLCDecodeDC_JPEGXR_1u32s(buf.data(), 1 << 18, &rpos, ds, outlp.data()));
+      d.Status(rvtiVLCDecodeLP_JPEGXR_1u32s(buf.data(), 1 << 18, &rpos, ds, outlp.data()));
+      d.Status(rvtiVLCDecodeHP_JPEGXR_1u32s(buf.data(), 1 << 18, &rpos, (x & 2) ? flex.data() : nullptr, 1 << 16,
+                                            &rfpos, trim, scan, cbp.data(), ds, out.data()));
+      d.Add(cbp);
+      d.Add(outlp);
+      d.Add(out);
+      if ((x & 15) == 15 || x == 19) {
+        d.Status(rvtiVLCAdapt_JPEGXR(es, 7));
+        d.Status(rvtiVLCAdapt_JPEGXR(ds, 7));
+      }
+      int32_t tables[22], disc[44], bits[6];
+      d.Status(rvtiVLCGetTables_JPEGXR(ds, tables, disc, bits));
+      d.Add(tables, 22);
+      d.Add(disc, 44);
+      d.Add(bits, 6);
+    }
+    d.Add(buf.data(), size_t(pos + 7) / 8);
+    d.Add(flex.data(), size_t(fpos + 7) / 8);
+    const int32_t p[4] = {pos, fpos, rpos, rfpos};
+    d.Add(p, 4);
+    uint32_t v = 0;
+    int32_t at = 5;
+    d.Status(rvtiFLCRead_JPEGXR_1u32u(buf.data(), 64, &at, 29, &v));
+    d.Status(rvtiFLCWrite_JPEGXR_32u1u(v, 29, buf.data(), 64, &at));
+    d.Add(&v, 1);
+    d.Add(buf.data(), 64);
+  }
+  return d.value();
+}
+
 TEST(Abi, FamiliesGiveTheirDefinedResults) {
   struct Family {
     const char* name;
@@ -1069,7 +1126,8 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"Huffman MCU runs", HuffmanRunDigest, 0xaf5f03ee92775d3eull},
                           Family{"JPEG 2000 code-blocks", Tier1Digest, 0x7e337e5eecc58e6aull},
                           Family{"BC7 and BC6H textures", BptcDigest, 0x3e0fa340dca19ec5ull},
-                          Family{"BC4 and BC5 encoding", BcEncodeDigest, 0x7326b27838882e30ull}}) {
+                          Family{"BC4 and BC5 encoding", BcEncodeDigest, 0x7326b27838882e30ull},
+                          Family{"JPEG XR coefficient coding", JpegXrVlcDigest, 0x9db6cb62992913faull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }

@@ -1,0 +1,157 @@
+// JPEG XR coefficient coding: the entries and descriptors.  The decoders'
+// fast forms read through a 64-bit window and code tables indexed by the
+// next 8 bits (plain x86-64 code); the references read one bit at a time.
+#include "jpegxr/vlc.h"
+
+#include "frame/dispatch.h"
+
+namespace rvt::vlc {
+namespace {
+
+RvtResult GetStateSize(int32_t format, int32_t channels, int32_t* size) {
+  RVT_CHECK(CheckFormat(format, channels));
+  RVT_CHECK(CheckPtr(size));
+  *size = int32_t(sizeof(State));
+  return rvtStatusOk;
+}
+
+RvtResult Init(int32_t format, int32_t channels, State* st, int32_t size) {
+  RVT_CHECK(CheckFormat(format, channels));
+  RVT_CHECK(CheckPtr(st));
+  if (size < int32_t(sizeof(State))) return rvtStatusSize;
+  InitState(*st, format, channels);
+  return rvtStatusOk;
+}
+
+RvtResult AdaptEntry(State* st, int32_t bands) {
+  RVT_CHECK(CheckState(st));
+  if (bands < 1 || bands > 7) return rvtStatusBadArg;
+  Adapt(*st, bands);
+  return rvtStatusOk;
+}
+
+RvtResult GetTables(const State* st, int32_t* table, int32_t* disc, int32_t* bits) {
+  RVT_CHECK(CheckState(st));
+  RVT_CHECK(CheckPtr(table));
+  RVT_CHECK(CheckPtr(disc));
+  RVT_CHECK(CheckPtr(bits));
+  for (int k = 0; k < kSlots; ++k) {
+    table[k] = st->table[k];
+    disc[2 * k] = st->disc[k];
+    disc[2 * k + 1] = st->disc1[k];
+  }
+  for (int b = 0; b < 3; ++b) {
+    bits[2 * b] = st->modelBits[b][0];
+    bits[2 * b + 1] = st->modelBits[b][1];
+  }
+  return rvtStatusOk;
+}
+
+template <class R>
+RvtResult FlcRead(const uint8_t* src, int32_t len, int32_t* pos, int32_t n, uint32_t* value) {
+  RVT_CHECK(CheckCursor(src, len, pos));
+  if (n < 0 || n > 32) return rvtStatusBadArg;
+  RVT_CHECK(CheckPtr(value));
+  R r{src, EndBits(len), *pos};
+  const uint32_t hi = n > 16 ? r.Bits(n - 16) : 0u;
+  const uint32_t lo = r.Bits(n > 16 ? 16 : n);
+  if (r.Short()) return rvtStatusOutOfBuffer;
+  *value = n > 16 ? (hi << 16) | lo : lo;
+  *pos = int32_t(r.pos);
+  return rvtStatusOk;
+}
+
+RvtResult FlcWrite(uint32_t value, int32_t n, uint8_t* dst, int32_t len, int32_t* pos) {
+  if (n < 0 || n > 32) return rvtStatusBadArg;
+  RVT_CHECK(CheckCursor(dst, len, pos));
+  if (EndBits(len) - *pos < n) return rvtStatusOutOfBuffer;
+  Writer w{dst, EndBits(len), *pos, false};
+  w.Put(value, n);
+  *pos = int32_t(w.pos);
+  return rvtStatusOk;
+}
+
+RvtResult EncodeDCEntry(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos) {
+  RVT_CHECK(CheckPtr(coef));
+  RVT_CHECK(CheckState(st));
+  RVT_CHECK(CheckCursor(dst, len, pos));
+  RVT_CHECK(CheckRange(*st, coef, kDC));
+  return EncodeBand(dst, len, pos, nullptr, 0, nullptr, st, st->channels,
+                    [&](Writer& w, Writer&, State& s) { return EncodeDC(w, s, coef); });
+}
+
+RvtResult EncodeLPEntry(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos) {
+  RVT_CHECK(CheckPtr(coef));
+  RVT_CHECK(CheckState(st));
+  RVT_CHECK(CheckCursor(dst, len, pos));
+  RVT_CHECK(CheckRange(*st, coef, kLP));
+  return EncodeBand(dst, len, pos, nullptr, 0, nullptr, st, 16 * st->channels + 1,
+                    [&](Writer& w, Writer&, State& s) { return EncodeLP(w, s, coef); });
+}
+
+RvtResult EncodeHPEntry(const int32_t* coef, int32_t scan, State* st, int32_t* cbp, uint8_t* dst,
+                        int32_t len, int32_t* pos, uint8_t* flex, int32_t flexLen, int32_t* flexPos,
+                        int32_t trim) {
+  RVT_CHECK(CheckPtr(coef));
+  if (scan < 0 || scan > 1) return rvtStatusBadArg;
+  RVT_CHECK(CheckState(st));
+  RVT_CHECK(CheckPtr(cbp));
+  RVT_CHECK(CheckCursor(dst, len, pos));
+  if (flex) RVT_CHECK(CheckCursor(flex, flexLen, flexPos));
+  if (trim < 0 || trim > 15) return rvtStatusBadArg;
+  RVT_CHECK(CheckRange(*st, coef, kHP));
+  int32_t out[16];
+  const RvtResult status =
+      EncodeBand(dst, len, pos, flex, flexLen, flexPos, st, 256 * st->channels,
+                 [&](Writer& w, Writer& f, State& s) { return EncodeHP(w, f, trim, scan, coef, s, out); });
+  if (status == rvtStatusOk) {
+    for (int ch = 0; ch < st->channels; ++ch) cbp[ch] = out[ch];
+  }
+  return status;
+}
+
+}  // namespace
+
+RvtResult DecodeDCRef(const uint8_t* a, int32_t b, int32_t* c, State* d, int32_t* e) {
+  return DecodeDCEntry<RefReader>(a, b, c, d, e);
+}
+RvtResult DecodeDCFast(const uint8_t* a, int32_t b, int32_t* c, State* d, int32_t* e) {
+  return DecodeDCEntry<FastReader>(a, b, c, d, e);
+}
+RvtResult DecodeLPRef(const uint8_t* a, int32_t b, int32_t* c, State* d, int32_t* e) {
+  return DecodeLPEntry<RefReader>(a, b, c, d, e);
+}
+RvtResult DecodeLPFast(const uint8_t* a, int32_t b, int32_t* c, State* d, int32_t* e) {
+  return DecodeLPEntry<FastReader>(a, b, c, d, e);
+}
+RvtResult DecodeHPRef(const uint8_t* a, int32_t b, int32_t* c, const uint8_t* d, int32_t e, int32_t* f,
+                      int32_t g, int32_t h, const int32_t* i, State* j, int32_t* k) {
+  return DecodeHPEntry<RefReader>(a, b, c, d, e, f, g, h, i, j, k);
+}
+RvtResult DecodeHPFast(const uint8_t* a, int32_t b, int32_t* c, const uint8_t* d, int32_t e, int32_t* f,
+                       int32_t g, int32_t h, const int32_t* i, State* j, int32_t* k) {
+  return DecodeHPEntry<FastReader>(a, b, c, d, e, f, g, h, i, j, k);
+}
+RvtResult FlcReadRef(const uint8_t* a, int32_t b, int32_t* c, int32_t d, uint32_t* e) {
+  return FlcRead<RefReader>(a, b, c, d, e);
+}
+RvtResult FlcReadFast(const uint8_t* a, int32_t b, int32_t* c, int32_t d, uint32_t* e) {
+  return FlcRead<FastReader>(a, b, c, d, e);
+}
+
+}  // namespace rvt::vlc
+
+namespace rvt {
+RVT_IMPL_PLAIN(rvtiVLCGetStateSize_JPEGXR, vlc::GetStateSize);
+RVT_IMPL_PLAIN(rvtiVLCInit_JPEGXR, vlc::Init);
+RVT_IMPL_PLAIN(rvtiVLCAdapt_JPEGXR, vlc::AdaptEntry);
+RVT_IMPL_PLAIN(rvtiVLCGetTables_JPEGXR, vlc::GetTables);
+RVT_IMPL_FAST(rvtiFLCRead_JPEGXR_1u32u, vlc::FlcReadFast, vlc::FlcReadRef);
+RVT_IMPL_PLAIN(rvtiFLCWrite_JPEGXR_32u1u, vlc::FlcWrite);
+RVT_IMPL_FAST(rvtiVLCDecodeDC_JPEGXR_1u32s, vlc::DecodeDCFast, vlc::DecodeDCRef);
+RVT_IMPL_PLAIN(rvtiVLCEncodeDC_JPEGXR_32s1u, vlc::EncodeDCEntry);
+RVT_IMPL_FAST(rvtiVLCDecodeLP_JPEGXR_1u32s, vlc::DecodeLPFast, vlc::DecodeLPRef);
+RVT_IMPL_PLAIN(rvtiVLCEncodeLP_JPEGXR_32s1u, vlc::EncodeLPEntry);
+RVT_IMPL_FAST(rvtiVLCDecodeHP_JPEGXR_1u32s, vlc::DecodeHPFast, vlc::DecodeHPRef);
+RVT_IMPL_PLAIN(rvtiVLCEncodeHP_JPEGXR_32s1u, vlc::EncodeHPEntry);
+}  // namespace rvt

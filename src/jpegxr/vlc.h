@@ -1,0 +1,1000 @@
+// JPEG XR coefficient coding: the coding context, fixed-length fields and
+// the adaptive variable-length coding of the DC, lowpass (LP) and highpass
+// (HP) coefficients of one macroblock.  The scalar reference defines every
+// result; the argument checks and the macroblock coders live here, written
+// once over a bit reader, so the reference reader (one bit at a time, codes
+// matched length by length) and the fast one (a 64-bit window and one
+// table look-up per code) run the same steps.
+//
+// Bits are read and written most significant first.  A call works on a
+// copy of the context and stores it, the coefficients and the positions
+// only when the whole macroblock coded: a failure changes nothing.
+#ifndef RVT_JPEGXR_VLC_H_
+#define RVT_JPEGXR_VLC_H_
+
+#include <cstdint>
+#include <cstring>
+
+#include "frame/checks.h"
+#include "jpegxr/vlc_tables.h"
+#include "rvtjp.h"
+
+struct VLCState_JPEGXR {
+  uint32_t magic;
+  int32_t format, channels;
+  int32_t table[rvt::vlc::kSlots];
+  int32_t disc[rvt::vlc::kSlots], disc1[rvt::vlc::kSlots];
+  int32_t modelState[3][2], modelBits[3][2];  // DC, LP, HP; lum, chroma
+  int32_t cbpCountZero, cbpCountMax;          // LP coded-block pattern
+  int32_t cbpModel[6];                        // HP coded-block pattern (reserved)
+  uint8_t order[3][16];                       // LP, HP horizontal, HP vertical
+  int32_t total[3][16];
+};
+
+namespace rvt::vlc {
+
+using State = VLCState_JPEGXR;
+constexpr uint32_t kMagic = 0x4A585256u;  // "VRXJ"
+enum Format : int { kYOnly = 0, k420 = 1, k422 = 2, k444 = 3, kCmyk = 4, kNChannel = 6 };
+enum Band : int { kDC = 0, kLP = 1, kHP = 2 };
+// Bit positions are int32: buffers count up to 2^28 - 1 bytes.
+constexpr int64_t kMaxBytes = (int64_t(1) << 28) - 1;
+
+inline bool IsColour(int f) { return f == k420 || f == k422 || f == k444; }
+
+// ------------------------------------------------------------ context
+
+inline RvtResult CheckFormat(int32_t format, int32_t channels) {
+  switch (format) {
+    case kYOnly: return channels == 1 ? rvtStatusOk : rvtStatusBadArg;
+    case k420: case k422: case k444: return channels == 3 ? rvtStatusOk : rvtStatusBadArg;
+    case kCmyk: return channels == 4 ? rvtStatusOk : rvtStatusBadArg;
+    case kNChannel: return (channels >= 1 && channels <= 16) ? rvtStatusOk : rvtStatusBadArg;
+    default: return rvtStatusBadArg;
+  }
+}
+
+inline void ResetTotals(State& s, int scan) {
+  for (int i = 0; i < 16; ++i) s.total[scan][i] = kMaxTotal - i;
+}
+
+inline void InitState(State& s, int format, int channels) {
+  std::memset(&s, 0, sizeof(s));
+  s.magic = kMagic;
+  s.format = format;
+  s.channels = channels;
+  const bool colour = IsColour(format);
+  for (int k = 0; k < kSlots; ++k) s.table[k] = InitialTable(SlotSymbols(k, colour));
+  for (int b = 0; b < 3; ++b) s.modelBits[b][0] = s.modelBits[b][1] = kModelStart[b];
+  std::memcpy(s.order[0], kScanLowpass, 16);
+  std::memcpy(s.order[1], kScanHoriz, 16);
+  std::memcpy(s.order[2], kScanVert, 16);
+  for (int i = 0; i < 3; ++i) ResetTotals(s, i);
+}
+
+// A state Init built (and the coders kept): fields within their ranges, so
+// no table look-up can leave its table.
+// Tables of each slot's alphabet (both alphabets of the last slot have two).
+inline constexpr int8_t kSlotTables[kSlots] = {2, 1, 2, 2, 5, 4, 4, 5, 4, 4, 2,
+                                               2, 5, 4, 4, 5, 4, 4, 2, 2, 2, 2};
+inline RvtResult CheckState(const State* s) {
+  RVT_CHECK(CheckPtr(s));
+  if (s->magic != kMagic || CheckFormat(s->format, s->channels) != rvtStatusOk) return rvtStatusBadArg;
+  for (int k = 0; k < kSlots; ++k) {
+    if (uint32_t(s->table[k]) >= uint32_t(kSlotTables[k])) return rvtStatusBadArg;
+  }
+  for (int b = 0; b < 3; ++b) {
+    for (int j = 0; j < 2; ++j) {
+      if (s->modelBits[b][j] < 0 || s->modelBits[b][j] > 15) return rvtStatusBadArg;
+    }
+    for (int i = 0; i < 16; ++i) {
+      if (s->order[b][i] > 15) return rvtStatusBadArg;
+    }
+  }
+  return rvtStatusOk;
+}
+
+// The discriminant steps of a symbol: code lengths of the table below
+// minus those of the table above the boundary each discriminant watches
+// (the lower one the boundary under the current table, the upper one the
+// boundary over it; the end tables watch their one boundary twice).
+inline void Account(State& s, int slot, int sym) {
+  const Alphabet& a = AlphabetOf(SlotSymbols(slot, IsColour(s.format)));
+  if (a.tables < 2 || a.symbols == 8) return;
+  const int t = s.table[slot];
+  const int lo = t > 0 ? t - 1 : 0;
+  const int hi = t < a.tables - 1 ? t : a.tables - 2;
+  // (wrapping: a caller that never adapts must not overflow)
+  auto add = [](int32_t& d, int v) { d = int32_t(uint32_t(d) + uint32_t(v)); };
+  add(s.disc[slot], a.code[lo][sym].len - a.code[lo + 1][sym].len);
+  if (a.symbols == 6 || a.symbols == 12) add(s.disc1[slot], a.code[hi][sym].len - a.code[hi + 1][sym].len);
+}
+
+// Table switch at an adaptation point: down when the lower discriminant is
+// below -8, else up when the upper one (the only one for 5, 7 and 9
+// symbols) is above 8; a switch zeroes both; both are kept within +-64.
+inline void AdaptSlot(State& s, int slot) {
+  const Alphabet& a = AlphabetOf(SlotSymbols(slot, IsColour(s.format)));
+  if (a.tables < 2) return;
+  const bool two = a.symbols == 6 || a.symbols == 12;
+  const int t = s.table[slot];
+  const int dl = s.disc[slot], dh = two ? s.disc1[slot] : s.disc[slot];
+  bool change = false;
+  if (t > 0 && dl < -kSwitch) {
+    s.table[slot] = t - 1;
+    change = true;
+  } else if (t < a.tables - 1 && dh > kSwitch) {
+    s.table[slot] = t + 1;
+    change = true;
+  }
+  if (change) s.disc[slot] = s.disc1[slot] = 0;
+  auto clamp = [](int32_t& d) { d = d < -kClamp ? -kClamp : d > kClamp ? kClamp : d; };
+  clamp(s.disc[slot]);
+  clamp(s.disc1[slot]);
+}
+
+constexpr int32_t kAdaptDC = 1, kAdaptLP = 2, kAdaptHP = 4;
+
+inline void Adapt(State& s, int32_t bands) {
+  if (bands & kAdaptDC) {
+    for (int k = kDcYuv; k <= kDcLevelChr; ++k) AdaptSlot(s, k);
+  }
+  if (bands & kAdaptLP) {
+    AdaptSlot(s, kRun);
+    for (int k = 0; k < 8; ++k) AdaptSlot(s, kLpFirst + k);
+    ResetTotals(s, 0);
+  }
+  if (bands & kAdaptHP) {
+    for (int k = 0; k < 8; ++k) AdaptSlot(s, kHpFirst + k);
+    AdaptSlot(s, kNumCbp);
+    AdaptSlot(s, kNumBlkCbp);
+    ResetTotals(s, 1);
+    ResetTotals(s, 2);
+  }
+}
+
+// Model bits of one band after a macroblock whose lum and chroma counts of
+// nonzero coefficients are lm[0], lm[1]: the counts are weighted by band and
+// colour format, and each model state walks towards more or fewer bits.
+inline void UpdateModel(State& s, int band, int32_t lm0, int32_t lm1) {
+  static constexpr int kWeight0[3] = {240, 12, 1};
+  static constexpr int kWeight1[3][16] = {
+      {0, 240, 120, 80, 60, 48, 40, 34, 30, 27, 24, 22, 20, 18, 17, 16},
+      {0, 12, 6, 4, 3, 2, 2, 2, 2, 1, 1, 1, 1, 1, 1, 1},
+      {0, 16, 8, 5, 4, 3, 3, 2, 2, 2, 2, 1, 1, 1, 1, 1}};
+  static constexpr int kWeight2[6] = {120, 37, 2, 120, 18, 1};
+  int32_t lm[2] = {lm0 * kWeight0[band], lm1};
+  if (s.format == k420) {
+    lm[1] *= kWeight2[band];
+  } else if (s.format == k422) {
+    lm[1] *= kWeight2[3 + band];
+  } else {
+    lm[1] *= kWeight1[band][s.channels - 1];
+    if (band == kHP) lm[1] >>= 4;
+  }
+  for (int j = 0; j < 2; ++j) {
+    int32_t ms = s.modelState[band][j];
+    int32_t delta = (lm[j] - 70) >> 2;
+    int32_t& bits = s.modelBits[band][j];
+    if (delta <= -8) {
+      delta += 4;
+      if (delta < -16) delta = -16;
+      ms += delta;
+      if (ms < -8) {
+        if (bits == 0) {
+          ms = -8;
+        } else {
+          ms = 0;
+          --bits;
+        }
+      }
+    } else if (delta >= 8) {
+      delta -= 4;
+      if (delta > 15) delta = 15;
+      ms += delta;
+      if (ms > 8) {
+        if (bits >= 15) {
+          bits = 15;
+          ms = 8;
+        } else {
+          ms = 0;
+          ++bits;
+        }
+      }
+    }
+    s.modelState[band][j] = ms;
+    if (s.format == kYOnly) break;
+  }
+}
+
+// ------------------------------------------------------------ bit I/O
+
+// The reference reader: one bit at a time; bits past the end read as 0 and
+// mark the read as short.
+struct RefReader {
+  const uint8_t* p;
+  int64_t end;  // in bits
+  int64_t pos;
+  uint32_t Bit() {
+    const int64_t i = pos++;
+    if (i >= end) return 0;
+    return (p[i >> 3] >> (7 - (i & 7))) & 1u;
+  }
+  uint32_t Bits(int n) {
+    uint32_t v = 0;
+    for (int i = 0; i < n; ++i) v = (v << 1) | Bit();
+    return v;
+  }
+  bool Short() const { return pos > end; }
+  // Matches the code length by length against the current table.
+  int Symbol(const Alphabet& a, int t) {
+    uint32_t code = 0;
+    for (int len = 1; len <= 8; ++len) {
+      code = (code << 1) | Bit();
+      for (int s = 0; s < a.symbols; ++s) {
+        if (a.code[t][s].len == len && a.code[t][s].code == code) return s;
+      }
+    }
+    return 0;  // every table is a complete prefix code; not reached
+  }
+};
+
+// The fast reader: a 64-bit window at the position (zeros past the end)
+// and one look-up per code in a table indexed by the next 8 bits.
+struct Luts {
+  uint16_t e[17][256];  // symbol | length << 8
+};
+constexpr int LutBase(int symbols) {
+  return symbols == 4 ? 0 : symbols == 5 ? 1 : symbols == 6 ? 3 : symbols == 7 ? 7
+       : symbols == 8 ? 9 : symbols == 9 ? 10 : 12;
+}
+constexpr Luts MakeLuts() {
+  Luts l{};
+  const Alphabet* all[7] = {&kAlpha4, &kAlpha5, &kAlpha6, &kAlpha7, &kAlpha8, &kAlpha9, &kAlpha12};
+  for (const Alphabet* a : all) {
+    for (int t = 0; t < a->tables; ++t) {
+      for (int s = 0; s < a->symbols; ++s) {
+        const Code c = a->code[t][s];
+        const int lo = c.code << (8 - c.len), n = 1 << (8 - c.len);
+        for (int i = 0; i < n; ++i) l.e[LutBase(a->symbols) + t][lo + i] = uint16_t(s | (c.len << 8));
+      }
+    }
+  }
+  return l;
+}
+inline constexpr Luts kLuts = MakeLuts();
+
+struct FastReader {
+  const uint8_t* p;
+  int64_t end;
+  int64_t pos;
+  uint64_t word = 0;   // the 8 bytes from byte `at`, most significant first
+  int64_t at = -64;
+  // At least 32 valid bits from the position, most significant first.
+  uint64_t Window() {
+    if (pos - at * 8 > 32) {
+      at = pos >> 3;
+      const int64_t bytes = end >> 3;
+      if (at + 8 <= bytes) {
+        std::memcpy(&word, p + at, 8);
+        word = __builtin_bswap64(word);
+      } else {
+        word = 0;
+        for (int64_t i = at; i < at + 8; ++i) word = (word << 8) | (i < bytes ? p[i] : 0u);
+      }
+    }
+    return word << (pos - at * 8);
+  }
+  uint32_t Bit() {
+    const uint32_t b = uint32_t(Window() >> 63);
+    ++pos;
+    return b;
+  }
+  uint32_t Bits(int n) {
+    if (n == 0) return 0;
+    const uint32_t v = uint32_t(Window() >> (64 - n));
+    pos += n;
+    return v;
+  }
+  bool Short() const { return pos > end; }
+  int Symbol(const Alphabet& a, int t) {
+    const uint16_t e = kLuts.e[LutBase(a.symbols) + t][Window() >> 56];
+    pos += e >> 8;
+    return e & 0xFF;
+  }
+};
+
+// The writer: bits before the start position are kept, the rest of the
+// last byte written is cleared.  A dry writer only counts.
+struct Writer {
+  uint8_t* p;
+  int64_t end;
+  int64_t pos;
+  bool dry;
+  void Put(uint32_t v, int n) {
+    for (int i = n - 1; i >= 0; --i) {
+      const int64_t b = pos++;
+      if (dry || b >= end) continue;
+      const uint8_t m = uint8_t(0x80u >> (b & 7));
+      uint8_t& byte = p[b >> 3];
+      byte = uint8_t(((v >> i) & 1u) ? (byte | m) : (byte & ~m));
+      if ((b & 7) != 7) byte = uint8_t(byte & ~(m - 1));  // clear the tail
+    }
+  }
+  void Symbol(const Alphabet& a, int t, int s) { Put(a.code[t][s].code, a.code[t][s].len); }
+  bool Short() const { return pos > end; }
+};
+
+// ------------------------------------------------------------ symbols
+
+// Absolute level 2 and up, from the level table of `slot`.
+template <class R>
+inline uint32_t DecodeLevel(R& r, State& s, int slot) {
+  const int sym = r.Symbol(AlphabetOf(7), s.table[slot]);
+  Account(s, slot, sym);
+  if (sym < 6) return uint32_t(kLevelBase[sym]) + r.Bits(kLevelBits[sym]);
+  int fixed = int(r.Bits(4)) + 4;
+  if (fixed == 19) {
+    fixed += int(r.Bits(2));
+    if (fixed == 22) fixed += int(r.Bits(3));
+  }
+  return 2u + (1u << fixed) + r.Bits(fixed);
+}
+
+inline void EncodeLevel(Writer& w, State& s, int slot, uint32_t level) {
+  int sym = 6;
+  for (int k = 0; k < 6; ++k) {
+    if (level < uint32_t(kLevelBase[k]) + (1u << kLevelBits[k])) {
+      sym = k;
+      break;
+    }
+  }
+  w.Symbol(AlphabetOf(7), s.table[slot], sym);
+  Account(s, slot, sym);
+  if (sym < 6) {
+    w.Put(level - uint32_t(kLevelBase[sym]), kLevelBits[sym]);
+    return;
+  }
+  const uint32_t v = level - 2;
+  int fixed = 31 - __builtin_clz(v);
+  const uint32_t rest = v - (1u << fixed);
+  if (fixed < 19) {
+    w.Put(uint32_t(fixed - 4), 4);
+  } else if (fixed < 22) {
+    w.Put(15, 4);
+    w.Put(uint32_t(fixed - 19), 2);
+  } else {
+    w.Put(15, 4);
+    w.Put(3, 2);
+    w.Put(uint32_t(fixed - 22), 3);
+  }
+  w.Put(rest, fixed);
+}
+
+// Largest absolute level the escape codes: 2 + 2^29 + 2^29 - 1.
+constexpr uint32_t kMaxLevel = 2u + (1u << 30) - 1u;
+
+// A run of 1..maxRun zeros before a coefficient known to follow one.
+template <class R>
+inline int DecodeRun(R& r, State& s, int maxRun) {
+  if (maxRun < 5) {
+    if (maxRun == 1 || r.Bit()) return 1;
+    if (maxRun == 2 || r.Bit()) return 2;
+    if (maxRun == 3 || r.Bit()) return 3;
+    return 4;
+  }
+  const int sym = r.Symbol(AlphabetOf(5), s.table[kRun]);
+  Account(s, kRun, sym);
+  const int bin = RunBin(maxRun);
+  return kRunBase[bin][sym] + int(r.Bits(kRunBits[bin][sym]));
+}
+
+inline void EncodeRun(Writer& w, State& s, int maxRun, int run) {
+  if (maxRun < 5) {
+    for (int k = 1; k < maxRun; ++k) {
+      if (run == k) {
+        w.Put(1, 1);
+        return;
+      }
+      w.Put(0, 1);
+    }
+    return;
+  }
+  const int bin = RunBin(maxRun);
+  int sym = 4;
+  for (int k = 0; k < 5; ++k) {
+    if (run < kRunBase[bin][k] + (1 << kRunBits[bin][k])) {
+      sym = k;
+      break;
+    }
+  }
+  w.Symbol(AlphabetOf(5), s.table[kRun], sym);
+  Account(s, kRun, sym);
+  w.Put(uint32_t(run - kRunBase[bin][sym]), kRunBits[bin][sym]);
+}
+
+// ------------------------------------------------------------ blocks
+
+// Run/level coding of the VLC parts of one block at positions first..15
+// (positions of the block's scan).  Each coefficient has an index symbol:
+// whether the run before it is empty (first coefficient only; later ones
+// know it from the previous index), whether its level exceeds 1, and what
+// follows it (nothing, a coefficient right after it, one after a run).
+// Then its sign, its level above 1 and, for a nonempty run, the run.  The
+// index after position 14 has a fixed 1..3-bit code, after position 15
+// one bit.  Coefficients that follow a continuous start (first at
+// `first`, each next right after it) take the second index and level
+// tables.  `val` gets the signed levels by position; returns the count of
+// nonzero ones, or rvtStatusErr for a block running past position 15.
+template <class R>
+inline int DecodeBlock(R& r, State& s, int group, bool chroma, int first, int32_t* val) {
+  const int idx = group + (chroma ? kIndexChr : kIndexLum);
+  const int fst = group + (chroma ? kFirstChr : kFirstLum);
+  int sym = r.Symbol(AlphabetOf(12), s.table[fst]);
+  Account(s, fst, sym);
+  bool sr = sym & 1;
+  bool sl = sym & 2;
+  int srn = sym >> 2;
+  int cont = sr && srn == 1;
+  int loc = first, count = 0;
+  for (;;) {
+    const uint32_t neg = r.Bit();
+    const uint32_t mag = sl ? DecodeLevel(r, s, group + kLevel + cont) : 1u;
+    int run = 0;
+    if (!sr) {
+      if (loc > 14) return rvtStatusErr;
+      run = DecodeRun(r, s, 15 - loc);
+    }
+    const int at = loc + run;
+    if (at > 15) return rvtStatusErr;  // a run longer than the block allows
+    val[at] = int32_t(neg ? 0u - mag : mag);
+    ++count;
+    loc = at + 1;
+    if (srn == 0) return count;
+    sr = srn == 1;
+    if (!sr) {
+      if (loc > 14) return rvtStatusErr;
+      loc += DecodeRun(r, s, 15 - loc);
+      if (loc > 15) return rvtStatusErr;
+    } else if (loc > 15) {
+      return rvtStatusErr;
+    }
+    // `loc` is now the next coefficient's position; its index follows.
+    const int after = loc + 1;
+    if (after < 15) {
+      sym = r.Symbol(AlphabetOf(6), s.table[idx + cont]);
+      Account(s, idx + cont, sym);
+    } else if (after == 15) {
+      if (!r.Bit()) sym = 0;
+      else if (!r.Bit()) sym = 2;
+      else sym = 1 + 2 * int(r.Bit());
+    } else {
+      sym = int(r.Bit());
+    }
+    srn = sym >> 1;
+    cont &= int(srn == 1);
+    sl = sym & 1;
+    sr = true;  // its run is already read
+  }
+}
+
+inline void EncodeBlock(Writer& w, State& s, int group, bool chroma, int first, const int32_t* val) {
+  const int idx = group + (chroma ? kIndexChr : kIndexLum);
+  const int fst = group + (chroma ? kFirstChr : kFirstLum);
+  int at[16], n = 0;
+  for (int p = first; p < 16; ++p) {
+    if (val[p] != 0) at[n++] = p;
+  }
+  auto next = [&](int i) { return i + 1 >= n ? 0 : at[i + 1] == at[i] + 1 ? 1 : 2; };
+  auto mag = [&](int i) { return val[at[i]] < 0 ? 0u - uint32_t(val[at[i]]) : uint32_t(val[at[i]]); };
+  int cont = 0, loc = first;
+  for (int i = 0; i < n; ++i) {
+    const int srn = next(i);
+    const bool sl = mag(i) > 1;
+    if (i == 0) {
+      const bool sr = at[0] == first;
+      const int sym = int(sr) | (int(sl) << 1) | (srn << 2);
+      w.Symbol(AlphabetOf(12), s.table[fst], sym);
+      Account(s, fst, sym);
+      cont = sr && srn == 1;
+    } else {
+      if (at[i] != loc) EncodeRun(w, s, 15 - loc, at[i] - loc);
+      const int after = at[i] + 1;
+      const int sym = int(sl) | (srn << 1);
+      if (after < 15) {
+        w.Symbol(AlphabetOf(6), s.table[idx + cont], sym);
+        Account(s, idx + cont, sym);
+      } else if (after == 15) {
+        if (sym == 0) w.Put(0, 1);
+        else if (sym == 2) w.Put(2, 2);
+        else w.Put(sym == 1 ? 6 : 7, 3);
+      } else {
+        w.Put(uint32_t(sym), 1);
+      }
+      cont &= int(srn == 1);
+    }
+    w.Put(val[at[i]] < 0 ? 1 : 0, 1);
+    if (sl) EncodeLevel(w, s, group + kLevel + cont, mag(i));
+    if (i == 0 && at[0] != first) EncodeRun(w, s, 15 - first, at[0] - first);
+    loc = at[i] + 1;
+  }
+}
+
+// The adaptive scan: a coefficient found at scan index p counts there, and
+// an index whose count passes its predecessor's moves one place forward
+// (index 1 stays, the DC's place is never taken).
+inline void CountScan(State& s, int scan, int p) {
+  int32_t* t = s.total[scan];
+  uint8_t* o = s.order[scan];
+  ++t[p];
+  if (p > 1 && t[p] > t[p - 1]) {
+    const int32_t tt = t[p];
+    t[p] = t[p - 1];
+    t[p - 1] = tt;
+    const uint8_t oo = o[p];
+    o[p] = o[p - 1];
+    o[p - 1] = oo;
+  }
+}
+
+// ------------------------------------------------------------ macroblock layout
+
+// Channels whose DC/LP block is 2x2 (4:2:0 chroma) or 2 wide and 4 high
+// (4:2:2 chroma): their LP coefficient count and HP block count.
+inline int LpCount(const State& s, int ch) {
+  if (ch == 0) return 16;
+  return s.format == k420 ? 4 : s.format == k422 ? 8 : 16;
+}
+inline int HpBlocks(const State& s, int ch) { return LpCount(s, ch); }
+// Groups the LP coded-block pattern has a bit for: the two chroma channels
+// of 4:2:0 and 4:2:2 share one.
+inline bool Shared(const State& s) { return s.format == k420 || s.format == k422; }
+inline int LpGroups(const State& s) { return Shared(s) ? 2 : s.channels; }
+
+// A coefficient from its VLC part q and its refinement: `bits` model bits,
+// of which the lowest `trim` are not coded.
+template <class R>
+inline int32_t Refine(R& r, int32_t q, int bits, int trim) {
+  if (bits == 0) return q;
+  const uint32_t ref = bits > trim ? r.Bits(bits - trim) << trim : 0u;
+  if (q != 0) {
+    const uint32_t m = ((q < 0 ? 0u - uint32_t(q) : uint32_t(q)) << bits) | ref;
+    return int32_t(q < 0 ? 0u - m : m);
+  }
+  if (ref == 0) return 0;
+  return int32_t(r.Bit() ? 0u - ref : ref);
+}
+
+inline uint32_t Mag(int32_t v) { return v < 0 ? 0u - uint32_t(v) : uint32_t(v); }
+// The VLC part of a coefficient: its magnitude above the model bits, signed.
+inline int32_t VlcPart(int32_t v, int bits) {
+  const uint32_t q = Mag(v) >> bits;
+  return int32_t(v < 0 ? 0u - q : q);
+}
+inline void EncodeRefine(Writer& w, int32_t v, int bits, int trim) {
+  if (bits == 0) return;
+  const uint32_t m = Mag(v);
+  const uint32_t ref = (m & ((1u << bits) - 1u)) >> trim;
+  if (bits > trim) w.Put(ref, bits - trim);
+  if ((m >> bits) == 0 && ref != 0) w.Put(v < 0 ? 1 : 0, 1);
+}
+
+// ------------------------------------------------------------ DC
+
+// DC of every channel (coef[16 ch]).  Y only, CMYK and N channels: per
+// channel a nonzero flag, the level less one when set, the model bits,
+// the sign of a nonzero value.  Colour: one 8-symbol pattern of the
+// nonzero channels (Y 4, U 2, V 1), then per channel level, model bits,
+// sign.  Lum levels use the lum table and model, chroma ones the chroma.
+template <class R>
+inline RvtResult DecodeDC(R& r, State& s, int32_t* coef) {
+  int32_t lm[2] = {0, 0};
+  int pattern = 0;
+  if (IsColour(s.format)) {
+    pattern = r.Symbol(kAlpha8, 0);
+  }
+  for (int ch = 0; ch < s.channels; ++ch) {
+    const int c = ch > 0;
+    bool nz;
+    if (IsColour(s.format)) nz = (pattern >> (2 - ch)) & 1;
+    else nz = r.Bit();
+    uint32_t q = 0;
+    if (nz) {
+      q = DecodeLevel(r, s, c ? kDcLevelChr : kDcLevelLum) - 1;
+      ++lm[c];
+    }
+    const int bits = s.modelBits[kDC][c];
+    const uint32_t m = bits ? (q << bits) | r.Bits(bits) : q;
+    coef[16 * ch] = int32_t((m != 0 && r.Bit()) ? 0u - m : m);
+  }
+  UpdateModel(s, kDC, lm[0], lm[1]);
+  return r.Short() ? rvtStatusOutOfBuffer : rvtStatusOk;
+}
+
+inline RvtResult EncodeDC(Writer& w, State& s, const int32_t* coef) {
+  int32_t lm[2] = {0, 0};
+  if (IsColour(s.format)) {
+    int pattern = 0;
+    for (int ch = 0; ch < 3; ++ch) {
+      if ((Mag(coef[16 * ch]) >> s.modelBits[kDC][ch > 0]) != 0) pattern |= 4 >> ch;
+    }
+    w.Symbol(kAlpha8, 0, pattern);
+  }
+  for (int ch = 0; ch < s.channels; ++ch) {
+    const int c = ch > 0;
+    const int bits = s.modelBits[kDC][c];
+    const uint32_t m = Mag(coef[16 * ch]);
+    const uint32_t q = m >> bits;
+    if (q + 1 > kMaxLevel || q + 1 == 0) return rvtStatusRange;
+    if (!IsColour(s.format)) w.Put(q != 0, 1);
+    if (q != 0) {
+      EncodeLevel(w, s, c ? kDcLevelChr : kDcLevelLum, q + 1);
+      ++lm[c];
+    }
+    if (bits) w.Put(m & ((1u << bits) - 1u), bits);
+    if (m != 0) w.Put(coef[16 * ch] < 0, 1);
+  }
+  UpdateModel(s, kDC, lm[0], lm[1]);
+  return rvtStatusOk;
+}
+
+// ------------------------------------------------------------ LP
+
+// The LP coded-block pattern, one bit per group (bit i = group i): coded
+// directly while both counters are positive, else as zero / one / the rest
+// (n - 1 bits, then one more), complemented when full patterns have been
+// rarer than empty ones.  Counters step by +1, or -3 on an empty (full)
+// pattern, within -8..7.
+template <class R>
+inline int DecodeLpCbp(R& r, State& s, int n) {
+  const int full = n * 4 - 5;
+  int cbp;
+  if (s.cbpCountZero <= 0 || s.cbpCountMax < 0) {
+    cbp = 0;
+    if (r.Bit()) {
+      cbp = 1;
+      const int k = int(r.Bits(n - 1));
+      if (k) cbp = k * 2 + int(r.Bit());
+    }
+    if (s.cbpCountMax < s.cbpCountZero) cbp = full - cbp;
+  } else {
+    cbp = int(r.Bits(n));
+  }
+  return cbp;
+}
+
+inline void EncodeLpCbp(Writer& w, const State& s, int n, int cbp) {
+  const int full = n * 4 - 5;
+  if (s.cbpCountZero <= 0 || s.cbpCountMax < 0) {
+    const int p = s.cbpCountMax < s.cbpCountZero ? full - cbp : cbp;
+    if (p == 0) {
+      w.Put(0, 1);
+    } else {
+      w.Put(1, 1);
+      if (p == 1) {
+        w.Put(0, n - 1);
+      } else {
+        w.Put(uint32_t(p >> 1), n - 1);
+        w.Put(uint32_t(p & 1), 1);
+      }
+    }
+  } else {
+    w.Put(uint32_t(cbp), n);
+  }
+}
+
+inline void CountLpCbp(State& s, int n, int cbp) {
+  const int full = n * 4 - 5;
+  auto step = [](int32_t& c, bool hit) {
+    c += hit ? -3 : 1;
+    c = c < -8 ? -8 : c > 7 ? 7 : c;
+  };
+  step(s.cbpCountMax, cbp == full);
+  step(s.cbpCountZero, cbp == 0);
+}
+
+// The k-th LP coefficient whose model bits follow: a full block's in a
+// fixed order, 4:2:0 / 4:2:2 chroma in coefficient order.
+inline int LpRefinePos(const State& s, int ch, int k) {
+  return (ch > 0 && Shared(s)) ? k : kLowpassRefine[k];
+}
+
+// 4:2:0 / 4:2:2 chroma LP: U and V interleaved in one block from position
+// 10 (3 + 3 coefficients) or 2 (7 + 7), in coefficient order.
+inline int ChromaFirst(const State& s) { return s.format == k420 ? 10 : 2; }
+
+template <class R>
+inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
+  int32_t lm[2] = {0, 0};
+  const int n = LpGroups(s);
+  const int cbp = DecodeLpCbp(r, s, n);
+  CountLpCbp(s, n, cbp);
+  int32_t val[16];
+  for (int ch = 0; ch < s.channels; ++ch) {
+    for (int k = 1; k < LpCount(s, ch); ++k) coef[16 * ch + k] = 0;
+  }
+  for (int g = 0; g < n; ++g) {
+    if (!((cbp >> g) & 1)) continue;
+    const bool shared = Shared(s) && g == 1;
+    const int first = shared ? ChromaFirst(s) : 1;
+    std::memset(val, 0, sizeof(val));
+    const int cnt = DecodeBlock(r, s, kLpFirst, g > 0, first, val);
+    if (cnt < 0) return RvtResult(cnt);
+    lm[g > 0] += cnt;
+    if (shared) {
+      for (int p = first; p < 16; ++p) coef[16 * (1 + ((p - first) & 1)) + 1 + (p - first) / 2] = val[p];
+    } else {
+      for (int p = 1; p < 16; ++p) {
+        if (val[p] == 0) continue;
+        coef[16 * g + s.order[0][p]] = val[p];
+        CountScan(s, 0, p);
+      }
+    }
+  }
+  for (int ch = 0; ch < s.channels; ++ch) {
+    const int bits = s.modelBits[kLP][ch > 0];
+    for (int k = 1; k < LpCount(s, ch); ++k) {
+      const int at = 16 * ch + LpRefinePos(s, ch, k);
+      coef[at] = Refine(r, coef[at], bits, 0);
+    }
+  }
+  UpdateModel(s, kLP, lm[0], lm[1]);
+  return r.Short() ? rvtStatusOutOfBuffer : rvtStatusOk;
+}
+
+inline RvtResult EncodeLP(Writer& w, State& s, const int32_t* coef) {
+  int32_t lm[2] = {0, 0};
+  const int n = LpGroups(s);
+  int32_t q[16][16] = {};
+  int cbp = 0;
+  for (int ch = 0; ch < s.channels; ++ch) {
+    const int bits = s.modelBits[kLP][ch > 0];
+    for (int k = 1; k < LpCount(s, ch); ++k) {
+      q[ch][k] = VlcPart(coef[16 * ch + k], bits);
+      if (Mag(q[ch][k]) > kMaxLevel) return rvtStatusRange;
+      if (q[ch][k]) cbp |= 1 << (Shared(s) && ch > 1 ? 1 : ch);
+    }
+  }
+  EncodeLpCbp(w, s, n, cbp);
+  CountLpCbp(s, n, cbp);
+  int32_t val[16];
+  for (int g = 0; g < n; ++g) {
+    if (!((cbp >> g) & 1)) continue;
+    const bool shared = Shared(s) && g == 1;
+    const int first = shared ? ChromaFirst(s) : 1;
+    std::memset(val, 0, sizeof(val));
+    if (shared) {
+      for (int p = first; p < 16; ++p) val[p] = q[1 + ((p - first) & 1)][1 + (p - first) / 2];
+    } else {
+      for (int p = 1; p < 16; ++p) val[p] = q[g][s.order[0][p]];
+    }
+    EncodeBlock(w, s, kLpFirst, g > 0, first, val);
+    for (int p = first; p < 16; ++p) {
+      if (val[p] == 0) continue;
+      ++lm[g > 0];
+      if (!shared) CountScan(s, 0, p);
+    }
+  }
+  for (int ch = 0; ch < s.channels; ++ch) {
+    const int bits = s.modelBits[kLP][ch > 0];
+    for (int k = 1; k < LpCount(s, ch); ++k) EncodeRefine(w, coef[16 * ch + LpRefinePos(s, ch, k)], bits, 0);
+  }
+  UpdateModel(s, kLP, lm[0], lm[1]);
+  return rvtStatusOk;
+}
+
+// ------------------------------------------------------------ HP
+
+// HP of every channel (coef[256 ch + 16 block + k]): the VLC parts of the
+// blocks whose cbp bit is set, channel by channel, block by block in
+// raster order, through the horizontal (scan 0) or vertical (scan 1)
+// adaptive scan; then the flexbits (model bits less `trim`) of every
+// coefficient of every block, from the flexbits reader `f`, which may be
+// `r` itself.
+template <class R, class F>
+inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, State& s, int32_t* coef) {
+  int32_t lm[2] = {0, 0};
+  int32_t val[16];
+  const int sc = 1 + scan;
+  for (int ch = 0; ch < s.channels; ++ch) {
+    for (int b = 0; b < HpBlocks(s, ch); ++b) {
+      int32_t* blk = coef + 256 * ch + 16 * b;
+      for (int k = 1; k < 16; ++k) blk[k] = 0;
+      if (!((cbp[ch] >> b) & 1)) continue;
+      std::memset(val, 0, sizeof(val));
+      const int cnt = DecodeBlock(r, s, kHpFirst, ch > 0, 1, val);
+      if (cnt < 0) return RvtResult(cnt);
+      lm[ch > 0] += cnt;
+      for (int p = 1; p < 16; ++p) {
+        if (val[p] == 0) continue;
+        blk[s.order[sc][p]] = val[p];
+        CountScan(s, sc, p);
+      }
+    }
+  }
+  for (int ch = 0; ch < s.channels; ++ch) {
+    const int bits = s.modelBits[kHP][ch > 0];
+    for (int b = 0; b < HpBlocks(s, ch); ++b) {
+      int32_t* blk = coef + 256 * ch + 16 * b;
+      for (int k = 1; k < 16; ++k) blk[k] = Refine(f, blk[k], bits, trim);
+    }
+  }
+  UpdateModel(s, kHP, lm[0], lm[1]);
+  return (r.Short() || f.Short()) ? rvtStatusOutOfBuffer : rvtStatusOk;
+}
+
+inline RvtResult EncodeHP(Writer& w, Writer& f, int trim, int scan, const int32_t* coef, State& s,
+                          int32_t* cbp) {
+  int32_t lm[2] = {0, 0};
+  int32_t val[16];
+  const int sc = 1 + scan;
+  for (int ch = 0; ch < s.channels; ++ch) {
+    const int bits = s.modelBits[kHP][ch > 0];
+    cbp[ch] = 0;
+    for (int b = 0; b < HpBlocks(s, ch); ++b) {
+      const int32_t* blk = coef + 256 * ch + 16 * b;
+      val[0] = 0;
+      bool any = false;
+      for (int p = 1; p < 16; ++p) {
+        val[p] = VlcPart(blk[s.order[sc][p]], bits);
+        if (Mag(val[p]) > kMaxLevel) return rvtStatusRange;
+        any |= val[p] != 0;
+      }
+      if (!any) continue;
+      cbp[ch] |= 1 << b;
+      EncodeBlock(w, s, kHpFirst, ch > 0, 1, val);
+      for (int p = 1; p < 16; ++p) {
+        if (val[p] == 0) continue;
+        ++lm[ch > 0];
+        CountScan(s, sc, p);
+      }
+    }
+  }
+  for (int ch = 0; ch < s.channels; ++ch) {
+    const int bits = s.modelBits[kHP][ch > 0];
+    for (int b = 0; b < HpBlocks(s, ch); ++b) {
+      const int32_t* blk = coef + 256 * ch + 16 * b;
+      for (int k = 1; k < 16; ++k) EncodeRefine(f, blk[k], bits, trim);
+    }
+  }
+  UpdateModel(s, kHP, lm[0], lm[1]);
+  return rvtStatusOk;
+}
+
+// ------------------------------------------------------------ checks and entries
+
+// A cursor: buffer, length, position pointer, then the position's range.
+inline RvtResult CheckCursor(const uint8_t* p, int32_t len, const int32_t* pos) {
+  RVT_CHECK(CheckPtr(p));
+  if (len < 1) return rvtStatusSize;
+  RVT_CHECK(CheckPtr(pos));
+  const int64_t bytes = len < kMaxBytes ? len : kMaxBytes;
+  if (*pos < 0 || *pos > bytes * 8) return rvtStatusBadArg;
+  return rvtStatusOk;
+}
+inline int64_t EndBits(int32_t len) { return (len < kMaxBytes ? len : kMaxBytes) * int64_t(8); }
+
+// Decoding of one band: on a copy of the context into scratch
+// coefficients; `commit` copies what the band writes.
+template <class R, class Body>
+inline RvtResult DecodeBand(const uint8_t* src, int32_t len, int32_t* pos, State* st, Body body) {
+  State s = *st;
+  R r{src, EndBits(len), *pos};
+  const RvtResult status = body(r, s);
+  if (status != rvtStatusOk) return status;
+  *st = s;
+  *pos = int32_t(r.pos);
+  return rvtStatusOk;
+}
+
+template <class R>
+inline RvtResult DecodeDCEntry(const uint8_t* src, int32_t len, int32_t* pos, State* st, int32_t* coef) {
+  RVT_CHECK(CheckCursor(src, len, pos));
+  RVT_CHECK(CheckState(st));
+  RVT_CHECK(CheckPtr(coef));
+  int32_t tmp[256];
+  const RvtResult status = DecodeBand<R>(src, len, pos, st, [&](R& r, State& s) { return DecodeDC(r, s, tmp); });
+  if (status == rvtStatusOk) {
+    for (int ch = 0; ch < st->channels; ++ch) coef[16 * ch] = tmp[16 * ch];
+  }
+  return status;
+}
+
+template <class R>
+inline RvtResult DecodeLPEntry(const uint8_t* src, int32_t len, int32_t* pos, State* st, int32_t* coef) {
+  RVT_CHECK(CheckCursor(src, len, pos));
+  RVT_CHECK(CheckState(st));
+  RVT_CHECK(CheckPtr(coef));
+  int32_t tmp[256];
+  const State& s0 = *st;
+  const RvtResult status = DecodeBand<R>(src, len, pos, st, [&](R& r, State& s) { return DecodeLP(r, s, tmp); });
+  if (status == rvtStatusOk) {
+    for (int ch = 0; ch < s0.channels; ++ch) {
+      for (int k = 1; k < LpCount(s0, ch); ++k) coef[16 * ch + k] = tmp[16 * ch + k];
+    }
+  }
+  return status;
+}
+
+template <class R>
+inline RvtResult DecodeHPEntry(const uint8_t* src, int32_t len, int32_t* pos, const uint8_t* flex,
+                               int32_t flexLen, int32_t* flexPos, int32_t trim, int32_t scan,
+                               const int32_t* cbp, State* st, int32_t* coef) {
+  RVT_CHECK(CheckCursor(src, len, pos));
+  if (flex) RVT_CHECK(CheckCursor(flex, flexLen, flexPos));
+  if (trim < 0 || trim > 15 || scan < 0 || scan > 1) return rvtStatusBadArg;
+  RVT_CHECK(CheckPtr(cbp));
+  RVT_CHECK(CheckState(st));
+  RVT_CHECK(CheckPtr(coef));
+  int32_t tmp[16 * 256];
+  State s = *st;
+  R r{src, EndBits(len), *pos};
+  RvtResult status;
+  R f{flex, flex ? EndBits(flexLen) : 0, flex ? *flexPos : 0};
+  if (flex) status = DecodeHP(r, f, trim, scan, cbp, s, tmp);
+  else status = DecodeHP(r, r, trim, scan, cbp, s, tmp);
+  if (status != rvtStatusOk) return status;
+  for (int ch = 0; ch < s.channels; ++ch) {
+    for (int b = 0; b < HpBlocks(s, ch); ++b) {
+      std::memcpy(coef + 256 * ch + 16 * b + 1, tmp + 256 * ch + 16 * b + 1, 15 * sizeof(int32_t));
+    }
+  }
+  *st = s;
+  *pos = int32_t(r.pos);
+  if (flex) *flexPos = int32_t(f.pos);
+  return rvtStatusOk;
+}
+
+// Encoders refuse magnitudes the level escape cannot carry before they
+// write anything: DC levels are coded less one.
+inline RvtResult CheckRange(const State& s, const int32_t* coef, int band) {
+  for (int ch = 0; ch < s.channels; ++ch) {
+    const int bits = s.modelBits[band][ch > 0];
+    if (band == kDC) {
+      if ((Mag(coef[16 * ch]) >> bits) + 1 > kMaxLevel) return rvtStatusRange;
+    } else if (band == kLP) {
+      for (int k = 1; k < LpCount(s, ch); ++k) {
+        if ((Mag(coef[16 * ch + k]) >> bits) > kMaxLevel) return rvtStatusRange;
+      }
+    } else {
+      for (int b = 0; b < HpBlocks(s, ch); ++b) {
+        for (int k = 1; k < 16; ++k) {
+          if ((Mag(coef[256 * ch + 16 * b + k]) >> bits) > kMaxLevel) return rvtStatusRange;
+        }
+      }
+    }
+  }
+  return rvtStatusOk;
+}
+
+// Encoding: when the room left could be too small, a dry run on a copy of
+// the context first, so that nothing is written unless all fits.
+constexpr int64_t kBitsPerCoef = 100;
+
+template <class Body>
+inline RvtResult EncodeBand(uint8_t* dst, int32_t len, int32_t* pos, uint8_t* flex, int32_t flexLen,
+                            int32_t* flexPos, State* st, int64_t coefs, Body body) {
+  const int64_t bound = coefs * kBitsPerCoef + 64;
+  const bool tight = EndBits(len) - *pos < bound || (flex && EndBits(flexLen) - *flexPos < bound);
+  if (tight) {
+    State s = *st;
+    Writer w{dst, EndBits(len), *pos, true};
+    Writer f{flex, flex ? EndBits(flexLen) : 0, flex ? *flexPos : 0, true};
+    const RvtResult status = body(w, flex ? f : w, s);
+    if (status != rvtStatusOk) return status;
+    if (w.Short() || f.Short()) return rvtStatusOutOfBuffer;
+  }
+  State s = *st;
+  Writer w{dst, EndBits(len), *pos, false};
+  Writer f{flex, flex ? EndBits(flexLen) : 0, flex ? *flexPos : 0, false};
+  const RvtResult status = body(w, flex ? f : w, s);
+  if (status != rvtStatusOk) return status;
+  *st = s;
+  *pos = int32_t(w.pos);
+  if (flex) *flexPos = int32_t(f.pos);
+  return rvtStatusOk;
+}
+
+}  // namespace rvt::vlc
+
+#endif  // RVT_JPEGXR_VLC_H_
