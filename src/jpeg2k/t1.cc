@@ -24,7 +24,6 @@ uint8_t* EncPlanesBase(EncHeader* h) {
   return reinterpret_cast<uint8_t*>(h) + Align8(int32_t(sizeof(EncHeader)));
 }
 uint8_t* EncBytes(EncHeader* h) { return EncPlanesBase(h) + PlanesBytes(h->maxW, h->maxH, h->maxArea); }
-const uint8_t* EncBytes(const EncHeader* h) { return EncBytes(const_cast<EncHeader*>(h)); }
 
 RvtResult CheckEncState(const EncodeCBState_JPEG2K* st) {
   RVT_CHECK(CheckPtr(st));
