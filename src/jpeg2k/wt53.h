@@ -37,18 +37,35 @@ inline RvtResult CheckLift(const void* const* ptrs, int n, int32_t width) {
 }
 // Whole level in place: the plane, its step, the rectangle, the buffer,
 // then the size.
-inline RvtResult CheckLevelI(const void* p, int32_t step, const ImageRect* rect, const void* buf) {
+// A tile whose work buffer the 32-bit size query cannot express (rvtStatusSize
+// there) is refused here as well: every size below is computed in 64 bits.
+constexpr int64_t kMaxBufBytes = 0xFFFFFFFF;
+inline int64_t Pitch64(int32_t w, int bytes) { return (int64_t(bytes) * w + 31) & ~int64_t(31); }
+// pitch x height + line bytes, exact (a pitch near 2^32 times a height near
+// 2^31 leaves 64 bits), clamped to -1 .. kMaxBufBytes + 1.
+inline int64_t PlaneBytes(int64_t line, int64_t pitch, int32_t h) {
+  __extension__ typedef __int128 Wide;
+  const Wide v = Wide(pitch) * h + line;
+  return v < 0 ? -1 : v > kMaxBufBytes ? kMaxBufBytes + 1 : int64_t(v);
+}
+// The line buffer: `extra` samples beside the longer side.
+inline int64_t LineBytes(const ImageRect& r, int bytes, int extra) {
+  return int64_t(bytes) * (int64_t(r.width > r.height ? r.width : r.height) + extra);
+}
+inline RvtResult CheckLevelI(const void* p, int32_t step, const ImageRect* rect, const void* buf,
+                             int bytes = 2, int extra = 4) {
   RVT_CHECK(CheckPlane(p, step));
   RVT_CHECK(CheckPtr(rect));
   RVT_CHECK(CheckPtr(buf));
-  return (rect->width < 1 || rect->height < 1) ? rvtStatusSize : rvtStatusOk;
+  if (rect->width < 1 || rect->height < 1) return rvtStatusSize;
+  return LineBytes(*rect, bytes, extra) > kMaxBufBytes ? rvtStatusSize : rvtStatusOk;
 }
 // Whole level with four band planes: the plane, the band arrays, the
 // rectangle and the buffer (null); the plane's step; the four band
 // pointers; the four band steps; the size.
 template <class P, class B>
 RvtResult CheckLevel4(P* plane, int32_t step, B* const* bands, const int32_t* bandSteps,
-                      const ImageRect* rect, const void* buf) {
+                      const ImageRect* rect, const void* buf, int extra = 4) {
   RVT_CHECK(CheckPtr(plane));
   RVT_CHECK(CheckPtr(bands));
   RVT_CHECK(CheckPtr(bandSteps));
@@ -58,7 +75,11 @@ RvtResult CheckLevel4(P* plane, int32_t step, B* const* bands, const int32_t* ba
   for (int k = 0; k < 4; ++k) RVT_CHECK(CheckPtr(bands[k]));
   for (int k = 0; k < 4; ++k)
     if (bandSteps[k] < 1) return rvtStatusStep;
-  return (rect->width < 1 || rect->height < 1) ? rvtStatusSize : rvtStatusOk;
+  if (rect->width < 1 || rect->height < 1) return rvtStatusSize;
+  const int bytes = int(sizeof(P));
+  const int64_t need =
+      PlaneBytes(LineBytes(*rect, bytes, extra), Pitch64(rect->width, bytes), rect->height);
+  return need > kMaxBufBytes ? rvtStatusSize : rvtStatusOk;
 }
 
 // ---------------------------------------------------------------- arithmetic
@@ -244,28 +265,33 @@ RvtResult InvLift(const T* low, const T* hp, const T* h, const T* ep, T* odd, T*
 // ---------------------------------------------------------------- whole levels
 // Work-buffer bytes of the in-place level (one row or column and its
 // extension), and of the four-plane level (a copy of the region added).
-inline uint32_t BufSizeI(const ImageRect& r, int bytes) {
+inline int64_t BufSizeI(const ImageRect& r, int bytes) {
   if (r.width < 3 && r.height < 3) return 0;
-  const int64_t m = int64_t(r.width > r.height ? r.width : r.height);
-  return uint32_t(bytes * m + 4 * bytes);
+  return LineBytes(r, bytes, 4);
 }
-inline int32_t Pitch(int32_t w, int bytes) { return (bytes * w + 31) & ~31; }
-inline uint32_t BufSize4(const ImageRect& r, int bytes) {
-  return BufSizeI(r, bytes) + uint32_t(Pitch(r.width, bytes)) * uint32_t(r.height);
+// Only for rectangles the checks passed (the pitch then fits).
+inline int32_t Pitch(int32_t w, int bytes) { return int32_t(Pitch64(w, bytes)); }
+inline int64_t BufSize4(const ImageRect& r, int bytes) {
+  return PlaneBytes(BufSizeI(r, bytes), Pitch64(r.width, bytes), r.height);
+}
+// A size outside 0..2^32-1 (huge or negative sides) is rvtStatusSize, and
+// nothing is stored: a wrapped size would under-allocate.
+inline RvtResult StoreBufSize(int64_t bytes, uint32_t* pSize) {
+  if (bytes < 0 || bytes > kMaxBufBytes) return rvtStatusSize;
+  *pSize = uint32_t(bytes);
+  return rvtStatusOk;
 }
 template <int kBytes>
 RvtResult GetBufSizeI(const ImageRect* pTileRect, uint32_t* pSize) {
   RVT_CHECK(CheckPtr(pTileRect));
   RVT_CHECK(CheckPtr(pSize));
-  *pSize = BufSizeI(*pTileRect, kBytes);
-  return rvtStatusOk;
+  return StoreBufSize(BufSizeI(*pTileRect, kBytes), pSize);
 }
 template <int kBytes>
 RvtResult GetBufSize4(const ImageRect* pTileRect, uint32_t* pSize) {
   RVT_CHECK(CheckPtr(pTileRect));
   RVT_CHECK(CheckPtr(pSize));
-  *pSize = BufSize4(*pTileRect, kBytes);
-  return rvtStatusOk;
+  return StoreBufSize(BufSize4(*pTileRect, kBytes), pSize);
 }
 
 // Mirror of a position about the first and last samples of a length-L
@@ -445,14 +471,14 @@ void LevelInv(T* p, int32_t step, int32_t w, int32_t h, int32_t px, int32_t py, 
 
 template <class T, class K>
 RvtResult FwdI(T* pSrcDst, int32_t step, const ImageRect* pTileRect, uint8_t* pBuffer) {
-  RVT_CHECK(CheckLevelI(pSrcDst, step, pTileRect, pBuffer));
+  RVT_CHECK(CheckLevelI(pSrcDst, step, pTileRect, pBuffer, int(sizeof(T))));
   const ImageRect r = *pTileRect;
   LevelFwd<T, K>(pSrcDst, step, r.width, r.height, r.x & 1, r.y & 1, reinterpret_cast<T*>(pBuffer));
   return rvtStatusOk;
 }
 template <class T, class K>
 RvtResult InvI(T* pSrcDst, int32_t step, const ImageRect* pTileRect, uint8_t* pBuffer) {
-  RVT_CHECK(CheckLevelI(pSrcDst, step, pTileRect, pBuffer));
+  RVT_CHECK(CheckLevelI(pSrcDst, step, pTileRect, pBuffer, int(sizeof(T))));
   const ImageRect r = *pTileRect;
   LevelInv<T, K>(pSrcDst, step, r.width, r.height, r.x & 1, r.y & 1, reinterpret_cast<T*>(pBuffer));
   return rvtStatusOk;

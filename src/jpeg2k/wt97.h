@@ -398,32 +398,29 @@ void Level(T* p, int32_t step, int32_t w, int32_t h, int32_t px, int32_t py, T* 
   }
 }
 
-inline uint32_t BufSizeI(const ImageRect& r, int bytes) {
+inline int64_t BufSizeI(const ImageRect& r, int bytes) {
   if (r.width < 2 && r.height < 2) return 0;
-  const int64_t m = int64_t(r.width > r.height ? r.width : r.height);
-  return uint32_t(bytes * m + 8 * bytes);
+  return wt53::LineBytes(r, bytes, 8);
 }
-inline uint32_t BufSize4(const ImageRect& r, int bytes) {
-  return BufSizeI(r, bytes) + uint32_t(wt53::Pitch(r.width, bytes)) * uint32_t(r.height);
+inline int64_t BufSize4(const ImageRect& r, int bytes) {
+  return wt53::PlaneBytes(BufSizeI(r, bytes), wt53::Pitch64(r.width, bytes), r.height);
 }
 template <int kBytes>
 RvtResult GetBufSizeI(const ImageRect* pTileRect, uint32_t* pSize) {
   RVT_CHECK(CheckPtr(pTileRect));
   RVT_CHECK(CheckPtr(pSize));
-  *pSize = BufSizeI(*pTileRect, kBytes);
-  return rvtStatusOk;
+  return wt53::StoreBufSize(BufSizeI(*pTileRect, kBytes), pSize);
 }
 template <int kBytes>
 RvtResult GetBufSize4(const ImageRect* pTileRect, uint32_t* pSize) {
   RVT_CHECK(CheckPtr(pTileRect));
   RVT_CHECK(CheckPtr(pSize));
-  *pSize = BufSize4(*pTileRect, kBytes);
-  return rvtStatusOk;
+  return wt53::StoreBufSize(BufSize4(*pTileRect, kBytes), pSize);
 }
 
 template <class T, bool kFwd>
 RvtResult LevelI(T* pSrcDst, int32_t step, const ImageRect* pTileRect, uint8_t* pBuffer) {
-  RVT_CHECK(wt53::CheckLevelI(pSrcDst, step, pTileRect, pBuffer));
+  RVT_CHECK(wt53::CheckLevelI(pSrcDst, step, pTileRect, pBuffer, int(sizeof(T)), 8));
   const ImageRect r = *pTileRect;
   Level<T>(pSrcDst, step, r.width, r.height, r.x & 1, r.y & 1, reinterpret_cast<T*>(pBuffer), kFwd);
   return rvtStatusOk;
@@ -431,7 +428,7 @@ RvtResult LevelI(T* pSrcDst, int32_t step, const ImageRect* pTileRect, uint8_t* 
 template <class T>
 RvtResult Fwd4(const T* pSrc, int32_t srcStep, const ImageRect* pTileRect, T* const pDst[4],
                const int32_t dstStep[4], uint8_t* pBuffer) {
-  RVT_CHECK(wt53::CheckLevel4(pSrc, srcStep, pDst, dstStep, pTileRect, pBuffer));
+  RVT_CHECK(wt53::CheckLevel4(pSrc, srcStep, pDst, dstStep, pTileRect, pBuffer, 8));
   const ImageRect r = *pTileRect;
   const int32_t pitch = wt53::Pitch(r.width, sizeof(T));
   T* copy = reinterpret_cast<T*>(pBuffer);
@@ -447,7 +444,7 @@ RvtResult Fwd4(const T* pSrc, int32_t srcStep, const ImageRect* pTileRect, T* co
 template <class T>
 RvtResult Inv4(const T* const pSrc[4], const int32_t srcStep[4], T* pDst, int32_t dstStep,
                const ImageRect* pTileRect, uint8_t* pBuffer) {
-  RVT_CHECK(wt53::CheckLevel4(pDst, dstStep, pSrc, srcStep, pTileRect, pBuffer));
+  RVT_CHECK(wt53::CheckLevel4(pDst, dstStep, pSrc, srcStep, pTileRect, pBuffer, 8));
   const ImageRect r = *pTileRect;
   const int32_t pitch = wt53::Pitch(r.width, sizeof(T));
   T* copy = reinterpret_cast<T*>(pBuffer);

@@ -139,6 +139,10 @@ bool Expect(bool ok, const std::string& what) {
 
 // Every kernel and entry with `threads` threads against the same with one.
 void ThreadedPass(int threads) {
+  rvtSetNumThreads(threads);
+  Expect(ownGetNumThreads() == threads,
+         "the runtime gives " + std::to_string(ownGetNumThreads()) + " threads, not " +
+             std::to_string(threads) + " (OMP_NUM_THREADS)");
   for (const Kernel& k : ThreadedKernels()) {
     for (size_t e = 0; e < k.entries; ++e) {
       Buffers one(7), many(7);
