@@ -11,7 +11,6 @@
 #ifndef RVT_FRAME_DISPATCH_H_
 #define RVT_FRAME_DISPATCH_H_
 
-#include <cstddef>
 #include <cstdint>
 #include <hwy/detect_targets.h>
 
@@ -37,15 +36,6 @@ struct Impl {
 int LevelForFeatures(uint64_t mask);
 // Level chosen at load for this process.
 int ActiveLevel();
-
-// The pages that hold the variant index and every export's slots, and
-// whether the load-time selection made them read-only after filling them.
-struct DispatchPages {
-  const void* begin;
-  size_t bytes;
-  bool sealed;
-};
-DispatchPages DispatchTable();
 
 }  // namespace rvt
 
