@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "frame/dispatch.h"
+#include "frame/dispatch_table.h"
 #include "rvtjp.h"
 
 namespace rvt::test {

@@ -3,6 +3,7 @@
 // tail-jumps with the caller's arguments untouched.  The slots are filled
 // once at load with the best implementation the processor runs.
 #include "frame/dispatch.h"
+#include "frame/dispatch_table.h"
 
 #include <sys/mman.h>
 
