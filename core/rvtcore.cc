@@ -74,8 +74,9 @@ uint64_t DetectFeatures() {
   return m;
 }
 
-// Largest cache from the deterministic cache parameters (leaf 4 on Intel,
-// 0x8000001D on AMD), else the legacy AMD L2/L3 size leaf.
+// Largest cache from the deterministic cache parameters (leaf 4, else the
+// extended leaf 0x8000001D), else the L2/L3 size fields of extended leaf
+// 0x80000006.
 int32_t DetectMaxCache() {
   uint64_t best = 0;
   auto scan = [&best](unsigned leaf) {

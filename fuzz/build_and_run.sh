@@ -8,7 +8,11 @@
 #   fuzz/build_and_run.sh [SECONDS]
 #
 # Environment: CXX_FUZZ (default clang++-14, else clang++), RVT_FUZZ_DIR
-# (build and corpus directory, default build-fuzz beside fuzz/).
+# (build and corpus directory, default build-fuzz beside fuzz/),
+# RVT_FUZZ_BUILD_ONLY=1 (build the targets, run none: fuzz/run_all.sh).
+#
+# Each target starts from its seed corpus fuzz/corpus/<target>/ (kept in
+# the repository) and uses fuzz/<target>.dict when there is one.
 set -euo pipefail
 
 total=${1:-60}
@@ -63,19 +67,23 @@ for t in "${targets[@]}"; do
     -lhwy -o "$out/$t"
 done
 
+[[ ${RVT_FUZZ_BUILD_ONLY:-0} == 1 ]] && exit 0
+
 per=$(( total / ${#targets[@]} ))
 (( per >= 1 )) || per=1
 status=0
 for t in "${targets[@]}"; do
   corpus="$out/corpus/$t"
   mkdir -p "$corpus"
-  seeds=()
+  seeds=() dict=()
+  [[ -d $here/corpus/$t ]] && seeds=("$here/corpus/$t")
   # Real files seed the block decoder (it reads their tables and scan).
-  if [[ $t == huffman_decode8x8_fuzzer ]]; then seeds=("$root/testdata"); fi
-  if [[ -d $here/seeds/$t ]]; then seeds=("$here/seeds/$t"); fi
+  if [[ $t == huffman_decode8x8_fuzzer ]]; then seeds+=("$root/testdata"); fi
+  [[ -d $here/seeds/$t ]] && seeds+=("$here/seeds/$t")
+  [[ -f $here/$t.dict ]] && dict=(-dict="$here/$t.dict")
   echo "== $t: ${per}s"
   if ! "$out/$t" -max_total_time="$per" -max_len=8192 -rss_limit_mb=2048 -timeout=10 \
-       -artifact_prefix="$out/$t-" \
+       -artifact_prefix="$out/$t-" "${dict[@]}" \
        -print_final_stats=1 "$corpus" "${seeds[@]}" > "$out/$t.log" 2>&1; then
     status=1
     echo "!! $t failed:"

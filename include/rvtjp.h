@@ -840,7 +840,11 @@ RvtResult rvtiDecodeHuffmanRow_JPEG_1u16s_C1P4(const uint8_t* pSrc, int nSrcLenB
  * the size.
  * rvtiWTGetBufSize_*: the work-buffer bytes; C1IR 5/3: 0 when width and
  * height are both below 3, else max(width, height) x bytes + 4 x bytes;
- * C1R: that plus the pitch times the height.  Checks: the two pointers. */
+ * C1R: that plus the pitch times the height.  Checks: the two pointers;
+ * a size outside 0..2^32-1 (sides near INT32_MAX, negative sides) gives
+ * rvtStatusSize and stores nothing, and the whole-level functions refuse a
+ * tile whose work buffer would be that large with rvtStatusSize, after
+ * their other checks: every size is computed in 64 bits. */
 RvtResult rvtiWTFwdRow_B53_JPEG2K_16s_C1R(const int16_t* pSrc, int32_t srcStep, int16_t* pDstLow, int32_t dstLowStep, int16_t* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);
 RvtResult rvtiWTInvRow_B53_JPEG2K_16s_C1R(const int16_t* pSrcLow, int32_t srcLowStep, const int16_t* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, int16_t* pDst, int32_t dstStep, int32_t phase);
 RvtResult rvtiWTFwdCol_B53_JPEG2K_16s_C1R(const int16_t* pSrc, int32_t srcStep, int16_t* pDstLow, int32_t dstLowStep, int16_t* pDstHigh, int32_t dstHighStep, ImageSize dstRoiSize, int32_t phase);

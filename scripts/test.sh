@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs the whole suite: the release
 # build with every test and the install check, then an ASan+UBSan build of
-# the library and its tests, the fuzz pass, and the check that the builds
+# the library and its tests, the race check of the threaded kernels under
+# ThreadSanitizer, the fuzz pass, and the check that the builds
 # used nothing scripts/deps.sh does not install.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -18,9 +19,14 @@ cmake --build build-asan -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build-asan -j"$jobs" --output-on-failure
 
+# Races: the threaded kernels (2 and 4 threads, several callers at once)
+# and the Huffman coders under ThreadSanitizer with OpenMP's Archer tool;
+# builds only what it runs (about two minutes on two cores).
+tests/tsan/run.sh "$PWD/build-tsan"
+
 # Hostile input: the bitstream readers under libFuzzer with ASan+UBSan, about
 # a minute in all.
-builds=(build build-asan)
+builds=(build build-asan build-tsan)
 if [ -x fuzz/build_and_run.sh ]; then
   RVT_FUZZ_DIR=$PWD/build-fuzz fuzz/build_and_run.sh 60
   builds+=(build-fuzz)

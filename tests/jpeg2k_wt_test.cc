@@ -555,8 +555,8 @@ auto LevelCheck(bool fwd, bool inPlace, bool d97 = false) {
           const int mis = int(sizeof(T)) * (r.width % 3);
           c.in.push_back(test::ArrayOf<int32_t>(4));
           std::memcpy(c.in[0].as<int32_t>(), &r, sizeof r);
-          const uint32_t bytes = d97 ? (inPlace ? wt97::BufSizeI(r, sizeof(T)) : wt97::BufSize4(r, sizeof(T)))
-                                     : (inPlace ? wt53::BufSizeI(r, sizeof(T)) : wt53::BufSize4(r, sizeof(T)));
+          const uint32_t bytes = uint32_t(d97 ? (inPlace ? wt97::BufSizeI(r, sizeof(T)) : wt97::BufSize4(r, sizeof(T)))
+                                     : (inPlace ? wt53::BufSizeI(r, sizeof(T)) : wt53::BufSize4(r, sizeof(T))));
           const T lo = std::numeric_limits<T>::min(), hi = std::numeric_limits<T>::max();
           c.out.push_back(test::ArrayOf<uint8_t>(int(std::max<uint32_t>(bytes, 1)), r.height % 4));
           auto bands = [&](std::vector<test::Buf>& v, bool fill) {

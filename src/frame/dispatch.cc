@@ -3,21 +3,52 @@
 // tail-jumps with the caller's arguments untouched.  The slots are filled
 // once at load with the best implementation the processor runs.
 #include "frame/dispatch.h"
+#include "frame/dispatch_table.h"
+
+#include <sys/mman.h>
+
+#include <cstddef>
 
 #include "rvtcore.h"
 
+// Every export's two slots and the variant index live in one table of whole
+// pages.  The load-time selection fills it and then makes those pages
+// read-only, so a stray or hostile write cannot redirect an export.
+namespace rvt {
+namespace {
+enum SlotIndex : int {
+#define RVT_EXPORT(name, ret, params) kSlot_##name,
+#include "frame/exports.inc"
+#undef RVT_EXPORT
+  kNumSlots
+};
+}  // namespace
+}  // namespace rvt
+
+struct alignas(4096) RvtDispatchTable {
+  int32_t variant;            // the variant index, 0 or 1
+  int32_t pad[3];
+  const void* slots[rvt::kNumSlots][2];
+};
+static_assert(offsetof(RvtDispatchTable, slots) == 16, "the trampolines index the slots at +16");
+static_assert(sizeof(RvtDispatchTable) % 4096 == 0, "the table fills whole pages");
+
 extern "C" {
-__attribute__((visibility("hidden"))) int32_t rvt_variant_index = 0;
+__attribute__((visibility("hidden"))) RvtDispatchTable rvt_dispatch_table;
 }
 
-#define RVT_EXPORT(name, ret, params)                                          \
-  extern "C" __attribute__((visibility("hidden"))) const void* rvt_slots_##name[2]; \
-  const void* rvt_slots_##name[2];                                            \
-  __asm__(".text\n\t.p2align 4\n\t.globl " #name "\n\t.type " #name            \
-          ",@function\n" #name ":\n\t"                                         \
-          "movslq rvt_variant_index(%rip), %rax\n\t"                           \
-          "leaq rvt_slots_" #name "(%rip), %r11\n\t"                           \
-          "jmp *(%r11,%rax,8)\n\t"                                             \
+// The trampoline of export number N (the order of exports.inc, counted by
+// __COUNTER__ from the base taken here) reads the variant index at +0 and
+// jumps through slot [N][variant] at +16 + 16 * N.
+#define RVT_STR2(x) #x
+#define RVT_STR(x) RVT_STR2(x)
+__asm__(".set rvt_slot_base, " RVT_STR(__COUNTER__) " + 1\n");
+#define RVT_EXPORT(name, ret, params)                                                 \
+  __asm__(".text\n\t.p2align 4\n\t.globl " #name "\n\t.type " #name                  \
+          ",@function\n" #name ":\n\t"                                                \
+          "movslq rvt_dispatch_table(%rip), %rax\n\t"                                 \
+          "leaq rvt_dispatch_table+16+16*(" RVT_STR(__COUNTER__) "-rvt_slot_base)(%rip), %r11\n\t" \
+          "jmp *(%r11,%rax,8)\n\t"                                                    \
           ".size " #name ", .-" #name "\n");
 #include "frame/exports.inc"
 #undef RVT_EXPORT
@@ -30,24 +61,25 @@ namespace rvt {
 namespace {
 
 int g_level = kRef;
+bool g_sealed = false;
 
-// The level whose build serves an export (known by its slots) on a
+// The level whose build serves an export (known by its slot) on a
 // processor of `level`: on AVX-512 processors, the export's line in
 // avx3_slots.inc, if it has one.
 struct Avx3Line {
-  const void* const* slots;
+  int slot;
   int level;
 };
-#define RVT_AVX3_SLOT(name, lv) {rvt_slots_##name, lv},
+#define RVT_AVX3_SLOT(name, lv) {kSlot_##name, lv},
 constexpr Avx3Line kAvx3Lines[] = {
 #include "frame/avx3_slots.inc"
 };
 #undef RVT_AVX3_SLOT
 
-int ServingLevel(const void* const* slots, int level) {
+int ServingLevel(int slot, int level) {
   if (level != kAvx3) return level;
   for (const Avx3Line& l : kAvx3Lines) {
-    if (l.slots == slots) return l.level;
+    if (l.slot == slot) return l.level;
   }
   return level;
 }
@@ -64,16 +96,21 @@ const void* Pick(const Impl<Fn>& impl, int level) {
 // before those of the objects that depend on it.
 __attribute__((constructor(101))) void InitDispatch() {
   const uint64_t mask = rvtGetEnabledCpuFeatures();
-  rvt_variant_index = ((mask & RVT_CPU_SSSE3) && (mask & RVT_CPU_MOVBE)) ? 1 : 0;
+  RvtDispatchTable& t = rvt_dispatch_table;
+  t.variant = ((mask & RVT_CPU_SSSE3) && (mask & RVT_CPU_MOVBE)) ? 1 : 0;
   g_level = LevelForFeatures(mask);
 #define RVT_EXPORT(name, ret, params) \
-  rvt_slots_##name[0] = rvt_slots_##name[1] = Pick(impl_##name, ServingLevel(rvt_slots_##name, g_level));
-#define RVT_EXPORT_V2(name, ret, params)                                                \
-  rvt_slots_##name[0] = Pick(impl_##name, ServingLevel(rvt_slots_##name, g_level));     \
-  rvt_slots_##name[1] = Pick(impl1_##name, ServingLevel(rvt_slots_##name, g_level));
+  t.slots[kSlot_##name][0] = t.slots[kSlot_##name][1] =                     \
+      Pick(impl_##name, ServingLevel(kSlot_##name, g_level));
+#define RVT_EXPORT_V2(name, ret, params)                                          \
+  t.slots[kSlot_##name][0] = Pick(impl_##name, ServingLevel(kSlot_##name, g_level)); \
+  t.slots[kSlot_##name][1] = Pick(impl1_##name, ServingLevel(kSlot_##name, g_level));
 #include "frame/exports.inc"
 #undef RVT_EXPORT
 #undef RVT_EXPORT_V2
+  // Sealed from here on.  Should the system refuse (it has no reason to),
+  // the table stays writable and the library works as before.
+  g_sealed = mprotect(&t, sizeof t, PROT_READ) == 0;
 }
 
 }  // namespace
@@ -92,5 +129,9 @@ int LevelForFeatures(uint64_t m) {
 }
 
 int ActiveLevel() { return g_level; }
+
+DispatchPages DispatchTable() {
+  return {&rvt_dispatch_table, sizeof rvt_dispatch_table, g_sealed};
+}
 
 }  // namespace rvt

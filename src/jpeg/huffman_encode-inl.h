@@ -253,8 +253,12 @@ inline RvtResult Encode8x8Block(const int16_t* block, uint8_t* dst, int len, int
                                 const EncodeHuffmanSpec* ac, EncodeHuffmanState* st) {
   const int count = st->count & 7;
   const uint32_t pending = (uint32_t(st->acc) >> (24 - count)) & ((1u << count) - 1);
-  // Room for a block's worst case (2055 bits) plus the 8-byte store past it.
-  alignas(16) uint8_t stage[272];
+  // Room for a block's worst case plus the 8-byte store past it and the
+  // 16-byte reads of the copy-out.  Codes are staged before a spec's length
+  // fields are judged, and the mask lets lengths up to 31 through: 63
+  // coefficients of 31 + 16 bits, the DC's 47, three ZRLs and an EOB of 31
+  // come to 3132 bits (392 bytes); built specs stay within 2055.
+  alignas(16) uint8_t stage[448];
   StagingWriter w{stage, count ? uint64_t(pending) << (64 - count) : 0, uint32_t(count)};
   const int16_t dc_before = *last_dc;
   const bool ok = StageBlock(w, block, last_dc, dc, ac);

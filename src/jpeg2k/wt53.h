@@ -37,18 +37,35 @@ inline RvtResult CheckLift(const void* const* ptrs, int n, int32_t width) {
 }
 // Whole level in place: the plane, its step, the rectangle, the buffer,
 // then the size.
-inline RvtResult CheckLevelI(const void* p, int32_t step, const ImageRect* rect, const void* buf) {
+// A tile whose work buffer the 32-bit size query cannot express (rvtStatusSize
+// there) is refused here as well: every size below is computed in 64 bits.
+constexpr int64_t kMaxBufBytes = 0xFFFFFFFF;
+inline int64_t Pitch64(int32_t w, int bytes) { return (int64_t(bytes) * w + 31) & ~int64_t(31); }
+// pitch x height + line bytes, exact (a pitch near 2^32 times a height near
+// 2^31 leaves 64 bits), clamped to -1 .. kMaxBufBytes + 1.
+inline int64_t PlaneBytes(int64_t line, int64_t pitch, int32_t h) {
+  __extension__ typedef __int128 Wide;
+  const Wide v = Wide(pitch) * h + line;
+  return v < 0 ? -1 : v > kMaxBufBytes ? kMaxBufBytes + 1 : int64_t(v);
+}
+// The line buffer: `extra` samples beside the longer side.
+inline int64_t LineBytes(const ImageRect& r, int bytes, int extra) {
+  return int64_t(bytes) * (int64_t(r.width > r.height ? r.width : r.height) + extra);
+}
+inline RvtResult CheckLevelI(const void* p, int32_t step, const ImageRect* rect, const void* buf,
+                             int bytes = 2, int extra = 4) {
   RVT_CHECK(CheckPlane(p, step));
   RVT_CHECK(CheckPtr(rect));
   RVT_CHECK(CheckPtr(buf));
-  return (rect->width < 1 || rect->height < 1) ? rvtStatusSize : rvtStatusOk;
+  if (rect->width < 1 || rect->height < 1) return rvtStatusSize;
+  return LineBytes(*rect, bytes, extra) > kMaxBufBytes ? rvtStatusSize : rvtStatusOk;
 }
 // Whole level with four band planes: the plane, the band arrays, the
 // rectangle and the buffer (null); the plane's step; the four band
 // pointers; the four band steps; the size.
 template <class P, class B>
 RvtResult CheckLevel4(P* plane, int32_t step, B* const* bands, const int32_t* bandSteps,
-                      const ImageRect* rect, const void* buf) {
+                      const ImageRect* rect, const void* buf, int extra = 4) {
   RVT_CHECK(CheckPtr(plane));
   RVT_CHECK(CheckPtr(bands));
   RVT_CHECK(CheckPtr(bandSteps));
@@ -58,7 +75,11 @@ RvtResult CheckLevel4(P* plane, int32_t step, B* const* bands, const int32_t* ba
   for (int k = 0; k < 4; ++k) RVT_CHECK(CheckPtr(bands[k]));
   for (int k = 0; k < 4; ++k)
     if (bandSteps[k] < 1) return rvtStatusStep;
-  return (rect->width < 1 || rect->height < 1) ? rvtStatusSize : rvtStatusOk;
+  if (rect->width < 1 || rect->height < 1) return rvtStatusSize;
+  const int bytes = int(sizeof(P));
+  const int64_t need =
+      PlaneBytes(LineBytes(*rect, bytes, extra), Pitch64(rect->width, bytes), rect->height);
+  return need > kMaxBufBytes ? rvtStatusSize : rvtStatusOk;
 }
 
 // ---------------------------------------------------------------- arithmetic
@@ -263,24 +284,32 @@ RvtResult InvLift(const T* low, const T* hp, const T* h, const T* ep, T* odd, T*
 // Work-buffer bytes of the in-place level (one row or column and its
 // extension: none when both sides are shorter than `shortest`), and of the
 // four-plane level (a copy of the region added).  5/3: 3 and 4 samples;
-// 9/7: 2 and 8.
-inline uint32_t LineBuf(const ImageRect& r, int bytes, int32_t shortest, int32_t ext) {
+// 9/7: 2 and 8.  Computed in 64 bits: a size outside 0..2^32-1 (huge or
+// negative sides) is refused by the query, not wrapped.
+inline int64_t LineBuf(const ImageRect& r, int bytes, int32_t shortest, int32_t ext) {
   if (r.width < shortest && r.height < shortest) return 0;
-  const int64_t m = int64_t(r.width > r.height ? r.width : r.height);
-  return uint32_t(bytes * m + ext * bytes);
+  return LineBytes(r, bytes, ext);
 }
-inline uint32_t BufSizeI(const ImageRect& r, int bytes) { return LineBuf(r, bytes, 3, 4); }
-inline int32_t Pitch(int32_t w, int bytes) { return (bytes * w + 31) & ~31; }
-inline uint32_t PlaneCopy(const ImageRect& r, int bytes) {
-  return uint32_t(Pitch(r.width, bytes)) * uint32_t(r.height);
+inline int64_t BufSizeI(const ImageRect& r, int bytes) { return LineBuf(r, bytes, 3, 4); }
+// Only for rectangles the checks passed (the pitch then fits).
+inline int32_t Pitch(int32_t w, int bytes) { return int32_t(Pitch64(w, bytes)); }
+inline int64_t BufSize4(const ImageRect& r, int bytes) {
+  return PlaneBytes(BufSizeI(r, bytes), Pitch64(r.width, bytes), r.height);
 }
-inline uint32_t BufSize4(const ImageRect& r, int bytes) { return BufSizeI(r, bytes) + PlaneCopy(r, bytes); }
+// A size outside 0..2^32-1 is rvtStatusSize, and nothing is stored: a
+// wrapped size would under-allocate.
+inline RvtResult StoreBufSize(int64_t bytes, uint32_t* pSize) {
+  if (bytes < 0 || bytes > kMaxBufBytes) return rvtStatusSize;
+  *pSize = uint32_t(bytes);
+  return rvtStatusOk;
+}
 template <int kBytes, int kShortest, int kExt, bool kPlanes>
 RvtResult GetBufSize(const ImageRect* pTileRect, uint32_t* pSize) {
   RVT_CHECK(CheckPtr(pTileRect));
   RVT_CHECK(CheckPtr(pSize));
-  *pSize = LineBuf(*pTileRect, kBytes, kShortest, kExt) + (kPlanes ? PlaneCopy(*pTileRect, kBytes) : 0);
-  return rvtStatusOk;
+  const int64_t line = LineBuf(*pTileRect, kBytes, kShortest, kExt);
+  return StoreBufSize(
+      kPlanes ? PlaneBytes(line, Pitch64(pTileRect->width, kBytes), pTileRect->height) : line, pSize);
 }
 
 // Mirror of a position about the first and last samples of a length-L
@@ -476,17 +505,19 @@ void CopyRect(const T* src, int32_t srcStep, T* dst, int32_t dstStep, int32_t w,
 
 // Whole-level drivers of either kernel; level(plane, step, w, h, px, py,
 // buf) runs the level in place.
+// `ext`: the extension samples of the kernel's line buffer (5/3: 4, 9/7: 8).
 template <class T, class Lv>
-RvtResult LevelI(T* pSrcDst, int32_t step, const ImageRect* pTileRect, uint8_t* pBuffer, Lv level) {
-  RVT_CHECK(CheckLevelI(pSrcDst, step, pTileRect, pBuffer));
+RvtResult LevelI(T* pSrcDst, int32_t step, const ImageRect* pTileRect, uint8_t* pBuffer, Lv level,
+                 int ext) {
+  RVT_CHECK(CheckLevelI(pSrcDst, step, pTileRect, pBuffer, int(sizeof(T)), ext));
   const ImageRect r = *pTileRect;
   level(pSrcDst, step, r.width, r.height, r.x & 1, r.y & 1, reinterpret_cast<T*>(pBuffer));
   return rvtStatusOk;
 }
 template <class T, class Lv>
 RvtResult Level4Fwd(const T* pSrc, int32_t srcStep, const ImageRect* pTileRect, T* const pDst[4],
-                    const int32_t dstStep[4], uint8_t* pBuffer, Lv level) {
-  RVT_CHECK(CheckLevel4(pSrc, srcStep, pDst, dstStep, pTileRect, pBuffer));
+                    const int32_t dstStep[4], uint8_t* pBuffer, Lv level, int ext) {
+  RVT_CHECK(CheckLevel4(pSrc, srcStep, pDst, dstStep, pTileRect, pBuffer, ext));
   const ImageRect r = *pTileRect;
   const int32_t pitch = Pitch(r.width, sizeof(T));
   T* copy = reinterpret_cast<T*>(pBuffer);
@@ -501,8 +532,8 @@ RvtResult Level4Fwd(const T* pSrc, int32_t srcStep, const ImageRect* pTileRect, 
 }
 template <class T, class Lv>
 RvtResult Level4Inv(const T* const pSrc[4], const int32_t srcStep[4], T* pDst, int32_t dstStep,
-                    const ImageRect* pTileRect, uint8_t* pBuffer, Lv level) {
-  RVT_CHECK(CheckLevel4(pDst, dstStep, pSrc, srcStep, pTileRect, pBuffer));
+                    const ImageRect* pTileRect, uint8_t* pBuffer, Lv level, int ext) {
+  RVT_CHECK(CheckLevel4(pDst, dstStep, pSrc, srcStep, pTileRect, pBuffer, ext));
   const ImageRect r = *pTileRect;
   const int32_t pitch = Pitch(r.width, sizeof(T));
   T* copy = reinterpret_cast<T*>(pBuffer);
@@ -516,20 +547,20 @@ RvtResult Level4Inv(const T* const pSrc[4], const int32_t srcStep[4], T* pDst, i
   return rvtStatusOk;
 }
 // The level entries of level functions FWD and INV.
-#define RVT_WT_LEVEL_ENTRIES(PRE, T, FWD, INV)                                                         \
+#define RVT_WT_LEVEL_ENTRIES(PRE, T, FWD, INV, EXT)                                                       \
   inline RvtResult PRE##FwdI(T* p, int32_t s, const ImageRect* r, uint8_t* b) {                  \
-    return ::rvt::wt53::LevelI<T>(p, s, r, b, FWD);                                             \
+    return ::rvt::wt53::LevelI<T>(p, s, r, b, FWD, EXT);                                             \
   }                                                                                              \
   inline RvtResult PRE##InvI(T* p, int32_t s, const ImageRect* r, uint8_t* b) {                  \
-    return ::rvt::wt53::LevelI<T>(p, s, r, b, INV);                                             \
+    return ::rvt::wt53::LevelI<T>(p, s, r, b, INV, EXT);                                             \
   }                                                                                              \
   inline RvtResult PRE##Fwd4(const T* p, int32_t s, const ImageRect* r, T* const d[4],           \
                              const int32_t ds[4], uint8_t* b) {                                  \
-    return ::rvt::wt53::Level4Fwd<T>(p, s, r, d, ds, b, FWD);                                   \
+    return ::rvt::wt53::Level4Fwd<T>(p, s, r, d, ds, b, FWD, EXT);                                   \
   }                                                                                              \
   inline RvtResult PRE##Inv4(const T* const p[4], const int32_t s[4], T* d, int32_t ds,          \
                              const ImageRect* r, uint8_t* b) {                                   \
-    return ::rvt::wt53::Level4Inv<T>(p, s, d, ds, r, b, INV);                                   \
+    return ::rvt::wt53::Level4Inv<T>(p, s, d, ds, r, b, INV, EXT);                                   \
   }
 
 // ---------------------------------------------------------------- entries
@@ -559,7 +590,7 @@ RvtResult Level4Inv(const T* const pSrc[4], const int32_t srcStep[4], T* pDst, i
                                 int32_t w) {                                                     \
     return ::rvt::wt53::InvLift<T, K>(a, b, c, d, e, f, w);                                      \
   }                                                                                              \
-  RVT_WT_LEVEL_ENTRIES(PRE, T, (::rvt::wt53::LevelFwd<T, K>), (::rvt::wt53::LevelInv<T, K>))
+  RVT_WT_LEVEL_ENTRIES(PRE, T, (::rvt::wt53::LevelFwd<T, K>), (::rvt::wt53::LevelInv<T, K>), 4)
 
 RVT_WT53_ENTRIES(Ref16, int16_t, RefKernels<int16_t>)
 RVT_WT53_ENTRIES(Ref32, int32_t, RefKernels<int32_t>)

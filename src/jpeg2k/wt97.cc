@@ -15,8 +15,8 @@ using K32 = Kernels<FixedOps<int32_t>>;
 RVT_WT97_ENTRIES(VF, float, Kernels<FloatOps>)
 RVT_WT97_ENTRIES(V16, int16_t, K16)
 RVT_WT97_ENTRIES(V32, int32_t, K32)
-RVT_WT_LEVEL_ENTRIES(V16, int16_t, K16::LevelFwd, K16::LevelInv)
-RVT_WT_LEVEL_ENTRIES(V32, int32_t, K32::LevelFwd, K32::LevelInv)
+RVT_WT_LEVEL_ENTRIES(V16, int16_t, K16::LevelFwd, K16::LevelInv, 8)
+RVT_WT_LEVEL_ENTRIES(V32, int32_t, K32::LevelFwd, K32::LevelInv, 8)
 }  // namespace rvt::wt97::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 

@@ -393,11 +393,13 @@ void LevelInvRef(T* p, int32_t step, int32_t w, int32_t h, int32_t px, int32_t p
   Level<T>(p, step, w, h, px, py, buf, false);
 }
 // Work buffer: one line and 4 + 4 extension samples.
-inline uint32_t BufSizeI(const ImageRect& r, int bytes) { return wt53::LineBuf(r, bytes, 2, 8); }
-inline uint32_t BufSize4(const ImageRect& r, int bytes) { return BufSizeI(r, bytes) + wt53::PlaneCopy(r, bytes); }
+inline int64_t BufSizeI(const ImageRect& r, int bytes) { return wt53::LineBuf(r, bytes, 2, 8); }
+inline int64_t BufSize4(const ImageRect& r, int bytes) {
+  return wt53::PlaneBytes(BufSizeI(r, bytes), wt53::Pitch64(r.width, bytes), r.height);
+}
 
-RVT_WT_LEVEL_ENTRIES(Ref16, int16_t, LevelFwdRef<int16_t>, LevelInvRef<int16_t>)
-RVT_WT_LEVEL_ENTRIES(Ref32, int32_t, LevelFwdRef<int32_t>, LevelInvRef<int32_t>)
+RVT_WT_LEVEL_ENTRIES(Ref16, int16_t, LevelFwdRef<int16_t>, LevelInvRef<int16_t>, 8)
+RVT_WT_LEVEL_ENTRIES(Ref32, int32_t, LevelFwdRef<int32_t>, LevelInvRef<int32_t>, 8)
 
 }  // namespace rvt::wt97
 
