@@ -4,8 +4,8 @@
 // the coefficients of its JPEG (jpeg_read_coefficients) and transcoding it
 // as jpegtran does (read, then jpeg_write_coefficients with the same
 // tables).  Throughput is counted in coefficient bytes (128 per block).
-// The block decoder runs once per block; the run decoder once per MCU row
-// (HuffDecode4K_Rows).  Before the timed runs, every decoder path is also
+// The block coders run once per block; the run coders once per MCU row
+// (HuffEncode4K_Rows, HuffDecode4K_Rows).  Before the timed runs, every decoder path is also
 // timed per MCU row, the least of several repeats summed over the rows
 // ("row-min"): on a busy machine that figure moves least between runs.
 #include <algorithm>
@@ -178,6 +178,29 @@ void DecodeFrameRows(RunFn fn, const std::vector<uint8_t>& in, int len, std::vec
   }
 }
 
+// The frame encoded one MCU row (240 MCUs of 6 blocks) per call of the run
+// encoder, flushed at the end as the block encoder's frame is.
+using EncRunFn = decltype(&rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1);
+int EncodeFrameRows(EncRunFn fn, std::vector<uint8_t>& out) {
+  const Frame& f = TheFrame();
+  const Tables& t = TheTables();
+  EncodeHuffmanState st;
+  rvtiEncodeHuffmanStateInit_JPEG_8u(&st);
+  static const int comp[6] = {0, 0, 0, 0, 1, 2};
+  const EncodeHuffmanSpec* dcs[4] = {&t.edc[0].spec, &t.edc[1].spec, &t.edc[1].spec, nullptr};
+  const EncodeHuffmanSpec* acs[4] = {&t.eac[0].spec, &t.eac[1].spec, &t.eac[1].spec, nullptr};
+  int16_t dc[4] = {0, 0, 0, 0};
+  int pos = 0, ndone = 0;
+  const int len = int(out.size());
+  for (int my = 0; my < kMcuY; ++my) {
+    fn(&f.blocks[size_t(my) * kMcuX * 6 * 64], out.data(), len, &pos, kMcuX, comp, 6, dc, dcs,
+       acs, &st, &ndone);
+  }
+  rvtiEncodeHuffman8x8_JPEG_16s1u_C1(nullptr, out.data(), len, &pos, nullptr, nullptr, nullptr,
+                                     &st, 1);
+  return pos;
+}
+
 double CoefBytes() { return double(TheFrame().nblocks()) * 128.0; }
 
 // Time per iteration is time per frame; throughput in coefficient bytes and
@@ -238,6 +261,39 @@ double RowMinMs(Body body, int repeats = 9) {
     total += best;
   }
   return total;
+}
+
+// Least of several whole-frame runs, in ms.
+template <class Body>
+double MinMs(Body body, int repeats = 7) {
+  double best = 1e30;
+  for (int r = 0; r < repeats; ++r) {
+    const auto t0 = std::chrono::steady_clock::now();
+    body();
+    const auto t1 = std::chrono::steady_clock::now();
+    best = std::min(best, std::chrono::duration<double, std::milli>(t1 - t0).count());
+  }
+  return best;
+}
+
+// Encoding in one run: the block encoder, the run encoder (one call per MCU
+// row) and libjpeg-turbo's share of a transcode that writes (transcode
+// minus read), each the least of several frames.
+void PrintEncodeComparison() {
+  std::vector<uint8_t> out(TheFrame().nblocks() * 200);
+  const auto lj = LibjpegScanData();
+  const int n = EncodeFrameRows(rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1, out);
+  const bool same = size_t(n) == lj.size() && std::equal(lj.begin(), lj.end(), out.begin());
+  const double block = MinMs([&] { EncodeFrame(rvtiEncodeHuffman8x8_JPEG_16s1u_C1, out); });
+  const double run = MinMs([&] { EncodeFrameRows(rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1, out); });
+  const double read = MinMs([] { ReadCoefsOnce(TheFrame().jpeg, false); });
+  const double transcode = MinMs([] { ReadCoefsOnce(TheFrame().jpeg, true); });
+  const double write = transcode - read;
+  std::printf("encode run scan %s libjpeg-turbo's\n", same ? "identical to" : "DIFFERENT from");
+  std::printf("encode 4K: block encoder %.2f ms, run encoder %.2f ms, libjpeg-turbo write share "
+              "%.2f ms (transcode %.2f - read %.2f)\n", block, run, write, transcode, read);
+  std::printf("encode 4K ratios: run/block %.2fx, libjpeg-turbo/run %.2fx, libjpeg-turbo/block "
+              "%.2fx\n", block / run, write / run, write / block);
 }
 
 void PrintRowMins() {
@@ -308,12 +364,22 @@ int Register() {
                     : "DIFFERENT");
   }
   PrintRowMins();
+  PrintEncodeComparison();
   bench::RegisterTargets("HuffEncode4K", impl_rvtiEncodeHuffman8x8_JPEG_16s1u_C1,
                          [](benchmark::State& s, EncFn fn) {
                            std::vector<uint8_t> out(TheFrame().nblocks() * 200);
                            bench::LoopTimer timer;
                            for (auto _ : s) {
                              benchmark::DoNotOptimize(EncodeFrame(fn, out));
+                             benchmark::ClobberMemory();
+                           }
+                           Report(s);
+                         });
+  bench::RegisterTargets("HuffEncode4K_Rows", impl_rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1,
+                         [](benchmark::State& s, EncRunFn fn) {
+                           std::vector<uint8_t> out(TheFrame().nblocks() * 200);
+                           for (auto _ : s) {
+                             benchmark::DoNotOptimize(EncodeFrameRows(fn, out));
                              benchmark::ClobberMemory();
                            }
                            Report(s);

@@ -270,9 +270,9 @@ void Encoder::Impl::CodeRange(const Image& image, const Layout& l, int restart_i
     step[1] = step[2] = l.cw;
   }
   const uint16_t* table[3] = {fwd[0], fwd[1], fwd[1]};
-  const EncodeHuffmanSpec* dc[3] = {spec(0), spec(2), spec(2)};
-  const EncodeHuffmanSpec* ac[3] = {spec(1), spec(3), spec(3)};
-  int16_t last_dc[3] = {0, 0, 0};
+  const EncodeHuffmanSpec* dc[4] = {spec(0), spec(2), spec(2), nullptr};
+  const EncodeHuffmanSpec* ac[4] = {spec(1), spec(3), spec(3), nullptr};
+  int16_t last_dc[4] = {0, 0, 0, 0};
   alignas(64) int16_t zero_block[64] = {};
 
   auto fail = [&](RvtResult r, const char* stage) {
@@ -394,7 +394,8 @@ void Encoder::Impl::CodeRange(const Image& image, const Layout& l, int restart_i
     uint8_t* out = w->out.data();
     const int out_len = int(w->out.size());
     const int16_t* blk = w->coefs.data();
-    for (int mx = mx_begin; mx < mx_end; ++mx) {
+    // One call per run of MCUs up to the next restart or the row's end.
+    for (int mx = mx_begin; mx < mx_end;) {
       const int m = my * l.mcux + mx;
       if (restart_interval > 0 && m != mcu_begin && m % restart_interval == 0) {
         r = rvtiEncodeHuffman8x8_JPEG_16s1u_C1(zero_block, out, out_len, &w->pos, &last_dc[0], dc[0],
@@ -404,12 +405,14 @@ void Encoder::Impl::CodeRange(const Image& image, const Layout& l, int restart_i
         out[w->pos++] = uint8_t(0xD0 + ((m / restart_interval - 1) & 7));
         last_dc[0] = last_dc[1] = last_dc[2] = 0;
       }
-      for (int b = 0; b < l.blocks_per_mcu; ++b, blk += 64) {
-        const int c = l.block_comp[b];
-        r = rvtiEncodeHuffman8x8_JPEG_16s1u_C1(blk, out, out_len, &w->pos, &last_dc[c], dc[c], ac[c],
-                                               state, 0);
-        if (r < 0) return fail(r, "Huffman coding");
-      }
+      int n = mx_end - mx;
+      if (restart_interval > 0) n = std::min(n, restart_interval - m % restart_interval);
+      int done = 0;
+      r = rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1(blk, out, out_len, &w->pos, n, l.block_comp,
+                                                   l.blocks_per_mcu, last_dc, dc, ac, state, &done);
+      if (r < 0) return fail(r, "Huffman coding");
+      blk += size_t(n) * size_t(l.blocks_per_mcu) * 64;
+      mx += n;
     }
     clock.Lap(&w->times.entropy);
   }

@@ -1494,6 +1494,37 @@ RvtResult rvtiVLCEncodeHP_JPEGXR_32s1u(const int32_t* pCoef, int32_t scanOrder, 
                                        uint8_t* pFlex, int32_t flexLen, int32_t* pFlexBitPos,
                                        int32_t trimFlexBits);
 
+/* ----------------------------------- baseline Huffman coding: encoder runs */
+
+/* Addition to the block encoder, the counterpart of
+ * rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1: one call encodes nMcus MCUs of
+ * baseline Huffman blocks with the state object and the bytes of
+ * rvtiEncodeHuffman8x8_JPEG_16s1u_C1.
+ *
+ * Each MCU holds nMcuBlocks (1..10) blocks; block b of every MCU belongs to
+ * component pMcuComp[b] (0..3), is coded with pDcTable[c], pAcTable[c] and
+ * predicted from pLastDC[c] (c = pMcuComp[b]).  The blocks are read from
+ * pSrc one after another, 64 coefficients each (nMcus * nMcuBlocks
+ * blocks).  The result is exactly that of calling
+ * rvtiEncodeHuffman8x8_JPEG_16s1u_C1 (bFlushState 0) for each block in
+ * order, stopping after the first one that fails: the bytes, position,
+ * predictors and state are the same, and the call returns that block's
+ * status (rvtStatusOk when all passed).  *pBlocksDone receives the number
+ * of blocks encoded successfully (the index of the failing block).  The
+ * call never flushes: at the end of a restart interval or scan the caller
+ * flushes through the block encoder (bFlushState 1), then writes its
+ * marker.
+ *
+ * Checks in argument order: a null pointer gives rvtStatusNullPtr (a table
+ * entry only for the components pMcuComp names), dstLenBytes < 1, nMcus <
+ * 1, nMcuBlocks outside 1..10 or more coefficients than an int counts give
+ * rvtStatusSize, a component outside 0..3 gives rvtStatusBadArg, and a
+ * negative *pDstCurrPos gives rvtStatusBadArg. */
+RvtResult rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1(
+    const int16_t* pSrc, uint8_t* pDst, int dstLenBytes, int* pDstCurrPos, int nMcus,
+    const int* pMcuComp, int nMcuBlocks, int16_t* pLastDC,
+    const EncodeHuffmanSpec* const pDcTable[4], const EncodeHuffmanSpec* const pAcTable[4],
+    EncodeHuffmanState* pEncHuffState, int* pBlocksDone);
 #ifdef __cplusplus
 }
 #endif

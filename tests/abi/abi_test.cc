@@ -1104,6 +1104,54 @@ uint64_t JpegXrVlcDigest() {
   return d.value();
 }
 
+// The MCU-run encoder: three MCUs of a luma and a chroma block (values up
+// to 1023, and one saturated block whose sizes have no code) coded in one
+// call after a state with pending bits, then the failing run; the bytes,
+// position, predictors, state and counts.
+uint64_t HuffmanEncodeRunDigest() {
+  Digest d;
+  uint8_t dcBits[16] = {0, 0, 0, 12}, acBits[16] = {0, 0, 0, 0, 0, 0, 0, 162};
+  uint8_t dcVals[12], acVals[162];
+  for (int i = 0; i < 12; ++i) dcVals[i] = uint8_t(11 - i);
+  int n = 0;
+  acVals[n++] = 0x00;
+  acVals[n++] = 0xF0;
+  for (int r = 15; r >= 0; --r) {
+    for (int s = 1; s <= 10; ++s) acVals[n++] = uint8_t(r << 4 | s);
+  }
+  std::vector<uint8_t> dc_mem(1024), ac_mem(1024), state(1048);
+  auto* edc = reinterpret_cast<EncodeHuffmanSpec*>(dc_mem.data());
+  auto* eac = reinterpret_cast<EncodeHuffmanSpec*>(ac_mem.data());
+  auto* es = reinterpret_cast<EncodeHuffmanState*>(state.data());
+  d.Status(rvtiEncodeHuffmanSpecInit_JPEG_8u(dcBits, dcVals, edc));
+  d.Status(rvtiEncodeHuffmanSpecInit_JPEG_8u(acBits, acVals, eac));
+  d.Status(rvtiEncodeHuffmanStateInit_JPEG_8u(es));
+  std::vector<int16_t> blocks = Random<int16_t>(6 * 64, 31, -1023, 1023);
+  for (size_t i = 0; i < blocks.size(); ++i) {
+    if (i % 64 && (i * 3) % 5) blocks[i] = 0;
+  }
+  std::vector<int16_t> bad = blocks;
+  for (int k = 0; k < 64; ++k) bad[size_t(64 + k)] = int16_t(k & 1 ? 32767 : -32767);
+  std::vector<uint8_t> bits(4096, 0);
+  int pos = 0, nblocks = 0;
+  int16_t last[4] = {0, 0, 0, 0};
+  const int comp[2] = {0, 1};
+  const EncodeHuffmanSpec* const dcs[4] = {edc, edc, nullptr, nullptr};
+  const EncodeHuffmanSpec* const acs[4] = {eac, eac, nullptr, nullptr};
+  int16_t one = 5;
+  d.Status(rvtiEncodeHuffmanOne_JPEG_16s1u_C1(&one, bits.data(), 4096, &pos, edc, es, 0));
+  d.Status(rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1(blocks.data(), bits.data(), 4096, &pos, 3,
+                                                    comp, 2, last, dcs, acs, es, &nblocks));
+  d.Add(&nblocks, 1);
+  // Sizes above 10 have no code here: the second block fails.
+  const int failed = int(rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1(
+      bad.data(), bits.data(), 4096, &pos, 3, comp, 2, last, dcs, acs, es, &nblocks));
+  EXPECT_EQ(failed, int(rvtStatusHuffTable));
+  d.Add(&failed, 1);
+  d.Add(bits), d.Add(&pos, 1), d.Add(&nblocks, 1), d.Add(last, 4), d.Add(state);
+  return d.value();
+}
+
 TEST(Abi, FamiliesGiveTheirDefinedResults) {
   struct Family {
     const char* name;
@@ -1127,7 +1175,8 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"JPEG 2000 code-blocks", Tier1Digest, 0x7e337e5eecc58e6aull},
                           Family{"BC7 and BC6H textures", BptcDigest, 0x3e0fa340dca19ec5ull},
                           Family{"BC4 and BC5 encoding", BcEncodeDigest, 0x7326b27838882e30ull},
-                          Family{"JPEG XR coefficient coding", JpegXrVlcDigest, 0x9db6cb62992913faull}}) {
+                          Family{"JPEG XR coefficient coding", JpegXrVlcDigest, 0x9db6cb62992913faull},
+                          Family{"Huffman encoder MCU runs", HuffmanEncodeRunDigest, 0xabde081bbdb1b264ull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }
