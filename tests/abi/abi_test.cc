@@ -1047,6 +1047,26 @@ uint64_t BcEncodeDigest() {
   return d.value();
 }
 
+// DXT1, DXT3 and DXT5 encoding of an odd region (edge tiles padded, alpha
+// across the DXT1 cut-off) at every quality, downwards and upwards.
+uint64_t DxtEncodeDigest() {
+  Digest d;
+  const size_t blocks = size_t((kW + 3) / 4) * ((kH + 3) / 4);
+  const std::vector<uint8_t> src = Random<uint8_t>(size_t(kStep) * kH * 4, 51, 0, 255);
+  const int32_t step = 4 * kStep;
+  for (int q = 0; q <= 2; ++q) {
+    std::vector<uint8_t> out(blocks * 16, 0x5A);
+    d.Status(rvtiTextureEncodeBlockFromRGBA_DXT1_8u_C4C1R(src.data(), step, out.data(), kRoi, q));
+    d.Add(out);
+    d.Status(rvtiTextureEncodeBlockFromRGBA_DXT3_8u_C4C1R(src.data() + size_t(step) * (kH - 1), -step,
+                                                          out.data(), kRoi, q));
+    d.Add(out);
+    d.Status(rvtiTextureEncodeBlockFromRGBA_DXT5_8u_C4C1R(src.data(), step, out.data(), kRoi, q));
+    d.Add(out);
+  }
+  return d.value();
+}
+
 // JPEG XR coefficient coding: a 20-macroblock tile row of every colour
 // format, every band encoded and decoded back, adapting on the cadence.
 uint64_t JpegXrVlcDigest() {
@@ -1127,6 +1147,7 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"JPEG 2000 code-blocks", Tier1Digest, 0x7e337e5eecc58e6aull},
                           Family{"BC7 and BC6H textures", BptcDigest, 0x3e0fa340dca19ec5ull},
                           Family{"BC4 and BC5 encoding", BcEncodeDigest, 0x7326b27838882e30ull},
+                          Family{"DXT1, DXT3 and DXT5 encoding", DxtEncodeDigest, 0xd00d1281417458f4ull},
                           Family{"JPEG XR coefficient coding", JpegXrVlcDigest, 0x9db6cb62992913faull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
