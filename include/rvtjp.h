@@ -1525,6 +1525,35 @@ RvtResult rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1(
     const int* pMcuComp, int nMcuBlocks, int16_t* pLastDC,
     const EncodeHuffmanSpec* const pDcTable[4], const EncodeHuffmanSpec* const pAcTable[4],
     EncodeHuffmanState* pEncHuffState, int* pBlocksDone);
+/* ------------------------------------------------ DXT1, DXT3 and DXT5 encoding */
+/* Encoders of RGBA regions (R, G, B, A bytes) into the tightly packed
+ * blocks the DXT decoders above read, with the argument order, checks,
+ * edge-tile replication and block order of the BC4 encoder (quality 0..2,
+ * rvtStatusBadArg outside; nothing written on failure; no threads).
+ * Colour endpoints are fitted to the squared RGB error of the palette as
+ * this library decodes it (interpolants truncated), each pixel taking its
+ * nearest entry.  Quality 0: endpoints at the extremes of the pixels'
+ * projections on their principal axis.  Quality 1 (the default to use):
+ * also up to two least-squares refinements of the endpoints for the indices
+ * found, the best pair for a tile of one colour, and (DXT1) the
+ * three-colour form tried beside the four-colour one.  Quality 2: up to
+ * eight refinements, then each endpoint component moved by one step while
+ * the error drops. */
+/* DXT1: pixels whose alpha is below 128 are transparent; a tile holding any
+ * takes the three-colour form with index 3 on them (transparent black to
+ * the usual decoders; rvtiTextureDecodeBlockToRGBA_DXT1_8u_C1C4R reads that
+ * entry as opaque white).  Opaque tiles use the three-colour form's mean
+ * entry but never its index 3. */
+RvtResult rvtiTextureEncodeBlockFromRGBA_DXT1_8u_C4C1R(const uint8_t* pSrc, int32_t srcStep,
+                                                       uint8_t* pDst, ImageSize roiSize, int quality);
+/* DXT3: each alpha becomes the nibble whose decoded value (nibble * 16, at
+ * most 240) is nearest. */
+RvtResult rvtiTextureEncodeBlockFromRGBA_DXT3_8u_C4C1R(const uint8_t* pSrc, int32_t srcStep,
+                                                       uint8_t* pDst, ImageSize roiSize, int quality);
+/* DXT5: the alpha part is encoded as rvtiTextureEncodeBlock_BC4_8u_C1R
+ * encodes a channel at the same quality. */
+RvtResult rvtiTextureEncodeBlockFromRGBA_DXT5_8u_C4C1R(const uint8_t* pSrc, int32_t srcStep,
+                                                       uint8_t* pDst, ImageSize roiSize, int quality);
 #ifdef __cplusplus
 }
 #endif
