@@ -68,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         RVT_FUZZ_EXPECT(std::memcmp(coef.get(), r.coef.data(), size_t(256 * f[1]) * 4) == 0);
       }
       std::memcpy(r.coef.data(), coef.get(), size_t(256 * f[1]) * 4);
-      if (r.status == rvtStatusOk && (mode & 0x20)) RVT_REF(rvtiVLCAdapt_JPEGXR)(&r.st, 7);
+      if (r.status == rvtStatusOk && (mode & 0x20)) RVT_REF(rvtiVLCAdapt_JPEGXR)(&r.st, 31);
     }
     results.push_back(std::move(r));
   };

@@ -1397,14 +1397,17 @@ RvtResult rvtiTextureEncodeBlockFromRG_BC5_8u_C2C1R(const uint8_t* pSrc, int32_t
  * The context: a flat, pointer-free object of rvtiVLCGetStateSize_JPEGXR
  * bytes, built by rvtiVLCInit_JPEGXR at the start of every tile (all
  * tables at their first index, the 6- and 12-symbol alphabets at their
- * second; discriminants 0; scans at their initial orders and totals 32 - i;
- * model bits DC 8, LP 4, HP 0).  Each coded symbol moves its table's
- * discriminants by the code-length differences to the neighbouring
- * tables.  The caller calls rvtiVLCAdapt_JPEGXR after every 16th
- * macroblock of a tile row and after the row's last one, for the bands
- * the image codes: it switches a table down when its lower discriminant is
- * below -8, else up when its upper one is above 8 (zeroing both), clamps
- * discriminants to +-64 and resets the band's scan totals.  Model bits
+ * second; discriminants 0; scans at their initial orders and totals
+ * 32 - 2i; model bits DC 8, LP 4, HP 0).  Each coded symbol moves its
+ * table's discriminants by the code-length differences to the neighbouring
+ * tables; each coded scan index adds one to its total and, when that
+ * passes its predecessor's, swaps places with it.  As files are written,
+ * the caller resets the scan totals (rvtiVLCAdapt_JPEGXR with 8 | 16)
+ * before each macroblock whose column in the tile is a multiple of 16, and
+ * switches tables (1 | 2 | 4, for the bands the image codes) after that
+ * macroblock and after the row's last one: a table goes down when its
+ * lower discriminant is below -8, else up when its upper one is above 8
+ * (zeroing both), and discriminants are clamped to +-64.  Model bits
  * adapt inside every macroblock call and stay within 0..15.  A state that
  * Init did not build, or whose fields are out of range, gives
  * rvtStatusBadArg. */
@@ -1417,9 +1420,10 @@ RvtResult rvtiVLCGetStateSize_JPEGXR(int32_t colorFormat, int32_t numChannels, i
  * pState (NullPtr), stateSize below 1 or below the size needed (Size). */
 RvtResult rvtiVLCInit_JPEGXR(int32_t colorFormat, int32_t numChannels, VLCState_JPEGXR* pState,
                              int32_t stateSize);
-/* The adaptation point.  bands: 1 DC tables, 2 LP tables (with the run
- * table) and the LP scan totals, 4 HP tables (with the coded-block-pattern
- * ones) and both HP scans' totals; any other bit, or none, gives BadArg. */
+/* The adaptation points.  bands, any of: 1 DC tables, 2 LP tables (with
+ * the run table), 4 HP tables (with the coded-block-pattern ones), 8 reset
+ * the LP scan totals, 16 reset both HP scans' totals; any other bit, or
+ * none, gives BadArg. */
 RvtResult rvtiVLCAdapt_JPEGXR(VLCState_JPEGXR* pState, int32_t bands);
 /* The context's current choices, for tests and tools: pTableIndex[22] the
  * table index of each slot, pDiscriminant[44] its lower and upper

@@ -25,7 +25,7 @@ RvtResult Init(int32_t format, int32_t channels, State* st, int32_t size) {
 
 RvtResult AdaptEntry(State* st, int32_t bands) {
   RVT_CHECK(CheckState(st));
-  if (bands < 1 || bands > 7) return rvtStatusBadArg;
+  if (bands < 1 || bands > 31) return rvtStatusBadArg;
   Adapt(*st, bands);
   return rvtStatusOk;
 }

@@ -54,8 +54,10 @@ inline RvtResult CheckFormat(int32_t format, int32_t channels) {
   }
 }
 
+// Scan totals start two apart, so an index passes its predecessor only
+// after hitting three times more often than it.
 inline void ResetTotals(State& s, int scan) {
-  for (int i = 0; i < 16; ++i) s.total[scan][i] = kMaxTotal - i;
+  for (int i = 0; i < 16; ++i) s.total[scan][i] = kMaxTotal - 2 * i;
 }
 
 inline void InitState(State& s, int format, int channels) {
@@ -133,7 +135,11 @@ inline void AdaptSlot(State& s, int slot) {
   clamp(s.disc1[slot]);
 }
 
-constexpr int32_t kAdaptDC = 1, kAdaptLP = 2, kAdaptHP = 4;
+// Table switches (DC, LP with the run table, HP with the coded-block
+// pattern tables) and scan total resets (LP, both HP scans) are separate:
+// files switch tables after the first macroblock of every 16 in a row and
+// after the row's last, and reset totals before the first of every 16.
+constexpr int32_t kAdaptDC = 1, kAdaptLP = 2, kAdaptHP = 4, kResetLP = 8, kResetHP = 16;
 
 inline void Adapt(State& s, int32_t bands) {
   if (bands & kAdaptDC) {
@@ -142,12 +148,14 @@ inline void Adapt(State& s, int32_t bands) {
   if (bands & kAdaptLP) {
     AdaptSlot(s, kRun);
     for (int k = 0; k < 8; ++k) AdaptSlot(s, kLpFirst + k);
-    ResetTotals(s, 0);
   }
   if (bands & kAdaptHP) {
     for (int k = 0; k < 8; ++k) AdaptSlot(s, kHpFirst + k);
     AdaptSlot(s, kNumCbp);
     AdaptSlot(s, kNumBlkCbp);
+  }
+  if (bands & kResetLP) ResetTotals(s, 0);
+  if (bands & kResetHP) {
     ResetTotals(s, 1);
     ResetTotals(s, 2);
   }
