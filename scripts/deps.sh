@@ -9,7 +9,7 @@
 #   scripts/deps.sh --list   print the list, one package a line
 set -euo pipefail
 packages=(
-  build-essential cmake pkg-config binutils
+  build-essential cmake pkg-config binutils ccache
   libhwy-dev libgtest-dev libbenchmark-dev
   libpng-dev libjpeg62-turbo-dev libturbojpeg0-dev libjpeg-turbo-progs libtiff-dev libjxr-dev libjxr-tools libsquish-dev
   clang libclang-rt-14-dev libomp-14-dev

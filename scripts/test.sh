@@ -9,12 +9,18 @@ cd "$(dirname "$0")/.."
 jobs=$(nproc)
 scripts/deps.sh
 
-cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
+# A compiler cache, when there is one, makes a rerun cheap.
+cache=()
+if command -v ccache >/dev/null; then
+  cache=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
+fi
+
+cmake -S . -B build -DCMAKE_BUILD_TYPE=Release "${cache[@]}" >/dev/null
 cmake --build build -j"$jobs"
 ctest --test-dir build -j"$jobs" --output-on-failure
 
 cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DRVT_SANITIZE=ON \
-  -DRVT_BUILD_BENCH=OFF -DRVT_BUILD_EXAMPLES=OFF >/dev/null
+  -DRVT_BUILD_BENCH=OFF -DRVT_BUILD_EXAMPLES=OFF "${cache[@]}" >/dev/null
 cmake --build build-asan -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build-asan -j"$jobs" --output-on-failure
