@@ -141,7 +141,7 @@ inline Part FitForm(const Tile& t, bool dxt1, bool three, int quality) {
   for (float& m : mean) m /= float(n);
   Part best;
   if (one_colour && quality >= 1) {
-    int a[3], b[3];
+    int a[3] = {}, b[3] = {};
     SingleChannel(t.px[first][0], 5, three, &a[0], &b[0]);
     SingleChannel(t.px[first][1], 6, three, &a[1], &b[1]);
     SingleChannel(t.px[first][2], 5, three, &a[2], &b[2]);
