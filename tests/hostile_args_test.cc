@@ -59,6 +59,10 @@ namespace {
 //                 samples before this pointer (a documented over-read:
 //                 border samples the caller supplies; the region tests
 //                 give it that margin)
+//   &name=F(a,..) not a check: before each call the object behind this
+//                 pointer is built by export F with the arguments a: `@`
+//                 the object, WxH a size, a number (a state whose content
+//                 is checked; 64 KiB of room)
 // followed by optional modifiers:
 //   /R            which values are bad: /<1 (default), /<0 (0 accepted),
 //                 /==0 (only 0), /<2; for an ImageSize /W,H (e.g. /<2,<1)
@@ -152,6 +156,106 @@ const Family kFamilies[] = {
      "the pointers, then both steps"},
     {"rvti(RCT|ICT)(Fwd|Inv)_JPEG2K_.*_P3C3R", "pSrc pSrc[] pDst @steps roiSize",
      "the pointers, then both steps"},
+    {"rvtiGetHuffmanStatistics8x8_AC(First|Refine)_JPEG_16s_C1",
+     "pSrc pAcStatistics Ss/[1,63] Se/[1,63] Al/[0,13] pEncHuffState",
+     "the band before the state (bFlushState 0: a flush looks at the counts and the state only)"},
+    {"rvtiEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1",
+     "pDst nDstLenBytes pDstCurrPos *pDstCurrPos=-5 pEncHuffState pSrc pLastDC Al/[0,13] pDcTable",
+     "the target and the state first: a flush looks at nothing else"},
+    {"rvtiEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1",
+     "pDst nDstLenBytes pDstCurrPos *pDstCurrPos=-5 pEncHuffState pSrc Al/[0,13]",
+     "the target and the state first: a flush looks at nothing else"},
+    {"rvtiEncodeHuffman8x8_AC(First|Refine)_JPEG_16s1u_C1",
+     "pDst nDstLenBytes pDstCurrPos *pDstCurrPos=-5 pAcTable pEncHuffState pSrc Ss/[1,63] "
+     "Se/[1,63] Al/[0,13]",
+     "the target, spec and state first: a flush writes the pending run with the spec"},
+    {"rvtiDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1",
+     "pSrc nSrcLenBytes pSrcCurrPos *pSrcCurrPos=-5 pDst pLastDC pMarker Al/[0,13] pDcTable "
+     "pDecHuffState",
+     "the position's sign right after it"},
+    {"rvtiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1",
+     "pSrc nSrcLenBytes pSrcCurrPos *pSrcCurrPos=-5 pDst pMarker Al/[0,13] pDecHuffState",
+     "the position's sign right after it"},
+    {"rvtiDecodeHuffman8x8_AC(First|Refine)_JPEG_1u16s_C1",
+     "pSrc nSrcLenBytes pSrcCurrPos *pSrcCurrPos=-5 pDst pMarker Ss/[1,63] Se/[1,63] Al/[0,13] "
+     "pAcTable pDecHuffState",
+     "the position's sign right after it"},
+    {"rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1",
+     "pSrc srcLenBytes/<0=-5 pSrcCurrPos pDst nMcus/<1=-6 pMcuComp nMcuBlocks/[1,10]=-6 "
+     "*pMcuComp=-5 pLastDC pMarker pDcTable pAcTable pDecHuffState pCoefsDone? pBlocksDone "
+     "*pSrcCurrPos=-5",
+     "an empty source is accepted; the components once their count is known; table entries only "
+     "for the components named (their own tests); the position's sign last"},
+    {"rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1",
+     "pSrc pDst dstLenBytes pDstCurrPos nMcus/<1=-6 pMcuComp nMcuBlocks/[1,10]=-6 *pMcuComp=-5 "
+     "pLastDC pDcTable pAcTable pEncHuffState pBlocksDone *pDstCurrPos=-5",
+     "the components once their count is known; table entries only for the components named "
+     "(their own tests); the position's sign last"},
+    {"rvtiTextureEncodeBlock", "pSrc srcStep/==0 pDst roiSize quality/[0,2]",
+     "a negative step walks the source upwards"},
+    {"rvtiEncodeLoadCodeBlock_JPEG2K_32s_C1R",
+     "pSrc srcStep cbSize pState &pState=rvtiEncodeInit_JPEG2K(@,16x16) *pState=-5 band/[0,3] "
+     "magnBits/[1,31] codeStyle/[0,63] pSfBits pNOfPasses pNOfTermPasses",
+     "the state is checked for an initialised one; the outputs after the block's parameters"},
+    {"rvtiEncodeStoreBits_JPEG2K_1u",
+     "pDst pDstLen *pDstLen/<1=-6 pState &pState=rvtiEncodeInit_JPEG2K(@,16x16) *pState=-5 "
+     "pIsNotFinish",
+     "the room behind pDstLen, then an initialised state"},
+    {"rvtiEncodeGetRate_JPEG2K", "pState *pState=-5 pRate?",
+     "the pass is checked against a coded block before pRate (its own tests)"},
+    {"rvtiEncodeGetDist_JPEG2K", "pState *pState=-5 pDist?",
+     "the pass is checked against a coded block before pDist (its own tests)"},
+    {"rvtiEncodeGetTermPassLen_JPEG2K", "pState *pState=-5 pLen?",
+     "the segment is checked against a coded block before pLen (its own tests)"},
+    {"rvtiDecodeCodeBlock_JPEG2K_1u32s_C1R",
+     "pSrc pSegLen pDst dstStep cbSize band/[0,3] magnBits/[1,31] sfBits/[0,1] nOfPasses/[0,1] "
+     "codeStyle/[0,63] roiShift/[0,31] pBuffer",
+     "sfBits up to magnBits (1), passes up to 3 x (magnBits - sfBits) - 2; no pass reads no "
+     "segment length"},
+    {"rvtiDecodeCBProgrAttach_JPEG2K",
+     "pState &pState=rvtiDecodeCBProgrInit_JPEG2K(@,16x16) *pState=-5 cbSize band/[0,3] "
+     "magnBits/[1,31] sfBits/[0,1] codeStyle/[0,63] roiShift/[0,31]",
+     "an initialised state, then the one-shot decoder's checks"},
+    {"rvtiDecodeCBProgrGetPassCounters_JPEG2K",
+     "pState &pState=rvtiDecodeCBProgrInit_JPEG2K(@,16x16) *pState=-5 pNOfDecodedPasses "
+     "pBitPlane",
+     "an initialised state"},
+    {"rvtiDecodeCBProgrGetCodeBlock_JPEG2K_32s_C1R",
+     "pState &pState=rvtiDecodeCBProgrInit_JPEG2K(@,16x16) "
+     "&pState=rvtiDecodeCBProgrAttach_JPEG2K(@,8x8,0,1,0,0,0) *pState=-5 pDst dstStep",
+     "an initialised state; a block attached to it last (its own tests)"},
+    {"rvtiVLCGetStateSize_JPEGXR", "colorFormat/[0,4] numChannels/[1,1] pSize",
+     "the format with its channel count (Y only: one)"},
+    {"rvtiVLCInit_JPEGXR", "colorFormat/[0,4] numChannels/[1,1] pState stateSize/<1=-6",
+     "the format with its channel count (Y only: one)"},
+    {"rvtiVLCAdapt_JPEGXR", "pState &pState=rvtiVLCInit_JPEGXR(0,1,@,65536) *pState=-5 bands/[1,31]",
+     "an initialised state"},
+    {"rvtiVLCGetTables_JPEGXR",
+     "pState &pState=rvtiVLCInit_JPEGXR(0,1,@,65536) *pState=-5 pTableIndex pDiscriminant "
+     "pModelBits",
+     "an initialised state"},
+    {"rvtiFLCRead_JPEGXR_1u32u", "pSrc srcLen pSrcBitPos *pSrcBitPos=-5 nBits/[0,32] pValue",
+     "the cursor, its position, the width"},
+    {"rvtiFLCWrite_JPEGXR_32u1u", "nBits/[0,32] pDst dstLen pDstBitPos *pDstBitPos=-5",
+     "the width, then the cursor"},
+    {"rvtiVLCDecode(DC|LP)_JPEGXR_1u32s",
+     "pSrc srcLen pSrcBitPos *pSrcBitPos=-5 pState &pState=rvtiVLCInit_JPEGXR(0,1,@,65536) "
+     "*pState=-5 pCoef",
+     "the cursor with its position, an initialised state"},
+    {"rvtiVLCEncode(DC|LP)_JPEGXR_32s1u",
+     "pCoef pState &pState=rvtiVLCInit_JPEGXR(0,1,@,65536) *pState=-5 pDst dstLen pDstBitPos "
+     "*pDstBitPos=-5",
+     "an initialised state, the cursor with its position"},
+    {"rvtiVLCDecodeHP_JPEGXR_1u32s",
+     "pSrc srcLen pSrcBitPos *pSrcBitPos=-5 pFlex? flexLen pFlexBitPos *pFlexBitPos=-5 "
+     "trimFlexBits/[0,15] scanOrder/[0,1] pCBP pState &pState=rvtiVLCInit_JPEGXR(0,1,@,65536) "
+     "*pState=-5 pCoef",
+     "a null pFlex puts the flexbits in the main cursor; its cursor is checked when set"},
+    {"rvtiVLCEncodeHP_JPEGXR_32s1u",
+     "pCoef scanOrder/[0,1] pState &pState=rvtiVLCInit_JPEGXR(0,1,@,65536) *pState=-5 pCBP pDst "
+     "dstLen pDstBitPos *pDstBitPos=-5 pFlex? flexLen pFlexBitPos *pFlexBitPos=-5 "
+     "trimFlexBits/[0,15]",
+     "a null pFlex puts the flexbits in the main cursor; its cursor is checked when set"},
 };
 
 // ------------------------------------------------------------ parameters
@@ -259,7 +363,9 @@ void AddChecks(const std::vector<Param>& ps, int i, const Token& t, std::vector<
     if (p.is_rect) {
       out->push_back({i, Site::kContent, {0, -1, INT32_MIN}, st(rvtStatusSize)});
     } else {
-      out->push_back({i, Site::kContent, BadValues(t.rule.empty() ? "<0" : t.rule), st(rvtStatusBadArg)});
+      const std::vector<int64_t> bad = BadValues(t.rule.empty() ? "<0" : t.rule);
+      const bool zero_bad = std::find(bad.begin(), bad.end(), 0) != bad.end();
+      out->push_back({i, Site::kContent, bad, st(rvtStatusBadArg), zero_bad ? 16 : 0});
     }
     return;
   }
@@ -311,7 +417,10 @@ struct Plan {
   std::vector<Check> checks;
   std::string error;  // a table row that does not fit the signature
   std::vector<std::pair<int, int>> margin_before;  // pointer, rows read before it
+  std::vector<std::pair<int, std::string>> inits;  // object, the call that builds it
 };
+
+bool IsExport(const std::string& name);
 
 Plan MakePlan(const std::string& name, const std::vector<Param>& ps) {
   Plan plan;
@@ -357,6 +466,16 @@ Plan MakePlan(const std::string& name, const std::vector<Param>& ps) {
   }
   std::vector<bool> named(ps.size(), false);
   for (const std::string& w : words) {
+    if (w[0] == '&') {
+      const auto eq = w.find('=');
+      const int i = eq == std::string::npos ? -1 : find(w.substr(1, eq - 1));
+      const bool known = eq != std::string::npos && IsExport(w.substr(eq + 1, w.find('(') - eq - 1));
+      if (i < 0 || !known || w.back() != ')' || w.find('(') == std::string::npos)
+        plan.error = "row '" + std::string(row->pattern) + "' has a bad builder '" + w + "'";
+      else
+        plan.inits.emplace_back(i, w.substr(eq + 1));
+      continue;
+    }
     if (w[0] == '^') {
       const auto colon = w.find(':');
       const int i = find(w.substr(1, colon - 1));
@@ -397,16 +516,16 @@ constexpr size_t kBuf = 8192;
 // The buffers of one call: every pointer argument points into one of them;
 // all are sentinel-filled, so a snapshot shows any write.
 struct Arena {
-  std::vector<std::unique_ptr<uint8_t[]>> bufs;
-  uint8_t* New(uint8_t seed) {
-    bufs.emplace_back(new uint8_t[kBuf]);
-    uint8_t* b = bufs.back().get();
-    for (size_t k = 0; k < kBuf; ++k) b[k] = uint8_t(0xA5 ^ (k * 31 + seed));
+  std::vector<std::pair<std::unique_ptr<uint8_t[]>, size_t>> bufs;
+  uint8_t* New(uint8_t seed, size_t size = kBuf) {
+    bufs.emplace_back(new uint8_t[size], size);
+    uint8_t* b = bufs.back().first.get();
+    for (size_t k = 0; k < size; ++k) b[k] = uint8_t(0xA5 ^ (k * 31 + seed));
     return b;
   }
   std::vector<uint8_t> Snapshot() const {
     std::vector<uint8_t> s;
-    for (const auto& b : bufs) s.insert(s.end(), b.get(), b.get() + kBuf);
+    for (const auto& [b, size] : bufs) s.insert(s.end(), b.get(), b.get() + size);
     return s;
   }
 };
@@ -419,7 +538,10 @@ struct Call {
   std::vector<Arg> args;
 };
 
-void Fill(const std::vector<Param>& ps, const std::vector<Check>& checks, Call* c) {
+void RunInits(const Plan& plan, Call* c);
+
+void Fill(const std::vector<Param>& ps, const Plan& plan, Call* c) {
+  const std::vector<Check>& checks = plan.checks;
   c->args.assign(ps.size(), Arg{});
   for (size_t i = 0; i < ps.size(); ++i) {
     const Param& p = ps[i];
@@ -427,11 +549,19 @@ void Fill(const std::vector<Param>& ps, const std::vector<Check>& checks, Call* 
     switch (p.kind) {
       case Kind::kPtr:
       case Kind::kPtrPtr: {
-        uint8_t* b = c->arena.New(uint8_t(i));
-        // A counter or position the export checks starts valid (0); the
-        // others keep the sentinel, so that any write to them shows.
-        for (const Check& k : checks)
-          if (k.param == int(i) && k.site == Site::kContent && !p.is_rect) std::memset(b, 0, 8);
+        bool built = false;
+        for (const auto& [param, fn] : plan.inits) built |= param == int(i);
+        uint8_t* b = c->arena.New(uint8_t(i), built ? size_t(1) << 16 : kBuf);
+        // A counter or position the export checks starts valid (0, or 16
+        // where 0 is refused); the others keep the sentinel, so that any
+        // write to them shows.
+        for (const Check& k : checks) {
+          if (k.param == int(i) && k.site == Site::kContent && !p.is_rect) {
+            std::memset(b, 0, 8);
+            const int32_t v = int32_t(k.good);
+            std::memcpy(b, &v, 4);
+          }
+        }
         if (p.is_rect) {
           const ImageRect r{0, 0, 8, 8};
           std::memcpy(b, &r, sizeof r);
@@ -476,6 +606,7 @@ void Fill(const std::vector<Param>& ps, const std::vector<Check>& checks, Call* 
         a.value = k.good;
     }
   }
+  RunInits(plan, c);
 }
 
 // Makes check k fail with its j-th bad value (false when it cannot: the
@@ -600,6 +731,45 @@ std::vector<Export> AllExports() {
   return out;
 }
 
+const std::vector<Export>& Exports() {
+  static const std::vector<Export> all = AllExports();
+  return all;
+}
+
+bool IsExport(const std::string& name) {
+  for (const Export& e : Exports())
+    if (name == e.name) return true;
+  return false;
+}
+
+// Builds the objects a row names with `&`: the builder's arguments are
+// parsed from the row, `@` is the object's buffer.
+void RunInits(const Plan& plan, Call* c) {
+  for (const auto& [param, text] : plan.inits) {
+    const auto open = text.find('(');
+    const std::string fn = text.substr(0, open);
+    std::vector<Arg> args;
+    std::stringstream ss(text.substr(open + 1, text.size() - open - 2));
+    for (std::string a; std::getline(ss, a, ',');) {
+      Arg arg;
+      if (a == "@") {
+        arg.ptr = c->args[param].ptr;
+      } else if (a.find('x') != std::string::npos) {
+        arg.roi = {std::stoi(a), std::stoi(a.substr(a.find('x') + 1))};
+      } else {
+        arg.value = std::stoll(a);
+      }
+      args.push_back(arg);
+    }
+    for (const Export& e : Exports()) {
+      if (fn == e.name) {
+        const RvtResult st = e.entries.front().second(args);
+        if (st != rvtStatusOk) std::fprintf(stderr, "builder %s: status %d\n", text.c_str(), st);
+      }
+    }
+  }
+}
+
 // ------------------------------------------------------------ the matrix
 
 std::string Describe(const std::vector<Param>& ps, const Check& k, size_t j) {
@@ -628,7 +798,7 @@ bool RunMatrix(const Export& e, const std::vector<Param>& ps, const Plan& plan, 
     for (size_t j = 0; j < Variants(ps, k); ++j) {
       for (int later = 0; later < 2; ++later) {
         Call call;
-        Fill(ps, plan.checks, &call);
+        Fill(ps, plan, &call);
         Spoil(ps, k, j, &call);
         if (later) {
           for (size_t d = c + 1; d < plan.checks.size(); ++d) Spoil(ps, plan.checks[d], 0, &call);
@@ -704,7 +874,7 @@ TEST(HostileArgs, HugeRectanglesAreRefused) {
     const Plan plan = MakePlan(e.name, ps);
     for (const ImageRect& r : huge) {
       Call call;
-      Fill(ps, plan.checks, &call);
+      Fill(ps, plan, &call);
       std::memcpy(call.args[rect].ptr, &r, sizeof r);
       const std::vector<uint8_t> before = call.arena.Snapshot();
       for (const auto& [target, fn] : e.entries) {
@@ -741,7 +911,7 @@ TEST(HostileArgs, StepsNearInt32MaxReachTheirRows) {
     if (!region) continue;
     const Plan plan = MakePlan(e.name, ps);
     Call call;
-    Fill(ps, plan.checks, &call);
+    Fill(ps, plan, &call);
     bool mapped = true;
     for (size_t i = 0; i < ps.size() && mapped; ++i) {
       Arg& a = call.args[i];
@@ -769,6 +939,7 @@ TEST(HostileArgs, StepsNearInt32MaxReachTheirRows) {
       }
     }
     ASSERT_TRUE(mapped) << "no room for the mappings";
+    RunInits(plan, &call);  // into the mapped objects
     ++exports;
     for (const auto& [target, fn] : e.entries) {
       const RvtResult st = fn(call.args);
