@@ -1090,8 +1090,8 @@ RvtResult rvtiEncodeHuffmanRawTableInit_JPEG_8u(const int* pStatistics, uint8_t*
  * 32767 blocks.  Encoders check the destination, its length (below 1:
  * rvtStatusSize), the position, the AC spec and the state, then flush (the
  * pending run and bits, a partial byte completed with 1-bits, the state
- * cleared) or check the block, the predictor, Al (0..13), the band (Ss
- * 1..63, Se Ss..63) and the DC spec.  Category limits: DCFirst 11, ACFirst
+ * cleared) or check the block, the predictor, then Al (0..13) and the band
+ * (Ss 1..63, Se Ss..63) together, and the DC spec.  Category limits: DCFirst 11, ACFirst
  * 11, EOB-run 14 (rvtStatusHuffData).  On a failure the destination keeps
  * the bytes written with the position past them, and the state keeps its
  * values from before the call.
@@ -1173,7 +1173,8 @@ RvtResult rvtiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(const uint8_t* pSrc, int n
  * entry only for the components pMcuComp names; pCoefsDone may be null),
  * srcLenBytes < 0 and a component outside 0..3 give rvtStatusBadArg, nMcus
  * < 1, nMcuBlocks outside 1..10 or more coefficients than an int counts
- * give rvtStatusSize, and a negative *pSrcCurrPos gives rvtStatusBadArg.
+ * give rvtStatusSize; the sign of *pSrcCurrPos is checked last (negative:
+ * rvtStatusBadArg), after every pointer.
  * The fast path builds its lookups from the tables once per call: runs of a
  * few blocks are better served by the block decoder. */
 RvtResult rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1(
@@ -1486,9 +1487,11 @@ RvtResult rvtiVLCEncodeLP_JPEGXR_32s1u(const int32_t* pCoef, VLCState_JPEGXR* pS
  * (pFlex, flexLen, pFlexBitPos: the frequency-order FLEXBITS band) or,
  * when pFlex is null, into the main cursor after the coded parts (then
  * flexLen and pFlexBitPos are not read).  A decoder puts the trimmed bits
- * back as zeros.  Checks in argument order: main cursor, flex cursor (when
- * pFlex is set), trimFlexBits, scanOrder (BadArg), pCBP, pState, pCoef;
- * statuses as for LP. */
+ * back as zeros.  Checks in argument order: the decoder checks the main
+ * cursor, the flex cursor (when pFlex is set), trimFlexBits, scanOrder
+ * (BadArg), pCBP, pState, pCoef; the encoder pCoef, scanOrder, pState,
+ * pCBP, the main cursor, the flex cursor, trimFlexBits; statuses as for
+ * LP. */
 RvtResult rvtiVLCDecodeHP_JPEGXR_1u32s(const uint8_t* pSrc, int32_t srcLen, int32_t* pSrcBitPos,
                                        const uint8_t* pFlex, int32_t flexLen, int32_t* pFlexBitPos,
                                        int32_t trimFlexBits, int32_t scanOrder, const int32_t* pCBP,
@@ -1522,8 +1525,9 @@ RvtResult rvtiVLCEncodeHP_JPEGXR_32s1u(const int32_t* pCoef, int32_t scanOrder, 
  * Checks in argument order: a null pointer gives rvtStatusNullPtr (a table
  * entry only for the components pMcuComp names), dstLenBytes < 1, nMcus <
  * 1, nMcuBlocks outside 1..10 or more coefficients than an int counts give
- * rvtStatusSize, a component outside 0..3 gives rvtStatusBadArg, and a
- * negative *pDstCurrPos gives rvtStatusBadArg. */
+ * rvtStatusSize, a component outside 0..3 gives rvtStatusBadArg; the sign
+ * of *pDstCurrPos is checked last (negative: rvtStatusBadArg), after every
+ * pointer. */
 RvtResult rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1(
     const int16_t* pSrc, uint8_t* pDst, int dstLenBytes, int* pDstCurrPos, int nMcus,
     const int* pMcuComp, int nMcuBlocks, int16_t* pLastDC,
