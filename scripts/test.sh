@@ -31,10 +31,10 @@ ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 tests/tsan/run.sh "$PWD/build-tsan"
 
 # Hostile input: the bitstream readers under libFuzzer with ASan+UBSan, about
-# a minute in all.
+# two and a half minutes in all.
 builds=(build build-asan build-tsan)
 if [ -x fuzz/build_and_run.sh ]; then
-  RVT_FUZZ_DIR=$PWD/build-fuzz fuzz/build_and_run.sh 60
+  RVT_FUZZ_DIR=$PWD/build-fuzz fuzz/build_and_run.sh 150
   builds+=(build-fuzz)
 fi
 
