@@ -23,6 +23,7 @@ cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DRVT_SANITIZE=ON \
   -DRVT_BUILD_BENCH=OFF -DRVT_BUILD_EXAMPLES=OFF "${cache[@]}" >/dev/null
 cmake --build build-asan -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+  LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp \
   ctest --test-dir build-asan -j"$jobs" --output-on-failure
 
 # Races: the threaded kernels (2 and 4 threads, several callers at once)

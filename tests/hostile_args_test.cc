@@ -908,7 +908,8 @@ TEST(HostileArgs, StepsNearInt32MaxReachTheirRows) {
     const std::vector<Param> ps = ParseParams(e.params);
     bool region = false;
     for (const Param& p : ps) region |= p.kind == Kind::kRoi;
-    if (!region) continue;
+    // The allocating exports have no rows to reach (and would leak here).
+    if (!region || std::string(e.name).find("InitAlloc") != std::string::npos) continue;
     const Plan plan = MakePlan(e.name, ps);
     Call call;
     Fill(ps, plan, &call);

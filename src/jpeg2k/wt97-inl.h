@@ -449,7 +449,7 @@ struct Kernels {
     std::memcpy(s.hi, row + s.nl, size_t(s.nh) * sizeof(T));
     auto high = [&](int32_t n) { return ((p + n) & 1) != 0; };
     auto slot = [&](int32_t n) { return high(n) ? s.hi + FloorDiv2(n - 1 + p) : s.lo + FloorDiv2(n - p); };
-    auto coef = [&](int32_t n) { return high(n) ? row[s.nl + (n - 1 + p) / 2] : row[(n - p) / 2]; };
+    auto coef = [&](int32_t n) { return high(n) ? LoadAt(row + s.nl + (n - 1 + p) / 2) : LoadAt(row + (n - p) / 2); };
     for (int32_t n = -4; n < 0; ++n) StoreAt(slot(n), coef(MirrorPos(n, L)));
     for (int32_t n = L; n < L + 4; ++n) StoreAt(slot(n), coef(MirrorPos(n, L)));
     auto hiRange = [&](int32_t n0, int32_t n1, int32_t& m0, int32_t& m1) {
