@@ -30,14 +30,16 @@ namespace rvt::huffman_decode_blocks::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 using huffman_decode::kCarefulSteps;
 
-// Lookup of the next 9 bits.  Entry fields: bits 0..7 the bits the symbol
-// takes in all (code and value bits), 8..15 the careful step column (code
-// length - 1) * 16 + s, 16..23 the symbol, 24..31 the value bits the
-// lookup did not cover (0 when it resolved the value, or s = 0), 32..39 the
-// code length, bit 40 set when the spec's 8-bit lookup has no code there
-// (longer codes and data no code covers: the bit-by-bit search), 48..63 the
-// resolved value.
-constexpr int kFastBits = 9;
+// Lookup of the next 8 bits, one entry per code of up to 8 bits.  Entry
+// fields: bits 0..7 the bits the symbol takes in all (code and value bits),
+// 8..15 the careful step column (code length - 1) * 16 + s, 16..23 the
+// symbol, 24..31 s, 32..39 the code length, bit 40 set when no code of up to
+// 8 bits is there (longer codes and data no code covers: the bit-by-bit
+// search), 48..55 the zig-zag advance of an AC symbol (run + 1; 16 for ZRL;
+// 0 for an end of block).  The value bits are always read from the buffer,
+// without a branch: a lookup that resolved them too saved a load but cost a
+// mispredicted branch on every other coefficient of a q90 photo.
+constexpr int kFastBits = 8;
 constexpr uint64_t kSearch = uint64_t(1) << 40;
 struct FastTable {
   uint64_t e[1 << kFastBits];
@@ -45,22 +47,16 @@ struct FastTable {
 
 HWY_NOINLINE void BuildFastTable(const DecodeHuffmanSpec* t, FastTable* out) {
   for (uint32_t i = 0; i < (1u << kFastBits); ++i) {
-    const uint32_t le = t->lookup[i >> (kFastBits - 8)];
+    const uint32_t le = t->lookup[i];
     const uint32_t len = (le >> 16) & 0xFF;  // as the careful reader reads it
     if (len - 1 >= 8) {
       out->e[i] = kSearch;
       continue;
     }
-    const uint32_t sym = le & 0xFF, s = sym & 15;
-    uint64_t e = (len + s) | (uint64_t((len - 1) * 16 + s) << 8) | (uint64_t(sym) << 16) |
-                 (uint64_t(len) << 32);
-    if (s != 0 && len + s <= uint32_t(kFastBits)) {
-      const uint32_t r = (i >> (kFastBits - len - s)) & ((1u << s) - 1);
-      e |= uint64_t(uint16_t(int16_t(Extend(r, int(s))))) << 48;
-    } else {
-      e |= uint64_t(s) << 24;
-    }
-    out->e[i] = e;
+    const uint32_t sym = le & 0xFF, s = sym & 15, run = sym >> 4;
+    const uint32_t advance = s != 0 ? run + 1 : (run == 15 ? 16 : 0);
+    out->e[i] = (len + s) | (uint64_t((len - 1) * 16 + s) << 8) | (uint64_t(sym) << 16) |
+                (uint64_t(s) << 24) | (uint64_t(len) << 32) | (uint64_t(advance) << 48);
   }
 }
 
@@ -162,15 +158,15 @@ HWY_NOINLINE Searched SearchCoefficient(Regs r, const DecodeHuffmanSpec* t) {
   return out;
 }
 
-// The byte-wise refill over FF 00 pairs; ok false at a marker or fill
-// byte.
+// The byte-wise refill over FF 00 pairs, to 56..63 bits; ok false at a
+// marker or fill byte.
 struct Refilled {
   uint64_t buf;
   int nb, rpos;
   bool ok;
 };
 HWY_NOINLINE Refilled RefillBytes(const uint8_t* src, uint64_t buf, int nb, int rpos) {
-  while (nb <= 56) {
+  while (nb < 56) {
     const uint32_t b = src[rpos];
     if (b == 0xFF) {
       if (src[rpos + 1] != 0) return {buf, nb, rpos, false};
@@ -200,75 +196,91 @@ HWY_INLINE bool FastBlock(Fast& f, int16_t* block, int16_t* last_dc, const FastT
   // Unsigned and pointer-wide: the step chain is one load and one add.
   size_t vc = size_t(f.vc);
   bool stuffed = f.stuffed;
-  // Tops buf up to 57..64 bits, eight bytes at a time while none is 0xFF.
+  // Tops buf up to 56..63 bits without a branch while none of the next
+  // eight bytes is 0xFF: their bits go in below the valid ones (the bits of
+  // the partly taken byte too, which the next refill writes again, the
+  // same), and whole bytes are counted.  Byte by byte, unstuffing, near an
+  // 0xFF; false at a marker or fill byte.
   const auto refill = [&]() HWY_ATTR -> bool {
     uint64_t w;
     std::memcpy(&w, src + rpos, 8);
     w = __builtin_bswap64(w);
-    const int k = (63 - nb) >> 3;  // 2..7 whole bytes
-    const uint64_t taken = w >> (64 - 8 * k);
-    if (HWY_LIKELY(!HasFFByte(taken))) {
-      buf |= taken << (64 - nb - 8 * k);
-      nb += 8 * k;
-      rpos += k;
+    if (HWY_LIKELY(!HasFFByte(w))) {
+      buf |= w >> nb;
+      rpos += (63 - nb) >> 3;
+      nb |= 56;
       return true;
     }
-    const Refilled r = RefillBytes(src, buf, nb, rpos);
+    const uint64_t valid = nb ? buf & (~uint64_t(0) << (64 - nb)) : 0;
+    const Refilled r = RefillBytes(src, valid, nb, rpos);
     buf = r.buf;
     nb = r.nb;
     rpos = r.rpos;
     stuffed = true;
     return r.ok;
   };
-  // One symbol and its value bits (in v when s > 0); the symbol or -1.
+  // The value bits after the code, extended; 0 when s = 0.  (t >> 1) >> (63
+  // - s) keeps the shift below 64 for s = 0.
+  const auto value = [&](uint64_t e) HWY_ATTR -> int32_t {
+    const int s = int((e >> 24) & 0xFF);
+    const uint64_t t = buf << ((e >> 32) & 63);
+    const int32_t r = int32_t((t >> 1) >> (63 - s));
+    const int32_t negative = ~int32_t(int64_t(t) >> 63);  // top bit clear
+    return r + (negative & (1 - (1 << s)));
+  };
+  // One symbol and its value bits: the lookup entry (the search makes the
+  // fields the loop reads: the symbol and the advance), or 0 when the code
+  // is not there.  Codes of up to 8 bits take at most 23 bits with their
+  // value; the search, up to 31, refills after itself, so 33 bits before a
+  // symbol always suffice for the next two.
   const auto coefficient = [&](const FastTable& t, const DecodeHuffmanSpec* spec,
-                               int32_t& v) HWY_ATTR -> int {
+                               int32_t& v) HWY_ATTR -> uint64_t {
     const uint64_t e = t.e[buf >> (64 - kFastBits)];
     if (HWY_UNLIKELY(e & kSearch)) {
       const Searched r = SearchCoefficient(Regs{buf, nb, int(vc)}, spec);
+      if (r.sym < 0) return 0;
       buf = r.r.buf;
       nb = r.r.nb;
       vc = size_t(r.r.vc);
       v = r.v;
-      return r.sym;
+      if (!refill()) return 0;
+      const int s = r.sym & 15, run = r.sym >> 4;
+      const uint64_t advance = uint64_t(s != 0 ? run + 1 : (run == 15 ? 16 : 0));
+      return kSearch | (advance << 48) | (uint64_t(r.sym) << 16);
     }
     vc = kCarefulSteps.step[vc + ((e >> 8) & 0xFF)];
-    v = int32_t(int64_t(e) >> 48);
-    const int ps = int((e >> 24) & 0xFF);
-    if (ps != 0) {
-      // Value bits the lookup did not cover follow the code.
-      const uint32_t r = uint32_t((buf << ((e >> 32) & 0xFF)) >> (64 - ps));
-      v = Extend(r, ps);
-    }
-    const int n = int(e & 0xFF);
-    buf <<= n;
-    nb -= n;
-    return int((e >> 16) & 0xFF);
+    v = value(e);
+    buf <<= (e & 63);
+    nb -= int(e & 0xFF);
+    return e;
+  };
+  // One AC coefficient into the block; false at the end of the block, with
+  // ok false when the fast walk cannot take it.
+  int k = 1;  // zig-zag position; 64 - k positions remain
+  bool ok = true;
+  const auto ac = [&]() HWY_ATTR -> bool {
+    int32_t v = 0;
+    const uint64_t e = coefficient(act, acs, v);
+    if (HWY_UNLIKELY(e == 0)) return ok = false;
+    const int advance = int((e >> 48) & 0xFF);
+    if (advance == 0) return false;  // EOB
+    k += advance;
+    if (HWY_UNLIKELY(k > 72)) return ok = false;  // past the guard positions
+    // A ZRL stores its 0 on a position no coefficient has reached yet.
+    block[kZigzagDecode.v[k - 1]] = int16_t(v);
+    return k <= 63;
   };
 
-  if (nb < 48 && !refill()) return false;
+  if (!refill()) return false;
   int32_t v = 0;
-  int sym = coefficient(dct, dcs, v);
-  if (sym < 0) return false;
-  const int16_t dc_value = (sym & 15) ? int16_t(*last_dc + v) : *last_dc;
+  if (coefficient(dct, dcs, v) == 0) return false;
+  const int16_t dc_value = int16_t(*last_dc + v);  // v is 0 when s = 0
   block[0] = dc_value;
-  int k = 1;  // zig-zag position; 64 - k positions remain
   for (;;) {
-    if (nb < 48 && !refill()) return false;
-    sym = coefficient(act, acs, v);
-    if (HWY_UNLIKELY(sym < 0)) return false;
-    const int run = sym >> 4;
-    if (HWY_LIKELY((sym & 15) != 0)) {
-      k += run + 1;
-      if (HWY_UNLIKELY(k > 72)) return false;  // past the guard positions
-      block[kZigzagDecode.v[k - 1]] = int16_t(v);
-    } else if (run < 15) {
-      break;  // EOB
-    } else {
-      k += 16;  // ZRL
-    }
-    if (k > 63) break;
+    if (HWY_UNLIKELY(!refill())) return false;
+    if (!ac() || !ac()) break;
   }
+  if (!ok) return false;
   *last_dc = dc_value;
   *done = k;
   f.buf = buf;
