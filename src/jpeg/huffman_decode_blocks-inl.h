@@ -180,6 +180,17 @@ HWY_NOINLINE Refilled RefillBytes(const uint8_t* src, uint64_t buf, int nb, int 
   return {buf, nb, rpos, true};
 }
 
+// The decoder's zig-zag order with every position past 63 on coefficient
+// 63: the fast walk stores first and checks the guard positions once per
+// block.
+struct ZigzagFastTable {
+  uint8_t v[80];
+  constexpr ZigzagFastTable() : v() {
+    for (int k = 0; k < 80; ++k) v[k] = k < 64 ? kNaturalOfZigzag[k] : 63;
+  }
+};
+inline constexpr ZigzagFastTable kZigzagFast{};
+
 // A block needs at most 31 + 63 * 31 bits, 248 bytes, with the buffer 8
 // ahead; stuffing doubles them, and the refill reads 8 bytes past its
 // position: this much source lets the kernel skip every bound check.
@@ -229,24 +240,24 @@ HWY_INLINE bool FastBlock(Fast& f, int16_t* block, int16_t* last_dc, const FastT
     return r + (negative & (1 - (1 << s)));
   };
   // One symbol and its value bits: the lookup entry (the search makes the
-  // fields the loop reads: the symbol and the advance), or 0 when the code
-  // is not there.  Codes of up to 8 bits take at most 23 bits with their
-  // value; the search, up to 31, refills after itself, so 33 bits before a
-  // symbol always suffice for the next two.
+  // fields the loop reads: the symbol and the advance).  A code that is not
+  // there clears ok and ends the block.  Codes of up to 8 bits take at most
+  // 23 bits with their value; the search, up to 31, refills after itself,
+  // so 33 bits before a symbol always suffice for the next two.
+  bool ok = true;
   const auto coefficient = [&](const FastTable& t, const DecodeHuffmanSpec* spec,
                                int32_t& v) HWY_ATTR -> uint64_t {
     const uint64_t e = t.e[buf >> (64 - kFastBits)];
     if (HWY_UNLIKELY(e & kSearch)) {
       const Searched r = SearchCoefficient(Regs{buf, nb, int(vc)}, spec);
-      if (r.sym < 0) return 0;
-      buf = r.r.buf;
-      nb = r.r.nb;
-      vc = size_t(r.r.vc);
+      if (r.sym < 0 || !(buf = r.r.buf, nb = r.r.nb, vc = size_t(r.r.vc), refill())) {
+        ok = false;
+        return 0;
+      }
       v = r.v;
-      if (!refill()) return 0;
       const int s = r.sym & 15, run = r.sym >> 4;
       const uint64_t advance = uint64_t(s != 0 ? run + 1 : (run == 15 ? 16 : 0));
-      return kSearch | (advance << 48) | (uint64_t(r.sym) << 16);
+      return advance << 48;
     }
     vc = kCarefulSteps.step[vc + ((e >> 8) & 0xFF)];
     v = value(e);
@@ -254,33 +265,32 @@ HWY_INLINE bool FastBlock(Fast& f, int16_t* block, int16_t* last_dc, const FastT
     nb -= int(e & 0xFF);
     return e;
   };
-  // One AC coefficient into the block; false at the end of the block, with
-  // ok false when the fast walk cannot take it.
+  // One AC coefficient into the block; false at its end.  A run past the
+  // guard positions (k above 72) lands on coefficient 63 like the guards
+  // and is turned down after the loop: the careful decoder that takes the
+  // block over starts from a zeroed block.
   int k = 1;  // zig-zag position; 64 - k positions remain
-  bool ok = true;
   const auto ac = [&]() HWY_ATTR -> bool {
     int32_t v = 0;
-    const uint64_t e = coefficient(act, acs, v);
-    if (HWY_UNLIKELY(e == 0)) return ok = false;
-    const int advance = int((e >> 48) & 0xFF);
-    if (advance == 0) return false;  // EOB
+    const int advance = int((coefficient(act, acs, v) >> 48) & 0xFF);
+    if (advance == 0) return false;  // EOB, or no code
     k += advance;
-    if (HWY_UNLIKELY(k > 72)) return ok = false;  // past the guard positions
     // A ZRL stores its 0 on a position no coefficient has reached yet.
-    block[kZigzagDecode.v[k - 1]] = int16_t(v);
+    block[kZigzagFast.v[k - 1]] = int16_t(v);
     return k <= 63;
   };
 
   if (!refill()) return false;
   int32_t v = 0;
-  if (coefficient(dct, dcs, v) == 0) return false;
+  coefficient(dct, dcs, v);
+  if (!ok) return false;
   const int16_t dc_value = int16_t(*last_dc + v);  // v is 0 when s = 0
   block[0] = dc_value;
   for (;;) {
     if (HWY_UNLIKELY(!refill())) return false;
     if (!ac() || !ac()) break;
   }
-  if (!ok) return false;
+  if (!ok || k > 72) return false;
   *last_dc = dc_value;
   *done = k;
   f.buf = buf;
