@@ -2,16 +2,18 @@
 // target.  No checks here: the driver in huffman_decode_blocks.h has
 // checked the arguments.
 //
-// Once per call the kernel turns each table the run uses into a 9-bit
-// lookup that resolves a code together with its value bits where both fit
-// (one load per coefficient), then decodes block after block with the bit
-// buffer in registers, writing the caller's position and state back once,
-// at the end.  Beside its 64-bit buffer it keeps the careful reader's
-// valid-bit count, so the state it leaves is the careful one; it refills
-// eight bytes at a time while none of them is 0xFF and byte by byte,
-// unstuffing FF 00, otherwise.  A block near the end of the source, after a
-// marker, over a marker or fill bytes, or with codes the fast walk does not
-// take goes to the careful decoder from the state before it.
+// Once per call the kernel turns each table the run uses into an 8-bit
+// lookup that gives, per code, everything the loop needs (bits taken, the
+// careful reader's step, the zig-zag advance), then decodes block after
+// block with the bit buffer in registers, writing the caller's position and
+// state back once, at the end.  The value bits are read without a branch.
+// Beside its 64-bit buffer it keeps the careful reader's valid-bit count,
+// so the state it leaves is the careful one; before every two coefficients
+// it refills to 56..63 bits without a branch while none of the next eight
+// bytes is 0xFF, and byte by byte, unstuffing FF 00, otherwise.  A block
+// near the end of the source, after a marker, over a marker or fill bytes,
+// or with codes the fast walk does not take goes to the careful decoder
+// from the state before it.
 #if defined(RVT_JPEG_HUFFMAN_DECODE_BLOCKS_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef RVT_JPEG_HUFFMAN_DECODE_BLOCKS_INL_H_
 #undef RVT_JPEG_HUFFMAN_DECODE_BLOCKS_INL_H_
@@ -70,7 +72,8 @@ HWY_INLINE bool HasFFByte(uint64_t w) {
 // same moments, only later.
 struct Fast {
   const uint8_t* src;
-  uint64_t buf;  // nb valid bits, left-aligned (oldest in bit 63), zeros below
+  uint64_t buf;  // nb valid bits, left-aligned (oldest in bit 63); below them
+                 // zeros or bits of the next bytes
   int nb;
   int rpos;      // next source byte for buf
   int vc;        // careful count * 128
