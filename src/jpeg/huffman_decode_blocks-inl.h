@@ -34,11 +34,11 @@ using huffman_decode::kCarefulSteps;
 
 // Lookup of the next 8 bits, one entry per code of up to 8 bits.  Entry
 // fields: bits 0..7 the bits the symbol takes in all (code and value bits),
-// 8..15 the careful step column (code length - 1) * 16 + s, 16..23 the
-// symbol, 24..31 s, 32..39 the code length, bit 40 set when no code of up to
-// 8 bits is there (longer codes and data no code covers: the bit-by-bit
-// search), 48..55 the zig-zag advance of an AC symbol (run + 1; 16 for ZRL;
-// 0 for an end of block).  The value bits are always read from the buffer,
+// 8..15 the careful step column (code length - 1) * 16 + s, 16..23 the code
+// length, 24..31 63 - s, 32..39 the zig-zag advance of an AC symbol (run +
+// 1; 16 for ZRL; 0 for an end of block), bit 40 set when no code of up to 8
+// bits is there (longer codes and data no code covers: the bit-by-bit
+// search), 48..63 what a negative value adds to its bits, 1 - 2^s.  The value bits are always read from the buffer,
 // without a branch: a lookup that resolved them too saved a load but cost a
 // mispredicted branch on every other coefficient of a q90 photo.
 constexpr int kFastBits = 8;
@@ -57,8 +57,9 @@ HWY_NOINLINE void BuildFastTable(const DecodeHuffmanSpec* t, FastTable* out) {
     }
     const uint32_t sym = le & 0xFF, s = sym & 15, run = sym >> 4;
     const uint32_t advance = s != 0 ? run + 1 : (run == 15 ? 16 : 0);
-    out->e[i] = (len + s) | (uint64_t((len - 1) * 16 + s) << 8) | (uint64_t(sym) << 16) |
-                (uint64_t(s) << 24) | (uint64_t(len) << 32) | (uint64_t(advance) << 48);
+    out->e[i] = (len + s) | (uint64_t((len - 1) * 16 + s) << 8) | (uint64_t(len) << 16) |
+                (uint64_t(63 - s) << 24) | (uint64_t(advance) << 32) |
+                (uint64_t(uint16_t(int16_t(1 - (1 << s)))) << 48);
   }
 }
 
@@ -183,13 +184,14 @@ HWY_NOINLINE Refilled RefillBytes(const uint8_t* src, uint64_t buf, int nb, int 
   return {buf, nb, rpos, true};
 }
 
-// The decoder's zig-zag order with every position past 63 on coefficient
+// The decoder's zig-zag order by the position after a coefficient (entry k
+// for zig-zag position k - 1), with every position past 63 on coefficient
 // 63: the fast walk stores first and checks the guard positions once per
 // block.
 struct ZigzagFastTable {
   uint8_t v[80];
   constexpr ZigzagFastTable() : v() {
-    for (int k = 0; k < 80; ++k) v[k] = k < 64 ? kNaturalOfZigzag[k] : 63;
+    for (int k = 1; k < 80; ++k) v[k] = k <= 64 ? kNaturalOfZigzag[k - 1] : 63;
   }
 };
 inline constexpr ZigzagFastTable kZigzagFast{};
@@ -236,11 +238,10 @@ HWY_INLINE bool FastBlock(Fast& f, int16_t* block, int16_t* last_dc, const FastT
   // The value bits after the code, extended; 0 when s = 0.  (t >> 1) >> (63
   // - s) keeps the shift below 64 for s = 0.
   const auto value = [&](uint64_t e) HWY_ATTR -> int32_t {
-    const int s = int((e >> 24) & 0xFF);
-    const uint64_t t = buf << ((e >> 32) & 63);
-    const int32_t r = int32_t((t >> 1) >> (63 - s));
+    const uint64_t t = buf << ((e >> 16) & 63);
+    const int32_t r = int32_t((t >> 1) >> ((e >> 24) & 63));
     const int32_t negative = ~int32_t(int64_t(t) >> 63);  // top bit clear
-    return r + (negative & (1 - (1 << s)));
+    return r + (negative & int32_t(int64_t(e) >> 48));
   };
   // One symbol and its value bits: the lookup entry (the search makes the
   // fields the loop reads: the symbol and the advance).  A code that is not
@@ -260,7 +261,7 @@ HWY_INLINE bool FastBlock(Fast& f, int16_t* block, int16_t* last_dc, const FastT
       v = r.v;
       const int s = r.sym & 15, run = r.sym >> 4;
       const uint64_t advance = uint64_t(s != 0 ? run + 1 : (run == 15 ? 16 : 0));
-      return advance << 48;
+      return advance << 32;
     }
     vc = kCarefulSteps.step[vc + ((e >> 8) & 0xFF)];
     v = value(e);
@@ -272,14 +273,14 @@ HWY_INLINE bool FastBlock(Fast& f, int16_t* block, int16_t* last_dc, const FastT
   // guard positions (k above 72) lands on coefficient 63 like the guards
   // and is turned down after the loop: the careful decoder that takes the
   // block over starts from a zeroed block.
-  int k = 1;  // zig-zag position; 64 - k positions remain
+  size_t k = 1;  // zig-zag position; 64 - k positions remain
   const auto ac = [&]() HWY_ATTR -> bool {
     int32_t v = 0;
-    const int advance = int((coefficient(act, acs, v) >> 48) & 0xFF);
+    const size_t advance = uint8_t(coefficient(act, acs, v) >> 32);
     if (advance == 0) return false;  // EOB, or no code
     k += advance;
     // A ZRL stores its 0 on a position no coefficient has reached yet.
-    block[kZigzagFast.v[k - 1]] = int16_t(v);
+    block[kZigzagFast.v[k]] = int16_t(v);
     return k <= 63;
   };
 
@@ -295,7 +296,7 @@ HWY_INLINE bool FastBlock(Fast& f, int16_t* block, int16_t* last_dc, const FastT
   }
   if (!ok || k > 72) return false;
   *last_dc = dc_value;
-  *done = k;
+  *done = int(k);
   f.buf = buf;
   f.nb = nb;
   f.rpos = rpos;
