@@ -36,13 +36,13 @@ using huffman_decode::kCarefulSteps;
 // fields: bits 0..7 the bits the symbol takes in all (code and value bits),
 // 8..15 the careful step column (code length - 1) * 16 + s, 16..23 the code
 // length, 24..31 63 - s, 32..39 the zig-zag advance of an AC symbol (run +
-// 1; 16 for ZRL; 0 for an end of block), bit 40 set when no code of up to 8
-// bits is there (longer codes and data no code covers: the bit-by-bit
-// search), 48..63 what a negative value adds to its bits, 1 - 2^s.  The value bits are always read from the buffer,
+// 1; 16 for ZRL; 0 for an end of block), 48..63 what a negative value adds
+// to its bits, 1 - 2^s.  An entry of 0 (no bits taken) marks bits no code of
+// up to 8 bits covers: longer codes and data no code covers go to the
+// bit-by-bit search.  The value bits are always read from the buffer,
 // without a branch: a lookup that resolved them too saved a load but cost a
 // mispredicted branch on every other coefficient of a q90 photo.
 constexpr int kFastBits = 8;
-constexpr uint64_t kSearch = uint64_t(1) << 40;
 struct FastTable {
   uint64_t e[1 << kFastBits];
 };
@@ -52,7 +52,7 @@ HWY_NOINLINE void BuildFastTable(const DecodeHuffmanSpec* t, FastTable* out) {
     const uint32_t le = t->lookup[i];
     const uint32_t len = (le >> 16) & 0xFF;  // as the careful reader reads it
     if (len - 1 >= 8) {
-      out->e[i] = kSearch;
+      out->e[i] = 0;
       continue;
     }
     const uint32_t sym = le & 0xFF, s = sym & 15, run = sym >> 4;
@@ -63,9 +63,11 @@ HWY_NOINLINE void BuildFastTable(const DecodeHuffmanSpec* t, FastTable* out) {
   }
 }
 
-// True when one of the eight bytes of w is 0xFF.
+// True when one of the eight bytes of w is 0xFF: a zero byte of ~w.  (A
+// borrow can mark the byte above a zero byte too, but only when there is
+// one.)
 HWY_INLINE bool HasFFByte(uint64_t w) {
-  return (((w & 0x7F7F7F7F7F7F7F7Full) + 0x0101010101010101ull) & w & 0x8080808080808080ull) != 0;
+  return ((~w - 0x0101010101010101ull) & w & 0x8080808080808080ull) != 0;
 }
 
 // The bit buffer and, beside it, the careful reader's valid-bit count
@@ -252,7 +254,7 @@ HWY_INLINE bool FastBlock(Fast& f, int16_t* block, int16_t* last_dc, const FastT
   const auto coefficient = [&](const FastTable& t, const DecodeHuffmanSpec* spec,
                                int32_t& v) HWY_ATTR -> uint64_t {
     const uint64_t e = t.e[buf >> (64 - kFastBits)];
-    if (HWY_UNLIKELY(e & kSearch)) {
+    if (HWY_UNLIKELY(uint8_t(e) == 0)) {
       const Searched r = SearchCoefficient(Regs{buf, nb, int(vc)}, spec);
       if (r.sym < 0 || !(buf = r.r.buf, nb = r.r.nb, vc = size_t(r.r.vc), refill())) {
         ok = false;
