@@ -288,6 +288,7 @@ void Encoder::Impl::CodeRange(const Image& image, const Layout& l, int restart_i
   const auto to_blocks = l.h == 1   ? rvtiRGBToYCbCr444LS_MCU_8u16s_C3P3R
                          : l.v == 1 ? rvtiRGBToYCbCr422LS_MCU_8u16s_C3P3R
                                     : rvtiRGBToYCbCr420LS_MCU_8u16s_C3P3R;
+  constexpr int kPrefetchMcus = 4;
   alignas(64) uint8_t edge[16 * 48];  // an MCU cut by the image's edge, edges replicated
   for (int my = row_begin; my <= row_end; ++my) {
     StageClock clock(timing);
@@ -302,6 +303,15 @@ void Encoder::Impl::CodeRange(const Image& image, const Layout& l, int restart_i
         const int x0 = mx * l.mcu_w;
         const uint8_t* px = image.row(y0) + size_t(x0) * 3;
         int32_t px_step = int32_t(width) * 3;
+        // The pixels of an MCU lie on mcu_h rows far apart: ask for those a
+        // few MCUs ahead, so the conversion finds them in the cache.
+        if (x0 + (kPrefetchMcus + 1) * l.mcu_w <= width) {
+          const uint8_t* ahead = px + size_t(kPrefetchMcus) * l.mcu_w * 3;
+          for (int y = 0; y < rows; ++y) {
+            __builtin_prefetch(ahead + size_t(y) * px_step);
+            __builtin_prefetch(ahead + size_t(y) * px_step + size_t(l.mcu_w) * 3 - 1);
+          }
+        }
         if (x0 + l.mcu_w > width || rows < l.mcu_h) {
           const int cols = std::min(l.mcu_w, width - x0);
           for (int y = 0; y < l.mcu_h; ++y) {

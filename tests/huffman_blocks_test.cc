@@ -241,6 +241,52 @@ TEST(HuffmanBlocks, EveryPathDecodesAsTheBlockDecoder) {
   EXPECT_GT(markers_seen, 20);
 }
 
+// Runs that end on the guard positions: ZRLs past coefficient 63 end the
+// block, a run landing on positions 64..71 sets coefficient 63, one past 71
+// is an error; with enough data after them for every fast walk.
+TEST(HuffmanBlocks, RunsIntoTheGuardPositionsAsTheBlockDecoder) {
+  // DC: '0' is size 0.  AC, 3-bit codes: EOB, ZRL, 0/1, 14/1, 10/1.
+  const test::DecSpec dc(test::HuffTable{{1}, {0x00}});
+  const test::DecSpec ac(test::HuffTable{{0, 0, 5}, {0x00, 0xF0, 0x01, 0xE1, 0xA1}});
+  ASSERT_TRUE(dc.ok && ac.ok);
+  // Four ZRLs; three ZRLs, 10/1 +1, 10/1 +1 (onto 71); three ZRLs, 10/1 +1,
+  // 14/1 +1 (onto 75); then DC-and-EOB blocks.
+  std::vector<uint8_t> bytes = {0x12, 0x48, 0x93, 0x32, 0x24, 0xCB, 0x80};
+  bytes.resize(1200, 0);
+  const DecodeHuffmanSpec* dcs[4] = {&dc.spec, &dc.spec, &dc.spec, &dc.spec};
+  const DecodeHuffmanSpec* acs[4] = {&ac.spec, &ac.spec, &ac.spec, &ac.spec};
+  const int comp[1] = {0};
+  std::vector<int16_t> want(4 * 64, 0);
+  int pos = 0, marker = 0, nwant = 0;
+  int16_t last = 0;
+  DecodeHuffmanState st = test::FreshDecodeState();
+  RvtResult status = rvtStatusOk;
+  for (; nwant < 4 && status == rvtStatusOk; ++nwant) {
+    status = rvtiDecodeHuffman8x8_JPEG_1u16s_C1(bytes.data(), int(bytes.size()), &pos,
+                                                &want[size_t(nwant) * 64], &last, &marker, &dc.spec,
+                                                &ac.spec, &st);
+  }
+  ASSERT_EQ(status, rvtStatusErr);
+  ASSERT_EQ(nwant, 3);
+  EXPECT_EQ(want[64 + 63], 1);
+  for (const auto& t : test::AllTargets(kRun)) {
+    std::vector<int16_t> got(4 * 64, 0);
+    int gpos = 0, gmarker = 0, nd = -1, done[4];
+    int16_t gdc[4] = {0, 0, 0, 0};
+    DecodeHuffmanState gst = test::FreshDecodeState();
+    EXPECT_EQ(t.fn(bytes.data(), int(bytes.size()), &gpos, got.data(), 4, comp, 1, gdc, &gmarker,
+                   dcs, acs, &gst, done, &nd),
+              rvtStatusErr)
+        << t.name;
+    EXPECT_EQ(nd, 2) << t.name;
+    EXPECT_EQ(done[0], 65) << t.name;
+    EXPECT_EQ(done[1], 71) << t.name;
+    EXPECT_EQ(gpos, pos) << t.name;
+    EXPECT_EQ(std::memcmp(&gst, &st, sizeof st), 0) << t.name;
+    EXPECT_TRUE(std::equal(got.begin(), got.begin() + 128, want.begin())) << t.name;
+  }
+}
+
 TEST(HuffmanBlocks, ChecksInArgumentOrderAndWritesNothing) {
   const uint8_t src[4] = {0, 0, 0, 0};
   const int comp[2] = {0, 1};

@@ -2,16 +2,18 @@
 // target.  No checks here: the driver in huffman_decode_blocks.h has
 // checked the arguments.
 //
-// Once per call the kernel turns each table the run uses into a 9-bit
-// lookup that resolves a code together with its value bits where both fit
-// (one load per coefficient), then decodes block after block with the bit
-// buffer in registers, writing the caller's position and state back once,
-// at the end.  Beside its 64-bit buffer it keeps the careful reader's
-// valid-bit count, so the state it leaves is the careful one; it refills
-// eight bytes at a time while none of them is 0xFF and byte by byte,
-// unstuffing FF 00, otherwise.  A block near the end of the source, after a
-// marker, over a marker or fill bytes, or with codes the fast walk does not
-// take goes to the careful decoder from the state before it.
+// Once per call the kernel turns each table the run uses into an 8-bit
+// lookup that gives, per code, everything the loop needs (bits taken, the
+// careful reader's step, the zig-zag advance), then decodes block after
+// block with the bit buffer in registers, writing the caller's position and
+// state back once, at the end.  The value bits are read without a branch.
+// Beside its 64-bit buffer it keeps the careful reader's valid-bit count,
+// so the state it leaves is the careful one; before every two coefficients
+// it refills to 56..63 bits without a branch while none of the next eight
+// bytes is 0xFF, and byte by byte, unstuffing FF 00, otherwise.  A block
+// near the end of the source, after a marker, over a marker or fill bytes,
+// or with codes the fast walk does not take goes to the careful decoder
+// from the state before it.
 #if defined(RVT_JPEG_HUFFMAN_DECODE_BLOCKS_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef RVT_JPEG_HUFFMAN_DECODE_BLOCKS_INL_H_
 #undef RVT_JPEG_HUFFMAN_DECODE_BLOCKS_INL_H_
@@ -30,43 +32,42 @@ namespace rvt::huffman_decode_blocks::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 using huffman_decode::kCarefulSteps;
 
-// Lookup of the next 9 bits.  Entry fields: bits 0..7 the bits the symbol
-// takes in all (code and value bits), 8..15 the careful step column (code
-// length - 1) * 16 + s, 16..23 the symbol, 24..31 the value bits the
-// lookup did not cover (0 when it resolved the value, or s = 0), 32..39 the
-// code length, bit 40 set when the spec's 8-bit lookup has no code there
-// (longer codes and data no code covers: the bit-by-bit search), 48..63 the
-// resolved value.
-constexpr int kFastBits = 9;
-constexpr uint64_t kSearch = uint64_t(1) << 40;
+// Lookup of the next 8 bits, one entry per code of up to 8 bits.  Entry
+// fields: bits 0..7 the bits the symbol takes in all (code and value bits),
+// 8..15 the careful step column (code length - 1) * 16 + s, 16..23 the code
+// length, 24..31 63 - s, 32..39 the zig-zag advance of an AC symbol (run +
+// 1; 16 for ZRL; 0 for an end of block), 48..63 what a negative value adds
+// to its bits, 1 - 2^s.  An entry of 0 (no bits taken) marks bits no code of
+// up to 8 bits covers: longer codes and data no code covers go to the
+// bit-by-bit search.  The value bits are always read from the buffer,
+// without a branch: a lookup that resolved them too saved a load but cost a
+// mispredicted branch on every other coefficient of a q90 photo.
+constexpr int kFastBits = 8;
 struct FastTable {
   uint64_t e[1 << kFastBits];
 };
 
 HWY_NOINLINE void BuildFastTable(const DecodeHuffmanSpec* t, FastTable* out) {
   for (uint32_t i = 0; i < (1u << kFastBits); ++i) {
-    const uint32_t le = t->lookup[i >> (kFastBits - 8)];
+    const uint32_t le = t->lookup[i];
     const uint32_t len = (le >> 16) & 0xFF;  // as the careful reader reads it
     if (len - 1 >= 8) {
-      out->e[i] = kSearch;
+      out->e[i] = 0;
       continue;
     }
-    const uint32_t sym = le & 0xFF, s = sym & 15;
-    uint64_t e = (len + s) | (uint64_t((len - 1) * 16 + s) << 8) | (uint64_t(sym) << 16) |
-                 (uint64_t(len) << 32);
-    if (s != 0 && len + s <= uint32_t(kFastBits)) {
-      const uint32_t r = (i >> (kFastBits - len - s)) & ((1u << s) - 1);
-      e |= uint64_t(uint16_t(int16_t(Extend(r, int(s))))) << 48;
-    } else {
-      e |= uint64_t(s) << 24;
-    }
-    out->e[i] = e;
+    const uint32_t sym = le & 0xFF, s = sym & 15, run = sym >> 4;
+    const uint32_t advance = s != 0 ? run + 1 : (run == 15 ? 16 : 0);
+    out->e[i] = (len + s) | (uint64_t((len - 1) * 16 + s) << 8) | (uint64_t(len) << 16) |
+                (uint64_t(63 - s) << 24) | (uint64_t(advance) << 32) |
+                (uint64_t(uint16_t(int16_t(1 - (1 << s)))) << 48);
   }
 }
 
-// True when one of the eight bytes of w is 0xFF.
+// True when one of the eight bytes of w is 0xFF: a zero byte of ~w.  (A
+// borrow can mark the byte above a zero byte too, but only when there is
+// one.)
 HWY_INLINE bool HasFFByte(uint64_t w) {
-  return (((w & 0x7F7F7F7F7F7F7F7Full) + 0x0101010101010101ull) & w & 0x8080808080808080ull) != 0;
+  return ((~w - 0x0101010101010101ull) & w & 0x8080808080808080ull) != 0;
 }
 
 // The bit buffer and, beside it, the careful reader's valid-bit count
@@ -74,7 +75,8 @@ HWY_INLINE bool HasFFByte(uint64_t w) {
 // same moments, only later.
 struct Fast {
   const uint8_t* src;
-  uint64_t buf;  // nb valid bits, left-aligned (oldest in bit 63), zeros below
+  uint64_t buf;  // nb valid bits, left-aligned (oldest in bit 63); below them
+                 // zeros or bits of the next bytes
   int nb;
   int rpos;      // next source byte for buf
   int vc;        // careful count * 128
@@ -162,15 +164,15 @@ HWY_NOINLINE Searched SearchCoefficient(Regs r, const DecodeHuffmanSpec* t) {
   return out;
 }
 
-// The byte-wise refill over FF 00 pairs; ok false at a marker or fill
-// byte.
+// The byte-wise refill over FF 00 pairs, to 56..63 bits; ok false at a
+// marker or fill byte.
 struct Refilled {
   uint64_t buf;
   int nb, rpos;
   bool ok;
 };
 HWY_NOINLINE Refilled RefillBytes(const uint8_t* src, uint64_t buf, int nb, int rpos) {
-  while (nb <= 56) {
+  while (nb < 56) {
     const uint32_t b = src[rpos];
     if (b == 0xFF) {
       if (src[rpos + 1] != 0) return {buf, nb, rpos, false};
@@ -183,6 +185,18 @@ HWY_NOINLINE Refilled RefillBytes(const uint8_t* src, uint64_t buf, int nb, int 
   }
   return {buf, nb, rpos, true};
 }
+
+// The decoder's zig-zag order by the position after a coefficient (entry k
+// for zig-zag position k - 1), with every position past 63 on coefficient
+// 63: the fast walk stores first and checks the guard positions once per
+// block.
+struct ZigzagFastTable {
+  uint8_t v[80];
+  constexpr ZigzagFastTable() : v() {
+    for (int k = 1; k < 80; ++k) v[k] = k <= 64 ? kNaturalOfZigzag[k - 1] : 63;
+  }
+};
+inline constexpr ZigzagFastTable kZigzagFast{};
 
 // A block needs at most 31 + 63 * 31 bits, 248 bytes, with the buffer 8
 // ahead; stuffing doubles them, and the refill reads 8 bytes past its
@@ -200,77 +214,91 @@ HWY_INLINE bool FastBlock(Fast& f, int16_t* block, int16_t* last_dc, const FastT
   // Unsigned and pointer-wide: the step chain is one load and one add.
   size_t vc = size_t(f.vc);
   bool stuffed = f.stuffed;
-  // Tops buf up to 57..64 bits, eight bytes at a time while none is 0xFF.
+  // Tops buf up to 56..63 bits without a branch while none of the next
+  // eight bytes is 0xFF: their bits go in below the valid ones (the bits of
+  // the partly taken byte too, which the next refill writes again, the
+  // same), and whole bytes are counted.  Byte by byte, unstuffing, near an
+  // 0xFF; false at a marker or fill byte.
   const auto refill = [&]() HWY_ATTR -> bool {
     uint64_t w;
     std::memcpy(&w, src + rpos, 8);
     w = __builtin_bswap64(w);
-    const int k = (63 - nb) >> 3;  // 2..7 whole bytes
-    const uint64_t taken = w >> (64 - 8 * k);
-    if (HWY_LIKELY(!HasFFByte(taken))) {
-      buf |= taken << (64 - nb - 8 * k);
-      nb += 8 * k;
-      rpos += k;
+    if (HWY_LIKELY(!HasFFByte(w))) {
+      buf |= w >> nb;
+      rpos += (63 - nb) >> 3;
+      nb |= 56;
       return true;
     }
-    const Refilled r = RefillBytes(src, buf, nb, rpos);
+    const uint64_t valid = nb ? buf & (~uint64_t(0) << (64 - nb)) : 0;
+    const Refilled r = RefillBytes(src, valid, nb, rpos);
     buf = r.buf;
     nb = r.nb;
     rpos = r.rpos;
     stuffed = true;
     return r.ok;
   };
-  // One symbol and its value bits (in v when s > 0); the symbol or -1.
+  // The value bits after the code, extended; 0 when s = 0.  (t >> 1) >> (63
+  // - s) keeps the shift below 64 for s = 0.
+  const auto value = [&](uint64_t e) HWY_ATTR -> int32_t {
+    const uint64_t t = buf << ((e >> 16) & 63);
+    const int32_t r = int32_t((t >> 1) >> ((e >> 24) & 63));
+    const int32_t negative = ~int32_t(int64_t(t) >> 63);  // top bit clear
+    return r + (negative & int32_t(int64_t(e) >> 48));
+  };
+  // One symbol and its value bits: the lookup entry (the search makes the
+  // fields the loop reads: the symbol and the advance).  A code that is not
+  // there clears ok and ends the block.  Codes of up to 8 bits take at most
+  // 23 bits with their value; the search, up to 31, refills after itself,
+  // so 33 bits before a symbol always suffice for the next two.
+  bool ok = true;
   const auto coefficient = [&](const FastTable& t, const DecodeHuffmanSpec* spec,
-                               int32_t& v) HWY_ATTR -> int {
+                               int32_t& v) HWY_ATTR -> uint64_t {
     const uint64_t e = t.e[buf >> (64 - kFastBits)];
-    if (HWY_UNLIKELY(e & kSearch)) {
+    if (HWY_UNLIKELY(uint8_t(e) == 0)) {
       const Searched r = SearchCoefficient(Regs{buf, nb, int(vc)}, spec);
-      buf = r.r.buf;
-      nb = r.r.nb;
-      vc = size_t(r.r.vc);
+      if (r.sym < 0 || !(buf = r.r.buf, nb = r.r.nb, vc = size_t(r.r.vc), refill())) {
+        ok = false;
+        return 0;
+      }
       v = r.v;
-      return r.sym;
+      const int s = r.sym & 15, run = r.sym >> 4;
+      const uint64_t advance = uint64_t(s != 0 ? run + 1 : (run == 15 ? 16 : 0));
+      return advance << 32;
     }
     vc = kCarefulSteps.step[vc + ((e >> 8) & 0xFF)];
-    v = int32_t(int64_t(e) >> 48);
-    const int ps = int((e >> 24) & 0xFF);
-    if (ps != 0) {
-      // Value bits the lookup did not cover follow the code.
-      const uint32_t r = uint32_t((buf << ((e >> 32) & 0xFF)) >> (64 - ps));
-      v = Extend(r, ps);
-    }
-    const int n = int(e & 0xFF);
-    buf <<= n;
-    nb -= n;
-    return int((e >> 16) & 0xFF);
+    v = value(e);
+    buf <<= (e & 63);
+    nb -= int(e & 0xFF);
+    return e;
+  };
+  // One AC coefficient into the block; false at its end.  A run past the
+  // guard positions (k above 72) lands on coefficient 63 like the guards
+  // and is turned down after the loop: the careful decoder that takes the
+  // block over starts from a zeroed block.
+  size_t k = 1;  // zig-zag position; 64 - k positions remain
+  const auto ac = [&]() HWY_ATTR -> bool {
+    int32_t v = 0;
+    const size_t advance = uint8_t(coefficient(act, acs, v) >> 32);
+    if (advance == 0) return false;  // EOB, or no code
+    k += advance;
+    // A ZRL stores its 0 on a position no coefficient has reached yet.
+    block[kZigzagFast.v[k]] = int16_t(v);
+    return k <= 63;
   };
 
-  if (nb < 48 && !refill()) return false;
+  if (!refill()) return false;
   int32_t v = 0;
-  int sym = coefficient(dct, dcs, v);
-  if (sym < 0) return false;
-  const int16_t dc_value = (sym & 15) ? int16_t(*last_dc + v) : *last_dc;
+  coefficient(dct, dcs, v);
+  if (!ok) return false;
+  const int16_t dc_value = int16_t(*last_dc + v);  // v is 0 when s = 0
   block[0] = dc_value;
-  int k = 1;  // zig-zag position; 64 - k positions remain
   for (;;) {
-    if (nb < 48 && !refill()) return false;
-    sym = coefficient(act, acs, v);
-    if (HWY_UNLIKELY(sym < 0)) return false;
-    const int run = sym >> 4;
-    if (HWY_LIKELY((sym & 15) != 0)) {
-      k += run + 1;
-      if (HWY_UNLIKELY(k > 72)) return false;  // past the guard positions
-      block[kZigzagDecode.v[k - 1]] = int16_t(v);
-    } else if (run < 15) {
-      break;  // EOB
-    } else {
-      k += 16;  // ZRL
-    }
-    if (k > 63) break;
+    if (HWY_UNLIKELY(!refill())) return false;
+    if (!ac() || !ac()) break;
   }
+  if (!ok || k > 72) return false;
   *last_dc = dc_value;
-  *done = k;
+  *done = int(k);
   f.buf = buf;
   f.nb = nb;
   f.rpos = rpos;
