@@ -274,9 +274,10 @@ RVT_T1_INLINE int Truth(const Planes& b, int i, int plane) {
   else return 0;
 }
 
-template <bool kEnc>
-void FastSignificance(Planes& b, Coder<kEnc>& home, int plane, int band, bool raw, bool causal) {
+template <bool kEnc, bool raw>
+void FastSignificance(Planes& home_b, Coder<kEnc>& home, int plane, int band, bool causal) {
   Local<kEnc> c(home);
+  Planes b = home_b;
   const uint8_t* zc = kTables.zc[ZcTable(band)];
   const int s = b.stride;
   for (int y0 = 0; y0 < b.h; y0 += 4) {
@@ -302,9 +303,10 @@ void FastSignificance(Planes& b, Coder<kEnc>& home, int plane, int band, bool ra
   c.Save();
 }
 
-template <bool kEnc>
-void FastRefinement(Planes& b, Coder<kEnc>& home, int plane, bool raw) {
+template <bool kEnc, bool raw>
+void FastRefinement(Planes& home_b, Coder<kEnc>& home, int plane) {
   Local<kEnc> c(home);
+  Planes b = home_b;
   const int s = b.stride;
   for (int y0 = 0; y0 < b.h; y0 += 4) {
     const int rows = b.h - y0 < 4 ? b.h - y0 : 4;
@@ -334,8 +336,9 @@ void FastRefinement(Planes& b, Coder<kEnc>& home, int plane, bool raw) {
 }
 
 template <bool kEnc>
-void FastCleanup(Planes& b, Coder<kEnc>& home, int plane, int band, bool causal, bool segsym) {
+void FastCleanup(Planes& home_b, Coder<kEnc>& home, int plane, int band, bool causal, bool segsym) {
   Local<kEnc> c(home);
+  Planes b = home_b;
   const uint8_t* zc = kTables.zc[ZcTable(band)];
   const int s = b.stride;
   constexpr uint32_t kBusy = kFSig | kFVisit | kNeighbours;
@@ -405,8 +408,14 @@ void RunFastPass(Planes& b, Coder<kEnc>& c, int k, int planes, int band, int sty
   const bool causal = style & rvtJ2KStyleVCausal;
   const bool raw = IsRaw(k, style);
   switch (PassType(k)) {
-    case kSig: FastSignificance(b, c, plane, band, raw, causal); break;
-    case kRef: FastRefinement(b, c, plane, raw); break;
+    case kSig:
+      if (raw) FastSignificance<kEnc, true>(b, c, plane, band, causal);
+      else FastSignificance<kEnc, false>(b, c, plane, band, causal);
+      break;
+    case kRef:
+      if (raw) FastRefinement<kEnc, true>(b, c, plane);
+      else FastRefinement<kEnc, false>(b, c, plane);
+      break;
     case kClean: FastCleanup(b, c, plane, band, causal, style & rvtJ2KStyleSegSym); break;
   }
 }
