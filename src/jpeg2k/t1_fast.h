@@ -216,6 +216,12 @@ struct Local<true> {
   RawEncoder raw;
   Sink sink;
   unsigned __int128 err;
+  // The pass's reduction of the squared error (a refinement may also raise
+  // one), in 64 bits while it fits: a coefficient coded in plane p changes
+  // its error by less than 4^(p+1), so 4096 of them in a pass below plane
+  // 25 by less than 2^62; higher planes fold each change in at once.
+  int64_t gain = 0;
+  bool wide = false;
   uint8_t cx[kContexts];
   Coder<true>* home;
   explicit Local(Coder<true>& c) : mq(c.mq), raw(c.raw), sink(c.sink), err(c.err), home(&c) {
@@ -225,8 +231,15 @@ struct Local<true> {
     home->mq = mq;
     home->raw = raw;
     home->sink = sink;
-    home->err = err;
+    home->err = err - static_cast<unsigned __int128>(static_cast<__int128>(gain));
     for (int i = 0; i < kContexts; ++i) home->cx[i] = Ctx{uint8_t(cx[i] >> 1), uint8_t(cx[i] & 1)};
+  }
+  RVT_T1_INLINE void Gain(int64_t d) {
+    gain += d;
+    if (__builtin_expect(wide, 0)) {
+      err -= static_cast<unsigned __int128>(static_cast<__int128>(gain));
+      gain = 0;
+    }
   }
   RVT_T1_INLINE int Mq(int ctx, int bit) {
     EncodeSym(mq, sink, cx[ctx], bit);
@@ -246,8 +259,7 @@ RVT_T1_INLINE void Significant(Planes& b, Local<kEnc>& c, uint32_t* f, int i, in
   SetSignificant(f, b.stride, y, causal, neg);
   if constexpr (kEnc) {
     const uint64_t m = b.mag[i];
-    c.err -= m * m;
-    c.err += Err2(m, true, plane);
+    c.Gain(int64_t(m * m - Err2(m, true, plane)));
   } else {
     b.mag[i] = uint32_t(1) << plane;
   }
@@ -277,6 +289,7 @@ RVT_T1_INLINE int Truth(const Planes& b, int i, int plane) {
 template <bool kEnc, bool raw>
 void FastSignificance(Planes& home_b, Coder<kEnc>& home, int plane, int band, bool causal) {
   Local<kEnc> c(home);
+  if constexpr (kEnc) c.wide = plane > 24;
   Planes b = home_b;
   const uint8_t* zc = kTables.zc[ZcTable(band)];
   const int s = b.stride;
@@ -306,6 +319,7 @@ void FastSignificance(Planes& home_b, Coder<kEnc>& home, int plane, int band, bo
 template <bool kEnc, bool raw>
 void FastRefinement(Planes& home_b, Coder<kEnc>& home, int plane) {
   Local<kEnc> c(home);
+  if constexpr (kEnc) c.wide = plane > 24;
   Planes b = home_b;
   const int s = b.stride;
   for (int y0 = 0; y0 < b.h; y0 += 4) {
@@ -323,8 +337,7 @@ void FastRefinement(Planes& home_b, Coder<kEnc>& home, int plane) {
         const int bit = raw ? c.Raw(t) : c.Mq(ctx, t);
         *f = fl | kFRefined;
         if constexpr (kEnc) {
-          c.err -= Err2(b.mag[i], true, b.low[i]);
-          c.err += Err2(b.mag[i], true, plane);
+          c.Gain(int64_t(Err2(b.mag[i], true, b.low[i]) - Err2(b.mag[i], true, plane)));
         } else {
           b.mag[i] |= uint32_t(bit) << plane;
         }
@@ -338,6 +351,7 @@ void FastRefinement(Planes& home_b, Coder<kEnc>& home, int plane) {
 template <bool kEnc>
 void FastCleanup(Planes& home_b, Coder<kEnc>& home, int plane, int band, bool causal, bool segsym) {
   Local<kEnc> c(home);
+  if constexpr (kEnc) c.wide = plane > 24;
   Planes b = home_b;
   const uint8_t* zc = kTables.zc[ZcTable(band)];
   const int s = b.stride;
