@@ -153,22 +153,24 @@ void Step(DecHeader* h, const uint8_t* src, const int32_t* segLen, int n) {
   }
 }
 
+// Branch-free per coefficient: the magnitude and its half step are masked
+// by significance (the planes of a coefficient never significant are left
+// as they were), the sign applied as a two's-complement negation.
 void Reconstruct(const DecHeader* h, uint8_t* dst, int32_t dstStep) {
   const Planes b = DecPlanes(const_cast<DecHeader*>(h), 0);
   const uint64_t roiLimit = h->roi > 0 ? uint64_t(1) << h->roi : ~uint64_t(0);
   for (int y = 0; y < b.h; ++y) {
     uint8_t* row = dst + int64_t(y) * dstStep;
+    const uint32_t* fr = &b.F(0, y);
+    const uint32_t* mr = b.mag + y * b.w;
+    const uint8_t* lr = b.low + y * b.w;
     for (int x = 0; x < b.w; ++x) {
-      const uint32_t f = b.F(x, y);
-      int32_t v = 0;
-      if (f & kFSig) {
-        const int i = y * b.w + x;
-        uint32_t m = b.mag[i];
-        if (b.low[i] > 0) m += uint32_t(1) << (b.low[i] - 1);
-        if (m >= roiLimit) m >>= h->roi;
-        v = (f & kFNeg) ? -int32_t(m) : int32_t(m);
-      }
-      Store32(row + 4 * x, v);
+      const uint32_t f = fr[x];
+      const uint32_t sig = (f & kFSig) ? ~0u : 0u;
+      const uint32_t neg = (f & kFNeg) ? ~0u : 0u;
+      uint32_t m = (mr[x] + ((uint32_t(1) << (lr[x] & 31)) >> 1)) & sig;
+      if (m >= roiLimit) m >>= h->roi;
+      Store32(row + 4 * x, int32_t((m ^ neg) - neg));
     }
   }
 }
