@@ -59,7 +59,7 @@ inline unsigned SignIndex(uint32_t f) {
 
 // Marks f (at row y) significant and tells its neighbours; with vertically
 // causal stripes the stripe above does not learn of its first row.
-inline void SetSignificant(uint32_t* f, int stride, int y, bool causal, int neg) {
+inline void SetSignificant(FlagWord* f, int stride, int y, bool causal, int neg) {
   const uint32_t n = neg ? 1u : 0u;
   f[0] |= kFSig | (n ? uint32_t(kFNeg) : 0u);
   f[-1] |= kE | (n * kENeg);
@@ -254,7 +254,7 @@ struct Local<true> {
 // ------------------------------------------------------------ the passes
 
 template <bool kEnc>
-RVT_T1_INLINE void Significant(Planes& b, Local<kEnc>& c, uint32_t* f, int i, int y, int plane, int neg,
+RVT_T1_INLINE void Significant(Planes& b, Local<kEnc>& c, FlagWord* f, int i, int y, int plane, int neg,
                                bool causal) {
   SetSignificant(f, b.stride, y, causal, neg);
   if constexpr (kEnc) {
@@ -267,7 +267,7 @@ RVT_T1_INLINE void Significant(Planes& b, Local<kEnc>& c, uint32_t* f, int i, in
 }
 
 template <bool kEnc>
-RVT_T1_INLINE void Sign(Planes& b, Local<kEnc>& c, uint32_t* f, int i, int y, int plane, bool raw, bool causal) {
+RVT_T1_INLINE void Sign(Planes& b, Local<kEnc>& c, FlagWord* f, int i, int y, int plane, bool raw, bool causal) {
   const int truth = kEnc ? ((*f & kFNeg) ? 1 : 0) : 0;
   int neg;
   if (raw) {
@@ -295,9 +295,9 @@ void FastSignificance(Planes& home_b, Coder<kEnc>& home, int plane, int band, bo
   const int s = b.stride;
   for (int y0 = 0; y0 < b.h; y0 += 4) {
     const int rows = b.h - y0 < 4 ? b.h - y0 : 4;
-    uint32_t* col = &b.F(0, y0);
+    FlagWord* col = &b.F(0, y0);
     for (int x = 0; x < b.w; ++x, ++col) {
-      uint32_t* f = col;
+      FlagWord* f = col;
       if (rows == 4) {  // nothing to code: no neighbour significant, or all four significant
         const uint32_t f0 = f[0], f1 = f[s], f2 = f[2 * s], f3 = f[3 * s];
         if (!((f0 | f1 | f2 | f3) & kNeighbours) || (f0 & f1 & f2 & f3 & kFSig)) continue;
@@ -324,9 +324,9 @@ void FastRefinement(Planes& home_b, Coder<kEnc>& home, int plane) {
   const int s = b.stride;
   for (int y0 = 0; y0 < b.h; y0 += 4) {
     const int rows = b.h - y0 < 4 ? b.h - y0 : 4;
-    uint32_t* col = &b.F(0, y0);
+    FlagWord* col = &b.F(0, y0);
     for (int x = 0; x < b.w; ++x, ++col) {
-      uint32_t* f = col;
+      FlagWord* f = col;
       if (rows == 4 && !((f[0] | f[s] | f[2 * s] | f[3 * s]) & kFSig)) continue;
       int i = y0 * b.w + x;
       for (int r = 0; r < rows; ++r, f += s, i += b.w) {
@@ -358,9 +358,9 @@ void FastCleanup(Planes& home_b, Coder<kEnc>& home, int plane, int band, bool ca
   constexpr uint32_t kBusy = kFSig | kFVisit | kNeighbours;
   for (int y0 = 0; y0 < b.h; y0 += 4) {
     const int rows = b.h - y0 < 4 ? b.h - y0 : 4;
-    uint32_t* col = &b.F(0, y0);
+    FlagWord* col = &b.F(0, y0);
     for (int x = 0; x < b.w; ++x, ++col) {
-      uint32_t* f = col;
+      FlagWord* f = col;
       int r = 0;
       int i = y0 * b.w + x;
       if (rows == 4) {
@@ -403,7 +403,7 @@ void FastCleanup(Planes& home_b, Coder<kEnc>& home, int plane, int band, bool ca
         if (c.Mq(zc[fl & kNeighbours], Truth<kEnc>(b, i, plane))) Sign(b, c, f, i, y0 + r, plane, false, causal);
       }
       // The marks of the significance pass go (a run's rows carry none).
-      uint32_t* g = col;
+      FlagWord* g = col;
       for (int k = 0; k < rows; ++k, g += s) *g &= ~uint32_t(kFVisit);
     }
   }
