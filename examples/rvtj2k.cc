@@ -367,6 +367,7 @@ struct Decoder {
   }
 
   void Reconstruct() {
+    std::vector<uint8_t> work;  // the code-block decoder's buffer, grown to the largest block
     for (Component& c : comp) {
       for (int r = 0; r <= levels; ++r)
         for (Band& bd : c.res[size_t(r)])
@@ -382,10 +383,9 @@ struct Decoder {
             }
             const int maxPasses = 3 * (bd.magnBits - cb.sf) - 2;
             if (cb.sf > bd.magnBits || cb.passes > maxPasses) throw Fail{"code-block with too many passes"};
-            std::vector<uint8_t> work;
             int32_t sz = 0;
             if (rvtiDecodeGetBufSize_JPEG2K({cb.w, cb.h}, &sz) != rvtStatusOk) throw Fail{"code-block size"};
-            work.resize(size_t(sz));
+            if (work.size() < size_t(sz)) work.resize(size_t(sz));
             const uint8_t none = 0;
             int32_t* dst = &c.plane[size_t(bd.y0 + cb.y0) * W + bd.x0 + cb.x0];
             if (rvtiDecodeCodeBlock_JPEG2K_1u32s_C1R(cb.data.empty() ? &none : cb.data.data(), cb.segLen.data(), dst,
@@ -416,15 +416,15 @@ struct Decoder {
     std::FILE* f = std::fopen(path.c_str(), "wb");
     if (!f) throw Fail{"cannot write " + path};
     std::fprintf(f, "P%d\n%d %d\n%d\n", comps == 1 ? 5 : 6, W, H, maxv);
-    std::vector<uint8_t> row;
+    std::vector<uint8_t> row(size_t(W) * size_t(comps) * (wide ? 2 : 1));
     for (int y = 0; y < H; ++y) {
-      row.clear();
+      uint8_t* o = row.data();
       for (int x = 0; x < W; ++x)
         for (Component& c : comp) {
           int v = c.plane[size_t(y) * W + x] + shift;
           v = v < 0 ? 0 : v > maxv ? maxv : v;
-          if (wide) row.push_back(uint8_t(v >> 8));
-          row.push_back(uint8_t(v));
+          if (wide) *o++ = uint8_t(v >> 8);
+          *o++ = uint8_t(v);
         }
       std::fwrite(row.data(), 1, row.size(), f);
     }

@@ -306,3 +306,46 @@ TEST(J2kTier1, ChecksInArgumentOrderWriteNothing) {
 
 }  // namespace
 }  // namespace rvt
+
+namespace rvt {
+namespace {
+
+// The fast decoder reads two bytes at a time inside a segment and falls
+// back at its last byte; streams dense in 0xFF, bytes after 0xFF above and
+// below the marker range, and segments of 0, 1 and 2 bytes must decode
+// exactly as the reference reads them, in every style.
+TEST(J2kTier1, FastDecoderReadsHostileBytesAsTheReference) {
+  test::Rng rng(1917);
+  const uint8_t kHot[] = {0xFF, 0xFF, 0x7F, 0x80, 0x8F, 0x90, 0xFF, 0x00, 0x01};
+  int32_t need = 0;
+  ASSERT_EQ(rvtiDecodeGetBufSize_JPEG2K({64, 64}, &need), rvtStatusOk);
+  std::vector<uint8_t> workRef(static_cast<size_t>(need)), workFast(static_cast<size_t>(need));
+  for (int i = 0; i < 600; ++i) {
+    const int style = i % 64;
+    const int w = int(rng.Uniform(1, 64)), h = int(rng.Uniform(1, 64));
+    const int band = int(rng.Uniform(0, 3)), magnBits = int(rng.Uniform(1, 31));
+    const int sf = int(rng.Uniform(0, magnBits - 1));
+    const int passes = int(rng.Uniform(0, 3 * (magnBits - sf) - 2));
+    const int segs = t1::SegmentsFor(passes, style);
+    std::vector<int32_t> segLen(size_t(segs) + 1, 0);
+    size_t total = 0;
+    for (int s = 0; s < segs; ++s) {
+      segLen[size_t(s)] = int32_t(rng.Uniform(0, 3) == 0 ? rng.Uniform(0, 2) : rng.Uniform(0, 40));
+      total += size_t(segLen[size_t(s)]);
+    }
+    std::vector<uint8_t> data(total + 1);
+    for (uint8_t& b : data) b = rng.Uniform(0, 1) ? kHot[rng.Uniform(0, 8)] : uint8_t(rng.Uniform(0, 255));
+    std::vector<int32_t> ref(size_t(w) * h, 7), fast(size_t(w) * h, 7);
+    const int roi = i % 7 == 3 ? int(rng.Uniform(0, 31)) : 0;
+    ASSERT_EQ(t1::DecodeCodeBlockRef(data.data(), segLen.data(), ref.data(), w * 4, {w, h}, band, magnBits, sf, passes,
+                                     style, roi, workRef.data()),
+              rvtStatusOk);
+    ASSERT_EQ(t1::DecodeCodeBlockFast(data.data(), segLen.data(), fast.data(), w * 4, {w, h}, band, magnBits, sf,
+                                      passes, style, roi, workFast.data()),
+              rvtStatusOk);
+    ASSERT_EQ(ref, fast) << "case " << i << ": " << w << "x" << h << " style " << style << " passes " << passes;
+  }
+}
+
+}  // namespace
+}  // namespace rvt

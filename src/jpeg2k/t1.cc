@@ -59,7 +59,7 @@ Planes DecPlanes(DecHeader* h, int which) {
 }
 
 void CopyPlanes(const Planes& from, const Planes& to) {
-  std::memcpy(to.flags, from.flags, 4 * size_t(from.stride) * size_t(from.h + 2));
+  std::memcpy(to.flags, from.flags, sizeof(FlagWord) * size_t(from.stride) * size_t(from.h + 2));
   std::memcpy(to.mag, from.mag, size_t(from.w) * size_t(from.h) * 4);
   std::memcpy(to.low, from.low, size_t(from.w) * size_t(from.h));
 }
@@ -102,7 +102,7 @@ void Attach(DecHeader* h, ImageSize cb, int band, int magnBits, int sfBits, int 
   h->snapValid = 0;
   ResetContexts(h->cx);
   const Planes b = DecPlanes(h, 0);
-  std::memset(b.flags, 0, 4 * size_t(b.stride) * size_t(b.h + 2));
+  std::memset(b.flags, 0, sizeof(FlagWord) * size_t(b.stride) * size_t(b.h + 2));
 }
 
 template <bool kFast, bool kEnc>
@@ -153,22 +153,24 @@ void Step(DecHeader* h, const uint8_t* src, const int32_t* segLen, int n) {
   }
 }
 
+// Branch-free per coefficient: the magnitude and its half step are masked
+// by significance (the planes of a coefficient never significant are left
+// as they were), the sign applied as a two's-complement negation.
 void Reconstruct(const DecHeader* h, uint8_t* dst, int32_t dstStep) {
   const Planes b = DecPlanes(const_cast<DecHeader*>(h), 0);
   const uint64_t roiLimit = h->roi > 0 ? uint64_t(1) << h->roi : ~uint64_t(0);
   for (int y = 0; y < b.h; ++y) {
     uint8_t* row = dst + int64_t(y) * dstStep;
+    const FlagWord* fr = &b.F(0, y);
+    const uint32_t* mr = b.mag + y * b.w;
+    const uint8_t* lr = b.low + y * b.w;
     for (int x = 0; x < b.w; ++x) {
-      const uint32_t f = b.F(x, y);
-      int32_t v = 0;
-      if (f & kFSig) {
-        const int i = y * b.w + x;
-        uint32_t m = b.mag[i];
-        if (b.low[i] > 0) m += uint32_t(1) << (b.low[i] - 1);
-        if (m >= roiLimit) m >>= h->roi;
-        v = (f & kFNeg) ? -int32_t(m) : int32_t(m);
-      }
-      Store32(row + 4 * x, v);
+      const uint32_t f = fr[x];
+      const uint32_t sig = (f & kFSig) ? ~0u : 0u;
+      const uint32_t neg = (f & kFNeg) ? ~0u : 0u;
+      uint32_t m = (mr[x] + ((uint32_t(1) << (lr[x] & 31)) >> 1)) & sig;
+      if (m >= roiLimit) m >>= h->roi;
+      Store32(row + 4 * x, int32_t((m ^ neg) - neg));
     }
   }
 }
@@ -242,7 +244,7 @@ RvtResult EncodeLoad(const int32_t* pSrc, int32_t srcStep, ImageSize cbSize, Enc
   while (planes < 32 && (any >> planes)) ++planes;
   const int passes = planes ? 3 * planes - 2 : 0;
   Planes b = PlanesAt(EncPlanesBase(h), h->maxW, h->maxH, h->maxArea, w, hgt);
-  std::memset(b.flags, 0, 4 * size_t(b.stride) * size_t(hgt + 2));
+  std::memset(b.flags, 0, sizeof(FlagWord) * size_t(b.stride) * size_t(hgt + 2));
   unsigned __int128 total = 0;
   for (int y = 0; y < hgt; ++y)
     for (int x = 0; x < w; ++x) {

@@ -337,14 +337,19 @@ struct RawDecoder {
 enum Flag : uint32_t { kFSig = 1u << 12, kFNeg = 1u << 13, kFVisit = 1u << 14, kFRefined = 1u << 15 };
 static_assert(kFVisit == kFSig << 2, "the fast cleanup pass tests both with one shift");
 
+// A coefficient's flags: 16 bits (the fast coder's neighbourhood and the
+// four state bits), so a 64 x 64 block's flags, magnitudes and planes stay
+// in the first-level cache.
+using FlagWord = uint16_t;
+
 // The coefficient planes of a block inside a state: flags (with a border of
 // one), magnitudes, lowest known plane.
 struct Planes {
-  uint32_t* flags;
+  FlagWord* flags;
   uint32_t* mag;
   uint8_t* low;
   int w, h, stride;
-  uint32_t& F(int x, int y) const { return flags[(y + 1) * stride + x + 1]; }
+  FlagWord& F(int x, int y) const { return flags[(y + 1) * stride + x + 1]; }
 };
 inline int32_t FlagBytes(int maxW, int maxH, int maxArea) {
   return maxArea + 2 * (maxW + maxH) + 4;
@@ -355,7 +360,7 @@ inline int32_t PlanesBytes(int maxW, int maxH, int maxArea) {
 }
 inline Planes PlanesAt(uint8_t* base, int maxW, int maxH, int maxArea, int w, int h) {
   Planes p;
-  p.flags = reinterpret_cast<uint32_t*>(base);
+  p.flags = reinterpret_cast<FlagWord*>(base);
   p.mag = reinterpret_cast<uint32_t*>(base + 4 * FlagBytes(maxW, maxH, maxArea));
   p.low = base + 4 * FlagBytes(maxW, maxH, maxArea) + 4 * maxArea;
   p.w = w;

@@ -3,8 +3,9 @@
 // of the four direct ones, kept up to date when a coefficient becomes
 // significant, so a context is one table look-up instead of eight reads,
 // and stripe columns with nothing to code are passed over at once.  The
-// MQ and raw coders are the reference ones (inlined).  Same scan order and
-// decisions as the reference passes of t1.h, which the harness checks.
+// MQ coder runs on copies of its registers in locals, with branch-free
+// decisions and renormalisation by leading-zero count.  Same scan order
+// and decisions as the reference passes of t1.h, which the harness checks.
 #ifndef RVT_JPEG2K_T1_FAST_H_
 #define RVT_JPEG2K_T1_FAST_H_
 
@@ -58,7 +59,7 @@ inline unsigned SignIndex(uint32_t f) {
 
 // Marks f (at row y) significant and tells its neighbours; with vertically
 // causal stripes the stripe above does not learn of its first row.
-inline void SetSignificant(uint32_t* f, int stride, int y, bool causal, int neg) {
+inline void SetSignificant(FlagWord* f, int stride, int y, bool causal, int neg) {
   const uint32_t n = neg ? 1u : 0u;
   f[0] |= kFSig | (n ? uint32_t(kFNeg) : 0u);
   f[-1] |= kE | (n * kENeg);
@@ -73,14 +74,192 @@ inline void SetSignificant(uint32_t* f, int stride, int y, bool causal, int neg)
   f[stride + 1] |= kNW;
 }
 
+#define RVT_T1_INLINE [[gnu::always_inline]] inline
+
+// ------------------------------------------------------------ MQ coding
+
+// A context is one byte: its probability state times two plus its MPS, so
+// a symbol needs one table row, and both successors carry the MPS.
+struct alignas(8) State {
+  uint32_t qe;
+  uint8_t mps, nmps, nlps, pad;
+};
+constexpr std::array<State, 94> BuildStates() {
+  std::array<State, 94> t{};
+  for (int s = 0; s < 47; ++s)
+    for (int m = 0; m < 2; ++m)
+      t[size_t(2 * s + m)] = {kQe[s].qe, uint8_t(m), uint8_t(2 * kQe[s].nmps + m),
+                              uint8_t(2 * kQe[s].nlps + (kQe[s].sw ? 1 - m : m)), 0};
+  return t;
+}
+inline constexpr std::array<State, 94> kStates = BuildStates();
+
+// The decoder's byte-in; the common case (two bytes left in the segment)
+// reads them directly, the segment's end reads 0xFF as the reference does.
+RVT_T1_INLINE void ByteIn(MqDecoder& m, const Source& s) {
+  if (__builtin_expect(m.pos + 1 < s.len, 1)) {
+    const uint32_t b = s.p[m.pos];
+    const uint32_t n = s.p[m.pos + 1];
+    if (b == 0xFF) {
+      if (n > 0x8F) {
+        m.c += 0xFF00;
+        m.ct = 8;
+      } else {
+        ++m.pos;
+        m.c += n << 9;
+        m.ct = 7;
+      }
+    } else {
+      ++m.pos;
+      m.c += n << 8;
+      m.ct = 8;
+    }
+  } else {
+    m.ByteIn(s);
+  }
+}
+
+// Branch-free decision: which sub-interval the code register falls in
+// (x), whether the exchange applies (the interval left below Qe), the
+// successor state, all by selects; the interval is then renormalised by as
+// many bits as it needs at once (counted from its leading zeros), stopping
+// only where a byte comes in.  Coin-flip contexts (refinement, signs)
+// would mispredict a branch every other symbol.
+RVT_T1_INLINE int DecodeSym(MqDecoder& m, const Source& s, uint8_t& cx) {
+  const State e = kStates[cx];
+  const uint32_t qe = e.qe;
+  const uint32_t a = m.a - qe;
+  const uint32_t x = (m.c >> 16) < qe ? ~0u : 0u;  // lower sub-interval (the LPS one before exchange)
+  const int lt = a < qe;
+  const int lps = int(x & 1) ^ lt;
+  const int d = e.mps ^ lps;
+  const uint32_t an = (qe & x) | (a & ~x);
+  m.c -= (qe << 16) & ~x;
+  const uint32_t renorm = an < 0x8000 ? ~0u : 0u;
+  const uint32_t next = lps ? e.nlps : e.nmps;
+  cx = uint8_t((next & renorm) | (cx & ~renorm));
+  const int n = __builtin_clz(an) - 16;
+  if (__builtin_expect(n <= m.ct, 1)) {
+    m.a = an << n;
+    m.c <<= n;
+    m.ct -= n;
+    return d;
+  }
+  m.a = an;
+  int left = n;
+  do {
+    if (m.ct == 0) ByteIn(m, s);
+    const int k = left < m.ct ? left : m.ct;
+    m.a <<= k;
+    m.c <<= k;
+    m.ct -= k;
+    left -= k;
+  } while (left > 0);
+  return d;
+}
+
+// The same selects on the coding side: with the symbol known, either the
+// code register moves up by Qe or the interval becomes Qe.
+RVT_T1_INLINE void EncodeSym(MqEncoder& m, Sink& s, uint8_t& cx, int d) {
+  const State e = kStates[cx];
+  const uint32_t qe = e.qe;
+  const uint32_t a = m.a - qe;
+  const int lps = d != e.mps;
+  const uint32_t add = (lps == int(a < qe)) ? ~0u : 0u;
+  m.c += qe & add;
+  uint32_t an = (a & add) | (qe & ~add);
+  const uint32_t renorm = an < 0x8000 ? ~0u : 0u;
+  const uint32_t next = lps ? e.nlps : e.nmps;
+  cx = uint8_t((next & renorm) | (cx & ~renorm));
+  int n = __builtin_clz(an) - 16;
+  m.a = an;
+  while (__builtin_expect(n >= m.ct, 0)) {
+    m.a <<= m.ct;
+    m.c <<= m.ct;
+    n -= m.ct;
+    m.ct = 0;
+    m.ByteOut(s);
+  }
+  m.a <<= n;
+  m.c <<= n;
+  m.ct -= n;
+}
+
+// A pass works on a copy of the coder in locals (so the registers stay in
+// registers across the stores to the flag words) and puts it back at the
+// end.
 template <bool kEnc>
-inline void Significant(Planes& b, Coder<kEnc>& c, uint32_t* f, int x, int y, int plane, int neg, bool causal) {
+struct Local;
+
+template <>
+struct Local<false> {
+  MqDecoder mq;
+  RawDecoder raw;
+  Source src;
+  uint8_t cx[kContexts];
+  Coder<false>* home;
+  explicit Local(Coder<false>& c) : mq(c.mq), raw(c.raw), src(c.src), home(&c) {
+    for (int i = 0; i < kContexts; ++i) cx[i] = uint8_t(2 * c.cx[i].state + c.cx[i].mps);
+  }
+  void Save() const {
+    home->mq = mq;
+    home->raw = raw;
+    for (int i = 0; i < kContexts; ++i) home->cx[i] = Ctx{uint8_t(cx[i] >> 1), uint8_t(cx[i] & 1)};
+  }
+  RVT_T1_INLINE int Mq(int ctx, int) { return DecodeSym(mq, src, cx[ctx]); }
+  RVT_T1_INLINE int Raw(int) { return raw.Bit(src); }
+};
+
+template <>
+struct Local<true> {
+  MqEncoder mq;
+  RawEncoder raw;
+  Sink sink;
+  unsigned __int128 err;
+  // The pass's reduction of the squared error (a refinement may also raise
+  // one), in 64 bits while it fits: a coefficient coded in plane p changes
+  // its error by less than 4^(p+1), so 4096 of them in a pass below plane
+  // 25 by less than 2^62; higher planes fold each change in at once.
+  int64_t gain = 0;
+  bool wide = false;
+  uint8_t cx[kContexts];
+  Coder<true>* home;
+  explicit Local(Coder<true>& c) : mq(c.mq), raw(c.raw), sink(c.sink), err(c.err), home(&c) {
+    for (int i = 0; i < kContexts; ++i) cx[i] = uint8_t(2 * c.cx[i].state + c.cx[i].mps);
+  }
+  void Save() const {
+    home->mq = mq;
+    home->raw = raw;
+    home->sink = sink;
+    home->err = err - static_cast<unsigned __int128>(static_cast<__int128>(gain));
+    for (int i = 0; i < kContexts; ++i) home->cx[i] = Ctx{uint8_t(cx[i] >> 1), uint8_t(cx[i] & 1)};
+  }
+  RVT_T1_INLINE void Gain(int64_t d) {
+    gain += d;
+    if (__builtin_expect(wide, 0)) {
+      err -= static_cast<unsigned __int128>(static_cast<__int128>(gain));
+      gain = 0;
+    }
+  }
+  RVT_T1_INLINE int Mq(int ctx, int bit) {
+    EncodeSym(mq, sink, cx[ctx], bit);
+    return bit;
+  }
+  RVT_T1_INLINE int Raw(int bit) {
+    raw.Put(bit, sink);
+    return bit;
+  }
+};
+
+// ------------------------------------------------------------ the passes
+
+template <bool kEnc>
+RVT_T1_INLINE void Significant(Planes& b, Local<kEnc>& c, FlagWord* f, int i, int y, int plane, int neg,
+                               bool causal) {
   SetSignificant(f, b.stride, y, causal, neg);
-  const int i = y * b.w + x;
   if constexpr (kEnc) {
     const uint64_t m = b.mag[i];
-    c.err -= m * m;
-    c.err += Err2(b.mag[i], true, plane);
+    c.Gain(int64_t(m * m - Err2(m, true, plane)));
   } else {
     b.mag[i] = uint32_t(1) << plane;
   }
@@ -88,7 +267,7 @@ inline void Significant(Planes& b, Coder<kEnc>& c, uint32_t* f, int x, int y, in
 }
 
 template <bool kEnc>
-inline void Sign(Planes& b, Coder<kEnc>& c, uint32_t* f, int x, int y, int plane, bool raw, bool causal) {
+RVT_T1_INLINE void Sign(Planes& b, Local<kEnc>& c, FlagWord* f, int i, int y, int plane, bool raw, bool causal) {
   const int truth = kEnc ? ((*f & kFNeg) ? 1 : 0) : 0;
   int neg;
   if (raw) {
@@ -98,60 +277,67 @@ inline void Sign(Planes& b, Coder<kEnc>& c, uint32_t* f, int x, int y, int plane
     const int xr = kTables.scXor[idx];
     neg = c.Mq(kTables.sc[idx], truth ^ xr) ^ xr;
   }
-  Significant(b, c, f, x, y, plane, neg, causal);
+  Significant(b, c, f, i, y, plane, neg, causal);
 }
 
 template <bool kEnc>
-inline int Truth(const Planes& b, int x, int y, int plane) {
-  if constexpr (kEnc) return int(b.mag[y * b.w + x] >> plane) & 1;
+RVT_T1_INLINE int Truth(const Planes& b, int i, int plane) {
+  if constexpr (kEnc) return int(b.mag[i] >> plane) & 1;
   else return 0;
 }
 
-template <bool kEnc>
-void FastSignificance(Planes& b, Coder<kEnc>& c, int plane, int band, bool raw, bool causal) {
+template <bool kEnc, bool raw>
+void FastSignificance(Planes& home_b, Coder<kEnc>& home, int plane, int band, bool causal) {
+  Local<kEnc> c(home);
+  if constexpr (kEnc) c.wide = plane > 24;
+  Planes b = home_b;
   const uint8_t* zc = kTables.zc[ZcTable(band)];
   const int s = b.stride;
   for (int y0 = 0; y0 < b.h; y0 += 4) {
     const int rows = b.h - y0 < 4 ? b.h - y0 : 4;
-    uint32_t* col = &b.F(0, y0);
+    FlagWord* col = &b.F(0, y0);
     for (int x = 0; x < b.w; ++x, ++col) {
-      uint32_t* f = col;
+      FlagWord* f = col;
       if (rows == 4) {  // nothing to code: no neighbour significant, or all four significant
         const uint32_t f0 = f[0], f1 = f[s], f2 = f[2 * s], f3 = f[3 * s];
         if (!((f0 | f1 | f2 | f3) & kNeighbours) || (f0 & f1 & f2 & f3 & kFSig)) continue;
       }
-      for (int r = 0; r < rows; ++r, f += s) {
+      int i = y0 * b.w + x;
+      for (int r = 0; r < rows; ++r, f += s, i += b.w) {
         const uint32_t fl = *f;
         if ((fl & kFSig) || !(fl & kNeighbours)) continue;
-        const int t = Truth<kEnc>(b, x, y0 + r, plane);
+        const int t = Truth<kEnc>(b, i, plane);
         const int bit = raw ? c.Raw(t) : c.Mq(zc[fl & kNeighbours], t);
         *f |= kFVisit;
-        if (bit) Sign(b, c, f, x, y0 + r, plane, raw, causal);
+        if (bit) Sign(b, c, f, i, y0 + r, plane, raw, causal);
       }
     }
   }
+  c.Save();
 }
 
-template <bool kEnc>
-void FastRefinement(Planes& b, Coder<kEnc>& c, int plane, bool raw) {
+template <bool kEnc, bool raw>
+void FastRefinement(Planes& home_b, Coder<kEnc>& home, int plane) {
+  Local<kEnc> c(home);
+  if constexpr (kEnc) c.wide = plane > 24;
+  Planes b = home_b;
   const int s = b.stride;
   for (int y0 = 0; y0 < b.h; y0 += 4) {
     const int rows = b.h - y0 < 4 ? b.h - y0 : 4;
-    uint32_t* col = &b.F(0, y0);
+    FlagWord* col = &b.F(0, y0);
     for (int x = 0; x < b.w; ++x, ++col) {
-      uint32_t* f = col;
+      FlagWord* f = col;
       if (rows == 4 && !((f[0] | f[s] | f[2 * s] | f[3 * s]) & kFSig)) continue;
-      for (int r = 0; r < rows; ++r, f += s) {
+      int i = y0 * b.w + x;
+      for (int r = 0; r < rows; ++r, f += s, i += b.w) {
         const uint32_t fl = *f;
         if ((fl & (kFSig | kFVisit)) != kFSig) continue;
-        const int i = (y0 + r) * b.w + x;
-        const int t = Truth<kEnc>(b, x, y0 + r, plane);
+        const int t = Truth<kEnc>(b, i, plane);
         const int ctx = (fl & kFRefined) ? 16 : (fl & kNeighbours) ? 15 : 14;
         const int bit = raw ? c.Raw(t) : c.Mq(ctx, t);
-        *f |= kFRefined;
+        *f = fl | kFRefined;
         if constexpr (kEnc) {
-          c.err -= Err2(b.mag[i], true, b.low[i]);
-          c.err += Err2(b.mag[i], true, plane);
+          c.Gain(int64_t(Err2(b.mag[i], true, b.low[i]) - Err2(b.mag[i], true, plane)));
         } else {
           b.mag[i] |= uint32_t(bit) << plane;
         }
@@ -159,51 +345,65 @@ void FastRefinement(Planes& b, Coder<kEnc>& c, int plane, bool raw) {
       }
     }
   }
+  c.Save();
 }
 
 template <bool kEnc>
-void FastCleanup(Planes& b, Coder<kEnc>& c, int plane, int band, bool causal, bool segsym) {
+void FastCleanup(Planes& home_b, Coder<kEnc>& home, int plane, int band, bool causal, bool segsym) {
+  Local<kEnc> c(home);
+  if constexpr (kEnc) c.wide = plane > 24;
+  Planes b = home_b;
   const uint8_t* zc = kTables.zc[ZcTable(band)];
   const int s = b.stride;
   constexpr uint32_t kBusy = kFSig | kFVisit | kNeighbours;
   for (int y0 = 0; y0 < b.h; y0 += 4) {
     const int rows = b.h - y0 < 4 ? b.h - y0 : 4;
-    uint32_t* col = &b.F(0, y0);
+    FlagWord* col = &b.F(0, y0);
     for (int x = 0; x < b.w; ++x, ++col) {
-      uint32_t* f = col;
+      FlagWord* f = col;
       int r = 0;
+      int i = y0 * b.w + x;
       if (rows == 4) {
+        const uint32_t f0 = f[0], f1 = f[s], f2 = f[2 * s], f3 = f[3 * s];
         // Every coefficient significant or coded in this plane: only the
         // marks of the significance pass to clear.
         auto done = [](uint32_t v) { return (v | (v >> 2)) & kFSig; };  // kFVisit is kFSig << 2
-        if (done(f[0]) & done(f[s]) & done(f[2 * s]) & done(f[3 * s])) {
-          for (int k = 0; k < 4; ++k) f[k * s] &= ~uint32_t(kFVisit);
+        if (done(f0) & done(f1) & done(f2) & done(f3)) {
+          f[0] = f0 & ~uint32_t(kFVisit);
+          f[s] = f1 & ~uint32_t(kFVisit);
+          f[2 * s] = f2 & ~uint32_t(kFVisit);
+          f[3 * s] = f3 & ~uint32_t(kFVisit);
           continue;
         }
-      }
-      if (rows == 4 && !((f[0] | f[s] | f[2 * s] | f[3 * s]) & kBusy)) {
-        int first = 4;
-        if constexpr (kEnc) {
-          for (int k = 0; k < 4 && first == 4; ++k)
-            if (Truth<kEnc>(b, x, y0 + k, plane)) first = k;
+        if (!((f0 | f1 | f2 | f3) & kBusy)) {
+          int first = 4;
+          if constexpr (kEnc) {
+            const int w = b.w;
+            first = Truth<kEnc>(b, i, plane)             ? 0
+                    : Truth<kEnc>(b, i + w, plane)     ? 1
+                    : Truth<kEnc>(b, i + 2 * w, plane) ? 2
+                    : Truth<kEnc>(b, i + 3 * w, plane) ? 3
+                                                       : 4;
+          }
+          if (!c.Mq(kCtxRun, first < 4 ? 1 : 0)) continue;
+          int idx = c.Mq(kCtxUni, (first >> 1) & 1) << 1;
+          idx |= c.Mq(kCtxUni, first & 1);
+          r = idx;
+          f += r * s;
+          i += r * b.w;
+          Sign(b, c, f, i, y0 + r, plane, false, causal);
+          ++r;
+          f += s;
+          i += b.w;
         }
-        if (!c.Mq(kCtxRun, first < 4 ? 1 : 0)) continue;
-        int idx = c.Mq(kCtxUni, (first >> 1) & 1) << 1;
-        idx |= c.Mq(kCtxUni, first & 1);
-        r = idx;
-        f += r * s;
-        Sign(b, c, f, x, y0 + r, plane, false, causal);
-        ++r;
-        f += s;
       }
-      for (; r < rows; ++r, f += s) {
+      for (; r < rows; ++r, f += s, i += b.w) {
         const uint32_t fl = *f;
         if (fl & (kFSig | kFVisit)) continue;
-        if (c.Mq(zc[fl & kNeighbours], Truth<kEnc>(b, x, y0 + r, plane)))
-          Sign(b, c, f, x, y0 + r, plane, false, causal);
+        if (c.Mq(zc[fl & kNeighbours], Truth<kEnc>(b, i, plane))) Sign(b, c, f, i, y0 + r, plane, false, causal);
       }
       // The marks of the significance pass go (a run's rows carry none).
-      uint32_t* g = col;
+      FlagWord* g = col;
       for (int k = 0; k < rows; ++k, g += s) *g &= ~uint32_t(kFVisit);
     }
   }
@@ -213,6 +413,7 @@ void FastCleanup(Planes& b, Coder<kEnc>& c, int plane, int band, bool causal, bo
     c.Mq(kCtxUni, 1);
     c.Mq(kCtxUni, 0);
   }
+  c.Save();
 }
 
 template <bool kEnc>
@@ -221,11 +422,19 @@ void RunFastPass(Planes& b, Coder<kEnc>& c, int k, int planes, int band, int sty
   const bool causal = style & rvtJ2KStyleVCausal;
   const bool raw = IsRaw(k, style);
   switch (PassType(k)) {
-    case kSig: FastSignificance(b, c, plane, band, raw, causal); break;
-    case kRef: FastRefinement(b, c, plane, raw); break;
+    case kSig:
+      if (raw) FastSignificance<kEnc, true>(b, c, plane, band, causal);
+      else FastSignificance<kEnc, false>(b, c, plane, band, causal);
+      break;
+    case kRef:
+      if (raw) FastRefinement<kEnc, true>(b, c, plane);
+      else FastRefinement<kEnc, false>(b, c, plane);
+      break;
     case kClean: FastCleanup(b, c, plane, band, causal, style & rvtJ2KStyleSegSym); break;
   }
 }
+
+#undef RVT_T1_INLINE
 
 }  // namespace rvt::t1::fast
 
