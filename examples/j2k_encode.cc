@@ -1,0 +1,749 @@
+// rvtj2k's encoder.  The library does the pixel and entropy work: the
+// component transforms (RCT, ICT), the wavelets (whole 5/3 levels; the
+// float 9/7 row and column passes, whose borders are extended here) and
+// tier-1 code-block coding; this file quantizes, allocates the rate
+// (PCRD-opt over the code-blocks' truncation points) and lays out the
+// code-stream.
+//
+// What it writes: one tile at the origin (the image), 1 or 3 components of
+// equal size and precision (unsigned, 1..16 bits), one precinct per
+// resolution, any of the five progression orders, SOP/EPH on request.
+//   lossless (default): 5/3, RCT for colour, no quantization; with several
+//     layers the earlier ones take 1/2, 1/4, ... of the lossless size and
+//     the last holds every pass.
+//   -rate R: 9/7 in float, ICT for colour, step sizes 1/norm per band
+//     (each band's quantization error weighs the same in the image); the
+//     last layer hits raw/R bytes (the whole code-stream), earlier layers
+//     1/2, 1/4, ... of it.
+#include "j2k_encode.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "image_io.h"
+#include "j2k_codestream.h"
+#include "rvtjp.h"
+
+namespace rvtj2k {
+namespace {
+
+struct Fail {
+  std::string why;
+};
+
+struct Options {
+  std::string in, out;
+  bool lossy = false;
+  double rate = 0;
+  int levels = -1;  // -1: 5, fewer for small images
+  int cbw = 64, cbh = 64;
+  int layers = 1;
+  int mode = 0;
+  int order = kLRCP;
+  bool sop = false, eph = false;
+};
+
+int ParseInt(const char* s, int lo, int hi, const char* what) {
+  char* end = nullptr;
+  const long v = std::strtol(s, &end, 10);
+  if (!*s || *end || v < lo || v > hi) throw Fail{std::string("bad ") + what + ": " + s};
+  return int(v);
+}
+
+void ParseSize(const char* s, int* w, int* h, const char* what) {
+  const char* x = std::strchr(s, 'x');
+  if (!x) throw Fail{std::string("bad ") + what + " (WxH): " + s};
+  *w = ParseInt(std::string(s, x).c_str(), 1, 1 << 30, what);
+  *h = ParseInt(x + 1, 1, 1 << 30, what);
+}
+
+Options ParseOptions(int argc, char** argv) {
+  if (argc < 2) throw Fail{"usage: rvtj2k encode IN OUT.j2k|OUT.jp2 [options]"};
+  Options o;
+  o.in = argv[0];
+  o.out = argv[1];
+  for (int i = 2; i < argc; ++i) {
+    const std::string a = argv[i];
+    auto next = [&]() -> const char* {
+      if (i + 1 >= argc) throw Fail{a + " needs a value"};
+      return argv[++i];
+    };
+    if (a == "-lossless") {
+      o.lossy = false;
+    } else if (a == "-rate") {
+      char* end = nullptr;
+      const char* s = next();
+      o.rate = std::strtod(s, &end);
+      if (!*s || *end || !(o.rate >= 1) || o.rate > 1e6) throw Fail{std::string("bad rate: ") + s};
+      o.lossy = true;
+    } else if (a == "-levels") {
+      o.levels = ParseInt(next(), 0, 32, "levels");
+    } else if (a == "-cblk") {
+      ParseSize(next(), &o.cbw, &o.cbh, "code-block size");
+      auto pow2 = [](int v) { return v >= 4 && v <= 1024 && (v & (v - 1)) == 0; };
+      if (!pow2(o.cbw) || !pow2(o.cbh) || o.cbw * o.cbh > 4096)
+        throw Fail{"code-block sides are powers of two from 4 to 1024, area at most 4096"};
+    } else if (a == "-layers") {
+      o.layers = ParseInt(next(), 1, 65535, "layers");
+    } else if (a == "-mode") {
+      o.mode = ParseInt(next(), 0, 63, "mode");
+    } else if (a == "-order") {
+      const std::string s = next();
+      const char* names[] = {"LRCP", "RLCP", "RPCL", "PCRL", "CPRL"};
+      o.order = -1;
+      for (int k = 0; k < 5; ++k)
+        if (s == names[k]) o.order = k;
+      if (o.order < 0) throw Fail{"bad order: " + s};
+    } else if (a == "-SOP") {
+      o.sop = true;
+    } else if (a == "-EPH") {
+      o.eph = true;
+    } else if (a == "-tiles") {
+      throw Fail{"-tiles is not supported by the encoder"};
+    } else {
+      throw Fail{"unknown option " + a};
+    }
+  }
+  return o;
+}
+
+// ------------------------------------------------------------- wavelets
+
+// Index into a whole-sample symmetric extension of a signal of length n.
+int Reflect(int i, int n) {
+  if (n == 1) return 0;
+  const int period = 2 * (n - 1);
+  i %= period;
+  if (i < 0) i += period;
+  return i < n ? i : period - i;
+}
+
+void Check(RvtResult r, const char* what) {
+  if (r != rvtStatusOk) throw Fail{std::string(what) + " refused its arguments"};
+}
+
+// One forward 9/7 level on the w x h region at the top left of plane
+// (origin even): columns first, then rows; low-pass halves first.
+struct Wavelet97 {
+  std::vector<float> ext, lo, hi;
+  void Level(float* p, int stride, int w, int h) {
+    if (h > 1) {
+      const int n = (h + 1) / 2, nl = n, nh = h / 2;
+      ext.assign(size_t(2 * n + 8) * w, 0.f);
+      for (int i = -4; i < 2 * n + 4; ++i)
+        std::memcpy(&ext[size_t(i + 4) * w], p + size_t(Reflect(i, h)) * stride, sizeof(float) * w);
+      lo.resize(size_t(n) * w);
+      hi.resize(size_t(n) * w);
+      Check(rvtiWTFwdCol_D97_JPEG2K_32f_C1R(&ext[size_t(4) * w], w * 4, lo.data(), w * 4, hi.data(), w * 4, {w, n}, 0),
+            "the 9/7 column pass");
+      for (int y = 0; y < nl; ++y) std::memcpy(p + size_t(y) * stride, &lo[size_t(y) * w], sizeof(float) * w);
+      for (int y = 0; y < nh; ++y) std::memcpy(p + size_t(nl + y) * stride, &hi[size_t(y) * w], sizeof(float) * w);
+    }
+    if (w > 1) {
+      const int n = (w + 1) / 2, nl = n, nh = w / 2, es = 2 * n + 8;
+      ext.assign(size_t(es) * h, 0.f);
+      for (int y = 0; y < h; ++y) {
+        const float* row = p + size_t(y) * stride;
+        for (int i = -4; i < 2 * n + 4; ++i) ext[size_t(y) * es + size_t(i + 4)] = row[Reflect(i, w)];
+      }
+      lo.resize(size_t(n) * h);
+      hi.resize(size_t(n) * h);
+      Check(rvtiWTFwdRow_D97_JPEG2K_32f_C1R(&ext[4], es * 4, lo.data(), n * 4, hi.data(), n * 4, {n, h}, 0),
+            "the 9/7 row pass");
+      for (int y = 0; y < h; ++y) {
+        float* row = p + size_t(y) * stride;
+        std::memcpy(row, &lo[size_t(y) * n], sizeof(float) * nl);
+        std::memcpy(row + nl, &hi[size_t(y) * n], sizeof(float) * nh);
+      }
+    }
+  }
+};
+
+// L2 norm of the synthesis basis function of a one-dimensional band: the
+// low- or high-pass band of level j (1 = finest), or the low-pass residue
+// after j levels with high = false.  Computed by running the inverse
+// lifting (linear, in double) on an impulse.
+double Norm1D(bool irreversible, int j, bool high) {
+  if (j == 0) return 1.0;
+  if (j > 12)  // each further level scales the norm by the low-pass growth
+    return Norm1D(irreversible, 12, high) *
+           std::pow(Norm1D(irreversible, 12, false) / Norm1D(irreversible, 11, false), j - 12);
+  const int n = 64 << j;
+  std::vector<int> len(size_t(j) + 1);
+  len[0] = n;
+  for (int k = 1; k <= j; ++k) len[size_t(k)] = (len[size_t(k) - 1] + 1) / 2;
+  // Level j's interleaved signal: low at even, high at odd positions.
+  std::vector<double> x(size_t(len[size_t(j) - 1]), 0.0);
+  const int m = len[size_t(j) - 1] / 2;
+  x[size_t(high ? (m | 1) : (m & ~1))] = 1.0;
+  for (int k = j - 1; k >= 0; --k) {
+    const int L = len[size_t(k)];
+    if (k != j - 1) {  // interleave: low from the coarser level, zero highs
+      std::vector<double> y(size_t(L), 0.0);
+      for (int i = 0; 2 * i < L; ++i) y[size_t(2 * i)] = x[size_t(i)];
+      x.swap(y);
+    }
+    auto lift = [&](int parity, double c) {
+      for (int i = parity; i < L; i += 2) x[size_t(i)] += c * (x[size_t(Reflect(i - 1, L))] + x[size_t(Reflect(i + 1, L))]);
+    };
+    if (irreversible) {
+      const double K = 1.230174104914001;
+      for (int i = 0; i < L; ++i) x[size_t(i)] *= (i & 1) ? 1 / K : K;
+      lift(0, -0.443506852043971);
+      lift(1, -0.882911075530934);
+      lift(0, 0.052980118572961);
+      lift(1, 1.586134342059924);
+    } else {
+      lift(0, -0.25);
+      lift(1, 0.5);
+    }
+  }
+  double s = 0;
+  for (double v : x) s += v * v;
+  return std::sqrt(s);
+}
+
+// --------------------------------------------------------------- layout
+
+struct Block {
+  int x0, y0, w, h;
+  int sf = 0, passes = 0;
+  Bytes data;
+  std::vector<int32_t> rate;  // bytes through pass k
+  std::vector<double> dist;   // weighted distortion decrease through pass k
+  std::vector<int> hullN;     // truncation points on the convex hull (passes)
+  std::vector<double> hullSlope;
+  std::vector<int> upto;  // passes included through each layer
+};
+
+struct Band {
+  int type = 0, x0 = 0, y0 = 0, w = 0, h = 0, nx = 0, ny = 0, magnBits = 0;
+  double delta = 1, weight = 1;
+  std::vector<Block> blocks;
+};
+
+Band MakeBand(int type, int x0, int y0, int w, int h) {
+  Band b;
+  b.type = type;
+  b.x0 = x0;
+  b.y0 = y0;
+  b.w = w;
+  b.h = h;
+  return b;
+}
+
+struct Component {
+  std::vector<std::vector<Band>> res;
+};
+
+struct Encoder {
+  Options opt;
+  rvtjpeg::Image16 img;
+  MainHeader mh;
+  int W = 0, H = 0, C = 0, levels = 0;
+  std::vector<std::vector<int32_t>> plane;  // coefficients (quantization indices)
+  std::vector<Component> comp;
+
+  void Load() {
+    std::string err;
+    if (!rvtjpeg::ReadImage16(opt.in, &img, &err)) throw Fail{err};
+    W = img.width;
+    H = img.height;
+    C = img.channels;
+    if (C != 1 && C != 3) throw Fail{"only grey and RGB images"};
+    if (img.precision < 1 || img.precision > 16) throw Fail{"precision above 16 bits"};
+    int maxLevels = 0;
+    while (maxLevels < 32 && ((std::min(W, H) >> (maxLevels + 1)) > 0)) ++maxLevels;
+    if (opt.levels < 0) levels = std::min(5, maxLevels);
+    else if (opt.levels > maxLevels) throw Fail{"too many levels for the image size"};
+    else levels = opt.levels;
+  }
+
+  // Level-shifted samples, component transform, wavelet, quantization.
+  void Transform() {
+    const int prec = img.precision, shift = 1 << (prec - 1);
+    const size_t n = size_t(W) * H;
+    plane.assign(size_t(C), std::vector<int32_t>(n));
+    if (!opt.lossy) {
+      for (int c = 0; c < C; ++c)
+        for (size_t i = 0; i < n; ++i) plane[size_t(c)][i] = int32_t(img.samples[i * C + size_t(c)]) - shift;
+      if (C == 3) {
+        int32_t* p[3] = {plane[0].data(), plane[1].data(), plane[2].data()};
+        Check(rvtiRCTFwd_JPEG2K_32s_P3IR(p, W * 4, {W, H}), "the RCT");
+      }
+      std::vector<uint8_t> buf;
+      for (int c = 0; c < C; ++c)
+        for (int d = 0; d < levels; ++d) {
+          const ImageRect rect{0, 0, (W + (1 << d) - 1) >> d, (H + (1 << d) - 1) >> d};
+          uint32_t bytes = 0;
+          Check(rvtiWTGetBufSize_B53_JPEG2K_32s_C1IR(&rect, &bytes), "the 5/3 buffer size");
+          buf.resize(bytes + 1);
+          Check(rvtiWTFwd_B53_JPEG2K_32s_C1IR(plane[size_t(c)].data(), W * 4, &rect, buf.data()), "the 5/3 wavelet");
+        }
+      return;
+    }
+    std::vector<std::vector<float>> f(static_cast<size_t>(C), std::vector<float>(n));
+    for (int c = 0; c < C; ++c)
+      for (size_t i = 0; i < n; ++i) f[size_t(c)][i] = float(int32_t(img.samples[i * C + size_t(c)]) - shift);
+    if (C == 3) {
+      float* p[3] = {f[0].data(), f[1].data(), f[2].data()};
+      Check(rvtiICTFwd_JPEG2K_32f_P3IR(p, W * 4, {W, H}), "the ICT");
+    }
+    Wavelet97 wt;
+    for (int c = 0; c < C; ++c)
+      for (int d = 0; d < levels; ++d)
+        wt.Level(f[size_t(c)].data(), W, (W + (1 << d) - 1) >> d, (H + (1 << d) - 1) >> d);
+    Layout();
+    for (int c = 0; c < C; ++c)
+      for (auto& res : comp[size_t(c)].res)
+        for (Band& bd : res) {
+          const double inv = 1.0 / bd.delta;
+          for (int y = 0; y < bd.h; ++y)
+            for (int x = 0; x < bd.w; ++x) {
+              const size_t i = size_t(bd.y0 + y) * W + size_t(bd.x0 + x);
+              const double v = f[size_t(c)][i];
+              const double q = std::floor(std::fabs(v) * inv);
+              if (q >= 2147483647.0) throw Fail{"coefficient out of range"};
+              plane[size_t(c)][i] = v < 0 ? -int32_t(q) : int32_t(q);
+            }
+        }
+  }
+
+  // Band geometry, step sizes and QCD exponents, distortion weights.
+  void Layout() {
+    if (!comp.empty()) return;
+    const int prec = img.precision;
+    mh.exponent.clear();
+    mh.mantissa.clear();
+    const double rctNorm[3] = {std::sqrt(3.0), std::sqrt(11.0 / 16), std::sqrt(11.0 / 16)};
+    const double ictNorm[3] = {std::sqrt(3.0), std::hypot(0.34413, 1.772), std::hypot(1.402, 0.71414)};
+    comp.resize(size_t(C));
+    for (int c = 0; c < C; ++c) {
+      Component& cp = comp[size_t(c)];
+      cp.res.resize(size_t(levels) + 1);
+      for (int r = 0; r <= levels; ++r) {
+        const int d = levels - r;
+        const int rw = (W + (1 << d) - 1) >> d, rh = (H + (1 << d) - 1) >> d;
+        const int lw = (rw + 1) / 2, lh = (rh + 1) / 2;
+        std::vector<Band>& bands = cp.res[size_t(r)];
+        if (r == 0) {
+          bands.push_back(MakeBand(rvtJ2KBandLL, 0, 0, rw, rh));
+        } else {
+          bands.push_back(MakeBand(rvtJ2KBandHL, lw, 0, rw - lw, lh));
+          bands.push_back(MakeBand(rvtJ2KBandLH, 0, lh, lw, rh - lh));
+          bands.push_back(MakeBand(rvtJ2KBandHH, lw, lh, rw - lw, rh - lh));
+        }
+        for (Band& bd : bands) {
+          // Level of the band: resolution r > 0 holds level levels - r + 1.
+          const int j = r == 0 ? levels : levels - r + 1;
+          const bool hx = bd.type == rvtJ2KBandHL || bd.type == rvtJ2KBandHH;
+          const bool hy = bd.type == rvtJ2KBandLH || bd.type == rvtJ2KBandHH;
+          const double norm = Norm1D(opt.lossy, j, hx) * Norm1D(opt.lossy, j, hy);
+          const int gain = (hx ? 1 : 0) + (hy ? 1 : 0);
+          int expn = prec + gain, mant = 0;
+          if (opt.lossy) {
+            // Step 1/norm, written as 2^(R - expn) (1 + mant / 2048), R = prec + gain.
+            const double want = 1.0 / norm;
+            const int p = int(std::floor(std::log2(want)));
+            mant = int(std::lround((want / std::ldexp(1.0, p) - 1) * 2048));
+            int e = prec + gain - p;
+            if (mant >= 2048) mant = 0, --e;
+            if (e < 0 || e > 31) throw Fail{"step size out of range"};
+            expn = e;
+            bd.delta = std::ldexp(1.0 + mant / 2048.0, prec + gain - expn);
+          }
+          const double mct = C == 3 ? (opt.lossy ? ictNorm[c] : rctNorm[c]) : 1.0;
+          bd.weight = std::pow(bd.delta * norm * mct, 2);
+          if (c == 0) {
+            mh.exponent.push_back(expn);
+            mh.mantissa.push_back(mant);
+          }
+          bd.nx = bd.w > 0 ? (bd.w + opt.cbw - 1) / opt.cbw : 0;
+          bd.ny = bd.h > 0 ? (bd.h + opt.cbh - 1) / opt.cbh : 0;
+          for (int y = 0; y < bd.ny; ++y)
+            for (int x = 0; x < bd.nx; ++x) {
+              Block b;
+              b.x0 = x * opt.cbw;
+              b.y0 = y * opt.cbh;
+              b.w = std::min(opt.cbw, bd.w - b.x0);
+              b.h = std::min(opt.cbh, bd.h - b.y0);
+              bd.blocks.push_back(std::move(b));
+            }
+        }
+      }
+    }
+  }
+
+  // Guard bits: enough for the largest index of every band.
+  void ChooseGuardBits() {
+    int guard = 2;
+    for (int c = 0; c < C; ++c) {
+      int bi = 0;
+      for (auto& res : comp[size_t(c)].res)
+        for (Band& bd : res) {
+          int32_t mx = 0;
+          for (int y = 0; y < bd.h; ++y) {
+            const int32_t* row = &plane[size_t(c)][size_t(bd.y0 + y) * W + size_t(bd.x0)];
+            for (int x = 0; x < bd.w; ++x) mx = std::max(mx, row[x] < 0 ? -row[x] : row[x]);
+          }
+          guard = std::max(guard, BitLength(uint32_t(mx)) - mh.exponent[size_t(bi)] + 1);
+          ++bi;
+        }
+    }
+    if (guard > 7) throw Fail{"coefficients too large for the guard bits"};
+    for (int e : mh.exponent)
+      if (guard + e - 1 > 31) throw Fail{"more than 31 magnitude bit-planes"};
+    mh.guard = guard;
+    for (int c = 0; c < C; ++c) {
+      int bi = 0;
+      for (auto& res : comp[size_t(c)].res)
+        for (Band& bd : res) bd.magnBits = guard + mh.exponent[size_t(bi++)] - 1;
+    }
+  }
+
+  void CodeBlocks() {
+    EncodeCBState_JPEG2K* st = nullptr;
+    if (rvtiEncodeInitAlloc_JPEG2K(&st, {opt.cbw, opt.cbh}) != rvtStatusOk) throw Fail{"out of memory"};
+    struct Free {
+      EncodeCBState_JPEG2K* s;
+      ~Free() { rvtiEncodeFree_JPEG2K(s); }
+    } guard{st};
+    for (int c = 0; c < C; ++c)
+      for (auto& res : comp[size_t(c)].res)
+        for (Band& bd : res)
+          for (Block& b : bd.blocks) {
+            int32_t sf = 0, passes = 0, segs = 0;
+            const int32_t* src = &plane[size_t(c)][size_t(bd.y0 + b.y0) * W + size_t(bd.x0 + b.x0)];
+            Check(rvtiEncodeLoadCodeBlock_JPEG2K_32s_C1R(src, W * 4, {b.w, b.h}, st, bd.type, bd.magnBits, opt.mode,
+                                                         &sf, &passes, &segs),
+                  "code-block coding");
+            b.sf = sf;
+            b.passes = passes;
+            b.rate.resize(size_t(passes));
+            b.dist.resize(size_t(passes));
+            for (int k = 0; k < passes; ++k) {
+              Check(rvtiEncodeGetRate_JPEG2K(st, k, &b.rate[size_t(k)]), "the pass rates");
+              Check(rvtiEncodeGetDist_JPEG2K(st, k, &b.dist[size_t(k)]), "the pass distortions");
+              b.dist[size_t(k)] *= bd.weight;
+            }
+            int32_t more = 1;
+            b.data.clear();
+            while (more) {
+              uint8_t chunk[4096];
+              int32_t len = sizeof chunk;
+              Check(rvtiEncodeStoreBits_JPEG2K_1u(chunk, &len, st, &more), "storing the coded bytes");
+              b.data.insert(b.data.end(), chunk, chunk + len);
+            }
+            if (passes > 0 && b.rate.back() != int32_t(b.data.size()))
+              throw Fail{"code-block rate and data disagree"};
+            Hull(b);
+          }
+  }
+
+  // Truncation points on the lower convex hull of (rate, distortion).
+  static void Hull(Block& b) {
+    b.hullN.clear();
+    b.hullSlope.clear();
+    std::vector<int> n{0};
+    std::vector<double> s{INFINITY};
+    for (int k = 1; k <= b.passes; ++k) {
+      const double rk = b.rate[size_t(k) - 1], dk = b.dist[size_t(k) - 1];
+      for (;;) {
+        const int last = n.back();
+        const double rl = last ? b.rate[size_t(last) - 1] : 0, dl = last ? b.dist[size_t(last) - 1] : 0;
+        if (dk <= dl) goto skip;
+        double slope = rk > rl ? (dk - dl) / (rk - rl) : INFINITY;
+        if (n.size() > 1 && slope >= s.back()) {
+          n.pop_back();
+          s.pop_back();
+          continue;
+        }
+        n.push_back(k);
+        s.push_back(slope);
+        break;
+      }
+    skip:;
+    }
+    b.hullN.assign(n.begin() + 1, n.end());
+    b.hullSlope.assign(s.begin() + 1, s.end());
+  }
+
+  // ------------------------------------------------------------- packets
+
+  // The tile's packets for layers 0..nl-1 in the chosen order: the bytes
+  // (when out is given) and their count.
+  size_t Packets(int nl, Bytes* out) {
+    struct BandCoding {
+      TagTree incl, zero;
+    };
+    std::vector<std::vector<std::vector<BandCoding>>> trees(static_cast<size_t>(C));
+    for (int c = 0; c < C; ++c) {
+      trees[size_t(c)].resize(size_t(levels) + 1);
+      for (int r = 0; r <= levels; ++r)
+        for (Band& bd : comp[size_t(c)].res[size_t(r)]) {
+          BandCoding bc;
+          if (bd.nx && bd.ny) {
+            bc.incl = TagTree(bd.nx, bd.ny);
+            bc.zero = TagTree(bd.nx, bd.ny);
+            for (int i = 0; i < int(bd.blocks.size()); ++i) {
+              const Block& b = bd.blocks[size_t(i)];
+              int first = 1 << 30;
+              for (int l = 0; l < nl; ++l)
+                if (b.upto[size_t(l)] > 0) {
+                  first = l;
+                  break;
+                }
+              bc.incl.Set(i, first);
+              bc.zero.Set(i, b.sf);
+            }
+          }
+          trees[size_t(c)][size_t(r)].push_back(std::move(bc));
+        }
+    }
+    // Per block: Lblock, and passes sent so far.
+    std::vector<std::vector<std::vector<std::vector<std::pair<int, int>>>>> st(static_cast<size_t>(C));
+    for (int c = 0; c < C; ++c) {
+      st[size_t(c)].resize(size_t(levels) + 1);
+      for (int r = 0; r <= levels; ++r)
+        for (Band& bd : comp[size_t(c)].res[size_t(r)])
+          st[size_t(c)][size_t(r)].push_back(std::vector<std::pair<int, int>>(bd.blocks.size(), {3, 0}));
+    }
+    size_t total = 0;
+    int seq = 0;
+    Bytes head;
+    auto packet = [&](int l, int r, int c) {
+      head.clear();
+      if (opt.sop) {
+        Put16(head, 0xFF91);
+        Put16(head, 4);
+        Put16(head, seq & 0xFFFF);
+      }
+      ++seq;
+      std::vector<Band>& bands = comp[size_t(c)].res[size_t(r)];
+      bool any = false;
+      for (Band& bd : bands)
+        for (Block& b : bd.blocks) any |= b.upto[size_t(l)] > (l ? b.upto[size_t(l) - 1] : 0);
+      size_t body = 0;
+      std::vector<std::pair<const Block*, std::pair<int, int>>> parts;  // bytes [from, to)
+      {
+        BitWriter bw(head);
+        bw.Bit(any ? 1 : 0);
+        if (any) {
+          for (size_t bi = 0; bi < bands.size(); ++bi) {
+            Band& bd = bands[bi];
+            BandCoding& tc = trees[size_t(c)][size_t(r)][bi];
+            auto& bs = st[size_t(c)][size_t(r)][bi];
+            for (int i = 0; i < int(bd.blocks.size()); ++i) {
+              const Block& b = bd.blocks[size_t(i)];
+              int& lblock = bs[size_t(i)].first;
+              int& sent = bs[size_t(i)].second;
+              const int to = b.upto[size_t(l)];
+              const bool in = to > sent;
+              if (sent == 0) {
+                tc.incl.Encode(bw, i, l + 1);
+                if (in) tc.zero.Encode(bw, i, b.sf + 1);
+              } else {
+                bw.Bit(in ? 1 : 0);
+              }
+              if (!in) continue;
+              const int n = to - sent;
+              PutPassCount(bw, n);
+              // Segments the new passes touch: lengths and bits for each.
+              struct Seg {
+                int passes;
+                uint32_t len;
+              };
+              std::vector<Seg> segs;
+              int k = sent;
+              while (k < to) {
+                int take = 0;
+                while (k + take < to && !(take > 0 && EndsSeg(k + take - 1))) ++take;
+                const int32_t from = k ? b.rate[size_t(k) - 1] : 0;
+                segs.push_back({take, uint32_t(b.rate[size_t(k + take) - 1] - from)});
+                k += take;
+              }
+              int inc = 0;
+              for (const Seg& s : segs)
+                inc = std::max(inc, BitLength(s.len) - FloorLog2(uint32_t(s.passes)) - lblock);
+              for (int t = 0; t < inc; ++t) bw.Bit(1);
+              bw.Bit(0);
+              lblock += inc;
+              for (const Seg& s : segs) bw.Bits(s.len, lblock + FloorLog2(uint32_t(s.passes)));
+              const int from = sent ? b.rate[size_t(sent) - 1] : 0, end = b.rate[size_t(to) - 1];
+              parts.push_back({&b, {from, end}});
+              body += size_t(end - from);
+              sent = to;
+            }
+          }
+        }
+        bw.Flush();
+      }
+      if (opt.eph) Put16(head, 0xFF92);
+      total += head.size() + body;
+      if (out) {
+        out->insert(out->end(), head.begin(), head.end());
+        for (auto& p : parts)
+          out->insert(out->end(), p.first->data.begin() + p.second.first, p.first->data.begin() + p.second.second);
+      }
+    };
+    const int R = levels + 1;
+    switch (opt.order) {
+      case kLRCP:
+        for (int l = 0; l < nl; ++l)
+          for (int r = 0; r < R; ++r)
+            for (int c = 0; c < C; ++c) packet(l, r, c);
+        break;
+      case kRLCP:
+        for (int r = 0; r < R; ++r)
+          for (int l = 0; l < nl; ++l)
+            for (int c = 0; c < C; ++c) packet(l, r, c);
+        break;
+      case kRPCL:  // one precinct per resolution, all at the tile's origin
+        for (int r = 0; r < R; ++r)
+          for (int c = 0; c < C; ++c)
+            for (int l = 0; l < nl; ++l) packet(l, r, c);
+        break;
+      default:  // PCRL, CPRL
+        for (int c = 0; c < C; ++c)
+          for (int r = 0; r < R; ++r)
+            for (int l = 0; l < nl; ++l) packet(l, r, c);
+        break;
+    }
+    return total;
+  }
+
+  bool EndsSeg(int k) const {
+    if (opt.mode & rvtJ2KStyleTermAll) return true;
+    if (opt.mode & rvtJ2KStyleBypass) return k == 9 || (k >= 10 && (k - 1) % 3 != 0);
+    return false;
+  }
+
+  // ------------------------------------------------------ rate allocation
+
+  size_t headerBytes = 0;  // main header, SOT, SOD, EOC
+
+  size_t SizeWith(int nl) { return headerBytes + Packets(nl, nullptr); }
+
+  template <class F>
+  void ForBlocks(F f) {
+    for (Component& cp : comp)
+      for (auto& res : cp.res)
+        for (Band& bd : res)
+          for (Block& b : bd.blocks) f(b);
+  }
+
+  // Layer l's truncation at slope threshold lambda, never below layer l-1.
+  void Truncate(int l, double lambda) {
+    ForBlocks([&](Block& b) {
+      int n = l ? b.upto[size_t(l) - 1] : 0;
+      for (size_t h = 0; h < b.hullN.size() && b.hullSlope[h] >= lambda; ++h) n = std::max(n, b.hullN[h]);
+      b.upto[size_t(l)] = n;
+    });
+  }
+
+  void Allocate() {
+    const int L = opt.layers;
+    ForBlocks([&](Block& b) { b.upto.assign(size_t(L), 0); });
+    {
+      Bytes h;
+      WriteMainHeader(h, mh);
+      headerBytes = h.size() + 14 + 2;
+    }
+    double full = 0;  // the last layer's target
+    if (opt.lossy) {
+      full = std::floor(double(W) * H * C * img.precision / 8 / opt.rate);
+    } else {
+      ForBlocks([&](Block& b) { b.upto[size_t(L) - 1] = b.passes; });
+      full = double(SizeWith(L));
+    }
+    double lo = INFINITY, hi = 0;
+    ForBlocks([&](Block& b) {
+      for (double s : b.hullSlope)
+        if (std::isfinite(s) && s > 0) lo = std::min(lo, s), hi = std::max(hi, s);
+    });
+    if (!(lo <= hi)) lo = hi = 1;
+    for (int l = 0; l < L; ++l) {
+      if (!opt.lossy && l == L - 1) {
+        ForBlocks([&](Block& b) { b.upto[size_t(l)] = b.passes; });
+        break;
+      }
+      const double target = std::floor(full / std::ldexp(1.0, L - 1 - l));
+      Truncate(l, 0);
+      if (double(SizeWith(l + 1)) <= target) continue;
+      // Bisection on log(lambda): a lambda whose stream fits is kept.
+      double a = std::log(lo) - 1, b = std::log(hi) + 1;
+      for (int it = 0; it < 40; ++it) {
+        const double m = (a + b) / 2;
+        Truncate(l, std::exp(m));
+        if (double(SizeWith(l + 1)) <= target) b = m;
+        else a = m;
+      }
+      Truncate(l, std::exp(b));
+    }
+  }
+
+  Bytes Write() {
+    mh.width = mh.tileW = W;
+    mh.height = mh.tileH = H;
+    mh.comps = C;
+    mh.precision = img.precision;
+    mh.progression = opt.order;
+    mh.layers = opt.layers;
+    mh.mct = C == 3 ? 1 : 0;
+    mh.levels = levels;
+    mh.xcb = FloorLog2(uint32_t(opt.cbw));
+    mh.ycb = FloorLog2(uint32_t(opt.cbh));
+    mh.style = opt.mode;
+    mh.reversible = !opt.lossy;
+    mh.sop = opt.sop;
+    mh.eph = opt.eph;
+    Allocate();
+    Bytes data;
+    Packets(opt.layers, &data);
+    Bytes cs;
+    WriteMainHeader(cs, mh);
+    WriteTilePart(cs, 0, data);
+    WriteEnd(cs);
+    return cs;
+  }
+};
+
+bool EndsWith(const std::string& s, const char* t) {
+  const size_t n = std::strlen(t);
+  return s.size() >= n && s.compare(s.size() - n, n, t) == 0;
+}
+
+}  // namespace
+
+int EncodeMain(int argc, char** argv) {
+  try {
+    Encoder e;
+    e.opt = ParseOptions(argc, argv);
+    const bool jp2 = EndsWith(e.opt.out, ".jp2");
+    if (!jp2 && !EndsWith(e.opt.out, ".j2k") && !EndsWith(e.opt.out, ".j2c"))
+      throw Fail{"output name must end in .j2k, .j2c or .jp2"};
+    e.Load();
+    e.Layout();
+    e.Transform();
+    e.ChooseGuardBits();
+    e.CodeBlocks();
+    Bytes cs = e.Write();
+    if (jp2) cs = WrapJp2(cs, e.mh);
+    std::string err;
+    if (!rvtjpeg::WriteFile(e.opt.out, cs.data(), cs.size(), &err)) throw Fail{err};
+  } catch (const Fail& f) {
+    std::fprintf(stderr, "rvtj2k: %s\n", f.why.c_str());
+    return 1;
+  } catch (const std::exception& x) {
+    std::fprintf(stderr, "rvtj2k: %s\n", x.what());
+    return 1;
+  }
+  return 0;
+}
+
+}  // namespace rvtj2k
