@@ -684,6 +684,31 @@ struct Encoder {
         else a = m;
       }
       Truncate(l, std::exp(b));
+      // The threshold moves whole passes of many blocks at once; the bytes
+      // left go to the steepest next steps that still fit.
+      struct Step {
+        double slope;
+        Block* b;
+        int n;
+      };
+      std::vector<Step> steps;
+      ForBlocks([&](Block& bk) {
+        for (size_t h = 0; h < bk.hullN.size(); ++h)
+          if (bk.hullN[h] > bk.upto[size_t(l)]) {
+            steps.push_back({bk.hullSlope[h], &bk, bk.hullN[h]});
+            break;
+          }
+      });
+      std::sort(steps.begin(), steps.end(), [](const Step& x, const Step& y) { return x.slope > y.slope; });
+      int misses = 0;
+      for (const Step& s : steps) {
+        const int old = s.b->upto[size_t(l)];
+        s.b->upto[size_t(l)] = s.n;
+        if (double(SizeWith(l + 1)) > target) {
+          s.b->upto[size_t(l)] = old;
+          if (++misses == 32) break;
+        }
+      }
     }
   }
 

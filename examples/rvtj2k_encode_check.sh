@@ -95,6 +95,49 @@ check "$tmp/w16.pgm" $((61 * 47 * 2)) -mode 3 -layers 2
 check "$tmp/w16.ppm" $((31 * 29 * 6)) -levels 3 -jp2
 check "$tmp/w16.ppm" $((31 * 29 * 6)) -mode 60 -cblk 4x8
 
+# Lossy: at the size opj_compress -r R gives, OpenJPEG decodes our file
+# without complaint at a PSNR no more than 0.3 dB below its own.
+psnr() {  # A B BYTES: PSNR of the 8-bit pixel bytes
+  { cmp -l <(pixels "$1" "$3") <(pixels "$2" "$3") || true; } | awk -v n="$3" '
+    function oct(s,  v, i) { v = 0; for (i = 1; i <= length(s); i++) v = v * 8 + substr(s, i, 1); return v }
+    { d = oct($2) - oct($3); s += d * d }
+    END { if (s == 0) print 99; else printf "%.3f\n", 10 * log(255 * 255 * n / s) / log(10) }'
+}
+lossy() {  # SRC BYTES R "OPJ OPTIONS" OUR OPTIONS...
+  local src=$1 bytes=$2 r=$3 oo=$4 ext=${1##*.}
+  shift 4
+  n=$((n + 1))
+  # shellcheck disable=SC2086
+  opj_compress -i "$src" -o "$tmp/ref.j2k" -r "$r" $oo >/dev/null 2>&1
+  opj_decompress -i "$tmp/ref.j2k" -o "$tmp/ref.$ext" >/dev/null 2>&1
+  local size rate
+  size=$(stat -c %s "$tmp/ref.j2k")
+  rate=$(awk -v b="$bytes" -v s="$size" 'BEGIN { printf "%.6f", b / s }')
+  rm -f "$tmp"/o.*
+  if ! "$tool" encode "$src" "$tmp/o.j2k" -rate "$rate" "$@"; then
+    echo "FAIL $(basename "$src") -rate $rate $*: rvtj2k refused"
+    fail=1
+    return
+  fi
+  if opj_decompress -i "$tmp/o.j2k" -o "$tmp/o.$ext" 2>&1 | grep -qiE "warning|error"; then
+    echo "FAIL $(basename "$src") -rate $rate $*: opj_decompress complains"
+    fail=1
+  fi
+  local ours theirs
+  ours=$(psnr "$src" "$tmp/o.$ext" "$bytes")
+  theirs=$(psnr "$src" "$tmp/ref.$ext" "$bytes")
+  if [ "$(stat -c %s "$tmp/o.j2k")" -gt "$size" ] || awk -v a="$ours" -v b="$theirs" 'BEGIN { exit !(a < b - 0.3) }'; then
+    echo "FAIL $(basename "$src") -rate $rate $*: $(stat -c %s "$tmp/o.j2k") bytes at $ours dB, OpenJPEG $size at $theirs dB"
+    fail=1
+  fi
+}
+lossy "$tmp/camera.pgm" $((512 * 512)) 20 ""
+lossy "$tmp/camera.pgm" $((512 * 512)) 60 "-n 3 -b 32,32 -M 5" -levels 3 -cblk 32x32 -mode 5
+lossy "$tmp/astro.ppm" $((512 * 512 * 3)) 10 "-M 63" -mode 63
+lossy "$tmp/astro.ppm" $((512 * 512 * 3)) 40 "-b 16,64 -M 18 -SOP -EPH" -cblk 16x64 -mode 18 -SOP -EPH
+lossy "$tmp/astro.ppm" $((512 * 512 * 3)) 30 "-r 120,60,30" -layers 3 -mode 1
+lossy "$tmp/crop.ppm" $((64 * 48 * 3)) 8 "-n 2 -M 41" -levels 2 -mode 41 -order RPCL
+
 # Refusals: a non-zero exit, one line, no file.
 for bad in "-tiles 8x8" "-levels 7" "-mode 64" "-cblk 128x64" "-cblk 3x4" "-rate 0.5" "-order XYZ" "-bogus"; do
   n=$((n + 1))
