@@ -5,9 +5,12 @@
 // (PCRD-opt over the code-blocks' truncation points) and lays out the
 // code-stream.
 //
-// What it writes: one tile at the origin (the image), 1 or 3 components of
-// equal size and precision (unsigned, 1..16 bits), one precinct per
-// resolution, any of the five progression orders, SOP/EPH on request.
+// What it writes: the image at the origin, one tile or tiles of -tiles WxH
+// (one tile-part each), 1 or 3 components of equal size and precision
+// (unsigned, 1..16 bits), one precinct per resolution (so at most 32768
+// samples a side), any of the five progression orders, SOP/EPH on request.
+// -levels beyond what the tile's smaller side allows are refused; without
+// it, 5 levels or as many as that side allows.
 //   lossless (default): 5/3, RCT for colour, no quantization; with several
 //     layers the earlier ones take 1/2, 1/4, ... of the lossless size and
 //     the last holds every pass.
@@ -46,6 +49,7 @@ struct Options {
   int mode = 0;
   int order = kLRCP;
   bool sop = false, eph = false;
+  int tw = 0, th = 0;  // 0: one tile
 };
 
 int ParseInt(const char* s, int lo, int hi, const char* what) {
@@ -104,7 +108,7 @@ Options ParseOptions(int argc, char** argv) {
     } else if (a == "-EPH") {
       o.eph = true;
     } else if (a == "-tiles") {
-      throw Fail{"-tiles is not supported by the encoder"};
+      ParseSize(next(), &o.tw, &o.th, "tile size");
     } else {
       throw Fail{"unknown option " + a};
     }
@@ -127,25 +131,32 @@ void Check(RvtResult r, const char* what) {
   if (r != rvtStatusOk) throw Fail{std::string(what) + " refused its arguments"};
 }
 
-// One forward 9/7 level on the w x h region at the top left of plane
-// (origin even): columns first, then rows; low-pass halves first.
+// One forward 9/7 level on the w x h region at the top left of plane, whose
+// first sample has the parities px, py on its level's grid (odd: a
+// high-pass sample): columns first, then rows; low-pass halves first.  A
+// line of one sample is kept, or doubled when odd.
 struct Wavelet97 {
   std::vector<float> ext, lo, hi;
-  void Level(float* p, int stride, int w, int h) {
-    if (h > 1) {
-      const int n = (h + 1) / 2, nl = n, nh = h / 2;
+  void Level(float* p, int stride, int w, int h, int px, int py) {
+    if (h == 1 && py) {
+      for (int x = 0; x < w; ++x) p[x] *= 2;
+    } else if (h > 1) {
+      const int n = (h + 1) / 2, nl = py ? h / 2 : n, nh = h - nl;
       ext.assign(size_t(2 * n + 8) * w, 0.f);
       for (int i = -4; i < 2 * n + 4; ++i)
         std::memcpy(&ext[size_t(i + 4) * w], p + size_t(Reflect(i, h)) * stride, sizeof(float) * w);
       lo.resize(size_t(n) * w);
       hi.resize(size_t(n) * w);
-      Check(rvtiWTFwdCol_D97_JPEG2K_32f_C1R(&ext[size_t(4) * w], w * 4, lo.data(), w * 4, hi.data(), w * 4, {w, n}, 0),
+      Check(rvtiWTFwdCol_D97_JPEG2K_32f_C1R(&ext[size_t(4) * w], w * 4, lo.data(), w * 4, hi.data(), w * 4, {w, n},
+                                            py),
             "the 9/7 column pass");
       for (int y = 0; y < nl; ++y) std::memcpy(p + size_t(y) * stride, &lo[size_t(y) * w], sizeof(float) * w);
       for (int y = 0; y < nh; ++y) std::memcpy(p + size_t(nl + y) * stride, &hi[size_t(y) * w], sizeof(float) * w);
     }
-    if (w > 1) {
-      const int n = (w + 1) / 2, nl = n, nh = w / 2, es = 2 * n + 8;
+    if (w == 1 && px) {
+      for (int y = 0; y < h; ++y) p[size_t(y) * stride] *= 2;
+    } else if (w > 1) {
+      const int n = (w + 1) / 2, nl = px ? w / 2 : n, nh = w - nl, es = 2 * n + 8;
       ext.assign(size_t(es) * h, 0.f);
       for (int y = 0; y < h; ++y) {
         const float* row = p + size_t(y) * stride;
@@ -153,7 +164,7 @@ struct Wavelet97 {
       }
       lo.resize(size_t(n) * h);
       hi.resize(size_t(n) * h);
-      Check(rvtiWTFwdRow_D97_JPEG2K_32f_C1R(&ext[4], es * 4, lo.data(), n * 4, hi.data(), n * 4, {n, h}, 0),
+      Check(rvtiWTFwdRow_D97_JPEG2K_32f_C1R(&ext[4], es * 4, lo.data(), n * 4, hi.data(), n * 4, {n, h}, px),
             "the 9/7 row pass");
       for (int y = 0; y < h; ++y) {
         float* row = p + size_t(y) * stride;
@@ -211,7 +222,7 @@ double Norm1D(bool irreversible, int j, bool high) {
 // --------------------------------------------------------------- layout
 
 struct Block {
-  int x0, y0, w, h;
+  int x0, y0, w, h;  // in the tile's coefficient plane
   int sf = 0, passes = 0;
   Bytes data;
   std::vector<int32_t> rate;  // bytes through pass k
@@ -222,32 +233,35 @@ struct Block {
 };
 
 struct Band {
-  int type = 0, x0 = 0, y0 = 0, w = 0, h = 0, nx = 0, ny = 0, magnBits = 0;
+  int type = 0, index = 0;  // index: the band's QCD entry
+  int px = 0, py = 0, w = 0, h = 0;  // where it lies in the tile's plane
+  int nx = 0, ny = 0, magnBits = 0;
   double delta = 1, weight = 1;
-  std::vector<Block> blocks;
+  std::vector<Block> blocks;  // raster order over the band's code-block grid
 };
-
-Band MakeBand(int type, int x0, int y0, int w, int h) {
-  Band b;
-  b.type = type;
-  b.x0 = x0;
-  b.y0 = y0;
-  b.w = w;
-  b.h = h;
-  return b;
-}
 
 struct Component {
   std::vector<std::vector<Band>> res;
 };
 
+struct Tile {
+  int x0, y0, x1, y1;
+  std::vector<std::vector<int32_t>> plane;  // per component, the tile's size
+  std::vector<Component> comp;
+  int w() const { return x1 - x0; }
+  int h() const { return y1 - y0; }
+};
+
+int CeilDiv(int a, int d) { return int((int64_t(a) + d - 1) / d); }
+int FloorDiv(int a, int d) { return a / d; }
+
 struct Encoder {
   Options opt;
   rvtjpeg::Image16 img;
   MainHeader mh;
-  int W = 0, H = 0, C = 0, levels = 0;
-  std::vector<std::vector<int32_t>> plane;  // coefficients (quantization indices)
-  std::vector<Component> comp;
+  int W = 0, H = 0, C = 0, TW = 0, TH = 0, levels = 0;
+  std::vector<Tile> tiles;
+  std::vector<double> bandDelta, bandNorm;  // per QCD entry
 
   void Load() {
     std::string err;
@@ -257,153 +271,209 @@ struct Encoder {
     C = img.channels;
     if (C != 1 && C != 3) throw Fail{"only grey and RGB images"};
     if (img.precision < 1 || img.precision > 16) throw Fail{"precision above 16 bits"};
+    // One precinct per resolution covers at most 2^15 coefficients a side.
+    if (W > 32768 || H > 32768) throw Fail{"images larger than 32768 a side"};
+    TW = opt.tw ? std::min(opt.tw, W) : W;
+    TH = opt.th ? std::min(opt.th, H) : H;
     int maxLevels = 0;
-    while (maxLevels < 32 && ((std::min(W, H) >> (maxLevels + 1)) > 0)) ++maxLevels;
+    while (maxLevels < 32 && ((std::min(TW, TH) >> (maxLevels + 1)) > 0)) ++maxLevels;
     if (opt.levels < 0) levels = std::min(5, maxLevels);
-    else if (opt.levels > maxLevels) throw Fail{"too many levels for the image size"};
+    else if (opt.levels > maxLevels) throw Fail{"too many levels for the image (or tile) size"};
     else levels = opt.levels;
+    for (int ty = 0; ty < CeilDiv(H, TH); ++ty)
+      for (int tx = 0; tx < CeilDiv(W, TW); ++tx)
+        tiles.push_back(Tile{tx * TW, ty * TH, std::min(W, (tx + 1) * TW), std::min(H, (ty + 1) * TH), {}, {}});
+    if (tiles.size() > 65535) throw Fail{"more than 65535 tiles"};
+  }
+
+  // Step sizes, QCD exponents and synthesis norms per band (LL, then HL,
+  // LH, HH per level from the smallest).
+  void Quantizers() {
+    const int prec = img.precision;
+    for (int r = 0; r <= levels; ++r) {
+      const int j = r == 0 ? levels : levels - r + 1;
+      for (int type : r == 0 ? std::vector<int>{rvtJ2KBandLL}
+                             : std::vector<int>{rvtJ2KBandHL, rvtJ2KBandLH, rvtJ2KBandHH}) {
+        const bool hx = type == rvtJ2KBandHL || type == rvtJ2KBandHH;
+        const bool hy = type == rvtJ2KBandLH || type == rvtJ2KBandHH;
+        const double norm = Norm1D(opt.lossy, j, hx) * Norm1D(opt.lossy, j, hy);
+        const int gain = (hx ? 1 : 0) + (hy ? 1 : 0);
+        int expn = prec + gain, mant = 0;
+        double delta = 1;
+        if (opt.lossy) {
+          // Step 1/norm, written as 2^(R - expn) (1 + mant / 2048), R = prec + gain.
+          const double want = 1.0 / norm;
+          const int p = int(std::floor(std::log2(want)));
+          mant = int(std::lround((want / std::ldexp(1.0, p) - 1) * 2048));
+          expn = prec + gain - p;
+          if (mant >= 2048) mant = 0, --expn;
+          if (expn < 0 || expn > 31) throw Fail{"step size out of range"};
+          delta = std::ldexp(1.0 + mant / 2048.0, prec + gain - expn);
+        }
+        mh.exponent.push_back(expn);
+        mh.mantissa.push_back(mant);
+        bandDelta.push_back(delta);
+        bandNorm.push_back(norm);
+      }
+    }
+  }
+
+  // Band geometry of a tile: resolution r's rectangle is the tile's scaled
+  // by 2^-(levels - r), rounded up; the in-place wavelet leaves each
+  // level's low-pass coefficients first.  Code-blocks follow the band's
+  // own grid, anchored at its coordinate 0.
+  void Layout(Tile& t) {
+    const double rctNorm[3] = {std::sqrt(3.0), std::sqrt(11.0 / 16), std::sqrt(11.0 / 16)};
+    const double ictNorm[3] = {std::sqrt(3.0), std::hypot(0.34413, 1.772), std::hypot(1.402, 0.71414)};
+    t.comp.resize(size_t(C));
+    for (int c = 0; c < C; ++c) {
+      Component& cp = t.comp[size_t(c)];
+      cp.res.resize(size_t(levels) + 1);
+      int index = 0;
+      for (int r = 0; r <= levels; ++r) {
+        const int d = levels - r;
+        const int rx0 = CeilDiv(t.x0, 1 << d), ry0 = CeilDiv(t.y0, 1 << d);
+        const int rx1 = CeilDiv(t.x1, 1 << d), ry1 = CeilDiv(t.y1, 1 << d);
+        // Low-pass counts of the resolution's lines.
+        const int nlx = CeilDiv(rx1, 2) - CeilDiv(rx0, 2), nly = CeilDiv(ry1, 2) - CeilDiv(ry0, 2);
+        const int rw = rx1 - rx0, rh = ry1 - ry0;
+        std::vector<Band>& bands = cp.res[size_t(r)];
+        for (int type : r == 0 ? std::vector<int>{rvtJ2KBandLL}
+                               : std::vector<int>{rvtJ2KBandHL, rvtJ2KBandLH, rvtJ2KBandHH}) {
+          Band bd;
+          bd.type = type;
+          bd.index = index++;
+          const bool hx = type == rvtJ2KBandHL || type == rvtJ2KBandHH;
+          const bool hy = type == rvtJ2KBandLH || type == rvtJ2KBandHH;
+          int bx0, by0;  // band coordinates of the first coefficient
+          if (r == 0) {
+            bx0 = rx0, by0 = ry0;
+            bd.w = rw, bd.h = rh;
+          } else {
+            bx0 = hx ? FloorDiv(rx0, 2) : CeilDiv(rx0, 2);
+            by0 = hy ? FloorDiv(ry0, 2) : CeilDiv(ry0, 2);
+            bd.px = hx ? nlx : 0;
+            bd.py = hy ? nly : 0;
+            bd.w = hx ? rw - nlx : nlx;
+            bd.h = hy ? rh - nly : nly;
+          }
+          bd.delta = bandDelta[size_t(bd.index)];
+          const double mct = C == 3 ? (opt.lossy ? ictNorm[c] : rctNorm[c]) : 1.0;
+          bd.weight = std::pow(bd.delta * bandNorm[size_t(bd.index)] * mct, 2);
+          if (bd.w > 0 && bd.h > 0) {
+            const int gx0 = bx0 / opt.cbw, gy0 = by0 / opt.cbh;
+            bd.nx = CeilDiv(bx0 + bd.w, opt.cbw) - gx0;
+            bd.ny = CeilDiv(by0 + bd.h, opt.cbh) - gy0;
+            for (int y = 0; y < bd.ny; ++y)
+              for (int x = 0; x < bd.nx; ++x) {
+                const int ax = std::max(bx0, (gx0 + x) * opt.cbw), ay = std::max(by0, (gy0 + y) * opt.cbh);
+                const int ex = std::min(bx0 + bd.w, (gx0 + x + 1) * opt.cbw);
+                const int ey = std::min(by0 + bd.h, (gy0 + y + 1) * opt.cbh);
+                Block b;
+                b.x0 = bd.px + ax - bx0;
+                b.y0 = bd.py + ay - by0;
+                b.w = ex - ax;
+                b.h = ey - ay;
+                bd.blocks.push_back(std::move(b));
+              }
+          }
+          bands.push_back(std::move(bd));
+        }
+      }
+    }
   }
 
   // Level-shifted samples, component transform, wavelet, quantization.
-  void Transform() {
+  void Transform(Tile& t) {
     const int prec = img.precision, shift = 1 << (prec - 1);
-    const size_t n = size_t(W) * H;
-    plane.assign(size_t(C), std::vector<int32_t>(n));
+    const int tw = t.w(), th = t.h();
+    const size_t n = size_t(tw) * th;
+    auto sample = [&](int c, size_t i) {
+      const size_t x = size_t(t.x0) + i % size_t(tw), y = size_t(t.y0) + i / size_t(tw);
+      return int32_t(img.samples[(y * size_t(W) + x) * size_t(C) + size_t(c)]) - shift;
+    };
+    t.plane.assign(size_t(C), std::vector<int32_t>(n));
     if (!opt.lossy) {
       for (int c = 0; c < C; ++c)
-        for (size_t i = 0; i < n; ++i) plane[size_t(c)][i] = int32_t(img.samples[i * C + size_t(c)]) - shift;
+        for (size_t i = 0; i < n; ++i) t.plane[size_t(c)][i] = sample(c, i);
       if (C == 3) {
-        int32_t* p[3] = {plane[0].data(), plane[1].data(), plane[2].data()};
-        Check(rvtiRCTFwd_JPEG2K_32s_P3IR(p, W * 4, {W, H}), "the RCT");
+        int32_t* p[3] = {t.plane[0].data(), t.plane[1].data(), t.plane[2].data()};
+        Check(rvtiRCTFwd_JPEG2K_32s_P3IR(p, tw * 4, {tw, th}), "the RCT");
       }
       std::vector<uint8_t> buf;
       for (int c = 0; c < C; ++c)
         for (int d = 0; d < levels; ++d) {
-          const ImageRect rect{0, 0, (W + (1 << d) - 1) >> d, (H + (1 << d) - 1) >> d};
+          const int rx0 = CeilDiv(t.x0, 1 << d), ry0 = CeilDiv(t.y0, 1 << d);
+          const ImageRect rect{rx0, ry0, CeilDiv(t.x1, 1 << d) - rx0, CeilDiv(t.y1, 1 << d) - ry0};
+          if (rect.width == 0 || rect.height == 0) break;
           uint32_t bytes = 0;
           Check(rvtiWTGetBufSize_B53_JPEG2K_32s_C1IR(&rect, &bytes), "the 5/3 buffer size");
           buf.resize(bytes + 1);
-          Check(rvtiWTFwd_B53_JPEG2K_32s_C1IR(plane[size_t(c)].data(), W * 4, &rect, buf.data()), "the 5/3 wavelet");
+          Check(rvtiWTFwd_B53_JPEG2K_32s_C1IR(t.plane[size_t(c)].data(), tw * 4, &rect, buf.data()),
+                "the 5/3 wavelet");
         }
       return;
     }
     std::vector<std::vector<float>> f(static_cast<size_t>(C), std::vector<float>(n));
     for (int c = 0; c < C; ++c)
-      for (size_t i = 0; i < n; ++i) f[size_t(c)][i] = float(int32_t(img.samples[i * C + size_t(c)]) - shift);
+      for (size_t i = 0; i < n; ++i) f[size_t(c)][i] = float(sample(c, i));
     if (C == 3) {
       float* p[3] = {f[0].data(), f[1].data(), f[2].data()};
-      Check(rvtiICTFwd_JPEG2K_32f_P3IR(p, W * 4, {W, H}), "the ICT");
+      Check(rvtiICTFwd_JPEG2K_32f_P3IR(p, tw * 4, {tw, th}), "the ICT");
     }
     Wavelet97 wt;
     for (int c = 0; c < C; ++c)
-      for (int d = 0; d < levels; ++d)
-        wt.Level(f[size_t(c)].data(), W, (W + (1 << d) - 1) >> d, (H + (1 << d) - 1) >> d);
-    Layout();
+      for (int d = 0; d < levels; ++d) {
+        const int rx0 = CeilDiv(t.x0, 1 << d), ry0 = CeilDiv(t.y0, 1 << d);
+        if (CeilDiv(t.x1, 1 << d) == rx0 || CeilDiv(t.y1, 1 << d) == ry0) break;
+        wt.Level(f[size_t(c)].data(), tw, CeilDiv(t.x1, 1 << d) - rx0, CeilDiv(t.y1, 1 << d) - ry0, rx0 & 1,
+                 ry0 & 1);
+      }
     for (int c = 0; c < C; ++c)
-      for (auto& res : comp[size_t(c)].res)
+      for (auto& res : t.comp[size_t(c)].res)
         for (Band& bd : res) {
           const double inv = 1.0 / bd.delta;
           for (int y = 0; y < bd.h; ++y)
             for (int x = 0; x < bd.w; ++x) {
-              const size_t i = size_t(bd.y0 + y) * W + size_t(bd.x0 + x);
+              const size_t i = size_t(bd.py + y) * size_t(tw) + size_t(bd.px + x);
               const double v = f[size_t(c)][i];
               const double q = std::floor(std::fabs(v) * inv);
               if (q >= 2147483647.0) throw Fail{"coefficient out of range"};
-              plane[size_t(c)][i] = v < 0 ? -int32_t(q) : int32_t(q);
+              t.plane[size_t(c)][i] = v < 0 ? -int32_t(q) : int32_t(q);
             }
         }
   }
 
-  // Band geometry, step sizes and QCD exponents, distortion weights.
-  void Layout() {
-    if (!comp.empty()) return;
-    const int prec = img.precision;
-    mh.exponent.clear();
-    mh.mantissa.clear();
-    const double rctNorm[3] = {std::sqrt(3.0), std::sqrt(11.0 / 16), std::sqrt(11.0 / 16)};
-    const double ictNorm[3] = {std::sqrt(3.0), std::hypot(0.34413, 1.772), std::hypot(1.402, 0.71414)};
-    comp.resize(size_t(C));
-    for (int c = 0; c < C; ++c) {
-      Component& cp = comp[size_t(c)];
-      cp.res.resize(size_t(levels) + 1);
-      for (int r = 0; r <= levels; ++r) {
-        const int d = levels - r;
-        const int rw = (W + (1 << d) - 1) >> d, rh = (H + (1 << d) - 1) >> d;
-        const int lw = (rw + 1) / 2, lh = (rh + 1) / 2;
-        std::vector<Band>& bands = cp.res[size_t(r)];
-        if (r == 0) {
-          bands.push_back(MakeBand(rvtJ2KBandLL, 0, 0, rw, rh));
-        } else {
-          bands.push_back(MakeBand(rvtJ2KBandHL, lw, 0, rw - lw, lh));
-          bands.push_back(MakeBand(rvtJ2KBandLH, 0, lh, lw, rh - lh));
-          bands.push_back(MakeBand(rvtJ2KBandHH, lw, lh, rw - lw, rh - lh));
-        }
-        for (Band& bd : bands) {
-          // Level of the band: resolution r > 0 holds level levels - r + 1.
-          const int j = r == 0 ? levels : levels - r + 1;
-          const bool hx = bd.type == rvtJ2KBandHL || bd.type == rvtJ2KBandHH;
-          const bool hy = bd.type == rvtJ2KBandLH || bd.type == rvtJ2KBandHH;
-          const double norm = Norm1D(opt.lossy, j, hx) * Norm1D(opt.lossy, j, hy);
-          const int gain = (hx ? 1 : 0) + (hy ? 1 : 0);
-          int expn = prec + gain, mant = 0;
-          if (opt.lossy) {
-            // Step 1/norm, written as 2^(R - expn) (1 + mant / 2048), R = prec + gain.
-            const double want = 1.0 / norm;
-            const int p = int(std::floor(std::log2(want)));
-            mant = int(std::lround((want / std::ldexp(1.0, p) - 1) * 2048));
-            int e = prec + gain - p;
-            if (mant >= 2048) mant = 0, --e;
-            if (e < 0 || e > 31) throw Fail{"step size out of range"};
-            expn = e;
-            bd.delta = std::ldexp(1.0 + mant / 2048.0, prec + gain - expn);
-          }
-          const double mct = C == 3 ? (opt.lossy ? ictNorm[c] : rctNorm[c]) : 1.0;
-          bd.weight = std::pow(bd.delta * norm * mct, 2);
-          if (c == 0) {
-            mh.exponent.push_back(expn);
-            mh.mantissa.push_back(mant);
-          }
-          bd.nx = bd.w > 0 ? (bd.w + opt.cbw - 1) / opt.cbw : 0;
-          bd.ny = bd.h > 0 ? (bd.h + opt.cbh - 1) / opt.cbh : 0;
-          for (int y = 0; y < bd.ny; ++y)
-            for (int x = 0; x < bd.nx; ++x) {
-              Block b;
-              b.x0 = x * opt.cbw;
-              b.y0 = y * opt.cbh;
-              b.w = std::min(opt.cbw, bd.w - b.x0);
-              b.h = std::min(opt.cbh, bd.h - b.y0);
-              bd.blocks.push_back(std::move(b));
-            }
-        }
-      }
-    }
+  template <class F>
+  void ForBands(F f) {
+    for (Tile& t : tiles)
+      for (int c = 0; c < C; ++c)
+        for (auto& res : t.comp[size_t(c)].res)
+          for (Band& bd : res) f(t, c, bd);
+  }
+  template <class F>
+  void ForBlocks(F f) {
+    ForBands([&](Tile&, int, Band& bd) {
+      for (Block& b : bd.blocks) f(b);
+    });
   }
 
   // Guard bits: enough for the largest index of every band.
   void ChooseGuardBits() {
     int guard = 2;
-    for (int c = 0; c < C; ++c) {
-      int bi = 0;
-      for (auto& res : comp[size_t(c)].res)
-        for (Band& bd : res) {
-          int32_t mx = 0;
-          for (int y = 0; y < bd.h; ++y) {
-            const int32_t* row = &plane[size_t(c)][size_t(bd.y0 + y) * W + size_t(bd.x0)];
-            for (int x = 0; x < bd.w; ++x) mx = std::max(mx, row[x] < 0 ? -row[x] : row[x]);
-          }
-          guard = std::max(guard, BitLength(uint32_t(mx)) - mh.exponent[size_t(bi)] + 1);
-          ++bi;
-        }
-    }
+    ForBands([&](Tile& t, int c, Band& bd) {
+      int32_t mx = 0;
+      for (int y = 0; y < bd.h; ++y) {
+        const int32_t* row = &t.plane[size_t(c)][size_t(bd.py + y) * size_t(t.w()) + size_t(bd.px)];
+        for (int x = 0; x < bd.w; ++x) mx = std::max(mx, row[x] < 0 ? -row[x] : row[x]);
+      }
+      guard = std::max(guard, BitLength(uint32_t(mx)) - mh.exponent[size_t(bd.index)] + 1);
+    });
     if (guard > 7) throw Fail{"coefficients too large for the guard bits"};
     for (int e : mh.exponent)
       if (guard + e - 1 > 31) throw Fail{"more than 31 magnitude bit-planes"};
     mh.guard = guard;
-    for (int c = 0; c < C; ++c) {
-      int bi = 0;
-      for (auto& res : comp[size_t(c)].res)
-        for (Band& bd : res) bd.magnBits = guard + mh.exponent[size_t(bi++)] - 1;
-    }
+    ForBands([&](Tile&, int, Band& bd) { bd.magnBits = guard + mh.exponent[size_t(bd.index)] - 1; });
   }
 
   void CodeBlocks() {
@@ -413,36 +483,35 @@ struct Encoder {
       EncodeCBState_JPEG2K* s;
       ~Free() { rvtiEncodeFree_JPEG2K(s); }
     } guard{st};
-    for (int c = 0; c < C; ++c)
-      for (auto& res : comp[size_t(c)].res)
-        for (Band& bd : res)
-          for (Block& b : bd.blocks) {
-            int32_t sf = 0, passes = 0, segs = 0;
-            const int32_t* src = &plane[size_t(c)][size_t(bd.y0 + b.y0) * W + size_t(bd.x0 + b.x0)];
-            Check(rvtiEncodeLoadCodeBlock_JPEG2K_32s_C1R(src, W * 4, {b.w, b.h}, st, bd.type, bd.magnBits, opt.mode,
-                                                         &sf, &passes, &segs),
-                  "code-block coding");
-            b.sf = sf;
-            b.passes = passes;
-            b.rate.resize(size_t(passes));
-            b.dist.resize(size_t(passes));
-            for (int k = 0; k < passes; ++k) {
-              Check(rvtiEncodeGetRate_JPEG2K(st, k, &b.rate[size_t(k)]), "the pass rates");
-              Check(rvtiEncodeGetDist_JPEG2K(st, k, &b.dist[size_t(k)]), "the pass distortions");
-              b.dist[size_t(k)] *= bd.weight;
-            }
-            int32_t more = 1;
-            b.data.clear();
-            while (more) {
-              uint8_t chunk[4096];
-              int32_t len = sizeof chunk;
-              Check(rvtiEncodeStoreBits_JPEG2K_1u(chunk, &len, st, &more), "storing the coded bytes");
-              b.data.insert(b.data.end(), chunk, chunk + len);
-            }
-            if (passes > 0 && b.rate.back() != int32_t(b.data.size()))
-              throw Fail{"code-block rate and data disagree"};
-            Hull(b);
-          }
+    ForBands([&](Tile& t, int c, Band& bd) {
+      for (Block& b : bd.blocks) {
+        int32_t sf = 0, passes = 0, segs = 0;
+        const int32_t* src = &t.plane[size_t(c)][size_t(b.y0) * size_t(t.w()) + size_t(b.x0)];
+        Check(rvtiEncodeLoadCodeBlock_JPEG2K_32s_C1R(src, t.w() * 4, {b.w, b.h}, st, bd.type, bd.magnBits, opt.mode,
+                                                     &sf, &passes, &segs),
+              "code-block coding");
+        b.sf = sf;
+        b.passes = passes;
+        b.rate.resize(size_t(passes));
+        b.dist.resize(size_t(passes));
+        for (int k = 0; k < passes; ++k) {
+          Check(rvtiEncodeGetRate_JPEG2K(st, k, &b.rate[size_t(k)]), "the pass rates");
+          Check(rvtiEncodeGetDist_JPEG2K(st, k, &b.dist[size_t(k)]), "the pass distortions");
+          b.dist[size_t(k)] *= bd.weight;
+        }
+        int32_t more = 1;
+        b.data.clear();
+        while (more) {
+          uint8_t chunk[4096];
+          int32_t len = sizeof chunk;
+          Check(rvtiEncodeStoreBits_JPEG2K_1u(chunk, &len, st, &more), "storing the coded bytes");
+          b.data.insert(b.data.end(), chunk, chunk + len);
+        }
+        if (passes > 0 && b.rate.back() != int32_t(b.data.size())) throw Fail{"code-block rate and data disagree"};
+        Hull(b);
+      }
+    });
+    for (Tile& t : tiles) t.plane.clear();
   }
 
   // Truncation points on the lower convex hull of (rate, distortion).
@@ -477,7 +546,8 @@ struct Encoder {
 
   // The tile's packets for layers 0..nl-1 in the chosen order: the bytes
   // (when out is given) and their count.
-  size_t Packets(int nl, Bytes* out) {
+  size_t Packets(Tile& t, int nl, Bytes* out) {
+    std::vector<Component>& comp = t.comp;
     struct BandCoding {
       TagTree incl, zero;
     };
@@ -517,6 +587,9 @@ struct Encoder {
     int seq = 0;
     Bytes head;
     auto packet = [&](int l, int r, int c) {
+      // An empty resolution has no precinct, hence no packet.
+      const int d = levels - r;
+      if (CeilDiv(t.x1, 1 << d) == CeilDiv(t.x0, 1 << d) || CeilDiv(t.y1, 1 << d) == CeilDiv(t.y0, 1 << d)) return;
       head.clear();
       if (opt.sop) {
         Put16(head, 0xFF91);
@@ -625,16 +698,12 @@ struct Encoder {
 
   // ------------------------------------------------------ rate allocation
 
-  size_t headerBytes = 0;  // main header, SOT, SOD, EOC
+  size_t headerBytes = 0;  // main header, EOC
 
-  size_t SizeWith(int nl) { return headerBytes + Packets(nl, nullptr); }
-
-  template <class F>
-  void ForBlocks(F f) {
-    for (Component& cp : comp)
-      for (auto& res : cp.res)
-        for (Band& bd : res)
-          for (Block& b : bd.blocks) f(b);
+  size_t SizeWith(int nl) {
+    size_t n = headerBytes;
+    for (Tile& t : tiles) n += 14 + Packets(t, nl, nullptr);  // SOT, SOD, packets
+    return n;
   }
 
   // Layer l's truncation at slope threshold lambda, never below layer l-1.
@@ -652,7 +721,7 @@ struct Encoder {
     {
       Bytes h;
       WriteMainHeader(h, mh);
-      headerBytes = h.size() + 14 + 2;
+      headerBytes = h.size() + 2;
     }
     double full = 0;  // the last layer's target
     if (opt.lossy) {
@@ -713,8 +782,10 @@ struct Encoder {
   }
 
   Bytes Write() {
-    mh.width = mh.tileW = W;
-    mh.height = mh.tileH = H;
+    mh.width = W;
+    mh.height = H;
+    mh.tileW = TW;
+    mh.tileH = TH;
     mh.comps = C;
     mh.precision = img.precision;
     mh.progression = opt.order;
@@ -728,11 +799,13 @@ struct Encoder {
     mh.sop = opt.sop;
     mh.eph = opt.eph;
     Allocate();
-    Bytes data;
-    Packets(opt.layers, &data);
     Bytes cs;
     WriteMainHeader(cs, mh);
-    WriteTilePart(cs, 0, data);
+    for (size_t i = 0; i < tiles.size(); ++i) {
+      Bytes data;
+      Packets(tiles[i], opt.layers, &data);
+      WriteTilePart(cs, int(i), data);
+    }
     WriteEnd(cs);
     return cs;
   }
@@ -753,8 +826,11 @@ int EncodeMain(int argc, char** argv) {
     if (!jp2 && !EndsWith(e.opt.out, ".j2k") && !EndsWith(e.opt.out, ".j2c"))
       throw Fail{"output name must end in .j2k, .j2c or .jp2"};
     e.Load();
-    e.Layout();
-    e.Transform();
+    e.Quantizers();
+    for (Tile& t : e.tiles) {
+      e.Layout(t);
+      e.Transform(t);
+    }
     e.ChooseGuardBits();
     e.CodeBlocks();
     Bytes cs = e.Write();

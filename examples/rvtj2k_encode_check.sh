@@ -3,7 +3,7 @@
 # with opj_decompress (and, where it reads them, with rvtj2k itself) to
 # exactly the source: every code-block style 0..63 with several layers,
 # odd sizes down to 1x1, grey and colour, 8 and 16 bits, .jp2, levels,
-# code-block sizes, progression orders, SOP/EPH.  Unsupported requests must
+# code-block sizes, progression orders, SOP/EPH, tiles.  Unsupported requests must
 # fail without writing a file.
 #
 #   examples/rvtj2k_encode_check.sh RVTJ2K TESTDATA_DIR
@@ -43,7 +43,7 @@ check() {
     echo "FAIL $(basename "$src") $*: OpenJPEG decodes other pixels"
     fail=1
   fi
-  if [[ " $* " != *" -order "* ]]; then
+  if [[ " $* " != *" -order "* && " $* " != *" -tiles "* ]]; then
     if ! "$tool" decode "$out" "$tmp/r.$ext" || ! cmp -s <(pixels "$tmp/r.$ext" "$bytes") <(pixels "$src" "$bytes"); then
       echo "FAIL $(basename "$src") $*: rvtj2k decodes other pixels"
       fail=1
@@ -77,6 +77,12 @@ check "$tmp/astro.ppm" $((512 * 512 * 3)) -cblk 64x32 -SOP -EPH -layers 2
 for order in RLCP RPCL PCRL CPRL; do
   check "$tmp/crop.ppm" $((64 * 48 * 3)) -order "$order" -layers 3 -SOP -mode 5
 done
+
+# Tiles, whole and partial ones, at odd offsets.
+check "$tmp/astro.ppm" $((512 * 512 * 3)) -tiles 100x77
+check "$tmp/astro.ppm" $((512 * 512 * 3)) -tiles 37x300 -layers 3 -order RPCL -SOP -EPH -mode 7
+check "$tmp/camera.pgm" $((512 * 512)) -tiles 3x200 -cblk 4x4
+check "$tmp/crop.pgm" $((57 * 41)) -tiles 20x9 -levels 2 -order PCRL
 
 # Odd sizes: the default levels shrink with the image.
 for box in 0,0,1,17 0,0,17,1 3,5,4,6 10,10,13,19 0,0,130,3 7,9,40,74; do
@@ -137,9 +143,11 @@ lossy "$tmp/astro.ppm" $((512 * 512 * 3)) 10 "-M 63" -mode 63
 lossy "$tmp/astro.ppm" $((512 * 512 * 3)) 40 "-b 16,64 -M 18 -SOP -EPH" -cblk 16x64 -mode 18 -SOP -EPH
 lossy "$tmp/astro.ppm" $((512 * 512 * 3)) 30 "-r 120,60,30" -layers 3 -mode 1
 lossy "$tmp/crop.ppm" $((64 * 48 * 3)) 8 "-n 2 -M 41" -levels 2 -mode 41 -order RPCL
+lossy "$tmp/astro.ppm" $((512 * 512 * 3)) 20 "-t 100,77" -tiles 100x77 -mode 4
+lossy "$tmp/camera.pgm" $((512 * 512)) 16 "-t 37,300 -n 5" -tiles 37x300 -layers 2
 
 # Refusals: a non-zero exit, one line, no file.
-for bad in "-tiles 8x8" "-levels 7" "-mode 64" "-cblk 128x64" "-cblk 3x4" "-rate 0.5" "-order XYZ" "-bogus"; do
+for bad in "-tiles 0x4" "-levels 7" "-mode 64" "-cblk 128x64" "-cblk 3x4" "-rate 0.5" "-order XYZ" "-bogus"; do
   n=$((n + 1))
   rm -f "$tmp/bad.j2k"
   # shellcheck disable=SC2086
