@@ -21,11 +21,14 @@
 #include "j2k_encode.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 #include "image_io.h"
@@ -50,6 +53,7 @@ struct Options {
   int order = kLRCP;
   bool sop = false, eph = false;
   int tw = 0, th = 0;  // 0: one tile
+  int threads = 1;
 };
 
 int ParseInt(const char* s, int lo, int hi, const char* what) {
@@ -103,6 +107,8 @@ Options ParseOptions(int argc, char** argv) {
       for (int k = 0; k < 5; ++k)
         if (s == names[k]) o.order = k;
       if (o.order < 0) throw Fail{"bad order: " + s};
+    } else if (a == "-threads") {
+      o.threads = ParseInt(next(), 1, 64, "threads");
     } else if (a == "-SOP") {
       o.sop = true;
     } else if (a == "-EPH") {
@@ -160,7 +166,10 @@ struct Wavelet97 {
       ext.assign(size_t(es) * h, 0.f);
       for (int y = 0; y < h; ++y) {
         const float* row = p + size_t(y) * stride;
-        for (int i = -4; i < 2 * n + 4; ++i) ext[size_t(y) * es + size_t(i + 4)] = row[Reflect(i, w)];
+        float* e = &ext[size_t(y) * es + 4];
+        std::memcpy(e, row, sizeof(float) * w);
+        for (int i = -4; i < 0; ++i) e[i] = row[Reflect(i, w)];
+        for (int i = w; i < 2 * n + 4; ++i) e[i] = row[Reflect(i, w)];
       }
       lo.resize(size_t(n) * h);
       hi.resize(size_t(n) * h);
@@ -388,14 +397,17 @@ struct Encoder {
     const int prec = img.precision, shift = 1 << (prec - 1);
     const int tw = t.w(), th = t.h();
     const size_t n = size_t(tw) * th;
-    auto sample = [&](int c, size_t i) {
-      const size_t x = size_t(t.x0) + i % size_t(tw), y = size_t(t.y0) + i / size_t(tw);
-      return int32_t(img.samples[(y * size_t(W) + x) * size_t(C) + size_t(c)]) - shift;
+    // The tile's samples of component c, level-shifted, into dst.
+    auto samples = [&](int c, auto* dst) {
+      for (int y = 0; y < th; ++y) {
+        const uint16_t* src = &img.samples[(size_t(t.y0 + y) * size_t(W) + size_t(t.x0)) * size_t(C) + size_t(c)];
+        auto* row = dst + size_t(y) * size_t(tw);
+        for (int x = 0; x < tw; ++x) row[x] = decltype(+row[0])(int32_t(src[size_t(x) * size_t(C)]) - shift);
+      }
     };
     t.plane.assign(size_t(C), std::vector<int32_t>(n));
     if (!opt.lossy) {
-      for (int c = 0; c < C; ++c)
-        for (size_t i = 0; i < n; ++i) t.plane[size_t(c)][i] = sample(c, i);
+      for (int c = 0; c < C; ++c) samples(c, t.plane[size_t(c)].data());
       if (C == 3) {
         int32_t* p[3] = {t.plane[0].data(), t.plane[1].data(), t.plane[2].data()};
         Check(rvtiRCTFwd_JPEG2K_32s_P3IR(p, tw * 4, {tw, th}), "the RCT");
@@ -415,8 +427,7 @@ struct Encoder {
       return;
     }
     std::vector<std::vector<float>> f(static_cast<size_t>(C), std::vector<float>(n));
-    for (int c = 0; c < C; ++c)
-      for (size_t i = 0; i < n; ++i) f[size_t(c)][i] = float(sample(c, i));
+    for (int c = 0; c < C; ++c) samples(c, f[size_t(c)].data());
     if (C == 3) {
       float* p[3] = {f[0].data(), f[1].data(), f[2].data()};
       Check(rvtiICTFwd_JPEG2K_32f_P3IR(p, tw * 4, {tw, th}), "the ICT");
@@ -432,15 +443,21 @@ struct Encoder {
     for (int c = 0; c < C; ++c)
       for (auto& res : t.comp[size_t(c)].res)
         for (Band& bd : res) {
-          const double inv = 1.0 / bd.delta;
-          for (int y = 0; y < bd.h; ++y)
+          // Dead-zone quantizer: the magnitude's floor in steps.
+          const float inv = float(1.0 / bd.delta);
+          bool tooLarge = false;
+          for (int y = 0; y < bd.h; ++y) {
+            const size_t i = size_t(bd.py + y) * size_t(tw) + size_t(bd.px);
+            const float* src = &f[size_t(c)][i];
+            int32_t* dst = &t.plane[size_t(c)][i];
             for (int x = 0; x < bd.w; ++x) {
-              const size_t i = size_t(bd.py + y) * size_t(tw) + size_t(bd.px + x);
-              const double v = f[size_t(c)][i];
-              const double q = std::floor(std::fabs(v) * inv);
-              if (q >= 2147483647.0) throw Fail{"coefficient out of range"};
-              t.plane[size_t(c)][i] = v < 0 ? -int32_t(q) : int32_t(q);
+              const float q = std::fabs(src[x]) * inv;
+              tooLarge |= !(q < 2147483520.f);
+              const int32_t m = q < 2147483520.f ? int32_t(q) : 0;
+              dst[x] = src[x] < 0 ? -m : m;
             }
+          }
+          if (tooLarge) throw Fail{"coefficient out of range"};
         }
   }
 
@@ -476,42 +493,70 @@ struct Encoder {
     ForBands([&](Tile&, int, Band& bd) { bd.magnBits = guard + mh.exponent[size_t(bd.index)] - 1; });
   }
 
+  // Tier-1 over every code-block; blocks are independent, so -threads N
+  // shares them out, each thread with its own coder state.
   void CodeBlocks() {
-    EncodeCBState_JPEG2K* st = nullptr;
-    if (rvtiEncodeInitAlloc_JPEG2K(&st, {opt.cbw, opt.cbh}) != rvtStatusOk) throw Fail{"out of memory"};
-    struct Free {
-      EncodeCBState_JPEG2K* s;
-      ~Free() { rvtiEncodeFree_JPEG2K(s); }
-    } guard{st};
+    struct Job {
+      Tile* t;
+      int c;
+      Band* bd;
+      Block* b;
+    };
+    std::vector<Job> jobs;
     ForBands([&](Tile& t, int c, Band& bd) {
-      for (Block& b : bd.blocks) {
-        int32_t sf = 0, passes = 0, segs = 0;
-        const int32_t* src = &t.plane[size_t(c)][size_t(b.y0) * size_t(t.w()) + size_t(b.x0)];
-        Check(rvtiEncodeLoadCodeBlock_JPEG2K_32s_C1R(src, t.w() * 4, {b.w, b.h}, st, bd.type, bd.magnBits, opt.mode,
-                                                     &sf, &passes, &segs),
-              "code-block coding");
-        b.sf = sf;
-        b.passes = passes;
-        b.rate.resize(size_t(passes));
-        b.dist.resize(size_t(passes));
-        for (int k = 0; k < passes; ++k) {
-          Check(rvtiEncodeGetRate_JPEG2K(st, k, &b.rate[size_t(k)]), "the pass rates");
-          Check(rvtiEncodeGetDist_JPEG2K(st, k, &b.dist[size_t(k)]), "the pass distortions");
-          b.dist[size_t(k)] *= bd.weight;
-        }
-        int32_t more = 1;
-        b.data.clear();
-        while (more) {
-          uint8_t chunk[4096];
-          int32_t len = sizeof chunk;
-          Check(rvtiEncodeStoreBits_JPEG2K_1u(chunk, &len, st, &more), "storing the coded bytes");
-          b.data.insert(b.data.end(), chunk, chunk + len);
-        }
-        if (passes > 0 && b.rate.back() != int32_t(b.data.size())) throw Fail{"code-block rate and data disagree"};
-        Hull(b);
-      }
+      for (Block& b : bd.blocks) jobs.push_back({&t, c, &bd, &b});
     });
+    std::atomic<size_t> next{0};
+    std::atomic<bool> failed{false};
+    std::string why;
+    std::mutex whyLock;
+    auto work = [&] {
+      EncodeCBState_JPEG2K* st = nullptr;
+      if (rvtiEncodeInitAlloc_JPEG2K(&st, {opt.cbw, opt.cbh}) != rvtStatusOk) {
+        std::lock_guard<std::mutex> g(whyLock);
+        failed = true;
+        why = "out of memory";
+        return;
+      }
+      try {
+        for (size_t j; !failed && (j = next++) < jobs.size();) Code(*jobs[j].t, jobs[j].c, *jobs[j].bd, *jobs[j].b, st);
+      } catch (const Fail& f) {
+        std::lock_guard<std::mutex> g(whyLock);
+        failed = true;
+        why = f.why;
+      }
+      rvtiEncodeFree_JPEG2K(st);
+    };
+    std::vector<std::thread> pool;
+    for (int k = 1; k < opt.threads; ++k) pool.emplace_back(work);
+    work();
+    for (std::thread& th : pool) th.join();
+    if (failed) throw Fail{why};
     for (Tile& t : tiles) t.plane.clear();
+  }
+
+  void Code(Tile& t, int c, Band& bd, Block& b, EncodeCBState_JPEG2K* st) {
+    int32_t sf = 0, passes = 0, segs = 0;
+    const int32_t* src = &t.plane[size_t(c)][size_t(b.y0) * size_t(t.w()) + size_t(b.x0)];
+    Check(rvtiEncodeLoadCodeBlock_JPEG2K_32s_C1R(src, t.w() * 4, {b.w, b.h}, st, bd.type, bd.magnBits, opt.mode, &sf,
+                                                 &passes, &segs),
+          "code-block coding");
+    b.sf = sf;
+    b.passes = passes;
+    b.rate.resize(size_t(passes));
+    b.dist.resize(size_t(passes));
+    for (int k = 0; k < passes; ++k) {
+      Check(rvtiEncodeGetRate_JPEG2K(st, k, &b.rate[size_t(k)]), "the pass rates");
+      Check(rvtiEncodeGetDist_JPEG2K(st, k, &b.dist[size_t(k)]), "the pass distortions");
+      b.dist[size_t(k)] *= bd.weight;
+    }
+    b.data.resize(passes ? size_t(b.rate.back()) : 0);
+    if (!b.data.empty()) {
+      int32_t len = int32_t(b.data.size()), more = 0;
+      Check(rvtiEncodeStoreBits_JPEG2K_1u(b.data.data(), &len, st, &more), "storing the coded bytes");
+      if (more || len != int32_t(b.data.size())) throw Fail{"code-block rate and data disagree"};
+    }
+    Hull(b);
   }
 
   // Truncation points on the lower convex hull of (rate, distortion).
