@@ -109,6 +109,12 @@ psnr() {  # A B BYTES: PSNR of the 8-bit pixel bytes
     { d = oct($2) - oct($3); s += d * d }
     END { if (s == 0) print 99; else printf "%.3f\n", 10 * log(255 * 255 * n / s) / log(10) }'
 }
+psnr16() {  # A B BYTES: PSNR of 16-bit big-endian samples
+  paste -d' ' <(pixels "$1" "$3" | od -v -An -tu2 --endian=big | tr -s ' ' '\n' | grep .) \
+              <(pixels "$2" "$3" | od -v -An -tu2 --endian=big | tr -s ' ' '\n' | grep .) |
+    awk '{ d = $1 - $2; s += d * d; n++ } END { if (s == 0) print 99; else printf "%.3f\n", 10 * log(65535 * 65535 * n / s) / log(10) }'
+}
+measure=psnr
 lossy() {  # SRC BYTES R "OPJ OPTIONS" OUR OPTIONS...
   local src=$1 bytes=$2 r=$3 oo=$4 ext=${1##*.}
   shift 4
@@ -130,8 +136,8 @@ lossy() {  # SRC BYTES R "OPJ OPTIONS" OUR OPTIONS...
     fail=1
   fi
   local ours theirs
-  ours=$(psnr "$src" "$tmp/o.$ext" "$bytes")
-  theirs=$(psnr "$src" "$tmp/ref.$ext" "$bytes")
+  ours=$($measure "$src" "$tmp/o.$ext" "$bytes")
+  theirs=$($measure "$src" "$tmp/ref.$ext" "$bytes")
   if [ "$(stat -c %s "$tmp/o.j2k")" -gt "$size" ] || awk -v a="$ours" -v b="$theirs" 'BEGIN { exit !(a < b - 0.3) }'; then
     echo "FAIL $(basename "$src") -rate $rate $*: $(stat -c %s "$tmp/o.j2k") bytes at $ours dB, OpenJPEG $size at $theirs dB"
     fail=1
@@ -145,6 +151,13 @@ lossy "$tmp/astro.ppm" $((512 * 512 * 3)) 30 "-r 120,60,30" -layers 3 -mode 1
 lossy "$tmp/crop.ppm" $((64 * 48 * 3)) 8 "-n 2 -M 41" -levels 2 -mode 41 -order RPCL
 lossy "$tmp/astro.ppm" $((512 * 512 * 3)) 20 "-t 128,96 -M 4" -tiles 128x96 -mode 4
 lossy "$tmp/camera.pgm" $((512 * 512)) 16 "-t 37,300 -n 5" -tiles 37x300 -layers 2
+if command -v ffmpeg >/dev/null; then  # a photo scaled to 16 bits a sample
+  ffmpeg -loglevel error -i "$data/coffee.png" -vf scale=300:200 -pix_fmt rgb48be "$tmp/c16.ppm"
+  measure=psnr16
+  lossy "$tmp/c16.ppm" $((300 * 200 * 6)) 8 "-M 3" -mode 3
+  lossy "$tmp/c16.ppm" $((300 * 200 * 6)) 30 "-n 3" -levels 3
+  measure=psnr
+fi
 
 # Refusals: a non-zero exit, one line, no file.
 for bad in "-tiles 0x4" "-levels 7" "-mode 64" "-cblk 128x64" "-cblk 3x4" "-rate 0.5" "-order XYZ" "-bogus"; do
