@@ -140,43 +140,49 @@ void Check(RvtResult r, const char* what) {
 // One forward 9/7 level on the w x h region at the top left of plane, whose
 // first sample has the parities px, py on its level's grid (odd: a
 // high-pass sample): columns first, then rows; low-pass halves first.  A
-// line of one sample is kept, or doubled when odd.
+// line of one sample is kept, or doubled when odd.  The plane has a border
+// of kBorder samples on every side: the passes read their symmetric
+// extension there and, past the region's right and bottom edges, in
+// samples of the previous level's bands, which are put back afterwards.
+constexpr int kBorder = 8;
 struct Wavelet97 {
-  std::vector<float> ext, lo, hi;
+  std::vector<float> lo, hi, keep;
   void Level(float* p, int stride, int w, int h, int px, int py) {
+    const size_t s = size_t(stride);
     if (h == 1 && py) {
       for (int x = 0; x < w; ++x) p[x] *= 2;
     } else if (h > 1) {
-      const int n = (h + 1) / 2, nl = py ? h / 2 : n, nh = h - nl;
-      ext.assign(size_t(2 * n + 8) * w, 0.f);
-      for (int i = -4; i < 2 * n + 4; ++i)
-        std::memcpy(&ext[size_t(i + 4) * w], p + size_t(Reflect(i, h)) * stride, sizeof(float) * w);
+      const int n = (h + 1) / 2, nl = py ? h / 2 : n, nh = h - nl, after = 2 * n + 4 - h;
+      keep.resize(size_t(after) * w);
+      for (int i = 0; i < after; ++i) std::memcpy(&keep[size_t(i) * w], p + (h + i) * s, sizeof(float) * w);
+      for (int i = -4; i < 0; ++i) std::memcpy(p + i * ptrdiff_t(s), p + size_t(Reflect(i, h)) * s, sizeof(float) * w);
+      for (int i = h; i < 2 * n + 4; ++i) std::memcpy(p + i * s, p + size_t(Reflect(i, h)) * s, sizeof(float) * w);
       lo.resize(size_t(n) * w);
       hi.resize(size_t(n) * w);
-      Check(rvtiWTFwdCol_D97_JPEG2K_32f_C1R(&ext[size_t(4) * w], w * 4, lo.data(), w * 4, hi.data(), w * 4, {w, n},
-                                            py),
+      Check(rvtiWTFwdCol_D97_JPEG2K_32f_C1R(p, stride * 4, lo.data(), w * 4, hi.data(), w * 4, {w, n}, py),
             "the 9/7 column pass");
-      for (int y = 0; y < nl; ++y) std::memcpy(p + size_t(y) * stride, &lo[size_t(y) * w], sizeof(float) * w);
-      for (int y = 0; y < nh; ++y) std::memcpy(p + size_t(nl + y) * stride, &hi[size_t(y) * w], sizeof(float) * w);
+      for (int i = 0; i < after; ++i) std::memcpy(p + (h + i) * s, &keep[size_t(i) * w], sizeof(float) * w);
+      for (int y = 0; y < nl; ++y) std::memcpy(p + y * s, &lo[size_t(y) * w], sizeof(float) * w);
+      for (int y = 0; y < nh; ++y) std::memcpy(p + (nl + y) * s, &hi[size_t(y) * w], sizeof(float) * w);
     }
     if (w == 1 && px) {
-      for (int y = 0; y < h; ++y) p[size_t(y) * stride] *= 2;
+      for (int y = 0; y < h; ++y) p[y * s] *= 2;
     } else if (w > 1) {
-      const int n = (w + 1) / 2, nl = px ? w / 2 : n, nh = w - nl, es = 2 * n + 8;
-      ext.assign(size_t(es) * h, 0.f);
+      const int n = (w + 1) / 2, nl = px ? w / 2 : n, nh = w - nl, after = 2 * n + 4 - w;
+      keep.resize(size_t(after) * h);
       for (int y = 0; y < h; ++y) {
-        const float* row = p + size_t(y) * stride;
-        float* e = &ext[size_t(y) * es + 4];
-        std::memcpy(e, row, sizeof(float) * w);
-        for (int i = -4; i < 0; ++i) e[i] = row[Reflect(i, w)];
-        for (int i = w; i < 2 * n + 4; ++i) e[i] = row[Reflect(i, w)];
+        float* row = p + y * s;
+        std::memcpy(&keep[size_t(y) * after], row + w, sizeof(float) * after);
+        for (int i = -4; i < 0; ++i) row[i] = row[Reflect(i, w)];
+        for (int i = w; i < 2 * n + 4; ++i) row[i] = row[Reflect(i, w)];
       }
       lo.resize(size_t(n) * h);
       hi.resize(size_t(n) * h);
-      Check(rvtiWTFwdRow_D97_JPEG2K_32f_C1R(&ext[4], es * 4, lo.data(), n * 4, hi.data(), n * 4, {n, h}, px),
+      Check(rvtiWTFwdRow_D97_JPEG2K_32f_C1R(p, stride * 4, lo.data(), n * 4, hi.data(), n * 4, {n, h}, px),
             "the 9/7 row pass");
       for (int y = 0; y < h; ++y) {
-        float* row = p + size_t(y) * stride;
+        float* row = p + y * s;
+        std::memcpy(row + w, &keep[size_t(y) * after], sizeof(float) * after);
         std::memcpy(row, &lo[size_t(y) * n], sizeof(float) * nl);
         std::memcpy(row + nl, &hi[size_t(y) * n], sizeof(float) * nh);
       }
@@ -398,16 +404,16 @@ struct Encoder {
     const int tw = t.w(), th = t.h();
     const size_t n = size_t(tw) * th;
     // The tile's samples of component c, level-shifted, into dst.
-    auto samples = [&](int c, auto* dst) {
+    auto samples = [&](int c, auto* dst, size_t stride) {
       for (int y = 0; y < th; ++y) {
         const uint16_t* src = &img.samples[(size_t(t.y0 + y) * size_t(W) + size_t(t.x0)) * size_t(C) + size_t(c)];
-        auto* row = dst + size_t(y) * size_t(tw);
+        auto* row = dst + size_t(y) * stride;
         for (int x = 0; x < tw; ++x) row[x] = decltype(+row[0])(int32_t(src[size_t(x) * size_t(C)]) - shift);
       }
     };
     t.plane.assign(size_t(C), std::vector<int32_t>(n));
     if (!opt.lossy) {
-      for (int c = 0; c < C; ++c) samples(c, t.plane[size_t(c)].data());
+      for (int c = 0; c < C; ++c) samples(c, t.plane[size_t(c)].data(), size_t(tw));
       if (C == 3) {
         int32_t* p[3] = {t.plane[0].data(), t.plane[1].data(), t.plane[2].data()};
         Check(rvtiRCTFwd_JPEG2K_32s_P3IR(p, tw * 4, {tw, th}), "the RCT");
@@ -426,19 +432,21 @@ struct Encoder {
         }
       return;
     }
-    std::vector<std::vector<float>> f(static_cast<size_t>(C), std::vector<float>(n));
-    for (int c = 0; c < C; ++c) samples(c, f[size_t(c)].data());
-    if (C == 3) {
-      float* p[3] = {f[0].data(), f[1].data(), f[2].data()};
-      Check(rvtiICTFwd_JPEG2K_32f_P3IR(p, tw * 4, {tw, th}), "the ICT");
+    // Float planes with the wavelet's border around them.
+    const int fs = tw + 2 * kBorder;
+    std::vector<std::vector<float>> f(static_cast<size_t>(C), std::vector<float>(size_t(fs) * (th + 2 * kBorder)));
+    float* fp[3] = {};
+    for (int c = 0; c < C; ++c) {
+      fp[c] = f[size_t(c)].data() + size_t(kBorder) * fs + kBorder;
+      samples(c, fp[c], size_t(fs));
     }
+    if (C == 3) Check(rvtiICTFwd_JPEG2K_32f_P3IR(fp, fs * 4, {tw, th}), "the ICT");
     Wavelet97 wt;
     for (int c = 0; c < C; ++c)
       for (int d = 0; d < levels; ++d) {
         const int rx0 = CeilDiv(t.x0, 1 << d), ry0 = CeilDiv(t.y0, 1 << d);
         if (CeilDiv(t.x1, 1 << d) == rx0 || CeilDiv(t.y1, 1 << d) == ry0) break;
-        wt.Level(f[size_t(c)].data(), tw, CeilDiv(t.x1, 1 << d) - rx0, CeilDiv(t.y1, 1 << d) - ry0, rx0 & 1,
-                 ry0 & 1);
+        wt.Level(fp[c], fs, CeilDiv(t.x1, 1 << d) - rx0, CeilDiv(t.y1, 1 << d) - ry0, rx0 & 1, ry0 & 1);
       }
     for (int c = 0; c < C; ++c)
       for (auto& res : t.comp[size_t(c)].res)
@@ -447,9 +455,8 @@ struct Encoder {
           const float inv = float(1.0 / bd.delta);
           bool tooLarge = false;
           for (int y = 0; y < bd.h; ++y) {
-            const size_t i = size_t(bd.py + y) * size_t(tw) + size_t(bd.px);
-            const float* src = &f[size_t(c)][i];
-            int32_t* dst = &t.plane[size_t(c)][i];
+            const float* src = fp[c] + size_t(bd.py + y) * size_t(fs) + size_t(bd.px);
+            int32_t* dst = &t.plane[size_t(c)][size_t(bd.py + y) * size_t(tw) + size_t(bd.px)];
             for (int x = 0; x < bd.w; ++x) {
               const float q = std::fabs(src[x]) * inv;
               tooLarge |= !(q < 2147483520.f);
