@@ -267,6 +267,8 @@ struct Tile {
   int h() const { return y1 - y0; }
 };
 
+constexpr int kMaxPassesPerBlock = 3 * 31 - 2;
+
 int CeilDiv(int a, int d) { return int((int64_t(a) + d - 1) / d); }
 int FloorDiv(int a, int d) { return a / d; }
 
@@ -596,127 +598,136 @@ struct Encoder {
 
   // ------------------------------------------------------------- packets
 
-  // The tile's packets for layers 0..nl-1 in the chosen order: the bytes
-  // (when out is given) and their count.
-  size_t Packets(Tile& t, int nl, Bytes* out) {
-    std::vector<Component>& comp = t.comp;
-    struct BandCoding {
-      TagTree incl, zero;
-    };
-    std::vector<std::vector<std::vector<BandCoding>>> trees(static_cast<size_t>(C));
+  // What a decoder has learnt of a tile's code-blocks so far: per
+  // component, resolution and band the two tag trees, and per block its
+  // Lblock and the passes sent.  Packets of different precincts do not
+  // share state, so a layer's size does not depend on the order.
+  struct BandState {
+    TagTree incl, zero;
+    std::vector<int> lblock, sent;
+  };
+  using TileState = std::vector<std::vector<std::vector<BandState>>>;  // [c][r][band]
+
+  TileState NewState(Tile& t) {
+    TileState s(static_cast<size_t>(C));
     for (int c = 0; c < C; ++c) {
-      trees[size_t(c)].resize(size_t(levels) + 1);
+      s[size_t(c)].resize(size_t(levels) + 1);
       for (int r = 0; r <= levels; ++r)
-        for (Band& bd : comp[size_t(c)].res[size_t(r)]) {
-          BandCoding bc;
+        for (Band& bd : t.comp[size_t(c)].res[size_t(r)]) {
+          BandState bs;
           if (bd.nx && bd.ny) {
-            bc.incl = TagTree(bd.nx, bd.ny);
-            bc.zero = TagTree(bd.nx, bd.ny);
-            for (int i = 0; i < int(bd.blocks.size()); ++i) {
-              const Block& b = bd.blocks[size_t(i)];
-              int first = 1 << 30;
-              for (int l = 0; l < nl; ++l)
-                if (b.upto[size_t(l)] > 0) {
-                  first = l;
-                  break;
-                }
-              bc.incl.Set(i, first);
-              bc.zero.Set(i, b.sf);
-            }
+            bs.incl = TagTree(bd.nx, bd.ny);
+            bs.zero = TagTree(bd.nx, bd.ny);
+            for (int i = 0; i < int(bd.blocks.size()); ++i) bs.zero.Set(i, bd.blocks[size_t(i)].sf);
           }
-          trees[size_t(c)][size_t(r)].push_back(std::move(bc));
+          bs.lblock.assign(bd.blocks.size(), 3);
+          bs.sent.assign(bd.blocks.size(), 0);
+          s[size_t(c)][size_t(r)].push_back(std::move(bs));
         }
     }
-    // Per block: Lblock, and passes sent so far.
-    std::vector<std::vector<std::vector<std::vector<std::pair<int, int>>>>> st(static_cast<size_t>(C));
-    for (int c = 0; c < C; ++c) {
-      st[size_t(c)].resize(size_t(levels) + 1);
+    return s;
+  }
+
+  // The packet of layer l, resolution r, component c: its bytes appended to
+  // out (when given) and their count.  Blocks first included in layer l
+  // enter the inclusion tree here: what earlier packets sent only said
+  // "not before layer l", which stays true.
+  size_t Packet(Tile& t, TileState& ts, int l, int r, int c, Bytes* out, int seq) {
+    // An empty resolution has no precinct, hence no packet.
+    const int d = levels - r;
+    if (CeilDiv(t.x1, 1 << d) == CeilDiv(t.x0, 1 << d) || CeilDiv(t.y1, 1 << d) == CeilDiv(t.y0, 1 << d)) return 0;
+    std::vector<Band>& bands = t.comp[size_t(c)].res[size_t(r)];
+    Bytes local;
+    Bytes& head = out ? *out : local;
+    const size_t start = head.size();
+    if (opt.sop) {
+      Put16(head, 0xFF91);
+      Put16(head, 4);
+      Put16(head, seq & 0xFFFF);
+    }
+    bool any = false;
+    for (size_t bi = 0; bi < bands.size(); ++bi)
+      for (size_t i = 0; i < bands[bi].blocks.size(); ++i) {
+        const int to = bands[bi].blocks[i].upto[size_t(l)];
+        BandState& bs = ts[size_t(c)][size_t(r)][bi];
+        if (bs.sent[i] == 0 && to > 0) bs.incl.Set(int(i), l);
+        any |= to > bs.sent[i];
+      }
+    size_t body = 0;
+    std::vector<std::pair<const Block*, std::pair<int, int>>> parts;  // bytes [from, to)
+    {
+      BitWriter bw(head);
+      bw.Bit(any ? 1 : 0);
+      for (size_t bi = 0; any && bi < bands.size(); ++bi) {
+        Band& bd = bands[bi];
+        BandState& bs = ts[size_t(c)][size_t(r)][bi];
+        for (int i = 0; i < int(bd.blocks.size()); ++i) {
+          const Block& b = bd.blocks[size_t(i)];
+          int& lblock = bs.lblock[size_t(i)];
+          int& sent = bs.sent[size_t(i)];
+          const int to = b.upto[size_t(l)];
+          const bool in = to > sent;
+          if (sent == 0) {
+            bs.incl.Encode(bw, i, l + 1);
+            if (in) bs.zero.Encode(bw, i, b.sf + 1);
+          } else {
+            bw.Bit(in ? 1 : 0);
+          }
+          if (!in) continue;
+          PutPassCount(bw, to - sent);
+          // Segments the new passes touch: lengths and bits for each.
+          struct Seg {
+            int passes;
+            uint32_t len;
+          };
+          Seg segs[kMaxPassesPerBlock];
+          int nsegs = 0;
+          for (int k = sent; k < to;) {
+            int take = 0;
+            while (k + take < to && !(take > 0 && EndsSeg(k + take - 1))) ++take;
+            const int32_t from = k ? b.rate[size_t(k) - 1] : 0;
+            segs[nsegs++] = {take, uint32_t(b.rate[size_t(k + take) - 1] - from)};
+            k += take;
+          }
+          int inc = 0;
+          for (int k = 0; k < nsegs; ++k)
+            inc = std::max(inc, BitLength(segs[k].len) - FloorLog2(uint32_t(segs[k].passes)) - lblock);
+          for (int k = 0; k < inc; ++k) bw.Bit(1);
+          bw.Bit(0);
+          lblock += inc;
+          for (int k = 0; k < nsegs; ++k) bw.Bits(segs[k].len, lblock + FloorLog2(uint32_t(segs[k].passes)));
+          const int from = sent ? b.rate[size_t(sent) - 1] : 0, end = b.rate[size_t(to) - 1];
+          if (out) parts.push_back({&b, {from, end}});
+          body += size_t(end - from);
+          sent = to;
+        }
+      }
+      bw.Flush();
+    }
+    if (opt.eph) Put16(head, 0xFF92);
+    const size_t headBytes = head.size() - start;
+    if (out)
+      for (auto& p : parts)
+        out->insert(out->end(), p.first->data.begin() + p.second.first, p.first->data.begin() + p.second.second);
+    return headBytes + body;
+  }
+
+  // Bytes of layer l's packets over all tiles, from the states given
+  // (which advance past the layer).
+  size_t LayerBytes(std::vector<TileState>& st, int l) {
+    size_t n = 0;
+    for (size_t i = 0; i < tiles.size(); ++i)
       for (int r = 0; r <= levels; ++r)
-        for (Band& bd : comp[size_t(c)].res[size_t(r)])
-          st[size_t(c)][size_t(r)].push_back(std::vector<std::pair<int, int>>(bd.blocks.size(), {3, 0}));
-    }
-    size_t total = 0;
+        for (int c = 0; c < C; ++c) n += Packet(tiles[i], st[i], l, r, c, nullptr, 0);
+    return n;
+  }
+
+  // The tile's packets of every layer in the chosen order.
+  void WritePackets(Tile& t, Bytes& out) {
+    TileState ts = NewState(t);
+    const int R = levels + 1, nl = opt.layers;
     int seq = 0;
-    Bytes head;
-    auto packet = [&](int l, int r, int c) {
-      // An empty resolution has no precinct, hence no packet.
-      const int d = levels - r;
-      if (CeilDiv(t.x1, 1 << d) == CeilDiv(t.x0, 1 << d) || CeilDiv(t.y1, 1 << d) == CeilDiv(t.y0, 1 << d)) return;
-      head.clear();
-      if (opt.sop) {
-        Put16(head, 0xFF91);
-        Put16(head, 4);
-        Put16(head, seq & 0xFFFF);
-      }
-      ++seq;
-      std::vector<Band>& bands = comp[size_t(c)].res[size_t(r)];
-      bool any = false;
-      for (Band& bd : bands)
-        for (Block& b : bd.blocks) any |= b.upto[size_t(l)] > (l ? b.upto[size_t(l) - 1] : 0);
-      size_t body = 0;
-      std::vector<std::pair<const Block*, std::pair<int, int>>> parts;  // bytes [from, to)
-      {
-        BitWriter bw(head);
-        bw.Bit(any ? 1 : 0);
-        if (any) {
-          for (size_t bi = 0; bi < bands.size(); ++bi) {
-            Band& bd = bands[bi];
-            BandCoding& tc = trees[size_t(c)][size_t(r)][bi];
-            auto& bs = st[size_t(c)][size_t(r)][bi];
-            for (int i = 0; i < int(bd.blocks.size()); ++i) {
-              const Block& b = bd.blocks[size_t(i)];
-              int& lblock = bs[size_t(i)].first;
-              int& sent = bs[size_t(i)].second;
-              const int to = b.upto[size_t(l)];
-              const bool in = to > sent;
-              if (sent == 0) {
-                tc.incl.Encode(bw, i, l + 1);
-                if (in) tc.zero.Encode(bw, i, b.sf + 1);
-              } else {
-                bw.Bit(in ? 1 : 0);
-              }
-              if (!in) continue;
-              const int n = to - sent;
-              PutPassCount(bw, n);
-              // Segments the new passes touch: lengths and bits for each.
-              struct Seg {
-                int passes;
-                uint32_t len;
-              };
-              std::vector<Seg> segs;
-              int k = sent;
-              while (k < to) {
-                int take = 0;
-                while (k + take < to && !(take > 0 && EndsSeg(k + take - 1))) ++take;
-                const int32_t from = k ? b.rate[size_t(k) - 1] : 0;
-                segs.push_back({take, uint32_t(b.rate[size_t(k + take) - 1] - from)});
-                k += take;
-              }
-              int inc = 0;
-              for (const Seg& s : segs)
-                inc = std::max(inc, BitLength(s.len) - FloorLog2(uint32_t(s.passes)) - lblock);
-              for (int t = 0; t < inc; ++t) bw.Bit(1);
-              bw.Bit(0);
-              lblock += inc;
-              for (const Seg& s : segs) bw.Bits(s.len, lblock + FloorLog2(uint32_t(s.passes)));
-              const int from = sent ? b.rate[size_t(sent) - 1] : 0, end = b.rate[size_t(to) - 1];
-              parts.push_back({&b, {from, end}});
-              body += size_t(end - from);
-              sent = to;
-            }
-          }
-        }
-        bw.Flush();
-      }
-      if (opt.eph) Put16(head, 0xFF92);
-      total += head.size() + body;
-      if (out) {
-        out->insert(out->end(), head.begin(), head.end());
-        for (auto& p : parts)
-          out->insert(out->end(), p.first->data.begin() + p.second.first, p.first->data.begin() + p.second.second);
-      }
-    };
-    const int R = levels + 1;
+    auto packet = [&](int l, int r, int c) { Packet(t, ts, l, r, c, &out, seq++); };
     switch (opt.order) {
       case kLRCP:
         for (int l = 0; l < nl; ++l)
@@ -739,7 +750,6 @@ struct Encoder {
             for (int l = 0; l < nl; ++l) packet(l, r, c);
         break;
     }
-    return total;
   }
 
   bool EndsSeg(int k) const {
@@ -749,14 +759,6 @@ struct Encoder {
   }
 
   // ------------------------------------------------------ rate allocation
-
-  size_t headerBytes = 0;  // main header, EOC
-
-  size_t SizeWith(int nl) {
-    size_t n = headerBytes;
-    for (Tile& t : tiles) n += 14 + Packets(t, nl, nullptr);  // SOT, SOD, packets
-    return n;
-  }
 
   // Layer l's truncation at slope threshold lambda, never below layer l-1.
   void Truncate(int l, double lambda) {
@@ -770,17 +772,20 @@ struct Encoder {
   void Allocate() {
     const int L = opt.layers;
     ForBlocks([&](Block& b) { b.upto.assign(size_t(L), 0); });
-    {
-      Bytes h;
-      WriteMainHeader(h, mh);
-      headerBytes = h.size() + 2;
-    }
+    std::vector<TileState> committed;
+    for (Tile& t : tiles) committed.push_back(NewState(t));
+    // Main header, EOC, and SOT + SOD per tile.
+    Bytes h;
+    WriteMainHeader(h, mh);
+    size_t total = h.size() + 2 + 14 * tiles.size();
     double full = 0;  // the last layer's target
     if (opt.lossy) {
       full = std::floor(double(W) * H * C * img.precision / 8 / opt.rate);
-    } else {
-      ForBlocks([&](Block& b) { b.upto[size_t(L) - 1] = b.passes; });
-      full = double(SizeWith(L));
+    } else {  // every pass in one layer
+      ForBlocks([&](Block& b) { b.upto[0] = b.passes; });
+      std::vector<TileState> st = committed;
+      full = double(total + LayerBytes(st, 0));
+      ForBlocks([&](Block& b) { b.upto[0] = 0; });
     }
     double lo = INFINITY, hi = 0;
     ForBlocks([&](Block& b) {
@@ -789,47 +794,53 @@ struct Encoder {
     });
     if (!(lo <= hi)) lo = hi = 1;
     for (int l = 0; l < L; ++l) {
+      auto fits = [&](double target) {
+        std::vector<TileState> st = committed;
+        return double(total + LayerBytes(st, l)) <= target;
+      };
       if (!opt.lossy && l == L - 1) {
         ForBlocks([&](Block& b) { b.upto[size_t(l)] = b.passes; });
         break;
       }
       const double target = std::floor(full / std::ldexp(1.0, L - 1 - l));
       Truncate(l, 0);
-      if (double(SizeWith(l + 1)) <= target) continue;
-      // Bisection on log(lambda): a lambda whose stream fits is kept.
-      double a = std::log(lo) - 1, b = std::log(hi) + 1;
-      for (int it = 0; it < 40; ++it) {
-        const double m = (a + b) / 2;
-        Truncate(l, std::exp(m));
-        if (double(SizeWith(l + 1)) <= target) b = m;
-        else a = m;
-      }
-      Truncate(l, std::exp(b));
-      // The threshold moves whole passes of many blocks at once; the bytes
-      // left go to the steepest next steps that still fit.
-      struct Step {
-        double slope;
-        Block* b;
-        int n;
-      };
-      std::vector<Step> steps;
-      ForBlocks([&](Block& bk) {
-        for (size_t h = 0; h < bk.hullN.size(); ++h)
-          if (bk.hullN[h] > bk.upto[size_t(l)]) {
-            steps.push_back({bk.hullSlope[h], &bk, bk.hullN[h]});
-            break;
+      if (!fits(target)) {
+        // Bisection on log(lambda): a lambda whose stream fits is kept.
+        double a = std::log(lo) - 1, b = std::log(hi) + 1;
+        for (int it = 0; it < 40; ++it) {
+          const double m = (a + b) / 2;
+          Truncate(l, std::exp(m));
+          if (fits(target)) b = m;
+          else a = m;
+        }
+        Truncate(l, std::exp(b));
+        // The threshold moves whole passes of many blocks at once; the bytes
+        // left go to the steepest next steps that still fit.
+        struct Step {
+          double slope;
+          Block* b;
+          int n;
+        };
+        std::vector<Step> steps;
+        ForBlocks([&](Block& bk) {
+          for (size_t h = 0; h < bk.hullN.size(); ++h)
+            if (bk.hullN[h] > bk.upto[size_t(l)]) {
+              steps.push_back({bk.hullSlope[h], &bk, bk.hullN[h]});
+              break;
+            }
+        });
+        std::sort(steps.begin(), steps.end(), [](const Step& x, const Step& y) { return x.slope > y.slope; });
+        int misses = 0;
+        for (const Step& s : steps) {
+          const int old = s.b->upto[size_t(l)];
+          s.b->upto[size_t(l)] = s.n;
+          if (!fits(target)) {
+            s.b->upto[size_t(l)] = old;
+            if (++misses == 32) break;
           }
-      });
-      std::sort(steps.begin(), steps.end(), [](const Step& x, const Step& y) { return x.slope > y.slope; });
-      int misses = 0;
-      for (const Step& s : steps) {
-        const int old = s.b->upto[size_t(l)];
-        s.b->upto[size_t(l)] = s.n;
-        if (double(SizeWith(l + 1)) > target) {
-          s.b->upto[size_t(l)] = old;
-          if (++misses == 32) break;
         }
       }
+      total += LayerBytes(committed, l);
     }
   }
 
@@ -855,7 +866,7 @@ struct Encoder {
     WriteMainHeader(cs, mh);
     for (size_t i = 0; i < tiles.size(); ++i) {
       Bytes data;
-      Packets(tiles[i], opt.layers, &data);
+      WritePackets(tiles[i], data);
       WriteTilePart(cs, int(i), data);
     }
     WriteEnd(cs);
