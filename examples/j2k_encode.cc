@@ -17,7 +17,9 @@
 //   -rate R: 9/7 in float, ICT for colour, step sizes 1/norm per band
 //     (each band's quantization error weighs the same in the image); the
 //     last layer hits raw/R bytes (the whole code-stream), earlier layers
-//     1/2, 1/4, ... of it.
+//     1/2, 1/4, ... of it.  With every pass included a stream may stay
+//     below raw/R; headers alone may pass it for tiny images.
+// -threads N codes the code-blocks on N threads; the bytes do not change.
 #include "j2k_encode.h"
 
 #include <algorithm>
@@ -26,8 +28,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -568,29 +570,25 @@ struct Encoder {
     Hull(b);
   }
 
-  // Truncation points on the lower convex hull of (rate, distortion).
+  // Truncation points on the upper convex hull of (rate, distortion
+  // decrease): slopes strictly falling, points that save nothing dropped.
   static void Hull(Block& b) {
-    b.hullN.clear();
-    b.hullSlope.clear();
     std::vector<int> n{0};
     std::vector<double> s{INFINITY};
+    auto rate = [&](int k) { return k ? double(b.rate[size_t(k) - 1]) : 0.0; };
+    auto dist = [&](int k) { return k ? b.dist[size_t(k) - 1] : 0.0; };
     for (int k = 1; k <= b.passes; ++k) {
-      const double rk = b.rate[size_t(k) - 1], dk = b.dist[size_t(k) - 1];
+      if (dist(k) <= dist(n.back())) continue;
+      double slope;
       for (;;) {
         const int last = n.back();
-        const double rl = last ? b.rate[size_t(last) - 1] : 0, dl = last ? b.dist[size_t(last) - 1] : 0;
-        if (dk <= dl) goto skip;
-        double slope = rk > rl ? (dk - dl) / (rk - rl) : INFINITY;
-        if (n.size() > 1 && slope >= s.back()) {
-          n.pop_back();
-          s.pop_back();
-          continue;
-        }
-        n.push_back(k);
-        s.push_back(slope);
-        break;
+        slope = rate(k) > rate(last) ? (dist(k) - dist(last)) / (rate(k) - rate(last)) : INFINITY;
+        if (n.size() == 1 || slope < s.back()) break;
+        n.pop_back();
+        s.pop_back();
       }
-    skip:;
+      n.push_back(k);
+      s.push_back(slope);
     }
     b.hullN.assign(n.begin() + 1, n.end());
     b.hullSlope.assign(s.begin() + 1, s.end());
