@@ -144,18 +144,18 @@ lossy() {  # SRC BYTES R "OPJ OPTIONS" OUR OPTIONS...
   fi
 }
 lossy "$tmp/camera.pgm" $((512 * 512)) 20 ""
-lossy "$tmp/camera.pgm" $((512 * 512)) 60 "-n 3 -b 32,32 -M 5" -levels 3 -cblk 32x32 -mode 5
+lossy "$tmp/camera.pgm" $((512 * 512)) 60 "-n 4 -b 32,32 -M 5" -levels 3 -cblk 32x32 -mode 5
 lossy "$tmp/astro.ppm" $((512 * 512 * 3)) 10 "-M 63" -mode 63
 lossy "$tmp/astro.ppm" $((512 * 512 * 3)) 40 "-b 16,64 -M 18 -SOP -EPH" -cblk 16x64 -mode 18 -SOP -EPH
 lossy "$tmp/astro.ppm" $((512 * 512 * 3)) 30 "-r 120,60,30" -layers 3 -mode 1
-lossy "$tmp/crop.ppm" $((64 * 48 * 3)) 8 "-n 2 -M 41" -levels 2 -mode 41 -order RPCL
+lossy "$tmp/crop.ppm" $((64 * 48 * 3)) 8 "-n 3 -M 41" -levels 2 -mode 41 -order RPCL
 lossy "$tmp/astro.ppm" $((512 * 512 * 3)) 20 "-t 128,96 -M 4" -tiles 128x96 -mode 4
-lossy "$tmp/camera.pgm" $((512 * 512)) 16 "-t 37,300 -n 5" -tiles 37x300 -layers 2
+lossy "$tmp/camera.pgm" $((512 * 512)) 16 "-t 37,300 -n 6" -tiles 37x300 -layers 2
 if command -v ffmpeg >/dev/null; then  # a photo scaled to 16 bits a sample
   ffmpeg -loglevel error -i "$data/coffee.png" -vf scale=300:200 -pix_fmt rgb48be "$tmp/c16.ppm"
   measure=psnr16
   lossy "$tmp/c16.ppm" $((300 * 200 * 6)) 8 "-M 3" -mode 3
-  lossy "$tmp/c16.ppm" $((300 * 200 * 6)) 30 "-n 3" -levels 3
+  lossy "$tmp/c16.ppm" $((300 * 200 * 6)) 30 "-n 4" -levels 3
   measure=psnr
 fi
 
