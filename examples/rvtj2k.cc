@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "j2k_encode.h"
 #include "rvtjp.h"
 
 namespace {
@@ -435,8 +436,9 @@ struct Decoder {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc >= 2 && std::string(argv[1]) == "encode") return rvtj2k::EncodeMain(argc - 2, argv + 2);
   if (argc != 4 || std::string(argv[1]) != "decode") {
-    std::fprintf(stderr, "usage: rvtj2k decode IN.j2k|IN.jp2 OUT.pgm|OUT.ppm\n");
+    std::fprintf(stderr, "usage: rvtj2k decode IN.j2k|IN.jp2 OUT.pgm|OUT.ppm, or encode IN OUT.j2k|OUT.jp2 [options]\n");
     return 2;
   }
   try {
