@@ -2,10 +2,10 @@
 // checks here.  The DXT5 palette and indices come from the DXT5 kernels
 // (one block per 128-bit block); each pixel row is then transformed in
 // 32-bit lanes, one pixel per lane.  The quotients are taken in single
-// precision: the numerators are below 2^13 and the divisors at most 526,
-// so a quotient that is not an integer lies at least 1/526 from one, far
-// beyond the rounding of one division, and its floor is the integer
-// reference's.  Blocks past the last whole group take the reference.
+// precision, where every numerator (below 2^13), divisor (at most 526) and
+// product of a quotient and divisor is exact: one reciprocal per pixel, a
+// floor of the product, and a correction by the remainder give the integer
+// reference's floor.  Blocks past the last whole group take the reference.
 #if defined(RVT_TEXTURE_YCOCG_DXT5_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef RVT_TEXTURE_YCOCG_DXT5_INL_H_
 #undef RVT_TEXTURE_YCOCG_DXT5_INL_H_
@@ -40,9 +40,16 @@ HWY_INLINE V8 ToRgb(V8 px) {
   const VI d = hn::Add(hn::And(hn::ShiftRight<16>(p), byte), hn::Set(di, 8));
   const VI y = hn::And(hn::ShiftRight<24>(p), byte);
   const auto den = hn::ConvertTo(df, hn::Add(d, d));
+  const auto rcp = hn::Div(hn::Set(df, 1.0f), den);
   const VI lo = hn::Zero(di);
   auto channel = [&](VI n) {
-    const auto q = hn::Floor(hn::Div(hn::ConvertTo(df, hn::Add(hn::ShiftLeft<4>(n), d)), den));
+    // The quotient from the reciprocal is within one of the floor; the
+    // remainder, exact in single precision, corrects it.
+    const auto num = hn::ConvertTo(df, hn::Add(hn::ShiftLeft<4>(n), d));
+    auto q = hn::Floor(hn::Mul(num, rcp));
+    const auto rem = hn::Sub(num, hn::Mul(q, den));
+    q = hn::IfThenElse(hn::Lt(rem, hn::Zero(df)), hn::Sub(q, hn::Set(df, 1.0f)), q);
+    q = hn::IfThenElse(hn::Ge(rem, den), hn::Add(q, hn::Set(df, 1.0f)), q);
     return hn::Min(hn::Max(hn::Add(y, hn::ConvertTo(di, q)), lo), byte);
   };
   const VI r = channel(hn::Sub(co, cg));
