@@ -1562,6 +1562,43 @@ RvtResult rvtiTextureEncodeBlockFromRGBA_DXT3_8u_C4C1R(const uint8_t* pSrc, int3
  * encodes a channel at the same quality. */
 RvtResult rvtiTextureEncodeBlockFromRGBA_DXT5_8u_C4C1R(const uint8_t* pSrc, int32_t srcStep,
                                                        uint8_t* pDst, ImageSize roiSize, int quality);
+/* ------------------------------------------- scaled YCoCg in DXT5 blocks */
+/* The layout real-time pipelines use to carry colour at better quality than
+ * DXT1/DXT5 colour parts: ordinary DXT5 blocks (any DXT5 decoder reads them
+ * into r, g, b, a) holding luma and two chroma differences.
+ *   alpha part (bytes 0-7): Y = (R + 2G + B + 2) >> 2, as a BC4 channel;
+ *   colour part (bytes 8-15): red = 128 + s * Co, green = 128 + s * Cg with
+ *   Co = (R - B) / 2 and Cg = (2G - R - B) / 4, blue = the scale s stored as
+ *   (s - 1) in both endpoints' 5-bit blue field (8-bit blue 0, 8, 24 for
+ *   s = 1, 2, 4), so every pixel of a block reads the same scale.
+ * The decoder rebuilds RGB from the DXT5 pixel (r, g, b, a) as
+ *   s = (b + 8) / 8, co = r - 128, cg = g - 128, Y = a,
+ *   R = Y + (co - cg) / s, G = Y + cg / s, B = Y - (co + cg) / s,
+ * each quotient rounded half up (floor((16n + b + 8) / (2b + 16))), clamped
+ * to 0..255, alpha 255; blocks of other encoders (any blue) read the same
+ * way.  The DXT5 palette is this library's (colour interpolants truncated,
+ * alpha interpolants rounded). */
+/* Encoder of RGBA pixels (R, G, B, A bytes; A is not read) with the
+ * argument order, checks, edge-tile replication and block order of the
+ * other texture encoders (quality 0..2, rvtStatusBadArg outside; nothing
+ * written on failure; no threads).  Y is encoded as
+ * rvtiTextureEncodeBlock_BC4_8u_C1R encodes a channel at the same quality.
+ * The scale of a tile is the largest of 4, 2, 1 at which all of its Co and
+ * Cg fit the stored range (quality 2: all three are fitted and the one of
+ * least RGB error kept).  The chroma targets are taken for the luma as
+ * decoded, Cg = (G - R - B + Y') / 3 (the least-squares value, which takes
+ * up part of the luma's error), and the endpoints fitted to the error
+ * 2 dCo^2 + 3 dCg^2 (the squared RGB error it gives) with the blue field
+ * held: quality 0, the chroma's bounding box inset by 1/16; 1 (the default
+ * to use), also the box itself, the best pair for a tile of one chroma and
+ * up to two least-squares refinements; 2, eight refinements and each
+ * endpoint component moved by one step while the error drops. */
+RvtResult rvtiTextureEncodeBlockFromYCoCg_DXT5_8u_C4C1R(const uint8_t* pSrc, int32_t srcStep,
+                                                        uint8_t* pDst, ImageSize roiSize, int quality);
+/* Addition: the decoder of these blocks into RGBA, with the arguments,
+ * checks and region walk of rvtiTextureDecodeBlockToRGBA_DXT5_8u_C1C4R. */
+RvtResult rvtiTextureDecodeBlockToRGBA_YCoCgDXT5_8u_C1C4R(const uint8_t* pSrc, uint8_t* pDst,
+                                                          int32_t dstStep, ImageSize roiSize);
 #ifdef __cplusplus
 }
 #endif

@@ -17,6 +17,7 @@ packages=(
   libopenjp2-7-dev
   libopenjp2-tools
   libosmesa6-dev
+  imagemagick
 )
 if [ "${1:-}" = --list ]; then
   printf '%s\n' "${packages[@]}"

@@ -1176,6 +1176,31 @@ uint64_t DxtEncodeDigest() {
   return d.value();
 }
 
+// Scaled YCoCg in DXT5 blocks: an odd region encoded at every quality,
+// downwards and upwards, and random blocks decoded both ways.
+uint64_t YCoCgDigest() {
+  Digest d;
+  const size_t blocks = size_t((kW + 3) / 4) * ((kH + 3) / 4);
+  const std::vector<uint8_t> src = Random<uint8_t>(size_t(kStep) * kH * 4, 61, 0, 255);
+  const int32_t step = 4 * kStep;
+  for (int q = 0; q <= 2; ++q) {
+    std::vector<uint8_t> out(blocks * 16, 0x5A);
+    d.Status(rvtiTextureEncodeBlockFromYCoCg_DXT5_8u_C4C1R(src.data(), step, out.data(), kRoi, q));
+    d.Add(out);
+    d.Status(rvtiTextureEncodeBlockFromYCoCg_DXT5_8u_C4C1R(src.data() + size_t(step) * (kH - 1), -step,
+                                                           out.data(), kRoi, q));
+    d.Add(out);
+  }
+  const std::vector<uint8_t> blk = Random<uint8_t>(blocks * 16, 62, 0, 255);
+  std::vector<uint8_t> px(size_t(kStep) * kH, 0x5A);
+  d.Status(rvtiTextureDecodeBlockToRGBA_YCoCgDXT5_8u_C1C4R(blk.data(), px.data(), kStep, kRoi));
+  d.Add(px);
+  d.Status(rvtiTextureDecodeBlockToRGBA_YCoCgDXT5_8u_C1C4R(blk.data(), px.data() + size_t(kStep) * (kH - 1),
+                                                           -kW * 4, kRoi));
+  d.Add(px);
+  return d.value();
+}
+
 TEST(Abi, FamiliesGiveTheirDefinedResults) {
   struct Family {
     const char* name;
@@ -1201,7 +1226,8 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"BC4 and BC5 encoding", BcEncodeDigest, 0x7326b27838882e30ull},
                           Family{"JPEG XR coefficient coding", JpegXrVlcDigest, 0x52b2112384b9be7bull},
                           Family{"Huffman encoder MCU runs", HuffmanEncodeRunDigest, 0xabde081bbdb1b264ull},
-                          Family{"DXT1, DXT3 and DXT5 encoding", DxtEncodeDigest, 0xd00d1281417458f4ull}}) {
+                          Family{"DXT1, DXT3 and DXT5 encoding", DxtEncodeDigest, 0xd00d1281417458f4ull},
+                          Family{"YCoCg in DXT5", YCoCgDigest, 0xcd0508d53a39c95eull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }
