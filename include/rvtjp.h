@@ -1599,6 +1599,32 @@ RvtResult rvtiTextureEncodeBlockFromYCoCg_DXT5_8u_C4C1R(const uint8_t* pSrc, int
  * checks and region walk of rvtiTextureDecodeBlockToRGBA_DXT5_8u_C1C4R. */
 RvtResult rvtiTextureDecodeBlockToRGBA_YCoCgDXT5_8u_C1C4R(const uint8_t* pSrc, uint8_t* pDst,
                                                           int32_t dstStep, ImageSize roiSize);
+
+/* ---- BC6H texture encoding
+ * RGB half-float bit patterns (three 16-bit values per pixel, srcStep in
+ * bytes) to 16-byte BC6H blocks, unsigned (rvtiTextureDecodeBlockToRGB_BC6_16u_C1C3R
+ * decodes them) and signed (..._16s_...).  Argument order, checks, block
+ * order and edge-tile replication as rvtiTextureEncodeBlock_BC4_8u_C1R
+ * (quality 0..2, rvtStatusBadArg outside; nothing written on failure; no
+ * threads).  Inputs the format cannot hold are clamped first: NaN becomes
+ * 0, an infinity the largest finite half (65504, 0x7BFF) of its sign;
+ * unsigned, every negative value (-0 too) becomes 0; signed, -0 becomes +0,
+ * as the decoder never gives -0.  The error minimised is the squared
+ * difference of the decoded half-float bit patterns read as integers (the
+ * sign applied), about the error of log2 of the values, so dark and bright
+ * tiles are fitted alike.  Quality 0: the one-region modes (10-bit
+ * endpoints; 11-, 12- and 16-bit bases with deltas), endpoints at the
+ * extremes of the pixels' projections on their principal axis, the mode of
+ * least error kept.  Quality 1 (the default to use): also the two
+ * partitions whose regions lie nearest to two lines, in every two-region
+ * mode, and a least-squares refinement of the winner's endpoints for its
+ * indices, deltas clamped into each mode's range.  Quality 2: six
+ * partitions, up to three refinements, then each quantized endpoint
+ * component moved by one step while the error drops. */
+RvtResult rvtiTextureEncodeBlockFromRGB_BC6_16u_C3C1R(const uint16_t* pSrc, int32_t srcStep,
+                                                      uint8_t* pDst, ImageSize roiSize, int quality);
+RvtResult rvtiTextureEncodeBlockFromRGB_BC6_16s_C3C1R(const int16_t* pSrc, int32_t srcStep,
+                                                      uint8_t* pDst, ImageSize roiSize, int quality);
 #ifdef __cplusplus
 }
 #endif

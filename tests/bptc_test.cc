@@ -10,6 +10,7 @@
 #include <cstdlib>
 
 #include "checkasm.h"
+#include "hdr_image.h"
 #include "texture/bptc_decode.h"
 
 namespace rvt {
@@ -387,6 +388,58 @@ auto RegionCases(bool bc7) {
 RVT_CHECKASM(rvtiTextureDecodeBlockToRGBA_BC7_8u_C1C4R, RegionCases<uint8_t>(true));
 RVT_CHECKASM(rvtiTextureDecodeBlockToRGB_BC6_16u_C1C3R, RegionCases<uint16_t>(false));
 RVT_CHECKASM(rvtiTextureDecodeBlockToRGB_BC6_16s_C1C3R, RegionCases<int16_t>(false));
+
+// ------------------------------------------------------------ BC6H encoder
+
+// Our BC6H encoder's blocks of HDR scenes and photos, at every quality:
+// softpipe decodes them to our decoder's output (signed: but for -0 there
+// where we give +0).
+TEST(BptcDecode, SoftpipeReadsOurBc6Blocks) {
+  Softpipe& gl = Softpipe::Get();
+  ASSERT_EQ(gl.error, "");
+  const test::Photo photo = test::LoadPhoto("coffee.png", 3);
+  ASSERT_GT(photo.width, 0);
+  test::Photo crop{64, 64, 3, std::vector<uint8_t>(64 * 64 * 3)};
+  for (int y = 0; y < 64; ++y) {
+    std::memcpy(&crop.px[size_t(y) * 64 * 3], &photo.px[(size_t(y + 120) * photo.width + 200) * 3], 64 * 3);
+  }
+  for (bool is_signed : {false, true}) {
+    for (const test::HalfImage& im : {test::SyntheticHdr(64, 64, is_signed, 5), test::PhotoHdr(crop, is_signed)}) {
+      for (int q = 0; q <= 2; ++q) {
+        const ImageSize roi{im.width, im.height};
+        Bytes blocks(size_t(im.width / 4) * (im.height / 4) * 16);
+        std::vector<uint16_t> mine(im.px.size());
+        if (is_signed) {
+          ASSERT_EQ(rvtiTextureEncodeBlockFromRGB_BC6_16s_C3C1R(reinterpret_cast<const int16_t*>(im.px.data()),
+                                                                6 * im.width, blocks.data(), roi, q),
+                    rvtStatusOk);
+          ASSERT_EQ(rvtiTextureDecodeBlockToRGB_BC6_16s_C1C3R(
+                        blocks.data(), reinterpret_cast<int16_t*>(mine.data()), 6 * im.width, roi),
+                    rvtStatusOk);
+        } else {
+          ASSERT_EQ(rvtiTextureEncodeBlockFromRGB_BC6_16u_C3C1R(im.px.data(), 6 * im.width, blocks.data(), roi, q),
+                    rvtStatusOk);
+          ASSERT_EQ(rvtiTextureDecodeBlockToRGB_BC6_16u_C1C3R(blocks.data(), mine.data(), 6 * im.width, roi),
+                    rvtStatusOk);
+        }
+        const auto theirs = gl.Decode<uint16_t>(
+            is_signed ? GL_COMPRESSED_RGB_BPTC_SIGNED_FLOAT : GL_COMPRESSED_RGB_BPTC_UNSIGNED_FLOAT, blocks,
+            im.width, im.height, GL_RGB, GL_HALF_FLOAT, 3);
+        ASSERT_EQ(gl.error, "");
+        int modes = 0;
+        for (size_t k = 0; k < blocks.size(); k += 16) {
+          const int low = blocks[k] & 3;
+          modes |= 1 << (low < 2 ? low : blocks[k] & 31);
+        }
+        for (size_t i = 0; i < mine.size(); ++i) {
+          if (is_signed && theirs[i] == 0x8000 && mine[i] == 0) continue;
+          ASSERT_EQ(mine[i], theirs[i]) << (is_signed ? "signed" : "unsigned") << " quality " << q << " value " << i
+                                        << " (mode values used: 0x" << std::hex << modes << ")";
+        }
+      }
+    }
+  }
+}
 
 }  // namespace
 }  // namespace rvt

@@ -88,9 +88,11 @@ const Codec kCodecs[] = {
      DecodeAs<uint8_t, rvtiTextureDecodeBlock_BC4_8u_C1R>},
     {"bc5", Format::kBc5, Layout::kRg8, EncodeAs<uint8_t, rvtiTextureEncodeBlockFromRG_BC5_8u_C2C1R>, 2, 1,
      DecodeAs<uint8_t, rvtiTextureDecodeBlockToRG_BC5_8u_C1C2R>},
-    {"bc6h", Format::kBc6h, Layout::kRgbHalf, nullptr, 0, 0,
+    {"bc6h", Format::kBc6h, Layout::kRgbHalf,
+     EncodeAs<uint16_t, rvtiTextureEncodeBlockFromRGB_BC6_16u_C3C1R>, 2, 1,
      DecodeAs<uint16_t, rvtiTextureDecodeBlockToRGB_BC6_16u_C1C3R>},
-    {"bc6hs", Format::kBc6hs, Layout::kRgbHalfSigned, nullptr, 0, 0,
+    {"bc6hs", Format::kBc6hs, Layout::kRgbHalfSigned,
+     EncodeAs<int16_t, rvtiTextureEncodeBlockFromRGB_BC6_16s_C3C1R>, 2, 1,
      DecodeAs<int16_t, rvtiTextureDecodeBlockToRGB_BC6_16s_C1C3R>},
     {"bc7", Format::kBc7, Layout::kRgba8, nullptr, 0, 0, DecodeAs<uint8_t, rvtiTextureDecodeBlockToRGBA_BC7_8u_C1C4R>},
 };

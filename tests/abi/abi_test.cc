@@ -1201,6 +1201,25 @@ uint64_t YCoCgDigest() {
   return d.value();
 }
 
+// BC6H encoding of an odd region (edge tiles padded) of random half
+// patterns (NaN, infinities and negatives among them) at every quality,
+// unsigned downwards and signed upwards.
+uint64_t Bc6hEncodeDigest() {
+  Digest d;
+  const size_t blocks = size_t((kW + 3) / 4) * ((kH + 3) / 4);
+  const std::vector<uint16_t> src = Random<uint16_t>(size_t(kW) * 3 * kH, 52, 0, 0xFFFF);
+  const int32_t step = 6 * kW;
+  for (int q = 0; q <= 2; ++q) {
+    std::vector<uint8_t> out(blocks * 16, 0x5A);
+    d.Status(rvtiTextureEncodeBlockFromRGB_BC6_16u_C3C1R(src.data(), step, out.data(), kRoi, q));
+    d.Add(out);
+    d.Status(rvtiTextureEncodeBlockFromRGB_BC6_16s_C3C1R(
+        reinterpret_cast<const int16_t*>(src.data()) + size_t(3) * kW * (kH - 1), -step, out.data(), kRoi, q));
+    d.Add(out);
+  }
+  return d.value();
+}
+
 TEST(Abi, FamiliesGiveTheirDefinedResults) {
   struct Family {
     const char* name;
@@ -1227,7 +1246,8 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"JPEG XR coefficient coding", JpegXrVlcDigest, 0x52b2112384b9be7bull},
                           Family{"Huffman encoder MCU runs", HuffmanEncodeRunDigest, 0xabde081bbdb1b264ull},
                           Family{"DXT1, DXT3 and DXT5 encoding", DxtEncodeDigest, 0xd00d1281417458f4ull},
-                          Family{"YCoCg in DXT5", YCoCgDigest, 0xcd0508d53a39c95eull}}) {
+                          Family{"YCoCg in DXT5", YCoCgDigest, 0xcd0508d53a39c95eull},
+                          Family{"BC6H encoding", Bc6hEncodeDigest, 0x1b90ef71bca9530eull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }
