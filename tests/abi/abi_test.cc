@@ -1098,6 +1098,19 @@ uint64_t JpegXrVlcDigest() {
     d.Add(flex.data(), size_t(fpos + 7) / 8);
     const int32_t p[4] = {pos, fpos, rpos, rfpos};
     d.Add(p, 4);
+    // HP coded-block patterns decoded from the same bytes, with neighbours
+    std::vector<uint8_t> cst(static_cast<size_t>(size));
+    auto* cs = reinterpret_cast<VLCState_JPEGXR*>(cst.data());
+    d.Status(rvtiVLCInit_JPEGXR(f[0], nc, cs, size));
+    std::vector<int32_t> pat(static_cast<size_t>(nc)), prev(static_cast<size_t>(nc));
+    int32_t cpos = 0;
+    for (int k = 0; k < 12; ++k) {
+      d.Status(rvtiVLCDecodeCBPHP_JPEGXR_1u32s(buf.data(), 1 << 18, &cpos, k % 3 ? prev.data() : nullptr,
+                                               k > 5 ? prev.data() : nullptr, cs, pat.data()));
+      d.Add(pat);
+      prev = pat;
+    }
+    d.Add(&cpos, 1);
     uint32_t v = 0;
     int32_t at = 5;
     d.Status(rvtiFLCRead_JPEGXR_1u32u(buf.data(), 64, &at, 29, &v));
