@@ -1212,7 +1212,7 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"JPEG 2000 code-blocks", Tier1Digest, 0x7e337e5eecc58e6aull},
                           Family{"BC7 and BC6H textures", BptcDigest, 0x3e0fa340dca19ec5ull},
                           Family{"BC4 and BC5 encoding", BcEncodeDigest, 0x7326b27838882e30ull},
-                          Family{"JPEG XR coefficient coding", JpegXrVlcDigest, 0x52b2112384b9be7bull},
+                          Family{"JPEG XR coefficient coding", JpegXrVlcDigest, 0x151cc3982d6098c2ull},
                           Family{"Huffman encoder MCU runs", HuffmanEncodeRunDigest, 0xabde081bbdb1b264ull},
                           Family{"DXT1, DXT3 and DXT5 encoding", DxtEncodeDigest, 0xd00d1281417458f4ull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
