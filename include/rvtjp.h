@@ -1366,11 +1366,11 @@ RvtResult rvtiTextureEncodeBlockFromRG_BC5_8u_C2C1R(const uint8_t* pSrc, int32_t
 /* ------------------------------------------------ JPEG XR coefficient coding */
 /* The fixed-length (FLC) and adaptive variable-length (VLC) coding of JPEG XR
  * coefficients, one macroblock and one band at a time.  The container,
- * image and tile headers, quantization, prediction and the HP coded-block
- * pattern's neighbour prediction are the caller's; these calls hold the
- * adaptive parts: the Huffman tables each alphabet switches between, their
- * discriminants, the adaptive scan orders, the model (refinement) bits of
- * each band and the LP coded-block-pattern counters.  This interface is
+ * image and tile headers, quantization and the DC/LP/HP coefficient
+ * prediction are the caller's; these calls hold the adaptive parts: the
+ * Huffman tables each alphabet switches between, their discriminants, the
+ * adaptive scan orders, the model (refinement) bits of each band and the
+ * LP and HP coded-block-pattern counters and models.  This interface is
  * the library's own design.
  *
  * Bit cursors: a buffer, its length in bytes (used up to 2^28 - 1 bytes)
@@ -1477,20 +1477,19 @@ RvtResult rvtiVLCDecodeLP_JPEGXR_1u32s(const uint8_t* pSrc, int32_t srcLen, int3
                                        VLCState_JPEGXR* pState, int32_t* pCoef);
 RvtResult rvtiVLCEncodeLP_JPEGXR_32s1u(const int32_t* pCoef, VLCState_JPEGXR* pState, uint8_t* pDst,
                                        int32_t dstLen, int32_t* pDstBitPos);
-/* HP of every channel.  pCBP[c] bit b: block b of channel c has a coded
- * part (the decoder's input after the caller's pattern prediction; the
- * encoder's output).  The coded parts of the flagged blocks come channel
- * by channel, block by block, through the horizontal (scanOrder 0) or
- * vertical (1) adaptive HP scan; then the flexbits: the model bits less
- * the lowest trimFlexBits (0..15) of every coefficient of every block,
- * with a sign bit where the coded part is 0, into the flexbits cursor
- * (pFlex, flexLen, pFlexBitPos: the frequency-order FLEXBITS band) or,
- * when pFlex is null, into the main cursor after the coded parts (then
- * flexLen and pFlexBitPos are not read).  A decoder puts the trimmed bits
- * back as zeros.  Checks in argument order: the decoder checks the main
- * cursor, the flex cursor (when pFlex is set), trimFlexBits, scanOrder
- * (BadArg), pCBP, pState, pCoef; the encoder pCoef, scanOrder, pState,
- * pCBP, the main cursor, the flex cursor, trimFlexBits; statuses as for
+/* HP of every channel.  pCBP[c] bit b: block b of channel c has a coded part (the decoder's
+ * input, from rvtiVLCDecodeCBPHP_JPEGXR_1u32s; the encoder's output).  Blocks come channel by
+ * channel; a 4x4 grid in 2x2 quads (0, 1, 4, 5, then 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15),
+ * smaller grids row by row.  Each block: its coded part when flagged, through the horizontal
+ * (scanOrder 0; initially the LP scan's positions) or vertical (1; initially positions 8, 4, 15,
+ * 2, 13, 3, 12, 1, 14, 7, 10, 11, 5, 9, 6) adaptive scan; then its flexbits, the model bits less
+ * the lowest trimFlexBits (0..15) of each coefficient in the LP model-bit order, with a sign bit
+ * where the coded part is 0, into the flexbits cursor (pFlex, flexLen, pFlexBitPos: the
+ * frequency-order FLEXBITS band) or, when pFlex is null, right after the block's coded part
+ * (spatial order; flexLen and pFlexBitPos are then not read).  A decoder puts the trimmed bits
+ * back as zeros.  Checks in argument order: the decoder checks the main cursor, the flex cursor
+ * (when pFlex is set), trimFlexBits, scanOrder (BadArg), pCBP, pState, pCoef; the encoder pCoef,
+ * scanOrder, pState, pCBP, the main cursor, the flex cursor, trimFlexBits; statuses as for
  * LP. */
 RvtResult rvtiVLCDecodeHP_JPEGXR_1u32s(const uint8_t* pSrc, int32_t srcLen, int32_t* pSrcBitPos,
                                        const uint8_t* pFlex, int32_t flexLen, int32_t* pFlexBitPos,
@@ -1625,6 +1624,25 @@ RvtResult rvtiTextureEncodeBlockFromRGB_BC6_16u_C3C1R(const uint16_t* pSrc, int3
                                                       uint8_t* pDst, ImageSize roiSize, int quality);
 RvtResult rvtiTextureEncodeBlockFromRGB_BC6_16s_C3C1R(const int16_t* pSrc, int32_t srcStep,
                                                       uint8_t* pDst, ImageSize roiSize, int quality);
+/* ------------------------------ JPEG XR coefficient coding: HP block pattern */
+/* The coded-block pattern of one macroblock's HP band, decoded and
+ * predicted: pCBP[c] gets, bit b for block b (row by row, as
+ * rvtiVLCDecodeHP_JPEGXR_1u32s takes it), which blocks of channel c have a
+ * coded part.  Files code, per macroblock before its HP coefficients, which
+ * 2x2 quads of blocks hold coded parts (per channel for CMYK and N
+ * channels, one code with the chroma flags for YUV), then each quad's
+ * blocks; the result is the XOR of that difference with a prediction from
+ * the left macroblock's pattern (pLeftCBP, null at the tile's left edge),
+ * else the top one's (pTopCBP, null at its top edge), unless the context's
+ * running counts of full and empty patterns choose to take it as coded or
+ * inverted.  Those counts and the two pattern tables (adapted with the HP
+ * tables by rvtiVLCAdapt_JPEGXR) live in the context.  Checks: the cursor
+ * as for the other decoders, pState, pCBP; rvtStatusOutOfBuffer when the
+ * data ends inside the pattern.  Nothing is written on failure. */
+RvtResult rvtiVLCDecodeCBPHP_JPEGXR_1u32s(const uint8_t* pSrc, int32_t srcLen, int32_t* pSrcBitPos,
+                                          const int32_t* pLeftCBP, const int32_t* pTopCBP,
+                                          VLCState_JPEGXR* pState, int32_t* pCBP);
+
 #ifdef __cplusplus
 }
 #endif

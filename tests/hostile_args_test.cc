@@ -256,6 +256,10 @@ const Family kFamilies[] = {
      "dstLen pDstBitPos *pDstBitPos=-5 pFlex? flexLen pFlexBitPos *pFlexBitPos=-5 "
      "trimFlexBits/[0,15]",
      "a null pFlex puts the flexbits in the main cursor; its cursor is checked when set"},
+    {"rvtiVLCDecodeCBPHP_JPEGXR_1u32s",
+     "pSrc srcLen pSrcBitPos *pSrcBitPos=-5 pLeftCBP? pTopCBP? pState "
+     "&pState=rvtiVLCInit_JPEGXR(0,1,@,65536) *pState=-5 pCBP",
+     "the neighbours' patterns are null at the tile's edges"},
 };
 
 // ------------------------------------------------------------ parameters

@@ -26,7 +26,7 @@ struct VLCState_JPEGXR {
   int32_t disc[rvt::vlc::kSlots], disc1[rvt::vlc::kSlots];
   int32_t modelState[3][2], modelBits[3][2];  // DC, LP, HP; lum, chroma
   int32_t cbpCountZero, cbpCountMax;          // LP coded-block pattern
-  int32_t cbpModel[6];                        // HP coded-block pattern (reserved)
+  int32_t cbpModel[6];                        // HP coded-block pattern: counts 0, 1, modes
   uint8_t order[3][16];                       // LP, HP horizontal, HP vertical
   int32_t total[3][16];
 };
@@ -72,6 +72,8 @@ inline void InitState(State& s, int format, int channels) {
   std::memcpy(s.order[1], kScanHoriz, 16);
   std::memcpy(s.order[2], kScanVert, 16);
   for (int i = 0; i < 3; ++i) ResetTotals(s, i);
+  s.cbpModel[0] = s.cbpModel[1] = -4;
+  s.cbpModel[2] = s.cbpModel[3] = 4;
 }
 
 // A state Init built (and the coders kept): fields within their ranges, so
@@ -391,8 +393,8 @@ inline int DecodeRun(R& r, State& s, int maxRun) {
     if (maxRun == 3 || r.Bit()) return 3;
     return 4;
   }
+  // the run table keeps its first code: files never move its discriminant
   const int sym = r.Symbol(AlphabetOf(5), s.table[kRun]);
-  Account(s, kRun, sym);
   const int bin = RunBin(maxRun);
   return kRunBase[bin][sym] + int(r.Bits(kRunBits[bin][sym]));
 }
@@ -417,7 +419,6 @@ inline void EncodeRun(Writer& w, State& s, int maxRun, int run) {
     }
   }
   w.Symbol(AlphabetOf(5), s.table[kRun], sym);
-  Account(s, kRun, sym);
   w.Put(uint32_t(run - kRunBase[bin][sym]), kRunBits[bin][sym]);
 }
 
@@ -793,38 +794,40 @@ inline RvtResult EncodeLP(Writer& w, State& s, const int32_t* coef) {
 
 // ------------------------------------------------------------ HP
 
-// HP of every channel (coef[256 ch + 16 block + k]): the VLC parts of the
-// blocks whose cbp bit is set, channel by channel, block by block in
-// raster order, through the horizontal (scan 0) or vertical (scan 1)
-// adaptive scan; then the flexbits (model bits less `trim`) of every
-// coefficient of every block, from the flexbits reader `f`, which may be
-// `r` itself.
+// HP of every channel (coef[256 ch + 16 block + k]), block by block:
+// channel by channel, the blocks of a 4x4 grid in 2x2 quads (0, 1, 4, 5,
+// 2, 3, 6, 7, ...: kHpBlockOrder), smaller grids row by row.  Each block's
+// VLC part when its cbp bit is set, through the horizontal (scan 0) or
+// vertical (scan 1) adaptive scan, then its flexbits (model bits less
+// `trim`) from the flexbits reader `f`, which may be `r` itself: spatial
+// files interleave them with the coded parts.
+inline int HpBlockAt(const State& s, int ch, int i) { return HpBlocks(s, ch) == 16 ? kHpBlockOrder[i] : i; }
+
 template <class R, class F>
 inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, State& s, int32_t* coef) {
   int32_t lm[2] = {0, 0};
   int32_t val[16];
   const int sc = 1 + scan;
   for (int ch = 0; ch < s.channels; ++ch) {
-    for (int b = 0; b < HpBlocks(s, ch); ++b) {
+    const int bits = s.modelBits[kHP][ch > 0];
+    for (int i = 0; i < HpBlocks(s, ch); ++i) {
+      const int b = HpBlockAt(s, ch, i);
       int32_t* blk = coef + 256 * ch + 16 * b;
       for (int k = 1; k < 16; ++k) blk[k] = 0;
-      if (!((cbp[ch] >> b) & 1)) continue;
-      std::memset(val, 0, sizeof(val));
-      const int cnt = DecodeBlock(r, s, kHpFirst, ch > 0, 1, val);
-      if (cnt < 0) return RvtResult(cnt);
-      lm[ch > 0] += cnt;
-      for (int p = 1; p < 16; ++p) {
-        if (val[p] == 0) continue;
-        blk[s.order[sc][p]] = val[p];
-        CountScan(s, sc, p);
+      if ((cbp[ch] >> b) & 1) {
+        std::memset(val, 0, sizeof(val));
+        const int cnt = DecodeBlock(r, s, kHpFirst, ch > 0, 1, val);
+        if (cnt < 0) return RvtResult(cnt);
+        lm[ch > 0] += cnt;
+        for (int p = 1; p < 16; ++p) {
+          if (val[p] == 0) continue;
+          blk[s.order[sc][p]] = val[p];
+          CountScan(s, sc, p);
+        }
       }
-    }
-  }
-  for (int ch = 0; ch < s.channels; ++ch) {
-    const int bits = s.modelBits[kHP][ch > 0];
-    for (int b = 0; b < HpBlocks(s, ch); ++b) {
-      int32_t* blk = coef + 256 * ch + 16 * b;
-      for (int k = 1; k < 16; ++k) blk[k] = Refine(f, blk[k], bits, trim);
+      if (bits > trim) {
+        for (int k = 1; k < 16; ++k) blk[kLowpassRefine[k]] = Refine(f, blk[kLowpassRefine[k]], bits, trim);
+      }
     }
   }
   UpdateModel(s, kHP, lm[0], lm[1]);
@@ -839,7 +842,8 @@ inline RvtResult EncodeHP(Writer& w, Writer& f, int trim, int scan, const int32_
   for (int ch = 0; ch < s.channels; ++ch) {
     const int bits = s.modelBits[kHP][ch > 0];
     cbp[ch] = 0;
-    for (int b = 0; b < HpBlocks(s, ch); ++b) {
+    for (int i = 0; i < HpBlocks(s, ch); ++i) {
+      const int b = HpBlockAt(s, ch, i);
       const int32_t* blk = coef + 256 * ch + 16 * b;
       val[0] = 0;
       bool any = false;
@@ -848,25 +852,176 @@ inline RvtResult EncodeHP(Writer& w, Writer& f, int trim, int scan, const int32_
         if (Mag(val[p]) > kMaxLevel) return rvtStatusRange;
         any |= val[p] != 0;
       }
-      if (!any) continue;
-      cbp[ch] |= 1 << b;
-      EncodeBlock(w, s, kHpFirst, ch > 0, 1, val);
-      for (int p = 1; p < 16; ++p) {
-        if (val[p] == 0) continue;
-        ++lm[ch > 0];
-        CountScan(s, sc, p);
+      if (any) {
+        cbp[ch] |= 1 << b;
+        EncodeBlock(w, s, kHpFirst, ch > 0, 1, val);
+        for (int p = 1; p < 16; ++p) {
+          if (val[p] == 0) continue;
+          ++lm[ch > 0];
+          CountScan(s, sc, p);
+        }
       }
-    }
-  }
-  for (int ch = 0; ch < s.channels; ++ch) {
-    const int bits = s.modelBits[kHP][ch > 0];
-    for (int b = 0; b < HpBlocks(s, ch); ++b) {
-      const int32_t* blk = coef + 256 * ch + 16 * b;
-      for (int k = 1; k < 16; ++k) EncodeRefine(f, blk[k], bits, trim);
+      if (bits > trim) {
+        for (int k = 1; k < 16; ++k) EncodeRefine(f, blk[kLowpassRefine[k]], bits, trim);
+      }
     }
   }
   UpdateModel(s, kHP, lm[0], lm[1]);
   return rvtStatusOk;
+}
+
+// ------------------------------------------------------------ HP coded-block pattern
+
+// Bit i of a coded 16-block pattern is block kHpBlockOrder[i] (an
+// involution); 4:2:0 / 4:2:2 chroma patterns are in raster order already.
+inline int32_t QuadToRaster(int32_t v) {
+  int32_t o = 0;
+  for (int i = 0; i < 16; ++i) o |= ((v >> i) & 1) << kHpBlockOrder[i];
+  return o;
+}
+
+// The pattern of 1..4 set bits of a nibble: a 5-symbol code (none, one,
+// two, three, four set) with 2 or 3 more bits telling which.
+template <class R>
+inline int DecodeNibble(R& r, int sym) {
+  switch (sym) {
+    case 1: return 1 << r.Bits(2);
+    case 2: {
+      const int v = int(r.Bits(2));
+      if (v == 0) return 3;
+      if (v == 1) return 5;
+      static constexpr int kTwo[4] = {6, 9, 10, 12};
+      return kTwo[v * 2 + int(r.Bit()) - 4];
+    }
+    case 3: return 0xF ^ (1 << r.Bits(2));
+    case 4: return 0xF;
+    default: return 0;
+  }
+}
+
+inline int CountOnes(int v) { return __builtin_popcount(uint32_t(v) & 0xFFFFu); }
+
+// The prediction model of a channel class (0 lum, 1 chroma): counts of how
+// full and how empty recent patterns were pick one of three predictions:
+// from the neighbours (0), as coded (1), inverted (2).
+inline void CountCbp(State& s, int c, int ones, int full) {
+  int32_t* cnt0 = s.cbpModel;
+  int32_t* cnt1 = s.cbpModel + 2;
+  int32_t* st = s.cbpModel + 4;
+  constexpr int kDiff = 3;
+  auto sat = [](int32_t& x) {
+    if (uint32_t(x + 16) >= 32u) x = x < 0 ? -16 : 15;
+  };
+  cnt0[c] += ones - kDiff;
+  sat(cnt0[c]);
+  cnt1[c] += full - ones - kDiff;
+  sat(cnt1[c]);
+  st[c] = cnt0[c] < 0 ? (cnt0[c] < cnt1[c] ? 1 : 2) : cnt1[c] < 0 ? 2 : 0;
+}
+
+// The pattern from its coded difference, in coded bit order; left/top are
+// the neighbours' patterns (coded order) or null at the tile's edges.
+inline int32_t PredictCbp(State& s, int32_t v, int ch, const int32_t* left, const int32_t* top) {
+  const int c = ch > 0;
+  const int mode = s.cbpModel[4 + c];
+  if (s.format == k420 && ch > 0) {
+    if (mode == 0) {
+      if (!left) v ^= top ? (top[ch] >> 2) & 1 : 1;
+      else v ^= (left[ch] >> 1) & 1;
+      v ^= 0x2 & (v << 1);
+      v ^= (v & 0x3) << 2;
+    } else if (mode == 2) {
+      v ^= 0xF;
+    }
+    CountCbp(s, 1, CountOnes(v) * 4, 16);
+  } else if (s.format == k422 && ch > 0) {
+    if (mode == 0) {
+      if (!left) v ^= top ? (top[ch] >> 6) & 1 : 1;
+      else v ^= (left[ch] >> 1) & 1;
+      v ^= (v & 0x1) << 1;
+      v ^= (v & 0x3) << 2;
+      v ^= (v & 0xC) << 2;
+      v ^= (v & 0x30) << 2;
+    } else if (mode == 2) {
+      v ^= 0xFF;
+    }
+    CountCbp(s, 1, CountOnes(v) * 2, 16);
+  } else {
+    if (mode == 0) {
+      if (!left) v ^= top ? (top[ch] >> 10) & 1 : 1;
+      else v ^= (left[ch] >> 5) & 1;
+      v ^= 0x02 & (v << 1);
+      v ^= 0x10 & (v << 3);
+      v ^= 0x20 & (v << 1);
+      v ^= (v & 0x33) << 2;
+      v ^= (v & 0xCC) << 6;
+      v ^= (v & 0x3300) << 2;
+    } else if (mode == 2) {
+      v ^= 0xFFFF;
+    }
+    CountCbp(s, c, CountOnes(v), 16);
+  }
+  return v;
+}
+
+// The coded differences of every channel (YUV: one code for all three),
+// then the prediction.  Patterns in and out are in coded bit order.
+template <class R>
+inline RvtResult DecodeCbpHP(R& r, State& s, const int32_t* left, const int32_t* top, int32_t* cbp) {
+  const bool many = s.format == kCmyk || s.format == kNChannel;
+  const int groups = many ? s.channels : 1;
+  const Alphabet& a5 = AlphabetOf(5);
+  const Alphabet& aBlk = AlphabetOf(SlotSymbols(kNumBlkCbp, IsColour(s.format)));
+  int32_t diff[16] = {};
+  for (int g = 0; g < groups; ++g) {
+    int32_t y = 0, u = 0, v = 0;
+    const int sym = r.Symbol(a5, s.table[kNumCbp]);
+    Account(s, kNumCbp, sym);
+    const int quads = DecodeNibble(r, sym);
+    for (int q = 0; q < 4; ++q) {
+      if (!((quads >> q) & 1)) continue;
+      static constexpr int kFlc[6] = {0, 2, 1, 2, 2, 0};
+      static constexpr int kOff[6] = {0, 4, 2, 8, 12, 1};
+      static constexpr int kOut[16] = {0, 15, 3, 12, 1, 2, 4, 8, 5, 6, 9, 10, 7, 11, 13, 14};
+      const int bsym = r.Symbol(aBlk, s.table[kNumBlkCbp]);
+      Account(s, kNumBlkCbp, bsym);
+      int val = bsym + 1, blk = 0;
+      if (val >= 6) {  // chroma present
+        blk = r.Bit() ? 0x10 : r.Bit() ? 0x20 : 0x30;
+        if (val == 9) val = r.Bit() ? 9 : r.Bit() ? 10 : 11;
+        val -= 6;
+      }
+      int code = kOff[val];
+      if (kFlc[val]) code += int(r.Bits(kFlc[val]));
+      blk += kOut[code & 15];
+      y |= (blk & 0xF) << (4 * q);
+      if (s.format == k444) {
+        for (int k = 0; k < 2; ++k) {
+          if (!((blk >> (k + 4)) & 1)) continue;
+          const int csym = r.Symbol(AlphabetOf(4), 0);
+          const int n = DecodeNibble(r, csym + 1);
+          (k == 0 ? u : v) |= n << (4 * q);
+        }
+      } else if (s.format == k420) {
+        u |= ((blk >> 4) & 1) << q;
+        v |= ((blk >> 5) & 1) << q;
+      } else if (s.format == k422) {
+        static constexpr int kShift[4] = {0, 1, 4, 5};
+        for (int k = 0; k < 2; ++k) {
+          if (!((blk >> (k + 4)) & 1)) continue;
+          const int n = (r.Bit() ? 1 : r.Bit() ? 4 : 5) << kShift[q];
+          (k == 0 ? u : v) |= n;
+        }
+      }
+    }
+    diff[g] = y;
+    if (IsColour(s.format)) {
+      diff[1] = u;
+      diff[2] = v;
+    }
+  }
+  for (int ch = 0; ch < s.channels; ++ch) cbp[ch] = PredictCbp(s, diff[ch], ch, left, top);
+  return r.Short() ? rvtStatusOutOfBuffer : rvtStatusOk;
 }
 
 // ------------------------------------------------------------ checks and entries
@@ -950,6 +1105,28 @@ inline RvtResult DecodeHPEntry(const uint8_t* src, int32_t len, int32_t* pos, co
   *st = s;
   *pos = int32_t(r.pos);
   if (flex) *flexPos = int32_t(f.pos);
+  return rvtStatusOk;
+}
+
+template <class R>
+inline RvtResult DecodeCbpHPEntry(const uint8_t* src, int32_t len, int32_t* pos, const int32_t* left,
+                                  const int32_t* top, State* st, int32_t* cbp) {
+  RVT_CHECK(CheckCursor(src, len, pos));
+  RVT_CHECK(CheckState(st));
+  RVT_CHECK(CheckPtr(cbp));
+  State s = *st;
+  int32_t l[16], t[16], out[16];
+  for (int ch = 0; ch < s.channels; ++ch) {
+    const bool quads = HpBlocks(s, ch) == 16;
+    if (left) l[ch] = quads ? QuadToRaster(left[ch]) : left[ch];
+    if (top) t[ch] = quads ? QuadToRaster(top[ch]) : top[ch];
+  }
+  R r{src, EndBits(len), *pos};
+  const RvtResult status = DecodeCbpHP(r, s, left ? l : nullptr, top ? t : nullptr, out);
+  if (status != rvtStatusOk) return status;
+  for (int ch = 0; ch < s.channels; ++ch) cbp[ch] = HpBlocks(s, ch) == 16 ? QuadToRaster(out[ch]) : out[ch];
+  *st = s;
+  *pos = int32_t(r.pos);
   return rvtStatusOk;
 }
 

@@ -98,12 +98,16 @@ inline int InitialTable(int symbols) { return (symbols == 6 || symbols == 12) ? 
 constexpr int kSwitch = 8;
 constexpr int kClamp = 64;
 
-// Initial scan orders, raster positions 4r + c of a 4x4 block.
+// Initial scan orders, positions of a 4x4 block as the photo core transform
+// leaves its coefficients.
 inline constexpr uint8_t kScanLowpass[16] = {0, 2, 8, 15, 1, 4, 12, 3, 7, 13, 5, 11, 14, 6, 9, 10};
-inline constexpr uint8_t kScanHoriz[16] = {0, 1, 4, 5, 2, 8, 6, 9, 3, 12, 10, 7, 13, 11, 14, 15};
-inline constexpr uint8_t kScanVert[16] = {0, 4, 8, 5, 1, 12, 9, 6, 2, 13, 3, 15, 7, 10, 14, 11};
+inline constexpr uint8_t kScanHoriz[16] = {0, 2, 8, 15, 1, 4, 12, 3, 7, 13, 5, 11, 14, 6, 9, 10};
+inline constexpr uint8_t kScanVert[16] = {0, 8, 4, 15, 2, 13, 3, 12, 1, 14, 7, 10, 11, 5, 9, 6};
+// The order HP blocks of a 4x4 grid are coded in (2x2 quads); bit i of a
+// coded pattern belongs to block kHpBlockOrder[i].
+inline constexpr uint8_t kHpBlockOrder[16] = {0, 1, 4, 5, 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15};
 constexpr int kMaxTotal = 32;
-// The order in which an LP block's model bits follow (raster positions).
+// The order in which a block's model bits follow (LP and HP alike).
 inline constexpr uint8_t kLowpassRefine[16] = {0, 2, 1, 7, 8, 15, 12, 11, 4, 3, 5, 6, 13, 14, 9, 10};
 
 // Significant runs: the run's bin by the longest run possible (5..14),

@@ -1,0 +1,47 @@
+// rvtjxr: an example JPEG XR codec over the library's photo core transform
+// and coefficient coding exports.  The container, the image, tile and
+// macroblock layers, prediction, quantization, the second-level transform
+// and the overlap filters are this codec's; every first-level transform goes
+// through rvtiPCTInv/Fwd and every coefficient through rvtiVLC/FLC.
+#ifndef RVTJXR_JXR_CODEC_H_
+#define RVTJXR_JXR_CODEC_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace rvtjxr {
+
+// A decoded image: interleaved samples, `channels` 1 (grey) or 3 (R, G, B),
+// `bits` 8 or 16.
+struct Picture {
+  int width = 0;
+  int height = 0;
+  int channels = 0;
+  int bits = 8;
+  std::vector<uint16_t> samples;
+};
+
+// Where the coded image sits in a container, and what the container says.
+struct Container {
+  size_t imageOffset = 0;
+  size_t imageBytes = 0;
+  bool hasAlpha = false;
+  uint8_t pixelFormat = 0;  // the last byte of the pixel format identifier
+};
+
+// Each returns false with a one-line reason when it cannot do the job; on
+// damaged data they never read outside `data`.
+bool ParseContainer(const uint8_t* data, size_t size, Container* out, std::string* error);
+// Images of more than maxPixels (padded to whole macroblocks) are refused,
+// as are those with more macroblocks than the data has bits.
+bool DecodeImage(const uint8_t* data, size_t size, Picture* out, std::string* error,
+                 size_t maxPixels = size_t(1) << 30);
+// A whole file: the container, then its image.
+bool DecodeFile(const uint8_t* data, size_t size, Picture* out, std::string* error,
+                size_t maxPixels = size_t(1) << 30);
+
+}  // namespace rvtjxr
+
+#endif  // RVTJXR_JXR_CODEC_H_

@@ -1,0 +1,716 @@
+// The rvtjxr decoder: image header, image plane header, index table, tile
+// packets and macroblocks; DC/LP/HP prediction, dequantization, the second
+// level transform and the overlap post filters here; the first level
+// inverse transform through rvtiPCTInv_JPEGXR_32s_C1IR and every
+// coefficient through the rvtiVLC/FLC decoders.
+//
+// Coefficients are kept per channel in a plane of the padded image size,
+// each 4x4 block holding its transform coefficients where the photo core
+// transform exports put them; after all tiles, the block DCs get the second
+// level filters, the whole plane is inverse transformed at once, and the
+// pixel-level filters follow.
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+
+#include "jxr_codec.h"
+#include "jxr_filters.h"
+#include "rvtjp.h"
+
+namespace rvtjxr {
+namespace {
+
+enum ColorFormat { kYOnly = 0, k420 = 1, k422 = 2, k444 = 3, kCmyk = 4, kNChannel = 6 };
+enum Subband { kAll = 0, kNoFlex = 1, kNoHP = 2, kDCOnly = 3 };
+
+// Header fields, most significant bit first; reads past the end give zeros
+// and mark the reader short.
+struct Bits {
+  const uint8_t* p;
+  size_t size;
+  size_t pos = 0;  // in bits
+  bool Short() const { return pos > size * 8; }
+  uint32_t Get(int n) {
+    uint32_t v = 0;
+    for (int i = 0; i < n; ++i) {
+      const size_t b = pos++;
+      v = (v << 1) | (b < size * 8 ? (p[b >> 3] >> (7 - (b & 7))) & 1u : 0u);
+    }
+    return v;
+  }
+  void Align() { pos = (pos + 7) & ~size_t(7); }
+};
+
+// Quantizer step of an index.  Scaled arithmetic (the usual case) keeps
+// one more bit for lum and all HP steps (shift 1) than for chroma DC/LP.
+int32_t StepOf(int index, int shift, bool scaled) {
+  if (index == 0) return 1;
+  if (!scaled) {
+    if (index < 32) return (index + 3) >> 2;
+    if (index < 48) return ((16 + (index & 15) + 1) >> 1) << ((index >> 4) - 2);
+    return (16 + (index & 15)) << ((index >> 4) - 3);
+  }
+  if (index < 16) return index << shift;
+  return (16 + (index & 15)) << ((index >> 4) - 1 + shift);
+}
+
+// One set of quantizer indexes (per channel), as coded: a channel mode for
+// more than one channel (0 one index, 1 lum and chroma, 2 each), then the
+// indexes.
+struct QpSet {
+  int index[16] = {};
+};
+QpSet ReadQpSet(Bits& b, int channels) {
+  QpSet q;
+  const int mode = channels > 1 ? int(b.Get(2)) : 0;
+  q.index[0] = int(b.Get(8));
+  if (mode == 1) q.index[1] = int(b.Get(8));
+  else if (mode > 1) {
+    for (int c = 1; c < channels; ++c) q.index[c] = int(b.Get(8));
+  }
+  for (int c = 1; c < channels; ++c) {
+    if (mode == 0) q.index[c] = q.index[0];
+    else if (mode == 1) q.index[c] = q.index[1];
+  }
+  return q;
+}
+// Steps of a set: DC and LP chroma steps use shift 0 under scaled
+// arithmetic, HP ones shift 1.
+std::array<int32_t, 16> Steps(const QpSet& q, int channels, bool hp, bool scaled) {
+  std::array<int32_t, 16> s{};
+  for (int c = 0; c < channels; ++c) s[size_t(c)] = StepOf(q.index[c], (c > 0 && !hp) ? 0 : 1, scaled);
+  return s;
+}
+
+struct Header {
+  int subversion = 0;
+  bool tiling = false, frequency = false, indexTable = false, shortHeader = false;
+  bool windowing = false, trimFlag = false, alpha = false;
+  int orientation = 0, overlap = 0, outColor = 0, outDepth = 0;
+  uint32_t width = 0, height = 0;
+  uint32_t extraTop = 0, extraLeft = 0, extraBottom = 0, extraRight = 0;
+  std::vector<uint32_t> tileX, tileY;  // first macroblock of each tile column / row
+  // the first image plane
+  int format = 0, channels = 1, subband = 0;
+  bool scaled = false;
+  bool dcPerTile = false, lpPerTile = false, hpPerTile = false;
+  std::array<int32_t, 16> dcStep{}, lpStep{}, hpStep{};
+};
+
+bool ReadHeader(Bits& b, Header* h, std::string* error) {
+  static const char kSig[8] = {'W', 'M', 'P', 'H', 'O', 'T', 'O', 0};
+  if (b.size < 8 || std::memcmp(b.p, kSig, 8) != 0) {
+    *error = "no WMPHOTO image signature";
+    return false;
+  }
+  b.pos = 64;
+  if (b.Get(4) != 1) {
+    *error = "unknown codec version";
+    return false;
+  }
+  h->subversion = int(b.Get(4));
+  h->tiling = b.Get(1);
+  h->frequency = b.Get(1);
+  h->orientation = int(b.Get(3));
+  h->indexTable = b.Get(1);
+  h->overlap = int(b.Get(2));
+  h->shortHeader = b.Get(1);
+  b.Get(1);  // long words
+  h->windowing = b.Get(1);
+  h->trimFlag = b.Get(1);
+  const bool stretch = b.Get(1);
+  b.Get(1);  // red and blue order
+  b.Get(1);  // reserved
+  h->alpha = b.Get(1);
+  h->outColor = int(b.Get(4));
+  h->outDepth = int(b.Get(4));
+  const int wordBits = h->shortHeader ? 16 : 32;
+  h->width = b.Get(wordBits) + 1;
+  h->height = b.Get(wordBits) + 1;
+  if (h->width == 0 || h->height == 0) {
+    *error = "image size out of range";
+    return false;
+  }
+  uint32_t cols = 1, rows = 1;
+  if (h->tiling) {
+    cols = b.Get(12) + 1;
+    rows = b.Get(12) + 1;
+  }
+  h->tileX.assign(1, 0);
+  h->tileY.assign(1, 0);
+  for (uint32_t i = 1; i < cols; ++i) h->tileX.push_back(h->tileX.back() + b.Get(h->shortHeader ? 8 : 16));
+  for (uint32_t i = 1; i < rows; ++i) h->tileY.push_back(h->tileY.back() + b.Get(h->shortHeader ? 8 : 16));
+  if (stretch) b.pos += size_t(8) * cols * rows;
+  if (h->windowing) {
+    h->extraTop = b.Get(6);
+    h->extraLeft = b.Get(6);
+    h->extraBottom = b.Get(6);
+    h->extraRight = b.Get(6);
+  } else {
+    if (h->width & 15) h->extraRight = 16 - (h->width & 15);
+    if (h->height & 15) h->extraBottom = 16 - (h->height & 15);
+  }
+  if (h->orientation != 0) {
+    *error = "rotated or flipped images are not supported";
+    return false;
+  }
+  if (h->width > (1u << 16) || h->height > (1u << 16)) {
+    *error = "image larger than 65536 pixels a side is not supported";
+    return false;
+  }
+  if (((h->width + h->extraLeft + h->extraRight) & 15) || ((h->height + h->extraTop + h->extraBottom) & 15)) {
+    *error = "image window does not cover whole macroblocks";
+    return false;
+  }
+  b.Align();
+
+  // the image plane
+  h->format = int(b.Get(3));
+  h->scaled = b.Get(1);
+  h->subband = int(b.Get(4));
+  switch (h->format) {
+    case kYOnly: h->channels = 1; break;
+    case k420: h->channels = 3; b.Get(8); break;
+    case k422: h->channels = 3; b.Get(8); break;
+    case k444: h->channels = 3; b.Get(8); break;
+    case kNChannel: h->channels = int(b.Get(4)) + 1; b.Get(4); break;
+    case kCmyk: h->channels = 4; break;
+    default: *error = "unknown internal colour format"; return false;
+  }
+  // 16- and 32-bit outputs carry a shift
+  if (h->outDepth == 2 || h->outDepth == 3 || h->outDepth == 5 || h->outDepth == 6) b.Get(8);
+  if (h->outDepth == 7) b.Get(16);
+  const int nc = h->channels;
+  QpSet dc, lp, hp;
+  const bool dcUniform = b.Get(1);
+  if (dcUniform) dc = ReadQpSet(b, nc);
+  h->dcPerTile = !dcUniform;
+  bool lpUseDc = true, hpUseLp = true, lpUniform = false, hpUniform = false;
+  if (h->subband != kDCOnly) {
+    lpUseDc = b.Get(1);
+    if (!lpUseDc) {
+      lpUniform = b.Get(1);
+      if (lpUniform) lp = ReadQpSet(b, nc);
+    }
+    h->lpPerTile = lpUseDc ? h->dcPerTile : !lpUniform;
+    if (h->subband != kNoHP) {
+      hpUseLp = b.Get(1);
+      if (!hpUseLp) {
+        hpUniform = b.Get(1);
+        if (hpUniform) hp = ReadQpSet(b, nc);
+      }
+      h->hpPerTile = hpUseLp ? h->lpPerTile : !hpUniform;
+    }
+  }
+  b.Align();
+  if (!h->dcPerTile) h->dcStep = Steps(dc, nc, false, h->scaled);
+  if (!h->lpPerTile) h->lpStep = lpUseDc ? h->dcStep : Steps(lp, nc, false, h->scaled);
+  if (!h->hpPerTile) h->hpStep = hpUseLp ? h->lpStep : Steps(hp, nc, true, h->scaled);
+  if (b.Short()) {
+    *error = "image header cut short";
+    return false;
+  }
+  return true;
+}
+
+// The variable-length words of the index table.
+uint64_t ReadVlw(Bits& b) {
+  uint64_t s = b.Get(8);
+  if (s == 0xFD || s == 0xFE || s == 0xFF) return 0;
+  if (s < 0xFB) return (s << 8) | b.Get(8);
+  if (s - 0xFB) {
+    const uint64_t hi = (uint64_t(b.Get(16)) << 16) | b.Get(16);
+    return (hi << 32) | (uint64_t(b.Get(16)) << 16) | b.Get(16);
+  }
+  return (uint64_t(b.Get(16)) << 16) | b.Get(16);
+}
+
+// Quantizers of a tile: a set per QP index (LP and HP may have up to 16).
+struct TileQp {
+  std::array<int32_t, 16> dc{};
+  std::vector<std::array<int32_t, 16>> lp, hp;
+  int lpBits = 0, hpBits = 0;
+};
+int IndexBits(int n) { return n < 2 ? 0 : n < 4 ? 1 : n < 6 ? 2 : n < 10 ? 3 : 4; }
+
+// A band's cursor: the bytes of its packet.
+struct Cursor {
+  const uint8_t* p = nullptr;
+  int32_t len = 0;
+  int32_t pos = 0;
+  bool Get(int n, uint32_t* v) { return rvtiFLCRead_JPEGXR_1u32u(p, len, &pos, n, v) == rvtStatusOk; }
+};
+
+// What later macroblocks predict from.
+struct PredInfo {
+  int32_t dc[16];
+  int32_t ad[16][6];  // first row (left prediction), first column (top)
+  int32_t cbp[16];
+  int qpIndex;
+};
+
+constexpr int kRowPos[3] = {2, 1, 7};   // first-row LP/HP coefficients
+constexpr int kColPos[3] = {8, 4, 13};  // first-column ones
+
+class Decoder {
+ public:
+  Decoder(const Header& h, const uint8_t* data, size_t size) : h_(h), data_(data), size_(size) {
+    mbw_ = int((h.width + h.extraLeft + h.extraRight) / 16);
+    mbh_ = int((h.height + h.extraTop + h.extraBottom) / 16);
+    pw_ = mbw_ * 16;
+    ph_ = mbh_ * 16;
+    planes_.assign(size_t(h.channels), std::vector<int32_t>(size_t(pw_) * ph_, 0));
+    hpStep_.assign(size_t(h.channels), std::vector<int32_t>(size_t(mbw_) * mbh_, 0));
+  }
+
+  bool Run(size_t tilesAt, std::string* error);
+  void Reconstruct(Picture* out);
+
+ private:
+  bool Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error);
+  bool ReadTileQp(Cursor& dc, Cursor& lp, Cursor& hp, TileQp* q);
+  bool Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band, std::vector<PredInfo>& row,
+                  std::vector<PredInfo>& prev, std::string* error);
+  int32_t* Block(int c, int mx, int my, int bx, int by) {
+    return planes_[size_t(c)].data() + (size_t(my) * mbw_ + mx) * 256 + 16 * (4 * bx + by);
+  }
+
+  const Header& h_;
+  const uint8_t* data_;
+  size_t size_;
+  int mbw_, mbh_, pw_, ph_;
+  std::vector<std::vector<int32_t>> planes_;
+  std::vector<uint8_t> state_;
+  std::vector<std::vector<int32_t>> hpStep_;  // per channel, per macroblock
+  int trim_ = 0;
+};
+
+bool Decoder::ReadTileQp(Cursor& dcs, Cursor& lps, Cursor& hps, TileQp* q) {
+  const int nc = h_.channels;
+  // the tile headers use the same bit layout as the plane header's sets
+  auto set = [&](Cursor& c, bool hp) -> std::array<int32_t, 16> {
+    QpSet s;
+    uint32_t v = 0;
+    int mode = 0;
+    if (nc > 1) {
+      c.Get(2, &v);
+      mode = int(v);
+    }
+    c.Get(8, &v);
+    s.index[0] = int(v);
+    if (mode == 1) {
+      c.Get(8, &v);
+      s.index[1] = int(v);
+    } else if (mode > 1) {
+      for (int ch = 1; ch < nc; ++ch) {
+        c.Get(8, &v);
+        s.index[ch] = int(v);
+      }
+    }
+    for (int ch = 1; ch < nc; ++ch) {
+      if (mode == 0) s.index[ch] = s.index[0];
+      else if (mode == 1) s.index[ch] = s.index[1];
+    }
+    return Steps(s, nc, hp, h_.scaled);
+  };
+  uint32_t v = 0;
+  q->dc = h_.dcPerTile ? set(dcs, false) : h_.dcStep;
+  q->lp.assign(1, h_.lpStep);
+  q->lpBits = 0;
+  if (h_.subband != kDCOnly && h_.lpPerTile) {
+    lps.Get(1, &v);
+    if (v) {
+      q->lp.assign(1, q->dc);
+    } else {
+      lps.Get(4, &v);
+      const int n = int(v) + 1;
+      q->lp.clear();
+      for (int i = 0; i < n; ++i) q->lp.push_back(set(lps, false));
+      q->lpBits = IndexBits(n);
+    }
+  }
+  q->hp.assign(1, h_.hpStep);
+  q->hpBits = 0;
+  if (h_.subband != kDCOnly && h_.subband != kNoHP && h_.hpPerTile) {
+    hps.Get(1, &v);
+    if (v) {
+      q->hp = q->lp;
+    } else {
+      hps.Get(4, &v);
+      const int n = int(v) + 1;
+      q->hp.clear();
+      for (int i = 0; i < n; ++i) q->hp.push_back(set(hps, true));
+      q->hpBits = IndexBits(n);
+    }
+  }
+  return true;
+}
+
+bool Decoder::Run(size_t tilesAt, std::string* error) {
+  const int cols = int(h_.tileX.size()), rows = int(h_.tileY.size());
+  for (uint32_t x : h_.tileX) {
+    if (int(x) >= mbw_) {
+      *error = "tile outside the image";
+      return false;
+    }
+  }
+  for (uint32_t y : h_.tileY) {
+    if (int(y) >= mbh_) {
+      *error = "tile outside the image";
+      return false;
+    }
+  }
+  const int bands = h_.frequency ? (h_.subband == kDCOnly ? 1 : h_.subband == kNoHP ? 2 : h_.subband == kNoFlex ? 3 : 4) : 1;
+  Bits b{data_, size_};
+  b.pos = tilesAt * 8;
+  std::vector<uint64_t> index;
+  if (h_.indexTable) {
+    if (b.Get(16) != 1) {
+      *error = "bad index table";
+      return false;
+    }
+    for (int i = 0; i < cols * rows * bands; ++i) index.push_back(ReadVlw(b));
+  } else if (h_.frequency || cols * rows > 1) {
+    *error = "tiles or frequency order without an index table";
+    return false;
+  }
+  const uint64_t skip = ReadVlw(b);
+  b.Align();
+  if (b.Short()) {
+    *error = "index table cut short";
+    return false;
+  }
+  const uint64_t base = b.pos / 8 + skip;
+  int32_t size = 0;
+  if (rvtiVLCGetStateSize_JPEGXR(h_.format, h_.channels, &size) != rvtStatusOk) {
+    *error = "colour format not supported by the coefficient coder";
+    return false;
+  }
+  state_.assign(size_t(size), 0);
+  for (int ty = 0; ty < rows; ++ty) {
+    for (int tx = 0; tx < cols; ++tx) {
+      std::vector<Cursor> band(static_cast<size_t>(bands));
+      for (int k = 0; k < bands; ++k) {
+        const uint64_t at = base + (index.empty() ? 0 : index[size_t((ty * cols + tx) * bands + k)]);
+        if (at + 4 > size_) {
+          *error = "packet outside the image data";
+          return false;
+        }
+        band[size_t(k)].p = data_ + at;
+        band[size_t(k)].len = int32_t(std::min<uint64_t>(size_ - at, (uint64_t(1) << 28) - 1));
+      }
+      if (!Tile(tx, ty, band, error)) return false;
+    }
+  }
+  return true;
+}
+
+bool Decoder::Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error) {
+  auto* st = reinterpret_cast<VLCState_JPEGXR*>(state_.data());
+  if (rvtiVLCInit_JPEGXR(h_.format, h_.channels, st, int32_t(state_.size())) != rvtStatusOk) {
+    *error = "coefficient coder refused the colour format";
+    return false;
+  }
+  // packet headers: a start code and an identifier byte each
+  for (Cursor& c : band) {
+    uint32_t code = 0, id = 0;
+    if (!c.Get(24, &code) || code != 1 || !c.Get(8, &id)) {
+      *error = "missing packet start code";
+      return false;
+    }
+  }
+  const bool spatial = !h_.frequency;
+  Cursor* dc = &band[0];
+  Cursor* lp = spatial ? dc : band.size() > 1 ? &band[1] : nullptr;
+  Cursor* hp = spatial ? dc : band.size() > 2 ? &band[2] : nullptr;
+  Cursor* fl = spatial ? dc : band.size() > 3 ? &band[3] : nullptr;
+  uint32_t v = 0;
+  trim_ = 0;
+  if (h_.trimFlag && fl) {
+    fl->Get(4, &v);
+    trim_ = int(v);
+  }
+  if (trim_ != 0) {
+    *error = "trimmed flexbits are not supported yet";
+    return false;
+  }
+  TileQp q;
+  Cursor none;
+  ReadTileQp(*dc, lp ? *lp : none, hp ? *hp : none, &q);
+  Cursor cur[4] = {*dc, lp ? *lp : none, hp ? *hp : none, fl ? *fl : none};
+  const int x0 = int(h_.tileX[size_t(tx)]), y0 = int(h_.tileY[size_t(ty)]);
+  const int x1 = size_t(tx + 1) < h_.tileX.size() ? int(h_.tileX[size_t(tx + 1)]) : mbw_;
+  const int y1 = size_t(ty + 1) < h_.tileY.size() ? int(h_.tileY[size_t(ty + 1)]) : mbh_;
+  if (x1 <= x0 || y1 <= y0) {
+    *error = "empty tile";
+    return false;
+  }
+  std::vector<PredInfo> row(size_t(x1 - x0)), prev(size_t(x1 - x0));
+  Cursor* c[4];
+  if (spatial) {
+    c[0] = c[1] = c[2] = c[3] = &cur[0];
+  } else {
+    for (int k = 0; k < 4; ++k) c[k] = &cur[k];
+  }
+  for (int my = y0; my < y1; ++my) {
+    for (int mx = x0; mx < x1; ++mx) {
+      if (!Macroblock(mx, my, x0, y0, q, c[0], row, prev, error)) return false;
+    }
+    std::swap(row, prev);
+  }
+  return true;
+}
+
+bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band, std::vector<PredInfo>& row,
+                         std::vector<PredInfo>& prev, std::string* error) {
+  // band[0..3] lie one after another in the caller's array (or all alias
+  // the one spatial cursor)
+  Cursor* c[4] = {band, band, band, band};
+  if (h_.frequency) {
+    for (int k = 1; k < 4; ++k) c[k] = band + k;
+  }
+  auto* st = reinterpret_cast<VLCState_JPEGXR*>(state_.data());
+  const int nc = h_.channels;
+  const int i = mx - x0;
+  const bool left = mx == x0, top = my == y0;
+  const int tileCol = mx - x0;
+  const bool adaptNow = (tileCol & 15) == 0 || size_t(i + 1) == row.size();
+  const bool resetScan = (tileCol & 15) == 0;
+  const bool lpBand = h_.subband != kDCOnly, hpBand = lpBand && h_.subband != kNoHP;
+  const bool flexBand = hpBand && h_.subband != kNoFlex;
+  auto fail = [&](const char* what) {
+    *error = std::string(what) + " of macroblock " + std::to_string(mx) + "," + std::to_string(my) + " is damaged";
+    return false;
+  };
+
+  // macroblock QP indexes (spatial: both before the DC; frequency: in the
+  // LP and HP bands)
+  int lpIndex = 0, hpIndex = 0;
+  uint32_t v = 0;
+  auto qpIndex = [&](Cursor* cu, int bits) {
+    if (bits == 0) return 0;
+    cu->Get(1, &v);
+    if (!v) return 0;
+    cu->Get(bits, &v);
+    return int(v) + 1;
+  };
+  if (!h_.frequency && lpBand) {
+    lpIndex = qpIndex(c[0], q.lpBits);
+    if (hpBand) hpIndex = qpIndex(c[0], q.hpBits);
+  }
+  int32_t dclp[256] = {};
+  if (rvtiVLCDecodeDC_JPEGXR_1u32s(c[0]->p, c[0]->len, &c[0]->pos, st, dclp) != rvtStatusOk) return fail("DC");
+  if (!lpBand && adaptNow) rvtiVLCAdapt_JPEGXR(st, 1);
+  if (lpBand) {
+    if (h_.frequency) lpIndex = qpIndex(c[1], q.lpBits);
+    if (resetScan) rvtiVLCAdapt_JPEGXR(st, 8);
+    if (rvtiVLCDecodeLP_JPEGXR_1u32s(c[1]->p, c[1]->len, &c[1]->pos, st, dclp) != rvtStatusOk) return fail("LP");
+    if (adaptNow) rvtiVLCAdapt_JPEGXR(st, 1 | 2);
+  }
+  if (q.hpBits == 0 && q.hp.size() > 1) hpIndex = lpIndex;
+  if (lpIndex >= int(q.lp.size())) return fail("LP quantizer index");
+
+  // DC and LP prediction
+  const PredInfo* l = left ? nullptr : &row[size_t(i - 1)];
+  const PredInfo* t = top ? nullptr : &prev[size_t(i)];
+  int dcMode;  // 0 left, 1 top, 2 mean, 3 none
+  if (left && top) dcMode = 3;
+  else if (left) dcMode = 1;
+  else if (top) dcMode = 0;
+  else {
+    const PredInfo* tl = &prev[size_t(i - 1)];
+    int64_t sh = std::abs(int64_t(tl->dc[0]) - l->dc[0]), sv = std::abs(int64_t(tl->dc[0]) - t->dc[0]);
+    if (h_.format != kYOnly && h_.format != kNChannel) {
+      const int scale = h_.format == k420 ? 8 : h_.format == k422 ? 4 : 2;
+      sh = sh * scale + std::abs(int64_t(tl->dc[1]) - l->dc[1]) + std::abs(int64_t(tl->dc[2]) - l->dc[2]);
+      sv = sv * scale + std::abs(int64_t(tl->dc[1]) - t->dc[1]) + std::abs(int64_t(tl->dc[2]) - t->dc[2]);
+    }
+    dcMode = sh * 4 < sv ? 1 : sv * 4 < sh ? 0 : 2;
+  }
+  int adMode = 2;
+  if (dcMode == 1 && lpIndex == t->qpIndex) adMode = 1;
+  if (dcMode == 0 && lpIndex == l->qpIndex) adMode = 0;
+  if (h_.format == k420 || h_.format == k422) {
+    *error = "4:2:0 and 4:2:2 images are not supported yet";
+    return false;
+  }
+  for (int ch = 0; ch < nc; ++ch) {
+    int32_t* o = dclp + 16 * ch;
+    if (dcMode == 1) o[0] += t->dc[ch];
+    else if (dcMode == 0) o[0] += l->dc[ch];
+    else if (dcMode == 2) o[0] += int32_t((int64_t(l->dc[ch]) + t->dc[ch]) >> 1);
+    if (adMode == 1) {
+      for (int k = 0; k < 3; ++k) o[kColPos[k]] += t->ad[ch][3 + k];
+    } else if (adMode == 0) {
+      for (int k = 0; k < 3; ++k) o[kRowPos[k]] += l->ad[ch][k];
+    }
+  }
+  // the HP orientation from the LP energies: 0 from the left, 1 from the
+  // top, 2 none
+  int acMode;
+  {
+    int64_t sh = 0, sv = 0;
+    for (int k = 0; k < 3; ++k) {
+      sh += std::abs(int64_t(dclp[kRowPos[k]]));
+      sv += std::abs(int64_t(dclp[kColPos[k]]));
+    }
+    if (h_.format != kYOnly && h_.format != kNChannel) {
+      sh += std::abs(int64_t(dclp[16 + kRowPos[0]])) + std::abs(int64_t(dclp[32 + kRowPos[0]]));
+      sv += std::abs(int64_t(dclp[16 + kColPos[0]])) + std::abs(int64_t(dclp[32 + kColPos[0]]));
+    }
+    acMode = sh * 4 < sv ? 1 : sv * 4 < sh ? 0 : 2;
+  }
+  PredInfo& me = row[size_t(i)];
+  me.qpIndex = lpIndex;
+  for (int ch = 0; ch < nc; ++ch) {
+    me.dc[ch] = dclp[16 * ch];
+    for (int k = 0; k < 3; ++k) {
+      me.ad[ch][k] = dclp[16 * ch + kRowPos[k]];
+      me.ad[ch][3 + k] = dclp[16 * ch + kColPos[k]];
+    }
+  }
+
+  // HP: pattern, coefficients, prediction inside the macroblock
+  int32_t hpc[16 * 256] = {};
+  for (int ch = 0; ch < nc; ++ch) me.cbp[ch] = 0;
+  if (hpBand) {
+    if (h_.frequency) {
+      hpIndex = q.hpBits ? qpIndex(c[2], q.hpBits) : (q.hp.size() > 1 ? lpIndex : 0);
+    }
+    if (hpIndex >= int(q.hp.size())) return fail("HP quantizer index");
+    if (resetScan) rvtiVLCAdapt_JPEGXR(st, 16);
+    if (rvtiVLCDecodeCBPHP_JPEGXR_1u32s(c[2]->p, c[2]->len, &c[2]->pos, l ? l->cbp : nullptr, t ? t->cbp : nullptr,
+                                        st, me.cbp) != rvtStatusOk) {
+      return fail("HP pattern");
+    }
+    const bool sep = h_.frequency && flexBand;
+    const int trim = flexBand ? trim_ : 15;
+    // without flexbits the model bits are not coded at all
+    RvtResult r;
+    if (!flexBand) {
+      r = rvtiVLCDecodeHP_JPEGXR_1u32s(c[2]->p, c[2]->len, &c[2]->pos, nullptr, 0, nullptr, trim,
+                                       acMode == 1 ? 1 : 0, me.cbp, st, hpc);
+    } else if (sep) {
+      r = rvtiVLCDecodeHP_JPEGXR_1u32s(c[2]->p, c[2]->len, &c[2]->pos, c[3]->p, c[3]->len, &c[3]->pos, trim_,
+                                       acMode == 1 ? 1 : 0, me.cbp, st, hpc);
+    } else {
+      r = rvtiVLCDecodeHP_JPEGXR_1u32s(c[2]->p, c[2]->len, &c[2]->pos, nullptr, 0, nullptr, trim_,
+                                       acMode == 1 ? 1 : 0, me.cbp, st, hpc);
+    }
+    if (r != rvtStatusOk) return fail("HP");
+    if (adaptNow) rvtiVLCAdapt_JPEGXR(st, 4);
+    for (int ch = 0; ch < nc; ++ch) {
+      int32_t* p = hpc + 256 * ch;
+      if (acMode == 0) {
+        for (int by = 0; by < 4; ++by) {
+          for (int bx = 1; bx < 4; ++bx) {
+            for (int k : kRowPos) p[16 * (4 * by + bx) + k] += p[16 * (4 * by + bx - 1) + k];
+          }
+        }
+      } else if (acMode == 1) {
+        for (int by = 1; by < 4; ++by) {
+          for (int bx = 0; bx < 4; ++bx) {
+            for (int k : kColPos) p[16 * (4 * by + bx) + k] += p[16 * (4 * by + bx - 4) + k];
+          }
+        }
+      }
+    }
+  }
+
+  // dequantize, second level inverse transform, into the planes
+  for (int ch = 0; ch < nc; ++ch) {
+    int32_t d[16];
+    const int32_t sdc = q.dc[size_t(ch)], slp = q.lp[size_t(lpIndex)][size_t(ch)];
+    d[0] = dclp[16 * ch] * sdc;
+    for (int k = 1; k < 16; ++k) d[k] = dclp[16 * ch + k] * slp;
+    rvtiPCTInv_JPEGXR_32s_C1IR(d, 16, {4, 4});
+    const int32_t shp = hpBand ? q.hp[size_t(hpIndex)][size_t(ch)] : 0;
+    hpStep_[size_t(ch)][size_t(my) * mbw_ + mx] = shp;
+    for (int b = 0; b < 16; ++b) {
+      int32_t* blk = Block(ch, mx, my, b & 3, b >> 2);
+      // chroma block DCs carry one bit less under scaled arithmetic
+      blk[0] = (h_.scaled && ch > 0) ? d[b] * 2 : d[b];
+      for (int k = 1; k < 16; ++k) blk[kInBlock[k >> 2][k & 3]] = hpc[256 * ch + 16 * b + k] * shp;
+    }
+  }
+  return true;
+}
+
+void Decoder::Reconstruct(Picture* out) {
+  const int nc = h_.channels;
+  for (int ch = 0; ch < nc; ++ch) {
+    InverseTransform(planes_[size_t(ch)].data(), mbw_, mbh_, h_.overlap, h_.subversion != 0, hpStep_[size_t(ch)],
+                     h_.subband == kDCOnly || h_.subband == kNoHP);
+  }
+  const int w = int(h_.width), hgt = int(h_.height);
+  const int shift = h_.scaled ? 3 : 0;
+  const int32_t bias = h_.scaled ? (128 << 3) + 3 : 128;
+  out->width = w;
+  out->height = hgt;
+  out->bits = 8;
+  const bool colour = h_.format == k444;
+  out->channels = colour ? 3 : 1;
+  out->samples.assign(size_t(w) * hgt * out->channels, 0);
+  auto clip = [](int32_t v) { return uint16_t(v < 0 ? 0 : v > 255 ? 255 : v); };
+  for (int y = 0; y < hgt; ++y) {
+    for (int x = 0; x < w; ++x) {
+      const size_t at = PixelAt(x + int(h_.extraLeft), y + int(h_.extraTop), mbw_);
+      uint16_t* o = out->samples.data() + (size_t(y) * w + x) * out->channels;
+      if (!colour) {
+        o[0] = clip((planes_[0][at] + bias) >> shift);
+        continue;
+      }
+      int32_t g = planes_[0][at] + bias, r = -planes_[1][at], b = planes_[2][at];
+      g -= r >> 1;
+      r -= ((b + 1) >> 1) - g;
+      b += r;
+      o[0] = clip(r >> shift);
+      o[1] = clip(g >> shift);
+      o[2] = clip(b >> shift);
+    }
+  }
+}
+
+}  // namespace
+
+bool DecodeImage(const uint8_t* data, size_t size, Picture* out, std::string* error, size_t maxPixels) {
+  Header h;
+  Bits b{data, size};
+  if (!ReadHeader(b, &h, error)) return false;
+  if (h.alpha) {
+    *error = "images with an alpha plane are not supported";
+    return false;
+  }
+  if (h.format != kYOnly) {
+    *error = "only grey images are supported yet";
+    return false;
+  }
+  if (h.subband == kNoFlex) {
+    *error = "images without their flexbits are not supported yet";
+    return false;
+  }
+  if (h.outDepth != 1) {
+    *error = "only 8-bit images are supported";
+    return false;
+  }
+  if (h.outColor != 0 && h.outColor != 7) {
+    *error = "only grey and RGB outputs are supported";
+    return false;
+  }
+  if (h.format == k444 && h.outColor != 7) {
+    *error = "4:4:4 planes are supported for RGB output only";
+    return false;
+  }
+  const size_t mbs = size_t((h.width + h.extraLeft + h.extraRight) / 16) * ((h.height + h.extraTop + h.extraBottom) / 16);
+  if (mbs * 256 > maxPixels || mbs > size * 8) {
+    *error = "image too large for its data or for this decoder";
+    return false;
+  }
+  Decoder d(h, data, size);
+  if (!d.Run(b.pos / 8, error)) return false;
+  d.Reconstruct(out);
+  return true;
+}
+
+}  // namespace rvtjxr

@@ -1,0 +1,40 @@
+// rvtjxr's inverse transform stage: the overlap post filters of both
+// levels around the first-level inverse transform, over one channel held
+// in macroblock order.
+//
+// Layout: macroblock (x, y) of a channel sits at 256 * (y * mbw + x); in
+// it block (bx, by) at 16 * (4 bx + by), column by column; in a block, the
+// element of row r, column c (a pixel, or the coefficient the photo core
+// transform exports put at 4 r + c) at kInBlock[r][c].  Keeping blocks and
+// 2x2 quads contiguous lets every filter window be a few fixed offsets.
+#ifndef RVTJXR_JXR_FILTERS_H_
+#define RVTJXR_JXR_FILTERS_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace rvtjxr {
+
+inline constexpr uint8_t kInBlock[4][4] = {{0, 1, 5, 4}, {2, 3, 7, 6}, {10, 11, 15, 14}, {8, 9, 13, 12}};
+
+// Index of pixel (x, y) of a channel `mbw` macroblocks wide.
+inline size_t PixelAt(int x, int y, int mbw) {
+  return (size_t(y >> 4) * mbw + size_t(x >> 4)) * 256 + size_t(16 * (4 * ((x & 15) >> 2) + ((y & 15) >> 2))) +
+         kInBlock[y & 3][x & 3];
+}
+
+// Runs the first-level inverse transform of every block (through the
+// library's photo core transform) and, for overlap 1 and 2, the post
+// filters; overlap 2 also filters the block DCs first.  The blocks' DCs
+// must already hold the second-level inverse transform's output.  `fine`:
+// the filters of codec subversion 1 and up (finer scaling, image corners
+// filtered); else those of subversion 0, where hpStep[m], the HP step of
+// macroblock m in raster order, decides (as jxrlib's decoder does) whether
+// a window gets a DC compensation, always made when hpAbsent.
+void InverseTransform(int32_t* channel, int mbw, int mbh, int overlap, bool fine,
+                      const std::vector<int32_t>& hpStep, bool hpAbsent);
+
+}  // namespace rvtjxr
+
+#endif  // RVTJXR_JXR_FILTERS_H_

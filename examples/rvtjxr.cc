@@ -1,0 +1,88 @@
+// rvtjxr: the example JPEG XR codec's command line.
+//
+//   rvtjxr decode IN.jxr OUT    grey to PGM, colour to PPM (R, G, B), by
+//                               OUT's extension PNG; 16-bit PNM big-endian
+//   rvtjxr crop IN OUT W H      (test helper) the top-left W x H as PNM
+//   rvtjxr compare A B          (test helper) exit 0 when the samples match
+//
+// Anything it cannot do ends with a non-zero status and a one-line reason.
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "image_io.h"
+#include "jxr_codec.h"
+
+namespace {
+
+int Fail(const std::string& why) {
+  std::fprintf(stderr, "rvtjxr: %s\n", why.c_str());
+  return 1;
+}
+
+int Decode(const std::string& in, const std::string& out) {
+  std::vector<uint8_t> data;
+  std::string error;
+  if (!rvtjpeg::ReadFile(in, &data, &error)) return Fail(error);
+  rvtjxr::Picture pic;
+  if (!rvtjxr::DecodeFile(data.data(), data.size(), &pic, &error)) return Fail(in + ": " + error);
+  if (pic.bits == 8) {
+    rvtjpeg::Image img;
+    img.Resize(pic.width, pic.height, pic.channels);
+    for (size_t i = 0; i < pic.samples.size(); ++i) img.pixels[i] = uint8_t(pic.samples[i]);
+    if (!rvtjpeg::WriteImage(out, img, &error)) return Fail(error);
+    return 0;
+  }
+  rvtjpeg::Image16 img;
+  img.width = pic.width;
+  img.height = pic.height;
+  img.channels = pic.channels;
+  img.precision = pic.bits;
+  img.samples = pic.samples;
+  if (!rvtjpeg::WriteImage16(out, img, &error)) return Fail(error);
+  return 0;
+}
+
+// Test helpers: the top-left W x H of an image as PNM; whether two images
+// hold the same samples (the first difference on stderr).
+int Crop(const std::string& in, const std::string& out, int w, int h) {
+  rvtjpeg::Image src, dst;
+  std::string error;
+  if (!rvtjpeg::ReadImage(in, &src, &error)) return Fail(error);
+  if (w < 1 || h < 1 || w > src.width || h > src.height) return Fail("crop larger than the image");
+  dst.Resize(w, h, src.channels);
+  for (int y = 0; y < h; ++y) {
+    for (size_t i = 0; i < size_t(w) * src.channels; ++i) dst.row(y)[i] = src.row(y)[i];
+  }
+  if (!rvtjpeg::WritePnm(out, dst, &error)) return Fail(error);
+  return 0;
+}
+
+int Compare(const std::string& a, const std::string& b) {
+  rvtjpeg::Image16 x, y;
+  std::string error;
+  if (!rvtjpeg::ReadImage16(a, &x, &error) || !rvtjpeg::ReadImage16(b, &y, &error)) return Fail(error);
+  if (x.width != y.width || x.height != y.height || x.channels != y.channels) return Fail("shapes differ");
+  for (size_t i = 0; i < x.samples.size(); ++i) {
+    if (x.samples[i] != y.samples[i]) {
+      const size_t px = i / size_t(x.channels);
+      std::fprintf(stderr, "first difference at x %zu y %zu channel %zu: %u vs %u\n", px % size_t(x.width),
+                   px / size_t(x.width), i % size_t(x.channels), x.samples[i], y.samples[i]);
+      return 1;
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::vector<std::string> args(argv + 1, argv + argc);
+  if (args.size() == 3 && args[0] == "decode") return Decode(args[1], args[2]);
+  if (args.size() == 5 && args[0] == "crop") return Crop(args[1], args[2], std::atoi(args[3].c_str()), std::atoi(args[4].c_str()));
+  if (args.size() == 3 && args[0] == "compare") return Compare(args[1], args[2]);
+  if (!args.empty() && args[0] == "encode") return Fail("encoding is not supported yet");
+  std::fprintf(stderr, "usage: rvtjxr decode IN.jxr OUT\n");
+  return 2;
+}

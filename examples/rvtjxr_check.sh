@@ -1,0 +1,69 @@
+#!/usr/bin/env bash
+# rvtjxr against jxrlib: files JxrEncApp writes from crops of the test
+# photos (grey; lossless and lossy; overlap 0, 1, 2; frequency and spatial
+# order; tiles; skipped HP and LP bands) must decode to the pixels
+# JxrDecApp gives; what rvtjxr does not support yet (colour, trimmed or
+# skipped flexbits) must be refused, never decoded wrongly.
+#
+#   examples/rvtjxr_check.sh RVTJXR TESTDATA_DIR
+set -uo pipefail
+tool=$1
+data=$2
+command -v JxrEncApp >/dev/null || { echo "JxrEncApp not installed: skipped"; exit 0; }
+tmp=$(mktemp -d)
+trap 'rm -rf "$tmp"' EXIT
+fail=0
+n=0
+# crops: odd sizes keep the padding and partial macroblocks in play
+"$tool" crop "$data/camera.png" "$tmp/grey.pgm" 200 152 || exit 1
+"$tool" crop "$data/coffee.png" "$tmp/rgb.ppm" 184 136 || exit 1
+ok=0
+run() {  # source, JxrEncApp -c format, options...
+  local src=$1 fmt=$2
+  shift 2
+  n=$((n + 1))
+  local ext=${src##*.}
+  if ! JxrEncApp -i "$tmp/$src" -o "$tmp/a.jxr" -c "$fmt" "$@" >/dev/null 2>&1; then
+    echo "JxrEncApp $src $* failed"
+    fail=$((fail + 1))
+    return
+  fi
+  JxrDecApp -i "$tmp/a.jxr" -o "$tmp/want.$ext" -c "$fmt" >/dev/null 2>&1
+  if ! "$tool" decode "$tmp/a.jxr" "$tmp/got.$ext"; then
+    echo "FAIL $src $*: rvtjxr refused"
+    fail=$((fail + 1))
+    return
+  fi
+  if ! "$tool" compare "$tmp/got.$ext" "$tmp/want.$ext"; then
+    echo "FAIL $src $*: pixels differ from JxrDecApp"
+    fail=$((fail + 1))
+    return
+  fi
+  ok=$((ok + 1))
+}
+refused() {  # source, format, options: rvtjxr must refuse the file
+  local src=$1 fmt=$2
+  shift 2
+  JxrEncApp -i "$tmp/$src" -o "$tmp/a.jxr" -c "$fmt" "$@" >/dev/null 2>&1 || return
+  if "$tool" decode "$tmp/a.jxr" "$tmp/got.x" 2>/dev/null; then
+    echo "FAIL $src $*: decoded a file it does not support"
+    fail=$((fail + 1))
+  else
+    ok=$((ok + 1))
+  fi
+}
+for q in 1 5 30 90; do
+  for l in 0 1 2; do
+    run grey.pgm 2 -q "$q" -l "$l"
+    run grey.pgm 2 -q "$q" -l "$l" -f
+  done
+done
+run grey.pgm 2 -q 1 -l 1 -U 2 3
+run grey.pgm 2 -q 40 -l 2 -U 3 2 -f
+run grey.pgm 2 -q 20 -l 2 -s 2
+run grey.pgm 2 -q 20 -l 0 -s 3 -f
+refused rgb.ppm 9 -q 1 -l 0
+refused grey.pgm 2 -q 10 -l 1 -F 4
+refused grey.pgm 2 -q 20 -l 1 -s 1
+echo "$ok passed, $fail failed"
+[[ $fail == 0 ]]
