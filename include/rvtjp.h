@@ -1569,17 +1569,18 @@ RvtResult rvtiTextureEncodeBlockFromRGBA_DXT5_8u_C4C1R(const uint8_t* pSrc, int3
  * (quality 0..2, rvtStatusBadArg outside; nothing written on failure; no
  * threads).  Each tile takes the candidate of least squared RGBA error as
  * the decoder gives it back; endpoints are fitted on the principal axis,
- * quantized with their p-bits (so alpha 255 keeps its p-bit of 1) and
- * refined by least squares for the indices found.  Quality 0 (fastest):
- * mode 6, p-bits by least rounding error, one refinement; opaque tiles also
- * try mode 1 over the partition whose pixels lie closest to two lines.
- * Quality 1 (the default to use): every p-bit choice measured, two
- * refinements; opaque tiles try modes 6, 1 and 3 over the 4 partitions of
- * least estimate and modes 0 and 2 over 2; tiles with alpha try modes 6, 7
- * (4 partitions), 5 and 4 (every rotation and index selection).  Quality 2
- * (best): four refinements, then each endpoint code and p-bit moved by one
- * while the error drops; 16 two-subset and 8 three-subset partitions;
- * modes 4 and 5 for opaque tiles too. */
+ * quantized with their p-bits and refined by least squares for the indices
+ * found.  Opaque tiles (every alpha 255) always decode to alpha 255: there
+ * modes 6 and 7 keep their p-bits at 1.  Quality 0 (fastest): mode 6, and
+ * for opaque tiles it leaves a squared error above 256 mode 1 over the
+ * partition nearest to the split of the pixels along mode 6's line.
+ * Quality 1 (the default to use): opaque tiles try modes 6, 1 and 3 over
+ * the 4 partitions whose subsets lie closest to lines, 0 and 2 over 2;
+ * tiles with alpha modes 6, 7 (4 partitions), 5 and 4 (every rotation and
+ * index selection); the winner is fitted again with every p-bit choice
+ * measured.  Quality 2 (best): that search over 16 and 8 partitions, modes
+ * 4 and 5 for opaque tiles too, and the winner refined further with each
+ * endpoint code and p-bit moved by one while the error drops. */
 RvtResult rvtiTextureEncodeBlockFromRGBA_BC7_8u_C4C1R(const uint8_t* pSrc, int32_t srcStep,
                                                       uint8_t* pDst, ImageSize roiSize, int quality);
 #ifdef __cplusplus

@@ -101,7 +101,7 @@ inline int Expand(int q, int bits, int p, bool pbit) {
 // lower on a tie).
 inline int QuantNearest(float v, int bits, int p, bool pbit) {
   const int max = (1 << bits) - 1;
-  float x = v * float(pbit ? 2 * max + 1 : max) / 255.0f;
+  float x = v * float(pbit ? 2 * max + 1 : max) * (1.0f / 255);
   if (pbit) x = (x - float(p)) * 0.5f;
   int q = x <= 0 ? 0 : int(x);
   q = q > max ? max : q;
@@ -413,6 +413,19 @@ inline Format FormatOf(int mode) {
   return Format{{cb, cb, cb, ab}, m.endpoint_pbits ? 1 : m.shared_pbits ? 2 : 0, m.index_bits, ab ? 15 : 7};
 }
 
+// Pixels of subset 1 of each two-subset partition, bit p for pixel p.
+struct SplitTable {
+  uint16_t m[64];
+};
+inline constexpr SplitTable MakeSplitTable() {
+  SplitTable t{};
+  for (int k = 0; k < 64; ++k) {
+    for (int p = 0; p < 16; ++p) t.m[k] |= uint16_t((bptc_decode::kPartition2[k] >> (2 * p) & 1) << p);
+  }
+  return t;
+}
+inline constexpr SplitTable kSplit = MakeSplitTable();
+
 inline uint32_t SubsetMask(int subsets, int partition, int s) {
   if (subsets == 1) return 0xFFFF;
   const uint32_t t = subsets == 2 ? bptc_decode::kPartition2[partition] : bptc_decode::kPartition3[partition];
@@ -427,7 +440,12 @@ template <class K>
 void TryPartitioned(const Tile& t, int mode, int partition, bool opaque, const Effort& eff, Block* best) {
   const bptc_decode::Bc7Mode& m = kBc7Modes[mode];
   Format f = FormatOf(mode);
-  f.pbits_one = opaque && m.alpha_bits != 0;
+  if (opaque && m.alpha_bits) {
+    // Alpha codes of all ones with p-bits of 1 decode to 255 exactly: the
+    // search leaves alpha out.
+    f.pbits_one = true;
+    f.chans = 7;
+  }
   Block b;
   b.mode = mode, b.partition = partition, b.err = 0;
   for (int s = 0; s < m.subsets; ++s) {
@@ -471,72 +489,97 @@ void TryRotated(const Tile& t, int mode, int rotation, int selection, const Effo
   *best = b;
 }
 
-// Moments of every pixel for the partition estimate: the channels and
-// their products, over the first `kChans` channels.
+// Moments of every pixel for the partition estimate: the `chans` channels
+// and their products (i <= j).
 struct Moments {
+  int chans, count;
   int32_t s[16][14];
 };
 
-// Estimated error of a partition: per subset, the spread of its pixels
-// about their principal line (the covariance's trace less its largest
-// eigenvalue, by a few power steps), summed.  Channels 0..chans-1.
-inline float PartitionEstimate(const Moments& mo, int subsets, int partition, int chans) {
-  const uint32_t t = subsets == 2 ? bptc_decode::kPartition2[partition] : bptc_decode::kPartition3[partition];
-  int32_t acc[3][15] = {};
+inline void MakeMoments(const Tile& t, int chans, Moments* mo) {
+  mo->chans = chans;
   for (int p = 0; p < 16; ++p) {
-    int32_t* a = acc[t >> (2 * p) & 3];
-    ++a[14];
-    for (int k = 0; k < 14; ++k) a[k] += mo.s[p][k];
+    int k = chans;
+    for (int i = 0; i < chans; ++i) {
+      mo->s[p][i] = t.c[i][p];
+      for (int j = i; j < chans; ++j, ++k) mo->s[p][k] = t.c[i][p] * t.c[j][p];
+    }
+    mo->count = k;
+  }
+}
+
+// Spread of a subset's pixels about their principal line: the trace of
+// their covariance less its largest eigenvalue (a Rayleigh quotient after
+// three power steps from the diagonal).
+inline float LineSpread(const Moments& mo, const int32_t* a, int n) {
+  if (n < 2) return 0;
+  const int ch = mo.chans;
+  const float inv = 1.0f / float(n);
+  float cov[4][4] = {};
+  int k = ch;
+  for (int i = 0; i < ch; ++i) {
+    for (int j = i; j < ch; ++j, ++k) cov[i][j] = cov[j][i] = float(a[k]) - float(a[i]) * float(a[j]) * inv;
+  }
+  float trace = 0, v[4] = {};
+  for (int i = 0; i < ch; ++i) trace += cov[i][i], v[i] = cov[i][i];
+  if (trace <= 0) return 0;
+  for (int it = 0; it < 3; ++it) {
+    float nv[4] = {}, m = 0;
+    for (int i = 0; i < ch; ++i) {
+      for (int j = 0; j < ch; ++j) nv[i] += cov[i][j] * v[j];
+      const float x = nv[i] < 0 ? -nv[i] : nv[i];
+      m = x > m ? x : m;
+    }
+    if (m <= 0) return trace;
+    const float inv_m = 1.0f / m;
+    for (int i = 0; i < ch; ++i) v[i] = nv[i] * inv_m;
+  }
+  float vv = 0, vcv = 0;
+  for (int i = 0; i < ch; ++i) {
+    vv += v[i] * v[i];
+    for (int j = 0; j < ch; ++j) vcv += v[i] * cov[i][j] * v[j];
+  }
+  return trace - vcv / vv;
+}
+
+// Estimated error of a partition: the line spreads of its subsets summed.
+template <int kCount>
+void SubsetSums(const Moments& mo, uint32_t t, int32_t (&acc)[3][14], int (&n)[3]) {
+  for (int p = 0; p < 16; ++p) {
+    const int s = int(t >> (2 * p) & 3);
+    ++n[s];
+    for (int k = 0; k < kCount; ++k) acc[s][k] += mo.s[p][k];
+  }
+}
+
+inline float PartitionEstimate(const Moments& mo, int subsets, int partition) {
+  const uint32_t t = subsets == 2 ? bptc_decode::kPartition2[partition] : bptc_decode::kPartition3[partition];
+  int32_t acc[3][14] = {};
+  int n[3] = {};
+  if (mo.count == 9) {
+    SubsetSums<9>(mo, t, acc, n);
+  } else {
+    SubsetSums<14>(mo, t, acc, n);
   }
   float total = 0;
-  for (int s = 0; s < subsets; ++s) {
-    const int32_t* a = acc[s];
-    if (a[14] < 2) continue;
-    const float inv = 1.0f / float(a[14]);
-    float cov[4][4];
-    int k = 4;
-    for (int i = 0; i < 4; ++i) {
-      for (int j = i; j < 4; ++j, ++k) {
-        cov[i][j] = cov[j][i] = i < chans && j < chans ? float(a[k]) - float(a[i]) * float(a[j]) * inv : 0.0f;
-      }
-    }
-    const float trace = cov[0][0] + cov[1][1] + cov[2][2] + cov[3][3];
-    float v[4] = {1, 1, 1, 1};
-    float lambda = 0;
-    for (int it = 0; it < 3; ++it) {
-      float nv[4], m = 0;
-      for (int i = 0; i < 4; ++i) {
-        nv[i] = cov[i][0] * v[0] + cov[i][1] * v[1] + cov[i][2] * v[2] + cov[i][3] * v[3];
-        const float x = nv[i] < 0 ? -nv[i] : nv[i];
-        m = x > m ? x : m;
-      }
-      if (m <= 0) break;
-      for (int i = 0; i < 4; ++i) v[i] = nv[i] / m;
-      lambda = m;
-    }
-    // Rayleigh quotient of the last vector.
-    float vv = 0, vcv = 0;
-    for (int i = 0; i < 4; ++i) {
-      vv += v[i] * v[i];
-      for (int j = 0; j < 4; ++j) vcv += v[i] * cov[i][j] * v[j];
-    }
-    lambda = vv > 0 ? vcv / vv : 0;
-    total += trace - lambda;
-  }
+  for (int s = 0; s < subsets; ++s) total += LineSpread(mo, acc[s], n[s]);
   return total;
 }
 
 // The `keep` partitions (of the first `count`) of least estimate, best
-// first; returns how many.
-inline int Preselect(const Moments& mo, int subsets, int count, int chans, int keep, int* out) {
+// first (the lower number on a tie); returns how many.
+inline int Preselect(const Moments& mo, int subsets, int count, int keep, int* out) {
   float est[64];
-  for (int k = 0; k < count; ++k) est[k] = PartitionEstimate(mo, subsets, k, chans);
+  for (int k = 0; k < count; ++k) est[k] = PartitionEstimate(mo, subsets, k);
   int n = 0;
   for (int k = 0; k < count; ++k) {
-    int at = n < keep ? n++ : keep;
-    if (at == keep) {
-      if (est[k] >= est[out[keep - 1]]) continue;
+    int at;
+    if (n < keep) {
+      at = n++;
+    } else if (est[k] < est[out[keep - 1]]) {
       at = keep - 1;
+    } else {
+      continue;
     }
     while (at > 0 && est[out[at - 1]] > est[k]) out[at] = out[at - 1], --at;
     out[at] = k;
@@ -544,56 +587,86 @@ inline int Preselect(const Moments& mo, int subsets, int count, int chans, int k
   return n;
 }
 
-// One tile to its block.  Quality 0: mode 6 (p-bits by least rounding
-// error, one least squares round), and for opaque tiles mode 1 over the
-// partition of least estimate.  Quality 1: every p-bit choice measured,
-// two rounds; opaque tiles: modes 6, 1 and 3 over the 4 partitions of
-// least estimate, 0 and 2 over 2; tiles with alpha: modes 6, 5 and 4 over
-// their rotations and mode 7 over 4 partitions.  Quality 2: four rounds and
-// each code moved by one while the error drops, 16 and 8 partitions, and
-// modes 4 and 5 for opaque tiles too.  The least squared RGBA error wins
-// (the first tried on a tie).
+// A candidate's shape: mode, partition (modes 4 and 5: rotation) and
+// index selection.
+struct Shape {
+  uint32_t err;
+  int mode, part, sel;
+};
+
+template <class K>
+void TryShape(const Tile& t, const Shape& sh, bool opaque, const Effort& eff, Block* best) {
+  if (sh.mode == 4 || sh.mode == 5) {
+    TryRotated<K>(t, sh.mode, sh.part, sh.sel, eff, best);
+  } else {
+    TryPartitioned<K>(t, sh.mode, sh.part, opaque, eff, best);
+  }
+}
+
+// One tile to its block.  Every candidate is first fitted as quality 0 fits
+// mode 6: p-bits by least rounding error, one least squares round.
+// Quality 0: mode 6; opaque tiles whose squared error there exceeds 256
+// also try mode 1 over the partition nearest to the split of their pixels
+// at the middle of mode 6's line.  Quality 1: opaque tiles: modes 6, 1 and
+// 3 over the 4 partitions of least estimate, 0 and 2 over 2; tiles with
+// alpha: modes 6, 7 (4 partitions), 5 and 4 over their rotations and index
+// selections; then the winner's shape again with every p-bit choice
+// measured and two rounds.  Quality 2: that search over 16 and 8
+// partitions, modes 4 and 5 for opaque tiles too, then the winner's shape
+// again with four rounds and each code and p-bit moved by one while the
+// error drops.  The
+// least squared RGBA error wins (the first tried on a tie).
 template <class K>
 void EncodeTile(const Tile& t, int quality, uint8_t out[16]) {
   bool opaque = true;
   for (int p = 0; p < 16; ++p) opaque &= t.c[3][p] == 255;
-  const Effort eff = quality == 0 ? Effort{1, false, false} : quality == 1 ? Effort{2, true, false} : Effort{4, true, true};
+  const Effort eff{1, false, false};
   Block best;
   TryPartitioned<K>(t, 6, 0, opaque, eff, &best);
   if (best.err == 0) return Pack(best, out);
-  Moments mo;
-  const int chans = opaque ? 3 : 4;
-  for (int p = 0; p < 16; ++p) {
-    int k = 4;
-    for (int i = 0; i < 4; ++i) {
-      mo.s[p][i] = t.c[i][p];
-      for (int j = i; j < 4; ++j, ++k) mo.s[p][k] = t.c[i][p] * t.c[j][p];
-    }
-  }
-  int parts[16];
   if (quality == 0) {
-    if (opaque && Preselect(mo, 2, 64, chans, 1, parts)) TryPartitioned<K>(t, 1, parts[0], opaque, eff, &best);
+    // Opaque tiles: mode 1 over the partition nearest to the split of the
+    // pixels at the middle of mode 6's line.
+    if (opaque && best.err > 256) {
+      uint32_t split = 0;
+      for (int p = 0; p < 16; ++p) split |= uint32_t(best.idx[p] >= 8) << p;
+      int part = 0, least = 17;
+      for (int k = 0; k < 64; ++k) {
+        const int d = __builtin_popcount(split ^ kSplit.m[k]);
+        const int e = d < 16 - d ? d : 16 - d;
+        if (e < least) least = e, part = k;
+      }
+      TryPartitioned<K>(t, 1, part, opaque, eff, &best);
+    }
     return Pack(best, out);
   }
+  auto trial = [&](int mode, int part, int sel) { TryShape<K>(t, Shape{0, mode, part, sel}, opaque, eff, &best); };
+  Moments mo;
+  MakeMoments(t, opaque ? 3 : 4, &mo);
+  int parts[16], p3[16];
   const int keep2 = quality == 1 ? 4 : 16, keep3 = quality == 1 ? 2 : 8;
-  const int n2 = Preselect(mo, 2, 64, chans, keep2, parts);
+  const int n2 = Preselect(mo, 2, 64, keep2, parts);
   if (opaque) {
-    for (int i = 0; i < n2; ++i) TryPartitioned<K>(t, 1, parts[i], opaque, eff, &best);
-    for (int i = 0; i < n2; ++i) TryPartitioned<K>(t, 3, parts[i], opaque, eff, &best);
-    int p3[16];
-    const int n0 = Preselect(mo, 3, 16, chans, keep3, p3);
-    for (int i = 0; i < n0; ++i) TryPartitioned<K>(t, 0, p3[i], opaque, eff, &best);
-    const int n3 = Preselect(mo, 3, 64, chans, keep3, p3);
-    for (int i = 0; i < n3; ++i) TryPartitioned<K>(t, 2, p3[i], opaque, eff, &best);
+    for (int i = 0; i < n2; ++i) trial(1, parts[i], 0);
+    for (int i = 0; i < n2; ++i) trial(3, parts[i], 0);
+    const int n0 = Preselect(mo, 3, 16, keep3, p3);
+    for (int i = 0; i < n0; ++i) trial(0, p3[i], 0);
+    const int n3 = Preselect(mo, 3, 64, keep3, p3);
+    for (int i = 0; i < n3; ++i) trial(2, p3[i], 0);
   } else {
-    for (int i = 0; i < n2; ++i) TryPartitioned<K>(t, 7, parts[i], opaque, eff, &best);
+    for (int i = 0; i < n2; ++i) trial(7, parts[i], 0);
   }
   if (!opaque || quality >= 2) {
     for (int r = 0; r < 4; ++r) {
-      TryRotated<K>(t, 5, r, 0, eff, &best);
-      TryRotated<K>(t, 4, r, 0, eff, &best);
-      TryRotated<K>(t, 4, r, 1, eff, &best);
+      trial(5, r, 0);
+      trial(4, r, 0);
+      trial(4, r, 1);
     }
+  }
+  if (best.err > 0) {
+    const bool rotated = best.mode == 4 || best.mode == 5;
+    const Shape sh{0, best.mode, rotated ? best.rotation : best.partition, best.selection};
+    TryShape<K>(t, sh, opaque, quality == 1 ? Effort{2, true, false} : Effort{4, true, true}, &best);
   }
   Pack(best, out);
 }
