@@ -1643,6 +1643,27 @@ RvtResult rvtiVLCDecodeCBPHP_JPEGXR_1u32s(const uint8_t* pSrc, int32_t srcLen, i
                                           const int32_t* pLeftCBP, const int32_t* pTopCBP,
                                           VLCState_JPEGXR* pState, int32_t* pCBP);
 
+/* ------------------------------------------------ BC7 encoding */
+/* Encoder of RGBA regions (R, G, B, A bytes) into the tightly packed 16-byte
+ * blocks rvtiTextureDecodeBlockToRGBA_BC7_8u_C1C4R reads, with the argument
+ * order, checks, edge-tile replication and block order of the BC4 encoder
+ * (quality 0..2, rvtStatusBadArg outside; nothing written on failure; no
+ * threads).  Each tile takes the candidate of least squared RGBA error as
+ * the decoder gives it back; endpoints are fitted on the principal axis,
+ * quantized with their p-bits and refined by least squares for the indices
+ * found.  Opaque tiles (every alpha 255) always decode to alpha 255: there
+ * modes 6 and 7 keep their p-bits at 1.  Quality 0 (fastest): mode 6, and
+ * for opaque tiles it leaves a squared error above 256 mode 1 over the
+ * partition nearest to the split of the pixels along mode 6's line.
+ * Quality 1 (the default to use): opaque tiles try modes 6, 1 and 3 over
+ * the 4 partitions whose subsets lie closest to lines, 0 and 2 over 2;
+ * tiles with alpha modes 6, 7 (4 partitions), 5 and 4 (every rotation and
+ * index selection); the winner is fitted again with every p-bit choice
+ * measured.  Quality 2 (best): that search over 16 and 8 partitions, modes
+ * 4 and 5 for opaque tiles too, and the winner refined further with each
+ * endpoint code and p-bit moved by one while the error drops. */
+RvtResult rvtiTextureEncodeBlockFromRGBA_BC7_8u_C4C1R(const uint8_t* pSrc, int32_t srcStep,
+                                                      uint8_t* pDst, ImageSize roiSize, int quality);
 #ifdef __cplusplus
 }
 #endif

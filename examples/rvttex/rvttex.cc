@@ -94,7 +94,9 @@ const Codec kCodecs[] = {
     {"bc6hs", Format::kBc6hs, Layout::kRgbHalfSigned,
      EncodeAs<int16_t, rvtiTextureEncodeBlockFromRGB_BC6_16s_C3C1R>, 2, 1,
      DecodeAs<int16_t, rvtiTextureDecodeBlockToRGB_BC6_16s_C1C3R>},
-    {"bc7", Format::kBc7, Layout::kRgba8, nullptr, 0, 0, DecodeAs<uint8_t, rvtiTextureDecodeBlockToRGBA_BC7_8u_C1C4R>},
+    {"bc7", Format::kBc7, Layout::kRgba8,
+     EncodeAs<uint8_t, rvtiTextureEncodeBlockFromRGBA_BC7_8u_C4C1R>, 2, 1,
+     DecodeAs<uint8_t, rvtiTextureDecodeBlockToRGBA_BC7_8u_C1C4R>},
 };
 
 const Codec* ByName(const std::string& name) {
