@@ -8,6 +8,7 @@
 
 #include "checkasm.h"
 #include "photo.h"
+#include "texture_encode_cases.h"
 
 namespace rvt {
 namespace {
@@ -112,6 +113,9 @@ TEST(TextureEncode, Bc4Bc5AgainstLibsquish) {
     EXPECT_GE(ours_best, theirs) << name;
   }
 }
+
+RVT_CHECKASM(rvtiTextureEncodeBlock_BC4_8u_C1R, test::EncodeCases(1, 8));
+RVT_CHECKASM(rvtiTextureEncodeBlockFromRG_BC5_8u_C2C1R, test::EncodeCases(2, 16));
 
 }  // namespace
 }  // namespace rvt

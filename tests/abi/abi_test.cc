@@ -1198,10 +1198,10 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"Huffman MCU runs", HuffmanRunDigest, 0xaf5f03ee92775d3eull},
                           Family{"JPEG 2000 code-blocks", Tier1Digest, 0x7e337e5eecc58e6aull},
                           Family{"BC7 and BC6H textures", BptcDigest, 0x3e0fa340dca19ec5ull},
-                          Family{"BC4 and BC5 encoding", BcEncodeDigest, 0x7326b27838882e30ull},
+                          Family{"BC4 and BC5 encoding", BcEncodeDigest, 0xf21af0dc805dd514ull},
                           Family{"JPEG XR coefficient coding", JpegXrVlcDigest, 0x52b2112384b9be7bull},
                           Family{"Huffman encoder MCU runs", HuffmanEncodeRunDigest, 0xabde081bbdb1b264ull},
-                          Family{"DXT1, DXT3 and DXT5 encoding", DxtEncodeDigest, 0xd00d1281417458f4ull}}) {
+                          Family{"DXT1, DXT3 and DXT5 encoding", DxtEncodeDigest, 0xca25513649efae18ull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }
