@@ -44,7 +44,7 @@ HWY_INLINE int SumOfSquares(V8 m) {
   return hn::GetLane(hn::SumOfLanes(d32, hn::Add(sum0, sum1)));
 }
 
-void EncodeChannel(const uint8_t v[16], int quality, uint8_t* out) {
+inline void EncodeChannel(const uint8_t v[16], int quality, uint8_t* out) {
   const D8 d8;
   const V8 x = hn::LoadU(d8, v);
   uint8_t pairs[kMaxPairs][2], pal[8];

@@ -21,6 +21,7 @@ constexpr int kAlphaCutoff = 128;
 // The tile's pixels and which of them the colour part must fit.
 struct Tile {
   int px[16][4];
+  alignas(64) int32_t ch[3][16];  // R, G, B planes of px
   uint16_t transparent = 0;  // DXT1: bit p set for a pixel below the cut-off
 };
 
@@ -125,7 +126,10 @@ inline void SingleChannel(int v, int bits, bool three, int* e0, int* e1) {
 // otherwise up to two least squares refinements of the endpoints for the
 // indices found.  Quality 2: up to eight refinements, then each of the six
 // endpoint components moved by one while the error drops.
-inline Part FitForm(const Tile& t, bool dxt1, bool three, int quality) {
+using EvalFn = Part (*)(const Tile& t, uint16_t a, uint16_t b, bool dxt1, bool three);
+
+template <EvalFn kEval>
+Part FitForm(const Tile& t, bool dxt1, bool three, int quality) {
   int n = 0;
   float mean[3] = {};
   bool one_colour = true;
@@ -137,7 +141,7 @@ inline Part FitForm(const Tile& t, bool dxt1, bool three, int quality) {
     for (int c = 0; c < 3; ++c) mean[c] += float(t.px[i][c]);
     ++n;
   }
-  if (n == 0) return Eval(t, 0, 0, dxt1, true);
+  if (n == 0) return kEval(t, 0, 0, dxt1, true);
   for (float& m : mean) m /= float(n);
   Part best;
   if (one_colour && quality >= 1) {
@@ -145,9 +149,9 @@ inline Part FitForm(const Tile& t, bool dxt1, bool three, int quality) {
     SingleChannel(t.px[first][0], 5, three, &a[0], &b[0]);
     SingleChannel(t.px[first][1], 6, three, &a[1], &b[1]);
     SingleChannel(t.px[first][2], 5, three, &a[2], &b[2]);
-    best = Eval(t, uint16_t(a[0] << 11 | a[1] << 5 | a[2]), uint16_t(b[0] << 11 | b[1] << 5 | b[2]), dxt1, three);
+    best = kEval(t, uint16_t(a[0] << 11 | a[1] << 5 | a[2]), uint16_t(b[0] << 11 | b[1] << 5 | b[2]), dxt1, three);
     float exact[3] = {float(t.px[first][0]), float(t.px[first][1]), float(t.px[first][2])};
-    const Part q = Eval(t, Pack565(exact), Pack565(exact), dxt1, three);
+    const Part q = kEval(t, Pack565(exact), Pack565(exact), dxt1, three);
     return q.err < best.err ? q : best;
   }
   // Covariance, then its principal axis by power iteration from the
@@ -184,11 +188,11 @@ inline Part FitForm(const Tile& t, bool dxt1, bool three, int quality) {
     A[c] = mean[c] + (len > 0 ? hi / len : 0) * axis[c];
     B[c] = mean[c] + (len > 0 ? lo / len : 0) * axis[c];
   }
-  best = Eval(t, Pack565(A), Pack565(B), dxt1, three);
+  best = kEval(t, Pack565(A), Pack565(B), dxt1, three);
   const int rounds = quality == 0 ? 0 : quality == 1 ? 2 : 8;
   for (int r = 0; r < rounds && best.err > 0; ++r) {
     if (!Refit(t, best, dxt1, A, B)) break;
-    const Part p = Eval(t, Pack565(A), Pack565(B), dxt1, three);
+    const Part p = kEval(t, Pack565(A), Pack565(B), dxt1, three);
     if (p.err >= best.err) break;
     best = p;
   }
@@ -203,7 +207,7 @@ inline Part FitForm(const Tile& t, bool dxt1, bool three, int quality) {
             const int v = (c[e] >> shift & max) + dir;
             if (v < 0 || v > max) continue;
             c[e] = uint16_t((c[e] & ~(max << shift)) | v << shift);
-            const Part p = Eval(t, c[0], c[1], dxt1, three);
+            const Part p = kEval(t, c[0], c[1], dxt1, three);
             if (p.err < best.err) best = p, moved = true;
           }
         }
@@ -217,10 +221,11 @@ inline Part FitForm(const Tile& t, bool dxt1, bool three, int quality) {
 // The colour part of a tile: DXT1 tiles with transparent pixels take the
 // three-colour form; opaque DXT1 tiles from quality 1 also try it (indices
 // 0 to 2 only) and keep it when its error is lower.
-inline void EncodeColour(const Tile& t, bool dxt1, int quality, uint8_t* out) {
-  Part best = FitForm(t, dxt1, dxt1 && t.transparent != 0, quality);
+template <EvalFn kEval>
+void EncodeColour(const Tile& t, bool dxt1, int quality, uint8_t* out) {
+  Part best = FitForm<kEval>(t, dxt1, dxt1 && t.transparent != 0, quality);
   if (dxt1 && t.transparent == 0 && quality >= 1 && best.err > 0) {
-    const Part p = FitForm(t, true, true, quality);
+    const Part p = FitForm<kEval>(t, true, true, quality);
     if (p.err < best.err) best = p;
   }
   std::memcpy(out, best.b, 8);
@@ -229,7 +234,8 @@ inline void EncodeColour(const Tile& t, bool dxt1, int quality, uint8_t* out) {
 // Format 1: DXT1 (8 bytes); 3: DXT3 (explicit 4-bit alpha, nearest of the
 // multiples of 16 the decoder gives back); 5: DXT5 (the alpha part as a
 // BC4 block of the same quality).
-template <int kFormat>
+// The kernels: the colour part's evaluation and the alpha channel block.
+template <int kFormat, EvalFn kEval, bc_encode::ChannelFn kChannel>
 RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, int quality) {
   RVT_CHECK(bc_encode::Check(src, step, dst, roi, quality));
   Tile t;
@@ -239,6 +245,9 @@ RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, 
       for (int c = 0; c < 4; ++c) {
         bc_encode::Gather(src, step, roi, x, y, 4, c, v);
         for (int i = 0; i < 16; ++i) t.px[i][c] = v[i];
+        if (c < 3) {
+          for (int i = 0; i < 16; ++i) t.ch[c][i] = v[i];
+        }
       }
       t.transparent = 0;
       if (kFormat == 1) {
@@ -249,10 +258,10 @@ RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, 
         for (int i = 0; i < 8; ++i) dst[i] = uint8_t(bits >> (8 * i));
         dst += 8;
       } else {
-        bc_encode::EncodeChannel(v, quality, dst);
+        kChannel(v, quality, dst);
         dst += 8;
       }
-      EncodeColour(t, kFormat == 1, quality, dst);
+      EncodeColour<kEval>(t, kFormat == 1, quality, dst);
       dst += 8;
     }
   }
@@ -260,13 +269,13 @@ RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, 
 }
 
 inline RvtResult Dxt1Ref(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
-  return Encode<1>(s, step, d, roi, q);
+  return Encode<1, Eval, bc_encode::EncodeChannel>(s, step, d, roi, q);
 }
 inline RvtResult Dxt3Ref(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
-  return Encode<3>(s, step, d, roi, q);
+  return Encode<3, Eval, bc_encode::EncodeChannel>(s, step, d, roi, q);
 }
 inline RvtResult Dxt5Ref(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
-  return Encode<5>(s, step, d, roi, q);
+  return Encode<5, Eval, bc_encode::EncodeChannel>(s, step, d, roi, q);
 }
 
 }  // namespace rvt::dxt_encode
