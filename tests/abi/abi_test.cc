@@ -1201,7 +1201,7 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"BC4 and BC5 encoding", BcEncodeDigest, 0xf21af0dc805dd514ull},
                           Family{"JPEG XR coefficient coding", JpegXrVlcDigest, 0x52b2112384b9be7bull},
                           Family{"Huffman encoder MCU runs", HuffmanEncodeRunDigest, 0xabde081bbdb1b264ull},
-                          Family{"DXT1, DXT3 and DXT5 encoding", DxtEncodeDigest, 0xca25513649efae18ull}}) {
+                          Family{"DXT1, DXT3 and DXT5 encoding", DxtEncodeDigest, 0x471c58a77c84cebfull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }
