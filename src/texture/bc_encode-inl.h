@@ -47,22 +47,30 @@ HWY_INLINE int SumOfSquares(V8 m) {
 inline void EncodeChannel(const uint8_t v[16], int quality, uint8_t* out) {
   const D8 d8;
   const V8 x = hn::LoadU(d8, v);
-  uint8_t pairs[kMaxPairs][2], pal[8];
-  const int n = Pairs(v, quality, pairs);
+  // The ranges: 0 and 255 count as 255 for the inner minimum, 0 for the
+  // inner maximum.
+  const auto edge = hn::Or(hn::Eq(x, hn::Zero(d8)), hn::Eq(x, hn::Set(d8, 255)));
+  Ranges r;
+  r.lo = hn::GetLane(hn::MinOfLanes(d8, x));
+  r.hi = hn::GetLane(hn::MaxOfLanes(d8, x));
+  r.lo_in = hn::GetLane(hn::MinOfLanes(d8, hn::IfThenElse(edge, hn::Set(d8, 255), x)));
+  r.hi_in = hn::GetLane(hn::MaxOfLanes(d8, hn::IfThenZeroElse(edge, x)));
+  uint8_t pairs[kMaxPairs][2], pal[8], best_pal[8];
+  const int n = Pairs(r, quality, pairs);
   int best = 1 << 30, bi = 0;
+  V8 best_m = hn::Zero(d8);
   for (int i = 0; i < n && best > 0; ++i) {
     bc_decode::ChannelPalette(pairs[i][0], pairs[i][1], pal);
-    const int err = SumOfSquares(Nearest(x, pal));
-    if (err < best) best = err, bi = i;
+    const V8 m = Nearest(x, pal);
+    const int err = SumOfSquares(m);
+    if (err < best) best = err, bi = i, best_m = m, std::memcpy(best_pal, pal, 8);
   }
   // Each value takes the lowest index at its smallest distance.
-  bc_decode::ChannelPalette(pairs[bi][0], pairs[bi][1], pal);
-  const V8 m = Nearest(x, pal);
   V8 idx = hn::Zero(d8);
   for (int k = 7; k > 0; --k) {
-    idx = hn::IfThenElse(hn::Eq(AbsDiff8(x, hn::Set(d8, pal[k])), m), hn::Set(d8, uint8_t(k)), idx);
+    idx = hn::IfThenElse(hn::Eq(AbsDiff8(x, hn::Set(d8, best_pal[k])), best_m), hn::Set(d8, uint8_t(k)), idx);
   }
-  idx = hn::IfThenZeroElse(hn::Eq(AbsDiff8(x, hn::Set(d8, pal[0])), m), idx);
+  idx = hn::IfThenZeroElse(hn::Eq(AbsDiff8(x, hn::Set(d8, best_pal[0])), best_m), idx);
   alignas(16) uint8_t id[16];
   hn::Store(idx, d8, id);
   StoreChannel(pairs[bi][0], pairs[bi][1], id, out);

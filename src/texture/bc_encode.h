@@ -45,16 +45,27 @@ inline int ChannelError(const uint8_t v[16], int e0, int e1, uint8_t idx[16]) {
 // first pair (range) may be a flat pair either way.
 constexpr int kMaxPairs = 2 + 2 * 81;
 
-inline int Pairs(const uint8_t v[16], int quality, uint8_t pairs[kMaxPairs][2]) {
+// The values' range, and the range of those inside 1..254 (lo_in > hi_in
+// when there are none).
+struct Ranges {
   int lo = 255, hi = 0, lo_in = 255, hi_in = 0;
+};
+
+inline Ranges RangesOf(const uint8_t v[16]) {
+  Ranges r;
   for (int p = 0; p < 16; ++p) {
-    lo = v[p] < lo ? v[p] : lo;
-    hi = v[p] > hi ? v[p] : hi;
+    r.lo = v[p] < r.lo ? v[p] : r.lo;
+    r.hi = v[p] > r.hi ? v[p] : r.hi;
     if (v[p] != 0 && v[p] != 255) {
-      lo_in = v[p] < lo_in ? v[p] : lo_in;
-      hi_in = v[p] > hi_in ? v[p] : hi_in;
+      r.lo_in = v[p] < r.lo_in ? v[p] : r.lo_in;
+      r.hi_in = v[p] > r.hi_in ? v[p] : r.hi_in;
     }
   }
+  return r;
+}
+
+inline int Pairs(const Ranges& r, int quality, uint8_t pairs[kMaxPairs][2]) {
+  const int lo = r.lo, hi = r.hi, lo_in = r.lo_in, hi_in = r.hi_in;
   int n = 0;
   auto add = [&](int e0, int e1) {
     if (e0 < 0 || e0 > 255 || e1 < 0 || e1 > 255) return;
@@ -87,7 +98,7 @@ inline void StoreChannel(int e0, int e1, const uint8_t idx[16], uint8_t* out) {
 // ends at an exact one).
 inline void EncodeChannel(const uint8_t v[16], int quality, uint8_t* out) {
   uint8_t pairs[kMaxPairs][2], idx[16];
-  const int n = Pairs(v, quality, pairs);
+  const int n = Pairs(RangesOf(v), quality, pairs);
   int best = 1 << 30, bi = 0;
   for (int i = 0; i < n && best > 0; ++i) {
     const int err = ChannelError(v, pairs[i][0], pairs[i][1], idx);
@@ -143,6 +154,18 @@ RvtResult Channels(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi
   uint8_t v[16];
   for (int64_t y = 0; y < roi.height; y += 4) {
     for (int64_t x = 0; x < roi.width; x += 4) {
+      if (kChannels == 2 && x + 4 <= roi.width && y + 4 <= roi.height) {
+        // An inside tile: both channels from one pass over its rows.
+        uint8_t rg[2][16];
+        const uint8_t* at = src + ptrdiff_t(y) * step + 2 * x;
+        for (int r = 0; r < 4; ++r, at += step) {
+          for (int k = 0; k < 4; ++k) rg[0][4 * r + k] = at[2 * k], rg[1][4 * r + k] = at[2 * k + 1];
+        }
+        kEncode(rg[0], quality, dst);
+        kEncode(rg[1], quality, dst + 8);
+        dst += 16;
+        continue;
+      }
       for (int c = 0; c < kChannels; ++c, dst += 8) {
         Gather(src, step, roi, x, y, kChannels, c, v);
         kEncode(v, quality, dst);
