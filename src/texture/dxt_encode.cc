@@ -13,13 +13,13 @@ HWY_BEFORE_NAMESPACE();
 namespace rvt::dxt_encode::HWY_NAMESPACE {
 
 RvtResult Dxt1Entry(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
-  return Encode<1, Eval, bc_encode::HWY_NAMESPACE::EncodeChannel>(s, step, d, roi, q);
+  return Encode<1, Kernels>(s, step, d, roi, q);
 }
 RvtResult Dxt3Entry(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
-  return Encode<3, Eval, bc_encode::HWY_NAMESPACE::EncodeChannel>(s, step, d, roi, q);
+  return Encode<3, Kernels>(s, step, d, roi, q);
 }
 RvtResult Dxt5Entry(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
-  return Encode<5, Eval, bc_encode::HWY_NAMESPACE::EncodeChannel>(s, step, d, roi, q);
+  return Encode<5, Kernels>(s, step, d, roi, q);
 }
 
 }  // namespace rvt::dxt_encode::HWY_NAMESPACE

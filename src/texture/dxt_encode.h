@@ -77,25 +77,62 @@ inline void Expand(uint16_t c, float out[3]) {
   for (int k = 0; k < 3; ++k) out[k] = rgb[k];
 }
 
+// The sums of the least squares system for weights w0, w1 (whole numbers)
+// of each pixel: w0.w0, w0.w1, w1.w1 and, per channel, w0.x and w1.x.
+struct Normal {
+  int aa = 0, ab = 0, bb = 0, ax[3] = {}, bx[3] = {};
+};
+using NormalFn = void (*)(const Tile& t, const int32_t w0[16], const int32_t w1[16], Normal* m);
+
+inline void NormalOf(const Tile& t, const int32_t w0[16], const int32_t w1[16], Normal* m) {
+  for (int i = 0; i < 16; ++i) m->aa += w0[i] * w0[i], m->ab += w0[i] * w1[i], m->bb += w1[i] * w1[i];
+  for (int c = 0; c < 3; ++c) {
+    for (int i = 0; i < 16; ++i) m->ax[c] += w0[i] * t.ch[c][i], m->bx[c] += w1[i] * t.ch[c][i];
+  }
+}
+
+// The moments of the pixels marked in `on` (1 or 0): their count, how many
+// equal (r0, g0, b0), the channel sums and the six sums of channel
+// products (rr, rg, rb, gg, gb, bb).
+struct Moments {
+  int n = 0, same = 0, sum[3] = {}, sq[6] = {};
+};
+using MomentsFn = void (*)(const Tile& t, const int32_t on[16], int r0, int g0, int b0, Moments* m);
+
+inline void MomentsOf(const Tile& t, const int32_t on[16], int r0, int g0, int b0, Moments* m) {
+  for (int i = 0; i < 16; ++i) {
+    const int r = t.ch[0][i] * on[i], g = t.ch[1][i] * on[i], b = t.ch[2][i] * on[i];
+    m->sum[0] += r, m->sum[1] += g, m->sum[2] += b;
+    m->sq[0] += r * r, m->sq[1] += r * g, m->sq[2] += r * b, m->sq[3] += g * g, m->sq[4] += g * b, m->sq[5] += b * b;
+    m->n += on[i];
+    m->same += on[i] & (t.ch[0][i] == r0) & (t.ch[1][i] == g0) & (t.ch[2][i] == b0);
+  }
+}
+
 // Least squares endpoints for the indices of `p`: each opaque pixel is
 // w0 * A + w1 * B with the weights of its entry.  The sums are taken in
 // whole numbers (weights in thirds, or halves for three colours), so they
 // are exact in any order.  False when the system is singular (every pixel
 // on one entry).
-inline bool Refit(const Tile& t, const Part& p, bool three_form, float A[3], float B[3]) {
+template <NormalFn kNormal>
+bool Refit(const Tile& t, const Part& p, bool three_form, float A[3], float B[3]) {
   const uint16_t c0 = uint16_t(p.b[0] | p.b[1] << 8), c1 = uint16_t(p.b[2] | p.b[3] << 8);
   const bool three = three_form && c0 <= c1;
   const int scale = three ? 2 : 3;
   const int w_four[4] = {3, 0, 2, 1}, w_three[4] = {2, 0, 1, 0};
   const int* w = three ? w_three : w_four;
   const uint32_t idx = uint32_t(p.b[4] | p.b[5] << 8 | p.b[6] << 16 | uint32_t(p.b[7]) << 24);
-  int aa = 0, ab = 0, bb = 0, ax[3] = {}, bx[3] = {};
+  alignas(64) int32_t w0[16], w1[16];
   for (int i = 0; i < 16; ++i) {
-    const int w0 = t.transparent >> i & 1 ? 0 : w[idx >> (2 * i) & 3];
-    const int w1 = t.transparent >> i & 1 ? 0 : scale - w0;
-    aa += w0 * w0, ab += w0 * w1, bb += w1 * w1;
-    for (int c = 0; c < 3; ++c) ax[c] += w0 * t.ch[c][i], bx[c] += w1 * t.ch[c][i];
+    const bool clear = t.transparent >> i & 1;
+    w0[i] = clear ? 0 : w[idx >> (2 * i) & 3];
+    w1[i] = clear ? 0 : scale - w0[i];
   }
+  Normal m;
+  kNormal(t, w0, w1, &m);
+  const int aa = m.aa, ab = m.ab, bb = m.bb;
+  const int* ax = m.ax;
+  const int* bx = m.bx;
   const int det = aa * bb - ab * ab;
   if (det == 0) return false;
   for (int c = 0; c < 3; ++c) {
@@ -155,18 +192,21 @@ struct Start {
   float A[3], B[3];
 };
 
-inline Start StartOf(const Tile& t) {
+template <MomentsFn kMoments>
+Start StartOf(const Tile& t) {
   Start s;
-  int sum[3] = {}, sq[6] = {};
+  alignas(64) int32_t on[16];  // 1 for the opaque pixels
   for (int i = 0; i < 16; ++i) {
-    if (t.transparent >> i & 1) continue;
-    if (s.first < 0) s.first = i;
-    const int r = t.ch[0][i], g = t.ch[1][i], b = t.ch[2][i];
-    s.one_colour &= r == t.ch[0][s.first] && g == t.ch[1][s.first] && b == t.ch[2][s.first];
-    sum[0] += r, sum[1] += g, sum[2] += b;
-    sq[0] += r * r, sq[1] += r * g, sq[2] += r * b, sq[3] += g * g, sq[4] += g * b, sq[5] += b * b;
-    ++s.n;
+    on[i] = ~t.transparent >> i & 1;
+    if (on[i] && s.first < 0) s.first = i;
   }
+  if (s.first < 0) return s;
+  Moments m;
+  kMoments(t, on, t.ch[0][s.first], t.ch[1][s.first], t.ch[2][s.first], &m);
+  s.n = m.n;
+  const int* sum = m.sum;
+  const int* sq = m.sq;
+  s.one_colour = m.same == s.n;
   if (s.n == 0 || s.one_colour) return s;
   float mean[3];
   for (int c = 0; c < 3; ++c) mean[c] = float(sum[c]) / float(s.n);
@@ -207,7 +247,7 @@ inline Start StartOf(const Tile& t) {
 // endpoint components moved by one while the error drops.
 using EvalFn = Part (*)(const Tile& t, uint16_t a, uint16_t b, bool dxt1, bool three);
 
-template <EvalFn kEval>
+template <EvalFn kEval, NormalFn kNormal>
 Part FitForm(const Tile& t, const Start& s, bool dxt1, bool three, int quality) {
   if (s.n == 0) return kEval(t, 0, 0, dxt1, true);
   Part best;
@@ -228,7 +268,7 @@ Part FitForm(const Tile& t, const Start& s, bool dxt1, bool three, int quality) 
   best = kEval(t, Pack565(A), Pack565(B), dxt1, three);
   const int rounds = quality == 0 ? 0 : quality == 1 ? 2 : 8;
   for (int r = 0; r < rounds && best.err > 0; ++r) {
-    if (!Refit(t, best, dxt1, A, B)) break;
+    if (!Refit<kNormal>(t, best, dxt1, A, B)) break;
     const Part p = kEval(t, Pack565(A), Pack565(B), dxt1, three);
     if (p.err >= best.err) break;
     best = p;
@@ -258,12 +298,12 @@ Part FitForm(const Tile& t, const Start& s, bool dxt1, bool three, int quality) 
 // The colour part of a tile: DXT1 tiles with transparent pixels take the
 // three-colour form; opaque DXT1 tiles from quality 1 also try it (indices
 // 0 to 2 only) and keep it when its error is lower.
-template <EvalFn kEval>
+template <class K>
 void EncodeColour(const Tile& t, bool dxt1, int quality, uint8_t* out) {
-  const Start s = StartOf(t);
-  Part best = FitForm<kEval>(t, s, dxt1, dxt1 && t.transparent != 0, quality);
+  const Start s = StartOf<K::kMoments>(t);
+  Part best = FitForm<K::kEval, K::kNormal>(t, s, dxt1, dxt1 && t.transparent != 0, quality);
   if (dxt1 && t.transparent == 0 && quality >= 1 && best.err > 0) {
-    const Part p = FitForm<kEval>(t, s, true, true, quality);
+    const Part p = FitForm<K::kEval, K::kNormal>(t, s, true, true, quality);
     if (p.err < best.err) best = p;
   }
   std::memcpy(out, best.b, 8);
@@ -287,8 +327,17 @@ inline void GatherRgba(const uint8_t* src, int32_t step, ImageSize roi, int64_t 
 // Format 1: DXT1 (8 bytes); 3: DXT3 (explicit 4-bit alpha, nearest of the
 // multiples of 16 the decoder gives back); 5: DXT5 (the alpha part as a
 // BC4 block of the same quality).
-// The kernels: the colour part's evaluation and the alpha channel block.
-template <int kFormat, EvalFn kEval, bc_encode::ChannelFn kChannel>
+// The kernels K: the colour part's evaluation (kEval), the sums of the
+// start (kMoments) and of the least squares (kNormal), the alpha channel
+// block (kChannel).
+struct RefKernels {
+  static constexpr EvalFn kEval = Eval;
+  static constexpr MomentsFn kMoments = MomentsOf;
+  static constexpr NormalFn kNormal = NormalOf;
+  static constexpr bc_encode::ChannelFn kChannel = bc_encode::EncodeChannel;
+};
+
+template <int kFormat, class K>
 RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, int quality) {
   RVT_CHECK(bc_encode::Check(src, step, dst, roi, quality));
   Tile t;
@@ -309,10 +358,10 @@ RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, 
         for (int i = 0; i < 8; ++i) dst[i] = uint8_t(bits >> (8 * i));
         dst += 8;
       } else {
-        kChannel(v, quality, dst);
+        K::kChannel(v, quality, dst);
         dst += 8;
       }
-      EncodeColour<kEval>(t, kFormat == 1, quality, dst);
+      EncodeColour<K>(t, kFormat == 1, quality, dst);
       dst += 8;
     }
   }
@@ -320,13 +369,13 @@ RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, 
 }
 
 inline RvtResult Dxt1Ref(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
-  return Encode<1, Eval, bc_encode::EncodeChannel>(s, step, d, roi, q);
+  return Encode<1, RefKernels>(s, step, d, roi, q);
 }
 inline RvtResult Dxt3Ref(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
-  return Encode<3, Eval, bc_encode::EncodeChannel>(s, step, d, roi, q);
+  return Encode<3, RefKernels>(s, step, d, roi, q);
 }
 inline RvtResult Dxt5Ref(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
-  return Encode<5, Eval, bc_encode::EncodeChannel>(s, step, d, roi, q);
+  return Encode<5, RefKernels>(s, step, d, roi, q);
 }
 
 }  // namespace rvt::dxt_encode
