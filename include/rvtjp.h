@@ -1353,11 +1353,11 @@ RvtResult rvtiTextureDecodeBlockToRGB_BC6_16s_C1C3R(const uint8_t* pSrc, int16_t
  * height below 1 (rvtStatusSize), quality outside 0..2 (rvtStatusBadArg);
  * nothing is written on failure.  No threads.  Indices pick the nearest
  * entry of the palette as this library decodes it (interpolants rounded).
- * Quality 0: the six-interpolant form spanning the tile's range.  Quality
- * 1 (the default to use): also the four-interpolant form (with its exact 0
- * and 255) over the range of the other values, and both forms' endpoints
- * moved by up to 1; the pair of least squared error wins.  Quality 2: moved
- * by up to 4. */
+ * Quality 0 (fast): the six-interpolant form over the tile's range and the
+ * four-interpolant form (exact 0 and 255) over the range of the others.
+ * Quality 1 (the default to use, about a third of 0's speed): also both
+ * forms' endpoints moved by up to 1.  Quality 2 (a twentieth): by up to 4.
+ * The pair of least squared error wins, the first tried on a tie. */
 RvtResult rvtiTextureEncodeBlock_BC4_8u_C1R(const uint8_t* pSrc, int32_t srcStep, uint8_t* pDst,
                                             ImageSize roiSize, int quality);
 /* Two-channel pixels (R, G), each channel as a BC4 block. */

@@ -8,6 +8,7 @@
 
 #include "checkasm.h"
 #include "photo.h"
+#include "texture_encode_cases.h"
 
 namespace rvt {
 namespace {
@@ -33,9 +34,8 @@ TEST(TextureEncode, ChecksInOrderAndNothingWritten) {
   EXPECT_EQ(rvtiTextureEncodeBlock_BC4_8u_C1R(src + 12, -4, dst, {4, 4}, 0), rvtStatusOk);
 }
 
-// What the format holds exactly comes back exactly: one value and two at
-// every quality; 0 and 255 beside two others (the four-interpolant form)
-// from quality 1.
+// What the format holds exactly comes back exactly at every quality: one
+// value, two, and 0 and 255 beside two others (the four-interpolant form).
 TEST(TextureEncode, ExactBlocksComeBackExactly) {
   const Bytes cases[] = {
       Bytes(16, 77),
@@ -47,7 +47,7 @@ TEST(TextureEncode, ExactBlocksComeBackExactly) {
       Bytes out(16);
       ASSERT_EQ(rvtiTextureEncodeBlock_BC4_8u_C1R(v.data(), 4, blk, {4, 4}, q), rvtStatusOk);
       ASSERT_EQ(rvtiTextureDecodeBlock_BC4_8u_C1R(blk, out.data(), 4, {4, 4}), rvtStatusOk);
-      if (q > 0 || v[2] != 100) EXPECT_EQ(out, v) << "quality " << q;
+      EXPECT_EQ(out, v) << "quality " << q;
     }
   }
 }
@@ -71,8 +71,9 @@ TEST(TextureEncode, EdgeTilesReplicateTheLastRowAndColumn) {
   }
 }
 
-// The photos' green and (for BC5) red channels: PSNR of ours per quality
-// and of libsquish, both decoded here, and Mpix/s, in one run.
+// The photos' red and green channels as BC5: PSNR of ours per quality and
+// of libsquish, both decoded here, and Mpix/s, in one run.  Quality 0
+// already reaches libsquish's PSNR.
 TEST(TextureEncode, Bc4Bc5AgainstLibsquish) {
   std::printf("[ encode   ] %-12s %-8s %9s %9s\n", "photo", "coder", "PSNR dB", "Mpix/s");
   for (const char* name : {"coffee.png", "chelsea.png", "astronaut.png"}) {
@@ -95,23 +96,29 @@ TEST(TextureEncode, Bc4Bc5AgainstLibsquish) {
       fn();
       return double(n) / std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - t0).count();
     };
-    double ours_best = 0;
+    double ours[3];
     for (int q = 0; q <= 2; ++q) {
       const double mps = timed([&] {
         ASSERT_EQ(rvtiTextureEncodeBlockFromRG_BC5_8u_C2C1R(rg.data(), 2 * w, blocks.data(), {w, h}, q), rvtStatusOk);
       });
       ASSERT_EQ(rvtiTextureDecodeBlockToRG_BC5_8u_C1C2R(blocks.data(), out.data(), 2 * w, {w, h}), rvtStatusOk);
       const double db = Psnr(out, rg);
-      ours_best = std::max(ours_best, db);
+      ours[q] = db;
       std::printf("[ encode   ] %-12s BC5 q%d   %9.2f %9.2f\n", name, q, db, mps);
     }
     const double mps = timed([&] { squish::CompressImage(rgba.data(), w, h, blocks.data(), squish::kBc5); });
     ASSERT_EQ(rvtiTextureDecodeBlockToRG_BC5_8u_C1C2R(blocks.data(), out.data(), 2 * w, {w, h}), rvtStatusOk);
     const double theirs = Psnr(out, rg);
     std::printf("[ encode   ] %-12s libsquish %9.2f %9.2f\n", name, theirs, mps);
-    EXPECT_GE(ours_best, theirs) << name;
+    // Measured: quality 0 0.09-0.23 dB above, every level above the last.
+    EXPECT_GE(ours[0], theirs) << name;
+    EXPECT_GT(ours[1], ours[0]) << name;
+    EXPECT_GT(ours[2], ours[1]) << name;
   }
 }
+
+RVT_CHECKASM(rvtiTextureEncodeBlock_BC4_8u_C1R, test::EncodeCases(1, 8));
+RVT_CHECKASM(rvtiTextureEncodeBlockFromRG_BC5_8u_C2C1R, test::EncodeCases(2, 16));
 
 }  // namespace
 }  // namespace rvt

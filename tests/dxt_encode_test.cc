@@ -8,6 +8,7 @@
 
 #include "checkasm.h"
 #include "photo.h"
+#include "texture_encode_cases.h"
 
 namespace rvt {
 namespace {
@@ -183,6 +184,10 @@ TEST(DxtEncode, PhotosAgainstLibsquish) {
     }
   }
 }
+
+RVT_CHECKASM(rvtiTextureEncodeBlockFromRGBA_DXT1_8u_C4C1R, test::EncodeCases(4, 8));
+RVT_CHECKASM(rvtiTextureEncodeBlockFromRGBA_DXT3_8u_C4C1R, test::EncodeCases(4, 16));
+RVT_CHECKASM(rvtiTextureEncodeBlockFromRGBA_DXT5_8u_C4C1R, test::EncodeCases(4, 16));
 
 }  // namespace
 }  // namespace rvt

@@ -37,54 +37,88 @@ inline int ChannelError(const uint8_t v[16], int e0, int e1, uint8_t idx[16]) {
   return total;
 }
 
-// The 8-byte channel block of 16 values (row order).  Quality 0: the
-// six-interpolant form over the values' range.  Quality 1: also the
-// four-interpolant form (with its exact 0 and 255) over the range of the
-// values inside 1..254, and endpoints moved by up to 1 in each form.
-// Quality 2: moved by up to 4.  The pair with the smallest squared error
-// wins (the first tried on a tie).
-inline void EncodeChannel(const uint8_t v[16], int quality, uint8_t* out) {
+// The endpoint pairs a channel block tries, in order.  Quality 0: the
+// six-interpolant form over the values' range, then the four-interpolant
+// form (with its exact 0 and 255) over the range of the values inside
+// 1..254.  Quality 1: also each form's endpoints moved by up to 1; quality
+// 2: by up to 4.  Six interpolants need e0 > e1, four need e0 <= e1; the
+// first pair (range) may be a flat pair either way.
+constexpr int kMaxPairs = 2 + 2 * 81;
+
+// The values' range, and the range of those inside 1..254 (lo_in > hi_in
+// when there are none).
+struct Ranges {
   int lo = 255, hi = 0, lo_in = 255, hi_in = 0;
+};
+
+inline Ranges RangesOf(const uint8_t v[16]) {
+  Ranges r;
   for (int p = 0; p < 16; ++p) {
-    lo = v[p] < lo ? v[p] : lo;
-    hi = v[p] > hi ? v[p] : hi;
+    r.lo = v[p] < r.lo ? v[p] : r.lo;
+    r.hi = v[p] > r.hi ? v[p] : r.hi;
     if (v[p] != 0 && v[p] != 255) {
-      lo_in = v[p] < lo_in ? v[p] : lo_in;
-      hi_in = v[p] > hi_in ? v[p] : hi_in;
+      r.lo_in = v[p] < r.lo_in ? v[p] : r.lo_in;
+      r.hi_in = v[p] > r.hi_in ? v[p] : r.hi_in;
     }
   }
-  uint8_t idx[16], best_idx[16];
-  int best_e0 = hi, best_e1 = lo;
-  int best = ChannelError(v, hi, lo, best_idx);
-  auto consider = [&](int e0, int e1) {
+  return r;
+}
+
+inline int Pairs(const Ranges& r, int quality, uint8_t pairs[kMaxPairs][2]) {
+  const int lo = r.lo, hi = r.hi, lo_in = r.lo_in, hi_in = r.hi_in;
+  int n = 0;
+  auto add = [&](int e0, int e1) {
     if (e0 < 0 || e0 > 255 || e1 < 0 || e1 > 255) return;
-    const int err = ChannelError(v, e0, e1, idx);
-    if (err < best) {
-      best = err, best_e0 = e0, best_e1 = e1;
-      std::memcpy(best_idx, idx, 16);
-    }
+    pairs[n][0] = uint8_t(e0), pairs[n][1] = uint8_t(e1), ++n;
   };
-  if (quality >= 1 && best > 0) {
-    const int reach = quality == 1 ? 1 : 4;
-    // Six interpolants need e0 > e1; four need e0 <= e1.
-    for (int d0 = -reach; d0 <= reach; ++d0) {
-      for (int d1 = -reach; d1 <= reach; ++d1) {
-        if (hi + d0 > lo + d1) consider(hi + d0, lo + d1);
-        if (lo_in <= hi_in && lo_in + d0 <= hi_in + d1) consider(lo_in + d0, hi_in + d1);
-      }
+  add(hi, lo);
+  if (lo_in <= hi_in) add(lo_in, hi_in);
+  if (quality == 0 || lo == hi) return n;
+  const int reach = quality == 1 ? 1 : 4;
+  for (int d0 = -reach; d0 <= reach; ++d0) {
+    for (int d1 = -reach; d1 <= reach; ++d1) {
+      if ((d0 || d1) && hi + d0 > lo + d1) add(hi + d0, lo + d1);
+      if ((d0 || d1) && lo_in <= hi_in && lo_in + d0 <= hi_in + d1) add(lo_in + d0, hi_in + d1);
     }
   }
-  out[0] = uint8_t(best_e0);
-  out[1] = uint8_t(best_e1);
+  return n;
+}
+
+// The block of the chosen pair: endpoints, then the 3-bit indices.
+inline void StoreChannel(int e0, int e1, const uint8_t idx[16], uint8_t* out) {
+  out[0] = uint8_t(e0);
+  out[1] = uint8_t(e1);
   uint64_t bits = 0;
-  for (int p = 0; p < 16; ++p) bits |= uint64_t(best_idx[p]) << (3 * p);
+  for (int p = 0; p < 16; ++p) bits |= uint64_t(idx[p]) << (3 * p);
   for (int i = 0; i < 6; ++i) out[2 + i] = uint8_t(bits >> (8 * i));
+}
+
+// The 8-byte channel block of 16 values (row order): of the pairs tried,
+// the one with the smallest squared error (the first on a tie; the search
+// ends at an exact one).
+inline void EncodeChannel(const uint8_t v[16], int quality, uint8_t* out) {
+  uint8_t pairs[kMaxPairs][2], idx[16];
+  const int n = Pairs(RangesOf(v), quality, pairs);
+  int best = 1 << 30, bi = 0;
+  for (int i = 0; i < n && best > 0; ++i) {
+    const int err = ChannelError(v, pairs[i][0], pairs[i][1], idx);
+    if (err < best) best = err, bi = i;
+  }
+  ChannelError(v, pairs[bi][0], pairs[bi][1], idx);
+  StoreChannel(pairs[bi][0], pairs[bi][1], idx, out);
 }
 
 // The 4x4 tile at (x, y) of channel `c` of `pixel`-byte pixels, edge pixels
 // replicated past the region's right and bottom edges.
 inline void Gather(const uint8_t* src, int32_t step, ImageSize roi, int64_t x, int64_t y, int pixel,
                    int c, uint8_t v[16]) {
+  if (x + 4 <= roi.width && y + 4 <= roi.height) {
+    const uint8_t* at = src + ptrdiff_t(y) * step + x * pixel + c;
+    for (int r = 0; r < 4; ++r, at += step) {
+      for (int k = 0; k < 4; ++k) v[4 * r + k] = at[k * pixel];
+    }
+    return;
+  }
   for (int r = 0; r < 4; ++r) {
     const int64_t yy = y + r < roi.height ? y + r : roi.height - 1;
     const uint8_t* row = src + ptrdiff_t(yy) * step;
@@ -112,15 +146,29 @@ inline RvtResult Check(const uint8_t* src, int32_t step, const uint8_t* dst, Ima
 
 // Every tile in block order, each channel of `kChannels` (BC4: 1, BC5: 2)
 // to its 8-byte block.
-template <int kChannels>
+using ChannelFn = void (*)(const uint8_t v[16], int quality, uint8_t* out);
+
+template <int kChannels, ChannelFn kEncode>
 RvtResult Channels(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, int quality) {
   RVT_CHECK(Check(src, step, dst, roi, quality));
   uint8_t v[16];
   for (int64_t y = 0; y < roi.height; y += 4) {
     for (int64_t x = 0; x < roi.width; x += 4) {
+      if (kChannels == 2 && x + 4 <= roi.width && y + 4 <= roi.height) {
+        // An inside tile: both channels from one pass over its rows.
+        uint8_t rg[2][16];
+        const uint8_t* at = src + ptrdiff_t(y) * step + 2 * x;
+        for (int r = 0; r < 4; ++r, at += step) {
+          for (int k = 0; k < 4; ++k) rg[0][4 * r + k] = at[2 * k], rg[1][4 * r + k] = at[2 * k + 1];
+        }
+        kEncode(rg[0], quality, dst);
+        kEncode(rg[1], quality, dst + 8);
+        dst += 16;
+        continue;
+      }
       for (int c = 0; c < kChannels; ++c, dst += 8) {
         Gather(src, step, roi, x, y, kChannels, c, v);
-        EncodeChannel(v, quality, dst);
+        kEncode(v, quality, dst);
       }
     }
   }
@@ -128,10 +176,10 @@ RvtResult Channels(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi
 }
 
 inline RvtResult Bc4Ref(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
-  return Channels<1>(s, step, d, roi, q);
+  return Channels<1, EncodeChannel>(s, step, d, roi, q);
 }
 inline RvtResult Bc5Ref(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
-  return Channels<2>(s, step, d, roi, q);
+  return Channels<2, EncodeChannel>(s, step, d, roi, q);
 }
 
 }  // namespace rvt::bc_encode

@@ -1275,10 +1275,10 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"Huffman MCU runs", HuffmanRunDigest, 0xaf5f03ee92775d3eull},
                           Family{"JPEG 2000 code-blocks", Tier1Digest, 0x7e337e5eecc58e6aull},
                           Family{"BC7 and BC6H textures", BptcDigest, 0x3e0fa340dca19ec5ull},
-                          Family{"BC4 and BC5 encoding", BcEncodeDigest, 0x7326b27838882e30ull},
+                          Family{"BC4 and BC5 encoding", BcEncodeDigest, 0xf21af0dc805dd514ull},
                           Family{"JPEG XR coefficient coding", JpegXrVlcDigest, 0x151cc3982d6098c2ull},
                           Family{"Huffman encoder MCU runs", HuffmanEncodeRunDigest, 0xabde081bbdb1b264ull},
-                          Family{"DXT1, DXT3 and DXT5 encoding", DxtEncodeDigest, 0xd00d1281417458f4ull},
+                          Family{"DXT1, DXT3 and DXT5 encoding", DxtEncodeDigest, 0x471c58a77c84cebfull},
                           Family{"YCoCg in DXT5", YCoCgDigest, 0xcd0508d53a39c95eull},
                           Family{"BC6H encoding", Bc6hEncodeDigest, 0x1b90ef71bca9530eull},
                           Family{"BC7 encoding", Bc7EncodeDigest, 0x0ull}}) {

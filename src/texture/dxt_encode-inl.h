@@ -1,0 +1,123 @@
+// DXT1, DXT3 and DXT5 encoding: the evaluation of a colour part and the
+// sums of the endpoint fits on one target.  The tile's R, G and B planes are 32-bit lanes; each entry's
+// squared distance is taken for every pixel at once, the nearest entry
+// kept (the lowest index on a tie, as the reference's ordered search).  No
+// checks here: the driver has made them.
+#if defined(RVT_TEXTURE_DXT_ENCODE_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef RVT_TEXTURE_DXT_ENCODE_INL_H_
+#undef RVT_TEXTURE_DXT_ENCODE_INL_H_
+#else
+#define RVT_TEXTURE_DXT_ENCODE_INL_H_
+#endif
+
+#include <hwy/highway.h>
+
+#include "texture/bc_encode-inl.h"
+#include "texture/dxt_encode.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace rvt::dxt_encode::HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+inline Part Eval(const Tile& t, uint16_t a, uint16_t b, bool dxt1, bool three) {
+  Part p;
+  if (dxt1 && (three ? a > b : a < b)) std::swap(a, b);
+  p.b[0] = uint8_t(a), p.b[1] = uint8_t(a >> 8), p.b[2] = uint8_t(b), p.b[3] = uint8_t(b >> 8);
+  uint8_t pal[4][4];
+  bc_decode::ColourPalette(p.b, dxt1, 255, pal);
+  const int entries = dxt1 && a <= b ? 3 : 4;
+
+  const hn::CappedTag<int32_t, 16> d;
+  const size_t N = hn::Lanes(d);  // 4, 8 or 16: whole vectors over the tile
+  alignas(64) static constexpr int32_t kBit[16] = {1 << 0,  1 << 1,  1 << 2,  1 << 3,  1 << 4,  1 << 5,
+                                                   1 << 6,  1 << 7,  1 << 8,  1 << 9,  1 << 10, 1 << 11,
+                                                   1 << 12, 1 << 13, 1 << 14, 1 << 15};
+  const auto transparent = hn::Set(d, int32_t(t.transparent));
+  auto total = hn::Zero(d);
+  alignas(64) int32_t idx[16];
+  for (size_t i = 0; i < 16; i += N) {
+    const auto r = hn::Load(d, t.ch[0] + i), g = hn::Load(d, t.ch[1] + i), bl = hn::Load(d, t.ch[2] + i);
+    auto dist = [&](int e) {
+      const auto dr = hn::Sub(r, hn::Set(d, pal[e][0]));
+      const auto dg = hn::Sub(g, hn::Set(d, pal[e][1]));
+      const auto db = hn::Sub(bl, hn::Set(d, pal[e][2]));
+      return hn::Add(hn::Add(hn::Mul(dr, dr), hn::Mul(dg, dg)), hn::Mul(db, db));
+    };
+    auto best = dist(0);
+    auto k = hn::Zero(d);
+    for (int e = 1; e < entries; ++e) {
+      const auto de = dist(e);
+      const auto closer = hn::Lt(de, best);
+      best = hn::Min(de, best);
+      k = hn::IfThenElse(closer, hn::Set(d, e), k);
+    }
+    const auto clear = hn::TestBit(transparent, hn::Load(d, kBit + i));
+    total = hn::Add(total, hn::IfThenZeroElse(clear, best));
+    hn::Store(hn::IfThenElse(clear, hn::Set(d, 3), k), d, idx + i);
+  }
+  uint32_t word = 0;
+  for (int i = 0; i < 16; ++i) word |= uint32_t(idx[i]) << (2 * i);
+  for (int i = 0; i < 4; ++i) p.b[4 + i] = uint8_t(word >> (8 * i));
+  p.err = hn::GetLane(hn::SumOfLanes(d, total));
+  return p;
+}
+
+template <class D, class V>
+HWY_INLINE int Total(D d, V v) {
+  return hn::GetLane(hn::SumOfLanes(d, v));
+}
+
+// Whole-number sums over the tile: exact in any order, so equal to the
+// reference's.
+inline void MomentsOf(const Tile& t, const int32_t on[16], int r0, int g0, int b0, Moments* m) {
+  const hn::CappedTag<int32_t, 16> d;
+  const size_t N = hn::Lanes(d);
+  const auto z = hn::Zero(d);
+  auto s0 = z, s1 = z, s2 = z, rr = z, rg = z, rb = z, gg = z, gb = z, bb = z, n = z, same = z;
+  for (size_t i = 0; i < 16; i += N) {
+    const auto o = hn::LoadU(d, on + i);
+    const auto r = hn::Mul(hn::Load(d, t.ch[0] + i), o), g = hn::Mul(hn::Load(d, t.ch[1] + i), o),
+               b = hn::Mul(hn::Load(d, t.ch[2] + i), o);
+    s0 = hn::Add(s0, r), s1 = hn::Add(s1, g), s2 = hn::Add(s2, b);
+    rr = hn::Add(rr, hn::Mul(r, r)), rg = hn::Add(rg, hn::Mul(r, g)), rb = hn::Add(rb, hn::Mul(r, b));
+    gg = hn::Add(gg, hn::Mul(g, g)), gb = hn::Add(gb, hn::Mul(g, b)), bb = hn::Add(bb, hn::Mul(b, b));
+    n = hn::Add(n, o);
+    const auto eq = hn::And(hn::And(hn::Eq(hn::Load(d, t.ch[0] + i), hn::Set(d, r0)),
+                                    hn::Eq(hn::Load(d, t.ch[1] + i), hn::Set(d, g0))),
+                            hn::Eq(hn::Load(d, t.ch[2] + i), hn::Set(d, b0)));
+    same = hn::Add(same, hn::IfThenElseZero(eq, o));
+  }
+  m->sum[0] = Total(d, s0), m->sum[1] = Total(d, s1), m->sum[2] = Total(d, s2);
+  m->sq[0] = Total(d, rr), m->sq[1] = Total(d, rg), m->sq[2] = Total(d, rb);
+  m->sq[3] = Total(d, gg), m->sq[4] = Total(d, gb), m->sq[5] = Total(d, bb);
+  m->n = Total(d, n), m->same = Total(d, same);
+}
+
+inline void NormalOf(const Tile& t, const int32_t w0[16], const int32_t w1[16], Normal* m) {
+  const hn::CappedTag<int32_t, 16> d;
+  const size_t N = hn::Lanes(d);
+  const auto z = hn::Zero(d);
+  auto aa = z, ab = z, bb = z, a0 = z, a1 = z, a2 = z, b0 = z, b1 = z, b2 = z;
+  for (size_t i = 0; i < 16; i += N) {
+    const auto x = hn::LoadU(d, w0 + i), y = hn::LoadU(d, w1 + i);
+    const auto r = hn::Load(d, t.ch[0] + i), g = hn::Load(d, t.ch[1] + i), b = hn::Load(d, t.ch[2] + i);
+    aa = hn::Add(aa, hn::Mul(x, x)), ab = hn::Add(ab, hn::Mul(x, y)), bb = hn::Add(bb, hn::Mul(y, y));
+    a0 = hn::Add(a0, hn::Mul(x, r)), a1 = hn::Add(a1, hn::Mul(x, g)), a2 = hn::Add(a2, hn::Mul(x, b));
+    b0 = hn::Add(b0, hn::Mul(y, r)), b1 = hn::Add(b1, hn::Mul(y, g)), b2 = hn::Add(b2, hn::Mul(y, b));
+  }
+  m->aa = Total(d, aa), m->ab = Total(d, ab), m->bb = Total(d, bb);
+  m->ax[0] = Total(d, a0), m->ax[1] = Total(d, a1), m->ax[2] = Total(d, a2);
+  m->bx[0] = Total(d, b0), m->bx[1] = Total(d, b1), m->bx[2] = Total(d, b2);
+}
+
+struct Kernels {
+  static constexpr EvalFn kEval = Eval;
+  static constexpr MomentsFn kMoments = MomentsOf;
+  static constexpr NormalFn kNormal = NormalOf;
+  static constexpr bc_encode::ChannelFn kChannel = bc_encode::HWY_NAMESPACE::EncodeChannel;
+};
+
+}  // namespace rvt::dxt_encode::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#endif  // RVT_TEXTURE_DXT_ENCODE_INL_H_
