@@ -5,7 +5,7 @@
 // libsquish are timed in CPU seconds on one thread (best of a few runs);
 // the npm tool reports the wall time of its own encoding loop, which runs on
 // up to two threads: its figure flatters it on a busy machine.
-//   texture_encode_bench [path to the npm tool's bc7enc]
+//   dxt_encode_bench [path to the npm tool's bc7enc]
 #include <png.h>
 #include <squish.h>
 #include <unistd.h>
