@@ -24,6 +24,13 @@ namespace {
 enum ColorFormat { kYOnly = 0, k420 = 1, k422 = 2, k444 = 3, kCmyk = 4, kNChannel = 6 };
 enum Subband { kAll = 0, kNoFlex = 1, kNoHP = 2, kDCOnly = 3 };
 
+// Largest coefficient magnitude, quantized or not, a valid 8- or 16-bit
+// image produces is below 2^22; a decoder that refuses levels and products
+// beyond 2^24 keeps every later sum, transform and filter step far from
+// 32-bit overflow on damaged streams.
+constexpr int64_t kMaxCoef = int64_t(1) << 24;
+inline bool InRange(int64_t v) { return v >= -kMaxCoef && v <= kMaxCoef; }
+
 // Header fields, most significant bit first; reads past the end give zeros
 // and mark the reader short.
 struct Bits {
@@ -535,15 +542,32 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     *error = "4:2:0 and 4:2:2 images are not supported yet";
     return false;
   }
+  // Damaged streams can code levels up to 2^31: every level, predicted or
+  // not, is checked against kMaxCoef, so the sums below and the
+  // dequantization, transforms and filters after them cannot overflow.
   for (int ch = 0; ch < nc; ++ch) {
     int32_t* o = dclp + 16 * ch;
-    if (dcMode == 1) o[0] += t->dc[ch];
-    else if (dcMode == 0) o[0] += l->dc[ch];
-    else if (dcMode == 2) o[0] += int32_t((int64_t(l->dc[ch]) + t->dc[ch]) >> 1);
+    int64_t dc = o[0];
+    if (dcMode == 1) dc += t->dc[ch];
+    else if (dcMode == 0) dc += l->dc[ch];
+    else if (dcMode == 2) dc += (int64_t(l->dc[ch]) + t->dc[ch]) >> 1;
+    if (!InRange(dc)) return fail("DC level");
+    o[0] = int32_t(dc);
     if (adMode == 1) {
-      for (int k = 0; k < 3; ++k) o[kColPos[k]] += t->ad[ch][3 + k];
+      for (int k = 0; k < 3; ++k) {
+        const int64_t v = int64_t(o[kColPos[k]]) + t->ad[ch][3 + k];
+        if (!InRange(v)) return fail("LP level");
+        o[kColPos[k]] = int32_t(v);
+      }
     } else if (adMode == 0) {
-      for (int k = 0; k < 3; ++k) o[kRowPos[k]] += l->ad[ch][k];
+      for (int k = 0; k < 3; ++k) {
+        const int64_t v = int64_t(o[kRowPos[k]]) + l->ad[ch][k];
+        if (!InRange(v)) return fail("LP level");
+        o[kRowPos[k]] = int32_t(v);
+      }
+    }
+    for (int k = 1; k < 16; ++k) {
+      if (!InRange(o[k])) return fail("LP level");
     }
   }
   // the HP orientation from the LP energies: 0 from the left, 1 from the
@@ -600,30 +624,46 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     }
     if (r != rvtStatusOk) return fail("HP");
     if (adaptNow) rvtiVLCAdapt_JPEGXR(st, 4);
+    for (int k = 0; k < 256 * nc; ++k) {
+      if (!InRange(hpc[k])) return fail("HP level");
+    }
+    bool ok = true;
+    auto add = [&ok](int32_t& to, int32_t from) {
+      const int64_t v = int64_t(to) + from;
+      ok &= InRange(v);
+      to = ok ? int32_t(v) : 0;
+    };
     for (int ch = 0; ch < nc; ++ch) {
       int32_t* p = hpc + 256 * ch;
       if (acMode == 0) {
         for (int by = 0; by < 4; ++by) {
           for (int bx = 1; bx < 4; ++bx) {
-            for (int k : kRowPos) p[16 * (4 * by + bx) + k] += p[16 * (4 * by + bx - 1) + k];
+            for (int k : kRowPos) add(p[16 * (4 * by + bx) + k], p[16 * (4 * by + bx - 1) + k]);
           }
         }
       } else if (acMode == 1) {
         for (int by = 1; by < 4; ++by) {
           for (int bx = 0; bx < 4; ++bx) {
-            for (int k : kColPos) p[16 * (4 * by + bx) + k] += p[16 * (4 * by + bx - 4) + k];
+            for (int k : kColPos) add(p[16 * (4 * by + bx) + k], p[16 * (4 * by + bx - 4) + k]);
           }
         }
       }
     }
+    if (!ok) return fail("HP level");
   }
 
   // dequantize, second level inverse transform, into the planes
   for (int ch = 0; ch < nc; ++ch) {
     int32_t d[16];
     const int32_t sdc = q.dc[size_t(ch)], slp = q.lp[size_t(lpIndex)][size_t(ch)];
-    d[0] = dclp[16 * ch] * sdc;
-    for (int k = 1; k < 16; ++k) d[k] = dclp[16 * ch + k] * slp;
+    bool ok = true;
+    auto dq = [&ok](int32_t level, int32_t step) {
+      const int64_t v = int64_t(level) * step;
+      ok &= InRange(v);
+      return ok ? int32_t(v) : 0;
+    };
+    d[0] = dq(dclp[16 * ch], sdc);
+    for (int k = 1; k < 16; ++k) d[k] = dq(dclp[16 * ch + k], slp);
     rvtiPCTInv_JPEGXR_32s_C1IR(d, 16, {4, 4});
     const int32_t shp = hpBand ? q.hp[size_t(hpIndex)][size_t(ch)] : 0;
     hpStep_[size_t(ch)][size_t(my) * mbw_ + mx] = shp;
@@ -631,8 +671,9 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
       int32_t* blk = Block(ch, mx, my, b & 3, b >> 2);
       // chroma block DCs carry one bit less under scaled arithmetic
       blk[0] = (h_.scaled && ch > 0) ? d[b] * 2 : d[b];
-      for (int k = 1; k < 16; ++k) blk[kInBlock[k >> 2][k & 3]] = hpc[256 * ch + 16 * b + k] * shp;
+      for (int k = 1; k < 16; ++k) blk[kInBlock[k >> 2][k & 3]] = dq(hpc[256 * ch + 16 * b + k], shp);
     }
+    if (!ok) return fail("dequantized coefficient");
   }
   return true;
 }
