@@ -253,17 +253,34 @@ struct Local<true> {
 
 // ------------------------------------------------------------ the passes
 
+// The encoder's changes of squared error, from the bits below the plane: a
+// coefficient found significant in plane p goes from 0 to 2^p plus half a
+// step (none in plane 0); a refined one from the middle of its interval of
+// 2^(p+1) to the middle of the half that bit p picks.  Magnitudes stay
+// below 2^31, so the squares fit.
+RVT_T1_INLINE int64_t HalfStep(int p) { return (int64_t(1) << p) >> 1; }
+RVT_T1_INLINE int64_t SignificantGain(uint32_t m, int p) {
+  const int64_t e = int64_t(m & ((1u << p) - 1)) - HalfStep(p);
+  return int64_t(m) * int64_t(m) - e * e;
+}
+RVT_T1_INLINE int64_t RefineGain(uint32_t m, int bit, int p) {
+  const int64_t lo = int64_t(m & ((1u << p) - 1));
+  const int64_t before = bit ? lo : lo - (int64_t(1) << p);
+  const int64_t after = lo - HalfStep(p);
+  return before * before - after * after;
+}
+
+// The encoder keeps no lowest-plane record: its passes know the plane.
 template <bool kEnc>
 RVT_T1_INLINE void Significant(Planes& b, Local<kEnc>& c, FlagWord* f, int i, int y, int plane, int neg,
                                bool causal) {
   SetSignificant(f, b.stride, y, causal, neg);
   if constexpr (kEnc) {
-    const uint64_t m = b.mag[i];
-    c.Gain(int64_t(m * m - Err2(m, true, plane)));
+    c.Gain(SignificantGain(b.mag[i], plane));
   } else {
     b.mag[i] = uint32_t(1) << plane;
+    b.low[i] = uint8_t(plane);
   }
-  b.low[i] = uint8_t(plane);
 }
 
 template <bool kEnc>
@@ -337,11 +354,11 @@ void FastRefinement(Planes& home_b, Coder<kEnc>& home, int plane) {
         const int bit = raw ? c.Raw(t) : c.Mq(ctx, t);
         *f = fl | kFRefined;
         if constexpr (kEnc) {
-          c.Gain(int64_t(Err2(b.mag[i], true, b.low[i]) - Err2(b.mag[i], true, plane)));
+          c.Gain(RefineGain(b.mag[i], bit, plane));
         } else {
           b.mag[i] |= uint32_t(bit) << plane;
+          b.low[i] = uint8_t(plane);
         }
-        b.low[i] = uint8_t(plane);
       }
     }
   }
