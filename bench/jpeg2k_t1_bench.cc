@@ -4,15 +4,26 @@
 // decoding, lossless, and at about 1 bit per sample (encoding: the
 // coefficients quantized by a power of two giving about 1 bpp; decoding:
 // every block's bytes cut at the last pass inside a budget of 1 bpp).
+// RVT_J2K_T1_FRAME=WxH sets a smaller frame (for instruction counts under
+// valgrind).
 #include "bench_util.h"
 #include "photo.h"
 
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 
 namespace rvt {
 namespace {
 
-constexpr int kW = 3840, kH = 2160, kLevels = 5, kCb = 64, kMagnBits = 16;
+constexpr int kLevels = 5, kCb = 64, kMagnBits = 16;
+
+int FrameSide(int which) {
+  int w = 3840, h = 2160;
+  if (const char* e = std::getenv("RVT_J2K_T1_FRAME")) std::sscanf(e, "%dx%d", &w, &h);
+  return std::max(64, which ? h : w);
+}
+const int kW = FrameSide(0), kH = FrameSide(1);
 
 struct Block {
   int w, h, band;

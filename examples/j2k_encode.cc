@@ -19,7 +19,8 @@
 //     last layer hits raw/R bytes (the whole code-stream), earlier layers
 //     1/2, 1/4, ... of it.  With every pass included a stream may stay
 //     below raw/R; headers alone may pass it for tiny images.
-// -threads N codes the code-blocks on N threads; the bytes do not change.
+// -threads N transforms the components and codes the code-blocks on N
+// threads; the bytes do not change.
 #include "j2k_encode.h"
 
 #include <algorithm>
@@ -28,6 +29,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -137,6 +139,31 @@ int Reflect(int i, int n) {
 
 void Check(RvtResult r, const char* what) {
   if (r != rvtStatusOk) throw Fail{std::string(what) + " refused its arguments"};
+}
+
+// Runs f(0), ..., f(n - 1) on up to `threads` threads (this one among
+// them); the first failure is thrown again here once all have stopped.
+template <class F>
+void Parallel(int n, int threads, F f) {
+  std::atomic<int> next{0};
+  std::exception_ptr err;
+  std::mutex lock;
+  auto work = [&] {
+    for (int i; (i = next++) < n;) {
+      try {
+        f(i);
+      } catch (...) {
+        std::lock_guard<std::mutex> g(lock);
+        if (!err) err = std::current_exception();
+        next = n;
+      }
+    }
+  };
+  std::vector<std::thread> pool;
+  for (int k = 1; k < std::min(threads, n); ++k) pool.emplace_back(work);
+  work();
+  for (std::thread& th : pool) th.join();
+  if (err) std::rethrow_exception(err);
 }
 
 // One forward 9/7 level on the w x h region at the top left of plane, whose
@@ -415,15 +442,18 @@ struct Encoder {
         for (int x = 0; x < tw; ++x) row[x] = decltype(+row[0])(int32_t(src[size_t(x) * size_t(C)]) - shift);
       }
     };
-    t.plane.assign(size_t(C), std::vector<int32_t>(n));
+    // With -threads N the components' wavelets (and quantizers) run side
+    // by side; the component transform before them takes all three.
+    t.plane.assign(size_t(C), std::vector<int32_t>());
+    Parallel(C, opt.threads, [&](int c) { t.plane[size_t(c)].resize(n); });
     if (!opt.lossy) {
-      for (int c = 0; c < C; ++c) samples(c, t.plane[size_t(c)].data(), size_t(tw));
+      Parallel(C, opt.threads, [&](int c) { samples(c, t.plane[size_t(c)].data(), size_t(tw)); });
       if (C == 3) {
         int32_t* p[3] = {t.plane[0].data(), t.plane[1].data(), t.plane[2].data()};
         Check(rvtiRCTFwd_JPEG2K_32s_P3IR(p, tw * 4, {tw, th}), "the RCT");
       }
-      std::vector<uint8_t> buf;
-      for (int c = 0; c < C; ++c)
+      Parallel(C, opt.threads, [&](int c) {
+        std::vector<uint8_t> buf;
         for (int d = 0; d < levels; ++d) {
           const int rx0 = CeilDiv(t.x0, 1 << d), ry0 = CeilDiv(t.y0, 1 << d);
           const ImageRect rect{rx0, ry0, CeilDiv(t.x1, 1 << d) - rx0, CeilDiv(t.y1, 1 << d) - ry0};
@@ -434,42 +464,46 @@ struct Encoder {
           Check(rvtiWTFwd_B53_JPEG2K_32s_C1IR(t.plane[size_t(c)].data(), tw * 4, &rect, buf.data()),
                 "the 5/3 wavelet");
         }
+      });
       return;
     }
     // Float planes with the wavelet's border around them.
     const int fs = tw + 2 * kBorder;
-    std::vector<std::vector<float>> f(static_cast<size_t>(C), std::vector<float>(size_t(fs) * (th + 2 * kBorder)));
+    std::vector<std::vector<float>> f(static_cast<size_t>(C));
     float* fp[3] = {};
-    for (int c = 0; c < C; ++c) {
+    Parallel(C, opt.threads, [&](int c) {
+      f[size_t(c)].resize(size_t(fs) * (th + 2 * kBorder));
       fp[c] = f[size_t(c)].data() + size_t(kBorder) * fs + kBorder;
       samples(c, fp[c], size_t(fs));
-    }
+    });
     if (C == 3) Check(rvtiICTFwd_JPEG2K_32f_P3IR(fp, fs * 4, {tw, th}), "the ICT");
-    Wavelet97 wt;
-    for (int c = 0; c < C; ++c)
+    Parallel(C, opt.threads, [&](int c) {
+      Wavelet97 wt;
       for (int d = 0; d < levels; ++d) {
         const int rx0 = CeilDiv(t.x0, 1 << d), ry0 = CeilDiv(t.y0, 1 << d);
         if (CeilDiv(t.x1, 1 << d) == rx0 || CeilDiv(t.y1, 1 << d) == ry0) break;
         wt.Level(fp[c], fs, CeilDiv(t.x1, 1 << d) - rx0, CeilDiv(t.y1, 1 << d) - ry0, rx0 & 1, ry0 & 1);
       }
-    for (int c = 0; c < C; ++c)
       for (auto& res : t.comp[size_t(c)].res)
         for (Band& bd : res) {
-          // Dead-zone quantizer: the magnitude's floor in steps.
+          // Dead-zone quantizer: the magnitude's floor in steps.  Clamped
+          // before the conversion and checked after the band, the loop
+          // has no branch and vectorizes.
           const float inv = float(1.0 / bd.delta);
-          bool tooLarge = false;
+          int tooLarge = 0;
           for (int y = 0; y < bd.h; ++y) {
             const float* src = fp[c] + size_t(bd.py + y) * size_t(fs) + size_t(bd.px);
             int32_t* dst = &t.plane[size_t(c)][size_t(bd.py + y) * size_t(tw) + size_t(bd.px)];
             for (int x = 0; x < bd.w; ++x) {
               const float q = std::fabs(src[x]) * inv;
-              tooLarge |= !(q < 2147483520.f);
-              const int32_t m = q < 2147483520.f ? int32_t(q) : 0;
+              tooLarge |= q < 2147483520.f ? 0 : 1;
+              const int32_t m = int32_t(q < 2147483520.f ? q : 0.f);
               dst[x] = src[x] < 0 ? -m : m;
             }
           }
           if (tooLarge) throw Fail{"coefficient out of range"};
         }
+    });
   }
 
   template <class F>

@@ -230,30 +230,44 @@ RvtResult EncodeLoad(const int32_t* pSrc, int32_t srcStep, ImageSize cbSize, Enc
   RVT_CHECK(CheckPtr(pNOfTermPasses));
   const int w = cbSize.width, hgt = cbSize.height;
   const auto* src = reinterpret_cast<const uint8_t*>(pSrc);
+  // The or of the magnitudes has a bit at magnBits or above exactly when
+  // one of them reaches 2^magnBits (INT32_MIN gives 2^31, never below);
+  // without a test per sample the loop vectorizes.
   uint32_t any = 0;
-  const uint32_t limit = uint32_t(1) << magnBits;  // magnBits <= 31
-  for (int y = 0; y < hgt; ++y)
+  for (int y = 0; y < hgt; ++y) {
+    const uint8_t* row = src + int64_t(y) * srcStep;
+    uint32_t o = 0;
     for (int x = 0; x < w; ++x) {
-      const int32_t v = Load32(src + int64_t(y) * srcStep + 4 * x);
-      const uint32_t m = v < 0 ? 0u - uint32_t(v) : uint32_t(v);
-      if (m >= limit) return rvtStatusRange;  // INT32_MIN gives 2^31, never below the limit
-      any |= m;
+      const int32_t v = Load32(row + 4 * x);
+      o |= v < 0 ? 0u - uint32_t(v) : uint32_t(v);
     }
+    any |= o;
+  }
+  if (any >> magnBits) return rvtStatusRange;  // magnBits <= 31
 
   int planes = 0;
   while (planes < 32 && (any >> planes)) ++planes;
   const int passes = planes ? 3 * planes - 2 : 0;
   Planes b = PlanesAt(EncPlanesBase(h), h->maxW, h->maxH, h->maxArea, w, hgt);
   std::memset(b.flags, 0, sizeof(FlagWord) * size_t(b.stride) * size_t(hgt + 2));
-  unsigned __int128 total = 0;
-  for (int y = 0; y < hgt; ++y)
-    for (int x = 0; x < w; ++x) {
-      const int32_t v = Load32(src + int64_t(y) * srcStep + 4 * x);
-      const uint32_t m = v < 0 ? 0u - uint32_t(v) : uint32_t(v);
-      b.mag[y * w + x] = m;
-      if (v < 0) b.F(x, y) = kFNeg;
-      total += uint64_t(m) * m;
+  // The squares sum in 64 bits while 4096 of them fit (magnitudes below
+  // 2^26), in 128 otherwise.
+  auto load = [&](auto total) {
+    for (int y = 0; y < hgt; ++y) {
+      const uint8_t* row = src + int64_t(y) * srcStep;
+      uint32_t* mag = b.mag + y * w;
+      FlagWord* f = &b.F(0, y);
+      for (int x = 0; x < w; ++x) {
+        const int32_t v = Load32(row + 4 * x);
+        const uint32_t m = v < 0 ? 0u - uint32_t(v) : uint32_t(v);
+        mag[x] = m;
+        f[x] = v < 0 ? FlagWord(kFNeg) : FlagWord(0);
+        total += decltype(total)(uint64_t(m) * m);
+      }
     }
+    return static_cast<unsigned __int128>(total);
+  };
+  const unsigned __int128 total = any < (1u << 26) ? load(uint64_t(0)) : load(static_cast<unsigned __int128>(0));
 
   Ctx cx[kContexts];
   ResetContexts(cx);

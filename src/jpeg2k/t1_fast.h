@@ -94,6 +94,25 @@ constexpr std::array<State, 94> BuildStates() {
 }
 inline constexpr std::array<State, 94> kStates = BuildStates();
 
+// The coding side knows the symbol before it looks: its rows are indexed
+// by context byte and symbol, and say whether the symbol is the LPS and
+// the context byte after a renormalisation.
+struct alignas(8) EncState {
+  uint32_t qe;
+  uint8_t lps, next, pad[2];
+};
+constexpr std::array<EncState, 188> BuildEncStates() {
+  std::array<EncState, 188> t{};
+  for (int cx = 0; cx < 94; ++cx)
+    for (int d = 0; d < 2; ++d) {
+      const State& e = kStates[size_t(cx)];
+      const bool lps = d != e.mps;
+      t[size_t(2 * cx + d)] = {e.qe, uint8_t(lps), lps ? e.nlps : e.nmps, {0, 0}};
+    }
+  return t;
+}
+inline constexpr std::array<EncState, 188> kEncStates = BuildEncStates();
+
 // The decoder's byte-in; the common case (two bytes left in the segment)
 // reads them directly, the segment's end reads 0xFF as the reference does.
 RVT_T1_INLINE void ByteIn(MqDecoder& m, const Source& s) {
@@ -161,16 +180,14 @@ RVT_T1_INLINE int DecodeSym(MqDecoder& m, const Source& s, uint8_t& cx) {
 // The same selects on the coding side: with the symbol known, either the
 // code register moves up by Qe or the interval becomes Qe.
 RVT_T1_INLINE void EncodeSym(MqEncoder& m, Sink& s, uint8_t& cx, int d) {
-  const State e = kStates[cx];
+  const EncState e = kEncStates[2 * unsigned(cx) + unsigned(d)];
   const uint32_t qe = e.qe;
   const uint32_t a = m.a - qe;
-  const int lps = d != e.mps;
-  const uint32_t add = (lps == int(a < qe)) ? ~0u : 0u;
+  const uint32_t add = (e.lps == uint32_t(a < qe)) ? ~0u : 0u;
   m.c += qe & add;
   uint32_t an = (a & add) | (qe & ~add);
   const uint32_t renorm = an < 0x8000 ? ~0u : 0u;
-  const uint32_t next = lps ? e.nlps : e.nmps;
-  cx = uint8_t((next & renorm) | (cx & ~renorm));
+  cx = uint8_t((uint32_t(e.next) & renorm) | (cx & ~renorm));
   int n = __builtin_clz(an) - 16;
   m.a = an;
   while (__builtin_expect(n >= m.ct, 0)) {
@@ -253,17 +270,34 @@ struct Local<true> {
 
 // ------------------------------------------------------------ the passes
 
+// The encoder's changes of squared error, from the bits below the plane: a
+// coefficient found significant in plane p goes from 0 to 2^p plus half a
+// step (none in plane 0); a refined one from the middle of its interval of
+// 2^(p+1) to the middle of the half that bit p picks.  Magnitudes stay
+// below 2^31, so the squares fit.
+RVT_T1_INLINE int64_t HalfStep(int p) { return (int64_t(1) << p) >> 1; }
+RVT_T1_INLINE int64_t SignificantGain(uint32_t m, int p) {
+  const int64_t e = int64_t(m & ((1u << p) - 1)) - HalfStep(p);
+  return int64_t(m) * int64_t(m) - e * e;
+}
+RVT_T1_INLINE int64_t RefineGain(uint32_t m, int bit, int p) {
+  const int64_t lo = int64_t(m & ((1u << p) - 1));
+  const int64_t before = bit ? lo : lo - (int64_t(1) << p);
+  const int64_t after = lo - HalfStep(p);
+  return before * before - after * after;
+}
+
+// The encoder keeps no lowest-plane record: its passes know the plane.
 template <bool kEnc>
 RVT_T1_INLINE void Significant(Planes& b, Local<kEnc>& c, FlagWord* f, int i, int y, int plane, int neg,
                                bool causal) {
   SetSignificant(f, b.stride, y, causal, neg);
   if constexpr (kEnc) {
-    const uint64_t m = b.mag[i];
-    c.Gain(int64_t(m * m - Err2(m, true, plane)));
+    c.Gain(SignificantGain(b.mag[i], plane));
   } else {
     b.mag[i] = uint32_t(1) << plane;
+    b.low[i] = uint8_t(plane);
   }
-  b.low[i] = uint8_t(plane);
 }
 
 template <bool kEnc>
@@ -337,11 +371,11 @@ void FastRefinement(Planes& home_b, Coder<kEnc>& home, int plane) {
         const int bit = raw ? c.Raw(t) : c.Mq(ctx, t);
         *f = fl | kFRefined;
         if constexpr (kEnc) {
-          c.Gain(int64_t(Err2(b.mag[i], true, b.low[i]) - Err2(b.mag[i], true, plane)));
+          c.Gain(RefineGain(b.mag[i], bit, plane));
         } else {
           b.mag[i] |= uint32_t(bit) << plane;
+          b.low[i] = uint8_t(plane);
         }
-        b.low[i] = uint8_t(plane);
       }
     }
   }
