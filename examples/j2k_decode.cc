@@ -17,11 +17,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <thread>
 
-#include "image_io.h"
 #include "rvtjp.h"
 
 namespace rvtj2k {
@@ -199,7 +196,8 @@ struct Band {
   std::vector<CodeBlock> blocks;
 };
 struct Precinct {
-  int index = 0, kx = 0, ky = 0;  // position on the reference grid (progressions)
+  int index = 0;
+  int64_t kx = 0, ky = 0;  // position on the reference grid (progressions)
   std::vector<PrecBand> bands;
   int nextLayer = 0;
 };
@@ -380,7 +378,10 @@ struct Decoder {
       if (m == 0xFF90) break;
       if (len < 2 || pos + 2 + len > size) throw Fail{"truncated marker segment"};
       Reader r{cs + pos + 4, len - 2};
-      if (m == 0xFF51) Siz(r);
+      if (m == 0xFF51) {
+        if (C) throw Fail{"second SIZ"};
+        Siz(r);
+      }
       else if (m == 0xFF60) throw Fail{"packed packet headers (PPM)"};
       else if (m >> 8 != 0xFF) throw Fail{"marker expected"};
       else if (C == 0) throw Fail{"SIZ must come first"};
@@ -523,8 +524,8 @@ struct Decoder {
             Precinct& pc = rs.prec[size_t(py) * rs.pw + px];
             pc.index = py * rs.pw + px;
             // Where the precinct starts on the reference grid (clipped to the tile).
-            pc.kx = int(std::max<int64_t>((prx0 + px) << (rs.ppx + d), tc.x0));
-            pc.ky = int(std::max<int64_t>((pry0 + py) << (rs.ppy + d), tc.y0));
+            pc.kx = std::max<int64_t>((prx0 + px) << (rs.ppx + d), tc.x0);
+            pc.ky = std::max<int64_t>((pry0 + py) << (rs.ppy + d), tc.y0);
             pc.bands.resize(rs.bands.size());
             for (size_t b = 0; b < rs.bands.size(); ++b) {
               Band& bd = rs.bands[b];
@@ -638,6 +639,14 @@ struct Decoder {
       const bool use = l < maxLayer && r <= maxRes;
       for (Add& a : adds) {
         CodeBlock& cb = *a.cb;
+        // Lengths count only the bytes present: a truncated stream ends here.
+        for (int32_t& len : a.lens) {
+          const size_t have = d.size() - std::min(pos, d.size());
+          const size_t n = std::min(size_t(len), have);
+          if (use && n) cb.data.insert(cb.data.end(), d.begin() + long(pos), d.begin() + long(pos + n));
+          pos += size_t(len);
+          len = int32_t(n);
+        }
         if (use) {
           // The first length continues the segment left open, if any.
           const bool open = cb.usedPasses > 0 && !EndsSegment(cb.usedPasses - 1, style);
@@ -648,12 +657,6 @@ struct Decoder {
           cb.usedPasses += a.n;
         }
         cb.passes += a.n;
-        for (int32_t len : a.lens) {
-          const size_t have = d.size() - std::min(pos, d.size());
-          const size_t n = std::min(size_t(len), have);
-          if (use && n) cb.data.insert(cb.data.end(), d.begin() + long(pos), d.begin() + long(pos + n));
-          pos += size_t(len);
-        }
       }
       return pos < d.size();
     }
@@ -682,13 +685,15 @@ struct Decoder {
       for (const Entry& en : all)
         if (en.r >= e.rs && en.r < e.re && en.c >= e.cs && en.c < e.ce) sel.push_back(en);
       const int lye = std::min(e.lye, p.layers);
+      budget -= int64_t(sel.size()) + 1;
+      if (budget < 0) return;
       auto key = [&](const Entry& a, const Entry& b) {
         auto t = [&](const Entry& x) {
           switch (e.order) {
-            case 0: case 1: return std::make_tuple(x.r, x.c, 0, 0, x.pc->index);
-            case 2: return std::make_tuple(x.r, x.pc->ky, x.pc->kx, x.c, 0);
-            case 3: return std::make_tuple(x.pc->ky, x.pc->kx, x.c, x.r, 0);
-            default: return std::make_tuple(x.c, x.pc->ky, x.pc->kx, x.r, 0);
+            case 0: case 1: return std::make_tuple(int64_t(x.r), int64_t(x.c), int64_t(0), int64_t(0), int64_t(x.pc->index));
+            case 2: return std::make_tuple(int64_t(x.r), x.pc->ky, x.pc->kx, int64_t(x.c), int64_t(0));
+            case 3: return std::make_tuple(x.pc->ky, x.pc->kx, int64_t(x.c), int64_t(x.r), int64_t(0));
+            default: return std::make_tuple(int64_t(x.c), x.pc->ky, x.pc->kx, int64_t(x.r), int64_t(0));
           }
         };
         return t(a) < t(b);
@@ -731,6 +736,7 @@ struct Decoder {
     CodeBlock* cb;
     int style;
     bool reversible;
+    int32_t limit;  // reversible magnitudes kept below this (damaged files)
   };
 
   static void DecodeBlock(const Job& j, std::vector<uint8_t>& work) {
@@ -767,7 +773,7 @@ struct Decoder {
     for (int y = 0; y < h; ++y) {
       int32_t* row = dst + size_t(y) * size_t(stride);
       if (j.reversible) {
-        for (int x = 0; x < w; ++x) row[x] /= 2;
+        for (int x = 0; x < w; ++x) row[x] = std::clamp(row[x] / 2, -j.limit, j.limit);
       } else {
         for (int x = 0; x < w; ++x) {
           const float f = float(row[x]) * bd.step;
@@ -826,6 +832,10 @@ struct Decoder {
     }
   };
 
+  // Legitimate reversible coefficients stay within a few bits of the
+  // samples; clamping damaged ones there keeps the 32-bit inverse exact.
+  int32_t Limit(int c) const { return int32_t(1) << (prec[size_t(c)] + 5); }
+
   void Wavelet(Tile& tl, int c) {
     TileComp& tc = tl.comps[size_t(c)];
     const Coding& cod = tl.params.cod[size_t(c)];
@@ -843,6 +853,9 @@ struct Decoder {
         rvtiWTGetBufSize_B53_JPEG2K_32s_C1IR(&rect, &bytes);
         if (buf.size() < bytes + 16) buf.resize(bytes + 16);
         rvtiWTInv_B53_JPEG2K_32s_C1IR(tc.plane.data(), stride * 4, &rect, buf.data());
+        const int32_t lim = Limit(c);
+        for (int y = 0; y < h; ++y)
+          for (int32_t *v = &tc.plane[size_t(y) * size_t(stride)], *e = v + w; v < e; ++v) *v = std::clamp(*v, -lim, lim);
       } else {
         inv.Level(reinterpret_cast<float*>(tc.plane.data()), stride, w, h, rs.x0 & 1, rs.y0 & 1);
       }
@@ -876,7 +889,8 @@ struct Decoder {
       const Coding& cod = tl.params.cod[size_t(c)];
       for (int r = 0; r <= cod.levels - opt.reduce; ++r)
         for (Band& bd : tc.res[size_t(r)].bands)
-          for (CodeBlock& cb : bd.blocks) jobs.push_back(Job{&tc, &bd, &cb, cod.style, cod.transform == 1});
+          for (CodeBlock& cb : bd.blocks)
+            jobs.push_back(Job{&tc, &bd, &cb, cod.style, cod.transform == 1, Limit(c)});
     }
     std::vector<std::vector<uint8_t>> work(size_t(std::max(1, opt.threads)));
     Parallel(int(jobs.size()), [&](int i, int t) { DecodeBlock(jobs[size_t(i)], work[size_t(t)]); });
@@ -924,7 +938,7 @@ struct Decoder {
           } else {
             float f;
             std::memcpy(&f, &src[x], 4);
-            f = std::min(std::max(f, -1e9f), 1e9f);
+            f = f == f ? std::min(std::max(f, -1e9f), 1e9f) : 0.f;
             v = int(std::lrintf(f));
           }
           v += shift;
@@ -945,6 +959,7 @@ struct Decoder {
     img.comps = C;
     img.precision = prec[0];
     img.isSigned = sgn[0];
+    for (int c = 1; c < C; ++c) img.uniform &= prec[size_t(c)] == prec[0] && sgn[size_t(c)] == sgn[0];
     img.planes.assign(size_t(C), {});
     for (int c = 0; c < C; ++c) {
       const int fill = sgn[size_t(c)] ? 0 : 1 << (prec[size_t(c)] - 1);
@@ -997,84 +1012,6 @@ bool Decode(const uint8_t* data, size_t size, const DecodeOptions& options, Deco
     *error = "out of memory";
   }
   return false;
-}
-
-int DecodeMain(int argc, char** argv) {
-  if (argc < 2) {
-    std::fprintf(stderr, "usage: rvtj2k decode IN.j2k|IN.jp2 OUT.pgm|OUT.ppm|OUT.png [-layers K] [-reduce R] [-threads N]\n");
-    return 2;
-  }
-  DecodeOptions opt;
-  for (int i = 2; i < argc; ++i) {
-    const std::string a = argv[i];
-    if (i + 1 >= argc) {
-      std::fprintf(stderr, "rvtj2k: option %s needs a value\n", a.c_str());
-      return 2;
-    }
-    const int v = std::atoi(argv[++i]);
-    if (a == "-layers") opt.layers = v;
-    else if (a == "-reduce") opt.reduce = v;
-    else if (a == "-threads") opt.threads = v;
-    else {
-      std::fprintf(stderr, "rvtj2k: unknown option %s\n", a.c_str());
-      return 2;
-    }
-    if (v < (a == "-threads" ? 1 : 0) || v > 256) {
-      std::fprintf(stderr, "rvtj2k: bad value for %s\n", a.c_str());
-      return 2;
-    }
-  }
-  std::vector<uint8_t> file;
-  std::string error;
-  if (!rvtjpeg::ReadFile(argv[0], &file, &error)) {
-    std::fprintf(stderr, "rvtj2k: %s\n", error.c_str());
-    return 1;
-  }
-  DecodedImage img;
-  if (!Decode(file.data(), file.size(), opt, &img, &error)) {
-    std::fprintf(stderr, "rvtj2k: %s\n", error.c_str());
-    return 1;
-  }
-  if (img.comps != 1 && img.comps != 3) error = "only 1 or 3 components can be written";
-  for (int c = 1; c < img.comps && error.empty(); ++c)
-    if (img.planes.size() != size_t(img.comps)) error = "components differ";
-  if (img.isSigned) error = "signed samples cannot be written";
-  if (!error.empty()) {
-    std::fprintf(stderr, "rvtj2k: %s\n", error.c_str());
-    return 1;
-  }
-  const std::string out = argv[1];
-  const bool png = out.size() > 4 && out.compare(out.size() - 4, 4, ".png") == 0;
-  if (png) {
-    rvtjpeg::Image16 im;
-    im.width = img.width, im.height = img.height, im.channels = img.comps;
-    im.precision = std::max(2, img.precision);
-    im.samples.resize(size_t(img.width) * img.height * img.comps);
-    for (size_t i = 0, k = 0; i < size_t(img.width) * img.height; ++i)
-      for (int c = 0; c < img.comps; ++c) im.samples[k++] = uint16_t(img.planes[size_t(c)][i]);
-    if (!rvtjpeg::WriteImage16(out, im, &error)) {
-      std::fprintf(stderr, "rvtj2k: %s\n", error.c_str());
-      return 1;
-    }
-    return 0;
-  }
-  const bool wide = img.precision > 8;
-  std::vector<uint8_t> bytes;
-  char head[64];
-  const int hl = std::snprintf(head, sizeof head, "P%d\n%d %d\n%d\n", img.comps == 1 ? 5 : 6, img.width, img.height,
-                               (1 << img.precision) - 1);
-  bytes.assign(head, head + hl);
-  for (size_t i = 0; i < size_t(img.width) * img.height; ++i)
-    for (int c = 0; c < img.comps; ++c) {
-      const int v = img.planes[size_t(c)][i];
-      if (wide) bytes.push_back(uint8_t(v >> 8));
-      bytes.push_back(uint8_t(v));
-    }
-  if (!rvtjpeg::WriteFile(out, bytes.data(), bytes.size(), &error)) {
-    std::fprintf(stderr, "rvtj2k: %s\n", error.c_str());
-    return 1;
-  }
-  return 0;
 }
 
 }  // namespace rvtj2k

@@ -24,6 +24,7 @@ struct DecodeOptions {
 struct DecodedImage {
   int width = 0, height = 0, comps = 0, precision = 0;
   bool isSigned = false;
+  bool uniform = true;  // all components share precision and signedness (else those are component 0's)
   std::vector<std::vector<int32_t>> planes;
 };
 
@@ -31,9 +32,6 @@ struct DecodedImage {
 // Truncated or damaged packet data decodes what it holds (best effort).
 bool Decode(const uint8_t* data, size_t size, const DecodeOptions& options, DecodedImage* image,
             std::string* error);
-
-// argv holds the arguments after "decode": IN, OUT, then options.
-int DecodeMain(int argc, char** argv);
 
 }  // namespace rvtj2k
 

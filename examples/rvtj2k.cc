@@ -7,11 +7,98 @@
 //
 //   rvtj2k decode IN.j2k|IN.jp2 OUT.pgm|OUT.ppm|OUT.png [-layers K] [-reduce R] [-threads N]
 //   rvtj2k encode IN OUT.j2k|OUT.jp2 [options]
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
+#include <vector>
 
+#include "image_io.h"
 #include "j2k_decode.h"
 #include "j2k_encode.h"
+
+namespace {
+
+
+int DecodeMain(int argc, char** argv) {
+  if (argc < 2) {
+    std::fprintf(stderr, "usage: rvtj2k decode IN.j2k|IN.jp2 OUT.pgm|OUT.ppm|OUT.png [-layers K] [-reduce R] [-threads N]\n");
+    return 2;
+  }
+  rvtj2k::DecodeOptions opt;
+  for (int i = 2; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (i + 1 >= argc) {
+      std::fprintf(stderr, "rvtj2k: option %s needs a value\n", a.c_str());
+      return 2;
+    }
+    const int v = std::atoi(argv[++i]);
+    if (a == "-layers") opt.layers = v;
+    else if (a == "-reduce") opt.reduce = v;
+    else if (a == "-threads") opt.threads = v;
+    else {
+      std::fprintf(stderr, "rvtj2k: unknown option %s\n", a.c_str());
+      return 2;
+    }
+    if (v < (a == "-threads" ? 1 : 0) || v > 256) {
+      std::fprintf(stderr, "rvtj2k: bad value for %s\n", a.c_str());
+      return 2;
+    }
+  }
+  std::vector<uint8_t> file;
+  std::string error;
+  if (!rvtjpeg::ReadFile(argv[0], &file, &error)) {
+    std::fprintf(stderr, "rvtj2k: %s\n", error.c_str());
+    return 1;
+  }
+  rvtj2k::DecodedImage img;
+  if (!rvtj2k::Decode(file.data(), file.size(), opt, &img, &error)) {
+    std::fprintf(stderr, "rvtj2k: %s\n", error.c_str());
+    return 1;
+  }
+  if (img.comps != 1 && img.comps != 3) error = "only 1 or 3 components can be written";
+  if (!img.uniform) error = "components of different precisions cannot be written";
+  if (img.isSigned) error = "signed samples cannot be written";
+  if (!error.empty()) {
+    std::fprintf(stderr, "rvtj2k: %s\n", error.c_str());
+    return 1;
+  }
+  const std::string out = argv[1];
+  const bool png = out.size() > 4 && out.compare(out.size() - 4, 4, ".png") == 0;
+  if (png) {
+    rvtjpeg::Image16 im;
+    im.width = img.width, im.height = img.height, im.channels = img.comps;
+    im.precision = std::max(2, img.precision);
+    im.samples.resize(size_t(img.width) * img.height * img.comps);
+    for (size_t i = 0, k = 0; i < size_t(img.width) * img.height; ++i)
+      for (int c = 0; c < img.comps; ++c) im.samples[k++] = uint16_t(img.planes[size_t(c)][i]);
+    if (!rvtjpeg::WriteImage16(out, im, &error)) {
+      std::fprintf(stderr, "rvtj2k: %s\n", error.c_str());
+      return 1;
+    }
+    return 0;
+  }
+  const bool wide = img.precision > 8;
+  std::vector<uint8_t> bytes;
+  char head[64];
+  const int hl = std::snprintf(head, sizeof head, "P%d\n%d %d\n%d\n", img.comps == 1 ? 5 : 6, img.width, img.height,
+                               (1 << img.precision) - 1);
+  bytes.assign(head, head + hl);
+  for (size_t i = 0; i < size_t(img.width) * img.height; ++i)
+    for (int c = 0; c < img.comps; ++c) {
+      const int v = img.planes[size_t(c)][i];
+      if (wide) bytes.push_back(uint8_t(v >> 8));
+      bytes.push_back(uint8_t(v));
+    }
+  if (!rvtjpeg::WriteFile(out, bytes.data(), bytes.size(), &error)) {
+    std::fprintf(stderr, "rvtj2k: %s\n", error.c_str());
+    return 1;
+  }
+  return 0;
+}
+
+
+}  // namespace
 
 int main(int argc, char** argv) {
   if (argc >= 2 && std::string(argv[1]) == "encode") return rvtj2k::EncodeMain(argc - 2, argv + 2);
@@ -21,5 +108,5 @@ int main(int argc, char** argv) {
                  " or encode IN OUT.j2k|OUT.jp2 [options]\n");
     return 2;
   }
-  return rvtj2k::DecodeMain(argc - 2, argv + 2);
+  return DecodeMain(argc - 2, argv + 2);
 }

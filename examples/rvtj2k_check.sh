@@ -124,6 +124,7 @@ if command -v grk_compress >/dev/null; then
   check grk "$coffee" "-I -r 20 -n 6"
   check grk "$chelsea" "-t 100,70 -p RPCL -c [64,64],[32,32] -r 20,5,1 -SOP -EPH"
   check grk "$coffee" "-I -r 10,5 -M 63 -b 32,32"
+  check grk "$chelsea" "-d 13,7 -t 64,64 -T 5,3 -n 3 -I -r 10"
 fi
 echo "rvtj2k: $n files checked"
 exit $fail
