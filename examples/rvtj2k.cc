@@ -84,6 +84,7 @@ int DecodeMain(int argc, char** argv) {
   const int hl = std::snprintf(head, sizeof head, "P%d\n%d %d\n%d\n", img.comps == 1 ? 5 : 6, img.width, img.height,
                                (1 << img.precision) - 1);
   bytes.assign(head, head + hl);
+  bytes.reserve(size_t(hl) + size_t(img.width) * img.height * img.comps * (wide ? 2 : 1));
   for (size_t i = 0; i < size_t(img.width) * img.height; ++i)
     for (int c = 0; c < img.comps; ++c) {
       const int v = img.planes[size_t(c)][i];
