@@ -215,7 +215,7 @@ struct TileComp {
 struct Tile {
   int index = 0, x0, y0, x1, y1;
   TileParams params;
-  bool seen = false, headerDone = false;
+  bool seen = false, headerDone = false, ownPoc = false;
   std::vector<bool> cocSet, qccSet;
   std::vector<uint8_t> data;
   std::vector<TileComp> comps;
@@ -438,7 +438,8 @@ struct Decoder {
           if (tl.headerDone) throw Fail{"coding segments after the first tile-part"};
           Segment(mm, Reader{cs + q + 4, len - 2}, tl.params, tl.cocSet, tl.qccSet);
         } else if (mm == 0xFF5F) {
-          if (!tl.headerDone) tl.params.poc.clear();
+          if (!tl.ownPoc) tl.params.poc.clear();  // the tile's changes replace the main header's
+          tl.ownPoc = true;
           Segment(mm, Reader{cs + q + 4, len - 2}, tl.params, tl.cocSet, tl.qccSet);
         }
         q += 2 + len;
