@@ -16,6 +16,7 @@ packages=(
   ffmpeg dcmtk
   libopenjp2-7-dev
   libopenjp2-tools
+  grokj2k-tools
   libosmesa6-dev
   imagemagick
 )
