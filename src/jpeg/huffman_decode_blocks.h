@@ -70,6 +70,44 @@ inline RvtResult Check(const Args& a) {
   return rvtStatusOk;
 }
 
+// What the careful reader does over one symbol and its s (0..15) value bits
+// when the source has plenty of plain bytes: from count c it fills (to
+// 25..32) below 8 bits before the code; a code of up to 8 bits comes from
+// its lookup, a longer one takes 9 bits (filling below 9) and then one bit
+// at a time (filling at 0); below s bits it fills again before the value.
+// Entry ((len - 1) * 16 + s) * 64 + c holds the count after, so each
+// symbol's column is one cache line.  (The bytes it read follow from the
+// counts and the bits taken.)
+struct RunSteps {
+  uint8_t step[256 * 64];
+  constexpr RunSteps() : step() {
+    for (int len = 1; len <= 16; ++len) {
+      for (int s = 0; s < 16; ++s) {
+        for (int c = 0; c <= 32; ++c) {
+          int vc = c;
+          const auto need = [&vc](int n) {
+            if (vc < n) vc += 8 * ((32 - vc) >> 3);
+          };
+          const auto take = [&](int n) {
+            need(n);
+            vc -= n;
+          };
+          need(8);
+          if (len <= 8) {
+            vc -= len;
+          } else {
+            take(9);
+            for (int b = 9; b < len; ++b) take(1);
+          }
+          if (s > 0) take(s);
+          step[((len - 1) * 16 + s) * 64 + c] = uint8_t(vc);
+        }
+      }
+    }
+  }
+};
+inline constexpr RunSteps kRunSteps{};
+
 // ------------------------------------------------------------ reference
 
 // Block i through the careful decoder; its coefficients-done count on
