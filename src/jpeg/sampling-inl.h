@@ -169,33 +169,80 @@ inline void UpH2V1Pairs(const uint8_t* s, uint8_t* d, ptrdiff_t n) {
       [&] { UpH2V1PairsRef(s, d, n); });
 }
 
-// Two-dimensional: with byte pairs (near, far) of each column, weights 9, 3
-// give 3 c[i] and weights 3, 1 give the neighbours' c; then
-//   even = ((3c + 7) + c[i-1] + 1) >> 1 >> 3 (a rounding average),
-//   odd  = ((3c + 7) + c[i+1]) >> 4, placed in the high byte by << 4.
+// Two-dimensional, without interleaving the two rows: a byte pair read at
+// an odd or even offset is (s[i-1], s[i]) or (s[i], s[i+1]) for every other
+// column i, so pairwise multiply-adds give the filter's sums directly:
+//   even output 2i: 9 n[i] + 3 n[i-1] + 3 f[i] + f[i-1] + 8  (weights 3,9 and 1,3)
+//   odd output 2i+1: 9 n[i] + 3 n[i+1] + 3 f[i] + f[i+1] + 7  (weights 9,3 and 3,1)
+// each >> 4.  A block of Lanes(d8) columns from x has four such vectors of
+// sums, for even and odd outputs of the columns x + 2k and x + 2k + 1; the
+// near row's share of them is computed once and serves both output rows of
+// a source row.
+template <class D8>
+struct NearSums {
+  using V16 = hn::Vec<hn::Repartition<uint16_t, D8>>;
+  V16 even_at_even, odd_at_even, even_at_odd, odd_at_odd;
+};
+
+template <class D8>
+HWY_INLINE NearSums<D8> NearPart(D8 d8, const uint8_t* near, ptrdiff_t x) {
+  const hn::Repartition<uint16_t, D8> d16;
+  const auto w39 = PairWeights(d8, 3, 9), w93 = PairWeights(d8, 9, 3);
+  const auto before = hn::LoadU(d8, near + x - 1), at = hn::LoadU(d8, near + x),
+             after = hn::LoadU(d8, near + x + 1);
+  const auto b8 = hn::Set(d16, 8), b7 = hn::Set(d16, 7);
+  NearSums<D8> s;
+  s.even_at_even = hn::Add(hn::BitCast(d16, MulAddPairs(d8, before, w39)), b8);
+  s.odd_at_even = hn::Add(hn::BitCast(d16, MulAddPairs(d8, at, w93)), b7);
+  s.even_at_odd = hn::Add(hn::BitCast(d16, MulAddPairs(d8, at, w39)), b8);
+  s.odd_at_odd = hn::Add(hn::BitCast(d16, MulAddPairs(d8, after, w93)), b7);
+  return s;
+}
+
+// Adds the far row's share and stores the 2 * Lanes(d8) outputs of the
+// block.  Each 16-bit lane of a merged vector holds a column's even output
+// (low byte) and odd output (high byte); the lanes for columns x + 2k and
+// x + 2k + 1 interleave into memory order, block by block.
+template <class D8>
+HWY_INLINE void FarPartAndStore(D8 d8, const NearSums<D8>& n, const uint8_t* far, uint8_t* d,
+                                ptrdiff_t x) {
+  const hn::Repartition<uint16_t, D8> d16;
+  const auto w13 = PairWeights(d8, 1, 3), w31 = PairWeights(d8, 3, 1);
+  const auto before = hn::LoadU(d8, far + x - 1), at = hn::LoadU(d8, far + x),
+             after = hn::LoadU(d8, far + x + 1);
+  const auto sum = [&](auto near_sum, auto bytes, auto w) {
+    return hn::Add(near_sum, hn::BitCast(d16, MulAddPairs(d8, bytes, w)));
+  };
+  const auto at_even = MergeOutputs(d8, hn::ShiftRight<4>(sum(n.even_at_even, before, w13)),
+                                    hn::ShiftLeft<4>(sum(n.odd_at_even, at, w31)));
+  const auto at_odd = MergeOutputs(d8, hn::ShiftRight<4>(sum(n.even_at_odd, at, w13)),
+                                   hn::ShiftLeft<4>(sum(n.odd_at_odd, after, w31)));
+  const auto e = hn::BitCast(d16, at_even), o = hn::BitCast(d16, at_odd);
+  ops::StoreAlternatingBlocks(hn::BitCast(d8, hn::InterleaveLower(d16, e, o)),
+                              hn::BitCast(d8, hn::InterleaveUpper(d16, e, o)), d + 2 * x);
+}
+
 inline void UpH2V2Pairs(const uint8_t* near, const uint8_t* far, uint8_t* d, ptrdiff_t n) {
+  Cascade<uint8_t>(
+      n, [&](auto d8, ptrdiff_t x) { FarPartAndStore(d8, NearPart(d8, near, x), far, d, x); },
+      [&] { UpH2V2PairsRef(near, far, d, n); });
+}
+
+// Both output rows of source row `mid`: the upper with the row above as its
+// far row, the lower with the row below.
+inline void UpH2V2TwoRows(const uint8_t* above, const uint8_t* mid, const uint8_t* below,
+                          uint8_t* d0, uint8_t* d1, ptrdiff_t n) {
   Cascade<uint8_t>(
       n,
       [&](auto d8, ptrdiff_t x) {
-        const hn::Repartition<uint16_t, decltype(d8)> d16;
-        const auto w93 = PairWeights(d8, 9, 3), w31 = PairWeights(d8, 3, 1);
-        const auto n0 = hn::LoadU(d8, near + x), f0 = hn::LoadU(d8, far + x);
-        const auto nl = hn::LoadU(d8, near + x - 1), fl = hn::LoadU(d8, far + x - 1);
-        const auto nr = hn::LoadU(d8, near + x + 1), fr = hn::LoadU(d8, far + x + 1);
-        const auto half = [&](auto mid, auto left, auto right) {
-          const auto c3 = hn::Add(hn::BitCast(d16, MulAddPairs(d8, mid, w93)), hn::Set(d16, 7));
-          const auto e = hn::AverageRound(c3, hn::BitCast(d16, MulAddPairs(d8, left, w31)));
-          const auto o = hn::Add(c3, hn::BitCast(d16, MulAddPairs(d8, right, w31)));
-          return MergeOutputs(d8, hn::ShiftRight<3>(e), hn::ShiftLeft<4>(o));
-        };
-        ops::StoreAlternatingBlocks(
-            half(hn::InterleaveLower(d8, n0, f0), hn::InterleaveLower(d8, nl, fl),
-                 hn::InterleaveLower(d8, nr, fr)),
-            half(hn::InterleaveUpper(d8, n0, f0), hn::InterleaveUpper(d8, nl, fl),
-                 hn::InterleaveUpper(d8, nr, fr)),
-            d + 2 * x);
+        const auto near = NearPart(d8, mid, x);
+        FarPartAndStore(d8, near, above, d0, x);
+        FarPartAndStore(d8, near, below, d1, x);
       },
-      [&] { UpH2V2PairsRef(near, far, d, n); });
+      [&] {
+        UpH2V2PairsRef(mid, above, d0, n);
+        UpH2V2PairsRef(mid, below, d1, n);
+      });
 }
 
 inline void UpRowH2V1Row(const uint8_t* s, uint8_t* d, ptrdiff_t w) {

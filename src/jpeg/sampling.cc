@@ -25,7 +25,7 @@ RvtResult UpH2V1(const uint8_t* s, int32_t ss, ImageSize sr, uint8_t* d, int32_t
 }
 RvtResult UpH2V2(const uint8_t* s, int32_t ss, ImageSize sr, uint8_t* d, int32_t ds,
                  ImageSize dr) {
-  return UpH2V2Region<UpH2V2Pairs>(s, ss, sr, d, ds, dr);
+  return UpH2V2RegionByPairs<UpH2V2TwoRows>(s, ss, sr, d, ds, dr);
 }
 RvtResult DownRowH2V1Box(const uint8_t* s, int32_t w, uint8_t* d) {
   return DownRowH2V1<DownBoxH2V1Row>(s, w, d);

@@ -33,6 +33,9 @@ using DownH2V1Fn = void (*)(const uint8_t* s, uint8_t* d, ptrdiff_t n);
 using DownH2V2Fn = void (*)(const uint8_t* u, const uint8_t* l, uint8_t* d, ptrdiff_t n);
 using UpH2V1Fn = void (*)(const uint8_t* s, uint8_t* d, ptrdiff_t n);
 using UpH2V2Fn = void (*)(const uint8_t* near, const uint8_t* far, uint8_t* d, ptrdiff_t n);
+// Output rows 2p (far row above) and 2p+1 (far row below) of source row mid.
+using UpH2V2TwoFn = void (*)(const uint8_t* above, const uint8_t* mid, const uint8_t* below,
+                             uint8_t* d0, uint8_t* d1, ptrdiff_t n);
 using UpRowH2V1Fn = void (*)(const uint8_t* s, uint8_t* d, ptrdiff_t w);
 using UpRowH2V2Fn = void (*)(const uint8_t* near, const uint8_t* far, uint8_t* d, ptrdiff_t w);
 
@@ -185,6 +188,46 @@ RvtResult UpH2V2Region(const uint8_t* src, int32_t srcStep, ImageSize srcRoi, ui
       d[width - 1] = Up2Even(Col(n, f, i), Col(n, f, i - 1));
     }
   });
+  return rvtStatusOk;
+}
+
+// The same region two output rows at a time, both from one source row, so
+// its samples are loaded once.  Split over threads by pairs under the rule
+// of the whole region.
+template <UpH2V2TwoFn kTwo>
+RvtResult UpH2V2RegionByPairs(const uint8_t* src, int32_t srcStep, ImageSize srcRoi, uint8_t* dst,
+                              int32_t dstStep, ImageSize dstRoi) {
+  RVT_CHECK(CheckRegions(src, srcStep, srcRoi, dst, dstStep, dstRoi));
+  const ptrdiff_t width = dstRoi.width;
+  const int height = dstRoi.height, pairs = (height + 1) / 2;
+  const auto pair = [&](int p) {
+    const uint8_t* m = RowPtr(src, srcStep, p);
+    const uint8_t* a = RowPtr(m, srcStep, -1);
+    const uint8_t* b = RowPtr(m, srcStep, 1);
+    uint8_t* d0 = RowPtr(dst, dstStep, 2 * p);
+    const bool both = 2 * p + 1 < height;
+    uint8_t* d1 = both ? RowPtr(d0, dstStep, 1) : nullptr;
+    if (both) {
+      kTwo(a, m, b, d0, d1, width / 2);
+    } else {
+      UpH2V2PairsRef(m, a, d0, width / 2);
+    }
+    if (width & 1) {
+      const ptrdiff_t i = width / 2;
+      d0[width - 1] = Up2Even(Col(m, a, i), Col(m, a, i - 1));
+      if (both) d1[width - 1] = Up2Even(Col(m, b, i), Col(m, b, i - 1));
+    }
+  };
+  if (int64_t(dstRoi.width) * height <= kSerialPixels) {
+    for (int p = 0; p < pairs; ++p) pair(p);
+    return rvtStatusOk;
+  }
+  const int threads = ownGetNumThreads();
+#pragma omp parallel num_threads(threads)
+  {
+#pragma omp for schedule(static)
+    for (int p = 0; p < pairs; ++p) pair(p);
+  }
   return rvtStatusOk;
 }
 
