@@ -1544,8 +1544,12 @@ RvtResult rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1(
  * also up to two least-squares refinements of the endpoints for the indices
  * found, the best pair for a tile of one colour, and (DXT1) the
  * three-colour form tried beside the four-colour one.  Quality 2: up to
- * eight refinements, then each endpoint component moved by one step while
- * the error drops. */
+ * eight refinements; then every split of the pixels, in the order of their
+ * projections, into runs on the palette's entries (each split's
+ * least-squares endpoints rounded to 5:6:5 and scored exactly by the error
+ * of that assignment), the best replacing the refined pair when it does
+ * better; then each endpoint component moved by one step while the error
+ * drops. */
 /* DXT1: pixels whose alpha is below 128 are transparent; a tile holding any
  * takes the three-colour form with index 3 on them (transparent black to
  * the usual decoders; rvtiTextureDecodeBlockToRGBA_DXT1_8u_C1C4R reads that

@@ -32,9 +32,13 @@ inline Part Eval(const Tile& t, uint16_t a, uint16_t b, bool dxt1, bool three) {
   alignas(64) static constexpr int32_t kBit[16] = {1 << 0,  1 << 1,  1 << 2,  1 << 3,  1 << 4,  1 << 5,
                                                    1 << 6,  1 << 7,  1 << 8,  1 << 9,  1 << 10, 1 << 11,
                                                    1 << 12, 1 << 13, 1 << 14, 1 << 15};
+  // Pixel i's index lands at bit 2i: its lane's shift, the sum of the lanes
+  // is their OR.
+  const hn::RebindToUnsigned<decltype(d)> du;
+  alignas(64) static constexpr uint32_t kShift[16] = {0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30};
   const auto transparent = hn::Set(d, int32_t(t.transparent));
   auto total = hn::Zero(d);
-  alignas(64) int32_t idx[16];
+  auto word = hn::Zero(du);
   for (size_t i = 0; i < 16; i += N) {
     const auto r = hn::Load(d, t.ch[0] + i), g = hn::Load(d, t.ch[1] + i), bl = hn::Load(d, t.ch[2] + i);
     auto dist = [&](int e) {
@@ -53,11 +57,11 @@ inline Part Eval(const Tile& t, uint16_t a, uint16_t b, bool dxt1, bool three) {
     }
     const auto clear = hn::TestBit(transparent, hn::Load(d, kBit + i));
     total = hn::Add(total, hn::IfThenZeroElse(clear, best));
-    hn::Store(hn::IfThenElse(clear, hn::Set(d, 3), k), d, idx + i);
+    const auto id = hn::BitCast(du, hn::IfThenElse(clear, hn::Set(d, 3), k));
+    word = hn::Add(word, hn::Shl(id, hn::Load(du, kShift + i)));
   }
-  uint32_t word = 0;
-  for (int i = 0; i < 16; ++i) word |= uint32_t(idx[i]) << (2 * i);
-  for (int i = 0; i < 4; ++i) p.b[4 + i] = uint8_t(word >> (8 * i));
+  const uint32_t bits = hn::GetLane(hn::SumOfLanes(du, word));
+  for (int i = 0; i < 4; ++i) p.b[4 + i] = uint8_t(bits >> (8 * i));
   p.err = hn::GetLane(hn::SumOfLanes(d, total));
   return p;
 }
@@ -116,6 +120,8 @@ struct Kernels {
   static constexpr NormalFn kNormal = NormalOf;
   static constexpr bc_encode::ChannelFn kChannel = bc_encode::HWY_NAMESPACE::EncodeChannel;
 };
+
+#include "texture/dxt_encode-search.h"  // IWYU pragma: keep
 
 }  // namespace rvt::dxt_encode::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();

@@ -71,6 +71,8 @@ inline Part Eval(const Tile& t, uint16_t a, uint16_t b, bool dxt1, bool three) {
   return p;
 }
 
+using EvalFn = Part (*)(const Tile& t, uint16_t a, uint16_t b, bool dxt1, bool three);
+
 inline void Expand(uint16_t c, float out[3]) {
   uint8_t rgb[3];
   bc_decode::Expand565(c, rgb);
@@ -107,39 +109,6 @@ inline void MomentsOf(const Tile& t, const int32_t on[16], int r0, int g0, int b
     m->n += on[i];
     m->same += on[i] & (t.ch[0][i] == r0) & (t.ch[1][i] == g0) & (t.ch[2][i] == b0);
   }
-}
-
-// Least squares endpoints for the indices of `p`: each opaque pixel is
-// w0 * A + w1 * B with the weights of its entry.  The sums are taken in
-// whole numbers (weights in thirds, or halves for three colours), so they
-// are exact in any order.  False when the system is singular (every pixel
-// on one entry).
-template <NormalFn kNormal>
-bool Refit(const Tile& t, const Part& p, bool three_form, float A[3], float B[3]) {
-  const uint16_t c0 = uint16_t(p.b[0] | p.b[1] << 8), c1 = uint16_t(p.b[2] | p.b[3] << 8);
-  const bool three = three_form && c0 <= c1;
-  const int scale = three ? 2 : 3;
-  const int w_four[4] = {3, 0, 2, 1}, w_three[4] = {2, 0, 1, 0};
-  const int* w = three ? w_three : w_four;
-  const uint32_t idx = uint32_t(p.b[4] | p.b[5] << 8 | p.b[6] << 16 | uint32_t(p.b[7]) << 24);
-  alignas(64) int32_t w0[16], w1[16];
-  for (int i = 0; i < 16; ++i) {
-    const bool clear = t.transparent >> i & 1;
-    w0[i] = clear ? 0 : w[idx >> (2 * i) & 3];
-    w1[i] = clear ? 0 : scale - w0[i];
-  }
-  Normal m;
-  kNormal(t, w0, w1, &m);
-  const int aa = m.aa, ab = m.ab, bb = m.bb;
-  const int* ax = m.ax;
-  const int* bx = m.bx;
-  const int det = aa * bb - ab * ab;
-  if (det == 0) return false;
-  for (int c = 0; c < 3; ++c) {
-    A[c] = float((bb * ax[c] - ab * bx[c]) * scale) / float(det);
-    B[c] = float((aa * bx[c] - ab * ax[c]) * scale) / float(det);
-  }
-  return true;
 }
 
 // The best pair for one channel value alone: the endpoints (5 or 6 bits)
@@ -190,124 +159,8 @@ struct Start {
   int n = 0, first = -1;
   bool one_colour = true;
   float A[3], B[3];
+  float proj[16];  // the opaque pixels' offsets along the axis
 };
-
-template <MomentsFn kMoments>
-Start StartOf(const Tile& t) {
-  Start s;
-  alignas(64) int32_t on[16];  // 1 for the opaque pixels
-  for (int i = 0; i < 16; ++i) {
-    on[i] = ~t.transparent >> i & 1;
-    if (on[i] && s.first < 0) s.first = i;
-  }
-  if (s.first < 0) return s;
-  Moments m;
-  kMoments(t, on, t.ch[0][s.first], t.ch[1][s.first], t.ch[2][s.first], &m);
-  s.n = m.n;
-  const int* sum = m.sum;
-  const int* sq = m.sq;
-  s.one_colour = m.same == s.n;
-  if (s.n == 0 || s.one_colour) return s;
-  float mean[3];
-  for (int c = 0; c < 3; ++c) mean[c] = float(sum[c]) / float(s.n);
-  const int pairs[6][2] = {{0, 0}, {0, 1}, {0, 2}, {1, 1}, {1, 2}, {2, 2}};
-  float cov[6];
-  for (int k = 0; k < 6; ++k) cov[k] = float(s.n * sq[k] - sum[pairs[k][0]] * sum[pairs[k][1]]);
-  float axis[3] = {cov[0], cov[3], cov[5]};
-  for (int it = 0; it < 6; ++it) {
-    const float x = cov[0] * axis[0] + cov[1] * axis[1] + cov[2] * axis[2];
-    const float y = cov[1] * axis[0] + cov[3] * axis[1] + cov[4] * axis[2];
-    const float z = cov[2] * axis[0] + cov[4] * axis[1] + cov[5] * axis[2];
-    float m = x > 0 ? x : -x;
-    m = (y > m || -y > m) ? (y > 0 ? y : -y) : m;
-    m = (z > m || -z > m) ? (z > 0 ? z : -z) : m;
-    if (m <= 0) break;
-    axis[0] = x / m, axis[1] = y / m, axis[2] = z / m;
-  }
-  float lo = 1e30f, hi = -1e30f;
-  for (int i = 0; i < 16; ++i) {
-    if (t.transparent >> i & 1) continue;
-    const float d = (float(t.ch[0][i]) - mean[0]) * axis[0] + (float(t.ch[1][i]) - mean[1]) * axis[1] +
-                    (float(t.ch[2][i]) - mean[2]) * axis[2];
-    lo = d < lo ? d : lo;
-    hi = d > hi ? d : hi;
-  }
-  const float len = axis[0] * axis[0] + axis[1] * axis[1] + axis[2] * axis[2];
-  for (int c = 0; c < 3; ++c) {
-    s.A[c] = mean[c] + (len > 0 ? hi / len : 0) * axis[c];
-    s.B[c] = mean[c] + (len > 0 ? lo / len : 0) * axis[c];
-  }
-  return s;
-}
-
-// The colour part of a tile in one form.  Every quality: the start's
-// endpoints.  Quality 1: a tile of one colour takes the best pair for it;
-// otherwise up to two least squares refinements of the endpoints for the
-// indices found.  Quality 2: up to eight refinements, then each of the six
-// endpoint components moved by one while the error drops.
-using EvalFn = Part (*)(const Tile& t, uint16_t a, uint16_t b, bool dxt1, bool three);
-
-template <EvalFn kEval, NormalFn kNormal>
-Part FitForm(const Tile& t, const Start& s, bool dxt1, bool three, int quality) {
-  if (s.n == 0) return kEval(t, 0, 0, dxt1, true);
-  Part best;
-  const int first = s.first;
-  const float exact[3] = {float(t.ch[0][first]), float(t.ch[1][first]), float(t.ch[2][first])};
-  if (s.one_colour) {
-    const Part q = kEval(t, Pack565(exact), Pack565(exact), dxt1, three);
-    if (quality == 0) return q;
-    int a[3] = {}, b[3] = {};
-    SingleChannel(t.ch[0][first], 5, three, &a[0], &b[0]);
-    SingleChannel(t.ch[1][first], 6, three, &a[1], &b[1]);
-    SingleChannel(t.ch[2][first], 5, three, &a[2], &b[2]);
-    best = kEval(t, uint16_t(a[0] << 11 | a[1] << 5 | a[2]), uint16_t(b[0] << 11 | b[1] << 5 | b[2]), dxt1, three);
-    return q.err < best.err ? q : best;
-  }
-  float A[3], B[3];
-  for (int c = 0; c < 3; ++c) A[c] = s.A[c], B[c] = s.B[c];
-  best = kEval(t, Pack565(A), Pack565(B), dxt1, three);
-  const int rounds = quality == 0 ? 0 : quality == 1 ? 2 : 8;
-  for (int r = 0; r < rounds && best.err > 0; ++r) {
-    if (!Refit<kNormal>(t, best, dxt1, A, B)) break;
-    const Part p = kEval(t, Pack565(A), Pack565(B), dxt1, three);
-    if (p.err >= best.err) break;
-    best = p;
-  }
-  if (quality >= 2) {
-    for (int pass = 0; pass < 16 && best.err > 0; ++pass) {
-      bool moved = false;
-      for (int e = 0; e < 2; ++e) {
-        for (int f = 0; f < 3; ++f) {
-          const int shift = f == 0 ? 11 : f == 1 ? 5 : 0, max = f == 1 ? 63 : 31;
-          for (int dir = -1; dir <= 1; dir += 2) {
-            uint16_t c[2] = {uint16_t(best.b[0] | best.b[1] << 8), uint16_t(best.b[2] | best.b[3] << 8)};
-            const int v = (c[e] >> shift & max) + dir;
-            if (v < 0 || v > max) continue;
-            c[e] = uint16_t((c[e] & ~(max << shift)) | v << shift);
-            const Part p = kEval(t, c[0], c[1], dxt1, three);
-            if (p.err < best.err) best = p, moved = true;
-          }
-        }
-      }
-      if (!moved) break;
-    }
-  }
-  return best;
-}
-
-// The colour part of a tile: DXT1 tiles with transparent pixels take the
-// three-colour form; opaque DXT1 tiles from quality 1 also try it (indices
-// 0 to 2 only) and keep it when its error is lower.
-template <class K>
-void EncodeColour(const Tile& t, bool dxt1, int quality, uint8_t* out) {
-  const Start s = StartOf<K::kMoments>(t);
-  Part best = FitForm<K::kEval, K::kNormal>(t, s, dxt1, dxt1 && t.transparent != 0, quality);
-  if (dxt1 && t.transparent == 0 && quality >= 1 && best.err > 0) {
-    const Part p = FitForm<K::kEval, K::kNormal>(t, s, true, true, quality);
-    if (p.err < best.err) best = p;
-  }
-  std::memcpy(out, best.b, 8);
-}
 
 // The 4x4 RGBA tile at (x, y), edge pixels replicated past the region's
 // right and bottom edges.
@@ -337,36 +190,8 @@ struct RefKernels {
   static constexpr bc_encode::ChannelFn kChannel = bc_encode::EncodeChannel;
 };
 
-template <int kFormat, class K>
-RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, int quality) {
-  RVT_CHECK(bc_encode::Check(src, step, dst, roi, quality));
-  Tile t;
-  uint8_t px[64], v[16];
-  for (int64_t y = 0; y < roi.height; y += 4) {
-    for (int64_t x = 0; x < roi.width; x += 4) {
-      GatherRgba(src, step, roi, x, y, px);
-      for (int i = 0; i < 16; ++i) {
-        for (int c = 0; c < 3; ++c) t.ch[c][i] = px[4 * i + c];
-        v[i] = px[4 * i + 3];
-      }
-      t.transparent = 0;
-      if (kFormat == 1) {
-        for (int i = 0; i < 16; ++i) t.transparent |= uint16_t((v[i] < kAlphaCutoff) << i);
-      } else if (kFormat == 3) {
-        uint64_t bits = 0;
-        for (int i = 0; i < 16; ++i) bits |= uint64_t(v[i] >= 232 ? 15 : (v[i] + 8) >> 4) << (4 * i);
-        for (int i = 0; i < 8; ++i) dst[i] = uint8_t(bits >> (8 * i));
-        dst += 8;
-      } else {
-        K::kChannel(v, quality, dst);
-        dst += 8;
-      }
-      EncodeColour<K>(t, kFormat == 1, quality, dst);
-      dst += 8;
-    }
-  }
-  return rvtStatusOk;
-}
+// The search and the region walk over the reference kernels.
+#include "texture/dxt_encode-search.h"  // IWYU pragma: keep
 
 inline RvtResult Dxt1Ref(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
   return Encode<1, RefKernels>(s, step, d, roi, q);
