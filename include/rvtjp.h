@@ -1658,14 +1658,16 @@ RvtResult rvtiVLCDecodeCBPHP_JPEGXR_1u32s(const uint8_t* pSrc, int32_t srcLen, i
  * found.  Opaque tiles (every alpha 255) always decode to alpha 255: there
  * modes 6 and 7 keep their p-bits at 1.  Quality 0 (fastest): mode 6, and
  * for opaque tiles it leaves a squared error above 256 mode 1 over the
- * partition nearest to the split of the pixels along mode 6's line.
- * Quality 1 (the default to use): opaque tiles try modes 6, 1 and 3 over
- * the 4 partitions whose subsets lie closest to lines, 0 and 2 over 2;
- * tiles with alpha modes 6, 7 (4 partitions), 5 and 4 (every rotation and
- * index selection); the winner is fitted again with every p-bit choice
- * measured.  Quality 2 (best): that search over 16 and 8 partitions, modes
- * 4 and 5 for opaque tiles too, and the winner refined further with each
- * endpoint code and p-bit moved by one while the error drops. */
+ * partition nearest to the split of the pixels along mode 6's line, both
+ * with the principal-axis endpoints (no least-squares round).  Quality 1
+ * (the default to use): the partitions are ranked by the spread of the
+ * pixels about their subsets' means, and the best of that ranking by how
+ * close their subsets lie to lines; opaque tiles try modes 6, 1 and 3 over
+ * the 4 best, 0 and 2 over 2; tiles with alpha modes 6, 7 (4 partitions),
+ * 5 and 4 (every rotation and index selection); the winner is fitted again
+ * with every p-bit choice measured.  Quality 2 (best): that search over 8
+ * two-subset partitions, and the winner refined further with each endpoint
+ * code and p-bit moved by one while the error drops. */
 RvtResult rvtiTextureEncodeBlockFromRGBA_BC7_8u_C4C1R(const uint8_t* pSrc, int32_t srcStep,
                                                       uint8_t* pDst, ImageSize roiSize, int quality);
 #ifdef __cplusplus

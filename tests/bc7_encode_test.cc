@@ -90,6 +90,49 @@ TEST(Bc7Encode, EveryCandidatePacksToItsMeasuredError) {
   EXPECT_GT(blocks, 12 * 200);
 }
 
+// The partition ranking works on subset sums taken from bit masks (subset
+// 0 as the tile less the others): they must match sums over each pixel's
+// subset as the decoder assigns it, for both estimates, every partition
+// of two and three subsets, with and without alpha.
+TEST(Bc7Encode, PartitionEstimatesUseTheDecodersSubsets) {
+  test::Rng rng(7);
+  for (int trial = 0; trial < 6; ++trial) {
+    const be::Tile t = RandomTile(rng, trial % 3);
+    const int chans = trial % 2 ? 4 : 3;
+    be::Moments mo;
+    be::MakeMoments(t, chans, &mo);
+    be::Points pts;
+    be::MakePoints(t, chans, &pts);
+    const be::Spread all = be::SpreadOf(pts, 0xFFFF);
+    for (int subsets = 2; subsets <= 3; ++subsets) {
+      for (int k = 0; k < 64; ++k) {
+        int32_t acc[3][14] = {};
+        int n[3] = {};
+        double spread = 0;
+        for (int p = 0; p < 16; ++p) {
+          const int s = bptc_decode::SubsetOf(subsets, k, p);
+          ++n[s];
+          for (int m = 0; m < mo.count; ++m) acc[s][m] += mo.s[p][m];
+        }
+        float line = 0;
+        for (int s = 0; s < subsets; ++s) {
+          line += be::LineSpread(mo, acc[s], n[s]);
+          for (int c = 0; c < chans; ++c) {
+            double mean = 0, sq = 0;
+            for (int p = 0; p < 16; ++p) {
+              if (bptc_decode::SubsetOf(subsets, k, p) != s) continue;
+              mean += t.c[c][p], sq += double(t.c[c][p]) * t.c[c][p];
+            }
+            if (n[s]) spread += sq - mean * mean / n[s];
+          }
+        }
+        ASSERT_EQ(be::PartitionEstimate(mo, subsets, k), line) << subsets << " " << k;
+        ASSERT_NEAR(be::MeanSpread(pts, chans, all, subsets, k), spread, 1e-3 * (spread + 1)) << subsets << " " << k;
+      }
+    }
+  }
+}
+
 // Opaque tiles keep alpha 255 where mode 6 serves them (its p-bit of 0
 // would cap it at 254), at every quality; exact two-colour tiles and flat
 // tiles come back within a step of the codes.

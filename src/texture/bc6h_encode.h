@@ -138,13 +138,20 @@ struct Candidate {
   double err = INFINITY;
 };
 
-inline uint32_t RegionMask(int regions, int partition) {
-  uint32_t m = 0;
-  if (regions == 2) {
-    for (int p = 0; p < 16; ++p) m |= uint32_t(bp::SubsetOf(2, partition, p)) << p;
+// Pixels of region 1 of each partition, bit p for pixel p.
+struct RegionTable {
+  uint16_t m[32];
+};
+inline constexpr RegionTable MakeRegionTable() {
+  RegionTable t{};
+  for (int k = 0; k < 32; ++k) {
+    for (int p = 0; p < 16; ++p) t.m[k] |= uint16_t((bp::kPartition2[k] >> (2 * p) & 1) << p);
   }
-  return m;
+  return t;
 }
+inline constexpr RegionTable kRegion1 = MakeRegionTable();
+
+inline uint32_t RegionMask(int regions, int partition) { return regions == 2 ? kRegion1.m[partition] : 0; }
 
 // Whether quantized endpoints are representable in the mode: in range, and
 // (transformed modes) every other endpoint within its delta of the first.
@@ -335,8 +342,8 @@ inline double OffAxis(const double s[9], double n) {
 inline double PartitionScore(const Moments& mo, int partition) {
   const uint32_t mask = RegionMask(2, partition);
   double one[9] = {}, rest[9];
-  for (int p = 0; p < 16; ++p) {
-    if (!(mask >> p & 1)) continue;
+  for (uint32_t m = mask; m; m &= m - 1) {  // set bits in pixel order
+    const int p = __builtin_ctz(m);
     for (int k = 0; k < 9; ++k) one[k] += mo.m[p][k];
   }
   for (int k = 0; k < 9; ++k) rest[k] = mo.total[k] - one[k];

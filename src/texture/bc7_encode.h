@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <algorithm>
 #include <utility>
 
 #include "texture/bc_encode.h"
@@ -119,8 +120,9 @@ inline void BuildPalette(const Format& f, const Ends& e, Palette* pal) {
   }
   const uint8_t* w = bptc_decode::Weights(f.index_bits);
   const int n = 1 << f.index_bits;
-  for (int k = 0; k < n; ++k) {
-    for (int c = 0; c < 4; ++c) pal->c[c][k] = ((64 - w[k]) * v[0][c] + w[k] * v[1][c] + 32) >> 6;
+  for (int c = 0; c < 4; ++c) {
+    if (!(f.chans >> c & 1)) continue;  // not measured
+    for (int k = 0; k < n; ++k) pal->c[c][k] = ((64 - w[k]) * v[0][c] + w[k] * v[1][c] + 32) >> 6;
   }
 }
 
@@ -199,8 +201,8 @@ void Quantize(const Tile& t, const Format& f, uint32_t mask, const float A[4], c
 inline bool Refit(const Tile& t, const Format& f, uint32_t mask, const Fit& fit, float A[4], float B[4]) {
   const uint8_t* wt = bptc_decode::Weights(f.index_bits);
   float aa = 0, ab = 0, bb = 0, ax[4] = {}, bx[4] = {};
-  for (int p = 0; p < 16; ++p) {
-    if (!(mask >> p & 1)) continue;
+  for (uint32_t m = mask; m; m &= m - 1) {
+    const int p = __builtin_ctz(m);
     const float w1 = float(wt[fit.idx[p]]) * (1.0f / 64), w0 = 1.0f - w1;
     aa += w0 * w0, ab += w0 * w1, bb += w1 * w1;
     for (int c = 0; c < 4; ++c) ax[c] += w0 * float(t.c[c][p]), bx[c] += w1 * float(t.c[c][p]);
@@ -222,8 +224,8 @@ template <class K>
 Fit FitSubset(const Tile& t, const Format& f, uint32_t mask, const Effort& eff) {
   int n = 0;
   float mean[4] = {};
-  for (int p = 0; p < 16; ++p) {
-    if (!(mask >> p & 1)) continue;
+  for (uint32_t m = mask; m; m &= m - 1) {  // set bits in pixel order: no branch per pixel
+    const int p = __builtin_ctz(m);
     ++n;
     for (int c = 0; c < 4; ++c) mean[c] += float(t.c[c][p]);
   }
@@ -236,12 +238,15 @@ Fit FitSubset(const Tile& t, const Format& f, uint32_t mask, const Effort& eff) 
   }
   for (float& m : mean) m /= float(n);
   float cov[4][4] = {};
-  for (int p = 0; p < 16; ++p) {
-    if (!(mask >> p & 1)) continue;
+  for (uint32_t m = mask; m; m &= m - 1) {
+    const int p = __builtin_ctz(m);
     float d[4];
     for (int c = 0; c < 4; ++c) d[c] = f.chans >> c & 1 ? float(t.c[c][p]) - mean[c] : 0.0f;
     for (int i = 0; i < 4; ++i) {
-      for (int j = i; j < 4; ++j) cov[i][j] += d[i] * d[j];
+      if (!(f.chans >> i & 1)) continue;  // those products stay +0
+      for (int j = i; j < 4; ++j) {
+        if (f.chans >> j & 1) cov[i][j] += d[i] * d[j];
+      }
     }
   }
   for (int i = 0; i < 4; ++i) {
@@ -266,8 +271,8 @@ Fit FitSubset(const Tile& t, const Format& f, uint32_t mask, const Effort& eff) 
   for (int c = 0; c < 4; ++c) len += axis[c] * axis[c];
   if (len > 0) {
     lo = 1e30f, hi = -1e30f;
-    for (int p = 0; p < 16; ++p) {
-      if (!(mask >> p & 1)) continue;
+    for (uint32_t m = mask; m; m &= m - 1) {
+      const int p = __builtin_ctz(m);
       float d = 0;
       for (int c = 0; c < 4; ++c) d += (float(t.c[c][p]) - mean[c]) * axis[c];
       lo = d < lo ? d : lo;
@@ -494,6 +499,7 @@ void TryRotated(const Tile& t, int mode, int rotation, int selection, const Effo
 struct Moments {
   int chans, count;
   int32_t s[16][14];
+  int32_t total[14];
 };
 
 inline void MakeMoments(const Tile& t, int chans, Moments* mo) {
@@ -505,6 +511,10 @@ inline void MakeMoments(const Tile& t, int chans, Moments* mo) {
       for (int j = i; j < chans; ++j, ++k) mo->s[p][k] = t.c[i][p] * t.c[j][p];
     }
     mo->count = k;
+  }
+  for (int k = 0; k < mo->count; ++k) {
+    mo->total[k] = 0;
+    for (int p = 0; p < 16; ++p) mo->total[k] += mo->s[p][k];
   }
 }
 
@@ -542,37 +552,115 @@ inline float LineSpread(const Moments& mo, const int32_t* a, int n) {
   return trace - vcv / vv;
 }
 
-// Estimated error of a partition: the line spreads of its subsets summed.
+// Pixels of subsets 1 and 2 of each three-subset partition.
+struct Split3Table {
+  uint16_t m[64][2];
+};
+inline constexpr Split3Table MakeSplit3Table() {
+  Split3Table t{};
+  for (int k = 0; k < 64; ++k) {
+    for (int p = 0; p < 16; ++p) {
+      const uint32_t s = bptc_decode::kPartition3[k] >> (2 * p) & 3;
+      if (s) t.m[k][s - 1] |= uint16_t(1u << p);
+    }
+  }
+  return t;
+}
+inline constexpr Split3Table kSplit3 = MakeSplit3Table();
+
+// Sums of the moments of the pixels in `mask`.
 template <int kCount>
-void SubsetSums(const Moments& mo, uint32_t t, int32_t (&acc)[3][14], int (&n)[3]) {
-  for (int p = 0; p < 16; ++p) {
-    const int s = int(t >> (2 * p) & 3);
-    ++n[s];
-    for (int k = 0; k < kCount; ++k) acc[s][k] += mo.s[p][k];
+void MaskSums(const Moments& mo, uint32_t mask, int32_t* acc) {
+  for (uint32_t m = mask; m; m &= m - 1) {
+    const int p = __builtin_ctz(m);
+    for (int k = 0; k < kCount; ++k) acc[k] += mo.s[p][k];
   }
 }
 
+// Estimated error of a partition: the line spreads of its subsets summed.
+// Subset 0's sums are the whole tile's less the others'.
 inline float PartitionEstimate(const Moments& mo, int subsets, int partition) {
-  const uint32_t t = subsets == 2 ? bptc_decode::kPartition2[partition] : bptc_decode::kPartition3[partition];
   int32_t acc[3][14] = {};
-  int n[3] = {};
+  int n[3];
+  const uint32_t m1 = subsets == 2 ? kSplit.m[partition] : kSplit3.m[partition][0];
+  const uint32_t m2 = subsets == 2 ? 0 : kSplit3.m[partition][1];
   if (mo.count == 9) {
-    SubsetSums<9>(mo, t, acc, n);
+    MaskSums<9>(mo, m1, acc[1]), MaskSums<9>(mo, m2, acc[2]);
   } else {
-    SubsetSums<14>(mo, t, acc, n);
+    MaskSums<14>(mo, m1, acc[1]), MaskSums<14>(mo, m2, acc[2]);
   }
+  for (int k = 0; k < mo.count; ++k) acc[0][k] = mo.total[k] - acc[1][k] - acc[2][k];
+  n[1] = __builtin_popcount(m1), n[2] = __builtin_popcount(m2), n[0] = 16 - n[1] - n[2];
   float total = 0;
   for (int s = 0; s < subsets; ++s) total += LineSpread(mo, acc[s], n[s]);
   return total;
 }
 
-// The `keep` partitions (of the first `count`) of least estimate, best
-// first (the lower number on a tie); returns how many.
-inline int Preselect(const Moments& mo, int subsets, int count, int keep, int* out) {
-  float est[64];
-  for (int k = 0; k < count; ++k) est[k] = PartitionEstimate(mo, subsets, k);
+
+// Sums over a pixel set of each channel and of the squared length, and the
+// count: what the spread about the set's mean needs, in exact integers.
+struct Spread {
+  int32_t n, s[4], sq;
+};
+// Each pixel's channels (those measured, the others 0) and squared length.
+struct Points {
+  int32_t v[16][5];
+};
+inline void MakePoints(const Tile& t, int chans, Points* pts) {
+  for (int p = 0; p < 16; ++p) {
+    int32_t sq = 0;
+    for (int c = 0; c < 4; ++c) {
+      const int32_t x = c < chans ? t.c[c][p] : 0;
+      pts->v[p][c] = x;
+      sq += x * x;
+    }
+    pts->v[p][4] = sq;
+  }
+}
+inline Spread SpreadOf(const Points& pts, uint32_t mask) {
+  int32_t a[5] = {};
+  for (uint32_t m = mask; m; m &= m - 1) {
+    const int p = __builtin_ctz(m);
+    for (int j = 0; j < 5; ++j) a[j] += pts.v[p][j];
+  }
+  return Spread{__builtin_popcount(mask), {a[0], a[1], a[2], a[3]}, a[4]};
+}
+inline Spread Less(const Spread& a, const Spread& b) {
+  Spread r{a.n - b.n, {}, a.sq - b.sq};
+  for (int c = 0; c < 4; ++c) r.s[c] = a.s[c] - b.s[c];
+  return r;
+}
+// n times the squared distance of the set's pixels from their mean.
+inline int64_t Scatter(const Spread& a, int chans) {
+  int64_t m = int64_t(a.n) * a.sq;
+  for (int c = 0; c < chans; ++c) m -= int64_t(a.s[c]) * a.s[c];
+  return m;
+}
+// The squared distance of every pixel from its subset's mean: a cheap
+// first ranking of the partitions.
+inline float MeanSpread(const Points& pts, int chans, const Spread& all, int subsets, int partition) {
+  Spread sub[3];
+  if (subsets == 2) {
+    sub[1] = SpreadOf(pts, kSplit.m[partition]);
+    sub[0] = Less(all, sub[1]);
+  } else {
+    sub[1] = SpreadOf(pts, kSplit3.m[partition][0]);
+    sub[2] = SpreadOf(pts, kSplit3.m[partition][1]);
+    sub[0] = Less(Less(all, sub[1]), sub[2]);
+  }
+  float total = 0;
+  for (int s = 0; s < subsets; ++s) {
+    if (sub[s].n) total += float(Scatter(sub[s], chans)) / float(sub[s].n);
+  }
+  return total;
+}
+
+// The `keep` of `est` (over the partitions listed in `from`, increasing)
+// of least value, best first (the lower number on a tie); returns how many.
+inline int Least(const float* est, const int* from, int count, int keep, int* out) {
   int n = 0;
-  for (int k = 0; k < count; ++k) {
+  for (int i = 0; i < count; ++i) {
+    const int k = from[i];
     int at;
     if (n < keep) {
       at = n++;
@@ -585,6 +673,23 @@ inline int Preselect(const Moments& mo, int subsets, int count, int keep, int* o
     out[at] = k;
   }
   return n;
+}
+
+// The `keep` partitions (of the first `count`) of least estimate, best
+// first (the lower number on a tie); returns how many.  The partitions are
+// first ranked by the spread about their subsets' means (integer sums),
+// and only the best 2 * keep + 4 of that ranking get the line estimate.
+inline int Preselect(const Tile& t, const Moments& mo, int subsets, int count, int keep, int* out) {
+  Points pts;
+  MakePoints(t, mo.chans, &pts);
+  const Spread all = SpreadOf(pts, 0xFFFF);
+  float rough[64], est[64];
+  int order[64], listed[64];
+  for (int k = 0; k < count; ++k) rough[k] = MeanSpread(pts, mo.chans, all, subsets, k), order[k] = k;
+  const int wide = Least(rough, order, count, 2 * keep + 4 < count ? 2 * keep + 4 : count, listed);
+  std::sort(listed, listed + wide);
+  for (int i = 0; i < wide; ++i) est[listed[i]] = PartitionEstimate(mo, subsets, listed[i]);
+  return Least(est, listed, wide, keep, out);
 }
 
 // A candidate's shape: mode, partition (modes 4 and 5: rotation) and
@@ -603,24 +708,23 @@ void TryShape(const Tile& t, const Shape& sh, bool opaque, const Effort& eff, Bl
   }
 }
 
-// One tile to its block.  Every candidate is first fitted as quality 0 fits
-// mode 6: p-bits by least rounding error, one least squares round.
+// One tile to its block.  Every candidate is first fitted with p-bits by
+// least rounding error and, above quality 0, one least squares round.
 // Quality 0: mode 6; opaque tiles whose squared error there exceeds 256
 // also try mode 1 over the partition nearest to the split of their pixels
 // at the middle of mode 6's line.  Quality 1: opaque tiles: modes 6, 1 and
 // 3 over the 4 partitions of least estimate, 0 and 2 over 2; tiles with
 // alpha: modes 6, 7 (4 partitions), 5 and 4 over their rotations and index
 // selections; then the winner's shape again with every p-bit choice
-// measured and two rounds.  Quality 2: that search over 16 and 8
-// partitions, modes 4 and 5 for opaque tiles too, then the winner's shape
-// again with four rounds and each code and p-bit moved by one while the
-// error drops.  The
-// least squared RGBA error wins (the first tried on a tie).
+// measured and two rounds.  Quality 2: that search over 8 two-subset
+// partitions, then the winner's shape again with four rounds and each code
+// and p-bit moved by one while the error drops.  The least squared RGBA
+// error wins (the first tried on a tie).
 template <class K>
 void EncodeTile(const Tile& t, int quality, uint8_t out[16]) {
   bool opaque = true;
   for (int p = 0; p < 16; ++p) opaque &= t.c[3][p] == 255;
-  const Effort eff{1, false, false};
+  const Effort eff{quality == 0 ? 0 : 1, false, false};
   Block best;
   TryPartitioned<K>(t, 6, 0, opaque, eff, &best);
   if (best.err == 0) return Pack(best, out);
@@ -644,19 +748,19 @@ void EncodeTile(const Tile& t, int quality, uint8_t out[16]) {
   Moments mo;
   MakeMoments(t, opaque ? 3 : 4, &mo);
   int parts[16], p3[16];
-  const int keep2 = quality == 1 ? 4 : 16, keep3 = quality == 1 ? 2 : 8;
-  const int n2 = Preselect(mo, 2, 64, keep2, parts);
+  const int keep2 = quality == 1 ? 4 : 8, keep3 = 2;
+  const int n2 = Preselect(t, mo, 2, 64, keep2, parts);
   if (opaque) {
     for (int i = 0; i < n2; ++i) trial(1, parts[i], 0);
     for (int i = 0; i < n2; ++i) trial(3, parts[i], 0);
-    const int n0 = Preselect(mo, 3, 16, keep3, p3);
+    const int n0 = Preselect(t, mo, 3, 16, keep3, p3);
     for (int i = 0; i < n0; ++i) trial(0, p3[i], 0);
-    const int n3 = Preselect(mo, 3, 64, keep3, p3);
+    const int n3 = Preselect(t, mo, 3, 64, keep3, p3);
     for (int i = 0; i < n3; ++i) trial(2, p3[i], 0);
   } else {
     for (int i = 0; i < n2; ++i) trial(7, parts[i], 0);
   }
-  if (!opaque || quality >= 2) {
+  if (!opaque) {
     for (int r = 0; r < 4; ++r) {
       trial(5, r, 0);
       trial(4, r, 0);
