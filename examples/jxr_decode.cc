@@ -431,10 +431,6 @@ bool Decoder::Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error
     fl->Get(4, &v);
     trim_ = int(v);
   }
-  if (trim_ != 0) {
-    *error = "trimmed flexbits are not supported yet";
-    return false;
-  }
   TileQp q;
   Cursor none;
   ReadTileQp(*dc, lp ? *lp : none, hp ? *hp : none, &q);
@@ -682,12 +678,8 @@ bool DecodeImage(const uint8_t* data, size_t size, Picture* out, std::string* er
     *error = "images with an alpha plane are not supported";
     return false;
   }
-  if (h.format != kYOnly) {
-    *error = "only grey images are supported yet";
-    return false;
-  }
-  if (h.subband == kNoFlex) {
-    *error = "images without their flexbits are not supported yet";
+  if (h.format != kYOnly && h.format != k444) {
+    *error = "only grey and 4:4:4 images are supported yet";
     return false;
   }
   if (h.outDepth != 1) {

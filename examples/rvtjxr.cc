@@ -4,6 +4,7 @@
 //                               OUT's extension PNG; 16-bit PNM big-endian
 //   rvtjxr crop IN OUT W H      (test helper) the top-left W x H as PNM
 //   rvtjxr compare A B          (test helper) exit 0 when the samples match
+//   rvtjxr tile IN OUT W H      (bench helper) IN mirrored to fill W x H, PNM
 //
 // Anything it cannot do ends with a non-zero status and a one-line reason.
 #include <cstdio>
@@ -59,6 +60,29 @@ int Crop(const std::string& in, const std::string& out, int w, int h) {
   return 0;
 }
 
+// Bench helper: a W x H image filled with the source mirrored back and
+// forth, so a small photo stands in for a large one without seams.
+int Tile(const std::string& in, const std::string& out, int w, int h) {
+  rvtjpeg::Image src, dst;
+  std::string error;
+  if (!rvtjpeg::ReadImage(in, &src, &error)) return Fail(error);
+  if (w < 1 || h < 1 || w > 1 << 15 || h > 1 << 15) return Fail("tile size out of range");
+  auto mirror = [](int v, int n) {
+    v %= 2 * n;
+    return v < n ? v : 2 * n - 1 - v;
+  };
+  dst.Resize(w, h, src.channels);
+  for (int y = 0; y < h; ++y) {
+    const uint8_t* s = src.row(mirror(y, src.height));
+    for (int x = 0; x < w; ++x) {
+      const int sx = mirror(x, src.width);
+      for (int c = 0; c < src.channels; ++c) dst.row(y)[size_t(x) * src.channels + c] = s[size_t(sx) * src.channels + c];
+    }
+  }
+  if (!rvtjpeg::WritePnm(out, dst, &error)) return Fail(error);
+  return 0;
+}
+
 int Compare(const std::string& a, const std::string& b) {
   rvtjpeg::Image16 x, y;
   std::string error;
@@ -81,6 +105,7 @@ int main(int argc, char** argv) {
   const std::vector<std::string> args(argv + 1, argv + argc);
   if (args.size() == 3 && args[0] == "decode") return Decode(args[1], args[2]);
   if (args.size() == 5 && args[0] == "crop") return Crop(args[1], args[2], std::atoi(args[3].c_str()), std::atoi(args[4].c_str()));
+  if (args.size() == 5 && args[0] == "tile") return Tile(args[1], args[2], std::atoi(args[3].c_str()), std::atoi(args[4].c_str()));
   if (args.size() == 3 && args[0] == "compare") return Compare(args[1], args[2]);
   if (!args.empty() && args[0] == "encode") return Fail("encoding is not supported yet");
   std::fprintf(stderr, "usage: rvtjxr decode IN.jxr OUT\n");
