@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # rvtjxr against jxrlib: files JxrEncApp writes from crops of the test
-# photos (grey, RGB and BGR; lossless and lossy; overlap 0, 1, 2; frequency
+# photos (grey, RGB and BGR, 8 and 16 bits; lossless and lossy; overlap 0, 1, 2; frequency
 # and spatial order; tiles; skipped HP and LP bands) must decode to the
 # pixels JxrDecApp gives; what rvtjxr does not support yet must be refused,
 # never decoded wrongly.
@@ -17,7 +17,27 @@ n=0
 # crops: odd sizes keep the padding and partial macroblocks in play
 "$tool" crop "$data/camera.png" "$tmp/grey.pgm" 200 152 || exit 1
 "$tool" crop "$data/coffee.png" "$tmp/rgb.ppm" 184 136 || exit 1
+"$tool" crop "$data/camera.png" "$tmp/grey16.pgm" 120 88 16 || exit 1
+"$tool" crop "$data/coffee.png" "$tmp/rgb16.ppm" 104 72 16 || exit 1
 ok=0
+run16() {  # source, format, options: JxrDecApp's 16-bit PNM is little-endian
+  local src=$1 fmt=$2
+  shift 2
+  n=$((n + 1))
+  local ext=${src##*.}
+  if ! JxrEncApp -i "$tmp/$src" -o "$tmp/a.jxr" -c "$fmt" "$@" >/dev/null 2>&1; then
+    echo "JxrEncApp $src $* failed"
+    fail=$((fail + 1))
+    return
+  fi
+  JxrDecApp -i "$tmp/a.jxr" -o "$tmp/want.$ext" -c "$fmt" >/dev/null 2>&1
+  if ! "$tool" decode "$tmp/a.jxr" "$tmp/got.$ext" || ! "$tool" compare-le "$tmp/got.$ext" "$tmp/want.$ext"; then
+    echo "FAIL $src $*: not the pixels JxrDecApp gives"
+    fail=$((fail + 1))
+    return
+  fi
+  ok=$((ok + 1))
+}
 run() {  # source, JxrEncApp -c format, options...
   local src=$1 fmt=$2
   shift 2
@@ -86,6 +106,13 @@ run grey.pgm 2 -q 20 -l 1 -s 1
 run rgb.ppm 9 -q 10 -l 2 -F 8 -f
 run rgb.ppm 9 -q 12 -l 1 -F 3 -U 2 2
 run rgb.ppm 9 -q 20 -l 0 -s 1 -f
+# 16-bit grey and 48-bit RGB
+run16 grey16.pgm 3 -q 1 -l 0
+run16 grey16.pgm 3 -q 10 -l 1
+run16 grey16.pgm 3 -q 40 -l 2 -f -U 2 2
+run16 rgb16.ppm 10 -q 1 -l 1 -f
+run16 rgb16.ppm 10 -q 12 -l 2
+run16 rgb16.ppm 10 -q 30 -l 0 -F 2
 refused rgb.ppm 9 -q 10 -l 1 -d 1
 refused rgb.ppm 9 -q 10 -l 1 -d 2
 echo "$ok passed, $fail failed"
