@@ -21,6 +21,11 @@
 namespace rvtjxr {
 namespace {
 
+// Damaged files may carry any values: sums and products wrap as the
+// library's transforms do, instead of overflowing.
+inline int32_t Add(int32_t a, int32_t b) { return int32_t(uint32_t(a) + uint32_t(b)); }
+inline int32_t Mul(int32_t a, int32_t b) { return int32_t(uint32_t(a) * uint32_t(b)); }
+
 enum ColorFormat { kYOnly = 0, k420 = 1, k422 = 2, k444 = 3, kCmyk = 4, kNChannel = 6 };
 enum Subband { kAll = 0, kNoFlex = 1, kNoHP = 2, kDCOnly = 3 };
 
@@ -534,13 +539,13 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
   }
   for (int ch = 0; ch < nc; ++ch) {
     int32_t* o = dclp + 16 * ch;
-    if (dcMode == 1) o[0] += t->dc[ch];
-    else if (dcMode == 0) o[0] += l->dc[ch];
-    else if (dcMode == 2) o[0] += int32_t((int64_t(l->dc[ch]) + t->dc[ch]) >> 1);
+    if (dcMode == 1) o[0] = Add(o[0], t->dc[ch]);
+    else if (dcMode == 0) o[0] = Add(o[0], l->dc[ch]);
+    else if (dcMode == 2) o[0] = Add(o[0], int32_t((int64_t(l->dc[ch]) + t->dc[ch]) >> 1));
     if (adMode == 1) {
-      for (int k = 0; k < 3; ++k) o[kColPos[k]] += t->ad[ch][3 + k];
+      for (int k = 0; k < 3; ++k) o[kColPos[k]] = Add(o[kColPos[k]], t->ad[ch][3 + k]);
     } else if (adMode == 0) {
-      for (int k = 0; k < 3; ++k) o[kRowPos[k]] += l->ad[ch][k];
+      for (int k = 0; k < 3; ++k) o[kRowPos[k]] = Add(o[kRowPos[k]], l->ad[ch][k]);
     }
   }
   // the HP orientation from the LP energies: 0 from the left, 1 from the
@@ -602,13 +607,13 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
       if (acMode == 0) {
         for (int by = 0; by < 4; ++by) {
           for (int bx = 1; bx < 4; ++bx) {
-            for (int k : kRowPos) p[16 * (4 * by + bx) + k] += p[16 * (4 * by + bx - 1) + k];
+            for (int k : kRowPos) p[16 * (4 * by + bx) + k] = Add(p[16 * (4 * by + bx) + k], p[16 * (4 * by + bx - 1) + k]);
           }
         }
       } else if (acMode == 1) {
         for (int by = 1; by < 4; ++by) {
           for (int bx = 0; bx < 4; ++bx) {
-            for (int k : kColPos) p[16 * (4 * by + bx) + k] += p[16 * (4 * by + bx - 4) + k];
+            for (int k : kColPos) p[16 * (4 * by + bx) + k] = Add(p[16 * (4 * by + bx) + k], p[16 * (4 * by + bx - 4) + k]);
           }
         }
       }
@@ -619,16 +624,16 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
   for (int ch = 0; ch < nc; ++ch) {
     int32_t d[16];
     const int32_t sdc = q.dc[size_t(ch)], slp = q.lp[size_t(lpIndex)][size_t(ch)];
-    d[0] = dclp[16 * ch] * sdc;
-    for (int k = 1; k < 16; ++k) d[k] = dclp[16 * ch + k] * slp;
+    d[0] = Mul(dclp[16 * ch], sdc);
+    for (int k = 1; k < 16; ++k) d[k] = Mul(dclp[16 * ch + k], slp);
     rvtiPCTInv_JPEGXR_32s_C1IR(d, 16, {4, 4});
     const int32_t shp = hpBand ? q.hp[size_t(hpIndex)][size_t(ch)] : 0;
     hpStep_[size_t(ch)][size_t(my) * mbw_ + mx] = shp;
     for (int b = 0; b < 16; ++b) {
       int32_t* blk = Block(ch, mx, my, b & 3, b >> 2);
       // chroma block DCs carry one bit less under scaled arithmetic
-      blk[0] = (h_.scaled && ch > 0) ? d[b] * 2 : d[b];
-      for (int k = 1; k < 16; ++k) blk[kInBlock[k >> 2][k & 3]] = hpc[256 * ch + 16 * b + k] * shp;
+      blk[0] = (h_.scaled && ch > 0) ? Mul(d[b], 2) : d[b];
+      for (int k = 1; k < 16; ++k) blk[kInBlock[k >> 2][k & 3]] = Mul(hpc[256 * ch + 16 * b + k], shp);
     }
   }
   return true;
@@ -653,16 +658,16 @@ void Decoder::Reconstruct(Picture* out) {
   const bool colour = h_.format == k444;
   out->channels = colour ? 3 : 1;
   out->samples.assign(size_t(w) * hgt * out->channels, 0);
-  auto clip = [top](int32_t v) { return uint16_t(v < 0 ? 0 : v > top ? top : v); };
+  auto clip = [top](int64_t v) { return uint16_t(v < 0 ? 0 : v > top ? top : v); };
   for (int y = 0; y < hgt; ++y) {
     for (int x = 0; x < w; ++x) {
       const size_t at = PixelAt(x + int(h_.extraLeft), y + int(h_.extraTop), mbw_);
       uint16_t* o = out->samples.data() + (size_t(y) * w + x) * out->channels;
       if (!colour) {
-        o[0] = clip((planes_[0][at] + bias) >> shift);
+        o[0] = clip((int64_t(planes_[0][at]) + bias) >> shift);
         continue;
       }
-      int32_t g = planes_[0][at] + bias, r = -planes_[1][at], b = planes_[2][at];
+      int64_t g = int64_t(planes_[0][at]) + bias, r = -int64_t(planes_[1][at]), b = planes_[2][at];
       g -= r >> 1;
       r -= ((b + 1) >> 1) - g;
       b += r;
