@@ -95,6 +95,7 @@ struct Header {
   bool tiling = false, frequency = false, indexTable = false, shortHeader = false;
   bool windowing = false, trimFlag = false, alpha = false;
   int orientation = 0, overlap = 0, outColor = 0, outDepth = 0;
+  int shift16 = 0;  // 16- and 32-bit outputs: low bits the coder drops
   uint32_t width = 0, height = 0;
   uint32_t extraTop = 0, extraLeft = 0, extraBottom = 0, extraRight = 0;
   std::vector<uint32_t> tileX, tileY;  // first macroblock of each tile column / row
@@ -186,7 +187,7 @@ bool ReadHeader(Bits& b, Header* h, std::string* error) {
     default: *error = "unknown internal colour format"; return false;
   }
   // 16- and 32-bit outputs carry a shift
-  if (h->outDepth == 2 || h->outDepth == 3 || h->outDepth == 5 || h->outDepth == 6) b.Get(8);
+  if (h->outDepth == 2 || h->outDepth == 3 || h->outDepth == 5 || h->outDepth == 6) h->shift16 = int(b.Get(8));
   if (h->outDepth == 7) b.Get(16);
   const int nc = h->channels;
   QpSet dc, lp, hp;
@@ -438,10 +439,6 @@ bool Decoder::Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error
     fl->Get(4, &v);
     trim_ = int(v);
   }
-  if (trim_ != 0) {
-    *error = "trimmed flexbits are not supported yet";
-    return false;
-  }
   TileQp q;
   Cursor none;
   ReadTileQp(*dc, lp ? *lp : none, hp ? *hp : none, &q);
@@ -685,24 +682,28 @@ void Decoder::Reconstruct(Picture* out) {
                      h_.subband == kDCOnly || h_.subband == kNoHP);
   }
   const int w = int(h_.width), hgt = int(h_.height);
+  // samples are centred on zero; scaled arithmetic keeps three more bits,
+  // rounded off with 3 at 8 bits and 4 at 16, as jxrlib does
+  const bool wide = h_.outDepth == 2;
   const int shift = h_.scaled ? 3 : 0;
-  const int32_t bias = h_.scaled ? (128 << 3) + 3 : 128;
+  const int32_t mid = wide ? 32768 : 128, top = wide ? 65535 : 255;
+  const int32_t bias = h_.scaled ? (mid << 3) + (wide ? 4 : 3) : mid;
   out->width = w;
   out->height = hgt;
-  out->bits = 8;
+  out->bits = wide ? 16 : 8;
   const bool colour = h_.format == k444;
   out->channels = colour ? 3 : 1;
   out->samples.assign(size_t(w) * hgt * out->channels, 0);
-  auto clip = [](int32_t v) { return uint16_t(v < 0 ? 0 : v > 255 ? 255 : v); };
+  auto clip = [top](int64_t v) { return uint16_t(v < 0 ? 0 : v > top ? top : v); };
   for (int y = 0; y < hgt; ++y) {
     for (int x = 0; x < w; ++x) {
       const size_t at = PixelAt(x + int(h_.extraLeft), y + int(h_.extraTop), mbw_);
       uint16_t* o = out->samples.data() + (size_t(y) * w + x) * out->channels;
       if (!colour) {
-        o[0] = clip((planes_[0][at] + bias) >> shift);
+        o[0] = clip((int64_t(planes_[0][at]) + bias) >> shift);
         continue;
       }
-      int32_t g = planes_[0][at] + bias, r = -planes_[1][at], b = planes_[2][at];
+      int64_t g = int64_t(planes_[0][at]) + bias, r = -int64_t(planes_[1][at]), b = planes_[2][at];
       g -= r >> 1;
       r -= ((b + 1) >> 1) - g;
       b += r;
@@ -723,16 +724,12 @@ bool DecodeImage(const uint8_t* data, size_t size, Picture* out, std::string* er
     *error = "images with an alpha plane are not supported";
     return false;
   }
-  if (h.format != kYOnly) {
-    *error = "only grey images are supported yet";
+  if (h.format != kYOnly && h.format != k444) {
+    *error = "only grey and 4:4:4 images are supported yet";
     return false;
   }
-  if (h.subband == kNoFlex) {
-    *error = "images without their flexbits are not supported yet";
-    return false;
-  }
-  if (h.outDepth != 1) {
-    *error = "only 8-bit images are supported";
+  if (h.outDepth != 1 && !(h.outDepth == 2 && h.shift16 == 0)) {
+    *error = "only 8- and 16-bit images are supported";
     return false;
   }
   if (h.outColor != 0 && h.outColor != 7) {

@@ -2,10 +2,16 @@
 //
 //   rvtjxr decode IN.jxr OUT    grey to PGM, colour to PPM (R, G, B), by
 //                               OUT's extension PNG; 16-bit PNM big-endian
-//   rvtjxr crop IN OUT W H      (test helper) the top-left W x H as PNM
+//   rvtjxr crop IN OUT W H [16] (test helper) the top-left W x H as PNM
+//                               (16: widened to 16 bits)
 //   rvtjxr compare A B          (test helper) exit 0 when the samples match
+//   rvtjxr compare-le A B       (test helper) the same, B a little-endian
+//                               16-bit PNM as JxrDecApp writes them
+//   rvtjxr tile IN OUT W H      (bench helper) IN mirrored to fill W x H, PNM
 //
 // Anything it cannot do ends with a non-zero status and a one-line reason.
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -46,16 +52,77 @@ int Decode(const std::string& in, const std::string& out) {
 
 // Test helpers: the top-left W x H of an image as PNM; whether two images
 // hold the same samples (the first difference on stderr).
-int Crop(const std::string& in, const std::string& out, int w, int h) {
+int Crop(const std::string& in, const std::string& out, int w, int h, bool wide) {
   rvtjpeg::Image src, dst;
   std::string error;
   if (!rvtjpeg::ReadImage(in, &src, &error)) return Fail(error);
   if (w < 1 || h < 1 || w > src.width || h > src.height) return Fail("crop larger than the image");
+  if (wide) {  // 16 bits: each sample times 257, low bits stirred
+    rvtjpeg::Image16 d;
+    d.width = w;
+    d.height = h;
+    d.channels = src.channels;
+    d.precision = 16;
+    for (int y = 0; y < h; ++y) {
+      for (int i = 0; i < w * src.channels; ++i) {
+        d.samples.push_back(uint16_t(std::min(65535, src.row(y)[i] * 257 + (i * 7 + y * 13) % 200)));
+      }
+    }
+    if (!rvtjpeg::WriteImage16(out, d, &error)) return Fail(error);
+    return 0;
+  }
   dst.Resize(w, h, src.channels);
   for (int y = 0; y < h; ++y) {
     for (size_t i = 0; i < size_t(w) * src.channels; ++i) dst.row(y)[i] = src.row(y)[i];
   }
   if (!rvtjpeg::WritePnm(out, dst, &error)) return Fail(error);
+  return 0;
+}
+
+// Bench helper: a W x H image filled with the source mirrored back and
+// forth, so a small photo stands in for a large one without seams.
+int Tile(const std::string& in, const std::string& out, int w, int h) {
+  rvtjpeg::Image src, dst;
+  std::string error;
+  if (!rvtjpeg::ReadImage(in, &src, &error)) return Fail(error);
+  if (w < 1 || h < 1 || w > 1 << 15 || h > 1 << 15) return Fail("tile size out of range");
+  auto mirror = [](int v, int n) {
+    v %= 2 * n;
+    return v < n ? v : 2 * n - 1 - v;
+  };
+  dst.Resize(w, h, src.channels);
+  for (int y = 0; y < h; ++y) {
+    const uint8_t* s = src.row(mirror(y, src.height));
+    for (int x = 0; x < w; ++x) {
+      const int sx = mirror(x, src.width);
+      for (int c = 0; c < src.channels; ++c) dst.row(y)[size_t(x) * src.channels + c] = s[size_t(sx) * src.channels + c];
+    }
+  }
+  if (!rvtjpeg::WritePnm(out, dst, &error)) return Fail(error);
+  return 0;
+}
+
+// JxrDecApp writes 16-bit PNM samples little-endian (and grey ones under a
+// "P6" header): B's samples are taken as they lie after its header.
+int CompareLe(const std::string& a, const std::string& b) {
+  rvtjpeg::Image16 x;
+  std::vector<uint8_t> raw;
+  std::string error;
+  if (!rvtjpeg::ReadImage16(a, &x, &error) || !rvtjpeg::ReadFile(b, &raw, &error)) return Fail(error);
+  size_t at = 0;
+  for (int fields = 0; fields < 4 && at < raw.size(); ++fields) {  // magic, width, height, maxval
+    while (at < raw.size() && !std::isspace(raw[at])) ++at;
+    while (fields < 3 && at < raw.size() && std::isspace(raw[at])) ++at;
+  }
+  ++at;
+  if (raw.size() < at || raw.size() - at != x.samples.size() * 2) return Fail("shapes differ");
+  for (size_t i = 0; i < x.samples.size(); ++i) {
+    const unsigned v = raw[at + 2 * i] | raw[at + 2 * i + 1] << 8;
+    if (x.samples[i] != v) {
+      std::fprintf(stderr, "first difference at sample %zu: %u vs %u\n", i, x.samples[i], v);
+      return 1;
+    }
+  }
   return 0;
 }
 
@@ -80,7 +147,11 @@ int Compare(const std::string& a, const std::string& b) {
 int main(int argc, char** argv) {
   const std::vector<std::string> args(argv + 1, argv + argc);
   if (args.size() == 3 && args[0] == "decode") return Decode(args[1], args[2]);
-  if (args.size() == 5 && args[0] == "crop") return Crop(args[1], args[2], std::atoi(args[3].c_str()), std::atoi(args[4].c_str()));
+  if ((args.size() == 5 || (args.size() == 6 && args[5] == "16")) && args[0] == "crop") {
+    return Crop(args[1], args[2], std::atoi(args[3].c_str()), std::atoi(args[4].c_str()), args.size() == 6);
+  }
+  if (args.size() == 3 && args[0] == "compare-le") return CompareLe(args[1], args[2]);
+  if (args.size() == 5 && args[0] == "tile") return Tile(args[1], args[2], std::atoi(args[3].c_str()), std::atoi(args[4].c_str()));
   if (args.size() == 3 && args[0] == "compare") return Compare(args[1], args[2]);
   if (!args.empty() && args[0] == "encode") return Fail("encoding is not supported yet");
   std::fprintf(stderr, "usage: rvtjxr decode IN.jxr OUT\n");

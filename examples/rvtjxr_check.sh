@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # rvtjxr against jxrlib: files JxrEncApp writes from crops of the test
-# photos (grey; lossless and lossy; overlap 0, 1, 2; frequency and spatial
-# order; tiles; skipped HP and LP bands) must decode to the pixels
-# JxrDecApp gives; what rvtjxr does not support yet (colour, trimmed or
-# skipped flexbits) must be refused, never decoded wrongly.
+# photos (grey, RGB and BGR, 8 and 16 bits; lossless and lossy; overlap 0, 1, 2; frequency
+# and spatial order; tiles; skipped HP and LP bands) must decode to the
+# pixels JxrDecApp gives; what rvtjxr does not support yet must be refused,
+# never decoded wrongly.
 #
 #   examples/rvtjxr_check.sh RVTJXR TESTDATA_DIR
 set -uo pipefail
@@ -17,7 +17,27 @@ n=0
 # crops: odd sizes keep the padding and partial macroblocks in play
 "$tool" crop "$data/camera.png" "$tmp/grey.pgm" 200 152 || exit 1
 "$tool" crop "$data/coffee.png" "$tmp/rgb.ppm" 184 136 || exit 1
+"$tool" crop "$data/camera.png" "$tmp/grey16.pgm" 120 88 16 || exit 1
+"$tool" crop "$data/coffee.png" "$tmp/rgb16.ppm" 104 72 16 || exit 1
 ok=0
+run16() {  # source, format, options: JxrDecApp's 16-bit PNM is little-endian
+  local src=$1 fmt=$2
+  shift 2
+  n=$((n + 1))
+  local ext=${src##*.}
+  if ! JxrEncApp -i "$tmp/$src" -o "$tmp/a.jxr" -c "$fmt" "$@" >/dev/null 2>&1; then
+    echo "JxrEncApp $src $* failed"
+    fail=$((fail + 1))
+    return
+  fi
+  JxrDecApp -i "$tmp/a.jxr" -o "$tmp/want.$ext" -c "$fmt" >/dev/null 2>&1
+  if ! "$tool" decode "$tmp/a.jxr" "$tmp/got.$ext" || ! "$tool" compare-le "$tmp/got.$ext" "$tmp/want.$ext"; then
+    echo "FAIL $src $*: not the pixels JxrDecApp gives"
+    fail=$((fail + 1))
+    return
+  fi
+  ok=$((ok + 1))
+}
 run() {  # source, JxrEncApp -c format, options...
   local src=$1 fmt=$2
   shift 2
@@ -28,6 +48,8 @@ run() {  # source, JxrEncApp -c format, options...
     fail=$((fail + 1))
     return
   fi
+  # BMP sources are compared as RGB
+  [[ $ext == bmp ]] && ext=ppm && fmt=9
   JxrDecApp -i "$tmp/a.jxr" -o "$tmp/want.$ext" -c "$fmt" >/dev/null 2>&1
   if ! "$tool" decode "$tmp/a.jxr" "$tmp/got.$ext"; then
     echo "FAIL $src $*: rvtjxr refused"
@@ -62,8 +84,36 @@ run grey.pgm 2 -q 1 -l 1 -U 2 3
 run grey.pgm 2 -q 40 -l 2 -U 3 2 -f
 run grey.pgm 2 -q 20 -l 2 -s 2
 run grey.pgm 2 -q 20 -l 0 -s 3 -f
-refused rgb.ppm 9 -q 1 -l 0
-refused grey.pgm 2 -q 10 -l 1 -F 4
-refused grey.pgm 2 -q 20 -l 1 -s 1
+for q in 1 8 40; do
+  for l in 0 1 2; do
+    run rgb.ppm 9 -q "$q" -l "$l"
+    run rgb.ppm 9 -q "$q" -l "$l" -f
+  done
+done
+run rgb.ppm 9 -q 12 -l 1 -U 2 3
+run rgb.ppm 9 -q 50 -l 2 -U 3 2 -f
+run rgb.ppm 9 -q 20 -l 2 -s 2
+run rgb.ppm 9 -q 20 -l 0 -s 3 -f
+# BGR: JxrDecApp writes the BMP from a lossless RGB file
+JxrEncApp -i "$tmp/rgb.ppm" -o "$tmp/rgb.jxr" -c 9 >/dev/null 2>&1 &&
+  JxrDecApp -i "$tmp/rgb.jxr" -o "$tmp/bgr.bmp" -c 0 >/dev/null 2>&1 || exit 1
+run bgr.bmp 0 -q 1 -l 1
+run bgr.bmp 0 -q 25 -l 2 -f
+# trimmed flexbits, and no flexbits at all
+run grey.pgm 2 -q 10 -l 1 -F 4
+run grey.pgm 2 -q 6 -l 0 -F 1 -f
+run grey.pgm 2 -q 20 -l 1 -s 1
+run rgb.ppm 9 -q 10 -l 2 -F 8 -f
+run rgb.ppm 9 -q 12 -l 1 -F 3 -U 2 2
+run rgb.ppm 9 -q 20 -l 0 -s 1 -f
+# 16-bit grey and 48-bit RGB
+run16 grey16.pgm 3 -q 1 -l 0
+run16 grey16.pgm 3 -q 10 -l 1
+run16 grey16.pgm 3 -q 40 -l 2 -f -U 2 2
+run16 rgb16.ppm 10 -q 1 -l 1 -f
+run16 rgb16.ppm 10 -q 12 -l 2
+run16 rgb16.ppm 10 -q 30 -l 0 -F 2
+refused rgb.ppm 9 -q 10 -l 1 -d 1
+refused rgb.ppm 9 -q 10 -l 1 -d 2
 echo "$ok passed, $fail failed"
 [[ $fail == 0 ]]

@@ -1461,18 +1461,18 @@ RvtResult rvtiVLCDecodeDC_JPEGXR_1u32s(const uint8_t* pSrc, int32_t srcLen, int3
 RvtResult rvtiVLCEncodeDC_JPEGXR_32s1u(const int32_t* pCoef, VLCState_JPEGXR* pState, uint8_t* pDst,
                                        int32_t dstLen, int32_t* pDstBitPos);
 /* LP of every channel (coef[16 c + 1..]; 4:2:0 / 4:2:2 chroma 1..3 / 1..7).
- * A coded-block pattern of one bit per channel (4:2:0 and 4:2:2: lum, and
- * both chroma channels together) coded by two counters in the context
- * (one counts empty patterns, the other patterns equal to 4n - 5 for n
- * bits, as the files in use are written: the full pattern for 2 and 3
- * bits, none for 1); then each flagged block's run/level code through the
- * adaptive LP scan (initially positions 2, 8, 15, 1, 4, 12, 3, 7, 13, 5,
- * 11, 14, 6, 9, 10 of the 4x4 block as the photo core transform exports
- * leave it; 4:2:0 / 4:2:2 chroma: U and V interleaved, coefficient order);
- * then the model bits of every coefficient (a 4x4 block's in the order 2,
- * 1, 7, 8, 15, 12, 11, 4, 3, 5, 6, 13, 14, 9, 10), with a sign bit for
- * those whose coded part is 0.  Checks and statuses as for DC; rvtStatusErr for a block
- * whose runs lead past its last position. */
+ * A coded-block pattern of one bit per group (lum, each chroma channel; 4:2:0 and 4:2:2: lum and
+ * both chroma channels together) coded by two counters in the context, both 1 at Init (one counts
+ * empty patterns, the other patterns equal to 4n - 5 for n bits, as the files in use are written:
+ * the full pattern for 2 and 3 bits, none for 1); then group by group: the block's run/level code
+ * when flagged, through the adaptive LP scan (initially positions 2, 8, 15, 1, 4, 12, 3, 7, 13, 5,
+ * 11, 14, 6, 9, 10 of the 4x4 block as the photo core transform exports leave it; 4:2:0 / 4:2:2
+ * chroma: U and V interleaved, coefficient order), then the model bits of each of the group's
+ * channels' coefficients (a 4x4 block's in the order 2, 1, 7, 8, 15, 12, 11, 4, 3, 5, 6, 13, 14,
+ * 9, 10), with a sign bit for those whose coded part is 0.  Checks and statuses as for DC;
+ * rvtStatusErr for a block whose runs lead past its last position.
+ *
+ * */
 RvtResult rvtiVLCDecodeLP_JPEGXR_1u32s(const uint8_t* pSrc, int32_t srcLen, int32_t* pSrcBitPos,
                                        VLCState_JPEGXR* pState, int32_t* pCoef);
 RvtResult rvtiVLCEncodeLP_JPEGXR_32s1u(const int32_t* pCoef, VLCState_JPEGXR* pState, uint8_t* pDst,

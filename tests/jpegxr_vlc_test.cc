@@ -698,6 +698,92 @@ TEST(JpegXrVlc, DecodesTheLowpassBandOfJxrlibFiles) {
   EXPECT_EQ((pos + 7) / 8, lpLen);
 }
 
+// An RGB photo-like tile coded losslessly by JxrEncApp without its HP
+// band: every macroblock's LP of all three channels decodes, and the band
+// ends with the file (the pattern counters' start and the model bits that
+// follow each channel's block are what keep colour files in step).
+TEST(JpegXrVlc, DecodesTheLowpassBandOfColourJxrlibFiles) {
+  if (std::system("command -v JxrEncApp >/dev/null 2>&1") != 0) GTEST_SKIP() << "JxrEncApp missing";
+  constexpr int kW = 256, kH = 48, kMx = kW / 16, kMy = kH / 16;
+  char name[] = "/tmp/rvtjxrlcXXXXXX";
+  const std::string dir = mkdtemp(name) ? name : "/tmp";
+  test::Rng rng(27);
+  {
+    FILE* f = std::fopen((dir + "/in.ppm").c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    std::fprintf(f, "P6\n%d %d\n255\n", kW, kH);
+    for (int y = 0; y < kH; ++y) {
+      for (int x = 0; x < kW; ++x) {
+        const int v[3] = {20 + (x % 83) * 2, 40 + y * 3 + int(rng.Uniform(0, 30)), 200 - (x + y) % 150};
+        for (int c : v) std::fputc(c > 255 ? 255 : c, f);
+      }
+    }
+    std::fclose(f);
+  }
+  const std::string enc = "JxrEncApp -i " + dir + "/in.ppm -o " + dir + "/a.jxr -c 9 -q 1 -l 0 -s 2 >/dev/null 2>&1";
+  ASSERT_EQ(std::system(enc.c_str()), 0);
+  std::vector<uint8_t> file;
+  {
+    FILE* f = std::fopen((dir + "/a.jxr").c_str(), "rb");
+    ASSERT_NE(f, nullptr);
+    int c;
+    while ((c = std::fgetc(f)) != EOF) file.push_back(uint8_t(c));
+    std::fclose(f);
+  }
+  (void)std::system(("rm -rf " + dir).c_str());
+  // the LP packet: the second start code after the image signature
+  const uint8_t sig[8] = {'W', 'M', 'P', 'H', 'O', 'T', 'O', 0};
+  size_t at = 0;
+  while (at + 8 <= file.size() && std::memcmp(file.data() + at, sig, 8) != 0) ++at;
+  size_t start = at + 8 + 11;
+  while (start + 3 < file.size() &&
+         !(file[start] == 0 && file[start + 1] == 0 && file[start + 2] == 1 && file[start + 3] == 2)) {
+    ++start;
+  }
+  ASSERT_LT(start + 4, file.size());
+  const uint8_t* lp = file.data() + start + 4;
+  const int32_t lpLen = int32_t(file.size() - start - 4);
+  std::vector<uint8_t> st = NewState(3, 3);
+  int32_t pos = 0, chromaCoded = 0;
+  for (int my = 0; my < kMy; ++my) {
+    for (int mx = 0; mx < kMx; ++mx) {
+      if ((mx & 15) == 0) ASSERT_EQ(rvtiVLCAdapt_JPEGXR(S(st), 8), rvtStatusOk);
+      int32_t c[48] = {};
+      ASSERT_EQ(rvtiVLCDecodeLP_JPEGXR_1u32s(lp, lpLen, &pos, S(st), c), rvtStatusOk) << mx << "," << my;
+      if ((mx & 15) == 0 || mx == kMx - 1) ASSERT_EQ(rvtiVLCAdapt_JPEGXR(S(st), 2), rvtStatusOk);
+      for (int k = 17; k < 48; ++k) chromaCoded += c[k] != 0 && k != 32;
+    }
+  }
+  EXPECT_GT(chromaCoded, 0);
+  EXPECT_EQ((pos + 7) / 8, lpLen);
+}
+
+// Model bits at or under the trimmed count still scale the coded part:
+// nothing of the refinement is read, the magnitude keeps its high bits.
+TEST(JpegXrVlc, HighpassTrimmedToNothingKeepsItsScale) {
+  std::vector<int32_t> hp(256, 0), out(256, 7);
+  hp[16 * 5 + 1] = 40;
+  hp[16 * 5 + 4] = -17;
+  hp[16 * 9 + 6] = 5;
+  for (int trim : {3, 15}) {
+    std::vector<uint8_t> enc = NewState(0, 1), dec = NewState(0, 1);
+    reinterpret_cast<vlc::State*>(enc.data())->modelBits[vlc::kHP][0] = 3;
+    reinterpret_cast<vlc::State*>(dec.data())->modelBits[vlc::kHP][0] = 3;
+    std::vector<uint8_t> data(256, 0);
+    int32_t pos = 0, rpos = 0, cbp = 0;
+    ASSERT_EQ(rvtiVLCEncodeHP_JPEGXR_32s1u(hp.data(), 0, S(enc), &cbp, data.data(), 256, &pos, nullptr, 0, nullptr,
+                                           trim),
+              rvtStatusOk);
+    ASSERT_EQ(rvtiVLCDecodeHP_JPEGXR_1u32s(data.data(), 256, &rpos, nullptr, 0, nullptr, trim, 0, &cbp, S(dec),
+                                           out.data()),
+              rvtStatusOk);
+    EXPECT_EQ(rpos, pos);
+    EXPECT_EQ(out[16 * 5 + 1], 40);
+    EXPECT_EQ(out[16 * 5 + 4], -16);
+    EXPECT_EQ(out[16 * 9 + 6], 0);
+  }
+}
+
 // ------------------------------------------------------------ targets
 
 // A band's stream: several macroblocks coded from a context that has

@@ -72,6 +72,7 @@ inline void InitState(State& s, int format, int channels) {
   std::memcpy(s.order[1], kScanHoriz, 16);
   std::memcpy(s.order[2], kScanVert, 16);
   for (int i = 0; i < 3; ++i) ResetTotals(s, i);
+  s.cbpCountZero = s.cbpCountMax = 1;  // LP patterns start coded directly
   s.cbpModel[0] = s.cbpModel[1] = -4;
   s.cbpModel[2] = s.cbpModel[3] = 4;
 }
@@ -712,6 +713,13 @@ inline int LpRefinePos(const State& s, int ch, int k) {
 // 10 (3 + 3 coefficients) or 2 (7 + 7), in coefficient order.
 inline int ChromaFirst(const State& s) { return s.format == k420 ? 10 : 2; }
 
+// Channels of LP group g: lum alone, each chroma channel alone, or (4:2:0,
+// 4:2:2) both chroma channels in group 1.
+inline int GroupFirstChannel(const State&, int g) { return g; }
+inline int GroupLastChannel(const State& s, int g) { return Shared(s) && g == 1 ? 2 : g; }
+
+// Group by group: the block's run/level code when its pattern bit is set,
+// then the model bits of the group's channels.
 template <class R>
 inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
   int32_t lm[2] = {0, 0};
@@ -723,28 +731,29 @@ inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
     for (int k = 1; k < LpCount(s, ch); ++k) coef[16 * ch + k] = 0;
   }
   for (int g = 0; g < n; ++g) {
-    if (!((cbp >> g) & 1)) continue;
     const bool shared = Shared(s) && g == 1;
-    const int first = shared ? ChromaFirst(s) : 1;
-    std::memset(val, 0, sizeof(val));
-    const int cnt = DecodeBlock(r, s, kLpFirst, g > 0, first, val);
-    if (cnt < 0) return RvtResult(cnt);
-    lm[g > 0] += cnt;
-    if (shared) {
-      for (int p = first; p < 16; ++p) coef[16 * (1 + ((p - first) & 1)) + 1 + (p - first) / 2] = val[p];
-    } else {
-      for (int p = 1; p < 16; ++p) {
-        if (val[p] == 0) continue;
-        coef[16 * g + s.order[0][p]] = val[p];
-        CountScan(s, 0, p);
+    if ((cbp >> g) & 1) {
+      const int first = shared ? ChromaFirst(s) : 1;
+      std::memset(val, 0, sizeof(val));
+      const int cnt = DecodeBlock(r, s, kLpFirst, g > 0, first, val);
+      if (cnt < 0) return RvtResult(cnt);
+      lm[g > 0] += cnt;
+      if (shared) {
+        for (int p = first; p < 16; ++p) coef[16 * (1 + ((p - first) & 1)) + 1 + (p - first) / 2] = val[p];
+      } else {
+        for (int p = 1; p < 16; ++p) {
+          if (val[p] == 0) continue;
+          coef[16 * g + s.order[0][p]] = val[p];
+          CountScan(s, 0, p);
+        }
       }
     }
-  }
-  for (int ch = 0; ch < s.channels; ++ch) {
-    const int bits = s.modelBits[kLP][ch > 0];
-    for (int k = 1; k < LpCount(s, ch); ++k) {
-      const int at = 16 * ch + LpRefinePos(s, ch, k);
-      coef[at] = Refine(r, coef[at], bits, 0);
+    for (int ch = GroupFirstChannel(s, g); ch <= GroupLastChannel(s, g); ++ch) {
+      const int bits = s.modelBits[kLP][ch > 0];
+      for (int k = 1; k < LpCount(s, ch); ++k) {
+        const int at = 16 * ch + LpRefinePos(s, ch, k);
+        coef[at] = Refine(r, coef[at], bits, 0);
+      }
     }
   }
   UpdateModel(s, kLP, lm[0], lm[1]);
@@ -768,25 +777,26 @@ inline RvtResult EncodeLP(Writer& w, State& s, const int32_t* coef) {
   CountLpCbp(s, n, cbp);
   int32_t val[16];
   for (int g = 0; g < n; ++g) {
-    if (!((cbp >> g) & 1)) continue;
     const bool shared = Shared(s) && g == 1;
-    const int first = shared ? ChromaFirst(s) : 1;
-    std::memset(val, 0, sizeof(val));
-    if (shared) {
-      for (int p = first; p < 16; ++p) val[p] = q[1 + ((p - first) & 1)][1 + (p - first) / 2];
-    } else {
-      for (int p = 1; p < 16; ++p) val[p] = q[g][s.order[0][p]];
+    if ((cbp >> g) & 1) {
+      const int first = shared ? ChromaFirst(s) : 1;
+      std::memset(val, 0, sizeof(val));
+      if (shared) {
+        for (int p = first; p < 16; ++p) val[p] = q[1 + ((p - first) & 1)][1 + (p - first) / 2];
+      } else {
+        for (int p = 1; p < 16; ++p) val[p] = q[g][s.order[0][p]];
+      }
+      EncodeBlock(w, s, kLpFirst, g > 0, first, val);
+      for (int p = first; p < 16; ++p) {
+        if (val[p] == 0) continue;
+        ++lm[g > 0];
+        if (!shared) CountScan(s, 0, p);
+      }
     }
-    EncodeBlock(w, s, kLpFirst, g > 0, first, val);
-    for (int p = first; p < 16; ++p) {
-      if (val[p] == 0) continue;
-      ++lm[g > 0];
-      if (!shared) CountScan(s, 0, p);
+    for (int ch = GroupFirstChannel(s, g); ch <= GroupLastChannel(s, g); ++ch) {
+      const int bits = s.modelBits[kLP][ch > 0];
+      for (int k = 1; k < LpCount(s, ch); ++k) EncodeRefine(w, coef[16 * ch + LpRefinePos(s, ch, k)], bits, 0);
     }
-  }
-  for (int ch = 0; ch < s.channels; ++ch) {
-    const int bits = s.modelBits[kLP][ch > 0];
-    for (int k = 1; k < LpCount(s, ch); ++k) EncodeRefine(w, coef[16 * ch + LpRefinePos(s, ch, k)], bits, 0);
   }
   UpdateModel(s, kLP, lm[0], lm[1]);
   return rvtStatusOk;
@@ -825,7 +835,7 @@ inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, St
           CountScan(s, sc, p);
         }
       }
-      if (bits > trim) {
+      if (bits > 0) {  // trimmed bits still scale the coded part
         for (int k = 1; k < 16; ++k) blk[kLowpassRefine[k]] = Refine(f, blk[kLowpassRefine[k]], bits, trim);
       }
     }
