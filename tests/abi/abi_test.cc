@@ -1287,8 +1287,9 @@ uint64_t JpegXrCbpEncodeDigest() {
     d.Status(rvtiVLCGetTables_JPEGXR(s, tables, disc, bits));
     d.Add(tables, 22);
     d.Add(disc, 44);
-    pats[0] = 0x10000;
-    d.Status(rvtiVLCEncodeCBPHP_JPEGXR_32s1u(pats.data(), nullptr, nullptr, s, buf.data(), 512, &pos));
+    pats[0] = 0x10000;  // a block past the 16: refused
+    const RvtResult refused = rvtiVLCEncodeCBPHP_JPEGXR_32s1u(pats.data(), nullptr, nullptr, s, buf.data(), 512, &pos);
+    d.Add(&refused, 1);
   }
   return d.value();
 }
