@@ -2,6 +2,12 @@
 //
 //   rvtjxr decode IN.jxr OUT    grey to PGM, colour to PPM (R, G, B), by
 //                               OUT's extension PNG; 16-bit PNM big-endian
+//   rvtjxr encode IN OUT.jxr [-q QP] [-overlap 0|1|2] [-spatial]
+//                [-tiles CxR] [-chroma 444|422|420]
+//                               grey PNM/PNG, 8 or 16 bits; QP 1
+//                               (the default) lossless, 2..255 the quantizer
+//                               index of every channel and band; overlap 1
+//                               and frequency order by default
 //   rvtjxr crop IN OUT W H [16] (test helper) the top-left W x H as PNM
 //                               (16: widened to 16 bits)
 //   rvtjxr compare A B          (test helper) exit 0 when the samples match
@@ -15,10 +21,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "image_io.h"
 #include "jxr_codec.h"
+#include "jxr_encode.h"
 
 namespace {
 
@@ -47,6 +55,57 @@ int Decode(const std::string& in, const std::string& out) {
   img.precision = pic.bits;
   img.samples = pic.samples;
   if (!rvtjpeg::WriteImage16(out, img, &error)) return Fail(error);
+  return 0;
+}
+
+bool ParseInt(const std::string& s, int lo, int hi, int* v) {
+  char* end = nullptr;
+  const long x = std::strtol(s.c_str(), &end, 10);
+  if (s.empty() || *end != 0 || x < lo || x > hi) return false;
+  *v = int(x);
+  return true;
+}
+
+int Encode(const std::vector<std::string>& args) {
+  rvtjxr::EncodeOptions opt;
+  for (size_t i = 3; i < args.size(); ++i) {
+    const std::string& a = args[i];
+    const bool more = i + 1 < args.size();
+    if (a == "-spatial") {
+      opt.spatial = true;
+    } else if (a == "-q" && more) {
+      if (!ParseInt(args[++i], 1, 255, &opt.quality)) return Fail("-q takes 1..255");
+    } else if (a == "-overlap" && more) {
+      if (!ParseInt(args[++i], 0, 2, &opt.overlap)) return Fail("-overlap takes 0, 1 or 2");
+    } else if (a == "-chroma" && more) {
+      const std::string& c = args[++i];
+      if (c != "444" && c != "422" && c != "420") return Fail("-chroma takes 444, 422 or 420");
+      opt.chroma = std::atoi(c.c_str());
+    } else if (a == "-tiles" && more) {
+      const std::string& t = args[++i];
+      const size_t x = t.find('x');
+      if (x == std::string::npos || !ParseInt(t.substr(0, x), 1, 4096, &opt.tileCols) ||
+          !ParseInt(t.substr(x + 1), 1, 4096, &opt.tileRows)) {
+        return Fail("-tiles takes CxR");
+      }
+    } else {
+      return Fail("unknown encode option " + a);
+    }
+  }
+  rvtjpeg::Image16 img;
+  std::string error;
+  if (!rvtjpeg::ReadImage16(args[1], &img, &error)) return Fail(error);
+  if (img.precision != 8 && img.precision != 16) return Fail("only 8- and 16-bit images can be encoded");
+  if (img.channels != 1 && img.channels != 3) return Fail("only grey and RGB images can be encoded");
+  rvtjxr::Picture pic;
+  pic.width = img.width;
+  pic.height = img.height;
+  pic.channels = img.channels;
+  pic.bits = img.precision;
+  pic.samples = std::move(img.samples);
+  std::vector<uint8_t> out;
+  if (!rvtjxr::EncodeFile(pic, opt, &out, &error)) return Fail(args[1] + ": " + error);
+  if (!rvtjpeg::WriteFile(args[2], out.data(), out.size(), &error)) return Fail(error);
   return 0;
 }
 
@@ -153,7 +212,7 @@ int main(int argc, char** argv) {
   if (args.size() == 3 && args[0] == "compare-le") return CompareLe(args[1], args[2]);
   if (args.size() == 5 && args[0] == "tile") return Tile(args[1], args[2], std::atoi(args[3].c_str()), std::atoi(args[4].c_str()));
   if (args.size() == 3 && args[0] == "compare") return Compare(args[1], args[2]);
-  if (!args.empty() && args[0] == "encode") return Fail("encoding is not supported yet");
-  std::fprintf(stderr, "usage: rvtjxr decode IN.jxr OUT\n");
+  if (args.size() >= 3 && args[0] == "encode") return Encode(args);
+  std::fprintf(stderr, "usage: rvtjxr decode IN.jxr OUT | rvtjxr encode IN OUT.jxr [options]\n");
   return 2;
 }

@@ -1670,6 +1670,21 @@ RvtResult rvtiVLCDecodeCBPHP_JPEGXR_1u32s(const uint8_t* pSrc, int32_t srcLen, i
  * code and p-bit moved by one while the error drops. */
 RvtResult rvtiTextureEncodeBlockFromRGBA_BC7_8u_C4C1R(const uint8_t* pSrc, int32_t srcStep,
                                                       uint8_t* pDst, ImageSize roiSize, int quality);
+/* ---------------------------- JPEG XR coefficient coding: HP block pattern encoder */
+/* The encoder of rvtiVLCDecodeCBPHP_JPEGXR_1u32s: writes the coded-block
+ * pattern pCBP[c] (bit b for block b, row by row; the pattern
+ * rvtiVLCEncodeHP_JPEGXR_32s1u reports, which a caller knows beforehand
+ * from the context's HP model bits) as the difference from the same
+ * prediction, with the same neighbours (pLeftCBP, pTopCBP; null at the
+ * tile's edges) and the same context updates, so that the decoder given
+ * these bits returns pCBP.  Called before the macroblock's HP coefficients.
+ * Checks: pCBP (NullPtr), pState (BadArg for a bad state), the cursor as
+ * for the other encoders, then bits set beyond a channel's block count
+ * (BadArg); rvtStatusOutOfBuffer when it does not fit, and then nothing is
+ * written. */
+RvtResult rvtiVLCEncodeCBPHP_JPEGXR_32s1u(const int32_t* pCBP, const int32_t* pLeftCBP,
+                                          const int32_t* pTopCBP, VLCState_JPEGXR* pState,
+                                          uint8_t* pDst, int32_t dstLen, int32_t* pDstBitPos);
 #ifdef __cplusplus
 }
 #endif

@@ -260,6 +260,10 @@ const Family kFamilies[] = {
      "pSrc srcLen pSrcBitPos *pSrcBitPos=-5 pLeftCBP? pTopCBP? pState "
      "&pState=rvtiVLCInit_JPEGXR(0,1,@,65536) *pState=-5 pCBP",
      "the neighbours' patterns are null at the tile's edges"},
+    {"rvtiVLCEncodeCBPHP_JPEGXR_32s1u",
+     "pCBP pLeftCBP? pTopCBP? pState &pState=rvtiVLCInit_JPEGXR(0,1,@,65536) *pState=-5 pDst dstLen "
+     "pDstBitPos *pDstBitPos=-5",
+     "the neighbours' patterns are null at the tile's edges; the pattern's bits are checked last"},
 };
 
 // ------------------------------------------------------------ parameters

@@ -889,5 +889,73 @@ RVT_CHECKASM(rvtiFLCRead_JPEGXR_1u32u,
                                      int32_t(k.arg[1]), k.out[1].as<uint32_t>());
                          }});
 
+// ------------------------------------------------------------ HP coded-block pattern encoder
+
+// Patterns of a w x h tile in every format, in runs that are empty, full
+// or scattered (so the prediction takes all three of its modes), coded
+// against their neighbours and decoded back; then a stream too short for
+// the next pattern, and patterns with bits past the channel's blocks.
+TEST(JpegXrVlc, BlockPatternsRoundTrip) {
+  test::Rng rng(41);
+  for (const Format& f : kFormats) {
+    const int nc = f.channels, w = 19, h = 4;
+    std::vector<uint8_t> enc = NewState(f.format, nc), dec = NewState(f.format, nc);
+    const State& es = *reinterpret_cast<const State*>(enc.data());
+    std::vector<std::vector<int32_t>> pats;
+    for (int i = 0; i < w * h; ++i) {
+      const int kind = (i / 7) % 3;
+      std::vector<int32_t> p(static_cast<size_t>(nc));
+      for (int ch = 0; ch < nc; ++ch) {
+        const int32_t all = int32_t((1u << vlc::HpBlocks(es, ch)) - 1u);
+        const int32_t r = int32_t(rng.Uniform(0, all)) & int32_t(rng.Uniform(0, all));
+        p[size_t(ch)] = kind == 0 ? r & int32_t(rng.Uniform(0, all)) : kind == 1 ? all & ~r : int32_t(rng.Uniform(0, all));
+      }
+      pats.push_back(p);
+    }
+    std::vector<uint8_t> buf(1 << 16, 0x5A);
+    int32_t pos = 0;
+    auto neighbours = [&](int i, const int32_t** l, const int32_t** t) {
+      *l = i % w ? pats[size_t(i - 1)].data() : nullptr;
+      *t = i >= w ? pats[size_t(i - w)].data() : nullptr;
+    };
+    for (int i = 0; i < w * h; ++i) {
+      const int32_t *l, *t;
+      neighbours(i, &l, &t);
+      if (i % w == 0) ASSERT_EQ(rvtiVLCAdapt_JPEGXR(S(enc), 16), rvtStatusOk);
+      ASSERT_EQ(rvtiVLCEncodeCBPHP_JPEGXR_32s1u(pats[size_t(i)].data(), l, t, S(enc), buf.data(), 1 << 16, &pos),
+                rvtStatusOk);
+      if (i % w == 0 || i % w == w - 1) ASSERT_EQ(rvtiVLCAdapt_JPEGXR(S(enc), 4), rvtStatusOk);
+    }
+    int32_t rpos = 0;
+    std::vector<int32_t> got(static_cast<size_t>(nc));
+    for (int i = 0; i < w * h; ++i) {
+      const int32_t *l, *t;
+      neighbours(i, &l, &t);
+      if (i % w == 0) ASSERT_EQ(rvtiVLCAdapt_JPEGXR(S(dec), 16), rvtStatusOk);
+      ASSERT_EQ(rvtiVLCDecodeCBPHP_JPEGXR_1u32s(buf.data(), pos / 8 + 1, &rpos, l, t, S(dec), got.data()),
+                rvtStatusOk);
+      ASSERT_EQ(got, pats[size_t(i)]) << "format " << f.format << " macroblock " << i;
+      if (i % w == 0 || i % w == w - 1) ASSERT_EQ(rvtiVLCAdapt_JPEGXR(S(dec), 4), rvtStatusOk);
+    }
+    EXPECT_EQ(rpos, pos);
+    EXPECT_EQ(enc, dec) << "format " << f.format;
+
+    // no room: nothing written, nothing moved
+    std::vector<int32_t> full(static_cast<size_t>(nc));
+    for (int ch = 0; ch < nc; ++ch) full[size_t(ch)] = int32_t((1u << vlc::HpBlocks(es, ch)) - 1u) & 0x5A5A;
+    std::vector<uint8_t> small(2, 0xC3), before = enc;
+    int32_t spos = 16;  // at the end: no pattern codes in zero bits
+    EXPECT_EQ(rvtiVLCEncodeCBPHP_JPEGXR_32s1u(full.data(), nullptr, nullptr, S(enc), small.data(), 2, &spos),
+              rvtStatusOutOfBuffer);
+    EXPECT_EQ(spos, 16);
+    EXPECT_EQ(small, std::vector<uint8_t>(2, 0xC3));
+    EXPECT_EQ(enc, before);
+    full[size_t(nc - 1)] |= 1 << vlc::HpBlocks(es, nc - 1);
+    EXPECT_EQ(rvtiVLCEncodeCBPHP_JPEGXR_32s1u(full.data(), nullptr, nullptr, S(enc), buf.data(), 1 << 16, &spos),
+              rvtStatusBadArg);
+    EXPECT_EQ(enc, before);
+  }
+}
+
 }  // namespace
 }  // namespace rvt

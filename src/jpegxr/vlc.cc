@@ -110,6 +110,27 @@ RvtResult EncodeHPEntry(const int32_t* coef, int32_t scan, State* st, int32_t* c
   return status;
 }
 
+RvtResult EncodeCbpHPEntry(const int32_t* cbp, const int32_t* left, const int32_t* top, State* st, uint8_t* dst,
+                           int32_t len, int32_t* pos) {
+  RVT_CHECK(CheckPtr(cbp));
+  RVT_CHECK(CheckState(st));
+  RVT_CHECK(CheckCursor(dst, len, pos));
+  for (int ch = 0; ch < st->channels; ++ch) {
+    if (uint32_t(cbp[ch]) >> HpBlocks(*st, ch)) return rvtStatusBadArg;
+  }
+  int32_t c[16], l[16], t[16];
+  for (int ch = 0; ch < st->channels; ++ch) {
+    const bool quads = HpBlocks(*st, ch) == 16;
+    c[ch] = quads ? QuadToRaster(cbp[ch]) : cbp[ch];
+    if (left) l[ch] = quads ? QuadToRaster(left[ch]) : left[ch];
+    if (top) t[ch] = quads ? QuadToRaster(top[ch]) : top[ch];
+  }
+  return EncodeBand(dst, len, pos, nullptr, 0, nullptr, st, st->channels + 1, [&](Writer& w, Writer&, State& s) {
+    EncodeCbpHP(w, s, left ? l : nullptr, top ? t : nullptr, c);
+    return rvtStatusOk;
+  });
+}
+
 }  // namespace
 
 RvtResult DecodeDCRef(const uint8_t* a, int32_t b, int32_t* c, State* d, int32_t* e) {
@@ -159,4 +180,5 @@ RVT_IMPL_PLAIN(rvtiVLCEncodeLP_JPEGXR_32s1u, vlc::EncodeLPEntry);
 RVT_IMPL_FAST(rvtiVLCDecodeHP_JPEGXR_1u32s, vlc::DecodeHPFast, vlc::DecodeHPRef);
 RVT_IMPL_PLAIN(rvtiVLCEncodeHP_JPEGXR_32s1u, vlc::EncodeHPEntry);
 RVT_IMPL_PLAIN(rvtiVLCDecodeCBPHP_JPEGXR_1u32s, vlc::DecodeCbpHPRef);
+RVT_IMPL_PLAIN(rvtiVLCEncodeCBPHP_JPEGXR_32s1u, vlc::EncodeCbpHPEntry);
 }  // namespace rvt

@@ -323,6 +323,21 @@ struct Writer {
   int64_t pos;
   bool dry;
   void Put(uint32_t v, int n) {
+    if (dry) {
+      pos += n;
+      return;
+    }
+    if (pos + n <= end) {  // a byte at a time: keep the bits before, clear those after
+      while (n > 0) {
+        const int off = int(pos & 7), take = n < 8 - off ? n : 8 - off;
+        const uint32_t bits = (v >> (n - take)) & ((1u << take) - 1u);
+        uint8_t& byte = p[pos >> 3];
+        byte = uint8_t((byte & (0xFF00u >> off)) | (bits << (8 - off - take)));
+        n -= take;
+        pos += take;
+      }
+      return;
+    }
     for (int i = n - 1; i >= 0; --i) {
       const int64_t b = pos++;
       if (dry || b >= end) continue;
@@ -1188,6 +1203,140 @@ inline RvtResult EncodeBand(uint8_t* dst, int32_t len, int32_t* pos, uint8_t* fl
   *pos = int32_t(w.pos);
   if (flex) *flexPos = int32_t(f.pos);
   return rvtStatusOk;
+}
+
+// ------------------------------------------------------------ HP coded-block pattern: encoder
+
+// The coded difference that PredictCbp turns into `cbp` (coded bit order).
+// Each step of the prediction flips bits from bits it leaves alone, so
+// running the steps backwards undoes it; the counts see the same pattern.
+inline int32_t UnpredictCbp(State& s, int32_t cbp, int ch, const int32_t* left, const int32_t* top) {
+  const int c = ch > 0;
+  const int mode = s.cbpModel[4 + c];
+  int32_t v = cbp;
+  if (s.format == k420 && ch > 0) {
+    if (mode == 0) {
+      v ^= (v & 0x3) << 2;
+      v ^= 0x2 & (v << 1);
+      if (!left) v ^= top ? (top[ch] >> 2) & 1 : 1;
+      else v ^= (left[ch] >> 1) & 1;
+    } else if (mode == 2) {
+      v ^= 0xF;
+    }
+    CountCbp(s, 1, CountOnes(cbp) * 4, 16);
+  } else if (s.format == k422 && ch > 0) {
+    if (mode == 0) {
+      v ^= (v & 0x30) << 2;
+      v ^= (v & 0xC) << 2;
+      v ^= (v & 0x3) << 2;
+      v ^= (v & 0x1) << 1;
+      if (!left) v ^= top ? (top[ch] >> 6) & 1 : 1;
+      else v ^= (left[ch] >> 1) & 1;
+    } else if (mode == 2) {
+      v ^= 0xFF;
+    }
+    CountCbp(s, 1, CountOnes(cbp) * 2, 16);
+  } else {
+    if (mode == 0) {
+      v ^= (v & 0x3300) << 2;
+      v ^= (v & 0xCC) << 6;
+      v ^= (v & 0x33) << 2;
+      v ^= 0x20 & (v << 1);
+      v ^= 0x10 & (v << 3);
+      v ^= 0x02 & (v << 1);
+      if (!left) v ^= top ? (top[ch] >> 10) & 1 : 1;
+      else v ^= (left[ch] >> 5) & 1;
+    } else if (mode == 2) {
+      v ^= 0xFFFF;
+    }
+    CountCbp(s, c, CountOnes(cbp), 16);
+  }
+  return v;
+}
+
+// The bits after a nibble's 5-symbol code (its count of set bits).
+inline void EncodeNibble(Writer& w, int n) {
+  switch (CountOnes(n & 0xF)) {
+    case 1: w.Put(uint32_t(__builtin_ctz(uint32_t(n))), 2); break;
+    case 2:
+      if (n == 3) w.Put(0, 2);
+      else if (n == 5) w.Put(1, 2);
+      else w.Put(n == 6 ? 4 : n == 9 ? 5 : n == 10 ? 6 : 7, 3);
+      break;
+    case 3: w.Put(uint32_t(__builtin_ctz(uint32_t(~n & 0xF))), 2); break;
+    default: break;
+  }
+}
+
+inline void EncodeCbpHP(Writer& w, State& s, const int32_t* left, const int32_t* top, const int32_t* cbp) {
+  int32_t diff[16] = {};
+  for (int ch = 0; ch < s.channels; ++ch) diff[ch] = UnpredictCbp(s, cbp[ch], ch, left, top);
+  const bool many = s.format == kCmyk || s.format == kNChannel;
+  const int groups = many ? s.channels : 1;
+  const Alphabet& a5 = AlphabetOf(5);
+  const Alphabet& aBlk = AlphabetOf(SlotSymbols(kNumBlkCbp, IsColour(s.format)));
+  // luma nibble -> its code (position in the decoder's output table)
+  static constexpr int kCode[16] = {0, 4, 5, 2, 6, 8, 9, 12, 7, 10, 11, 13, 3, 14, 15, 1};
+  static constexpr int kOff[6] = {0, 4, 2, 8, 12, 1};
+  static constexpr int kFlc[6] = {0, 2, 1, 2, 2, 0};
+  for (int g = 0; g < groups; ++g) {
+    const int32_t y = diff[g];
+    const int32_t u = IsColour(s.format) ? diff[1] : 0, v = IsColour(s.format) ? diff[2] : 0;
+    int cu[4] = {}, cv[4] = {}, quads = 0;
+    static constexpr int kShift[4] = {0, 1, 4, 5};
+    for (int q = 0; q < 4; ++q) {
+      if (s.format == k444) {
+        cu[q] = (u >> (4 * q)) & 0xF;
+        cv[q] = (v >> (4 * q)) & 0xF;
+      } else if (s.format == k420) {
+        cu[q] = (u >> q) & 1;
+        cv[q] = (v >> q) & 1;
+      } else if (s.format == k422) {
+        cu[q] = (u >> kShift[q]) & 5;
+        cv[q] = (v >> kShift[q]) & 5;
+      }
+      if (((y >> (4 * q)) & 0xF) || cu[q] || cv[q]) quads |= 1 << q;
+    }
+    const int sym = CountOnes(quads);
+    w.Symbol(a5, s.table[kNumCbp], sym);
+    Account(s, kNumCbp, sym);
+    EncodeNibble(w, quads);
+    for (int q = 0; q < 4; ++q) {
+      if (!((quads >> q) & 1)) continue;
+      const int code = kCode[(y >> (4 * q)) & 0xF];
+      int val = 0;
+      for (int k = 5; k >= 0; --k) {
+        if (code >= kOff[k] && code < kOff[k] + (1 << kFlc[k])) val = k;
+      }
+      const bool chroma = cu[q] || cv[q];
+      const int full = chroma ? val + 6 : val;
+      const int bsym = (full >= 9 ? 9 : full) - 1;
+      w.Symbol(aBlk, s.table[kNumBlkCbp], bsym);
+      Account(s, kNumBlkCbp, bsym);
+      if (chroma) {
+        if (cu[q] && !cv[q]) w.Put(1, 1);
+        else w.Put(cu[q] ? 0 : 1, 2);
+        if (full >= 9) {
+          if (full == 9) w.Put(1, 1);
+          else w.Put(full == 10 ? 1 : 0, 2);
+        }
+      }
+      if (kFlc[val]) w.Put(uint32_t(code - kOff[val]), kFlc[val]);
+      if (s.format == k444) {
+        for (int n : {cu[q], cv[q]}) {
+          if (!n) continue;
+          w.Symbol(AlphabetOf(4), 0, CountOnes(n) - 1);
+          EncodeNibble(w, n);
+        }
+      } else if (s.format == k422) {
+        for (int n : {cu[q], cv[q]}) {
+          if (!n) continue;
+          if (n == 1) w.Put(1, 1);
+          else w.Put(n == 4 ? 1 : 0, 2);
+        }
+      }
+    }
+  }
 }
 
 }  // namespace rvt::vlc

@@ -1253,6 +1253,47 @@ uint64_t Bc7EncodeDigest() {
   return d.value();
 }
 
+// The HP coded-block pattern encoder: patterns of a 5 x 3 tile (Y only,
+// 4:2:0 and 4:4:4) against their neighbours, with the HP adaptation at the
+// row ends; the bytes, positions and tables, then a refused call.
+uint64_t JpegXrCbpEncodeDigest() {
+  Digest d;
+  static constexpr int kFormats[3][2] = {{0, 1}, {1, 3}, {3, 3}};
+  for (const auto& f : kFormats) {
+    int32_t size = 0;
+    d.Status(rvtiVLCGetStateSize_JPEGXR(f[0], f[1], &size));
+    std::vector<uint8_t> st(static_cast<size_t>(size));
+    auto* s = reinterpret_cast<VLCState_JPEGXR*>(st.data());
+    d.Status(rvtiVLCInit_JPEGXR(f[0], f[1], s, size));
+    std::vector<int32_t> pats = Random<int32_t>(15 * 3, uint32_t(61 + f[0]), 0, 0xFFFF);
+    for (int i = 0; i < 15; ++i) {
+      for (int c = 0; c < f[1]; ++c) {
+        int32_t& v = pats[size_t(3 * i + c)];
+        if (f[0] == 1 && c > 0) v &= 0xF;
+        if (i % 4 == 1) v &= v >> 3;
+      }
+    }
+    std::vector<uint8_t> buf(512, 0x5A);
+    int32_t pos = 3;
+    for (int i = 0; i < 15; ++i) {
+      const int32_t* left = i % 5 ? &pats[size_t(3 * (i - 1))] : nullptr;
+      const int32_t* top = i >= 5 ? &pats[size_t(3 * (i - 5))] : nullptr;
+      d.Status(rvtiVLCEncodeCBPHP_JPEGXR_32s1u(&pats[size_t(3 * i)], left, top, s, buf.data(), 512, &pos));
+      if (i % 5 == 4) d.Status(rvtiVLCAdapt_JPEGXR(s, 4 | 16));
+    }
+    d.Add(buf);
+    d.Add(&pos, 1);
+    int32_t tables[22], disc[44], bits[6];
+    d.Status(rvtiVLCGetTables_JPEGXR(s, tables, disc, bits));
+    d.Add(tables, 22);
+    d.Add(disc, 44);
+    pats[0] = 0x10000;  // a block past the 16: refused
+    const RvtResult refused = rvtiVLCEncodeCBPHP_JPEGXR_32s1u(pats.data(), nullptr, nullptr, s, buf.data(), 512, &pos);
+    d.Add(&refused, 1);
+  }
+  return d.value();
+}
+
 TEST(Abi, FamiliesGiveTheirDefinedResults) {
   struct Family {
     const char* name;
@@ -1281,7 +1322,8 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"DXT1, DXT3 and DXT5 encoding", DxtEncodeDigest, 0x07b85cd5d07304a3ull},
                           Family{"YCoCg in DXT5", YCoCgDigest, 0x09b7cc6377aab36bull},
                           Family{"BC6H encoding", Bc6hEncodeDigest, 0x1b90ef71bca9530eull},
-                          Family{"BC7 encoding", Bc7EncodeDigest, 0x321405f2cba62fd6ull}}) {
+                          Family{"BC7 encoding", Bc7EncodeDigest, 0x321405f2cba62fd6ull},
+                          Family{"JPEG XR HP pattern encoder", JpegXrCbpEncodeDigest, 0xdc4ad661d913438full}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }

@@ -1,0 +1,563 @@
+// The rvtjxr encoder: image header, image plane header, index table, tile
+// packets and macroblocks.  Each channel is held in a plane of the padded
+// image size in the layout of jxr_filters.h; the whole plane gets the
+// forward transform (pre filters and first level) at once, then every
+// macroblock its second level, quantization, prediction and coefficient
+// coding, in the decoder's order (jxr_decode.cc) so that both sides keep
+// the same adaptive context.
+#include "jxr_encode.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+
+#include "jxr_filters.h"
+#include "jxr_prefilters.h"
+#include "rvtjp.h"
+
+namespace rvtjxr {
+namespace {
+
+enum ColorFormat { kYOnly = 0, k420 = 1, k422 = 2, k444 = 3 };
+
+constexpr int kRowPos[3] = {2, 1, 7};   // first-row LP/HP coefficients
+constexpr int kColPos[3] = {8, 4, 13};  // first-column ones
+
+// Header fields, most significant bit first.
+struct BitWriter {
+  std::vector<uint8_t>* out;
+  int fill = 0;  // bits used in the last byte; 0 when aligned
+  void Put(uint32_t v, int n) {
+    for (int i = n - 1; i >= 0; --i) {
+      if (fill == 0) out->push_back(0);
+      if ((v >> i) & 1u) out->back() = uint8_t(out->back() | (0x80u >> fill));
+      fill = (fill + 1) & 7;
+    }
+  }
+  void Align() { fill = 0; }
+};
+
+// Variable-length words of the index table.
+void PutVlw(BitWriter& b, uint64_t v) {
+  if (v < 0xFB00) {
+    b.Put(uint32_t(v), 16);
+  } else if (v <= 0xFFFFFFFFu) {
+    b.Put(0xFB, 8);
+    b.Put(uint32_t(v), 32);
+  } else {
+    b.Put(0xFC, 8);
+    b.Put(uint32_t(v >> 32), 32);
+    b.Put(uint32_t(v), 32);
+  }
+}
+
+// Quantizer step of an index (the decoder's table).
+int32_t StepOf(int index, int shift, bool scaled) {
+  if (index == 0) return 1;
+  if (!scaled) {
+    if (index < 32) return (index + 3) >> 2;
+    if (index < 48) return ((16 + (index & 15) + 1) >> 1) << ((index >> 4) - 2);
+    return (16 + (index & 15)) << ((index >> 4) - 3);
+  }
+  if (index < 16) return index << shift;
+  return (16 + (index & 15)) << ((index >> 4) - 1 + shift);
+}
+
+// Rounds magnitudes up from 5/8 of a step (a small dead zone: values
+// near a boundary cost more bits than their error is worth); DCs, whose
+// error spreads over the whole macroblock, to the nearest.
+int32_t Quantize(int32_t v, int32_t step, bool nearest = false) {
+  if (step == 1) return v;
+  const int64_t m = (std::abs(int64_t(v)) + (nearest ? step >> 1 : (step * 3 + 1) >> 3)) / step;
+  return int32_t(v < 0 ? -m : m);
+}
+
+// A growing coefficient stream: a packet header, then what the coefficient
+// encoders append.
+struct Stream {
+  std::vector<uint8_t> bytes;
+  int32_t pos = 0;  // in bits
+  // keeps ample room for one more macroblock so the encoders never need
+  // their dry run
+  void Reserve() {
+    const size_t need = size_t(pos / 8) + (size_t(1) << 16);
+    if (bytes.size() < need) bytes.resize(std::max(need, bytes.size() * 2), 0);
+  }
+  uint8_t* p() { return bytes.data(); }
+  int32_t len() const { return int32_t(std::min<size_t>(bytes.size(), (size_t(1) << 28) - 1)); }
+  void Finish() { bytes.resize(size_t(pos + 7) / 8); }
+};
+
+struct PredInfo {
+  int32_t dc[16];
+  int32_t ad[16][6];
+  int32_t cbp[16];
+};
+
+class Encoder {
+ public:
+  Encoder(const Picture& pic, const EncodeOptions& opt) : pic_(pic), opt_(opt) {}
+  bool Run(std::vector<uint8_t>* out, std::string* error);
+
+ private:
+  void LoadPlanes();
+  void Transform();
+  bool Tile(int tx, int ty, std::vector<Stream>& bands, std::string* error);
+  bool Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vector<Stream>& bands,
+                  std::vector<PredInfo>& row, std::vector<PredInfo>& prev, std::string* error);
+  int32_t* Block(int c, int mx, int my, int bx, int by) {
+    return planes_[size_t(c)].data() + (size_t(my) * mbw_ + mx) * 256 + 16 * (4 * bx + by);
+  }
+
+  const Picture& pic_;
+  const EncodeOptions& opt_;
+  int format_ = kYOnly, nc_ = 1, index_ = 0;
+  bool scaled_ = false;
+  int mbw_ = 0, mbh_ = 0;
+  std::vector<int> tileX_, tileY_;
+  std::vector<std::vector<int32_t>> planes_;
+  // per macroblock, per channel: the quantized DC and LP coefficients
+  std::vector<int32_t> dclp_;
+  std::array<int32_t, 16> dcStep_{}, lpStep_{}, hpStep_{};
+  std::vector<uint8_t> state_;
+};
+
+// Pixels into the planes (edges repeated into the padding), level shifted
+// and, for colour, through the reversible RGB-to-YUV lifting the decoder
+// undoes; lossy images carry three more bits.
+void Encoder::LoadPlanes() {
+  const int pw = mbw_ * 16, ph = mbh_ * 16;
+  planes_.assign(size_t(nc_), std::vector<int32_t>(size_t(pw) * ph, 0));
+  const int shift = scaled_ ? 3 : 0;
+  const int32_t mid = int32_t(1) << (pic_.bits - 1);
+  const int cn = pic_.channels;
+  for (int y = 0; y < ph; ++y) {
+    const int sy = std::min(y, pic_.height - 1);
+    for (int x = 0; x < pw; ++x) {
+      const int sx = std::min(x, pic_.width - 1);
+      const uint16_t* s = pic_.samples.data() + (size_t(sy) * pic_.width + sx) * cn;
+      const size_t at = PixelAt(x, y, mbw_);
+      if (cn == 1) {
+        planes_[0][at] = (int32_t(s[0]) - mid) * (1 << shift);
+        continue;
+      }
+      const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
+                    b1 = int32_t(s[2]) * (1 << shift);
+      const int32_t b0 = b1 - r1;
+      const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
+      const int32_t g0 = g1 + (r0 >> 1);
+      planes_[0][at] = g0 - mid * (1 << shift);
+      planes_[1][at] = -r0;
+      planes_[2][at] = b0;
+    }
+  }
+}
+
+// The forward transform of every plane, then per macroblock the second
+// level over the block DCs and the quantization of all coefficients (HP
+// in place in the planes, DC and LP into dclp_).
+void Encoder::Transform() {
+  for (int ch = 0; ch < nc_; ++ch) ForwardTransform(planes_[size_t(ch)].data(), mbw_, mbh_, opt_.overlap);
+  dclp_.assign(size_t(mbw_) * mbh_ * 16 * nc_, 0);
+  for (int my = 0; my < mbh_; ++my) {
+    for (int mx = 0; mx < mbw_; ++mx) {
+      for (int ch = 0; ch < nc_; ++ch) {
+        int32_t d[16];
+        for (int b = 0; b < 16; ++b) {
+          const int32_t v = Block(ch, mx, my, b & 3, b >> 2)[0];
+          // chroma block DCs carry one bit less under scaled arithmetic
+          d[b] = (scaled_ && ch > 0) ? (v + 1) >> 1 : v;
+        }
+        rvtiPCTFwd_JPEGXR_32s_C1IR(d, 16, {4, 4});
+        int32_t* o = dclp_.data() + (size_t(my) * mbw_ + mx) * 16 * nc_ + 16 * ch;
+        o[0] = Quantize(d[0], dcStep_[size_t(ch)], true);
+        for (int k = 1; k < 16; ++k) o[k] = Quantize(d[k], lpStep_[size_t(ch)]);
+        const int32_t shp = hpStep_[size_t(ch)];
+        if (shp == 1) continue;
+        for (int b = 0; b < 16; ++b) {
+          int32_t* blk = Block(ch, mx, my, b & 3, b >> 2);
+          for (int k = 1; k < 16; ++k) blk[k] = Quantize(blk[k], shp);
+        }
+      }
+    }
+  }
+}
+
+bool Encoder::Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vector<Stream>& bands,
+                         std::vector<PredInfo>& row, std::vector<PredInfo>& prev, std::string* error) {
+  auto* st = reinterpret_cast<VLCState_JPEGXR*>(state_.data());
+  const bool freq = !opt_.spatial;
+  Stream& dcs = bands[0];
+  Stream& lps = freq ? bands[1] : bands[0];
+  Stream& hps = freq ? bands[2] : bands[0];
+  Stream* fls = freq ? &bands[3] : nullptr;
+  for (Stream& s : bands) s.Reserve();
+  const int i = mx - x0;
+  const bool left = mx == x0, top = my == y0;
+  const bool adaptNow = (i & 15) == 0 || i + 1 == tileWidth;
+  const bool resetScan = (i & 15) == 0;
+  auto fail = [&](const char* what) {
+    *error = std::string("coefficient coder refused the ") + what + " of macroblock " + std::to_string(mx) + "," +
+             std::to_string(my);
+    return false;
+  };
+  const int32_t* actual = dclp_.data() + (size_t(my) * mbw_ + mx) * 16 * nc_;
+
+  // DC and LP prediction, as the decoder will make it
+  const PredInfo* l = left ? nullptr : &row[size_t(i - 1)];
+  const PredInfo* t = top ? nullptr : &prev[size_t(i)];
+  int dcMode;  // 0 left, 1 top, 2 mean, 3 none
+  if (left && top) dcMode = 3;
+  else if (left) dcMode = 1;
+  else if (top) dcMode = 0;
+  else {
+    const PredInfo* tl = &prev[size_t(i - 1)];
+    int64_t sh = std::abs(int64_t(tl->dc[0]) - l->dc[0]), sv = std::abs(int64_t(tl->dc[0]) - t->dc[0]);
+    if (format_ != kYOnly) {
+      const int scale = format_ == k420 ? 8 : format_ == k422 ? 4 : 2;
+      sh = sh * scale + std::abs(int64_t(tl->dc[1]) - l->dc[1]) + std::abs(int64_t(tl->dc[2]) - l->dc[2]);
+      sv = sv * scale + std::abs(int64_t(tl->dc[1]) - t->dc[1]) + std::abs(int64_t(tl->dc[2]) - t->dc[2]);
+    }
+    dcMode = sh * 4 < sv ? 1 : sv * 4 < sh ? 0 : 2;
+  }
+  // one LP quantizer for the whole image: the LP prediction follows the DC's
+  const int adMode = dcMode == 1 ? 1 : dcMode == 0 ? 0 : 2;
+  int32_t res[256];
+  std::memcpy(res, actual, sizeof(int32_t) * 16 * size_t(nc_));
+  for (int ch = 0; ch < nc_; ++ch) {
+    int32_t* o = res + 16 * ch;
+    if (dcMode == 1) o[0] -= t->dc[ch];
+    else if (dcMode == 0) o[0] -= l->dc[ch];
+    else if (dcMode == 2) o[0] -= int32_t((int64_t(l->dc[ch]) + t->dc[ch]) >> 1);
+    if (adMode == 1) {
+      for (int k = 0; k < 3; ++k) o[kColPos[k]] -= t->ad[ch][3 + k];
+    } else if (adMode == 0) {
+      for (int k = 0; k < 3; ++k) o[kRowPos[k]] -= l->ad[ch][k];
+    }
+  }
+  if (rvtiVLCEncodeDC_JPEGXR_32s1u(res, st, dcs.p(), dcs.len(), &dcs.pos) != rvtStatusOk) return fail("DC");
+  if (resetScan) rvtiVLCAdapt_JPEGXR(st, 8);
+  if (rvtiVLCEncodeLP_JPEGXR_32s1u(res, st, lps.p(), lps.len(), &lps.pos) != rvtStatusOk) return fail("LP");
+  if (adaptNow) rvtiVLCAdapt_JPEGXR(st, 1 | 2);
+
+  // the HP orientation from the LP energies: 0 from the left, 1 from the
+  // top, 2 none
+  int acMode;
+  {
+    int64_t sh = 0, sv = 0;
+    for (int k = 0; k < 3; ++k) {
+      sh += std::abs(int64_t(actual[kRowPos[k]]));
+      sv += std::abs(int64_t(actual[kColPos[k]]));
+    }
+    if (format_ != kYOnly) {
+      sh += std::abs(int64_t(actual[16 + kRowPos[0]])) + std::abs(int64_t(actual[32 + kRowPos[0]]));
+      sv += std::abs(int64_t(actual[16 + kColPos[0]])) + std::abs(int64_t(actual[32 + kColPos[0]]));
+    }
+    acMode = sh * 4 < sv ? 1 : sv * 4 < sh ? 0 : 2;
+  }
+  PredInfo& me = row[size_t(i)];
+  for (int ch = 0; ch < nc_; ++ch) {
+    me.dc[ch] = actual[16 * ch];
+    for (int k = 0; k < 3; ++k) {
+      me.ad[ch][k] = actual[16 * ch + kRowPos[k]];
+      me.ad[ch][3 + k] = actual[16 * ch + kColPos[k]];
+    }
+  }
+
+  // HP: the blocks' coefficients (block b row by row, k = 4 row + column),
+  // less their prediction inside the macroblock
+  int32_t hp[16 * 256];
+  int32_t tables[22], disc[44], bits[6];
+  rvtiVLCGetTables_JPEGXR(st, tables, disc, bits);
+  for (int ch = 0; ch < nc_; ++ch) {
+    int32_t* p = hp + 256 * ch;
+    for (int b = 0; b < 16; ++b) {
+      const int32_t* blk = Block(ch, mx, my, b & 3, b >> 2);
+      p[16 * b] = 0;
+      for (int k = 1; k < 16; ++k) p[16 * b + k] = blk[kInBlock[k >> 2][k & 3]];
+    }
+    if (acMode == 0) {
+      for (int by = 0; by < 4; ++by) {
+        for (int bx = 3; bx >= 1; --bx) {
+          for (int k : kRowPos) p[16 * (4 * by + bx) + k] -= p[16 * (4 * by + bx - 1) + k];
+        }
+      }
+    } else if (acMode == 1) {
+      for (int by = 3; by >= 1; --by) {
+        for (int bx = 0; bx < 4; ++bx) {
+          for (int k : kColPos) p[16 * (4 * by + bx) + k] -= p[16 * (4 * by + bx - 4) + k];
+        }
+      }
+    }
+    // which blocks keep a coded part above the model bits
+    const int mb = bits[4 + (ch > 0)];
+    me.cbp[ch] = 0;
+    for (int b = 0; b < 16; ++b) {
+      for (int k = 1; k < 16; ++k) {
+        if ((uint32_t(std::abs(int64_t(p[16 * b + k]))) >> mb) != 0) {
+          me.cbp[ch] |= 1 << b;
+          break;
+        }
+      }
+    }
+  }
+  if (resetScan) rvtiVLCAdapt_JPEGXR(st, 16);
+  if (rvtiVLCEncodeCBPHP_JPEGXR_32s1u(me.cbp, l ? l->cbp : nullptr, t ? t->cbp : nullptr, st, hps.p(), hps.len(),
+                                      &hps.pos) != rvtStatusOk) {
+    return fail("HP pattern");
+  }
+  int32_t cbp[16];
+  const RvtResult r =
+      fls ? rvtiVLCEncodeHP_JPEGXR_32s1u(hp, acMode == 1 ? 1 : 0, st, cbp, hps.p(), hps.len(), &hps.pos, fls->p(),
+                                         fls->len(), &fls->pos, 0)
+          : rvtiVLCEncodeHP_JPEGXR_32s1u(hp, acMode == 1 ? 1 : 0, st, cbp, hps.p(), hps.len(), &hps.pos, nullptr, 0,
+                                         nullptr, 0);
+  if (r != rvtStatusOk) return fail("HP");
+  for (int ch = 0; ch < nc_; ++ch) {
+    if (cbp[ch] != me.cbp[ch]) return fail("HP pattern (mismatch)");
+  }
+  if (adaptNow) rvtiVLCAdapt_JPEGXR(st, 4);
+  return true;
+}
+
+bool Encoder::Tile(int tx, int ty, std::vector<Stream>& bands, std::string* error) {
+  auto* st = reinterpret_cast<VLCState_JPEGXR*>(state_.data());
+  if (rvtiVLCInit_JPEGXR(format_, nc_, st, int32_t(state_.size())) != rvtStatusOk) {
+    *error = "coefficient coder refused the colour format";
+    return false;
+  }
+  // packet headers: a start code and the tile's number with the band
+  const int tileIndex = ty * int(tileX_.size()) + tx;
+  for (size_t k = 0; k < bands.size(); ++k) {
+    Stream& s = bands[k];
+    s.Reserve();
+    const uint32_t id = uint32_t(tileIndex << 3) | (opt_.spatial ? 0u : uint32_t(k + 1));
+    rvtiFLCWrite_JPEGXR_32u1u(1, 24, s.p(), s.len(), &s.pos);
+    rvtiFLCWrite_JPEGXR_32u1u(id & 0xFF, 8, s.p(), s.len(), &s.pos);
+  }
+  const int x0 = tileX_[size_t(tx)], y0 = tileY_[size_t(ty)];
+  const int x1 = size_t(tx + 1) < tileX_.size() ? tileX_[size_t(tx + 1)] : mbw_;
+  const int y1 = size_t(ty + 1) < tileY_.size() ? tileY_[size_t(ty + 1)] : mbh_;
+  std::vector<PredInfo> row(size_t(x1 - x0)), prev(size_t(x1 - x0));
+  for (int my = y0; my < y1; ++my) {
+    for (int mx = x0; mx < x1; ++mx) {
+      if (!Macroblock(mx, my, x0, y0, x1 - x0, bands, row, prev, error)) return false;
+    }
+    std::swap(row, prev);
+  }
+  for (Stream& s : bands) s.Finish();
+  return true;
+}
+
+// Start of each of n equal parts of m macroblocks (the first ones larger).
+std::vector<int> Split(int m, int n) {
+  std::vector<int> at;
+  for (int k = 0, x = 0; k < n; ++k) {
+    at.push_back(x);
+    x += (m - x + (n - k) - 1) / (n - k);
+  }
+  return at;
+}
+
+bool Encoder::Run(std::vector<uint8_t>* out, std::string* error) {
+  const Picture& p = pic_;
+  if (p.width < 1 || p.height < 1 || p.samples.size() != size_t(p.width) * p.height * size_t(p.channels)) {
+    *error = "empty or inconsistent picture";
+    return false;
+  }
+  if (p.channels != 1 && p.channels != 3) {
+    *error = "only grey and RGB pictures can be encoded";
+    return false;
+  }
+  if (p.bits != 8 && p.bits != 16) {
+    *error = "only 8- and 16-bit samples can be encoded";
+    return false;
+  }
+  if (opt_.quality < 1 || opt_.quality > 255) {
+    *error = "quality must be 1..255";
+    return false;
+  }
+  if (opt_.overlap < 0 || opt_.overlap > 2) {
+    *error = "overlap must be 0, 1 or 2";
+    return false;
+  }
+  if (p.channels == 3) {
+    // the colour path (lifting to YUV, 4:4:4 planes, chroma prediction) is
+    // in place, but its HP and LP coding is not yet proven against other
+    // decoders: refused rather than written wrongly
+    *error = opt_.chroma == 444 ? "RGB encoding is not supported yet" : "4:2:2 and 4:2:0 encoding is not supported yet";
+    return false;
+  }
+  if (p.width > (1 << 16) || p.height > (1 << 16)) {
+    *error = "images larger than 65536 pixels a side are not supported";
+    return false;
+  }
+  mbw_ = (p.width + 15) / 16;
+  mbh_ = (p.height + 15) / 16;
+  if (opt_.tileCols < 1 || opt_.tileRows < 1 || opt_.tileCols > mbw_ || opt_.tileRows > mbh_ ||
+      opt_.tileCols > 4096 || opt_.tileRows > 4096) {
+    *error = "tiles must hold at least one macroblock each";
+    return false;
+  }
+  format_ = p.channels == 3 ? k444 : kYOnly;
+  nc_ = p.channels;
+  index_ = opt_.quality == 1 ? 0 : opt_.quality;
+  scaled_ = index_ != 0;
+  for (int ch = 0; ch < nc_; ++ch) {
+    dcStep_[size_t(ch)] = lpStep_[size_t(ch)] = StepOf(index_, ch > 0 ? 0 : 1, scaled_);
+    hpStep_[size_t(ch)] = StepOf(index_, 1, scaled_);
+  }
+  tileX_ = Split(mbw_, opt_.tileCols);
+  tileY_ = Split(mbh_, opt_.tileRows);
+  int32_t size = 0;
+  if (rvtiVLCGetStateSize_JPEGXR(format_, nc_, &size) != rvtStatusOk) {
+    *error = "colour format not supported by the coefficient coder";
+    return false;
+  }
+  state_.assign(size_t(size), 0);
+
+  LoadPlanes();
+  Transform();
+
+  // tiles' packets, by tile and band
+  const int nb = opt_.spatial ? 1 : 4;
+  const int cols = int(tileX_.size()), rows = int(tileY_.size());
+  std::vector<std::vector<Stream>> packets(size_t(cols) * rows);
+  for (int ty = 0; ty < rows; ++ty) {
+    for (int tx = 0; tx < cols; ++tx) {
+      std::vector<Stream>& bands = packets[size_t(ty * cols + tx)];
+      bands.resize(size_t(nb));
+      if (!Tile(tx, ty, bands, error)) return false;
+    }
+  }
+
+  // image header
+  out->clear();
+  static const char kSig[8] = {'W', 'M', 'P', 'H', 'O', 'T', 'O', 0};
+  out->insert(out->end(), kSig, kSig + 8);
+  BitWriter b{out};
+  const bool tiling = cols * rows > 1;
+  const int maxTile = std::max(mbw_ - tileX_.back(), mbh_ - tileY_.back());
+  const bool shortHeader = p.width <= (1 << 16) && p.height <= (1 << 16) && maxTile <= 255 &&
+                           (cols < 2 || tileX_[1] <= 255) && (rows < 2 || tileY_[1] <= 255);
+  b.Put(1, 4);  // version
+  b.Put(1, 4);  // subversion: the finer overlap filters
+  b.Put(tiling, 1);
+  b.Put(!opt_.spatial, 1);
+  b.Put(0, 3);  // orientation
+  b.Put(1, 1);  // index table
+  b.Put(uint32_t(opt_.overlap), 2);
+  b.Put(shortHeader, 1);
+  b.Put(1, 1);  // long words
+  b.Put(0, 1);  // windowing
+  b.Put(0, 1);  // trimmed flexbits
+  b.Put(0, 1);  // tile stretching
+  b.Put(0, 1);  // red and blue order
+  b.Put(0, 1);  // reserved
+  b.Put(0, 1);  // alpha
+  b.Put(nc_ == 3 ? 7 : 0, 4);
+  b.Put(p.bits == 8 ? 1 : 2, 4);
+  const int wordBits = shortHeader ? 16 : 32;
+  b.Put(uint32_t(p.width - 1), wordBits);
+  b.Put(uint32_t(p.height - 1), wordBits);
+  if (tiling) {
+    b.Put(uint32_t(cols - 1), 12);
+    b.Put(uint32_t(rows - 1), 12);
+    for (int k = 1; k < cols; ++k) b.Put(uint32_t(tileX_[size_t(k)] - tileX_[size_t(k - 1)]), shortHeader ? 8 : 16);
+    for (int k = 1; k < rows; ++k) b.Put(uint32_t(tileY_[size_t(k)] - tileY_[size_t(k - 1)]), shortHeader ? 8 : 16);
+  }
+  b.Align();
+  // image plane header
+  b.Put(uint32_t(format_), 3);
+  b.Put(scaled_, 1);
+  b.Put(0, 4);                  // every band coded
+  if (format_ == k444) b.Put(0, 8);
+  if (p.bits == 16) b.Put(0, 8);  // no shift of the samples
+  b.Put(1, 1);                  // DC: one quantizer for the image
+  if (nc_ > 1) b.Put(0, 2);     // the same index for every channel
+  b.Put(uint32_t(index_), 8);
+  b.Put(1, 1);                  // LP as DC
+  b.Put(0, 1);                  // HP its own (finer chroma steps)
+  b.Put(1, 1);
+  if (nc_ > 1) b.Put(0, 2);
+  b.Put(uint32_t(index_), 8);
+  b.Align();
+  // index table: where each packet starts, from the end of the table
+  b.Put(1, 16);
+  uint64_t at = 0;
+  // packets go band by band
+  std::vector<uint64_t> offset(packets.size() * size_t(nb));
+  for (int k = 0; k < nb; ++k) {
+    for (size_t t = 0; t < packets.size(); ++t) {
+      offset[t * size_t(nb) + size_t(k)] = at;
+      at += packets[t][size_t(k)].bytes.size();
+    }
+  }
+  for (uint64_t o : offset) PutVlw(b, o);
+  PutVlw(b, 0);  // nothing between the table and the packets
+  for (int k = 0; k < nb; ++k) {
+    for (auto& bands : packets) out->insert(out->end(), bands[size_t(k)].bytes.begin(), bands[size_t(k)].bytes.end());
+  }
+  return true;
+}
+
+void Le16(std::vector<uint8_t>& o, uint32_t v) {
+  o.push_back(uint8_t(v));
+  o.push_back(uint8_t(v >> 8));
+}
+void Le32(std::vector<uint8_t>& o, uint32_t v) {
+  Le16(o, v & 0xFFFF);
+  Le16(o, v >> 16);
+}
+
+}  // namespace
+
+bool EncodeImage(const Picture& pic, const EncodeOptions& opt, std::vector<uint8_t>* out, std::string* error) {
+  Encoder e(pic, opt);
+  return e.Run(out, error);
+}
+
+// The container: header, the pixel format identifier, one directory with
+// its entries in ascending tag order, then the coded image.
+bool EncodeFile(const Picture& pic, const EncodeOptions& opt, std::vector<uint8_t>* out, std::string* error) {
+  std::vector<uint8_t> image;
+  if (!EncodeImage(pic, opt, &image, error)) return false;
+  if (image.size() > 0xFFFFFF00u) {
+    *error = "coded image too large for the container";
+    return false;
+  }
+  // pixel formats: the identifiers share all but their last byte
+  static const uint8_t kFormat[15] = {0x24, 0xc3, 0xdd, 0x6f, 0x03, 0x4e, 0xfe, 0x4b,
+                                      0xb1, 0x85, 0x3d, 0x77, 0x76, 0x8d, 0xc9};
+  const uint8_t last = pic.channels == 1 ? (pic.bits == 8 ? 0x08 : 0x0b) : (pic.bits == 8 ? 0x0d : 0x15);
+  std::vector<uint8_t>& o = *out;
+  o.clear();
+  o.insert(o.end(), {'I', 'I', 0xBC, 0x01});
+  Le32(o, 0x20);
+  o.insert(o.end(), kFormat, kFormat + 15);
+  o.push_back(last);
+  o.resize(0x20, 0);
+  const uint32_t entries = 8;
+  const uint32_t imageAt = 0x20 + 2 + entries * 12 + 4;
+  Le16(o, entries);
+  auto entry = [&](uint32_t tag, uint32_t type, uint32_t count, uint32_t value) {
+    Le16(o, tag);
+    Le16(o, type);
+    Le32(o, count);
+    Le32(o, value);
+  };
+  entry(0xBC01, 1, 16, 8);                  // pixel format
+  entry(0xBC02, 4, 1, 0);                   // no rotation or flip
+  entry(0xBC80, 4, 1, uint32_t(pic.width));
+  entry(0xBC81, 4, 1, uint32_t(pic.height));
+  entry(0xBC82, 11, 1, 0x42C00000u);        // 96 dpi, as a float
+  entry(0xBC83, 11, 1, 0x42C00000u);
+  entry(0xBCC0, 4, 1, imageAt);
+  entry(0xBCC1, 4, 1, uint32_t(image.size()));
+  Le32(o, 0);  // no further directory
+  o.insert(o.end(), image.begin(), image.end());
+  return true;
+}
+
+}  // namespace rvtjxr
