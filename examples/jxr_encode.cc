@@ -382,11 +382,9 @@ bool Encoder::Run(std::vector<uint8_t>* out, std::string* error) {
     *error = "overlap must be 0, 1 or 2";
     return false;
   }
-  if (p.channels == 3) {
-    // the colour path (lifting to YUV, 4:4:4 planes, chroma prediction) is
-    // in place, but its HP and LP coding is not yet proven against other
-    // decoders: refused rather than written wrongly
-    *error = opt_.chroma == 444 ? "RGB encoding is not supported yet" : "4:2:2 and 4:2:0 encoding is not supported yet";
+  if (p.channels == 3 && opt_.chroma != 444) {
+    // 4:4:4 colour is written; subsampled chroma planes are not
+    *error = "4:2:2 and 4:2:0 encoding is not supported yet";
     return false;
   }
   if (p.width > (1 << 16) || p.height > (1 << 16)) {

@@ -4,7 +4,7 @@
 //                               OUT's extension PNG; 16-bit PNM big-endian
 //   rvtjxr encode IN OUT.jxr [-q QP] [-overlap 0|1|2] [-spatial]
 //                [-tiles CxR] [-chroma 444|422|420]
-//                               grey PNM/PNG, 8 or 16 bits; QP 1
+//                               grey or RGB PNM/PNG, 8 or 16 bits; QP 1
 //                               (the default) lossless, 2..255 the quantizer
 //                               index of every channel and band; overlap 1
 //                               and frequency order by default

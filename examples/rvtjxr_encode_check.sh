@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # rvtjxr encode against jxrlib: files rvtjxr writes from crops of the test
 # photos must be read by JxrDecApp; lossless ones (QP 1; overlap 0, 1, 2;
-# frequency and spatial order; tiles; 8- and 16-bit grey) to exactly the
-# source, lossy ones to what rvtjxr's own decoder gives, at a size within
-# 2% of JxrEncApp's at the same QP.  What the encoder does not support
-# (RGB, chroma subsampling, bad options) must fail with no file written.
+# frequency and spatial order; tiles; 8- and 16-bit grey and RGB) to
+# exactly the source, lossy ones to what rvtjxr's own decoder gives, at a
+# size within 2% of JxrEncApp's at the same QP.  What the encoder does not
+# support (chroma subsampling, bad options) must fail with no file written.
 #
 #   examples/rvtjxr_encode_check.sh RVTJXR TESTDATA_DIR
 set -uo pipefail
@@ -18,6 +18,7 @@ ok=0
 # crops: odd sizes keep the padding and partial macroblocks in play
 "$tool" crop "$data/camera.png" "$tmp/grey.pgm" 200 152 || exit 1
 "$tool" crop "$data/coffee.png" "$tmp/rgb.ppm" 184 136 || exit 1
+"$tool" crop "$data/coffee.png" "$tmp/rgb16.ppm" 75 41 16 || exit 1
 # a 16-bit grey ramp with noise in the low byte
 python3 - "$tmp/grey16.pgm" <<'EOF'
 import sys
@@ -62,8 +63,10 @@ EOF
     fail=$((fail + 1))
     return
   fi
-  if [[ $fmt == 2 ]]; then
-    if ! "$tool" decode "$tmp/a.jxr" "$tmp/own.pgm" || ! "$tool" compare "$tmp/own.pgm" "$tmp/$src"; then
+  if [[ $fmt == 2 || $fmt == 9 ]]; then
+    local e=pgm
+    [[ $fmt == 9 ]] && e=ppm
+    if ! "$tool" decode "$tmp/a.jxr" "$tmp/own.$e" || ! "$tool" compare "$tmp/own.$e" "$tmp/$src"; then
       echo "FAIL $src $*: rvtjxr's decoder does not give the source back"
       fail=$((fail + 1))
       return
@@ -72,18 +75,19 @@ EOF
   ok=$((ok + 1))
 }
 
-lossy() {  # grey source, QP, encode options...
-  local src=$1 q=$2
+lossy() {  # 8-bit grey or RGB source, QP, encode options...
+  local src=$1 q=$2 fmt=2 e=pgm
   shift 2
+  if [[ $src == *.ppm ]]; then fmt=9 e=ppm; fi
   if ! "$tool" encode "$tmp/$src" "$tmp/a.jxr" -q "$q" "$@" ||
-     ! JxrDecApp -i "$tmp/a.jxr" -o "$tmp/want.pgm" -c 2 >/dev/null 2>&1 ||
-     ! "$tool" decode "$tmp/a.jxr" "$tmp/got.pgm" || ! "$tool" compare "$tmp/got.pgm" "$tmp/want.pgm"; then
+     ! JxrDecApp -i "$tmp/a.jxr" -o "$tmp/want.$e" -c $fmt >/dev/null 2>&1 ||
+     ! "$tool" decode "$tmp/a.jxr" "$tmp/got.$e" || ! "$tool" compare "$tmp/got.$e" "$tmp/want.$e"; then
     echo "FAIL $src -q $q $*: not read as rvtjxr reads it"
     fail=$((fail + 1))
     return
   fi
   if command -v JxrEncApp >/dev/null && [[ $# == 0 ]]; then
-    JxrEncApp -i "$tmp/$src" -o "$tmp/b.jxr" -c 2 -q "$q" >/dev/null 2>&1
+    JxrEncApp -i "$tmp/$src" -o "$tmp/b.jxr" -c $fmt -q "$q" >/dev/null 2>&1
     local ours theirs
     ours=$(stat -c %s "$tmp/a.jxr")
     theirs=$(stat -c %s "$tmp/b.jxr")
@@ -114,14 +118,22 @@ for l in 0 1 2; do
   lossless grey.pgm 2 -overlap "$l" -tiles 3x2
   lossless grey16.pgm 3 -overlap "$l"
 done
+for l in 0 1 2; do
+  lossless rgb.ppm 9 -overlap "$l"
+  lossless rgb.ppm 9 -overlap "$l" -spatial -tiles 2x3
+done
+lossless rgb16.ppm 10 -overlap 1
+lossless rgb16.ppm 10 -overlap 2 -spatial -tiles 2x2
 lossless grey.pgm 2 -spatial -tiles 13x1
 lossless grey16.pgm 3 -spatial -tiles 2x3
 for q in 5 30 90 200; do
   lossy grey.pgm "$q"
   lossy grey.pgm "$q" -overlap 0 -spatial
   lossy grey.pgm "$q" -overlap 2 -tiles 2x2
+  lossy rgb.ppm "$q"
+  lossy rgb.ppm "$q" -overlap 0 -spatial -tiles 3x2
 done
-refused rgb.ppm
+refused rgb.ppm -chroma 422
 refused rgb.ppm -chroma 420
 refused grey.pgm -q 0
 refused grey.pgm -overlap 3
