@@ -42,25 +42,9 @@ void BitWriter::Flush() {
 }
 
 TagTree::TagTree(int w, int h) {
-  std::vector<std::pair<int, int>> levels;
-  int lw = w, lh = h;
-  do {
-    levels.push_back({lw, lh});
-    lw = (lw + 1) / 2;
-    lh = (lh + 1) / 2;
-  } while (levels.back().first * levels.back().second > 1);
-  size_t total = 0;
-  for (auto& l : levels) total += size_t(l.first) * l.second;
-  nodes_.resize(total);
-  int base = 0;
-  for (size_t k = 0; k + 1 < levels.size(); ++k) {
-    const int cw = levels[k].first, ch = levels[k].second;
-    const int next = base + cw * ch;
-    for (int y = 0; y < ch; ++y)
-      for (int x = 0; x < cw; ++x)
-        nodes_[size_t(base + y * cw + x)].parent = next + (y / 2) * levels[k + 1].first + x / 2;
-    base = next;
-  }
+  const std::vector<int> parent = TagTreeParents(w, h);
+  nodes_.resize(parent.size());
+  for (size_t n = 0; n < parent.size(); ++n) nodes_[n].parent = parent[n];
 }
 
 void TagTree::Set(int leaf, int value) {

@@ -5,10 +5,36 @@
 #ifndef RVTJ2K_CODESTREAM_H_
 #define RVTJ2K_CODESTREAM_H_
 
+#include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace rvtj2k {
+
+// The nodes of a tag tree over w x h leaves, level by level from the leaves
+// (row-major in each level): each node's parent index, -1 for the root.
+inline std::vector<int> TagTreeParents(int w, int h) {
+  std::vector<std::pair<int, int>> levels;
+  int lw = w, lh = h;
+  do {
+    levels.push_back({lw, lh});
+    lw = (lw + 1) / 2;
+    lh = (lh + 1) / 2;
+  } while (levels.back().first * levels.back().second > 1);
+  size_t total = 0;
+  for (auto& l : levels) total += size_t(l.first) * size_t(l.second);
+  std::vector<int> parent(total, -1);
+  int base = 0;
+  for (size_t k = 0; k + 1 < levels.size(); ++k) {
+    const int cw = levels[k].first, ch = levels[k].second;
+    const int next = base + cw * ch;
+    for (int y = 0; y < ch; ++y)
+      for (int x = 0; x < cw; ++x) parent[size_t(base + y * cw + x)] = next + (y / 2) * levels[k + 1].first + x / 2;
+    base = next;
+  }
+  return parent;
+}
 
 using Bytes = std::vector<uint8_t>;
 

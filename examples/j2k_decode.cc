@@ -19,6 +19,7 @@
 #include <cstring>
 #include <thread>
 
+#include "j2k_codestream.h"
 #include "rvtjp.h"
 
 namespace rvtj2k {
@@ -96,25 +97,9 @@ struct TagTree {
   void Init(int w, int h) {
     nodes.clear();
     if (w <= 0 || h <= 0) return;
-    std::vector<std::pair<int, int>> levels;
-    int lw = w, lh = h;
-    do {
-      levels.push_back({lw, lh});
-      lw = (lw + 1) / 2;
-      lh = (lh + 1) / 2;
-    } while (levels.back().first * levels.back().second > 1);
-    size_t total = 0;
-    for (auto& l : levels) total += size_t(l.first) * size_t(l.second);
-    nodes.resize(total);
-    int base = 0;
-    for (size_t k = 0; k + 1 < levels.size(); ++k) {
-      const int cw = levels[k].first, ch = levels[k].second;
-      const int next = base + cw * ch;
-      for (int y = 0; y < ch; ++y)
-        for (int x = 0; x < cw; ++x)
-          nodes[size_t(base + y * cw + x)].parent = next + (y / 2) * levels[k + 1].first + x / 2;
-      base = next;
-    }
+    const std::vector<int> parent = TagTreeParents(w, h);
+    nodes.resize(parent.size());
+    for (size_t n = 0; n < parent.size(); ++n) nodes[n].parent = parent[n];
   }
   // True when the leaf's value is below threshold (reading what that needs).
   bool Below(int leaf, int threshold, Bits& b) {

@@ -13,6 +13,20 @@
 
 namespace rvtjxr {
 
+// Quantizer step of an index, for the encoder and the decoder alike.
+// Scaled arithmetic (the usual case) keeps one more bit for lum and all HP
+// steps (shift 1) than for chroma DC/LP.
+inline int32_t StepOf(int index, int shift, bool scaled) {
+  if (index == 0) return 1;
+  if (!scaled) {
+    if (index < 32) return (index + 3) >> 2;
+    if (index < 48) return ((16 + (index & 15) + 1) >> 1) << ((index >> 4) - 2);
+    return (16 + (index & 15)) << ((index >> 4) - 3);
+  }
+  if (index < 16) return index << shift;
+  return (16 + (index & 15)) << ((index >> 4) - 1 + shift);
+}
+
 // A decoded image: interleaved samples, `channels` 1 (grey) or 3 (R, G, B),
 // `bits` 8 or 16.
 struct Picture {

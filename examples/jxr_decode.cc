@@ -49,19 +49,6 @@ struct Bits {
   void Align() { pos = (pos + 7) & ~size_t(7); }
 };
 
-// Quantizer step of an index.  Scaled arithmetic (the usual case) keeps
-// one more bit for lum and all HP steps (shift 1) than for chroma DC/LP.
-int32_t StepOf(int index, int shift, bool scaled) {
-  if (index == 0) return 1;
-  if (!scaled) {
-    if (index < 32) return (index + 3) >> 2;
-    if (index < 48) return ((16 + (index & 15) + 1) >> 1) << ((index >> 4) - 2);
-    return (16 + (index & 15)) << ((index >> 4) - 3);
-  }
-  if (index < 16) return index << shift;
-  return (16 + (index & 15)) << ((index >> 4) - 1 + shift);
-}
-
 // One set of quantizer indexes (per channel), as coded: a channel mode for
 // more than one channel (0 one index, 1 lum and chroma, 2 each), then the
 // indexes.

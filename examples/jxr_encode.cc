@@ -52,18 +52,6 @@ void PutVlw(BitWriter& b, uint64_t v) {
   }
 }
 
-// Quantizer step of an index (the decoder's table).
-int32_t StepOf(int index, int shift, bool scaled) {
-  if (index == 0) return 1;
-  if (!scaled) {
-    if (index < 32) return (index + 3) >> 2;
-    if (index < 48) return ((16 + (index & 15) + 1) >> 1) << ((index >> 4) - 2);
-    return (16 + (index & 15)) << ((index >> 4) - 3);
-  }
-  if (index < 16) return index << shift;
-  return (16 + (index & 15)) << ((index >> 4) - 1 + shift);
-}
-
 // Rounds magnitudes up from 5/8 of a step (a small dead zone: values
 // near a boundary cost more bits than their error is worth); DCs, whose
 // error spreads over the whole macroblock, to the nearest.
