@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "frame/dispatch.h"
-#include "../examples/jpeg_tables.h"
+#include "../examples/rvtjpeg/jpeg_tables.h"
 #include "jpeg/huffman_bits.h"
 
 namespace rvt::fuzz {

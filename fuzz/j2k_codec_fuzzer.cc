@@ -1,4 +1,4 @@
-// The example JPEG 2000 decoder (examples/j2k_decode.cc) on hostile files:
+// The example JPEG 2000 decoder (examples/rvtj2k/j2k_decode.cc) on hostile files:
 // main and tile-part headers, tile grids, precinct layouts, progression
 // changes, packet headers and code-block data.  It must return an image or
 // a reason, never read outside the input or crash.  The first byte picks
@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string>
 
-#include "../examples/j2k_decode.h"
+#include "../examples/rvtj2k/j2k_decode.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 1) return 0;

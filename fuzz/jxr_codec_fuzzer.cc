@@ -1,11 +1,11 @@
-// The example JPEG XR decoder (examples/jxr_*) on hostile files: container,
+// The example JPEG XR decoder (examples/rvtjxr/) on hostile files: container,
 // image and plane headers, index tables, tile packets and macroblocks.  It
 // must return an image or a reason, never read outside the input or crash.
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
-#include "../examples/jxr_codec.h"
+#include "../examples/rvtjxr/jxr_codec.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   rvtjxr::Picture pic;

@@ -19,6 +19,7 @@ packages=(
   grokj2k-tools
   libosmesa6-dev
   imagemagick
+  python3
 )
 if [ "${1:-}" = --list ]; then
   printf '%s\n' "${packages[@]}"

@@ -6,4 +6,4 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
-exec examples/main_job.sh "$@"
+exec examples/rvtjpeg/main_job.sh "$@"

@@ -1,4 +1,4 @@
-// rvtj2k's code-stream writer (examples/j2k_codestream.*): packet-header
+// rvtj2k's code-stream writer (examples/rvtj2k/j2k_codestream.*): packet-header
 // bits, tag trees and pass counts read back by a reader written here from
 // the code-stream rules, on random input.  The end-to-end checks against
 // OpenJPEG rarely produce a header ending in 0xFF or a tag tree revealed

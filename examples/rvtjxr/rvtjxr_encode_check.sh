@@ -6,7 +6,7 @@
 # size within 2% of JxrEncApp's at the same QP.  What the encoder does not
 # support (chroma subsampling, bad options) must fail with no file written.
 #
-#   examples/rvtjxr_encode_check.sh RVTJXR TESTDATA_DIR
+#   examples/rvtjxr/rvtjxr_encode_check.sh RVTJXR TESTDATA_DIR
 set -uo pipefail
 tool=$1
 data=$2

@@ -4,7 +4,7 @@
 # mirrored into 3840x2160) and the grey photos as they are: lossless and at
 # QP 30.  Times are wall-clock seconds, sizes bytes.
 #
-#   examples/rvtjxr_encode_bench.sh RVTJXR TESTDATA_DIR
+#   examples/rvtjxr/rvtjxr_encode_bench.sh RVTJXR TESTDATA_DIR
 set -euo pipefail
 tool=$1
 data=$2

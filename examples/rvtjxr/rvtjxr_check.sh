@@ -5,7 +5,7 @@
 # pixels JxrDecApp gives; what rvtjxr does not support yet must be refused,
 # never decoded wrongly.
 #
-#   examples/rvtjxr_check.sh RVTJXR TESTDATA_DIR
+#   examples/rvtjxr/rvtjxr_check.sh RVTJXR TESTDATA_DIR
 set -uo pipefail
 tool=$1
 data=$2

@@ -8,7 +8,7 @@
 # progressions and POC, SOP/EPH, tiles with image and tile offsets and
 # tile-parts, ROI, -layers and -reduce, threads.
 #
-#   examples/rvtj2k_check.sh RVTJ2K TESTDATA_DIR
+#   examples/rvtj2k/rvtj2k_check.sh RVTJ2K TESTDATA_DIR
 set -euo pipefail
 export LC_ALL=C
 tool=$1

@@ -6,7 +6,7 @@
 # code-block sizes, progression orders, SOP/EPH, tiles.  Unsupported requests must
 # fail without writing a file.
 #
-#   examples/rvtj2k_encode_check.sh RVTJ2K TESTDATA_DIR
+#   examples/rvtj2k/rvtj2k_encode_check.sh RVTJ2K TESTDATA_DIR
 set -euo pipefail
 tool=$1
 data=$2

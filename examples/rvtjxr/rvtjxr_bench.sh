@@ -5,7 +5,7 @@
 # once each, writing PPM; CPU seconds (user + system) and wall seconds are
 # printed with their ratio.  The pixels must match.
 #
-#   examples/rvtjxr_bench.sh RVTJXR TESTDATA_DIR
+#   examples/rvtjxr/rvtjxr_bench.sh RVTJXR TESTDATA_DIR
 set -euo pipefail
 tool=$1
 data=$2

@@ -4,7 +4,7 @@
 # scaled by ffmpeg) and a photo as it is, lossless and at opj_compress -r 20
 # -I; plus rvtj2k with 2 threads.  Wall-clock and user CPU seconds.
 #
-#   examples/rvtj2k_decode_bench.sh RVTJ2K TESTDATA_DIR
+#   examples/rvtj2k/rvtj2k_decode_bench.sh RVTJ2K TESTDATA_DIR
 set -euo pipefail
 tool=$1
 data=$2

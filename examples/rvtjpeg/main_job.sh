@@ -3,13 +3,13 @@
 # pixel and entropy work is done by the library, on a photo that ships in
 # testdata/, next to libjpeg-turbo; then the speed table on a 4K frame.
 #
-#   examples/main_job.sh [IMAGE]        (from the repository root)
+#   examples/rvtjpeg/main_job.sh [IMAGE]        (from the repository root)
 #
 # Builds what it needs into ./build (or $BUILD) first.  Needs the Debian
 # packages cmake, g++, libhwy-dev, libpng-dev, libturbojpeg0-dev,
 # libjpeg62-turbo-dev, googletest and libbenchmark-dev.
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 BUILD=${BUILD:-build}
 IMAGE=${1:-testdata/astronaut.png}
 OUT=${OUT:-out}

@@ -6,7 +6,7 @@
 # /usr/bin/time when installed: on a loaded machine they move far less than
 # wall-clock ones) beside wall-clock seconds.
 #
-#   examples/rvtj2k_encode_bench.sh RVTJ2K TESTDATA_DIR
+#   examples/rvtj2k/rvtj2k_encode_bench.sh RVTJ2K TESTDATA_DIR
 set -euo pipefail
 tool=$1
 data=$2
