@@ -118,6 +118,7 @@ int main(int argc, char** argv) {
       {"BC4", rvtiTextureEncodeBlock_BC4_8u_C1R, rvtiTextureDecodeBlock_BC4_8u_C1R, 1, 8, 1, squish::kBc4},
       {"BC5", rvtiTextureEncodeBlockFromRG_BC5_8u_C2C1R, rvtiTextureDecodeBlockToRG_BC5_8u_C1C2R, 2, 16, 2,
        squish::kBc5}};
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
   std::printf("%-16s %-5s %-22s %8s %9s\n", "image", "fmt", "coder", "PSNR dB", "Mpix/s");
   for (const char* name : {"coffee.png", "chelsea.png", "astronaut.png"}) {
     const rvt::test::Photo p = rvt::test::LoadPhoto(name, 3);

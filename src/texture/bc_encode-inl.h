@@ -80,10 +80,15 @@ inline void EncodeChannel(const uint8_t v[16], int quality, uint8_t* out) {
 
 // One tile per 128-bit block: the block's minimum or maximum in each of its
 // bytes, by four rotations within the block.
+alignas(16) static constexpr uint8_t kRotate[4][16] = {
+    {8, 9, 10, 11, 12, 13, 14, 15, 0, 1, 2, 3, 4, 5, 6, 7},
+    {4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 0, 1, 2, 3},
+    {2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 0, 1},
+    {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 0}};
+
 template <class D, class V, class Op>
 HWY_INLINE V BlockReduce(D d, V x, Op op) {
-  const auto iota = hn::Iota(d, 0);
-  for (int s = 8; s >= 1; s >>= 1) x = op(x, hn::TableLookupBytes(x, hn::And(hn::Add(iota, hn::Set(d, uint8_t(s))), hn::Set(d, 15))));
+  for (int s = 0; s < 4; ++s) x = op(x, hn::TableLookupBytes(x, hn::LoadDup128(d, kRotate[s])));
   return x;
 }
 
@@ -109,15 +114,22 @@ HWY_INLINE V PaletteOf(D d8, V e0, V e1, bool six) {
   return hn::TableLookupBytes(hn::BitCast(d8, pal), hn::LoadDup128(d8, kEven));
 }
 
-// The smallest distance of each value to its block's palette.
+// The smallest distance of each value to its block's palette, and the
+// lowest index at that distance.
 template <class D, class V>
-HWY_INLINE V NearestOf(D d8, V x, V pal) {
+HWY_INLINE V NearestOf(D d8, V x, V pal, V* idx) {
   auto dist = [&](int k) {
     const auto e = hn::TableLookupBytes(pal, hn::Set(d8, uint8_t(k)));
     return hn::Or(hn::SaturatedSub(x, e), hn::SaturatedSub(e, x));
   };
   auto m = dist(0);
-  for (int k = 1; k < 8; ++k) m = hn::Min(m, dist(k));
+  auto at = hn::Zero(d8);
+  for (int k = 1; k < 8; ++k) {
+    const auto dk = dist(k);
+    at = hn::IfThenElse(hn::Lt(dk, m), hn::Set(d8, uint8_t(k)), at);
+    m = hn::Min(m, dk);
+  }
+  *idx = at;
   return m;
 }
 
@@ -157,18 +169,13 @@ inline void EncodeChannelsQ0(const uint8_t* v, int count, uint8_t* out, size_t s
     // interpolant palette gives the same block).  Second (lo_in, hi_in) when
     // there are values inside 1..254: kept when strictly better.
     const auto pal_a = PaletteOf(d8, hi, lo, true), pal_b = PaletteOf(d8, lo_in, hi_in, false);
-    const auto m_a = NearestOf(d8, x, pal_a), m_b = NearestOf(d8, x, pal_b);
+    hn::Vec<decltype(d8)> idx_a, idx_b;
+    const auto m_a = NearestOf(d8, x, pal_a, &idx_a), m_b = NearestOf(d8, x, pal_b, &idx_b);
     const auto has_b = hn::BitCast(d32, hn::VecFromMask(d8, hn::Eq(hn::Min(lo_in, hi_in), lo_in)));
     const auto take_b32 = hn::And(has_b, hn::VecFromMask(d32, hn::Lt(BlockSquares(d8, m_b), BlockSquares(d8, m_a))));
     const auto take_b = hn::MaskFromVec(hn::BitCast(d8, take_b32));
-    const auto pal = hn::IfThenElse(take_b, pal_b, pal_a), m = hn::IfThenElse(take_b, m_b, m_a);
+    const auto idx = hn::IfThenElse(take_b, idx_b, idx_a);
     const auto e0 = hn::IfThenElse(take_b, lo_in, hi), e1 = hn::IfThenElse(take_b, hi_in, lo);
-    // Each value takes the lowest index at its smallest distance.
-    auto idx = hn::Zero(d8);
-    for (int k = 7; k >= 0; --k) {
-      const auto e = hn::TableLookupBytes(pal, hn::Set(d8, uint8_t(k)));
-      idx = hn::IfThenElse(hn::Eq(hn::Or(hn::SaturatedSub(x, e), hn::SaturatedSub(e, x)), m), hn::Set(d8, uint8_t(k)), idx);
-    }
     // 3-bit indices packed: pairs to 6 bits, to 12, to 24 per 64-bit lane.
     const auto w16 = hn::BitCast(d16, idx);
     const auto p6 = hn::Or(hn::And(w16, hn::Set(d16, 7)), hn::And(hn::ShiftRight<5>(w16), hn::Set(d16, 0x38)));
@@ -183,19 +190,20 @@ inline void EncodeChannelsQ0(const uint8_t* v, int count, uint8_t* out, size_t s
     hn::Store(e1, d8, b);
     for (int g = 0; g < per && g0 + g < count; ++g) {
       const uint64_t word = uint64_t(a[16 * g]) | uint64_t(b[16 * g]) << 8 | bits[2 * g] << 16 | bits[2 * g + 1] << 40;
-      uint8_t* o = out + size_t(g0 + g) * stride;
+      uint8_t o[8];
       for (int i = 0; i < 8; ++i) o[i] = uint8_t(word >> (8 * i));
+      std::memcpy(out + size_t(g0 + g) * stride, o, 8);
     }
   }
 }
 
-// The region walk of quality 0: four tiles of a row of blocks gathered,
-// then encoded side by side; other qualities tile by tile.
+// The region walk of quality 0: up to sixteen tiles of a row of blocks
+// gathered, then encoded side by side; other qualities tile by tile.
 template <int kChannels>
 RvtResult ChannelsFast(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, int quality) {
   if (quality != 0) return Channels<kChannels, EncodeChannel>(src, step, dst, roi, quality);
   RVT_CHECK(Check(src, step, dst, roi, quality));
-  constexpr int kBatch = 4;
+  constexpr int kBatch = 16;
   alignas(64) uint8_t buf[kChannels][16 * kBatch] = {};
   const int64_t tiles = (int64_t(roi.width) + 3) / 4;
   for (int64_t y = 0; y < roi.height; y += 4) {
@@ -206,9 +214,20 @@ RvtResult ChannelsFast(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize
         if (x + 4 <= roi.width && y + 4 <= roi.height) {
           const uint8_t* at = src + ptrdiff_t(y) * step + x * kChannels;
           for (int r = 0; r < 4; ++r, at += step) {
-            for (int k = 0; k < 4; ++k) {
-              for (int c = 0; c < kChannels; ++c) buf[c][16 * g + 4 * r + k] = at[k * kChannels + c];
+            if (kChannels == 1) {
+              std::memcpy(buf[0] + 16 * g + 4 * r, at, 4);
+              continue;
             }
+            // Two rows of red-green pairs split by one byte shuffle.
+            if (r & 1) continue;
+            const hn::Full128<uint8_t> d;
+            alignas(16) static constexpr uint8_t kSplit[16] = {0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15};
+            alignas(16) uint8_t two[16];
+            std::memcpy(two, at, 8);
+            std::memcpy(two + 8, at + step, 8);
+            hn::Store(hn::TableLookupBytes(hn::Load(d, two), hn::Load(d, kSplit)), d, two);
+            std::memcpy(buf[0] + 16 * g + 4 * r, two, 8);
+            std::memcpy(buf[1] + 16 * g + 4 * r, two + 8, 8);
           }
         } else {
           for (int c = 0; c < kChannels; ++c) Gather(src, step, roi, x, y, kChannels, c, buf[c] + 16 * g);

@@ -114,8 +114,8 @@ inline void NormalOf(const Tile& t, const int32_t w0[16], const int32_t w1[16], 
   m->bx[0] = Total(d, b0), m->bx[1] = Total(d, b1), m->bx[2] = Total(d, b2);
 }
 
-// The splits' scores side by side: the prefix sums gathered per lane, the
-// same whole-number and float steps as SplitScore, lane by lane; each lane
+// The splits' scores side by side: the same whole-number and float steps as
+// SplitScore, lane by lane; each lane
 // keeps its first lowest score, then the lowest score of all and, among
 // its lanes, the first split.
 inline int BestSplit(const Order& o, bool three, const SplitList& l) {
@@ -145,17 +145,10 @@ inline int BestSplit(const Order& o, bool three, const SplitList& l) {
     const auto inv = hn::Div(hn::Set(df, float(scale)), hn::ConvertTo(df, hn::IfThenElse(singular, hn::Set(d, 1), det)));
     auto e = hn::Zero(d);
     for (int c = 0; c < 3; ++c) {
-      const int* pre = o.pre[c];
-      const auto pi = hn::GatherIndex(d, pre, vi), pj = hn::GatherIndex(d, pre, vj), pk = hn::GatherIndex(d, pre, vk);
-      const auto r0 = pi, r1 = hn::Sub(pj, pi), r2 = hn::Sub(pk, pj), r3 = hn::Sub(hn::Set(d, pre[n]), pk);
-      hn::Vec<decltype(d)> ax, bx;
-      if (three) {
-        ax = hn::Add(hn::Add(r0, r0), r1);
-        bx = hn::Add(r1, hn::Add(r3, r3));
-      } else {
-        ax = hn::Add(hn::Add(hn::Mul(hn::Set(d, 3), r0), hn::Add(r1, r1)), r2);
-        bx = hn::Add(hn::Add(r1, hn::Add(r2, r2)), hn::Mul(hn::Set(d, 3), r3));
-      }
+      // A's weights with the pixels from the list; B's are the rest of
+      // scale times the channel's total.
+      const auto ax = hn::Load(d, l.ax[c] + s);
+      const auto bx = hn::Sub(hn::Set(d, scale * o.pre[c][n]), ax);
       const int top = c == 1 ? 63 : 31;
       const auto unit = hn::Set(df, float(top) / 255.0f), half = hn::Set(df, 0.5f);
       const auto na = hn::Sub(hn::Mul(bb, ax), hn::Mul(ab, bx)), nb = hn::Sub(hn::Mul(aa, bx), hn::Mul(ab, ax));

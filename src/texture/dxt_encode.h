@@ -163,6 +163,9 @@ struct Order {
 struct SplitList {
   int count = 0;
   alignas(64) int32_t i[128], j[128], k[128];
+  // Per channel, the sum of the prefixes at the run ends (i, j and k; three
+  // colours i and j): the A weights' sum with the pixels, in thirds (halves).
+  alignas(64) int32_t ax[3][128];
 };
 
 // A split's least squares endpoints rounded to 5:6:5 (ea for the A end),
