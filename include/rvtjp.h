@@ -1541,15 +1541,18 @@ RvtResult rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1(
  * this library decodes it (interpolants truncated), each pixel taking its
  * nearest entry.  Quality 0: endpoints at the extremes of the pixels'
  * projections on their principal axis.  Quality 1 (the default to use):
- * also up to two least-squares refinements of the endpoints for the indices
- * found, the best pair for a tile of one colour, and (DXT1) the
- * three-colour form tried beside the four-colour one.  Quality 2: up to
- * eight refinements; then every split of the pixels, in the order of their
- * projections, into runs on the palette's entries (each split's
- * least-squares endpoints rounded to 5:6:5 and scored exactly by the error
- * of that assignment), the best replacing the refined pair when it does
- * better; then each endpoint component moved by one step while the error
- * drops. */
+ * also the best pair for a tile of one colour; otherwise up to two fits of
+ * the endpoints on the 5:6:5 grid for the indices found (per channel, of
+ * the grid points around the least-squares solution, the pair of least
+ * error), then up to two rounds of the best split of the pixels, in the
+ * order of their projections, into runs on the palette's entries, among the
+ * splits whose run ends lie within two places of the current indices'
+ * (each split's least-squares endpoints rounded to 5:6:5 and scored exactly
+ * by the error of that assignment).  Quality 2: up to eight least-squares
+ * refinements; then every such split, the best replacing the refined pair
+ * when it does better; then each endpoint component moved by one step while
+ * the error drops; and (DXT1) the three-colour form tried beside the
+ * four-colour one. */
 /* DXT1: pixels whose alpha is below 128 are transparent; a tile holding any
  * takes the three-colour form with index 3 on them (transparent black to
  * the usual decoders; rvtiTextureDecodeBlockToRGBA_DXT1_8u_C1C4R reads that

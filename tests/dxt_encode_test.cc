@@ -128,11 +128,51 @@ TEST(DxtEncode, Dxt1AlphaCutOff) {
   EXPECT_EQ(Bytes(blk, blk + 8), Bytes({0, 0, 0, 0, 255, 255, 255, 255}));
 }
 
+// Quality 1 starts from quality 0's endpoints and keeps a candidate only
+// when it lowers the error, so no tile may come out worse; on tiles of every
+// kind the tests' pictures hold, its total stays within a few percent of
+// quality 2's (the split search near the current indices finds most of
+// what the whole search finds).
+TEST(DxtEncode, Quality1NeverWorseThanQuality0PerTile) {
+  test::Rng rng(21);
+  for (int kind = 0; kind < 6; ++kind) {
+    const int w = 64, h = 64;
+    Bytes img(size_t(w) * h * 4);
+    for (int y = 0; y < h; ++y) {
+      for (int x = 0; x < w; ++x) {
+        for (int c = 0; c < 4; ++c) img[(size_t(y) * w + x) * 4 + c] = c == 3 ? 255 : test::EncodeSample(rng, kind, x, y, c);
+      }
+    }
+    for (const Format& f : kFormats) {
+      int64_t total[3] = {};
+      std::vector<int> err[3];
+      for (int q = 0; q <= 2; ++q) {
+        Bytes blocks(size_t(w / 4) * (h / 4) * f.block), out(img.size());
+        ASSERT_EQ(f.encode(img.data(), 4 * w, blocks.data(), {w, h}, q), rvtStatusOk);
+        ASSERT_EQ(f.decode(blocks.data(), out.data(), 4 * w, {w, h}), rvtStatusOk);
+        for (int ty = 0; ty < h; ty += 4) {
+          for (int tx = 0; tx < w; tx += 4) {
+            int e = 0;
+            for (int i = 0; i < 16; ++i) {
+              const size_t at = (size_t(ty + i / 4) * w + tx + i % 4) * 4;
+              for (int c = 0; c < 3; ++c) e += (out[at + c] - img[at + c]) * (out[at + c] - img[at + c]);
+            }
+            err[q].push_back(e);
+            total[q] += e;
+          }
+        }
+      }
+      for (size_t t = 0; t < err[0].size(); ++t) ASSERT_LE(err[1][t], err[0][t]) << f.name << " kind " << kind << " tile " << t;
+      EXPECT_LE(double(total[1]), 1.05 * double(total[2]) + 64) << f.name << " kind " << kind;
+    }
+  }
+}
+
 // The photos (RGB, alpha from a gradient) and their 256x256 crops: PSNR of
 // ours per quality and of libsquish's range and cluster fits, all decoded
 // by our decoders, and Mpix/s, in one run.  Quality 1 must pass the range
-// fit and stay within the margin measured of cluster fit; quality 2 must
-// pass cluster fit.
+// fit and come within 0.1 dB of cluster fit; quality 2 must pass cluster
+// fit.
 TEST(DxtEncode, PhotosAgainstLibsquish) {
   std::printf("[ encode   ] %-18s %-6s %-10s %9s %9s %9s\n", "photo", "format", "coder", "RGB dB", "A dB", "Mpix/s");
   for (const char* name : {"coffee.png", "chelsea.png", "astronaut.png"}) {
@@ -177,9 +217,10 @@ TEST(DxtEncode, PhotosAgainstLibsquish) {
           std::printf("[ encode   ] %-18s %-6s %-10s %9.2f %9.2f %9.2f\n", label.c_str(), f.name,
                       fit ? "sq-cluster" : "sq-range", theirs[fit], Psnr(out, ref, 3, 4), mps);
         }
-        // Measured: q1 0.29-0.48 dB under cluster fit, q2 0.05-0.11 dB over.
+        // Measured: q1 0.06 dB under to 0.02 over cluster fit, q2 0.05-0.11
+        // dB over.
         EXPECT_GE(ours[1], theirs[0]) << label << f.name;
-        EXPECT_GE(ours[1], theirs[1] - 0.5) << label << f.name;
+        EXPECT_GE(ours[1], theirs[1] - 0.1) << label << f.name;
         EXPECT_GE(ours[2], theirs[1]) << label << f.name;
       }
     }

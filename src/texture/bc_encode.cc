@@ -12,10 +12,10 @@ HWY_BEFORE_NAMESPACE();
 namespace rvt::bc_encode::HWY_NAMESPACE {
 
 RvtResult Bc4Entry(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
-  return Channels<1, EncodeChannel>(s, step, d, roi, q);
+  return ChannelsFast<1>(s, step, d, roi, q);
 }
 RvtResult Bc5Entry(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
-  return Channels<2, EncodeChannel>(s, step, d, roi, q);
+  return ChannelsFast<2>(s, step, d, roi, q);
 }
 
 }  // namespace rvt::bc_encode::HWY_NAMESPACE

@@ -114,10 +114,72 @@ inline void NormalOf(const Tile& t, const int32_t w0[16], const int32_t w1[16], 
   m->bx[0] = Total(d, b0), m->bx[1] = Total(d, b1), m->bx[2] = Total(d, b2);
 }
 
+// The splits' scores side by side: the same whole-number and float steps as
+// SplitScore, lane by lane; each lane
+// keeps its first lowest score, then the lowest score of all and, among
+// its lanes, the first split.
+inline int BestSplit(const Order& o, bool three, const SplitList& l) {
+  const hn::CappedTag<int32_t, 16> d;
+  const hn::RebindToFloat<decltype(d)> df;
+  const size_t N = hn::Lanes(d);
+  const int n = o.n, scale = three ? 2 : 3;
+  const auto vn = hn::Set(d, n);
+  const auto big = hn::Set(d, INT32_MAX);
+  auto best = big, at = hn::Set(d, -1);
+  const auto lane = hn::Iota(d, 0);
+  for (int s = 0; s < l.count; s += int(N)) {
+    const auto vi = hn::Load(d, l.i + s), vj = hn::Load(d, l.j + s), vk = hn::Load(d, l.k + s);
+    const auto c0 = vi, c1 = hn::Sub(vj, vi), c2 = hn::Sub(vk, vj), c3 = hn::Sub(vn, vk);
+    hn::Vec<decltype(d)> aa, ab, bb;
+    if (three) {
+      aa = hn::Add(hn::Mul(hn::Set(d, 4), c0), c1);
+      ab = c1;
+      bb = hn::Add(c1, hn::Mul(hn::Set(d, 4), c3));
+    } else {
+      aa = hn::Add(hn::Add(hn::Mul(hn::Set(d, 9), c0), hn::Mul(hn::Set(d, 4), c1)), c2);
+      ab = hn::Mul(hn::Set(d, 2), hn::Add(c1, c2));
+      bb = hn::Add(hn::Add(c1, hn::Mul(hn::Set(d, 4), c2)), hn::Mul(hn::Set(d, 9), c3));
+    }
+    const auto det = hn::Sub(hn::Mul(aa, bb), hn::Mul(ab, ab));
+    const auto singular = hn::Eq(det, hn::Zero(d));
+    const auto inv = hn::Div(hn::Set(df, float(scale)), hn::ConvertTo(df, hn::IfThenElse(singular, hn::Set(d, 1), det)));
+    auto e = hn::Zero(d);
+    for (int c = 0; c < 3; ++c) {
+      // A's weights with the pixels from the list; B's are the rest of
+      // scale times the channel's total.
+      const auto ax = hn::Load(d, l.ax[c] + s);
+      const auto bx = hn::Sub(hn::Set(d, scale * o.pre[c][n]), ax);
+      const int top = c == 1 ? 63 : 31;
+      const auto unit = hn::Set(df, float(top) / 255.0f), half = hn::Set(df, 0.5f);
+      const auto na = hn::Sub(hn::Mul(bb, ax), hn::Mul(ab, bx)), nb = hn::Sub(hn::Mul(aa, bx), hn::Mul(ab, ax));
+      auto x = hn::ConvertTo(d, hn::Add(hn::Mul(hn::Mul(hn::ConvertTo(df, na), inv), unit), half));
+      auto y = hn::ConvertTo(d, hn::Add(hn::Mul(hn::Mul(hn::ConvertTo(df, nb), inv), unit), half));
+      x = hn::Min(hn::Max(x, hn::Zero(d)), hn::Set(d, top));
+      y = hn::Min(hn::Max(y, hn::Zero(d)), hn::Set(d, top));
+      const int up = c == 1 ? 2 : 3, down = c == 1 ? 4 : 2;
+      const auto a = hn::Or(hn::ShiftLeftSame(x, up), hn::ShiftRightSame(x, down));
+      const auto b = hn::Or(hn::ShiftLeftSame(y, up), hn::ShiftRightSame(y, down));
+      const auto quad = hn::Add(hn::Add(hn::Mul(hn::Mul(a, a), aa), hn::Mul(hn::Mul(hn::Add(a, a), b), ab)),
+                                hn::Mul(hn::Mul(b, b), bb));
+      const auto lin = hn::Mul(hn::Set(d, 2 * scale), hn::Add(hn::Mul(a, ax), hn::Mul(b, bx)));
+      e = hn::Add(e, hn::Sub(quad, lin));
+    }
+    const auto live = hn::Lt(hn::Add(lane, hn::Set(d, s)), hn::Set(d, l.count));
+    e = hn::IfThenElse(hn::AndNot(singular, live), e, big);
+    const auto lower = hn::Lt(e, best);
+    best = hn::IfThenElse(lower, e, best);
+    at = hn::IfThenElse(lower, hn::Add(lane, hn::Set(d, s)), at);
+  }
+  const auto low = hn::MinOfLanes(d, best);
+  if (hn::GetLane(low) == INT32_MAX) return -1;
+  return hn::GetLane(hn::MinOfLanes(d, hn::IfThenElse(hn::Eq(best, low), at, big)));
+}
+
 struct Kernels {
   static constexpr EvalFn kEval = Eval;
   static constexpr MomentsFn kMoments = MomentsOf;
   static constexpr NormalFn kNormal = NormalOf;
+  static constexpr SplitFn kSplit = BestSplit;
   static constexpr bc_encode::ChannelFn kChannel = bc_encode::HWY_NAMESPACE::EncodeChannel;
 };
 

@@ -41,6 +41,55 @@ bool Refit(const Tile& t, const Part& p, bool three_form, float A[3], float B[3]
   return true;
 }
 
+// The 5:6:5 endpoints that best fit the indices of `p`: per channel, of
+// the grid points around the least squares solution (each end rounded down
+// and up), the pair of the lowest squared error for those weights, in whole
+// numbers (the first on a tie).  False when the system is singular.
+template <NormalFn kNormal>
+bool GridFit(const Tile& t, const Part& p, bool three_form, uint16_t* ea, uint16_t* eb) {
+  const uint16_t c0 = uint16_t(p.b[0] | p.b[1] << 8), c1 = uint16_t(p.b[2] | p.b[3] << 8);
+  const bool three = three_form && c0 <= c1;
+  const int scale = three ? 2 : 3;
+  const int w_four[4] = {3, 0, 2, 1}, w_three[4] = {2, 0, 1, 0};
+  const int* w = three ? w_three : w_four;
+  const uint32_t idx = uint32_t(p.b[4] | p.b[5] << 8 | p.b[6] << 16 | uint32_t(p.b[7]) << 24);
+  alignas(64) int32_t w0[16], w1[16];
+  for (int i = 0; i < 16; ++i) {
+    const bool clear = t.transparent >> i & 1;
+    w0[i] = clear ? 0 : w[idx >> (2 * i) & 3];
+    w1[i] = clear ? 0 : scale - w0[i];
+  }
+  Normal m;
+  kNormal(t, w0, w1, &m);
+  const int det = m.aa * m.bb - m.ab * m.ab;
+  if (det == 0) return false;
+  int qa[3], qb[3];
+  for (int c = 0; c < 3; ++c) {
+    const int top = c == 1 ? 63 : 31;
+    const float inv = float(scale) / float(det) * (float(top) / 255.0f);
+    const float fa = float(m.bb * m.ax[c] - m.ab * m.bx[c]) * inv;
+    const float fb = float(m.aa * m.bx[c] - m.ab * m.ax[c]) * inv;
+    // Rounded down, kept inside [-1, top]: the pair's points are that and
+    // the one above, those inside the grid tried.
+    const int a0 = fa < 0 ? -1 : fa >= float(top) ? top : int(fa);
+    const int b0 = fb < 0 ? -1 : fb >= float(top) ? top : int(fb);
+    int best = INT32_MAX;
+    qa[c] = a0 < 0 ? 0 : a0, qb[c] = b0 < 0 ? 0 : b0;
+    for (int x = a0; x <= a0 + 1; ++x) {
+      for (int y = b0; y <= b0 + 1; ++y) {
+        if (x < 0 || x > top || y < 0 || y > top) continue;
+        const int a = c == 1 ? (x << 2 | x >> 4) : (x << 3 | x >> 2);
+        const int b = c == 1 ? (y << 2 | y >> 4) : (y << 3 | y >> 2);
+        const int e = a * a * m.aa + 2 * a * b * m.ab + b * b * m.bb - 2 * scale * (a * m.ax[c] + b * m.bx[c]);
+        if (e < best) best = e, qa[c] = x, qb[c] = y;
+      }
+    }
+  }
+  *ea = uint16_t(qa[0] << 11 | qa[1] << 5 | qa[2]);
+  *eb = uint16_t(qb[0] << 11 | qb[1] << 5 | qb[2]);
+  return true;
+}
+
 template <MomentsFn kMoments>
 Start StartOf(const Tile& t) {
   Start s;
@@ -90,14 +139,7 @@ Start StartOf(const Tile& t) {
   return s;
 }
 
-// The endpoints of the best split of the opaque pixels, taken in the order
-// of their offsets along the axis (the lower index first on a tie), into
-// consecutive runs on the form's entries from A to B.  Each split's least
-// squares endpoints are rounded to 5:6:5 and scored exactly, in whole
-// numbers, by the squared error that assignment leaves (less the pixels'
-// own squares, times 9 or 4); the first split of the lowest score wins.
-// False when every split is singular.
-inline bool ClusterOf(const Tile& t, const Start& s, bool three, uint16_t* ea, uint16_t* eb) {
+inline void OrderOf(const Tile& t, const Start& s, Order* o) {
   int ord[16], n = 0;
   for (int i = 0; i < 16; ++i) {
     if (t.transparent >> i & 1) continue;
@@ -105,11 +147,23 @@ inline bool ClusterOf(const Tile& t, const Start& s, bool three, uint16_t* ea, u
     while (k > 0 && s.proj[ord[k - 1]] > s.proj[i]) ord[k] = ord[k - 1], --k;
     ord[k] = i;
   }
-  alignas(64) int pre[3][17];  // channel sums of the first m pixels in order
+  o->n = n;
   for (int c = 0; c < 3; ++c) {
-    pre[c][0] = 0;
-    for (int m = 0; m < n; ++m) pre[c][m + 1] = pre[c][m] + t.ch[c][ord[m]];
+    o->pre[c][0] = 0;
+    for (int m = 0; m < n; ++m) o->pre[c][m + 1] = o->pre[c][m] + t.ch[c][ord[m]];
   }
+}
+
+// The endpoints of the best split of the ordered pixels into consecutive
+// runs on the form's entries from A to B, over the splits whose run ends
+// (i, j, k below) lie in [lo[0], hi[0]], [lo[1], hi[1]], [lo[2], hi[2]].
+// Each split's least squares endpoints are rounded to 5:6:5 and scored
+// exactly, in whole numbers, by the squared error that assignment leaves
+// (less the pixels' own squares, times 9 or 4); the first split of the
+// lowest score wins.  False when every split is singular.
+inline bool ClusterOf(const Order& o, bool three, const int lo[3], const int hi[3], uint16_t* ea, uint16_t* eb) {
+  const int n = o.n;
+  const auto& pre = o.pre;
   const int scale = three ? 2 : 3;
   int best = INT32_MAX;
   // Runs: [0, i) on A; [i, j) two parts A to one of B (three colours: the
@@ -117,13 +171,15 @@ inline bool ClusterOf(const Tile& t, const Start& s, bool three, uint16_t* ea, u
   // splits of one (i, j) are scored side by side, then taken in order.
   alignas(64) int score[17];
   alignas(64) uint16_t qa[17], qb[17];
-  for (int i = 0; i <= n; ++i) {
-    for (int j = i; j <= n; ++j) {
+  const int i_hi = hi[0] < n ? hi[0] : n, j_hi = hi[1] < n ? hi[1] : n, k_hi = hi[2] < n ? hi[2] : n;
+  for (int i = lo[0] > 0 ? lo[0] : 0; i <= i_hi; ++i) {
+    for (int j = lo[1] > i ? lo[1] : i; j <= j_hi; ++j) {
       const int* P[3] = {pre[0] + j, pre[1] + j, pre[2] + j};
       const int pi[3] = {pre[0][i], pre[1][i], pre[2][i]}, pj[3] = {pre[0][j], pre[1][j], pre[2][j]};
       const int pn[3] = {pre[0][n], pre[1][n], pre[2][n]};
-      const int width = three ? 1 : n - j + 1;
-      for (int kk = 0; kk < width; ++kk) {
+      // k = j + kk: three colours have no run [j, k).
+      const int k0 = three || lo[2] <= j ? 0 : lo[2] - j, width = three ? 1 : k_hi - j + 1;
+      for (int kk = k0; kk < width; ++kk) {
         const int c0 = i, c1 = j - i, c2 = kk, c3 = n - j - kk;
         const int aa = three ? 4 * c0 + c1 : 9 * c0 + 4 * c1 + c2;
         const int ab = three ? c1 : 2 * (c1 + c2);
@@ -150,7 +206,7 @@ inline bool ClusterOf(const Tile& t, const Start& s, bool three, uint16_t* ea, u
         qa[kk] = uint16_t(ra[0] << 11 | ra[1] << 5 | ra[2]);
         qb[kk] = uint16_t(rb[0] << 11 | rb[1] << 5 | rb[2]);
       }
-      for (int kk = 0; kk < width; ++kk) {
+      for (int kk = k0; kk < width; ++kk) {
         if (score[kk] < best) best = score[kk], *ea = qa[kk], *eb = qb[kk];
       }
     }
@@ -159,13 +215,18 @@ inline bool ClusterOf(const Tile& t, const Start& s, bool three, uint16_t* ea, u
 }
 
 // The colour part of a tile in one form.  Every quality: the start's
-// endpoints.  Quality 1: a tile of one colour takes the best pair for it;
-// otherwise up to two least squares refinements of the endpoints for the
-// indices found.  Quality 2: up to eight refinements; the best split along
-// the axis replaces them when it does better; then each of the six
+// endpoints.  From quality 1 a tile of one colour takes the best pair for
+// it.  Quality 1 otherwise: up to two grid fits for the indices found, then
+// up to two rounds of the best split along the axis among those whose run
+// ends lie within kWindow of the current indices' (the splits near the
+// answer are where cluster fitting gains; the whole set costs a hundred
+// times more).  Quality 2: up to eight least squares refinements; the best
+// of every split replaces them when it does better; then each of the six
 // endpoint components moved by one while the error drops.
 
-template <EvalFn kEval, NormalFn kNormal>
+constexpr int kWindow = 2, kWindowRounds = 2;
+
+template <EvalFn kEval, NormalFn kNormal, SplitFn kSplit>
 Part FitForm(const Tile& t, const Start& s, bool dxt1, bool three, int quality) {
   if (s.n == 0) return kEval(t, 0, 0, dxt1, true);
   Part best;
@@ -184,7 +245,69 @@ Part FitForm(const Tile& t, const Start& s, bool dxt1, bool three, int quality) 
   float A[3], B[3];
   for (int c = 0; c < 3; ++c) A[c] = s.A[c], B[c] = s.B[c];
   best = kEval(t, Pack565(A), Pack565(B), dxt1, three);
-  const int rounds = quality == 0 ? 0 : quality == 1 ? 2 : 8;
+  if (quality == 1) {
+    for (int r = 0; r < 2 && best.err > 0; ++r) {
+      uint16_t ca, cb;
+      if (!(GridFit<kNormal>)(t, best, dxt1, &ca, &cb)) break;
+      const Part p = kEval(t, ca, cb, dxt1, three);
+      if (p.err >= best.err) break;
+      best = p;
+    }
+    if (best.err == 0) return best;
+    Order o;
+    (OrderOf)(t, s, &o);
+    for (int r = 0; r < kWindowRounds; ++r) {
+      // The run ends of the current indices along the axis, entry by entry
+      // from the end of the lower offsets.
+      const uint16_t c0 = uint16_t(best.b[0] | best.b[1] << 8), c1 = uint16_t(best.b[2] | best.b[3] << 8);
+      const uint32_t idx = uint32_t(best.b[4] | best.b[5] << 8 | best.b[6] << 16 | uint32_t(best.b[7]) << 24);
+      int count[4] = {};
+      for (int i = 0; i < 16; ++i) {
+        if (!(t.transparent >> i & 1)) ++count[idx >> (2 * i) & 3];
+      }
+      float e0[3], e1[3];
+      Expand(c0, e0);
+      Expand(c1, e1);
+      float dir = 0;
+      for (int c = 0; c < 3; ++c) dir += (e0[c] - e1[c]) * (s.A[c] - s.B[c]);
+      const bool low0 = dir < 0;  // entry 0 at the lower offsets
+      int run[3];
+      if (dxt1 && c0 <= c1) {
+        run[0] = count[low0 ? 0 : 1], run[1] = run[0] + count[2], run[2] = run[1];
+      } else {
+        run[0] = count[low0 ? 0 : 1];
+        run[1] = run[0] + count[low0 ? 2 : 3];
+        run[2] = run[1] + count[low0 ? 3 : 2];
+      }
+      SplitList l;
+      l.count = 0;
+      const int n = o.n;
+      for (int i = run[0] - kWindow; i <= run[0] + kWindow; ++i) {
+        for (int j = run[1] - kWindow; j <= run[1] + kWindow; ++j) {
+          for (int k = three ? j : run[2] - kWindow; k <= (three ? j : run[2] + kWindow); ++k) {
+            if (i < 0 || i > j || j > k || k > n) continue;
+            l.i[l.count] = i, l.j[l.count] = j, l.k[l.count] = k;
+            for (int c = 0; c < 3; ++c) l.ax[c][l.count] = o.pre[c][i] + o.pre[c][j] + (three ? 0 : o.pre[c][k]);
+            ++l.count;
+          }
+        }
+      }
+      for (int p = l.count; p < 128 && (p & 15); ++p) {  // whole vectors
+        l.i[p] = l.j[p] = l.k[p] = 0;
+        for (int c = 0; c < 3; ++c) l.ax[c][p] = 0;
+      }
+      const int at = kSplit(o, three, l);
+      if (at < 0) break;
+      uint16_t ca, cb;
+      SplitScore(o, three, l.i[at], l.j[at], l.k[at], &ca, &cb);
+      const Part p = kEval(t, ca, cb, dxt1, three);
+      if (p.err >= best.err) break;
+      best = p;
+      if (best.err == 0) break;
+    }
+    return best;
+  }
+  const int rounds = quality == 0 ? 0 : 8;
   for (int r = 0; r < rounds && best.err > 0; ++r) {
     if (!(Refit<kNormal>)(t, best, dxt1, A, B)) break;
     const Part p = kEval(t, Pack565(A), Pack565(B), dxt1, three);
@@ -193,7 +316,10 @@ Part FitForm(const Tile& t, const Start& s, bool dxt1, bool three, int quality) 
   }
   if (quality >= 2) {
     uint16_t ca, cb;
-    if ((ClusterOf)(t, s, three, &ca, &cb)) {
+    Order o;
+    (OrderOf)(t, s, &o);
+    const int lo[3] = {0, 0, 0}, hi[3] = {16, 16, 16};
+    if ((ClusterOf)(o, three, lo, hi, &ca, &cb)) {
       const Part p = kEval(t, ca, cb, dxt1, three);
       if (p.err < best.err) best = p;
     }
@@ -219,14 +345,14 @@ Part FitForm(const Tile& t, const Start& s, bool dxt1, bool three, int quality) 
 }
 
 // The colour part of a tile: DXT1 tiles with transparent pixels take the
-// three-colour form; opaque DXT1 tiles from quality 1 also try it (indices
-// 0 to 2 only) and keep it when its error is lower.
+// three-colour form; opaque DXT1 tiles at quality 2 also try it (indices 0
+// to 2 only) and keep it when its error is lower.
 template <class K>
 void EncodeColour(const Tile& t, bool dxt1, int quality, uint8_t* out) {
   const Start s = (StartOf<K::kMoments>)(t);
-  Part best = (FitForm<K::kEval, K::kNormal>)(t, s, dxt1, dxt1 && t.transparent != 0, quality);
-  if (dxt1 && t.transparent == 0 && quality >= 1 && best.err > 0) {
-    const Part p = (FitForm<K::kEval, K::kNormal>)(t, s, true, true, quality);
+  Part best = (FitForm<K::kEval, K::kNormal, K::kSplit>)(t, s, dxt1, dxt1 && t.transparent != 0, quality);
+  if (dxt1 && t.transparent == 0 && quality >= 2 && best.err > 0) {
+    const Part p = (FitForm<K::kEval, K::kNormal, K::kSplit>)(t, s, true, true, quality);
     if (p.err < best.err) best = p;
   }
   std::memcpy(out, best.b, 8);

@@ -150,6 +150,72 @@ inline void SingleChannel(int v, int bits, bool three, int* e0, int* e1) {
   *e0 = p >> 8, *e1 = p & 255;
 }
 
+// The opaque pixels in the order of their offsets along the axis (the
+// lower index first on a tie) and the channel sums of the first m of them.
+struct Order {
+  int n = 0;
+  alignas(64) int pre[3][17];
+};
+
+// Splits of the ordered pixels into consecutive runs on the form's entries
+// from A to B: [0, i) on A; [i, j) two parts A to one of B (three colours:
+// the mean); [j, k) one to two (three colours: none, k = j); [k, n) on B.
+struct SplitList {
+  int count = 0;
+  alignas(64) int32_t i[128], j[128], k[128];
+  // Per channel, the sum of the prefixes at the run ends (i, j and k; three
+  // colours i and j): the A weights' sum with the pixels, in thirds (halves).
+  alignas(64) int32_t ax[3][128];
+};
+
+// A split's least squares endpoints rounded to 5:6:5 (ea for the A end),
+// and the squared error that assignment leaves, exactly, in whole numbers
+// (less the pixels' own squares, times 9 or 4); INT32_MAX when the system
+// is singular.
+inline int SplitScore(const Order& o, bool three, int i, int j, int k, uint16_t* ea, uint16_t* eb) {
+  const int n = o.n, scale = three ? 2 : 3;
+  const int c0 = i, c1 = j - i, c2 = k - j, c3 = n - k;
+  const int aa = three ? 4 * c0 + c1 : 9 * c0 + 4 * c1 + c2;
+  const int ab = three ? c1 : 2 * (c1 + c2);
+  const int bb = three ? c1 + 4 * c3 : c1 + 4 * c2 + 9 * c3;
+  const int det = aa * bb - ab * ab;
+  const float inv = float(scale) / float(det == 0 ? 1 : det);
+  int e = 0, qa[3], qb[3];
+  for (int c = 0; c < 3; ++c) {
+    const int* pre = o.pre[c];
+    const int r0 = pre[i], r1 = pre[j] - pre[i], r2 = pre[k] - pre[j], r3 = pre[n] - pre[k];
+    const int ax = three ? 2 * r0 + r1 : 3 * r0 + 2 * r1 + r2;
+    const int bx = three ? r1 + 2 * r3 : r1 + 2 * r2 + 3 * r3;
+    const int top = c == 1 ? 63 : 31;
+    const float unit = float(top) / 255.0f;
+    int x = int(float(bb * ax - ab * bx) * inv * unit + 0.5f);
+    int y = int(float(aa * bx - ab * ax) * inv * unit + 0.5f);
+    x = x < 0 ? 0 : x > top ? top : x;
+    y = y < 0 ? 0 : y > top ? top : y;
+    qa[c] = x, qb[c] = y;
+    const int a = c == 1 ? (x << 2 | x >> 4) : (x << 3 | x >> 2);
+    const int b = c == 1 ? (y << 2 | y >> 4) : (y << 3 | y >> 2);
+    e += a * a * aa + 2 * a * b * ab + b * b * bb - 2 * scale * (a * ax + b * bx);
+  }
+  *ea = uint16_t(qa[0] << 11 | qa[1] << 5 | qa[2]);
+  *eb = uint16_t(qb[0] << 11 | qb[1] << 5 | qb[2]);
+  return det == 0 ? INT32_MAX : e;
+}
+
+// The first split of the list with the lowest score; -1 when every one is
+// singular.
+using SplitFn = int (*)(const Order& o, bool three, const SplitList& l);
+
+inline int BestSplit(const Order& o, bool three, const SplitList& l) {
+  int best = INT32_MAX, at = -1;
+  for (int s = 0; s < l.count; ++s) {
+    uint16_t a, b;
+    const int e = SplitScore(o, three, l.i[s], l.j[s], l.k[s], &a, &b);
+    if (e < best) best = e, at = s;
+  }
+  return at;
+}
+
 // What both forms of a tile start from: the opaque pixels' count, whether
 // they are one colour (and the first of them), and the endpoints at the
 // extremes of their projections on the principal axis.  The sums are whole
@@ -187,6 +253,7 @@ struct RefKernels {
   static constexpr EvalFn kEval = Eval;
   static constexpr MomentsFn kMoments = MomentsOf;
   static constexpr NormalFn kNormal = NormalOf;
+  static constexpr SplitFn kSplit = BestSplit;
   static constexpr bc_encode::ChannelFn kChannel = bc_encode::EncodeChannel;
 };
 
