@@ -139,6 +139,30 @@ HWY_INLINE void RoughLanes(const Points& pts, const Spread& all, int subsets, in
   }
 }
 
+// One partition per lane: the pixels apart from the split (or from its
+// complement), their least over the lanes, then the first lane holding it.
+HWY_INLINE int NearestSplitLanes(uint32_t split) {
+  const hn::ScalableTag<int32_t> d;
+  const hn::RebindToUnsigned<decltype(d)> du;
+  using V = decltype(hn::Zero(d));
+  const size_t N = hn::Lanes(d);
+  alignas(64) int32_t e[64];
+  const V s = hn::Set(d, int32_t(split)), sixteen = hn::Set(d, 16);
+  V least = sixteen;
+  for (size_t k = 0; k < 64; k += N) {
+    const V dist = hn::BitCast(d, hn::PopulationCount(hn::BitCast(du, hn::Xor(s, hn::Load(d, kMaskLanes.two + k)))));
+    const V v = hn::Min(dist, hn::Sub(sixteen, dist));
+    hn::Store(v, d, e + k);
+    least = hn::Min(least, v);
+  }
+  const V m = hn::MinOfLanes(d, least);
+  for (size_t k = 0; k < 64; k += N) {
+    const intptr_t at = hn::FindFirstTrue(d, hn::Eq(hn::Load(d, e + k), m));
+    if (at >= 0) return int(k) + int(at);
+  }
+  return 0;
+}
+
 template <int kChans>
 HWY_INLINE uint32_t PaletteChans(const Tile& t, const int v[2][4], int bits, uint32_t mask, uint8_t idx[16]) {
   const hn::ScalableTag<int32_t> d;
@@ -185,6 +209,7 @@ HWY_INLINE uint32_t PaletteChans(const Tile& t, const int v[2][4], int bits, uin
 }
 
 struct Kernel {
+  static HWY_NOINLINE int NearestSplit(uint32_t split) { return NearestSplitLanes(split); }
   static HWY_NOINLINE void Rough(const Points& pts, const Spread& all, int subsets, int count, float* rough) {
     RoughLanes(pts, all, subsets, count, rough);
   }

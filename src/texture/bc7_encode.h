@@ -181,11 +181,27 @@ inline constexpr QuantTables MakeQuantTables() {
 inline constexpr QuantTables kQuant = MakeQuantTables();
 inline const QuantTable& QuantOf(int bits, int p, bool pbit) { return kQuant.t[bits - 4][pbit ? 1 + p : 0]; }
 
+// The values of the codes of each coding, as Expand gives them.
+struct ExpandTables {
+  uint8_t v[5][3][256];
+};
+inline constexpr ExpandTables MakeExpandTables() {
+  ExpandTables t{};
+  for (int b = 4; b <= 8; ++b) {
+    for (int k = 0; k < (b < 8 ? 3 : 1); ++k) {
+      for (int q = 0; q < 1 << b; ++q) t.v[b - 4][k][q] = uint8_t(Expand(q, b, k == 2, k != 0));
+    }
+  }
+  return t;
+}
+inline constexpr ExpandTables kExpand = MakeExpandTables();
+
 // The 8-bit endpoints a set of codes decodes to (255 where a channel is
 // not coded).
 inline void Decoded(const Format& f, const Ends& e, int v[2][4]) {
   for (int s = 0; s < 2; ++s) {
-    for (int c = 0; c < 4; ++c) v[s][c] = f.bits[c] ? Expand(e.q[s][c], f.bits[c], e.p[s], f.pbits != 0) : 255;
+    const int k = f.pbits ? 1 + e.p[s] : 0;
+    for (int c = 0; c < 4; ++c) v[s][c] = f.bits[c] ? kExpand.v[f.bits[c] - 4][k][e.q[s][c]] : 255;
   }
 }
 
@@ -280,18 +296,21 @@ void Quantize(const Tile& t, const Format& f, uint32_t mask, const float A[4], c
 // (1 - w) A + w B with its entry's weight w.  False when every pixel sits
 // on one weight.
 inline bool Refit(const Tile& t, const Format& f, uint32_t mask, const Fit& fit, float A[4], float B[4]) {
+  // In integers with weights of 64ths: exact sums, one rounding at the end.
   const uint8_t* wt = bptc_decode::Weights(f.index_bits);
-  float aa = 0, ab = 0, bb = 0, ax[4] = {}, bx[4] = {};
+  int32_t aa = 0, ab = 0, bb = 0, ax[4] = {}, bx[4] = {};
   for (uint32_t m = mask; m; m &= m - 1) {
     const int p = __builtin_ctz(m);
-    const float w1 = float(wt[fit.idx[p]]) * (1.0f / 64), w0 = 1.0f - w1;
+    const int32_t w1 = wt[fit.idx[p]], w0 = 64 - w1;
     aa += w0 * w0, ab += w0 * w1, bb += w1 * w1;
-    for (int c = 0; c < 4; ++c) ax[c] += w0 * float(t.c[c][p]), bx[c] += w1 * float(t.c[c][p]);
+    for (int c = 0; c < 4; ++c) ax[c] += w0 * t.c[c][p], bx[c] += w1 * t.c[c][p];
   }
-  const float det = aa * bb - ab * ab;
-  if (det < 1e-4f) return false;
+  const int64_t det = int64_t(aa) * bb - int64_t(ab) * ab;
+  if (det < 1678) return false;  // below 1e-4 in units of 1: every pixel (nearly) on one weight
+  const double scale = 64.0 / double(det);
   for (int c = 0; c < 4; ++c) {
-    const float a = (bb * ax[c] - ab * bx[c]) / det, b = (aa * bx[c] - ab * ax[c]) / det;
+    const float a = float(double(int64_t(bb) * ax[c] - int64_t(ab) * bx[c]) * scale);
+    const float b = float(double(int64_t(aa) * bx[c] - int64_t(ab) * ax[c]) * scale);
     A[c] = a < 0 ? 0 : a > 255 ? 255 : a;
     B[c] = b < 0 ? 0 : b > 255 ? 255 : b;
   }
@@ -625,9 +644,9 @@ inline void MakeMoments(const Tile& t, int chans, Moments* mo) {
 // Spread of a subset's pixels about their principal line: the trace of
 // their covariance less its largest eigenvalue (a Rayleigh quotient after
 // three power steps from the diagonal).
-inline float LineSpread(const Moments& mo, const int32_t* a, int n) {
+template <int ch>
+float LineSpreadOf(const int32_t* a, int n) {
   if (n < 2) return 0;
-  const int ch = mo.chans;
   const float inv = 1.0f / float(n);
   float cov[4][4] = {};
   int k = ch;
@@ -654,6 +673,9 @@ inline float LineSpread(const Moments& mo, const int32_t* a, int n) {
     for (int j = 0; j < ch; ++j) vcv += v[i] * cov[i][j] * v[j];
   }
   return trace - vcv / vv;
+}
+inline float LineSpread(const Moments& mo, const int32_t* a, int n) {
+  return mo.chans == 3 ? LineSpreadOf<3>(a, n) : LineSpreadOf<4>(a, n);
 }
 
 // Pixels of subsets 1 and 2 of each three-subset partition.
@@ -853,13 +875,7 @@ void EncodeTile(const Tile& t, int quality, uint8_t out[16]) {
     if (opaque && best.err > 256) {
       uint32_t split = 0;
       for (int p = 0; p < 16; ++p) split |= uint32_t(best.idx[p] >= 8) << p;
-      int part = 0, least = 17;
-      for (int k = 0; k < 64; ++k) {
-        const int d = Pop16(split ^ kSplit.m[k]);
-        const int e = d < 16 - d ? d : 16 - d;
-        if (e < least) least = e, part = k;
-      }
-      TryPartitioned<K>(t, 1, part, opaque, eff, &best);
+      TryPartitioned<K>(t, 1, K::NearestSplit(split), opaque, eff, &best);
     }
     return Pack(best, out);
   }
@@ -894,8 +910,21 @@ void EncodeTile(const Tile& t, int quality, uint8_t out[16]) {
   Pack(best, out);
 }
 
+// The two-subset partition that differs from `split` (or from its
+// complement) in the fewest pixels (the lowest number on a tie).
+inline int NearestSplitRef(uint32_t split) {
+  int part = 0, least = 17;
+  for (int k = 0; k < 64; ++k) {
+    const int d = Pop16(split ^ kSplit.m[k]);
+    const int e = d < 16 - d ? d : 16 - d;
+    if (e < least) least = e, part = k;
+  }
+  return part;
+}
+
 // The reference kernels.
 struct RefKernel {
+  static int NearestSplit(uint32_t split) { return NearestSplitRef(split); }
   static void Sum(const Tile& t, uint32_t mask, Sums* out) { SumsRef(t, mask, out); }
   static void Extent(const Tile& t, uint32_t mask, const float mean[4], const float axis[4], float* lo, float* hi) {
     ExtentRef(t, mask, mean, axis, lo, hi);
