@@ -1,6 +1,8 @@
 // BC7 encoding of the test photos (testdata/*.png, opaque) and their
-// 256x256 crops: PSNR (RGB, as our decoder gives the blocks back; our
-// decoder equals Mesa's softpipe) and Mpix/s per quality level, the
+// 256x256 crops: PSNR (RGB and RGBA, as our decoder gives the blocks back;
+// our decoder equals Mesa's softpipe), the pixels that come back with
+// alpha below 255 (ours never do: the peer's do) and Mpix/s per quality
+// level, the
 // reference kernel beside the dispatched one, and, when it is installed,
 // the npm peer's BC7 encoder (@gpu-tex-enc/bc, its bc7enc binary) at its
 // fastest (-u0) and best (-u6) levels in the same run: its blocks are read
@@ -40,21 +42,30 @@ struct Image {
   Bytes rgba;
 };
 
-double Psnr(const Bytes& a, const Bytes& b) {
+double Psnr(const Bytes& a, const Bytes& b, int chans) {
   double se = 0;
   size_t n = 0;
   for (size_t i = 0; i < a.size(); i += 4) {
-    for (int c = 0; c < 3; ++c, ++n) se += (double(a[i + c]) - b[i + c]) * (double(a[i + c]) - b[i + c]);
+    for (int c = 0; c < chans; ++c, ++n) se += (double(a[i + c]) - b[i + c]) * (double(a[i + c]) - b[i + c]);
   }
   return se == 0 ? 99.0 : 10 * std::log10(255.0 * 255.0 * double(n) / se);
 }
 
-double Decoded(const Image& im, const Bytes& blocks) {
+// PSNR over RGB and over RGBA, and how many pixels of the (opaque) image
+// decode with alpha below 255.
+struct Quality {
+  double rgb = 0, rgba = 0;
+  size_t translucent = 0;
+};
+Quality Decoded(const Image& im, const Bytes& blocks) {
   Bytes out(im.rgba.size());
+  Quality q;
   if (rvtiTextureDecodeBlockToRGBA_BC7_8u_C1C4R(blocks.data(), out.data(), 4 * im.w, {im.w, im.h}) != rvtStatusOk) {
-    return 0;
+    return q;
   }
-  return Psnr(out, im.rgba);
+  for (size_t i = 3; i < out.size(); i += 4) q.translucent += out[i] != 255;
+  q.rgb = Psnr(out, im.rgba, 3), q.rgba = Psnr(out, im.rgba, 4);
+  return q;
 }
 
 double CpuNow() {
@@ -84,7 +95,7 @@ void Seconds(Fn fn, int repeats, double* cpu, double* wall) {
 // The peer on `png`: its PSNR through our decoder, its Mpix/s per CPU
 // second of the whole process (reading the PNG included) and per second of
 // the encoding time it prints; false when it cannot run.
-bool Peer(const std::string& bin, const Image& im, const std::string& png, int level, double* db, double* cpu_mps,
+bool Peer(const std::string& bin, const Image& im, const std::string& png, int level, Quality* db, double* cpu_mps,
           double* mps, int* threads) {
   const std::string dds = png + ".u" + std::to_string(level) + ".dds";
   const std::string cmd = "'" + bin + "' -g -u" + std::to_string(level) + " '" + png + "' '" + dds + "' 2>&1";
@@ -144,7 +155,8 @@ int Run(const char* only) {
   }
   char dir[] = "/tmp/rvt_bc7_benchXXXXXX";
   if (!mkdtemp(dir)) return 1;
-  std::printf("%-18s %-12s %8s %10s %10s %8s\n", "image", "coder", "RGB dB", "Mpix/s cpu", "Mpix/s", "threads");
+  std::printf("%-18s %-12s %8s %8s %8s %10s %10s %8s\n", "image", "coder", "RGB dB", "RGBA dB", "A<255", "Mpix/s cpu",
+              "Mpix/s", "threads");
   for (const Image& im : images) {
     const size_t nb = size_t((im.w + 3) / 4) * ((im.h + 3) / 4) * 16;
     Bytes blocks(nb);
@@ -156,19 +168,21 @@ int Run(const char* only) {
         if (ref && q == 2) continue;  // the same blocks, the same search: the kernel's share shows at 0 and 1
         double cpu, wall;
         Seconds([&] { fn(im.rgba.data(), 4 * im.w, blocks.data(), {im.w, im.h}, q); }, repeats, &cpu, &wall);
-        std::printf("%-18s q%d%-10s %8.2f %10.3f %10.3f %8d\n", im.name.c_str(), q, ref ? " reference" : "",
-                    Decoded(im, blocks), mpix / cpu, mpix / wall, 1);
+        const Quality db = Decoded(im, blocks);
+        std::printf("%-18s q%d%-10s %8.2f %8.2f %8zu %10.3f %10.3f %8d\n", im.name.c_str(), q, ref ? " reference" : "",
+                    db.rgb, db.rgba, db.translucent, mpix / cpu, mpix / wall, 1);
       }
     }
     if (!have_peer) continue;
     const std::string png = std::string(dir) + "/image.png";
     if (!WritePng(im, png)) continue;
     for (int level : {0, 6}) {
-      double db = 0, cpu_mps = 0, mps = 0;
+      Quality db;
+      double cpu_mps = 0, mps = 0;
       int threads = 0;
       if (Peer(peer, im, png, level, &db, &cpu_mps, &mps, &threads)) {
-        std::printf("%-18s peer -u%-5d %8.2f %10.3f %10.3f %8d\n", im.name.c_str(), level, db, cpu_mps, mps,
-                    threads);
+        std::printf("%-18s peer -u%-5d %8.2f %8.2f %8zu %10.3f %10.3f %8d\n", im.name.c_str(), level, db.rgb, db.rgba,
+                    db.translucent, cpu_mps, mps, threads);
       }
     }
     std::remove(png.c_str());

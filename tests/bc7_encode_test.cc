@@ -6,6 +6,7 @@
 // of the vector kernels.
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 
 #include "checkasm.h"
 #include "photo.h"
@@ -47,6 +48,30 @@ be::Tile RandomTile(test::Rng& rng, int kind) {
     }
   }
   return t;
+}
+
+// Endpoint codes come from tables of the nearest code to each half step:
+// every coding a mode uses (with and without p-bits) against a search of
+// all its codes, and the opaque-alpha code of modes 6 and 7.
+TEST(Bc7Encode, QuantTablesHoldTheNearestCode) {
+  for (int bits = 4; bits <= 8; ++bits) {
+    for (int k = 0; k < (bits < 8 ? 3 : 1); ++k) {
+      const int p = k == 2;
+      const bool pbit = k != 0;
+      const be::QuantTable& qt = be::QuantOf(bits, p, pbit);
+      for (int x = 0; x < 511; ++x) {
+        ASSERT_EQ(be::Expand(qt.q[x], bits, p, pbit), qt.v[x]) << bits << " " << k << " " << x;
+        for (int q = 0; q < 1 << bits; ++q) {
+          const int d = std::abs(2 * be::Expand(q, bits, p, pbit) - x);
+          ASSERT_GE(d, std::abs(2 * qt.v[x] - x)) << bits << " " << k << " " << x << " code " << q;
+          if (q < qt.q[x]) ASSERT_GT(d, std::abs(2 * qt.v[x] - x)) << "the lower code on a tie";
+        }
+      }
+    }
+  }
+  EXPECT_EQ(be::QuantOf(7, 1, true).v[510], 255);
+  EXPECT_EQ(be::QuantOf(5, 1, true).v[510], 255);
+  EXPECT_EQ(be::QuantOf(7, 0, true).v[510], 254);
 }
 
 // Every mode, partition, rotation and index selection: the block packs to

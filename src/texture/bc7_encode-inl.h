@@ -1,8 +1,10 @@
-// BC7 block encoding: the palette kernel of one target.  No checks here.
-// The 16 pixels of a tile sit in 32-bit lanes, one vector (or two, or
-// four) per channel; each palette entry is broadcast and its squared
-// distance compared with the best so far, the lower index kept on a tie,
-// exactly as the reference walks the entries.
+// BC7 block encoding: the kernels of one target.  No checks here.  The 16
+// pixels of a tile sit in 32-bit lanes, one vector (or two, or four) per
+// channel.  Sums are exact integers; the projections take the reference's
+// float operations in its order, and their extremes do not depend on the
+// order; the palette is built in lanes of entries, then each entry is
+// broadcast and its squared distance compared with the best so far, the
+// lower index kept on a tie, exactly as the reference walks the entries.
 #if defined(RVT_TEXTURE_BC7_ENCODE_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef RVT_TEXTURE_BC7_ENCODE_INL_H_
 #undef RVT_TEXTURE_BC7_ENCODE_INL_H_
@@ -23,11 +25,160 @@ alignas(64) inline constexpr int32_t kLaneBit[16] = {1 << 0,  1 << 1,  1 << 2,  
                                                      1 << 6,  1 << 7,  1 << 8,  1 << 9, 1 << 10, 1 << 11,
                                                      1 << 12, 1 << 13, 1 << 14, 1 << 15};
 
-template <int kChans>
-HWY_INLINE uint32_t PaletteChans(const Tile& t, const Palette& pal, int n, uint32_t mask, uint8_t idx[16]) {
+// Index weights of 2-, 3- and 4-bit palettes, 16 lanes each (the unused
+// entries 0).
+alignas(64) inline constexpr int32_t kWeightLanes[3][16] = {
+    {0, 21, 43, 64},
+    {0, 9, 18, 27, 37, 46, 55, 64},
+    {0, 4, 9, 13, 17, 21, 26, 30, 34, 38, 43, 47, 51, 55, 60, 64}};
+
+HWY_INLINE void SumLanes(const Tile& t, uint32_t mask, Sums* out) {
   const hn::ScalableTag<int32_t> d;
   constexpr size_t kMax = 16;
   const size_t N = hn::Lanes(d) < kMax ? hn::Lanes(d) : kMax;
+  using V = decltype(hn::Zero(d));
+  V s[4], p[10];
+  for (V& v : s) v = hn::Zero(d);
+  for (V& v : p) v = hn::Zero(d);
+  const auto lane_mask = hn::Set(d, int32_t(mask));
+  for (size_t i = 0; i < 16; i += N) {
+    const auto in = hn::TestBit(lane_mask, hn::LoadU(d, kLaneBit + i));
+    V x[4];
+    for (int c = 0; c < 4; ++c) x[c] = hn::IfThenElseZero(in, hn::LoadU(d, t.c[c] + i)), s[c] = hn::Add(s[c], x[c]);
+    for (int a = 0, k = 0; a < 4; ++a) {
+      for (int b = a; b < 4; ++b, ++k) p[k] = hn::Add(p[k], hn::Mul(x[a], x[b]));
+    }
+  }
+  out->n = Pop16(mask);
+  for (int c = 0; c < 4; ++c) out->s[c] = hn::GetLane(hn::SumOfLanes(d, s[c]));
+  for (int k = 0; k < 10; ++k) out->p[k] = hn::GetLane(hn::SumOfLanes(d, p[k]));
+}
+
+HWY_INLINE void ExtentLanes(const Tile& t, uint32_t mask, const float mean[4], const float axis[4], float* lo,
+                            float* hi) {
+  const hn::ScalableTag<int32_t> d;
+  const hn::ScalableTag<float> df;
+  constexpr size_t kMax = 16;
+  const size_t N = hn::Lanes(d) < kMax ? hn::Lanes(d) : kMax;
+  auto l = hn::Set(df, 1e30f), h = hn::Set(df, -1e30f);
+  const auto lane_mask = hn::Set(d, int32_t(mask));
+  for (size_t i = 0; i < 16; i += N) {
+    const auto in = hn::RebindMask(df, hn::TestBit(lane_mask, hn::LoadU(d, kLaneBit + i)));
+    auto term = [&](int c) {
+      return hn::Mul(hn::Sub(hn::ConvertTo(df, hn::LoadU(d, t.c[c] + i)), hn::Set(df, mean[c])), hn::Set(df, axis[c]));
+    };
+    auto x = term(0);
+    x = hn::Add(x, term(1));
+    x = hn::Add(x, term(2));
+    x = hn::Add(x, term(3));
+    l = hn::Min(l, hn::IfThenElse(in, x, hn::Set(df, 1e30f)));
+    h = hn::Max(h, hn::IfThenElse(in, x, hn::Set(df, -1e30f)));
+  }
+  *lo = hn::GetLane(hn::MinOfLanes(df, l));
+  *hi = hn::GetLane(hn::MaxOfLanes(df, h));
+}
+
+// Partition masks in 32-bit lanes: subset 1 of each two-subset
+// partition, subsets 1 and 2 of each three-subset one.
+struct MaskLanes {
+  alignas(64) int32_t two[64];
+  alignas(64) int32_t three[2][64];
+};
+inline constexpr MaskLanes MakeMaskLanes() {
+  MaskLanes m{};
+  for (int k = 0; k < 64; ++k) {
+    m.two[k] = kSplit.m[k];
+    m.three[0][k] = kSplit3.m[k][0], m.three[1][k] = kSplit3.m[k][1];
+  }
+  return m;
+}
+inline constexpr MaskLanes kMaskLanes = MakeMaskLanes();
+
+// The first ranking with one partition per lane: each subset's count,
+// channel sums and squared lengths gathered pixel by pixel (subset 0's as
+// the rest of the tile's), then n sq - |s|^2 over n summed in subset
+// order as the reference sums them.
+HWY_INLINE void RoughLanes(const Points& pts, const Spread& all, int subsets, int count, float* rough) {
+  const hn::ScalableTag<int32_t> d;
+  const hn::ScalableTag<float> df;
+  using V = decltype(hn::Zero(d));
+  const size_t N = hn::Lanes(d);
+  for (size_t k = 0; k < size_t(count); k += N) {
+    V n[3], s[3][5];  // s[..][4]: squared lengths
+    for (int u = 1; u < 3; ++u) {
+      n[u] = hn::Zero(d);
+      for (V& v : s[u]) v = hn::Zero(d);
+    }
+    const V m1 = hn::Load(d, subsets == 2 ? kMaskLanes.two + k : kMaskLanes.three[0] + k);
+    const V m2 = hn::Load(d, kMaskLanes.three[1] + k);
+    for (int p = 0; p < 16; ++p) {
+      const V bit = hn::Set(d, 1 << p);
+      const auto in1 = hn::TestBit(m1, bit);
+      n[1] = hn::Sub(n[1], hn::VecFromMask(d, in1));
+      for (int j = 0; j < 5; ++j) s[1][j] = hn::Add(s[1][j], hn::IfThenElseZero(in1, hn::Set(d, pts.v[p][j])));
+      if (subsets == 3) {
+        const auto in2 = hn::TestBit(m2, bit);
+        n[2] = hn::Sub(n[2], hn::VecFromMask(d, in2));
+        for (int j = 0; j < 5; ++j) s[2][j] = hn::Add(s[2][j], hn::IfThenElseZero(in2, hn::Set(d, pts.v[p][j])));
+      }
+    }
+    n[0] = hn::Sub(hn::Set(d, all.n), n[1]);
+    for (int j = 0; j < 5; ++j) s[0][j] = hn::Sub(hn::Set(d, j < 4 ? all.s[j] : all.sq), s[1][j]);
+    if (subsets == 3) {
+      n[0] = hn::Sub(n[0], n[2]);
+      for (int j = 0; j < 5; ++j) s[0][j] = hn::Sub(s[0][j], s[2][j]);
+    }
+    auto total = hn::Zero(df);
+    for (int u = 0; u < subsets; ++u) {
+      V m = hn::Mul(n[u], s[u][4]);
+      for (int c = 0; c < 4; ++c) m = hn::Sub(m, hn::Mul(s[u][c], s[u][c]));
+      const auto t = hn::Div(hn::ConvertTo(df, m), hn::ConvertTo(df, n[u]));
+      total = hn::Add(total, hn::IfThenElseZero(hn::RebindMask(df, hn::Gt(n[u], hn::Zero(d))), t));
+    }
+    hn::Store(total, df, rough + k);
+  }
+}
+
+// One partition per lane: the pixels apart from the split (or from its
+// complement), their least over the lanes, then the first lane holding it.
+HWY_INLINE int NearestSplitLanes(uint32_t split) {
+  const hn::ScalableTag<int32_t> d;
+  const hn::RebindToUnsigned<decltype(d)> du;
+  using V = decltype(hn::Zero(d));
+  const size_t N = hn::Lanes(d);
+  alignas(64) int32_t e[64];
+  const V s = hn::Set(d, int32_t(split)), sixteen = hn::Set(d, 16);
+  V least = sixteen;
+  for (size_t k = 0; k < 64; k += N) {
+    const V dist = hn::BitCast(d, hn::PopulationCount(hn::BitCast(du, hn::Xor(s, hn::Load(d, kMaskLanes.two + k)))));
+    const V v = hn::Min(dist, hn::Sub(sixteen, dist));
+    hn::Store(v, d, e + k);
+    least = hn::Min(least, v);
+  }
+  const V m = hn::MinOfLanes(d, least);
+  for (size_t k = 0; k < 64; k += N) {
+    const intptr_t at = hn::FindFirstTrue(d, hn::Eq(hn::Load(d, e + k), m));
+    if (at >= 0) return int(k) + int(at);
+  }
+  return 0;
+}
+
+template <int kChans>
+HWY_INLINE uint32_t PaletteChans(const Tile& t, const int v[2][4], int bits, uint32_t mask, uint8_t idx[16]) {
+  const hn::ScalableTag<int32_t> d;
+  constexpr size_t kMax = 16;
+  const size_t N = hn::Lanes(d) < kMax ? hn::Lanes(d) : kMax;
+  const int n = 1 << bits;
+  Palette pal;
+  for (size_t j = 0; j < size_t(n); j += N) {
+    const auto w = hn::Load(d, kWeightLanes[bits - 2] + j);
+    const auto w0 = hn::Sub(hn::Set(d, 64), w);
+    for (int c = 0; c < 4; ++c) {
+      if (!(kChans >> c & 1)) continue;
+      const auto e = hn::Add(hn::Add(hn::Mul(w0, hn::Set(d, v[0][c])), hn::Mul(w, hn::Set(d, v[1][c]))), hn::Set(d, 32));
+      hn::Store(hn::ShiftRight<6>(e), d, pal.c[c] + j);
+    }
+  }
   alignas(64) int32_t bi_all[16];
   auto sum = hn::Zero(d);
   const auto lane_mask = hn::Set(d, int32_t(mask));
@@ -58,13 +209,22 @@ HWY_INLINE uint32_t PaletteChans(const Tile& t, const Palette& pal, int n, uint3
 }
 
 struct Kernel {
-  static HWY_NOINLINE uint32_t Run(const Tile& t, const Palette& pal, int n, int chans, uint32_t mask,
+  static HWY_NOINLINE int NearestSplit(uint32_t split) { return NearestSplitLanes(split); }
+  static HWY_NOINLINE void Rough(const Points& pts, const Spread& all, int subsets, int count, float* rough) {
+    RoughLanes(pts, all, subsets, count, rough);
+  }
+  static HWY_NOINLINE void Sum(const Tile& t, uint32_t mask, Sums* out) { SumLanes(t, mask, out); }
+  static HWY_NOINLINE void Extent(const Tile& t, uint32_t mask, const float mean[4], const float axis[4], float* lo,
+                                  float* hi) {
+    ExtentLanes(t, mask, mean, axis, lo, hi);
+  }
+  static HWY_NOINLINE uint32_t Run(const Tile& t, const int v[2][4], int bits, int chans, uint32_t mask,
                                    uint8_t idx[16]) {
     switch (chans) {
-      case 7: return PaletteChans<7>(t, pal, n, mask, idx);
-      case 8: return PaletteChans<8>(t, pal, n, mask, idx);
-      case 15: return PaletteChans<15>(t, pal, n, mask, idx);
-      default: return PaletteRef(t, pal, n, chans, mask, idx);
+      case 7: return PaletteChans<7>(t, v, bits, mask, idx);
+      case 8: return PaletteChans<8>(t, v, bits, mask, idx);
+      case 15: return PaletteChans<15>(t, v, bits, mask, idx);
+      default: return PaletteRef(t, v, bits, chans, mask, idx);
     }
   }
 };

@@ -2,12 +2,14 @@
 // (principal axis, p-bit aware quantization, least squares refinement,
 // local search), the partition pre-selection, the mode search of each
 // quality level and the block packing, with the argument checks and the
-// region walk of the other texture encoders.  The one step that runs over
-// the 16 pixels of a tile per candidate palette (each pixel's nearest
-// entry and the squared error) is the kernel the driver is templated on:
-// PaletteRef here, a vector form per target in bc7_encode-inl.h.  The
-// float fitting runs in the driver, compiled once, so every kernel sees
-// the same palettes and the blocks come out identical.
+// region walk of the other texture encoders.  The steps that run over the
+// pixels of a tile or over the partitions are the kernels the driver is
+// templated on: the sums of a pixel set (exact integers), the extremes of
+// its projections on an axis, the first ranking of the partitions, and
+// each pixel's nearest entry of a palette with the squared error.
+// RefKernel here, a vector form per target in bc7_encode-inl.h.  The float
+// fitting between them runs in the driver, compiled once, so every kernel
+// sees the same values and the blocks come out identical.
 #ifndef RVT_TEXTURE_BC7_ENCODE_H_
 #define RVT_TEXTURE_BC7_ENCODE_H_
 
@@ -35,14 +37,69 @@ struct Palette {
   alignas(64) int32_t c[4][16];
 };
 
-// ------------------------------------------------------------ reference kernel
+// Set bits of a 16-bit mask, by table (the baseline build has no popcnt).
+struct PopTable {
+  uint8_t n[256];
+};
+inline constexpr PopTable MakePopTable() {
+  PopTable t{};
+  for (int i = 0; i < 256; ++i) t.n[i] = uint8_t((i & 1) + (i >> 1 & 1) + (i >> 2 & 1) + (i >> 3 & 1) + (i >> 4 & 1) +
+                                                 (i >> 5 & 1) + (i >> 6 & 1) + (i >> 7 & 1));
+  return t;
+}
+inline constexpr PopTable kPop = MakePopTable();
+inline int Pop16(uint32_t x) { return kPop.n[x & 255] + kPop.n[x >> 8 & 255]; }
 
-// Each pixel's nearest entry of the first `n` of `pal` over the channels
-// set in `chans` (bit c for channel c; the lowest index on a tie), written
-// for all 16 pixels, and the sum of the squared errors of the pixels set
-// in `mask`.
-inline uint32_t PaletteRef(const Tile& t, const Palette& pal, int n, int chans, uint32_t mask,
+// ------------------------------------------------------------ reference kernels
+
+// Sums over the pixels of a set: their count, each channel and each
+// product of two channels (i <= j: 00 01 02 03 11 12 13 22 23 33), exact.
+struct Sums {
+  int32_t n, s[4], p[10];
+};
+
+inline void SumsRef(const Tile& t, uint32_t mask, Sums* out) {
+  *out = Sums{};
+  for (uint32_t m = mask; m; m &= m - 1) {  // set bits in pixel order: no branch per pixel
+    const int p = __builtin_ctz(m);
+    ++out->n;
+    int k = 0;
+    for (int i = 0; i < 4; ++i) {
+      out->s[i] += t.c[i][p];
+      for (int j = i; j < 4; ++j, ++k) out->p[k] += t.c[i][p] * t.c[j][p];
+    }
+  }
+}
+
+// The least and greatest projection (x - mean) . axis of the pixels of
+// `mask` (one at least), the four products summed in channel order.
+inline void ExtentRef(const Tile& t, uint32_t mask, const float mean[4], const float axis[4], float* lo,
+                      float* hi) {
+  float l = 1e30f, h = -1e30f;
+  for (uint32_t m = mask; m; m &= m - 1) {
+    const int p = __builtin_ctz(m);
+    float d = (float(t.c[0][p]) - mean[0]) * axis[0];
+    d = d + (float(t.c[1][p]) - mean[1]) * axis[1];
+    d = d + (float(t.c[2][p]) - mean[2]) * axis[2];
+    d = d + (float(t.c[3][p]) - mean[3]) * axis[3];
+    l = d < l ? d : l;
+    h = d > h ? d : h;
+  }
+  *lo = l, *hi = h;
+}
+
+// The palette of `bits`-bit indices between the 8-bit endpoints v[0] and
+// v[1], then each pixel's nearest entry over the channels set in `chans`
+// (bit c for channel c; the lowest index on a tie), written for all 16
+// pixels, and the sum of the squared errors of the pixels set in `mask`.
+inline uint32_t PaletteRef(const Tile& t, const int v[2][4], int bits, int chans, uint32_t mask,
                            uint8_t idx[16]) {
+  const uint8_t* w = bptc_decode::Weights(bits);
+  const int n = 1 << bits;
+  Palette pal;
+  for (int c = 0; c < 4; ++c) {
+    for (int k = 0; k < n; ++k) pal.c[c][k] = ((64 - w[k]) * v[0][c] + w[k] * v[1][c] + 32) >> 6;
+  }
   uint32_t total = 0;
   for (int p = 0; p < 16; ++p) {
     int32_t best = INT32_MAX, bi = 0;
@@ -61,12 +118,6 @@ inline uint32_t PaletteRef(const Tile& t, const Palette& pal, int n, int chans, 
   return total;
 }
 
-struct RefKernel {
-  static uint32_t Run(const Tile& t, const Palette& pal, int n, int chans, uint32_t mask,
-                      uint8_t idx[16]) {
-    return PaletteRef(t, pal, n, chans, mask, idx);
-  }
-};
 
 // ------------------------------------------------------------ endpoints
 
@@ -91,38 +142,66 @@ struct Ends {
 
 // The 8-bit value a code decodes to (the p-bit below the code, the top
 // bits replicated below).
-inline int Expand(int q, int bits, int p, bool pbit) {
+constexpr int Expand(int q, int bits, int p, bool pbit) {
   int v = q, n = bits;
   if (pbit) v = v << 1 | p, ++n;
   v <<= 8 - n;
   return v | v >> n;
 }
 
-// The code of `bits` bits (with p-bit p) whose value is nearest to v (the
-// lower on a tie).
-inline int QuantNearest(float v, int bits, int p, bool pbit) {
-  const int max = (1 << bits) - 1;
-  float x = v * float(pbit ? 2 * max + 1 : max) * (1.0f / 255);
-  if (pbit) x = (x - float(p)) * 0.5f;
-  int q = x <= 0 ? 0 : int(x);
-  q = q > max ? max : q;
-  if (q < max) {
-    const float d0 = v - float(Expand(q, bits, p, pbit)), d1 = float(Expand(q + 1, bits, p, pbit)) - v;
-    if (d1 < d0) ++q;
+// For each half step x / 2 of 0..255, the code of a coding (bits, and the
+// p-bit below it if any) whose value is nearest (the lower on a tie), and
+// that value.
+struct QuantTable {
+  uint8_t q[511], v[511];
+};
+inline constexpr QuantTable MakeQuantTable(int bits, int p, bool pbit) {
+  QuantTable t{};
+  for (int x = 0; x < 511; ++x) {
+    int best = 1 << 30;
+    for (int q = 0; q < 1 << bits; ++q) {
+      const int v = 2 * Expand(q, bits, p, pbit), d = v > x ? v - x : x - v;
+      if (d < best) best = d, t.q[x] = uint8_t(q), t.v[x] = uint8_t(v / 2);
+    }
   }
-  return q;
+  return t;
 }
-
-inline void BuildPalette(const Format& f, const Ends& e, Palette* pal) {
-  int v[2][4];
-  for (int s = 0; s < 2; ++s) {
-    for (int c = 0; c < 4; ++c) v[s][c] = f.bits[c] ? Expand(e.q[s][c], f.bits[c], e.p[s], f.pbits != 0) : 255;
+// Codings of 4 to 8 bits: without p-bit, with p-bit 0, with p-bit 1 (8
+// bits: without).
+struct QuantTables {
+  QuantTable t[5][3];
+};
+inline constexpr QuantTables MakeQuantTables() {
+  QuantTables t{};
+  for (int b = 4; b <= 8; ++b) {
+    for (int k = 0; k < (b < 8 ? 3 : 1); ++k) t.t[b - 4][k] = MakeQuantTable(b, k == 2, k != 0);
   }
-  const uint8_t* w = bptc_decode::Weights(f.index_bits);
-  const int n = 1 << f.index_bits;
-  for (int c = 0; c < 4; ++c) {
-    if (!(f.chans >> c & 1)) continue;  // not measured
-    for (int k = 0; k < n; ++k) pal->c[c][k] = ((64 - w[k]) * v[0][c] + w[k] * v[1][c] + 32) >> 6;
+  return t;
+}
+inline constexpr QuantTables kQuant = MakeQuantTables();
+inline const QuantTable& QuantOf(int bits, int p, bool pbit) { return kQuant.t[bits - 4][pbit ? 1 + p : 0]; }
+
+// The values of the codes of each coding, as Expand gives them.
+struct ExpandTables {
+  uint8_t v[5][3][256];
+};
+inline constexpr ExpandTables MakeExpandTables() {
+  ExpandTables t{};
+  for (int b = 4; b <= 8; ++b) {
+    for (int k = 0; k < (b < 8 ? 3 : 1); ++k) {
+      for (int q = 0; q < 1 << b; ++q) t.v[b - 4][k][q] = uint8_t(Expand(q, b, k == 2, k != 0));
+    }
+  }
+  return t;
+}
+inline constexpr ExpandTables kExpand = MakeExpandTables();
+
+// The 8-bit endpoints a set of codes decodes to (255 where a channel is
+// not coded).
+inline void Decoded(const Format& f, const Ends& e, int v[2][4]) {
+  for (int s = 0; s < 2; ++s) {
+    const int k = f.pbits ? 1 + e.p[s] : 0;
+    for (int c = 0; c < 4; ++c) v[s][c] = f.bits[c] ? kExpand.v[f.bits[c] - 4][k][e.q[s][c]] : 255;
   }
 }
 
@@ -142,10 +221,10 @@ struct Fit {
 
 template <class K>
 void Measure(const Tile& t, const Format& f, uint32_t mask, const Ends& e, Fit* best) {
-  Palette pal;
-  BuildPalette(f, e, &pal);
+  int v[2][4];
+  Decoded(f, e, v);
   uint8_t idx[16];
-  const uint32_t err = K::Run(t, pal, 1 << f.index_bits, f.chans, mask, idx);
+  const uint32_t err = K::Run(t, v, f.index_bits, f.chans, mask, idx);
   if (err < best->err) {
     best->err = err, best->e = e;
     std::memcpy(best->idx, idx, 16);
@@ -153,68 +232,111 @@ void Measure(const Tile& t, const Format& f, uint32_t mask, const Ends& e, Fit* 
 }
 
 // Float endpoints A, B to codes, for each p-bit choice tried, measured.
+// Without `all`, the p-bits of least rounding error: chosen per endpoint
+// where each has its own (0 on a tie), per pair where they share one.
 template <class K>
 void Quantize(const Tile& t, const Format& f, uint32_t mask, const float A[4], const float B[4], bool all,
               Fit* best) {
   const float* ab[2] = {A, B};
-  auto codes = [&](int p0, int p1, Ends* e, float* rounding) {
-    e->p[0] = p0, e->p[1] = p1;
+  const bool pb = f.pbits != 0;
+  // Endpoint s with p-bit p: its codes (the nearest to the value rounded
+  // to a half step), and the squared rounding error.
+  auto code = [&](int s, int p, int q[4]) {
     float r = 0;
-    for (int s = 0; s < 2; ++s) {
-      for (int c = 0; c < 4; ++c) {
-        if (!f.bits[c]) {
-          e->q[s][c] = 0;
-          continue;
-        }
-        e->q[s][c] = QuantNearest(ab[s][c], f.bits[c], e->p[s], f.pbits != 0);
-        const float d = ab[s][c] - float(Expand(e->q[s][c], f.bits[c], e->p[s], f.pbits != 0));
-        r += d * d;
+    for (int c = 0; c < 4; ++c) {
+      if (!f.bits[c]) {
+        q[c] = 0;
+        continue;
       }
+      const QuantTable& qt = QuantOf(f.bits[c], p, pb);
+      const int x = int(ab[s][c] * 2.0f + 0.5f);
+      q[c] = qt.q[x];
+      const float d = ab[s][c] - float(qt.v[x]);
+      r += d * d;
     }
-    *rounding = r;
+    return r;
   };
-  Ends e;
-  float r;
-  if (f.pbits == 0) {
-    codes(0, 0, &e, &r);
+  Ends e{};
+  if (!pb) {
+    code(0, 0, e.q[0]), code(1, 0, e.q[1]);
     Measure<K>(t, f, mask, e, best);
     return;
   }
-  const int combos = f.pbits == 1 ? 4 : 2;
-  Ends pick{};
-  float least = 1e30f;
-  for (int k = f.pbits_one ? combos - 1 : 0; k < combos; ++k) {
-    const int p0 = k & 1, p1 = f.pbits == 1 ? k >> 1 : p0;
-    codes(p0, p1, &e, &r);
-    if (all) {
-      Measure<K>(t, f, mask, e, best);
-    } else if (r < least) {
-      least = r, pick = e;
-    }
+  int q[2][2][4];  // endpoint, p-bit, channel
+  float r[2][2];
+  const int p_lo = f.pbits_one ? 1 : 0;
+  for (int s = 0; s < 2; ++s) {
+    for (int p = p_lo; p < 2; ++p) r[s][p] = code(s, p, q[s][p]);
   }
-  if (!all) Measure<K>(t, f, mask, pick, best);
+  auto take = [&](int p0, int p1) {
+    e.p[0] = p0, e.p[1] = p1;
+    std::memcpy(e.q[0], q[0][p0], sizeof e.q[0]);
+    std::memcpy(e.q[1], q[1][p1], sizeof e.q[1]);
+  };
+  if (all) {
+    for (int p1 = p_lo; p1 < 2; ++p1) {
+      for (int p0 = p_lo; p0 < 2; ++p0) {
+        if (f.pbits == 2 && p0 != p1) continue;
+        take(p0, p1);
+        Measure<K>(t, f, mask, e, best);
+      }
+    }
+    return;
+  }
+  if (f.pbits == 1) {
+    take(r[0][1] < r[0][p_lo] ? 1 : p_lo, r[1][1] < r[1][p_lo] ? 1 : p_lo);
+  } else {
+    const int p = r[0][1] + r[1][1] < r[0][p_lo] + r[1][p_lo] ? 1 : p_lo;
+    take(p, p);
+  }
+  Measure<K>(t, f, mask, e, best);
 }
 
 // Least squares endpoints for the indices of `fit`: each pixel is
 // (1 - w) A + w B with its entry's weight w.  False when every pixel sits
 // on one weight.
 inline bool Refit(const Tile& t, const Format& f, uint32_t mask, const Fit& fit, float A[4], float B[4]) {
+  // In integers with weights of 64ths: exact sums, one rounding at the end.
   const uint8_t* wt = bptc_decode::Weights(f.index_bits);
-  float aa = 0, ab = 0, bb = 0, ax[4] = {}, bx[4] = {};
+  int32_t aa = 0, ab = 0, bb = 0, ax[4] = {}, bx[4] = {};
   for (uint32_t m = mask; m; m &= m - 1) {
     const int p = __builtin_ctz(m);
-    const float w1 = float(wt[fit.idx[p]]) * (1.0f / 64), w0 = 1.0f - w1;
+    const int32_t w1 = wt[fit.idx[p]], w0 = 64 - w1;
     aa += w0 * w0, ab += w0 * w1, bb += w1 * w1;
-    for (int c = 0; c < 4; ++c) ax[c] += w0 * float(t.c[c][p]), bx[c] += w1 * float(t.c[c][p]);
+    for (int c = 0; c < 4; ++c) ax[c] += w0 * t.c[c][p], bx[c] += w1 * t.c[c][p];
   }
-  const float det = aa * bb - ab * ab;
-  if (det < 1e-4f) return false;
+  const int64_t det = int64_t(aa) * bb - int64_t(ab) * ab;
+  if (det < 1678) return false;  // below 1e-4 in units of 1: every pixel (nearly) on one weight
+  const double scale = 64.0 / double(det);
   for (int c = 0; c < 4; ++c) {
-    const float a = (bb * ax[c] - ab * bx[c]) / det, b = (aa * bx[c] - ab * ax[c]) / det;
+    const float a = float(double(int64_t(bb) * ax[c] - int64_t(ab) * bx[c]) * scale);
+    const float b = float(double(int64_t(aa) * bx[c] - int64_t(ab) * ax[c]) * scale);
     A[c] = a < 0 ? 0 : a > 255 ? 255 : a;
     B[c] = b < 0 ? 0 : b > 255 ? 255 : b;
   }
   return true;
+}
+
+// Power iteration from the channel of the widest spread over the first
+// kChans channels (the covariance of the others is 0, and so is their
+// share of the axis).
+template <int kChans>
+void PrincipalAxis(const float cov[4][4], float axis[4]) {
+  int widest = 0;
+  for (int c = 1; c < 4; ++c) widest = cov[c][c] > cov[widest][widest] ? c : widest;
+  for (int c = 0; c < 4; ++c) axis[c] = cov[widest][c];
+  for (int it = 0; it < 4; ++it) {
+    float next[kChans], m = 0;
+    for (int i = 0; i < kChans; ++i) {
+      next[i] = cov[i][0] * axis[0];
+      for (int j = 1; j < kChans; ++j) next[i] = next[i] + cov[i][j] * axis[j];
+      const float a = next[i] < 0 ? -next[i] : next[i];
+      m = a > m ? a : m;
+    }
+    if (m <= 0) break;
+    const float inv = 1.0f / m;
+    for (int i = 0; i < kChans; ++i) axis[i] = next[i] * inv;
+  }
 }
 
 // The endpoints of the pixels in `mask` in format `f`: the extremes of
@@ -222,13 +344,9 @@ inline bool Refit(const Tile& t, const Format& f, uint32_t mask, const Fit& fit,
 // the refinements `eff` asks for.
 template <class K>
 Fit FitSubset(const Tile& t, const Format& f, uint32_t mask, const Effort& eff) {
-  int n = 0;
-  float mean[4] = {};
-  for (uint32_t m = mask; m; m &= m - 1) {  // set bits in pixel order: no branch per pixel
-    const int p = __builtin_ctz(m);
-    ++n;
-    for (int c = 0; c < 4; ++c) mean[c] += float(t.c[c][p]);
-  }
+  Sums su;
+  K::Sum(t, mask, &su);
+  const int n = su.n;
   Fit best;
   if (n == 0) {
     best.e = Ends{};
@@ -236,48 +354,27 @@ Fit FitSubset(const Tile& t, const Format& f, uint32_t mask, const Effort& eff) 
     std::memset(best.idx, 0, 16);
     return best;
   }
-  for (float& m : mean) m /= float(n);
+  float mean[4];
+  for (int c = 0; c < 4; ++c) mean[c] = float(su.s[c]) / float(n);
+  // n times the covariance of the fitted channels (exact in integers).
   float cov[4][4] = {};
-  for (uint32_t m = mask; m; m &= m - 1) {
-    const int p = __builtin_ctz(m);
-    float d[4];
-    for (int c = 0; c < 4; ++c) d[c] = f.chans >> c & 1 ? float(t.c[c][p]) - mean[c] : 0.0f;
-    for (int i = 0; i < 4; ++i) {
-      if (!(f.chans >> i & 1)) continue;  // those products stay +0
-      for (int j = i; j < 4; ++j) {
-        if (f.chans >> j & 1) cov[i][j] += d[i] * d[j];
+  for (int i = 0, k = 0; i < 4; ++i) {
+    for (int j = i; j < 4; ++j, ++k) {
+      if (f.chans >> i & f.chans >> j & 1) {
+        cov[i][j] = cov[j][i] = float(int64_t(n) * su.p[k] - int64_t(su.s[i]) * su.s[j]);
       }
     }
   }
-  for (int i = 0; i < 4; ++i) {
-    for (int j = 0; j < i; ++j) cov[i][j] = cov[j][i];
-  }
-  // Power iteration from the channel of the widest spread.
-  int widest = 0;
-  for (int c = 1; c < 4; ++c) widest = cov[c][c] > cov[widest][widest] ? c : widest;
   float axis[4];
-  for (int c = 0; c < 4; ++c) axis[c] = cov[widest][c];
-  for (int it = 0; it < 4; ++it) {
-    float next[4], m = 0;
-    for (int i = 0; i < 4; ++i) {
-      next[i] = cov[i][0] * axis[0] + cov[i][1] * axis[1] + cov[i][2] * axis[2] + cov[i][3] * axis[3];
-      const float a = next[i] < 0 ? -next[i] : next[i];
-      m = a > m ? a : m;
-    }
-    if (m <= 0) break;
-    for (int i = 0; i < 4; ++i) axis[i] = next[i] / m;
+  if (f.chans == 7) {
+    PrincipalAxis<3>(cov, axis);
+  } else {
+    PrincipalAxis<4>(cov, axis);
   }
   float lo = 0, hi = 0, len = 0;
   for (int c = 0; c < 4; ++c) len += axis[c] * axis[c];
   if (len > 0) {
-    lo = 1e30f, hi = -1e30f;
-    for (uint32_t m = mask; m; m &= m - 1) {
-      const int p = __builtin_ctz(m);
-      float d = 0;
-      for (int c = 0; c < 4; ++c) d += (float(t.c[c][p]) - mean[c]) * axis[c];
-      lo = d < lo ? d : lo;
-      hi = d > hi ? d : hi;
-    }
+    K::Extent(t, mask, mean, axis, &lo, &hi);
     lo /= len, hi /= len;
   }
   float A[4], B[4];
@@ -354,59 +451,92 @@ inline int AnchorOf(int subsets, int partition, int s) {
   return s == 1 ? bptc_decode::kAnchor3a[partition] : bptc_decode::kAnchor3b[partition];
 }
 
+inline uint32_t SubsetMask(int subsets, int partition, int s);
+
 // Endpoint pairs swapped (over channels c0..c1) and indices mirrored where
 // an anchor's index has its top bit set, then the 128 bits in the order
 // the decoder reads them.
-inline void Pack(Block b, uint8_t out[16]) {
-  const bptc_decode::Bc7Mode& m = kBc7Modes[b.mode];
+// One function per mode, so that the field widths are constants.
+template <int kMode>
+void PackMode(const Block& blk, uint8_t out[16]) {
+  constexpr bptc_decode::Bc7Mode m = kBc7Modes[kMode];
   const int ib = m.index_bits;
+  Ends e[3];
+  uint8_t idx[16], idx2[16];
+  std::memcpy(e, blk.e, sizeof(Ends) * size_t(m.subsets));
+  std::memcpy(idx, blk.idx, 16);
+  uint32_t anchors = 1;
   if (m.index2_bits) {
     // Modes 4 and 5: idx holds colour indices, idx2 alpha ones.
-    const int cb = b.selection ? m.index2_bits : m.index_bits;
-    const int ab = b.selection ? m.index_bits : m.index2_bits;
-    if (b.idx[0] >> (cb - 1)) {
-      for (int c = 0; c < 3; ++c) std::swap(b.e[0].q[0][c], b.e[0].q[1][c]);
-      for (int p = 0; p < 16; ++p) b.idx[p] = uint8_t((1 << cb) - 1 - b.idx[p]);
+    std::memcpy(idx2, blk.idx2, 16);
+    const int cb = blk.selection ? m.index2_bits : m.index_bits;
+    const int ab = blk.selection ? m.index_bits : m.index2_bits;
+    if (idx[0] >> (cb - 1)) {
+      for (int c = 0; c < 3; ++c) std::swap(e[0].q[0][c], e[0].q[1][c]);
+      for (int p = 0; p < 16; ++p) idx[p] = uint8_t((1 << cb) - 1 - idx[p]);
     }
-    if (b.idx2[0] >> (ab - 1)) {
-      std::swap(b.e[0].q[0][3], b.e[0].q[1][3]);
-      for (int p = 0; p < 16; ++p) b.idx2[p] = uint8_t((1 << ab) - 1 - b.idx2[p]);
+    if (idx2[0] >> (ab - 1)) {
+      std::swap(e[0].q[0][3], e[0].q[1][3]);
+      for (int p = 0; p < 16; ++p) idx2[p] = uint8_t((1 << ab) - 1 - idx2[p]);
     }
-    if (b.selection) std::swap(b.idx, b.idx2);
+    if (blk.selection) std::swap(idx, idx2);
   } else {
     for (int s = 0; s < m.subsets; ++s) {
-      const int a = AnchorOf(m.subsets, b.partition, s);
-      if (!(b.idx[a] >> (ib - 1))) continue;
-      std::swap(b.e[s].q[0], b.e[s].q[1]);
-      std::swap(b.e[s].p[0], b.e[s].p[1]);
-      for (int p = 0; p < 16; ++p) {
-        if (bptc_decode::SubsetOf(m.subsets, b.partition, p) == s) b.idx[p] = uint8_t((1 << ib) - 1 - b.idx[p]);
+      const int a = AnchorOf(m.subsets, blk.partition, s);
+      anchors |= 1u << a;
+      if (!(idx[a] >> (ib - 1))) continue;
+      std::swap(e[s].q[0], e[s].q[1]);
+      std::swap(e[s].p[0], e[s].p[1]);
+      for (uint32_t k = SubsetMask(m.subsets, blk.partition, s); k; k &= k - 1) {
+        const int p = __builtin_ctz(k);
+        idx[p] = uint8_t((1 << ib) - 1 - idx[p]);
       }
     }
   }
   BitWriter w;
-  w.Put(1u << b.mode, b.mode + 1);
-  w.Put(uint32_t(b.partition), m.partition_bits);
-  w.Put(uint32_t(b.rotation), m.rotation_bits);
-  w.Put(uint32_t(b.selection), m.selection_bits);
+  w.Put(1u << kMode, kMode + 1);
+  w.Put(uint32_t(blk.partition), m.partition_bits);
+  w.Put(uint32_t(blk.rotation), m.rotation_bits);
+  w.Put(uint32_t(blk.selection), m.selection_bits);
   for (int c = 0; c < 3; ++c) {
     for (int s = 0; s < m.subsets; ++s) {
-      w.Put(uint32_t(b.e[s].q[0][c]), m.colour_bits);
-      w.Put(uint32_t(b.e[s].q[1][c]), m.colour_bits);
+      w.Put(uint32_t(e[s].q[0][c]), m.colour_bits);
+      w.Put(uint32_t(e[s].q[1][c]), m.colour_bits);
     }
   }
   for (int s = 0; s < m.subsets && m.alpha_bits; ++s) {
-    w.Put(uint32_t(b.e[s].q[0][3]), m.alpha_bits);
-    w.Put(uint32_t(b.e[s].q[1][3]), m.alpha_bits);
+    w.Put(uint32_t(e[s].q[0][3]), m.alpha_bits);
+    w.Put(uint32_t(e[s].q[1][3]), m.alpha_bits);
   }
   for (int s = 0; s < m.subsets; ++s) {
-    if (m.endpoint_pbits) w.Put(uint32_t(b.e[s].p[0]), 1), w.Put(uint32_t(b.e[s].p[1]), 1);
-    if (m.shared_pbits) w.Put(uint32_t(b.e[s].p[0]), 1);
+    if (m.endpoint_pbits) w.Put(uint32_t(e[s].p[0]), 1), w.Put(uint32_t(e[s].p[1]), 1);
+    if (m.shared_pbits) w.Put(uint32_t(e[s].p[0]), 1);
   }
-  for (int p = 0; p < 16; ++p) w.Put(b.idx[p], ib - bptc_decode::IsAnchor(m.subsets, b.partition, p));
-  for (int p = 0; p < 16 && m.index2_bits; ++p) w.Put(b.idx2[p], m.index2_bits - (p == 0));
+  // Indices gathered 64 bits at a time (at most 63 of each set), then put.
+  auto indices = [&](const uint8_t* v, int bits, uint32_t anchor_mask) {
+    uint64_t x = 0;
+    int n = 0;
+    for (int p = 0; p < 16; ++p) x |= uint64_t(v[p]) << n, n += bits - int(anchor_mask >> p & 1);
+    w.Put(uint32_t(x), n < 32 ? n : 32);
+    if (n > 32) w.Put(uint32_t(x >> 32), n - 32);
+  };
+  indices(idx, ib, anchors);
+  if (m.index2_bits) indices(idx2, m.index2_bits, 1);
   std::memcpy(out, &w.lo, 8);
   std::memcpy(out + 8, &w.hi, 8);
+}
+
+inline void Pack(const Block& blk, uint8_t out[16]) {
+  switch (blk.mode) {
+    case 0: return PackMode<0>(blk, out);
+    case 1: return PackMode<1>(blk, out);
+    case 2: return PackMode<2>(blk, out);
+    case 3: return PackMode<3>(blk, out);
+    case 4: return PackMode<4>(blk, out);
+    case 5: return PackMode<5>(blk, out);
+    case 6: return PackMode<6>(blk, out);
+    default: return PackMode<7>(blk, out);
+  }
 }
 
 // ------------------------------------------------------------ modes
@@ -431,13 +561,6 @@ inline constexpr SplitTable MakeSplitTable() {
 }
 inline constexpr SplitTable kSplit = MakeSplitTable();
 
-inline uint32_t SubsetMask(int subsets, int partition, int s) {
-  if (subsets == 1) return 0xFFFF;
-  const uint32_t t = subsets == 2 ? bptc_decode::kPartition2[partition] : bptc_decode::kPartition3[partition];
-  uint32_t mask = 0;
-  for (int p = 0; p < 16; ++p) mask |= uint32_t((t >> (2 * p) & 3) == uint32_t(s)) << p;
-  return mask;
-}
 
 // A partitioned mode (or mode 6, one subset) with the given partition.
 // Opaque tiles stay opaque: their alpha endpoints keep p-bits of 1.
@@ -521,9 +644,9 @@ inline void MakeMoments(const Tile& t, int chans, Moments* mo) {
 // Spread of a subset's pixels about their principal line: the trace of
 // their covariance less its largest eigenvalue (a Rayleigh quotient after
 // three power steps from the diagonal).
-inline float LineSpread(const Moments& mo, const int32_t* a, int n) {
+template <int ch>
+float LineSpreadOf(const int32_t* a, int n) {
   if (n < 2) return 0;
-  const int ch = mo.chans;
   const float inv = 1.0f / float(n);
   float cov[4][4] = {};
   int k = ch;
@@ -551,6 +674,9 @@ inline float LineSpread(const Moments& mo, const int32_t* a, int n) {
   }
   return trace - vcv / vv;
 }
+inline float LineSpread(const Moments& mo, const int32_t* a, int n) {
+  return mo.chans == 3 ? LineSpreadOf<3>(a, n) : LineSpreadOf<4>(a, n);
+}
 
 // Pixels of subsets 1 and 2 of each three-subset partition.
 struct Split3Table {
@@ -567,6 +693,13 @@ inline constexpr Split3Table MakeSplit3Table() {
   return t;
 }
 inline constexpr Split3Table kSplit3 = MakeSplit3Table();
+
+// Pixels of subset s of a partition, bit p for pixel p.
+inline uint32_t SubsetMask(int subsets, int partition, int s) {
+  if (subsets == 1) return 0xFFFF;
+  if (subsets == 2) return s ? kSplit.m[partition] : ~kSplit.m[partition] & 0xFFFFu;
+  return s ? kSplit3.m[partition][s - 1] : ~(kSplit3.m[partition][0] | kSplit3.m[partition][1]) & 0xFFFFu;
+}
 
 // Sums of the moments of the pixels in `mask`.
 template <int kCount>
@@ -590,7 +723,7 @@ inline float PartitionEstimate(const Moments& mo, int subsets, int partition) {
     MaskSums<14>(mo, m1, acc[1]), MaskSums<14>(mo, m2, acc[2]);
   }
   for (int k = 0; k < mo.count; ++k) acc[0][k] = mo.total[k] - acc[1][k] - acc[2][k];
-  n[1] = __builtin_popcount(m1), n[2] = __builtin_popcount(m2), n[0] = 16 - n[1] - n[2];
+  n[1] = Pop16(m1), n[2] = Pop16(m2), n[0] = 16 - n[1] - n[2];
   float total = 0;
   for (int s = 0; s < subsets; ++s) total += LineSpread(mo, acc[s], n[s]);
   return total;
@@ -623,7 +756,7 @@ inline Spread SpreadOf(const Points& pts, uint32_t mask) {
     const int p = __builtin_ctz(m);
     for (int j = 0; j < 5; ++j) a[j] += pts.v[p][j];
   }
-  return Spread{__builtin_popcount(mask), {a[0], a[1], a[2], a[3]}, a[4]};
+  return Spread{Pop16(mask), {a[0], a[1], a[2], a[3]}, a[4]};
 }
 inline Spread Less(const Spread& a, const Spread& b) {
   Spread r{a.n - b.n, {}, a.sq - b.sq};
@@ -655,6 +788,11 @@ inline float MeanSpread(const Points& pts, int chans, const Spread& all, int sub
   return total;
 }
 
+// The first ranking of the first `count` partitions of `subsets` subsets.
+inline void RoughRef(const Points& pts, const Spread& all, int subsets, int count, float* rough) {
+  for (int k = 0; k < count; ++k) rough[k] = MeanSpread(pts, 4, all, subsets, k);
+}
+
 // The `keep` of `est` (over the partitions listed in `from`, increasing)
 // of least value, best first (the lower number on a tie); returns how many.
 inline int Least(const float* est, const int* from, int count, int keep, int* out) {
@@ -679,13 +817,16 @@ inline int Least(const float* est, const int* from, int count, int keep, int* ou
 // first (the lower number on a tie); returns how many.  The partitions are
 // first ranked by the spread about their subsets' means (integer sums),
 // and only the best 2 * keep + 4 of that ranking get the line estimate.
-inline int Preselect(const Tile& t, const Moments& mo, int subsets, int count, int keep, int* out) {
+template <class K>
+int Preselect(const Tile& t, const Moments& mo, int subsets, int count, int keep, int* out) {
   Points pts;
   MakePoints(t, mo.chans, &pts);
   const Spread all = SpreadOf(pts, 0xFFFF);
-  float rough[64], est[64];
+  alignas(64) float rough[64];
+  float est[64];
   int order[64], listed[64];
-  for (int k = 0; k < count; ++k) rough[k] = MeanSpread(pts, mo.chans, all, subsets, k), order[k] = k;
+  K::Rough(pts, all, subsets, count, rough);
+  for (int k = 0; k < count; ++k) order[k] = k;
   const int wide = Least(rough, order, count, 2 * keep + 4 < count ? 2 * keep + 4 : count, listed);
   std::sort(listed, listed + wide);
   for (int i = 0; i < wide; ++i) est[listed[i]] = PartitionEstimate(mo, subsets, listed[i]);
@@ -734,13 +875,7 @@ void EncodeTile(const Tile& t, int quality, uint8_t out[16]) {
     if (opaque && best.err > 256) {
       uint32_t split = 0;
       for (int p = 0; p < 16; ++p) split |= uint32_t(best.idx[p] >= 8) << p;
-      int part = 0, least = 17;
-      for (int k = 0; k < 64; ++k) {
-        const int d = __builtin_popcount(split ^ kSplit.m[k]);
-        const int e = d < 16 - d ? d : 16 - d;
-        if (e < least) least = e, part = k;
-      }
-      TryPartitioned<K>(t, 1, part, opaque, eff, &best);
+      TryPartitioned<K>(t, 1, K::NearestSplit(split), opaque, eff, &best);
     }
     return Pack(best, out);
   }
@@ -749,13 +884,13 @@ void EncodeTile(const Tile& t, int quality, uint8_t out[16]) {
   MakeMoments(t, opaque ? 3 : 4, &mo);
   int parts[16], p3[16];
   const int keep2 = quality == 1 ? 4 : 8, keep3 = 2;
-  const int n2 = Preselect(t, mo, 2, 64, keep2, parts);
+  const int n2 = Preselect<K>(t, mo, 2, 64, keep2, parts);
   if (opaque) {
     for (int i = 0; i < n2; ++i) trial(1, parts[i], 0);
     for (int i = 0; i < n2; ++i) trial(3, parts[i], 0);
-    const int n0 = Preselect(t, mo, 3, 16, keep3, p3);
+    const int n0 = Preselect<K>(t, mo, 3, 16, keep3, p3);
     for (int i = 0; i < n0; ++i) trial(0, p3[i], 0);
-    const int n3 = Preselect(t, mo, 3, 64, keep3, p3);
+    const int n3 = Preselect<K>(t, mo, 3, 64, keep3, p3);
     for (int i = 0; i < n3; ++i) trial(2, p3[i], 0);
   } else {
     for (int i = 0; i < n2; ++i) trial(7, parts[i], 0);
@@ -775,6 +910,33 @@ void EncodeTile(const Tile& t, int quality, uint8_t out[16]) {
   Pack(best, out);
 }
 
+// The two-subset partition that differs from `split` (or from its
+// complement) in the fewest pixels (the lowest number on a tie).
+inline int NearestSplitRef(uint32_t split) {
+  int part = 0, least = 17;
+  for (int k = 0; k < 64; ++k) {
+    const int d = Pop16(split ^ kSplit.m[k]);
+    const int e = d < 16 - d ? d : 16 - d;
+    if (e < least) least = e, part = k;
+  }
+  return part;
+}
+
+// The reference kernels.
+struct RefKernel {
+  static int NearestSplit(uint32_t split) { return NearestSplitRef(split); }
+  static void Sum(const Tile& t, uint32_t mask, Sums* out) { SumsRef(t, mask, out); }
+  static void Extent(const Tile& t, uint32_t mask, const float mean[4], const float axis[4], float* lo, float* hi) {
+    ExtentRef(t, mask, mean, axis, lo, hi);
+  }
+  static void Rough(const Points& pts, const Spread& all, int subsets, int count, float* rough) {
+    RoughRef(pts, all, subsets, count, rough);
+  }
+  static uint32_t Run(const Tile& t, const int v[2][4], int bits, int chans, uint32_t mask, uint8_t idx[16]) {
+    return PaletteRef(t, v, bits, chans, mask, idx);
+  }
+};
+
 // ------------------------------------------------------------ driver
 
 template <class K>
@@ -784,9 +946,18 @@ RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, 
   uint8_t v[16];
   for (int64_t y = 0; y < roi.height; y += 4) {
     for (int64_t x = 0; x < roi.width; x += 4, dst += 16) {
-      for (int c = 0; c < 4; ++c) {
-        bc_encode::Gather(src, step, roi, x, y, 4, c, v);
-        for (int p = 0; p < 16; ++p) t.c[c][p] = v[p];
+      if (x + 4 <= roi.width && y + 4 <= roi.height) {
+        const uint8_t* at = src + ptrdiff_t(y) * step + 4 * x;
+        for (int r = 0; r < 4; ++r, at += step) {
+          for (int k = 0; k < 4; ++k) {
+            for (int c = 0; c < 4; ++c) t.c[c][4 * r + k] = at[4 * k + c];
+          }
+        }
+      } else {
+        for (int c = 0; c < 4; ++c) {
+          bc_encode::Gather(src, step, roi, x, y, 4, c, v);
+          for (int p = 0; p < 16; ++p) t.c[c][p] = v[p];
+        }
       }
       EncodeTile<K>(t, quality, dst);
     }
