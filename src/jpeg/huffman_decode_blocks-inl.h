@@ -35,9 +35,8 @@ namespace hn = hwy::HWY_NAMESPACE;
 
 // Lookups of the next kBits bits (8 for DC tables, 10 for AC ones), one
 // 64-bit entry per kBits-bit pattern.  Fields:
-//   bits 0..5    the bits the symbol takes in all, code and value bits (a
+//   bits 0..7    the bits the symbol takes in all, code and value bits (a
 //                shift count as it stands);
-//   bit 7        kSlow (AC): the value is not in the entry;
 //   bits 8..15   the zig-zag advance of an AC symbol (run + 1; 16 for ZRL;
 //                kEobAdvance for an end of block);
 //   bits 16..31  (AC, kSlow clear) the coefficient, extended: code and value
@@ -45,7 +44,8 @@ namespace hn = hwy::HWY_NAMESPACE;
 //                q90 photo's AC coefficients, so one lookup resolves them;
 //   bits 24..31  (DC, and AC with kSlow) the code length, and bits 40..47
 //                63 - s, for reading the value bits from the buffer;
-//   bits 48..63  the symbol's column of kRunSteps, ((len - 1) * 16 + s) * 64.
+//   bits 48..62  the symbol's column of kRunSteps, ((len - 1) * 16 + s) * 64;
+//   bit 63       kSlow (AC): the value is not in the entry (a sign test).
 // An AC entry of kSlow alone marks bits no code of up to kBits bits covers:
 // longer codes and data no code covers go to the bit-by-bit search.
 constexpr int kDcBits = 8, kAcBits = 10;
@@ -53,7 +53,7 @@ constexpr int kDcBits = 8, kAcBits = 10;
 // move the position and testing once per coefficient took 3% fewer
 // instructions but more mispredicted branches.)
 constexpr uint32_t kEobAdvance = 128;
-constexpr uint64_t kSlow = 0x80;
+constexpr uint64_t kSlow = uint64_t(1) << 63;
 template <int kBits>
 struct FastTable {
   static constexpr int kPeekBits = kBits;
@@ -390,8 +390,8 @@ inline RvtResult DecodeRun(const Args& a) {
     size_t k = 1;  // zig-zag position; 64 - k positions remain
     const auto ac = [&]() HWY_ATTR -> bool {
       uint64_t e = act.e[buf >> (64 - kAcBits)];
-      int32_t v = int16_t(e >> 16);
-      if (HWY_UNLIKELY(e & kSlow)) {
+      uint32_t v = uint32_t(e >> 16);  // its low 16 bits
+      if (HWY_UNLIKELY(int64_t(e) < 0)) {
         if (HWY_UNLIKELY(uint8_t(e >> 24) == 0)) {
           const Searched r = SearchCoefficient(Regs{buf, nb, int(vc)}, sl.acs);
           if (r.sym < 0 || !(buf = r.r.buf, nb = r.r.nb, vc = size_t(r.r.vc), refill())) {
@@ -400,14 +400,15 @@ inline RvtResult DecodeRun(const Args& a) {
           }
           // Its steps are taken: only the advance is read below.
           e = (BufferEntry(1, uint32_t(r.sym)) & 0xFF00) | (uint64_t(kKeepColumn) << 48);
-          v = r.v;
+          v = uint32_t(r.v);
         } else {
-          v = BufferValue(buf, e);
+          v = uint32_t(BufferValue(buf, e));
+          e ^= kSlow;
         }
       }
       vc = kRunSteps.step[vc + (e >> 48)];
       buf <<= (e & 63);
-      nb -= int(e & 63);
+      nb -= int(uint8_t(e));
       const size_t advance = uint8_t(e >> 8);
       if (advance == kEobAdvance) return false;
       k += advance;
