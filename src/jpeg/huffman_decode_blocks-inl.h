@@ -49,9 +49,8 @@ namespace hn = hwy::HWY_NAMESPACE;
 // An AC entry of kSlow alone marks bits no code of up to kBits bits covers:
 // longer codes and data no code covers go to the bit-by-bit search.
 constexpr int kDcBits = 8, kAcBits = 10;
-// The advance of an end of block: past every real position.  (Letting it
-// move the position and testing once per coefficient took 3% fewer
-// instructions but more mispredicted branches.)
+// The advance of an end of block: past every real position, so the one
+// test per coefficient of the position ends the block too.
 constexpr uint32_t kEobAdvance = 128;
 constexpr uint64_t kSlow = uint64_t(1) << 63;
 template <int kBits>
@@ -222,11 +221,14 @@ HWY_NOINLINE Refilled RefillBytes(const uint8_t* src, uint64_t buf, int nb, int 
 // The decoder's zig-zag order by the position after a coefficient (entry k
 // for zig-zag position k - 1), with every position past 63 on coefficient
 // 63: the fast walk stores first and checks the guard positions once per
-// block.
+// block.  An end of block moves the position by kEobAdvance and stores its
+// 0 on the DC coefficient, which is written after the AC ones.
 struct ZigzagFastTable {
-  uint8_t v[80];
+  uint8_t v[64 + kEobAdvance];
   constexpr ZigzagFastTable() : v() {
-    for (int k = 1; k < 80; ++k) v[k] = k <= 64 ? kNaturalOfZigzag[k - 1] : 63;
+    for (int k = 1; k < 64 + int(kEobAdvance); ++k) {
+      v[k] = k <= 64 ? kNaturalOfZigzag[k - 1] : (k < int(kEobAdvance) ? 63 : 0);
+    }
   }
 };
 inline constexpr ZigzagFastTable kZigzagFast{};
@@ -379,9 +381,9 @@ inline RvtResult DecodeRun(const Args& a) {
       nb -= int(e & 63);
     }
     const int16_t dc_value = int16_t(*sl.last_dc + v);  // v is 0 when s = 0
-    block[0] = dc_value;
     const FastTable<kAcBits>& act = *sl.act;
-    // One AC coefficient into the block; false at its end.  A run past the
+    // One AC coefficient into the block; false at its end (k is then above
+    // kEobAdvance after an end of block).  A run past the
     // guard positions (k above 72) lands on coefficient 63 like the guards
     // and is turned down after the loop: the careful decoder that takes the
     // block over starts from a zeroed block.  A code that is not there ends
@@ -398,7 +400,8 @@ inline RvtResult DecodeRun(const Args& a) {
             ok = false;
             return false;
           }
-          // Its steps are taken: only the advance is read below.
+          // Its steps are taken: only the advance is read below.  (An end
+          // of block here has the same advance.)
           e = (BufferEntry(1, uint32_t(r.sym)) & 0xFF00) | (uint64_t(kKeepColumn) << 48);
           v = uint32_t(r.v);
         } else {
@@ -409,9 +412,7 @@ inline RvtResult DecodeRun(const Args& a) {
       vc = kRunSteps.step[vc + (e >> 48)];
       buf <<= (e & 63);
       nb -= int(uint8_t(e));
-      const size_t advance = uint8_t(e >> 8);
-      if (advance == kEobAdvance) return false;
-      k += advance;
+      k += uint8_t(e >> 8);
       // A ZRL stores its 0 on a position no coefficient has reached yet.
       block[kZigzagFast.v[k]] = int16_t(v);
       return k <= 63;
@@ -420,7 +421,13 @@ inline RvtResult DecodeRun(const Args& a) {
       if (HWY_UNLIKELY(!refill())) return false;
       if (!ac() || !ac()) break;
     }
-    if (!ok || k > 72) return false;
+    if (!ok) return false;
+    if (k >= kEobAdvance) {
+      k -= kEobAdvance;
+    } else if (k > 72) {
+      return false;
+    }
+    block[0] = dc_value;
     *sl.last_dc = dc_value;
     *done = int(k);
     return true;
