@@ -417,9 +417,13 @@ inline RvtResult DecodeRun(const Args& a) {
       block[kZigzagFast.v[k]] = int16_t(v);
       return k <= 63;
     };
-    for (;;) {
-      if (HWY_UNLIKELY(!refill())) return false;
-      if (!ac() || !ac()) break;
+    // The DC symbol took at most 31 bits of the block's refill, which
+    // leaves enough for one AC symbol.
+    if (ac()) {
+      for (;;) {
+        if (HWY_UNLIKELY(!refill())) return false;
+        if (!ac() || !ac()) break;
+      }
     }
     if (!ok) return false;
     if (k >= kEobAdvance) {
