@@ -10,9 +10,12 @@
 // the caller's position and state back once, at the end.  Other value
 // bits are read without a branch.
 // Beside its 64-bit buffer it keeps the careful reader's valid-bit count,
-// so the state it leaves is the careful one; before every two coefficients
-// it refills to 56..63 bits without a branch while none of the next eight
-// bytes is 0xFF, and byte by byte, unstuffing FF 00, otherwise.  A block
+// so the state it leaves is the careful one; at the start of a block
+// (for the DC and the first AC symbol) and before every two AC symbols
+// after them it refills to 56..63 bits without a branch while none of the
+// next eight bytes is 0xFF, and byte by byte, unstuffing FF 00, otherwise.
+// An end of block ends the loop through the same position test as a full
+// block.  A block
 // near the end of the source, after a marker, over a marker or fill bytes,
 // or with codes the fast walk does not take goes to the careful decoder
 // from the state before it.
