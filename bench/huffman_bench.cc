@@ -8,10 +8,15 @@
 // (HuffEncode4K_Rows, HuffDecode4K_Rows).  Before the timed runs, every decoder path is also
 // timed per MCU row, the least of several repeats summed over the rows
 // ("row-min"): on a busy machine that figure moves least between runs.
+// The run decoder also decodes the same photos as a 4:4:4 frame
+// (HuffDecode4K444_Rows, against libjpeg-turbo reading its 4:4:4 JPEG).
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
 
 #include <jpeglib.h>
 
@@ -26,7 +31,9 @@ constexpr int kW = 3840, kH = 2160;
 constexpr int kMcuX = kW / 16, kMcuY = kH / 16;
 
 struct Frame {
-  // Blocks in coding order: per MCU four luma blocks, then Cb, then Cr.
+  // Blocks in coding order: per MCU four luma blocks, then Cb, then Cr
+  // (4:2:0), or one of each (4:4:4).
+  int mcux = 0, mcuy = 0, bpm = 0;  // MCUs across and down, blocks per MCU
   std::vector<int16_t> blocks;
   std::vector<int> comp;  // component of each block
   std::vector<uint8_t> jpeg;  // the frame as libjpeg-turbo writes it
@@ -43,11 +50,13 @@ struct Mosaic {
   }
 };
 
-const Frame& TheFrame() {
-  static const Frame f = [] {
+Frame MakeFrame(bool s444) {
+  {
     static std::vector<test::Coefs> photos;
-    for (const char* name : {"hubble_deep_field.jpg", "retina.jpg", "rocket.jpg"}) {
-      photos.push_back(test::ReadCoefficients(test::ReadFile(test::TestFile(name))));
+    if (photos.empty()) {
+      for (const char* name : {"hubble_deep_field.jpg", "retina.jpg", "rocket.jpg"}) {
+        photos.push_back(test::ReadCoefficients(test::ReadFile(test::TestFile(name))));
+      }
     }
     Mosaic luma, chroma[2];
     for (const auto& p : photos) {
@@ -56,13 +65,20 @@ const Frame& TheFrame() {
       chroma[1].planes.push_back(&p.planes[2]);
     }
     Frame fr;
+    fr.mcux = s444 ? kW / 8 : kMcuX;
+    fr.mcuy = s444 ? kH / 8 : kMcuY;
+    fr.bpm = s444 ? 3 : 6;
     auto add = [&](const int16_t* b, int c) {
       fr.blocks.insert(fr.blocks.end(), b, b + 64);
       fr.comp.push_back(c);
     };
-    for (int my = 0; my < kMcuY; ++my) {
-      for (int mx = 0; mx < kMcuX; ++mx) {
-        for (int i = 0; i < 4; ++i) add(luma.at(2 * mx + (i & 1), 2 * my + (i >> 1)), 0);
+    for (int my = 0; my < fr.mcuy; ++my) {
+      for (int mx = 0; mx < fr.mcux; ++mx) {
+        if (s444) {
+          add(luma.at(mx, my), 0);
+        } else {
+          for (int i = 0; i < 4; ++i) add(luma.at(2 * mx + (i & 1), 2 * my + (i >> 1)), 0);
+        }
         add(chroma[0].at(mx, my), 1);
         add(chroma[1].at(mx, my), 2);
       }
@@ -80,26 +96,28 @@ const Frame& TheFrame() {
     c.input_components = 3;
     c.in_color_space = JCS_YCbCr;
     jpeg_set_defaults(&c);
+    if (s444) c.comp_info[0].h_samp_factor = c.comp_info[0].v_samp_factor = 1;
     jvirt_barray_ptr arrays[3];
     for (int ci = 0; ci < 3; ++ci) {
-      const int wb = ci == 0 ? kW / 8 : kW / 16, hb = ci == 0 ? kH / 8 : kH / 16;
+      const int wb = ci == 0 || s444 ? kW / 8 : kW / 16, hb = ci == 0 || s444 ? kH / 8 : kH / 16;
       arrays[ci] = (*c.mem->request_virt_barray)(reinterpret_cast<j_common_ptr>(&c), JPOOL_IMAGE,
                                                  TRUE, JDIMENSION(wb), JDIMENSION(hb),
                                                  JDIMENSION(c.comp_info[ci].v_samp_factor));
     }
     jpeg_write_coefficients(&c, arrays);
     size_t k = 0;
-    for (int my = 0; my < kMcuY; ++my) {
+    for (int my = 0; my < fr.mcuy; ++my) {
       JBLOCKARRAY rows[3];
       rows[0] = (*c.mem->access_virt_barray)(reinterpret_cast<j_common_ptr>(&c), arrays[0],
-                                             JDIMENSION(2 * my), 2, TRUE);
+                                             JDIMENSION(s444 ? my : 2 * my), s444 ? 1 : 2, TRUE);
       for (int ci = 1; ci < 3; ++ci) {
         rows[ci] = (*c.mem->access_virt_barray)(reinterpret_cast<j_common_ptr>(&c), arrays[ci],
                                                 JDIMENSION(my), 1, TRUE);
       }
-      for (int mx = 0; mx < kMcuX; ++mx) {
-        for (int i = 0; i < 6; ++i, ++k) {
-          JCOEF* dst = i < 4 ? rows[0][i >> 1][2 * mx + (i & 1)] : rows[i - 3][0][mx];
+      for (int mx = 0; mx < fr.mcux; ++mx) {
+        for (int i = 0; i < fr.bpm; ++i, ++k) {
+          JCOEF* dst = s444 ? rows[i][0][mx]
+                            : i < 4 ? rows[0][i >> 1][2 * mx + (i & 1)] : rows[i - 3][0][mx];
           for (int j = 0; j < 64; ++j) dst[j] = fr.blocks[k * 64 + size_t(j)];
         }
       }
@@ -109,8 +127,15 @@ const Frame& TheFrame() {
     jpeg_destroy_compress(&c);
     free(out);
     return fr;
-  }();
-  return f;
+  }
+}
+
+// The 4:2:0 frame, or the same photos as a 4:4:4 frame.
+const Frame& TheFrame(bool s444 = false) {
+  static const Frame f420 = MakeFrame(false);
+  if (!s444) return f420;
+  static const Frame f444 = MakeFrame(true);
+  return f444;
 }
 
 struct Tables {
@@ -127,8 +152,8 @@ const Tables& TheTables() {
 using EncFn = decltype(&rvtiEncodeHuffman8x8_JPEG_16s1u_C1);
 using DecFn = decltype(&rvtiDecodeHuffman8x8_JPEG_1u16s_C1);
 
-int EncodeFrame(EncFn fn, std::vector<uint8_t>& out) {
-  const Frame& f = TheFrame();
+int EncodeFrame(EncFn fn, std::vector<uint8_t>& out, bool s444 = false) {
+  const Frame& f = TheFrame(s444);
   const Tables& t = TheTables();
   EncodeHuffmanState st;
   rvtiEncodeHuffmanStateInit_JPEG_8u(&st);
@@ -160,21 +185,29 @@ void DecodeFrame(DecFn fn, const std::vector<uint8_t>& in, int len, std::vector<
   }
 }
 
-// The same frame, one MCU row (240 MCUs of 6 blocks) per call of the run
-// decoder.
+// The component of each block of an MCU.
+const int* McuPattern(bool s444) {
+  static const int c420[6] = {0, 0, 0, 0, 1, 2}, c444[3] = {0, 1, 2};
+  return s444 ? c444 : c420;
+}
+
+// The same frame, one MCU row (240 MCUs of 6 blocks, or 480 of 3) per call
+// of the run decoder.
 using RunFn = decltype(&rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1);
-void DecodeFrameRows(RunFn fn, const std::vector<uint8_t>& in, int len, std::vector<int16_t>& out) {
+void DecodeFrameRows(RunFn fn, const std::vector<uint8_t>& in, int len, std::vector<int16_t>& out,
+                     bool s444 = false) {
+  const Frame& f = TheFrame(s444);
   const Tables& t = TheTables();
   DecodeHuffmanState st;
   rvtiDecodeHuffmanStateInit_JPEG_8u(&st);
   int16_t dc[4] = {0, 0, 0, 0};
   int pos = 0, marker = 0, ndone = 0;
-  static const int comp[6] = {0, 0, 0, 0, 1, 2};
   const DecodeHuffmanSpec* dcs[4] = {&t.ddc[0].spec, &t.ddc[1].spec, &t.ddc[1].spec, nullptr};
   const DecodeHuffmanSpec* acs[4] = {&t.dac[0].spec, &t.dac[1].spec, &t.dac[1].spec, nullptr};
-  for (int my = 0; my < kMcuY; ++my) {
-    fn(in.data(), len, &pos, &out[size_t(my) * kMcuX * 6 * 64], kMcuX, comp, 6, dc, &marker, dcs,
-       acs, &st, nullptr, &ndone);
+  const size_t row = size_t(f.mcux) * size_t(f.bpm) * 64;
+  for (int my = 0; my < f.mcuy; ++my) {
+    fn(in.data(), len, &pos, &out[size_t(my) * row], f.mcux, McuPattern(s444), f.bpm, dc,
+       &marker, dcs, acs, &st, nullptr, &ndone);
   }
 }
 
@@ -218,7 +251,7 @@ std::vector<uint8_t> LibjpegScanData() {
   return std::vector<uint8_t>(scan.bytes.begin() + long(scan.data_start), scan.bytes.end() - 2);
 }
 
-void ReadCoefsOnce(const std::vector<uint8_t>& jpeg, bool transcode) {
+void ReadCoefsOnce(const std::vector<uint8_t>& jpeg, bool transcode = false) {
   jpeg_decompress_struct d;
   jpeg_error_mgr err;
   d.err = jpeg_std_error(&err);
@@ -263,15 +296,22 @@ double RowMinMs(Body body, int repeats = 9) {
   return total;
 }
 
-// Least of several whole-frame runs, in ms.
+// This thread's processor time in ms: on a machine shared with other jobs
+// a whole frame is rarely left alone for its wall time.
+double ThreadMs() {
+  timespec ts;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+  return double(ts.tv_sec) * 1e3 + double(ts.tv_nsec) * 1e-6;
+}
+
+// Least of several whole-frame runs, in ms of this thread's processor time.
 template <class Body>
 double MinMs(Body body, int repeats = 7) {
   double best = 1e30;
   for (int r = 0; r < repeats; ++r) {
-    const auto t0 = std::chrono::steady_clock::now();
+    const double t0 = ThreadMs();
     body();
-    const auto t1 = std::chrono::steady_clock::now();
-    best = std::min(best, std::chrono::duration<double, std::milli>(t1 - t0).count());
+    best = std::min(best, ThreadMs() - t0);
   }
   return best;
 }
@@ -350,7 +390,44 @@ void PrintRowMins() {
   }
 }
 
+// Decoding in one run, per sampling: the run decoder (one call per MCU row,
+// the dispatched target) against libjpeg-turbo's jpeg_read_coefficients,
+// each the least of several frames.
+void PrintDecodeComparison() {
+  for (const bool s444 : {false, true}) {
+    const Frame& f = TheFrame(s444);
+    std::vector<uint8_t> in(f.nblocks() * 200);
+    const int len = EncodeFrame(test::Reference(impl_rvtiEncodeHuffman8x8_JPEG_16s1u_C1), in, s444);
+    std::vector<int16_t> out(f.blocks.size());
+    const double ours = MinMs([&] {
+      DecodeFrameRows(rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1, in, len, out, s444);
+    });
+    const bool same = out == f.blocks;
+    const double lj = MinMs([&] { ReadCoefsOnce(f.jpeg); });
+    std::printf("decode 4K %s: run decoder %.2f ms%s, libjpeg-turbo read %.2f ms, "
+                "libjpeg-turbo/run %.2fx\n",
+                s444 ? "4:4:4" : "4:2:0", ours, same ? "" : " (DIFFERENT blocks)", lj, lj / ours);
+  }
+}
+
+// RVT_HUFFBENCH_ONCE=420 (or 444, or both): decode the frame once with the
+// run decoder and stop (for instruction counts under cachegrind).
+void DecodeOnceAndExit(const char* which) {
+  for (const bool s444 : {false, true}) {
+    if (!std::strstr(which, s444 ? "444" : "420")) continue;
+    const Frame& f = TheFrame(s444);
+    std::vector<uint8_t> in(f.nblocks() * 200);
+    const int len = EncodeFrame(test::Reference(impl_rvtiEncodeHuffman8x8_JPEG_16s1u_C1), in, s444);
+    std::vector<int16_t> out(f.blocks.size());
+    DecodeFrameRows(rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1, in, len, out, s444);
+    std::printf("%s decoded %s\n", s444 ? "4:4:4" : "4:2:0",
+                out == f.blocks ? "identical" : "DIFFERENT");
+  }
+  std::exit(0);
+}
+
 int Register() {
+  if (const char* e = std::getenv("RVT_HUFFBENCH_ONCE")) DecodeOnceAndExit(e);
   const double mb = CoefBytes() / 1e6;
   std::printf("frame: %dx%d 4:2:0, %zu blocks, %.1f MB of coefficients; libjpeg-turbo JPEG %zu bytes\n",
               kW, kH, TheFrame().nblocks(), mb, TheFrame().jpeg.size());
@@ -364,6 +441,7 @@ int Register() {
                     : "DIFFERENT");
   }
   PrintRowMins();
+  PrintDecodeComparison();
   PrintEncodeComparison();
   bench::RegisterTargets("HuffEncode4K", impl_rvtiEncodeHuffman8x8_JPEG_16s1u_C1,
                          [](benchmark::State& s, EncFn fn) {
@@ -423,6 +501,25 @@ int Register() {
                            if (out != TheFrame().blocks) s.SkipWithError("decoded frame differs");
                            Report(s);
                          });
+  bench::RegisterTargets("HuffDecode4K444_Rows", impl_rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1,
+                         [](benchmark::State& s, RunFn fn) {
+                           const Frame& f = TheFrame(true);
+                           std::vector<uint8_t> in(f.nblocks() * 200);
+                           const int len = EncodeFrame(
+                               test::Reference(impl_rvtiEncodeHuffman8x8_JPEG_16s1u_C1), in, true);
+                           std::vector<int16_t> out(f.blocks.size());
+                           for (auto _ : s) {
+                             DecodeFrameRows(fn, in, len, out, true);
+                             benchmark::ClobberMemory();
+                           }
+                           if (out != f.blocks) s.SkipWithError("decoded frame differs");
+                           s.SetBytesProcessed(int64_t(double(s.iterations()) *
+                                                       double(f.nblocks()) * 128.0));
+                         });
+  benchmark::RegisterBenchmark("libjpeg_read_coefficients4K444", [](benchmark::State& s) {
+    for (auto _ : s) ReadCoefsOnce(TheFrame(true).jpeg);
+    s.SetBytesProcessed(int64_t(double(s.iterations()) * double(TheFrame(true).nblocks()) * 128.0));
+  });
   benchmark::RegisterBenchmark("libjpeg_read_coefficients4K", [](benchmark::State& s) {
     for (auto _ : s) ReadCoefsOnce(TheFrame().jpeg, false);
     Report(s);

@@ -333,6 +333,57 @@ TEST(HuffmanBlocks, ChecksInArgumentOrderAndWritesNothing) {
   }
 }
 
+// Coefficients of every size at the ends of their range (+-1, +-2^(s-1),
+// +-(2^s - 1)) after every run, with the photo tables (codes of 2..16 bits)
+// and the wide ones: codes and value bits that end on either side of the
+// decoders' lookups, values whose sign bit lies in the code's prefix or
+// after it, blocks that end on coefficient 63 without an end of block.
+// Every path gives the blocks back and leaves what the block decoder does.
+TEST(HuffmanBlocks, ValuesOfEverySizeAtTheirEndsAfterEveryRun) {
+  const Tables& t = TheTables();
+  for (const std::vector<int>& pattern : {std::vector<int>{0, 1}, std::vector<int>{3}}) {
+    std::vector<int16_t> src;
+    for (int run = 0; run < 16; ++run) {
+      for (int s = 1; s <= (pattern[0] == 3 ? 15 : 10); ++s) {
+        const int top = (1 << s) - 1, half = 1 << (s - 1);
+        for (const int v : {1, -1, half, -half, top, -top}) {
+          int16_t b[64] = {};
+          b[0] = int16_t(v * 3 % 1000);
+          // The value after `run` zeros, then again up to coefficient 63.
+          for (int k = 1 + run; k < 64; k += run + 1) b[kNaturalOfZigzag[k]] = int16_t(v);
+          src.insert(src.end(), b, b + 64);
+        }
+      }
+    }
+    const int nb = int(pattern.size()), nmcus = int(src.size() / 64) / nb;
+    Scan scan;
+    scan.comp = pattern;
+    scan.nmcus = nmcus;
+    scan.bytes.resize(src.size() * 8 + 64);
+    EncodeHuffmanState st = test::FreshEncodeState();
+    int16_t dc[4] = {0, 0, 0, 0};
+    int pos = 0;
+    for (int i = 0; i < nmcus * nb; ++i) {
+      const int c = pattern[size_t(i % nb)];
+      ASSERT_EQ(rvtiEncodeHuffman8x8_JPEG_16s1u_C1(&src[size_t(i) * 64], scan.bytes.data(),
+                                                   int(scan.bytes.size()), &pos, &dc[c],
+                                                   &t.edc[c].spec, &t.eac[c].spec, &st, 0),
+                rvtStatusOk);
+    }
+    rvtiEncodeHuffman8x8_JPEG_16s1u_C1(nullptr, scan.bytes.data(), int(scan.bytes.size()), &pos,
+                                       nullptr, nullptr, nullptr, &st, 1);
+    scan.bytes.resize(size_t(pos));
+    scan.bytes.insert(scan.bytes.end(), {0xFF, 0xD9});
+    const Outcome want = ByBlocks(scan, Session{}, nmcus);
+    ASSERT_EQ(want.status, rvtStatusOk);
+    ASSERT_EQ(want.blocks, src);
+    for (const auto& tg : test::AllTargets(kRun)) {
+      EXPECT_TRUE(Same(want, ByRun(tg.fn, scan, Session{}, nmcus))) << tg.name << ", component "
+                                                                    << pattern[0];
+    }
+  }
+}
+
 // The differential check: runs over photo scans and damaged ones.
 std::vector<test::Case> RunCases(test::Rng& rng) {
   std::vector<test::Case> out;

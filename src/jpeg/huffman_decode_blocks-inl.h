@@ -4,14 +4,18 @@
 //
 // Once per call the kernel turns each table the run uses into a lookup (8
 // bits for DC, 10 for AC) that gives, per code, everything the loop needs
-// (bits taken, the careful reader's step, the zig-zag advance), then
-// decodes block after block with the bit buffer in registers, writing the
-// caller's position and state back once, at the end.  The value bits are
-// read without a branch.
+// (bits taken, the careful reader's step, the zig-zag advance, and for an
+// AC code whose value bits lie in the 10 bits the coefficient itself),
+// then decodes block after block with the bit buffer in registers, writing
+// the caller's position and state back once, at the end.  Other value
+// bits are read without a branch.
 // Beside its 64-bit buffer it keeps the careful reader's valid-bit count,
-// so the state it leaves is the careful one; before every two coefficients
-// it refills to 56..63 bits without a branch while none of the next eight
-// bytes is 0xFF, and byte by byte, unstuffing FF 00, otherwise.  A block
+// so the state it leaves is the careful one; at the start of a block
+// (for the DC and the first AC symbol) and before every two AC symbols
+// after them it refills to 56..63 bits without a branch while none of the
+// next eight bytes is 0xFF, and byte by byte, unstuffing FF 00, otherwise.
+// An end of block ends the loop through the same position test as a full
+// block.  A block
 // near the end of the source, after a marker, over a marker or fill bytes,
 // or with codes the fast walk does not take goes to the careful decoder
 // from the state before it.
@@ -32,72 +36,105 @@ HWY_BEFORE_NAMESPACE();
 namespace rvt::huffman_decode_blocks::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// Lookup of the next kBits bits (8 for DC tables, 10 for AC ones), one
-// entry per code of up to kBits bits.  Entry fields: bits 0..7 the bits the
-// symbol takes in all (code and value bits), 24..31 the code length, 32..39
-// the zig-zag advance of an AC symbol (run + 1; 16 for ZRL; kEobAdvance for
-// an end of block), 40..47 63 - s, 48..63 its column of kRunSteps,
-// ((code length - 1) * 16 + s) * 64.  Every field the loop reads is one
-// shift away (shift counts use their low six bits).  An entry of 0 (no
-// bits taken) marks bits no such code covers: longer codes and data no code
-// covers go to the bit-by-bit search.  Codes of 9 and 10 bits are a few
-// percent of a q90 photo's AC symbols, and each one the search took cost a
-// mispredicted branch.  The value bits are
-// always read from the buffer, without a branch: a lookup that resolved
-// them too saved a load but cost a mispredicted branch on every other
-// coefficient of a q90 photo.
+// Lookups of the next kBits bits (8 for DC tables, 10 for AC ones), one
+// 64-bit entry per kBits-bit pattern.  Fields:
+//   bits 0..7    the bits the symbol takes in all, code and value bits (a
+//                shift count as it stands);
+//   bits 8..15   the zig-zag advance of an AC symbol (run + 1; 16 for ZRL;
+//                kEobAdvance for an end of block);
+//   bits 16..31  (AC, kSlow clear) the coefficient, extended: code and value
+//                bits both lie in the kBits bits, which is so for 95% of a
+//                q90 photo's AC coefficients, so one lookup resolves them;
+//   bits 24..31  (DC, and AC with kSlow) the code length, and bits 40..47
+//                63 - s, for reading the value bits from the buffer;
+//   bits 48..62  the symbol's column of kRunSteps, ((len - 1) * 16 + s) * 64;
+//   bit 63       kSlow (AC): the value is not in the entry (a sign test).
+// An AC entry of kSlow alone marks bits no code of up to kBits bits covers:
+// longer codes and data no code covers go to the bit-by-bit search.
 constexpr int kDcBits = 8, kAcBits = 10;
-// The advance of an end of block: past every real position.  (Letting it
-// move the position and testing once per coefficient took 3% fewer
-// instructions but more mispredicted branches.)
+// The advance of an end of block: past every real position, so the one
+// test per coefficient of the position ends the block too.
 constexpr uint32_t kEobAdvance = 128;
+constexpr uint64_t kSlow = uint64_t(1) << 63;
 template <int kBits>
 struct FastTable {
   static constexpr int kPeekBits = kBits;
   uint64_t e[1 << kBits];
 };
 
-HWY_INLINE uint64_t FastEntry(uint32_t len, uint32_t sym) {
+// The entry of a symbol whose value bits are read from the buffer.
+HWY_INLINE uint64_t BufferEntry(uint32_t len, uint32_t sym) {
   const uint32_t s = sym & 15, run = sym >> 4;
   const uint32_t advance = s != 0 ? run + 1 : (run == 15 ? 16 : kEobAdvance);
-  return (len + s) | (uint64_t(len) << 24) | (uint64_t(advance) << 32) |
-         (uint64_t(63 - s) << 40) | (uint64_t(((len - 1) * 16 + s) * 64) << 48);
+  return (len + s) | (advance << 8) | (uint64_t(len) << 24) | (uint64_t(63 - s) << 40) |
+         (uint64_t(((len - 1) * 16 + s) * 64) << 48);
 }
 
-// The careful reader's symbol for the kBits bits i (kBits > 8) whose first
-// 8 its lookup does not hold: the search from 9 bits, as far as kBits
-// bits; 0 when it goes further or leaves the table.
+// The entry of the AC symbol sym with code length len for the kBits bits i
+// that start with its code.
 template <int kBits>
-HWY_INLINE uint64_t SearchedEntry(const DecodeHuffmanSpec* t, uint32_t i) {
-  int len = 9;
+HWY_INLINE uint64_t AcEntry(uint32_t len, uint32_t sym, uint32_t i) {
+  const uint32_t s = sym & 15;
+  const uint64_t e = BufferEntry(len, sym);
+  if (len + s > uint32_t(kBits)) return e | kSlow;
+  const int32_t v =
+      s == 0 ? 0 : Extend((i >> (uint32_t(kBits) - len - s)) & ((1u << s) - 1), int(s));
+  return (e & ~(uint64_t(0xFFFFFF) << 16)) | (uint64_t(uint16_t(v)) << 16);
+}
+
+// The careful reader's code length and symbol for the kBits bits i (kBits
+// > 8) whose first 8 its lookup does not hold: the search from 9 bits, as
+// far as kBits bits; false when it goes further or leaves the table.
+template <int kBits>
+HWY_INLINE bool SearchedCode(const DecodeHuffmanSpec* t, uint32_t i, uint32_t* len,
+                             uint32_t* sym) {
+  int n = 9;
   int32_t code = int32_t(i >> (kBits - 9));
-  while (code > MaxCode(t, len)) {
-    if (++len > kBits) return 0;
-    code = int32_t(i >> (kBits - len));
+  while (code > MaxCode(t, n)) {
+    if (++n > kBits) return false;
+    code = int32_t(i >> (kBits - n));
   }
-  const int32_t index = int32_t(t->valueIndex[len]) - int32_t(t->minCode[len]) + code;
-  if (uint32_t(index) > 255u) return 0;
-  return FastEntry(uint32_t(len), t->values[index] & 0xFFu);
+  const int32_t index = int32_t(t->valueIndex[n]) - int32_t(t->minCode[n]) + code;
+  if (uint32_t(index) > 255u) return false;
+  *len = uint32_t(n);
+  *sym = t->values[index] & 0xFFu;
+  return true;
 }
 
-template <int kBits>
-HWY_NOINLINE void BuildFastTable(const DecodeHuffmanSpec* t, FastTable<kBits>* out) {
-  constexpr int kSpread = 1 << (kBits - 8);
+// The DC lookup: the careful reader's 8-bit one, value bits from the
+// buffer; 0 for longer codes.
+HWY_NOINLINE void BuildDcTable(const DecodeHuffmanSpec* t, FastTable<kDcBits>* out) {
   for (uint32_t p = 0; p < 256; ++p) {
     const uint32_t le = t->lookup[p];
     const uint32_t len = (le >> 16) & 0xFF;  // as the careful reader reads it
+    out->e[p] = len - 1 < 8 ? BufferEntry(len, le & 0xFF) : 0;
+  }
+}
+
+// The AC lookup, codes of up to 8 bits from the careful reader's lookup and
+// longer ones from its search.  Per 8-bit prefix only the value bits of
+// the kBits bits differ.
+template <int kBits>
+HWY_NOINLINE void BuildAcTable(const DecodeHuffmanSpec* t, FastTable<kBits>* out) {
+  constexpr uint32_t kSpread = 1u << (kBits - 8);
+  for (uint32_t p = 0; p < 256; ++p) {
+    const uint32_t le = t->lookup[p];
+    const uint32_t len = (le >> 16) & 0xFF;
     uint64_t* dst = out->e + p * kSpread;
     if (len - 1 < 8) {
-      const uint64_t e = FastEntry(len, le & 0xFF);
-      for (int j = 0; j < kSpread; ++j) dst[j] = e;
-    } else {
-      for (int j = 0; j < kSpread; ++j) {
-        if constexpr (kBits > 8) {
-          dst[j] = SearchedEntry<kBits>(t, p * kSpread + uint32_t(j));
-        } else {
-          dst[j] = 0;
-        }
+      const uint32_t sym = le & 0xFF, s = sym & 15;
+      if (s == 0 || len + s > uint32_t(kBits)) {
+        const uint64_t e = AcEntry<kBits>(len, sym, p * kSpread);
+        for (uint32_t j = 0; j < kSpread; ++j) dst[j] = e;
+      } else {
+        for (uint32_t j = 0; j < kSpread; ++j) dst[j] = AcEntry<kBits>(len, sym, p * kSpread + j);
       }
+      continue;
+    }
+    for (uint32_t j = 0; j < kSpread; ++j) {
+      const uint32_t i = p * kSpread + j;
+      uint32_t n = 0, sym = 0;
+      dst[j] = SearchedCode<kBits>(t, i, &n, &sym) ? AcEntry<kBits>(n, sym, i) : kSlow;
     }
   }
 }
@@ -108,46 +145,6 @@ HWY_NOINLINE void BuildFastTable(const DecodeHuffmanSpec* t, FastTable<kBits>* o
 HWY_INLINE bool HasFFByte(uint64_t w) {
   return ((~w - 0x0101010101010101ull) & w & 0x8080808080808080ull) != 0;
 }
-
-// The bit buffer and, beside it, the careful reader's valid-bit count,
-// which fills the same bytes at the same moments, only later.
-struct Fast {
-  const uint8_t* src;
-  uint64_t buf;  // nb valid bits, left-aligned (oldest in bit 63); below them
-                 // zeros or bits of the next bytes
-  int nb;
-  int rpos;      // next source byte for buf
-  int vc;        // careful count
-  int base;      // source position at the last load
-  bool stuffed;  // an FF 00 pair went into buf since the load
-
-  void Load(int pos, const DecodeHuffmanState* st) {
-    BitReader r{src, 0, pos, 0, 0, nullptr};
-    r.Load(st);
-    buf = r.count ? uint64_t(r.acc) << (64 - r.count) : 0;
-    nb = r.count;
-    rpos = pos;
-    vc = r.count;
-    base = pos;
-    stuffed = false;
-  }
-  // The careful reader's position and state: it has read (nb - vc) / 8
-  // fewer data bytes, each of which is an FF 00 pair or a single byte.
-  void Store(int* pos, DecodeHuffmanState* st) const {
-    const int c = vc;
-    int u = (nb - c) >> 3;
-    int p = rpos;
-    if (!stuffed) {
-      p -= u;
-    } else {
-      for (; u > 0; --u) p -= (p - 2 >= base && src[p - 1] == 0 && src[p - 2] == 0xFF) ? 2 : 1;
-    }
-    *pos = p;
-    st->acc = c ? buf >> (64 - c) : 0;
-    st->count = c;
-  }
-};
-
 
 // The registers of the block loop: the buffer, its count and the careful
 // count.  Slow paths take and return them by value, so the
@@ -227,11 +224,14 @@ HWY_NOINLINE Refilled RefillBytes(const uint8_t* src, uint64_t buf, int nb, int 
 // The decoder's zig-zag order by the position after a coefficient (entry k
 // for zig-zag position k - 1), with every position past 63 on coefficient
 // 63: the fast walk stores first and checks the guard positions once per
-// block.
+// block.  An end of block moves the position by kEobAdvance and stores its
+// 0 on the DC coefficient, which is written after the AC ones.
 struct ZigzagFastTable {
-  uint8_t v[80];
+  uint8_t v[64 + kEobAdvance];
   constexpr ZigzagFastTable() : v() {
-    for (int k = 1; k < 80; ++k) v[k] = k <= 64 ? kNaturalOfZigzag[k - 1] : 63;
+    for (int k = 1; k < 64 + int(kEobAdvance); ++k) {
+      v[k] = k <= 64 ? kNaturalOfZigzag[k - 1] : (k < int(kEobAdvance) ? 63 : 0);
+    }
   }
 };
 inline constexpr ZigzagFastTable kZigzagFast{};
@@ -241,18 +241,103 @@ inline constexpr ZigzagFastTable kZigzagFast{};
 // position: this much source lets the kernel skip every bound check.
 constexpr int kFastMargin = 2 * (248 + 8) + 16;
 
-// One block from f into a zeroed block; f and the predictor move on only
-// when it succeeds.
-HWY_INLINE bool FastBlock(Fast& f, int16_t* block, int16_t* last_dc,
-                          const FastTable<kDcBits>& dct, const FastTable<kAcBits>& act,
-                          const DecodeHuffmanSpec* dcs,
-                          const DecodeHuffmanSpec* acs, int* done) {
-  const uint8_t* src = f.src;
-  uint64_t buf = f.buf;
-  int nb = f.nb, rpos = f.rpos;
-  // Unsigned and pointer-wide: the step chain is one load and one add.
-  size_t vc = size_t(f.vc);
-  bool stuffed = f.stuffed;
+// The value bits after the code of a buffer entry e, extended; 0 when s =
+// 0.  (t >> 1) >> (63 - s) keeps the shift below 64 for s = 0; a negative
+// value takes 2^s - 1 off its bits.
+HWY_INLINE int32_t BufferValue(uint64_t buf, uint64_t e) {
+  const uint64_t t = buf << ((e >> 24) & 63);
+  const int32_t r = int32_t((t >> 1) >> ((e >> 40) & 63));
+  const int32_t m = int32_t((~uint64_t(0) >> 1) >> ((e >> 40) & 63));
+  const int32_t negative = ~int32_t(int64_t(t) >> 63);  // top bit clear
+  return r - (negative & m);
+}
+
+inline RvtResult DecodeRun(const Args& a) {
+  // The tables of the run, each distinct spec once per kind.
+  FastTable<kDcBits> dtabs[kComponents];
+  FastTable<kAcBits> atabs[kComponents];
+  const DecodeHuffmanSpec* dbuilt[kComponents];
+  const DecodeHuffmanSpec* abuilt[kComponents];
+  int ndbuilt = 0, nabuilt = 0;
+  const FastTable<kDcBits>* dct[kComponents] = {};
+  const FastTable<kAcBits>* act[kComponents] = {};
+  for (int b = 0; b < a.nblocks; ++b) {
+    const int c = a.comp[b];
+    if (!dct[c]) {
+      for (int j = 0; j < ndbuilt && !dct[c]; ++j) {
+        if (dbuilt[j] == a.dc[c]) dct[c] = &dtabs[j];
+      }
+      if (!dct[c]) {
+        BuildDcTable(a.dc[c], &dtabs[ndbuilt]);
+        dbuilt[ndbuilt] = a.dc[c];
+        dct[c] = &dtabs[ndbuilt++];
+      }
+    }
+    if (!act[c]) {
+      for (int j = 0; j < nabuilt && !act[c]; ++j) {
+        if (abuilt[j] == a.ac[c]) act[c] = &atabs[j];
+      }
+      if (!act[c]) {
+        BuildAcTable(a.ac[c], &atabs[nabuilt]);
+        abuilt[nabuilt] = a.ac[c];
+        act[c] = &atabs[nabuilt++];
+      }
+    }
+  }
+
+  // Per block of the pattern, what its component uses; the caller's
+  // arguments in locals, since stores through the int pointers could
+  // otherwise reach them.
+  struct Slot {
+    const FastTable<kDcBits>* dct;
+    const FastTable<kAcBits>* act;
+    const DecodeHuffmanSpec* dcs;
+    const DecodeHuffmanSpec* acs;
+    int16_t* last_dc;
+  } slots[kMaxMcuBlocks];
+  const int nblocks = a.nblocks, nmcus = a.nmcus, len = a.len;
+  for (int b = 0; b < nblocks; ++b) {
+    const int c = a.comp[b];
+    slots[b] = {dct[c], act[c], a.dc[c], a.ac[c], &a.last_dc[c]};
+  }
+  int* const done_out = a.done;
+  int16_t* block = a.dst;
+  const uint8_t* const src = a.src;
+
+  // The bit buffer: nb valid bits, left-aligned (oldest in bit 63), below
+  // them zeros or bits of the next bytes; rpos the next source byte for it.
+  // Beside it the careful reader's valid-bit count vc, which fills the same
+  // bytes at the same moments, only later; base the source position at the
+  // last load, stuffed whether an FF 00 pair went into the buffer since.
+  uint64_t buf = 0;
+  int nb = 0, rpos = 0, base = 0;
+  size_t vc = 0;  // unsigned and pointer-wide: the step chain is one load and one add
+  bool stuffed = false;
+  const auto load = [&](int pos) {
+    BitReader r{src, 0, pos, 0, 0, nullptr};
+    r.Load(a.st);
+    buf = r.count ? uint64_t(r.acc) << (64 - r.count) : 0;
+    nb = r.count;
+    rpos = pos;
+    vc = size_t(r.count);
+    base = pos;
+    stuffed = false;
+  };
+  // The careful reader's position and state: it has read (nb - vc) / 8
+  // fewer data bytes, each of which is an FF 00 pair or a single byte.
+  const auto store = [&]() {
+    const int c = int(vc);
+    int u = (nb - c) >> 3;
+    int p = rpos;
+    if (!stuffed) {
+      p -= u;
+    } else {
+      for (; u > 0; --u) p -= (p - 2 >= base && src[p - 1] == 0 && src[p - 2] == 0xFF) ? 2 : 1;
+    }
+    *a.pos = p;
+    a.st->acc = c ? buf >> (64 - c) : 0;
+    a.st->count = c;
+  };
   // Tops buf up to 56..63 bits without a branch while none of the next
   // eight bytes is 0xFF: their bits go in below the valid ones (the bits of
   // the partly taken byte too, which the next refill writes again, the
@@ -276,152 +361,125 @@ HWY_INLINE bool FastBlock(Fast& f, int16_t* block, int16_t* last_dc,
     stuffed = true;
     return r.ok;
   };
-  // The value bits after the code, extended; 0 when s = 0.  (t >> 1) >> (63
-  // - s) keeps the shift below 64 for s = 0; a negative value takes 2^s - 1
-  // off its bits.
-  const auto value = [&](uint64_t e) HWY_ATTR -> int32_t {
-    const uint64_t t = buf << ((e >> 24) & 63);
-    const int32_t r = int32_t((t >> 1) >> ((e >> 40) & 63));
-    const int32_t m = int32_t((~uint64_t(0) >> 1) >> ((e >> 40) & 63));
-    const int32_t negative = ~int32_t(int64_t(t) >> 63);  // top bit clear
-    return r - (negative & m);
-  };
-  // One symbol and its value bits: the lookup entry (the search makes the
-  // fields the loop reads: the symbol and the advance).  A code that is not
-  // there clears ok and ends the block.  A looked-up code takes at most 25
+
+  // One block into a zeroed block; false (with the registers moved on) when
+  // the careful decoder must take it.  A looked-up code takes at most 25
   // bits with its value; the search, up to 31, refills after itself, so the
-  // 56 bits of a refill always suffice for the next two.
-  bool ok = true;
-  const auto coefficient = [&](const auto& t, const DecodeHuffmanSpec* spec,
-                               int32_t& v) HWY_ATTR -> uint64_t {
-    const uint64_t e = t.e[buf >> (64 - t.kPeekBits)];
+  // 56 bits of a refill always suffice for the next two symbols.
+  const auto fast_block = [&](const Slot& sl, int* done) HWY_ATTR -> bool {
+    if (!refill()) return false;
+    uint64_t e = sl.dct->e[buf >> (64 - kDcBits)];
+    int32_t v;
     if (HWY_UNLIKELY(uint8_t(e) == 0)) {
-      const Searched r = SearchCoefficient(Regs{buf, nb, int(vc)}, spec);
-      if (r.sym < 0 || !(buf = r.r.buf, nb = r.r.nb, vc = size_t(r.r.vc), refill())) {
-        ok = false;
-        v = 0;
-        return uint64_t(kEobAdvance) << 32;
-      }
+      const Searched r = SearchCoefficient(Regs{buf, nb, int(vc)}, sl.dcs);
+      if (r.sym < 0) return false;
+      buf = r.r.buf;
+      nb = r.r.nb;
+      vc = size_t(r.r.vc);
       v = r.v;
-      return FastEntry(1, uint32_t(r.sym));  // only its advance is read
+    } else {
+      vc = kRunSteps.step[vc + (e >> 48)];
+      v = BufferValue(buf, e);
+      buf <<= (e & 63);
+      nb -= int(e & 63);
     }
-    vc = kRunSteps.step[vc + (e >> 48)];
-    v = value(e);
-    buf <<= (e & 63);
-    nb -= int(e & 0xFF);
-    return e;
-  };
-  // One AC coefficient into the block; false at its end.  A run past the
-  // guard positions (k above 72) lands on coefficient 63 like the guards
-  // and is turned down after the loop: the careful decoder that takes the
-  // block over starts from a zeroed block.
-  size_t k = 1;  // zig-zag position; 64 - k positions remain
-  const auto ac = [&]() HWY_ATTR -> bool {
-    int32_t v = 0;
-    const size_t advance = uint8_t(coefficient(act, acs, v) >> 32);
-    if (advance == kEobAdvance) return false;  // EOB, or no code
-    k += advance;
-    // A ZRL stores its 0 on a position no coefficient has reached yet.
-    block[kZigzagFast.v[k]] = int16_t(v);
-    return k <= 63;
-  };
-
-  if (!refill()) return false;
-  int32_t v = 0;
-  coefficient(dct, dcs, v);
-  if (!ok) return false;
-  const int16_t dc_value = int16_t(*last_dc + v);  // v is 0 when s = 0
-  block[0] = dc_value;
-  for (;;) {
-    if (HWY_UNLIKELY(!refill())) return false;
-    if (!ac() || !ac()) break;
-  }
-  if (!ok) return false;
-  if (k > 72) return false;
-  *last_dc = dc_value;
-  *done = int(k);
-  f.buf = buf;
-  f.nb = nb;
-  f.rpos = rpos;
-  f.vc = int(vc);
-  f.stuffed = stuffed;
-  return true;
-}
-
-inline RvtResult DecodeRun(const Args& a) {
-  // The tables of the run, each distinct spec once per kind.
-  FastTable<kDcBits> dtabs[kComponents];
-  FastTable<kAcBits> atabs[kComponents];
-  const DecodeHuffmanSpec* dbuilt[kComponents];
-  const DecodeHuffmanSpec* abuilt[kComponents];
-  int ndbuilt = 0, nabuilt = 0;
-  const FastTable<kDcBits>* dct[kComponents] = {};
-  const FastTable<kAcBits>* act[kComponents] = {};
-  const auto get = [](const DecodeHuffmanSpec* s, auto* tabs, const DecodeHuffmanSpec** built,
-                      int& nbuilt) {
-    for (int j = 0; j < nbuilt; ++j) {
-      if (built[j] == s) return &tabs[j];
+    const int16_t dc_value = int16_t(*sl.last_dc + v);  // v is 0 when s = 0
+    const FastTable<kAcBits>& act = *sl.act;
+    // One AC coefficient into the block; false at its end (k is then above
+    // kEobAdvance after an end of block).  A run past the
+    // guard positions (k above 72) lands on coefficient 63 like the guards
+    // and is turned down after the loop: the careful decoder that takes the
+    // block over starts from a zeroed block.  A code that is not there ends
+    // the block with ok false.
+    bool ok = true;
+    size_t k = 1;  // zig-zag position; 64 - k positions remain
+    const auto ac = [&]() HWY_ATTR -> bool {
+      uint64_t e = act.e[buf >> (64 - kAcBits)];
+      uint32_t v = uint32_t(e >> 16);  // its low 16 bits
+      if (HWY_UNLIKELY(int64_t(e) < 0)) {
+        if (HWY_UNLIKELY(uint8_t(e >> 24) == 0)) {
+          const Searched r = SearchCoefficient(Regs{buf, nb, int(vc)}, sl.acs);
+          if (r.sym < 0 || !(buf = r.r.buf, nb = r.r.nb, vc = size_t(r.r.vc), refill())) {
+            ok = false;
+            return false;
+          }
+          // Its steps are taken: only the advance is read below.  (An end
+          // of block here has the same advance.)
+          e = (BufferEntry(1, uint32_t(r.sym)) & 0xFF00) | (uint64_t(kKeepColumn) << 48);
+          v = uint32_t(r.v);
+        } else {
+          v = uint32_t(BufferValue(buf, e));
+          e ^= kSlow;
+        }
+      }
+      vc = kRunSteps.step[vc + (e >> 48)];
+      buf <<= (e & 63);
+      nb -= int(uint8_t(e));
+      k += uint8_t(e >> 8);
+      // A ZRL stores its 0 on a position no coefficient has reached yet.
+      block[kZigzagFast.v[k]] = int16_t(v);
+      return k <= 63;
+    };
+    // The DC symbol took at most 31 bits of the block's refill, which
+    // leaves enough for one AC symbol.
+    if (ac()) {
+      for (;;) {
+        if (HWY_UNLIKELY(!refill())) return false;
+        if (!ac() || !ac()) break;
+      }
     }
-    BuildFastTable(s, &tabs[nbuilt]);
-    built[nbuilt] = s;
-    return &tabs[nbuilt++];
+    if (!ok) return false;
+    if (k >= kEobAdvance) {
+      k -= kEobAdvance;
+    } else if (k > 72) {
+      return false;
+    }
+    block[0] = dc_value;
+    *sl.last_dc = dc_value;
+    *done = int(k);
+    return true;
   };
-  for (int b = 0; b < a.nblocks; ++b) {
-    const int c = a.comp[b];
-    if (!dct[c]) dct[c] = get(a.dc[c], dtabs, dbuilt, ndbuilt);
-    if (!act[c]) act[c] = get(a.ac[c], atabs, abuilt, nabuilt);
-  }
 
-  // Per block of the pattern, what its component uses; the caller's
-  // arguments in locals, since stores through the int pointers could
-  // otherwise reach them.
-  struct Slot {
-    const FastTable<kDcBits>* dct;
-    const FastTable<kAcBits>* act;
-    const DecodeHuffmanSpec* dcs;
-    const DecodeHuffmanSpec* acs;
-    int16_t* last_dc;
-  } slots[kMaxMcuBlocks];
-  const int nblocks = a.nblocks, nmcus = a.nmcus, len = a.len;
-  for (int b = 0; b < nblocks; ++b) {
-    const int c = a.comp[b];
-    slots[b] = {dct[c], act[c], a.dc[c], a.ac[c], &a.last_dc[c]};
-  }
-  int* const done_out = a.done;
-  int16_t* block = a.dst;
-
-  Fast f{a.src, 0, 0, 0, 0, 0, false};
-  f.Load(*a.pos, a.st);
+  load(*a.pos);
   int last_done = -1;  // coefficients done of the last fast block since the load
   bool fast = *a.marker == 0;
+  const int fast_end = len - kFastMargin;  // fast blocks while rpos is at most this
   const hn::CappedTag<int16_t, 16> d;  // the blocks need not be 64-byte aligned
   int i = 0;
   for (int m = 0; m < nmcus; ++m) {
     for (int b = 0; b < nblocks; ++b, ++i, block += 64) {
       const Slot& sl = slots[b];
-      if (HWY_LIKELY(fast && len - f.rpos >= kFastMargin)) {
+      if (HWY_LIKELY(fast && rpos <= fast_end)) {
         for (size_t j = 0; j < 64; j += hn::Lanes(d)) hn::StoreU(hn::Zero(d), d, block + j);
+        const uint64_t buf0 = buf;
+        const int nb0 = nb, rpos0 = rpos;
+        const size_t vc0 = vc;
+        const bool stuffed0 = stuffed;
         int done;
-        if (HWY_LIKELY(FastBlock(f, block, sl.last_dc, *sl.dct, *sl.act, sl.dcs, sl.acs,
-                                 &done))) {
+        if (HWY_LIKELY(fast_block(sl, &done))) {
           if (done_out) done_out[i] = done;
           last_done = done;
           continue;
         }
+        buf = buf0;
+        nb = nb0;
+        rpos = rpos0;
+        vc = vc0;
+        stuffed = stuffed0;
       }
-      f.Store(a.pos, a.st);
+      store();
       if (last_done >= 0) a.st->coefsDone = uint32_t(last_done);
       const RvtResult r = CarefulBlock(a, i);
       if (r != rvtStatusOk) {
         *a.nblocks_done = i;
         return r;
       }
-      f.Load(*a.pos, a.st);
+      load(*a.pos);
       fast = *a.marker == 0;
       last_done = -1;
     }
   }
-  f.Store(a.pos, a.st);
+  store();
   if (last_done >= 0) a.st->coefsDone = uint32_t(last_done);
   *a.nblocks_done = i;
   return rvtStatusOk;
