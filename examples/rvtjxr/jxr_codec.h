@@ -3,6 +3,15 @@
 // macroblock layers, prediction, quantization, the second-level transform
 // and the overlap filters are this codec's; every first-level transform goes
 // through rvtiPCTInv/Fwd and every coefficient through rvtiVLC/FLC.
+//
+// 4:2:0 and 4:2:2 images carry chroma at half width (and height); the
+// decoded chroma samples are what the file fixes, but turning them into RGB
+// needs an up-sampling filter the file does not code.  This decoder uses
+// jxrlib's, so that its RGB equals JxrDecApp's: sub-sampled samples on the
+// even positions, each sample between two their mean rounded up, the last
+// column (row) a copy of the one before; 4:2:0 vertically first.  The
+// encoder down-samples as jxrlib's does (a 1 4 6 4 1 filter on the even
+// positions, mirrored at the edges, horizontally first).
 #ifndef RVTJXR_JXR_CODEC_H_
 #define RVTJXR_JXR_CODEC_H_
 

@@ -67,6 +67,10 @@ bool ParseContainer(const uint8_t* data, size_t size, Container* out, std::strin
 bool DecodeFile(const uint8_t* data, size_t size, Picture* out, std::string* error, size_t maxPixels) {
   Container c;
   if (!ParseContainer(data, size, &c, error)) return false;
+  if (c.hasAlpha) {  // decoding the colour alone would drop the alpha plane
+    *error = "images with an alpha plane are not supported";
+    return false;
+  }
   return DecodeImage(data + c.imageOffset, c.imageBytes, out, error, maxPixels);
 }
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # rvtjxr against jxrlib: files JxrEncApp writes from crops of the test
-# photos (grey, RGB and BGR, 8 and 16 bits; lossless and lossy; overlap 0, 1, 2; frequency
-# and spatial order; tiles; skipped HP and LP bands) must decode to the
+# photos (grey, RGB and BGR, 8 and 16 bits; 4:4:4, 4:2:2 and 4:2:0; lossless and lossy;
+# overlap 0, 1, 2; frequency and spatial order; tiles; skipped HP and LP bands) must decode to the
 # pixels JxrDecApp gives; what rvtjxr does not support yet must be refused,
 # never decoded wrongly.
 #
@@ -99,6 +99,7 @@ JxrEncApp -i "$tmp/rgb.ppm" -o "$tmp/rgb.jxr" -c 9 >/dev/null 2>&1 &&
   JxrDecApp -i "$tmp/rgb.jxr" -o "$tmp/bgr.bmp" -c 0 >/dev/null 2>&1 || exit 1
 run bgr.bmp 0 -q 1 -l 1
 run bgr.bmp 0 -q 25 -l 2 -f
+run bgr.bmp 0 -q 12 -l 2 -d 1
 # trimmed flexbits, and no flexbits at all
 run grey.pgm 2 -q 10 -l 1 -F 4
 run grey.pgm 2 -q 6 -l 0 -F 1 -f
@@ -113,7 +114,46 @@ run16 grey16.pgm 3 -q 40 -l 2 -f -U 2 2
 run16 rgb16.ppm 10 -q 1 -l 1 -f
 run16 rgb16.ppm 10 -q 12 -l 2
 run16 rgb16.ppm 10 -q 30 -l 0 -F 2
-refused rgb.ppm 9 -q 10 -l 1 -d 1
-refused rgb.ppm 9 -q 10 -l 1 -d 2
+# 4:2:0 (-d 1) and 4:2:2 (-d 2) from RGB: chroma at half resolution, up-sampled
+# to RGB as JxrDecApp does (JxrEncApp writes these at 8 bits only)
+"$tool" crop "$data/chelsea.png" "$tmp/odd.ppm" 61 37 || exit 1
+"$tool" crop "$data/chelsea.png" "$tmp/thin.ppm" 13 40 || exit 1
+"$tool" crop "$data/chelsea.png" "$tmp/flat.ppm" 50 9 || exit 1
+for d in 1 2; do
+  for q in 1 8 40; do
+    for l in 0 1 2; do
+      run rgb.ppm 9 -d "$d" -q "$q" -l "$l"
+    done
+  done
+  run rgb.ppm 9 -d "$d" -q 8 -l 1 -f
+  run rgb.ppm 9 -d "$d" -q 40 -l 2 -f
+  run rgb.ppm 9 -d "$d" -q 12 -l 2 -U 2 3
+  run rgb.ppm 9 -d "$d" -q 30 -l 1 -U 3 2 -f
+  run rgb.ppm 9 -d "$d" -q 10 -l 2 -F 4
+  run rgb.ppm 9 -d "$d" -q 20 -l 1 -s 1
+  run rgb.ppm 9 -d "$d" -q 20 -l 2 -s 2
+  run rgb.ppm 9 -d "$d" -q 20 -l 0 -s 3 -f
+  run odd.ppm 9 -d "$d" -q 5 -l 2
+  run odd.ppm 9 -d "$d" -q 1 -l 1 -f
+  run odd.ppm 9 -d "$d" -q 50 -l 2 -U 2 2
+  run thin.ppm 9 -d "$d" -q 20 -l 1
+  run flat.ppm 9 -d "$d" -q 20 -l 2
+done
+# alpha, planar (its own coded image beside the colour one) or inside the
+# colour image: refused, never decoded without its alpha
+python3 - "$tmp/rgba.tif" <<'EOF'
+import struct, sys
+w, h = 61, 37
+px = bytes(v & 255 for y in range(h) for x in range(w) for v in (x * 4, y * 7, x * y, x * 3 + y * 5))
+tags = [(256, 3, 1, w), (257, 3, 1, h), (258, 3, 4, 146), (259, 3, 1, 1), (262, 3, 1, 2), (273, 4, 1, 154),
+        (277, 3, 1, 4), (278, 3, 1, h), (279, 4, 1, len(px)), (284, 3, 1, 1), (338, 3, 1, 2)]
+out = b'II*\x00' + struct.pack('<IH', 8, len(tags))
+for t, ty, n, v in tags:
+    out += struct.pack('<HHIHH', t, ty, n, v, 0) if ty == 3 and n == 1 else struct.pack('<HHII', t, ty, n, v)
+out += struct.pack('<I4H', 0, 8, 8, 8, 8) + px
+open(sys.argv[1], 'wb').write(out)
+EOF
+refused rgba.tif 22 -a 2 -q 10
+refused rgba.tif 22 -a 3 -q 1
 echo "$ok passed, $fail failed"
 [[ $fail == 0 ]]
