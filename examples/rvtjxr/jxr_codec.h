@@ -36,8 +36,8 @@ inline int32_t StepOf(int index, int shift, bool scaled) {
   return (16 + (index & 15)) << ((index >> 4) - 1 + shift);
 }
 
-// A decoded image: interleaved samples, `channels` 1 (grey) or 3 (R, G, B),
-// `bits` 8 or 16.
+// A decoded image: interleaved samples, `channels` 1 (grey), 3 (R, G, B)
+// or 4 (R, G, B, A), `bits` 8 or 16.
 struct Picture {
   int width = 0;
   int height = 0;
@@ -50,7 +50,9 @@ struct Picture {
 struct Container {
   size_t imageOffset = 0;
   size_t imageBytes = 0;
-  bool hasAlpha = false;
+  bool hasAlpha = false;      // a planar alpha plane: its own coded image
+  size_t alphaOffset = 0;
+  size_t alphaBytes = 0;      // cut to the file (writers overstate it)
   uint8_t pixelFormat = 0;  // the last byte of the pixel format identifier
 };
 
