@@ -957,5 +957,92 @@ TEST(JpegXrVlc, BlockPatternsRoundTrip) {
   }
 }
 
+// ------------------------------------------------------------ 4:2:0 and 4:2:2 chroma
+
+// Bits written most significant first, from a string of '0' and '1'.
+std::vector<uint8_t> BitsOf(const std::string& s) {
+  std::vector<uint8_t> out((s.size() + 7) / 8 + 8, 0);
+  for (size_t i = 0; i < s.size(); ++i) {
+    if (s[i] == '1') out[i / 8] = uint8_t(out[i / 8] | (0x80u >> (i % 8)));
+  }
+  return out;
+}
+
+// A fresh context codes the LP pattern directly (2 bits: lum, then the two
+// chroma channels together); with both empty only the model bits follow
+// (4 at first): 15 lum coefficients, then the chroma ones with U and V
+// alternating coefficient by coefficient, each with a sign when nonzero.
+TEST(JpegXrVlc, SubsampledChromaLpModelBitsAlternateUAndV) {
+  for (const int format : {1, 2}) {
+    const int n = format == 1 ? 4 : 8;
+    std::string bits = "00";
+    for (int k = 1; k < 16; ++k) bits += "0000";
+    std::vector<int32_t> want(48, 0);
+    for (int k = 1; k < n; ++k) {
+      for (int ch = 1; ch <= 2; ++ch) {
+        const int v = (k * 3 + ch) % 5 - 2;  // -2..2
+        want[size_t(16 * ch + k)] = v;
+        const int m = v < 0 ? -v : v;
+        for (int b = 3; b >= 0; --b) bits += ((m >> b) & 1) ? '1' : '0';
+        if (v) bits += v < 0 ? '1' : '0';
+      }
+    }
+    std::vector<uint8_t> data = BitsOf(bits), st = NewState(format, 3);
+    std::vector<int32_t> got(48, 0);
+    int32_t pos = 0;
+    ASSERT_EQ(rvtiVLCDecodeLP_JPEGXR_1u32s(data.data(), int32_t(data.size()), &pos, S(st), got.data()), rvtStatusOk);
+    EXPECT_EQ(pos, int32_t(bits.size())) << "format " << format;
+    EXPECT_EQ(got, want) << "format " << format;
+    // and written back to the same bits
+    std::vector<uint8_t> enc = NewState(format, 3), out(data.size(), 0);
+    int32_t end = 0;
+    ASSERT_EQ(rvtiVLCEncodeLP_JPEGXR_32s1u(want.data(), S(enc), out.data(), int32_t(out.size()), &end), rvtStatusOk);
+    EXPECT_EQ(end, pos);
+    EXPECT_EQ(out, data) << "format " << format;
+  }
+}
+
+// The shared chroma LP block starts with U, V of 4:2:0's first coefficient
+// but of 4:2:2's lower-half DC difference (coefficient 4): a block holding
+// only that value codes the same run/level part in both formats.
+TEST(JpegXrVlc, Chroma422LpBlockStartsWithTheLowerHalfDc) {
+  auto coded = [](int format, int k) {
+    std::vector<int32_t> c(48, 0);
+    c[size_t(16 + k)] = 5 << 4;  // above the 4 model bits
+    std::vector<uint8_t> st = NewState(format, 3), out(256, 0);
+    int32_t end = 0;
+    EXPECT_EQ(rvtiVLCEncodeLP_JPEGXR_32s1u(c.data(), S(st), out.data(), 256, &end), rvtStatusOk);
+    // the pattern (2 bits) and lum's model bits (60) come first, the
+    // chroma model bits (4 for each of U and V per coefficient) last
+    const int32_t chromaModel = (format == 1 ? 3 : 7) * 2 * 4;
+    std::string bits;
+    for (int32_t i = 0; i < end; ++i) bits += ((out[size_t(i / 8)] >> (7 - i % 8)) & 1) ? '1' : '0';
+    return bits.substr(62, size_t(end - 62 - chromaModel));
+  };
+  EXPECT_EQ(coded(2, 4), coded(1, 1));
+  EXPECT_NE(coded(2, 1), coded(1, 1));
+}
+
+// The HP pattern of a tile's first macroblock is predicted as full: a
+// coded difference of nothing (one bit, the first 5-symbol code) is every
+// block of every channel, and the encoder writes that pattern as that bit.
+TEST(JpegXrVlc, SubsampledHpPatternOfTheFirstMacroblock) {
+  for (const int format : {1, 2}) {
+    const int32_t full[3] = {0xFFFF, format == 1 ? 0xF : 0xFF, format == 1 ? 0xF : 0xFF};
+    std::vector<uint8_t> data = BitsOf("1"), st = NewState(format, 3);
+    int32_t cbp[3] = {}, pos = 0;
+    ASSERT_EQ(rvtiVLCDecodeCBPHP_JPEGXR_1u32s(data.data(), int32_t(data.size()), &pos, nullptr, nullptr, S(st), cbp),
+              rvtStatusOk);
+    EXPECT_EQ(pos, 1);
+    for (int ch = 0; ch < 3; ++ch) EXPECT_EQ(cbp[ch], full[ch]) << "format " << format << " channel " << ch;
+    std::vector<uint8_t> enc = NewState(format, 3), out(8, 0);
+    int32_t end = 0;
+    ASSERT_EQ(rvtiVLCEncodeCBPHP_JPEGXR_32s1u(full, nullptr, nullptr, S(enc), out.data(), 8, &end), rvtStatusOk);
+    EXPECT_EQ(end, 1);
+    EXPECT_EQ(out[0], 0x80);
+    EXPECT_EQ(enc, st);
+  }
+}
+
 }  // namespace
 }  // namespace rvt

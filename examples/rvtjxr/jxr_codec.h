@@ -3,6 +3,15 @@
 // macroblock layers, prediction, quantization, the second-level transform
 // and the overlap filters are this codec's; every first-level transform goes
 // through rvtiPCTInv/Fwd and every coefficient through rvtiVLC/FLC.
+//
+// 4:2:0 and 4:2:2 images carry chroma at half width (and height); the
+// decoded chroma samples are what the file fixes, but turning them into RGB
+// needs an up-sampling filter the file does not code.  This decoder uses
+// jxrlib's, so that its RGB equals JxrDecApp's: sub-sampled samples on the
+// even positions, each sample between two their mean rounded up, the last
+// column (row) a copy of the one before; 4:2:0 vertically first.  The
+// encoder down-samples as jxrlib's does (a 1 4 6 4 1 filter on the even
+// positions, mirrored at the edges, horizontally first).
 #ifndef RVTJXR_JXR_CODEC_H_
 #define RVTJXR_JXR_CODEC_H_
 
@@ -27,8 +36,8 @@ inline int32_t StepOf(int index, int shift, bool scaled) {
   return (16 + (index & 15)) << ((index >> 4) - 1 + shift);
 }
 
-// A decoded image: interleaved samples, `channels` 1 (grey) or 3 (R, G, B),
-// `bits` 8 or 16.
+// A decoded image: interleaved samples, `channels` 1 (grey), 3 (R, G, B)
+// or 4 (R, G, B, A), `bits` 8 or 16.
 struct Picture {
   int width = 0;
   int height = 0;
@@ -41,7 +50,9 @@ struct Picture {
 struct Container {
   size_t imageOffset = 0;
   size_t imageBytes = 0;
-  bool hasAlpha = false;
+  bool hasAlpha = false;      // a planar alpha plane: its own coded image
+  size_t alphaOffset = 0;
+  size_t alphaBytes = 0;      // cut to the file (writers overstate it)
   uint8_t pixelFormat = 0;  // the last byte of the pixel format identifier
 };
 

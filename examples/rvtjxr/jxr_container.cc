@@ -49,6 +49,10 @@ bool ParseContainer(const uint8_t* data, size_t size, Container* out, std::strin
         break;
       case 0xBCC2:
         c.hasAlpha = true;
+        c.alphaOffset = value;
+        break;
+      case 0xBCC3:
+        c.alphaBytes = value;
         break;
       default:
         break;
@@ -60,6 +64,13 @@ bool ParseContainer(const uint8_t* data, size_t size, Container* out, std::strin
   }
   // A byte count running past the file is cut to it (writers overstate it).
   if (!haveBytes || c.imageBytes > size - c.imageOffset) c.imageBytes = size - c.imageOffset;
+  if (c.hasAlpha) {
+    if (c.alphaOffset >= size) {
+      *error = "alpha plane outside the file";
+      return false;
+    }
+    if (c.alphaBytes == 0 || c.alphaBytes > size - c.alphaOffset) c.alphaBytes = size - c.alphaOffset;
+  }
   *out = c;
   return true;
 }
@@ -67,7 +78,29 @@ bool ParseContainer(const uint8_t* data, size_t size, Container* out, std::strin
 bool DecodeFile(const uint8_t* data, size_t size, Picture* out, std::string* error, size_t maxPixels) {
   Container c;
   if (!ParseContainer(data, size, &c, error)) return false;
-  return DecodeImage(data + c.imageOffset, c.imageBytes, out, error, maxPixels);
+  if (!DecodeImage(data + c.imageOffset, c.imageBytes, out, error, maxPixels)) return false;
+  if (!c.hasAlpha) return true;
+  // the planar alpha plane: a grey image of the same size, appended to
+  // every pixel as its last channel
+  Picture alpha;
+  if (!DecodeImage(data + c.alphaOffset, c.alphaBytes, &alpha, error, maxPixels)) {
+    *error = "alpha plane: " + *error;
+    return false;
+  }
+  if (alpha.channels != 1 || alpha.width != out->width || alpha.height != out->height || alpha.bits != out->bits ||
+      out->channels != 3) {
+    *error = "alpha plane does not match the colour image";
+    return false;
+  }
+  const size_t n = size_t(out->width) * out->height;
+  std::vector<uint16_t> rgba(n * 4);
+  for (size_t i = 0; i < n; ++i) {
+    for (int k = 0; k < 3; ++k) rgba[4 * i + size_t(k)] = out->samples[3 * i + size_t(k)];
+    rgba[4 * i + 3] = alpha.samples[i];
+  }
+  out->samples.swap(rgba);
+  out->channels = 4;
+  return true;
 }
 
 }  // namespace rvtjxr

@@ -245,6 +245,18 @@ struct PredInfo {
   int qpIndex;
 };
 
+// The 2x2 butterfly of the chroma second level (a, b the upper pair).
+void Butterfly2x2(int32_t& a, int32_t& b, int32_t& c0, int32_t& d) {
+  a += d;
+  b -= c0;
+  const int32_t t = (a - b) >> 1;
+  const int32_t c = t - d;
+  d = t - c0;
+  a -= d;
+  b += c;
+  c0 = c;
+}
+
 constexpr int kRowPos[3] = {2, 1, 7};   // first-row LP/HP coefficients
 constexpr int kColPos[3] = {8, 4, 13};  // first-column ones
 
@@ -255,19 +267,32 @@ class Decoder {
     mbh_ = int((h.height + h.extraTop + h.extraBottom) / 16);
     pw_ = mbw_ * 16;
     ph_ = mbh_ * 16;
+    sub_ = h.format == k420 || h.format == k422;
     planes_.assign(size_t(h.channels), std::vector<int32_t>(size_t(pw_) * ph_, 0));
+    if (sub_) {
+      const size_t chroma = size_t(mbw_) * mbh_ * (h.format == k420 ? 64 : 128);
+      planes_[1].assign(chroma, 0);
+      planes_[2].assign(chroma, 0);
+    }
     hpStep_.assign(size_t(h.channels), std::vector<int32_t>(size_t(mbw_) * mbh_, 0));
   }
 
   bool Run(size_t tilesAt, std::string* error);
   void Reconstruct(Picture* out);
+  void Upsample();
 
  private:
   bool Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error);
   bool ReadTileQp(Cursor& dc, Cursor& lp, Cursor& hp, TileQp* q);
   bool Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band, std::vector<PredInfo>& row,
                   std::vector<PredInfo>& prev, std::string* error);
+  // Block (bx, by) of macroblock (mx, my); 4:2:0 chroma macroblocks hold
+  // 2x2 blocks, 4:2:2 ones 2x4.
   int32_t* Block(int c, int mx, int my, int bx, int by) {
+    if (c > 0 && sub_) {
+      const bool q = h_.format == k420;
+      return planes_[size_t(c)].data() + (size_t(my) * mbw_ + mx) * (q ? 64 : 128) + 16 * ((q ? 2 : 4) * bx + by);
+    }
     return planes_[size_t(c)].data() + (size_t(my) * mbw_ + mx) * 256 + 16 * (4 * bx + by);
   }
 
@@ -279,6 +304,9 @@ class Decoder {
   std::vector<uint8_t> state_;
   std::vector<std::vector<int32_t>> hpStep_;  // per channel, per macroblock
   int trim_ = 0;
+  bool sub_ = false;  // 4:2:0 or 4:2:2
+  int BlocksWide(int ch) const { return sub_ && ch > 0 ? 2 : 4; }
+  int BlocksHigh(int ch) const { return sub_ && ch > 0 && h_.format == k420 ? 2 : 4; }
 };
 
 bool Decoder::ReadTileQp(Cursor& dcs, Cursor& lps, Cursor& hps, TileQp* q) {
@@ -522,21 +550,46 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
   int adMode = 2;
   if (dcMode == 1 && lpIndex == t->qpIndex) adMode = 1;
   if (dcMode == 0 && lpIndex == l->qpIndex) adMode = 0;
-  if (h_.format == k420 || h_.format == k422) {
-    *error = "4:2:0 and 4:2:2 images are not supported yet";
-    return false;
-  }
   // Damaged streams can code levels up to 2^31: every level, predicted or
   // not, is checked against kMaxCoef, so the sums below and the
   // dequantization, transforms and filters after them cannot overflow.
   for (int ch = 0; ch < nc; ++ch) {
     int32_t* o = dclp + 16 * ch;
     int64_t dc = o[0];
+    const bool sub = sub_ && ch > 0;
     if (dcMode == 1) dc += t->dc[ch];
     else if (dcMode == 0) dc += l->dc[ch];
-    else if (dcMode == 2) dc += (int64_t(l->dc[ch]) + t->dc[ch]) >> 1;
+    else if (dcMode == 2) dc += (int64_t(l->dc[ch]) + t->dc[ch] + (sub ? 1 : 0)) >> 1;
     if (!InRange(dc)) return fail("DC level");
     o[0] = int32_t(dc);
+    if (sub) {
+      // the 2x2 (4:2:0) or 2 by 4 (4:2:2) chroma DC blocks, indexes row
+      // by row; 4:2:2 blocks predict their lower half's first column from
+      // the upper half's and the lower DC from the one saved in ad[4]
+      int64_t v[8];
+      for (int k = 0; k < 8; ++k) v[k] = o[k];
+      if (h_.format == k420) {
+        if (adMode == 1) v[2] += t->ad[ch][1];
+        else if (adMode == 0) v[1] += l->ad[ch][0];
+      } else {
+        if (adMode == 1) {
+          v[4] += t->ad[ch][4];
+          v[2] += t->ad[ch][3];
+          v[6] += v[2];
+        } else if (adMode == 0) {
+          v[4] += l->ad[ch][4];
+          v[1] += l->ad[ch][0];
+          v[5] += l->ad[ch][2];
+        } else if (dcMode == 1) {
+          v[6] += v[2];
+        }
+      }
+      for (int k = 1; k < 8; ++k) {
+        if (!InRange(v[k])) return fail("LP level");
+        o[k] = int32_t(v[k]);
+      }
+      continue;
+    }
     if (adMode == 1) {
       for (int k = 0; k < 3; ++k) {
         const int64_t v = int64_t(o[kColPos[k]]) + t->ad[ch][3 + k];
@@ -563,9 +616,17 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
       sh += std::abs(int64_t(dclp[kRowPos[k]]));
       sv += std::abs(int64_t(dclp[kColPos[k]]));
     }
-    if (h_.format != kYOnly && h_.format != kNChannel) {
-      sh += std::abs(int64_t(dclp[16 + kRowPos[0]])) + std::abs(int64_t(dclp[32 + kRowPos[0]]));
-      sv += std::abs(int64_t(dclp[16 + kColPos[0]])) + std::abs(int64_t(dclp[32 + kColPos[0]]));
+    auto a = [&dclp](int at) { return std::abs(int64_t(dclp[at])); };
+    if (sub_) {
+      sh += a(17) + a(33);
+      sv += a(18) + a(34);
+      if (h_.format == k422) {
+        sv += a(22) + a(38);
+        sh += a(21) + a(37);
+      }
+    } else if (h_.format != kYOnly && h_.format != kNChannel) {
+      sh += a(16 + kRowPos[0]) + a(32 + kRowPos[0]);
+      sv += a(16 + kColPos[0]) + a(32 + kColPos[0]);
     }
     acMode = sh * 4 < sv ? 1 : sv * 4 < sh ? 0 : 2;
   }
@@ -573,6 +634,15 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
   me.qpIndex = lpIndex;
   for (int ch = 0; ch < nc; ++ch) {
     me.dc[ch] = dclp[16 * ch];
+    if (sub_ && ch > 0) {
+      const int32_t* o = dclp + 16 * ch;
+      me.ad[ch][0] = o[1];
+      me.ad[ch][1] = o[2];
+      me.ad[ch][2] = o[5];
+      me.ad[ch][3] = o[6];
+      me.ad[ch][4] = o[4];
+      continue;
+    }
     for (int k = 0; k < 3; ++k) {
       me.ad[ch][k] = dclp[16 * ch + kRowPos[k]];
       me.ad[ch][3 + k] = dclp[16 * ch + kColPos[k]];
@@ -619,16 +689,17 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     };
     for (int ch = 0; ch < nc; ++ch) {
       int32_t* p = hpc + 256 * ch;
+      const int bw = BlocksWide(ch), bh = BlocksHigh(ch);
       if (acMode == 0) {
-        for (int by = 0; by < 4; ++by) {
-          for (int bx = 1; bx < 4; ++bx) {
-            for (int k : kRowPos) add(p[16 * (4 * by + bx) + k], p[16 * (4 * by + bx - 1) + k]);
+        for (int by = 0; by < bh; ++by) {
+          for (int bx = 1; bx < bw; ++bx) {
+            for (int k : kRowPos) add(p[16 * (bw * by + bx) + k], p[16 * (bw * by + bx - 1) + k]);
           }
         }
       } else if (acMode == 1) {
-        for (int by = 1; by < 4; ++by) {
-          for (int bx = 0; bx < 4; ++bx) {
-            for (int k : kColPos) add(p[16 * (4 * by + bx) + k], p[16 * (4 * by + bx - 4) + k]);
+        for (int by = 1; by < bh; ++by) {
+          for (int bx = 0; bx < bw; ++bx) {
+            for (int k : kColPos) add(p[16 * (bw * by + bx) + k], p[16 * (bw * by + bx - bw) + k]);
           }
         }
       }
@@ -646,13 +717,25 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
       ok &= InRange(v);
       return ok ? int32_t(v) : 0;
     };
+    const int bw = BlocksWide(ch), bh = BlocksHigh(ch), nb = bw * bh;
     d[0] = dq(dclp[16 * ch], sdc);
-    for (int k = 1; k < 16; ++k) d[k] = dq(dclp[16 * ch + k], slp);
-    rvtiPCTInv_JPEGXR_32s_C1IR(d, 16, {4, 4});
+    for (int k = 1; k < nb; ++k) d[k] = dq(dclp[16 * ch + k], slp);
+    if (nb == 16) {
+      rvtiPCTInv_JPEGXR_32s_C1IR(d, 16, {4, 4});
+    } else {
+      // the chroma second level: 2x2 butterflies, 4:2:2 first undoing the
+      // lifting pair between the two halves' DCs
+      if (nb == 8) {
+        d[0] -= (d[4] + 1) >> 1;
+        d[4] += d[0];
+        Butterfly2x2(d[4], d[5], d[6], d[7]);
+      }
+      Butterfly2x2(d[0], d[1], d[2], d[3]);
+    }
     const int32_t shp = hpBand ? q.hp[size_t(hpIndex)][size_t(ch)] : 0;
     hpStep_[size_t(ch)][size_t(my) * mbw_ + mx] = shp;
-    for (int b = 0; b < 16; ++b) {
-      int32_t* blk = Block(ch, mx, my, b & 3, b >> 2);
+    for (int b = 0; b < nb; ++b) {
+      int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
       // chroma block DCs carry one bit less under scaled arithmetic
       blk[0] = (h_.scaled && ch > 0) ? d[b] * 2 : d[b];
       for (int k = 1; k < 16; ++k) blk[kInBlock[k >> 2][k & 3]] = dq(hpc[256 * ch + 16 * b + k], shp);
@@ -662,12 +745,53 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
   return true;
 }
 
+// Chroma back to full resolution over the padded image, as jxrlib does
+// before its colour conversion: sub-sampled samples land on the even
+// columns (and rows), each sample between two is their mean rounded up,
+// and the last column (row) repeats the one before it.  4:2:0 goes
+// vertical first.  The planes are left in luma layout.
+void Decoder::Upsample() {
+  const bool q = h_.format == k420;
+  const int cw = pw_ / 2, chh = q ? ph_ / 2 : ph_;
+  std::vector<int32_t> full(size_t(pw_) * ph_);
+  std::vector<int32_t> col(static_cast<size_t>(ph_));
+  for (int ch = 1; ch < 3; ++ch) {
+    const std::vector<int32_t>& src = planes_[size_t(ch)];
+    for (int x = 0; x < cw; ++x) {
+      // one chroma column at full height
+      if (q) {
+        for (int y = 0; y < chh; ++y) col[size_t(2 * y)] = src[ChromaAt(x, y, mbw_, true)];
+        for (int y = 1; y < ph_ - 1; y += 2) col[size_t(y)] = (col[size_t(y - 1)] + col[size_t(y + 1)] + 1) >> 1;
+        col[size_t(ph_ - 1)] = col[size_t(ph_ - 2)];
+      } else {
+        for (int y = 0; y < chh; ++y) col[size_t(y)] = src[ChromaAt(x, y, mbw_, false)];
+      }
+      for (int y = 0; y < ph_; ++y) full[PixelAt(2 * x, y, mbw_)] = col[size_t(y)];
+    }
+    for (int y = 0; y < ph_; ++y) {
+      for (int x = 1; x < pw_ - 1; x += 2) {
+        full[PixelAt(x, y, mbw_)] = (full[PixelAt(x - 1, y, mbw_)] + full[PixelAt(x + 1, y, mbw_)] + 1) >> 1;
+      }
+      full[PixelAt(pw_ - 1, y, mbw_)] = full[PixelAt(pw_ - 2, y, mbw_)];
+    }
+    planes_[size_t(ch)].swap(full);
+    full.assign(size_t(pw_) * ph_, 0);
+  }
+}
+
 void Decoder::Reconstruct(Picture* out) {
   const int nc = h_.channels;
+  const bool hpAbsent = h_.subband == kDCOnly || h_.subband == kNoHP;
   for (int ch = 0; ch < nc; ++ch) {
-    InverseTransform(planes_[size_t(ch)].data(), mbw_, mbh_, h_.overlap, h_.subversion != 0, hpStep_[size_t(ch)],
-                     h_.subband == kDCOnly || h_.subband == kNoHP);
+    if (sub_ && ch > 0) {
+      InverseTransformChroma(planes_[size_t(ch)].data(), mbw_, mbh_, h_.format == k420, h_.overlap,
+                             h_.subversion != 0, hpStep_[size_t(ch - 1)], hpAbsent);
+    } else {
+      InverseTransform(planes_[size_t(ch)].data(), mbw_, mbh_, h_.overlap, h_.subversion != 0, hpStep_[size_t(ch)],
+                       hpAbsent);
+    }
   }
+  if (sub_) Upsample();
   const int w = int(h_.width), hgt = int(h_.height);
   // samples are centred on zero; scaled arithmetic keeps three more bits,
   // rounded off with 3 at 8 bits and 4 at 16, as jxrlib does
@@ -678,7 +802,7 @@ void Decoder::Reconstruct(Picture* out) {
   out->width = w;
   out->height = hgt;
   out->bits = wide ? 16 : 8;
-  const bool colour = h_.format == k444;
+  const bool colour = h_.format != kYOnly;
   out->channels = colour ? 3 : 1;
   out->samples.assign(size_t(w) * hgt * out->channels, 0);
   auto clip = [top](int64_t v) { return uint16_t(v < 0 ? 0 : v > top ? top : v); };
@@ -711,8 +835,8 @@ bool DecodeImage(const uint8_t* data, size_t size, Picture* out, std::string* er
     *error = "images with an alpha plane are not supported";
     return false;
   }
-  if (h.format != kYOnly && h.format != k444) {
-    *error = "only grey and 4:4:4 images are supported yet";
+  if (h.format != kYOnly && h.format != k444 && h.format != k420 && h.format != k422) {
+    *error = "only grey, 4:4:4, 4:2:2 and 4:2:0 images are supported";
     return false;
   }
   if (h.outDepth != 1 && !(h.outDepth == 2 && h.shift16 == 0)) {
@@ -723,8 +847,8 @@ bool DecodeImage(const uint8_t* data, size_t size, Picture* out, std::string* er
     *error = "only grey and RGB outputs are supported";
     return false;
   }
-  if (h.format == k444 && h.outColor != 7) {
-    *error = "4:4:4 planes are supported for RGB output only";
+  if (h.format != kYOnly && h.outColor != 7) {
+    *error = "colour planes are supported for RGB output only";
     return false;
   }
   const size_t mbs = size_t((h.width + h.extraLeft + h.extraRight) / 16) * ((h.height + h.extraTop + h.extraBottom) / 16);

@@ -21,6 +21,17 @@ namespace {
 
 enum ColorFormat { kYOnly = 0, k420 = 1, k422 = 2, k444 = 3 };
 
+// The inverse of the decoder's 2x2 chroma butterfly (a, b the upper pair).
+void ButterflyInv2x2(int32_t& a0, int32_t& b0, int32_t& c0, int32_t& d0) {
+  int32_t a = a0 + d0, b = b0 - c0;
+  const int32_t t = (a - b) >> 1;
+  const int32_t d = t - c0, c = t - d0;
+  a0 = a - d;
+  b0 = b + c;
+  c0 = c;
+  d0 = d;
+}
+
 constexpr int kRowPos[3] = {2, 1, 7};   // first-row LP/HP coefficients
 constexpr int kColPos[3] = {8, 4, 13};  // first-column ones
 
@@ -94,14 +105,24 @@ class Encoder {
   bool Tile(int tx, int ty, std::vector<Stream>& bands, std::string* error);
   bool Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vector<Stream>& bands,
                   std::vector<PredInfo>& row, std::vector<PredInfo>& prev, std::string* error);
+  // Block (bx, by) of macroblock (mx, my); 4:2:0 chroma macroblocks hold
+  // 2x2 blocks, 4:2:2 ones 2x4 (the layout of jxr_filters.h).
   int32_t* Block(int c, int mx, int my, int bx, int by) {
+    if (c > 0 && sub_) {
+      const bool q = format_ == k420;
+      return planes_[size_t(c)].data() + (size_t(my) * mbw_ + mx) * (q ? 64 : 128) + 16 * ((q ? 2 : 4) * bx + by);
+    }
     return planes_[size_t(c)].data() + (size_t(my) * mbw_ + mx) * 256 + 16 * (4 * bx + by);
   }
+  int BlocksWide(int ch) const { return sub_ && ch > 0 ? 2 : 4; }
+  int BlocksHigh(int ch) const { return sub_ && ch > 0 && format_ == k420 ? 2 : 4; }
+  void Downsample();
 
   const Picture& pic_;
   const EncodeOptions& opt_;
   int format_ = kYOnly, nc_ = 1, index_ = 0;
   bool scaled_ = false;
+  bool sub_ = false;  // 4:2:0 or 4:2:2
   int mbw_ = 0, mbh_ = 0;
   std::vector<int> tileX_, tileY_;
   std::vector<std::vector<int32_t>> planes_;
@@ -142,29 +163,73 @@ void Encoder::LoadPlanes() {
   }
 }
 
+// Chroma to half width (and, 4:2:0, half height) as jxrlib's encoder
+// does: a 1 4 6 4 1 filter centred on the even samples, mirrored at the
+// padded image's edges, horizontally first.
+void Encoder::Downsample() {
+  const int pw = mbw_ * 16, ph = mbh_ * 16, cw = pw / 2;
+  const bool q = format_ == k420;
+  auto mirror = [](int i, int n) { return i < 0 ? -i : i >= n ? 2 * (n - 1) - i : i; };
+  auto filter = [](int32_t d0, int32_t d1, int32_t d2, int32_t d3, int32_t d4) {
+    return (((d1 + d2 + d3) << 2) + (d2 << 1) + d0 + d4 + 8) >> 4;
+  };
+  std::vector<int32_t> half(size_t(cw) * ph);
+  for (int ch = 1; ch < 3; ++ch) {
+    const std::vector<int32_t>& full = planes_[size_t(ch)];
+    for (int y = 0; y < ph; ++y) {
+      auto f = [&](int x) { return full[PixelAt(mirror(x, pw), y, mbw_)]; };
+      for (int x = 0; x < cw; ++x) half[size_t(y) * cw + x] = filter(f(2 * x - 2), f(2 * x - 1), f(2 * x), f(2 * x + 1), f(2 * x + 2));
+    }
+    std::vector<int32_t> out(size_t(mbw_) * mbh_ * (q ? 64 : 128));
+    for (int x = 0; x < cw; ++x) {
+      auto h = [&](int y) { return half[size_t(mirror(y, ph)) * cw + x]; };
+      for (int y = 0; y < (q ? ph / 2 : ph); ++y) {
+        const int32_t v = q ? filter(h(2 * y - 2), h(2 * y - 1), h(2 * y), h(2 * y + 1), h(2 * y + 2)) : h(y);
+        out[ChromaAt(x, y, mbw_, q)] = v;
+      }
+    }
+    planes_[size_t(ch)].swap(out);
+  }
+}
+
 // The forward transform of every plane, then per macroblock the second
 // level over the block DCs and the quantization of all coefficients (HP
 // in place in the planes, DC and LP into dclp_).
 void Encoder::Transform() {
-  for (int ch = 0; ch < nc_; ++ch) ForwardTransform(planes_[size_t(ch)].data(), mbw_, mbh_, opt_.overlap);
+  for (int ch = 0; ch < nc_; ++ch) {
+    if (sub_ && ch > 0) ForwardTransformChroma(planes_[size_t(ch)].data(), mbw_, mbh_, format_ == k420, opt_.overlap);
+    else ForwardTransform(planes_[size_t(ch)].data(), mbw_, mbh_, opt_.overlap);
+  }
   dclp_.assign(size_t(mbw_) * mbh_ * 16 * nc_, 0);
   for (int my = 0; my < mbh_; ++my) {
     for (int mx = 0; mx < mbw_; ++mx) {
       for (int ch = 0; ch < nc_; ++ch) {
+        const int bw = BlocksWide(ch), nb = bw * BlocksHigh(ch);
         int32_t d[16];
-        for (int b = 0; b < 16; ++b) {
-          const int32_t v = Block(ch, mx, my, b & 3, b >> 2)[0];
+        for (int b = 0; b < nb; ++b) {
+          const int32_t v = Block(ch, mx, my, b % bw, b / bw)[0];
           // chroma block DCs carry one bit less under scaled arithmetic
           d[b] = (scaled_ && ch > 0) ? (v + 1) >> 1 : v;
         }
-        rvtiPCTFwd_JPEGXR_32s_C1IR(d, 16, {4, 4});
+        if (nb == 16) {
+          rvtiPCTFwd_JPEGXR_32s_C1IR(d, 16, {4, 4});
+        } else {
+          // the chroma second level: the decoder's 2x2 butterflies undone,
+          // then (4:2:2) the lifting pair between the halves' DCs
+          ButterflyInv2x2(d[0], d[1], d[2], d[3]);
+          if (nb == 8) {
+            ButterflyInv2x2(d[4], d[5], d[6], d[7]);
+            d[4] -= d[0];
+            d[0] += (d[4] + 1) >> 1;
+          }
+        }
         int32_t* o = dclp_.data() + (size_t(my) * mbw_ + mx) * 16 * nc_ + 16 * ch;
         o[0] = Quantize(d[0], dcStep_[size_t(ch)], true);
-        for (int k = 1; k < 16; ++k) o[k] = Quantize(d[k], lpStep_[size_t(ch)]);
+        for (int k = 1; k < nb; ++k) o[k] = Quantize(d[k], lpStep_[size_t(ch)]);
         const int32_t shp = hpStep_[size_t(ch)];
         if (shp == 1) continue;
-        for (int b = 0; b < 16; ++b) {
-          int32_t* blk = Block(ch, mx, my, b & 3, b >> 2);
+        for (int b = 0; b < nb; ++b) {
+          int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
           for (int k = 1; k < 16; ++k) blk[k] = Quantize(blk[k], shp);
         }
       }
@@ -215,9 +280,29 @@ bool Encoder::Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vec
   std::memcpy(res, actual, sizeof(int32_t) * 16 * size_t(nc_));
   for (int ch = 0; ch < nc_; ++ch) {
     int32_t* o = res + 16 * ch;
+    const bool sub = sub_ && ch > 0;
     if (dcMode == 1) o[0] -= t->dc[ch];
     else if (dcMode == 0) o[0] -= l->dc[ch];
-    else if (dcMode == 2) o[0] -= int32_t((int64_t(l->dc[ch]) + t->dc[ch]) >> 1);
+    else if (dcMode == 2) o[0] -= int32_t((int64_t(l->dc[ch]) + t->dc[ch] + (sub ? 1 : 0)) >> 1);
+    if (sub) {
+      // the decoder's chroma DC-block prediction (jxr_decode.cc), undone
+      const int32_t* a = actual + 16 * ch;
+      if (format_ == k420) {
+        if (adMode == 1) o[2] -= t->ad[ch][1];
+        else if (adMode == 0) o[1] -= l->ad[ch][0];
+      } else if (adMode == 1) {
+        o[4] -= t->ad[ch][4];
+        o[2] -= t->ad[ch][3];
+        o[6] -= a[2];
+      } else if (adMode == 0) {
+        o[4] -= l->ad[ch][4];
+        o[1] -= l->ad[ch][0];
+        o[5] -= l->ad[ch][2];
+      } else if (dcMode == 1) {
+        o[6] -= a[2];
+      }
+      continue;
+    }
     if (adMode == 1) {
       for (int k = 0; k < 3; ++k) o[kColPos[k]] -= t->ad[ch][3 + k];
     } else if (adMode == 0) {
@@ -238,15 +323,32 @@ bool Encoder::Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vec
       sh += std::abs(int64_t(actual[kRowPos[k]]));
       sv += std::abs(int64_t(actual[kColPos[k]]));
     }
-    if (format_ != kYOnly) {
-      sh += std::abs(int64_t(actual[16 + kRowPos[0]])) + std::abs(int64_t(actual[32 + kRowPos[0]]));
-      sv += std::abs(int64_t(actual[16 + kColPos[0]])) + std::abs(int64_t(actual[32 + kColPos[0]]));
+    auto a = [actual](int at) { return std::abs(int64_t(actual[at])); };
+    if (sub_) {
+      sh += a(17) + a(33);
+      sv += a(18) + a(34);
+      if (format_ == k422) {
+        sv += a(22) + a(38);
+        sh += a(21) + a(37);
+      }
+    } else if (format_ != kYOnly) {
+      sh += a(16 + kRowPos[0]) + a(32 + kRowPos[0]);
+      sv += a(16 + kColPos[0]) + a(32 + kColPos[0]);
     }
     acMode = sh * 4 < sv ? 1 : sv * 4 < sh ? 0 : 2;
   }
   PredInfo& me = row[size_t(i)];
   for (int ch = 0; ch < nc_; ++ch) {
     me.dc[ch] = actual[16 * ch];
+    if (sub_ && ch > 0) {
+      const int32_t* o = actual + 16 * ch;
+      me.ad[ch][0] = o[1];
+      me.ad[ch][1] = o[2];
+      me.ad[ch][2] = o[5];
+      me.ad[ch][3] = o[6];
+      me.ad[ch][4] = o[4];
+      continue;
+    }
     for (int k = 0; k < 3; ++k) {
       me.ad[ch][k] = actual[16 * ch + kRowPos[k]];
       me.ad[ch][3 + k] = actual[16 * ch + kColPos[k]];
@@ -260,28 +362,29 @@ bool Encoder::Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vec
   rvtiVLCGetTables_JPEGXR(st, tables, disc, bits);
   for (int ch = 0; ch < nc_; ++ch) {
     int32_t* p = hp + 256 * ch;
-    for (int b = 0; b < 16; ++b) {
-      const int32_t* blk = Block(ch, mx, my, b & 3, b >> 2);
+    const int bw = BlocksWide(ch), bh = BlocksHigh(ch), nb = bw * bh;
+    for (int b = 0; b < nb; ++b) {
+      const int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
       p[16 * b] = 0;
       for (int k = 1; k < 16; ++k) p[16 * b + k] = blk[kInBlock[k >> 2][k & 3]];
     }
     if (acMode == 0) {
-      for (int by = 0; by < 4; ++by) {
-        for (int bx = 3; bx >= 1; --bx) {
-          for (int k : kRowPos) p[16 * (4 * by + bx) + k] -= p[16 * (4 * by + bx - 1) + k];
+      for (int by = 0; by < bh; ++by) {
+        for (int bx = bw - 1; bx >= 1; --bx) {
+          for (int k : kRowPos) p[16 * (bw * by + bx) + k] -= p[16 * (bw * by + bx - 1) + k];
         }
       }
     } else if (acMode == 1) {
-      for (int by = 3; by >= 1; --by) {
-        for (int bx = 0; bx < 4; ++bx) {
-          for (int k : kColPos) p[16 * (4 * by + bx) + k] -= p[16 * (4 * by + bx - 4) + k];
+      for (int by = bh - 1; by >= 1; --by) {
+        for (int bx = 0; bx < bw; ++bx) {
+          for (int k : kColPos) p[16 * (bw * by + bx) + k] -= p[16 * (bw * by + bx - bw) + k];
         }
       }
     }
     // which blocks keep a coded part above the model bits
     const int mb = bits[4 + (ch > 0)];
     me.cbp[ch] = 0;
-    for (int b = 0; b < 16; ++b) {
+    for (int b = 0; b < nb; ++b) {
       for (int k = 1; k < 16; ++k) {
         if ((uint32_t(std::abs(int64_t(p[16 * b + k]))) >> mb) != 0) {
           me.cbp[ch] |= 1 << b;
@@ -370,9 +473,8 @@ bool Encoder::Run(std::vector<uint8_t>* out, std::string* error) {
     *error = "overlap must be 0, 1 or 2";
     return false;
   }
-  if (p.channels == 3 && opt_.chroma != 444) {
-    // 4:4:4 colour is written; subsampled chroma planes are not
-    *error = "4:2:2 and 4:2:0 encoding is not supported yet";
+  if (opt_.chroma != 444 && opt_.chroma != 422 && opt_.chroma != 420) {
+    *error = "chroma must be 444, 422 or 420";
     return false;
   }
   if (p.width > (1 << 16) || p.height > (1 << 16)) {
@@ -386,7 +488,13 @@ bool Encoder::Run(std::vector<uint8_t>* out, std::string* error) {
     *error = "tiles must hold at least one macroblock each";
     return false;
   }
-  format_ = p.channels == 3 ? k444 : kYOnly;
+  format_ = p.channels == 1 ? kYOnly : opt_.chroma == 420 ? k420 : opt_.chroma == 422 ? k422 : k444;
+  sub_ = format_ == k420 || format_ == k422;
+  if (sub_ && opt_.overlap == 2 && mbw_ < 2) {
+    // the decoders' corner correction at the DC level loses a value there
+    *error = "4:2:2 and 4:2:0 with overlap 2 need an image at least 17 pixels wide";
+    return false;
+  }
   nc_ = p.channels;
   index_ = opt_.quality == 1 ? 0 : opt_.quality;
   scaled_ = index_ != 0;
@@ -404,6 +512,7 @@ bool Encoder::Run(std::vector<uint8_t>* out, std::string* error) {
   state_.assign(size_t(size), 0);
 
   LoadPlanes();
+  if (sub_) Downsample();
   Transform();
 
   // tiles' packets, by tile and band
@@ -458,7 +567,7 @@ bool Encoder::Run(std::vector<uint8_t>* out, std::string* error) {
   b.Put(uint32_t(format_), 3);
   b.Put(scaled_, 1);
   b.Put(0, 4);                  // every band coded
-  if (format_ == k444) b.Put(0, 8);
+  if (format_ != kYOnly) b.Put(0, 8);  // chroma centred on the even samples
   if (p.bits == 16) b.Put(0, 8);  // no shift of the samples
   b.Put(1, 1);                  // DC: one quantizer for the image
   if (nc_ > 1) b.Put(0, 2);     // the same index for every channel

@@ -35,6 +35,26 @@ inline size_t PixelAt(int x, int y, int mbw) {
 void InverseTransform(int32_t* channel, int mbw, int mbh, int overlap, bool fine,
                       const std::vector<int32_t>& hpStep, bool hpAbsent);
 
+// The same for a 4:2:0 (8x8 macroblocks, 2x2 blocks: block (bx, by) at
+// 16 * (2 bx + by), macroblock (x, y) at 64 * (y * mbw + x)) or 4:2:2 (8
+// wide by 16 high, 2x4 blocks: 16 * (4 bx + by), 128 elements a
+// macroblock) chroma channel.  Its block DCs hold the second-level inverse
+// transform's output.  hpStep: the HP steps the DC compensation of
+// subversion 0 reads (jxrlib takes those of the channel before: luma's for
+// the first chroma channel, the first chroma channel's for the second).
+void InverseTransformChroma(int32_t* channel, int mbw, int mbh, bool is420, int overlap, bool fine,
+                            const std::vector<int32_t>& hpStep, bool hpAbsent);
+
+// Index of pixel (x, y) of a chroma channel laid out as above.
+inline size_t ChromaAt(int x, int y, int mbw, bool is420) {
+  if (is420) {
+    return (size_t(y >> 3) * mbw + size_t(x >> 3)) * 64 + size_t(16 * (2 * ((x & 7) >> 2) + ((y & 7) >> 2))) +
+           kInBlock[y & 3][x & 3];
+  }
+  return (size_t(y >> 4) * mbw + size_t(x >> 3)) * 128 + size_t(16 * (4 * ((x & 7) >> 2) + ((y & 15) >> 2))) +
+         kInBlock[y & 3][x & 3];
+}
+
 }  // namespace rvtjxr
 
 #endif  // RVTJXR_JXR_FILTERS_H_

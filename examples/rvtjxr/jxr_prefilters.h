@@ -15,6 +15,11 @@ namespace rvtjxr {
 // block's first element) for overlap 0, 1 or 2; the block DCs still need
 // the second-level forward transform.
 void ForwardTransform(int32_t* channel, int mbw, int mbh, int overlap);
+// The same for a 4:2:0 or 4:2:2 chroma channel in the layout of
+// InverseTransformChroma, undoing its newer filters exactly when the image
+// is at least two macroblocks wide (one macroblock wide, the decoder's
+// corner correction loses the top-left DC under overlap 2).
+void ForwardTransformChroma(int32_t* channel, int mbw, int mbh, bool is420, int overlap);
 
 }  // namespace rvtjxr
 

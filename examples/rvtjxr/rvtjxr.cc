@@ -1,7 +1,8 @@
 // rvtjxr: the example JPEG XR codec's command line.
 //
 //   rvtjxr decode IN.jxr OUT    grey to PGM, colour to PPM (R, G, B), by
-//                               OUT's extension PNG; 16-bit PNM big-endian
+//                               OUT's extension PNG; 16-bit PNM big-endian;
+//                               with a planar alpha plane RGBA PNG (8-bit)
 //   rvtjxr encode IN OUT.jxr [-q QP] [-overlap 0|1|2] [-spatial]
 //                [-tiles CxR] [-chroma 444|422|420]
 //                               grey or RGB PNM/PNG, 8 or 16 bits; QP 1
@@ -20,9 +21,12 @@
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <png.h>
 
 #include "image_io.h"
 #include "jxr_codec.h"
@@ -35,12 +39,32 @@ int Fail(const std::string& why) {
   return 1;
 }
 
+// Images with alpha go to PNG (8 bits a sample), the one format here
+// that holds it.
+int WriteRgbaPng(const std::string& path, const rvtjxr::Picture& pic) {
+  if (path.size() < 4 || path.compare(path.size() - 4, 4, ".png") != 0) return Fail("images with alpha go to PNG");
+  if (pic.bits != 8) return Fail("16-bit images with alpha are not supported");
+  std::vector<uint8_t> px(pic.samples.size());
+  for (size_t i = 0; i < px.size(); ++i) px[i] = uint8_t(pic.samples[i]);
+  png_image img;
+  std::memset(&img, 0, sizeof(img));
+  img.version = PNG_IMAGE_VERSION;
+  img.width = uint32_t(pic.width);
+  img.height = uint32_t(pic.height);
+  img.format = PNG_FORMAT_RGBA;
+  if (!png_image_write_to_file(&img, path.c_str(), 0, px.data(), 0, nullptr)) {
+    return Fail(path + ": cannot write the PNG");
+  }
+  return 0;
+}
+
 int Decode(const std::string& in, const std::string& out) {
   std::vector<uint8_t> data;
   std::string error;
   if (!rvtjpeg::ReadFile(in, &data, &error)) return Fail(error);
   rvtjxr::Picture pic;
   if (!rvtjxr::DecodeFile(data.data(), data.size(), &pic, &error)) return Fail(in + ": " + error);
+  if (pic.channels == 4) return WriteRgbaPng(out, pic);
   if (pic.bits == 8) {
     rvtjpeg::Image img;
     img.Resize(pic.width, pic.height, pic.channels);

@@ -725,8 +725,13 @@ inline int LpRefinePos(const State& s, int ch, int k) {
 }
 
 // 4:2:0 / 4:2:2 chroma LP: U and V interleaved in one block from position
-// 10 (3 + 3 coefficients) or 2 (7 + 7), in coefficient order.
+// 10 (3 + 3 coefficients) or 2 (7 + 7); 4:2:0 in coefficient order, 4:2:2
+// the lower half's DC difference (4) first, then 1, 2, 3, 5, 6, 7.
 inline int ChromaFirst(const State& s) { return s.format == k420 ? 10 : 2; }
+inline int ChromaLpPos(const State& s, int i) {
+  static constexpr int k422[7] = {4, 1, 2, 3, 5, 6, 7};
+  return s.format == k420 ? 1 + i : k422[i];
+}
 
 // Channels of LP group g: lum alone, each chroma channel alone, or (4:2:0,
 // 4:2:2) both chroma channels in group 1.
@@ -754,7 +759,7 @@ inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
       if (cnt < 0) return RvtResult(cnt);
       lm[g > 0] += cnt;
       if (shared) {
-        for (int p = first; p < 16; ++p) coef[16 * (1 + ((p - first) & 1)) + 1 + (p - first) / 2] = val[p];
+        for (int p = first; p < 16; ++p) coef[16 * (1 + ((p - first) & 1)) + ChromaLpPos(s, (p - first) / 2)] = val[p];
       } else {
         for (int p = 1; p < 16; ++p) {
           if (val[p] == 0) continue;
@@ -762,6 +767,13 @@ inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
           CountScan(s, 0, p);
         }
       }
+    }
+    if (shared) {  // U and V alternate, coefficient by coefficient
+      const int bits = s.modelBits[kLP][1];
+      for (int k = 1; k < LpCount(s, 1); ++k) {
+        for (int ch = 1; ch <= 2; ++ch) coef[16 * ch + k] = Refine(r, coef[16 * ch + k], bits, 0);
+      }
+      continue;
     }
     for (int ch = GroupFirstChannel(s, g); ch <= GroupLastChannel(s, g); ++ch) {
       const int bits = s.modelBits[kLP][ch > 0];
@@ -797,7 +809,7 @@ inline RvtResult EncodeLP(Writer& w, State& s, const int32_t* coef) {
       const int first = shared ? ChromaFirst(s) : 1;
       std::memset(val, 0, sizeof(val));
       if (shared) {
-        for (int p = first; p < 16; ++p) val[p] = q[1 + ((p - first) & 1)][1 + (p - first) / 2];
+        for (int p = first; p < 16; ++p) val[p] = q[1 + ((p - first) & 1)][ChromaLpPos(s, (p - first) / 2)];
       } else {
         for (int p = 1; p < 16; ++p) val[p] = q[g][s.order[0][p]];
       }
@@ -807,6 +819,13 @@ inline RvtResult EncodeLP(Writer& w, State& s, const int32_t* coef) {
         ++lm[g > 0];
         if (!shared) CountScan(s, 0, p);
       }
+    }
+    if (shared) {
+      const int bits = s.modelBits[kLP][1];
+      for (int k = 1; k < LpCount(s, 1); ++k) {
+        for (int ch = 1; ch <= 2; ++ch) EncodeRefine(w, coef[16 * ch + k], bits, 0);
+      }
+      continue;
     }
     for (int ch = GroupFirstChannel(s, g); ch <= GroupLastChannel(s, g); ++ch) {
       const int bits = s.modelBits[kLP][ch > 0];
