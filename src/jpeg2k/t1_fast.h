@@ -160,26 +160,29 @@ inline constexpr std::array<EncState, 188> kEncStates = BuildEncStates();
 
 // The decoder's byte-in; the common case (two bytes left in the segment)
 // reads them directly, the segment's end reads 0xFF as the reference does.
+// All of it inlines, so the coder's registers never go to memory.
 RVT_T1_INLINE void ByteIn(MqDecoder& m, const Source& s) {
+  uint32_t b, n;
   if (__builtin_expect(m.pos + 1 < s.len, 1)) {
-    const uint32_t b = s.p[m.pos];
-    const uint32_t n = s.p[m.pos + 1];
-    if (b == 0xFF) {
-      if (n > 0x8F) {
-        m.c += 0xFF00;
-        m.ct = 8;
-      } else {
-        ++m.pos;
-        m.c += n << 9;
-        m.ct = 7;
-      }
+    b = s.p[m.pos];
+    n = s.p[m.pos + 1];
+  } else {
+    b = s.At(m.pos);
+    n = s.At(m.pos + 1);
+  }
+  if (b == 0xFF) {
+    if (n > 0x8F) {
+      m.c += 0xFF00;
+      m.ct = 8;
     } else {
       ++m.pos;
-      m.c += n << 8;
-      m.ct = 8;
+      m.c += n << 9;
+      m.ct = 7;
     }
   } else {
-    m.ByteIn(s);
+    ++m.pos;
+    m.c += n << 8;
+    m.ct = 8;
   }
 }
 
@@ -222,6 +225,29 @@ RVT_T1_INLINE int DecodeSym(MqDecoder& m, const Source& s, uint8_t& cx) {
   return d;
 }
 
+// The encoder's byte-out as the reference's, inlined for the same reason.
+RVT_T1_INLINE void ByteOut(MqEncoder& m, Sink& s) {
+  if (m.b == 0xFF || (m.c >= 0x8000000 && m.b + 1 == 0xFF)) {  // a 0xFF out: 7 bits follow
+    if (m.b != 0xFF) {
+      ++m.b;
+      m.c &= 0x7FFFFFF;
+    }
+    s.Put(uint8_t(m.b));
+    m.b = int(m.c >> 20) & 0xFF;
+    m.c &= 0xFFFFF;
+    m.ct = 7;
+    return;
+  }
+  if (m.c >= 0x8000000) {  // carry into the pending byte (never the one before the segment)
+    ++m.b;
+    m.c &= 0x7FFFFFF;
+  }
+  if (m.b >= 0) s.Put(uint8_t(m.b));
+  m.b = int(m.c >> 19) & 0xFF;
+  m.c &= 0x7FFFF;
+  m.ct = 8;
+}
+
 // The same selects on the coding side: with the symbol known, either the
 // code register moves up by Qe or the interval becomes Qe.
 RVT_T1_INLINE void EncodeSym(MqEncoder& m, Sink& s, uint8_t& cx, int d) {
@@ -240,7 +266,7 @@ RVT_T1_INLINE void EncodeSym(MqEncoder& m, Sink& s, uint8_t& cx, int d) {
     m.c <<= m.ct;
     n -= m.ct;
     m.ct = 0;
-    m.ByteOut(s);
+    ByteOut(m, s);
   }
   m.a <<= n;
   m.c <<= n;
