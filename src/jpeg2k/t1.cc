@@ -60,7 +60,6 @@ Planes DecPlanes(DecHeader* h, int which) {
 
 void CopyPlanes(const Planes& from, const Planes& to) {
   std::memcpy(to.flags, from.flags, sizeof(FlagWord) * size_t(from.FlagWords()));
-  std::memcpy(to.cols, from.cols, sizeof(uint64_t) * size_t(from.ColWords()));
   std::memcpy(to.mag, from.mag, size_t(from.w) * size_t(from.h) * 4);
   std::memcpy(to.low, from.low, size_t(from.w) * size_t(from.h));
 }
@@ -102,7 +101,8 @@ void Attach(DecHeader* h, ImageSize cb, int band, int magnBits, int sfBits, int 
   h->segStart = 0;
   h->snapValid = 0;
   ResetContexts(h->cx);
-  DecPlanes(h, 0).Clear();
+  const Planes b = DecPlanes(h, 0);
+  std::memset(b.flags, 0, sizeof(FlagWord) * size_t(b.FlagWords()));
 }
 
 template <bool kFast, bool kEnc>
@@ -249,7 +249,7 @@ RvtResult EncodeLoad(const int32_t* pSrc, int32_t srcStep, ImageSize cbSize, Enc
   while (planes < 32 && (any >> planes)) ++planes;
   const int passes = planes ? 3 * planes - 2 : 0;
   Planes b = PlanesAt(EncPlanesBase(h), h->maxW, h->maxH, h->maxArea, w, hgt);
-  b.Clear();
+  std::memset(b.flags, 0, sizeof(FlagWord) * size_t(b.FlagWords()));
   // The squares sum in 64 bits while 4096 of them fit (magnitudes below
   // 2^26), in 128 otherwise.
   auto load = [&](auto total) {

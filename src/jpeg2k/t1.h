@@ -348,51 +348,33 @@ using FlagWord = uint16_t;
 // words (one 64-bit load), columns one after the other, with a border
 // column on each side and a border stripe above and below, so neighbours
 // need no bounds tests.  Rows past the block's height inside its last
-// stripe stay clear, as the border does.  The fast passes also keep, for
-// each stripe, a bit per column holding a significant coefficient (with a
-// clear border stripe above and below), so columns with nothing to code
-// cost nothing.
+// stripe stay clear, as the border does.
 struct Planes {
   FlagWord* flags;
-  uint64_t* cols;
   uint32_t* mag;
   uint8_t* low;
   int w, h, stride;  // stride: flag words from one stripe to the next
-  int colWords;      // 64-bit words of a stripe's column bits
   FlagWord& F(int x, int y) const { return flags[((y >> 2) + 1) * stride + 4 * (x + 1) + (y & 3)]; }
   // First word of the column x of the stripe holding row y0 (a multiple of 4).
   FlagWord* Column(int x, int y0) const { return flags + ((y0 >> 2) + 1) * stride + 4 * (x + 1); }
-  uint64_t* Cols(int y0) const { return cols + ((y0 >> 2) + 1) * colWords; }
   int FlagWords() const { return ((h + 3) / 4 + 2) * stride; }
-  int ColWords() const { return ((h + 3) / 4 + 2) * colWords; }
-  // Clears the flags and column bits of the block.
-  void Clear() const {
-    std::memset(flags, 0, sizeof(FlagWord) * size_t(FlagWords()));
-    std::memset(cols, 0, sizeof(uint64_t) * size_t(ColWords()));
-  }
 };
 inline int32_t Align8(int32_t n) { return (n + 7) & ~7; }
-// Flag words and column bit words for any block of a state (w <= maxW,
-// h <= maxH): the stripes of the tallest times the columns of the widest
-// bound them.
+// Flag words for any block of a state (w <= maxW, h <= maxH): the stripes
+// of the tallest times the columns of the widest bounds them.
 inline int32_t FlagWords(int maxW, int maxH) { return ((maxH + 3) / 4 + 2) * 4 * (maxW + 2); }
-inline int32_t ColWords(int maxW, int maxH) { return ((maxH + 3) / 4 + 2) * ((maxW + 63) / 64); }
 inline int32_t PlanesBytes(int maxW, int maxH, int maxArea) {
-  return Align8(int32_t(sizeof(FlagWord)) * FlagWords(maxW, maxH)) + 8 * ColWords(maxW, maxH) + 4 * maxArea +
-         Align8(maxArea);
+  return Align8(int32_t(sizeof(FlagWord)) * FlagWords(maxW, maxH)) + 4 * maxArea + Align8(maxArea);
 }
 inline Planes PlanesAt(uint8_t* base, int maxW, int maxH, int maxArea, int w, int h) {
   Planes p;
   const int32_t flagBytes = Align8(int32_t(sizeof(FlagWord)) * FlagWords(maxW, maxH));
-  const int32_t colBytes = 8 * ColWords(maxW, maxH);
   p.flags = reinterpret_cast<FlagWord*>(base);
-  p.cols = reinterpret_cast<uint64_t*>(base + flagBytes);
-  p.mag = reinterpret_cast<uint32_t*>(base + flagBytes + colBytes);
-  p.low = base + flagBytes + colBytes + 4 * maxArea;
+  p.mag = reinterpret_cast<uint32_t*>(base + flagBytes);
+  p.low = base + flagBytes + 4 * maxArea;
   p.w = w;
   p.h = h;
   p.stride = 4 * (w + 2);
-  p.colWords = (w + 63) / 64;
   return p;
 }
 

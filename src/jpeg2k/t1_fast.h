@@ -366,13 +366,11 @@ struct PassArgs {
   const Spread (*spread)[2];
 };
 
-// Codes the sign of the coefficient in row r of column x (its flag words
-// at col, the stripe's column bits at cols; flags fl, sample i) and makes
-// it significant.  The encoder keeps no lowest-plane record: its passes
-// know the plane.
+// Codes the sign of the coefficient in row r of the column at col (flags
+// fl, sample i) and makes it significant.  The encoder keeps no
+// lowest-plane record: its passes know the plane.
 template <bool kEnc>
-RVT_T1_INLINE void Sign(const PassArgs& a, Local<kEnc>& c, FlagWord* col, uint64_t* cols, int x, int r, uint32_t fl,
-                        int i, bool raw) {
+RVT_T1_INLINE void Sign(const PassArgs& a, Local<kEnc>& c, FlagWord* col, int r, uint32_t fl, int i, bool raw) {
   const int truth = kEnc ? ((fl & kFNeg) ? 1 : 0) : 0;
   int neg;
   if (raw) {
@@ -383,7 +381,6 @@ RVT_T1_INLINE void Sign(const PassArgs& a, Local<kEnc>& c, FlagWord* col, uint64
     neg = c.Mq(int(t >> 1), truth ^ xr) ^ xr;
   }
   SetSignificant(col, a.b.stride, r, neg, a.spread);
-  cols[x >> 6] |= uint64_t(1) << (x & 63);
   if constexpr (kEnc) {
     c.Gain(SignificantGain(a.b.mag[i], a.plane));
   } else {
@@ -416,16 +413,6 @@ PassArgs Args(Planes& b, int plane, bool causal) {
   return PassArgs{b, plane, kSpread.at[causal ? 1 : 0]};
 }
 
-// Columns 64k.. of a block w wide.
-RVT_T1_INLINE uint64_t InBlock(int k, int w) {
-  const int n = w - 64 * k;
-  return n >= 64 ? ~uint64_t(0) : (uint64_t(1) << n) - 1;
-}
-
-// The significance pass looks only at columns next to a significant
-// coefficient: in the stripe, above or below, in the column or the one
-// left or right of it (a superset, the column's flags decide).  A
-// coefficient becoming significant brings in the column after it.
 template <bool kEnc, bool raw>
 void FastSignificance(Planes& home_b, Coder<kEnc>& home, int plane, int band, bool causal) {
   Local<kEnc> c(home);
@@ -433,54 +420,35 @@ void FastSignificance(Planes& home_b, Coder<kEnc>& home, int plane, int band, bo
   const PassArgs a = Args<kEnc>(home_b, plane, causal);
   const Planes& b = a.b;
   const uint8_t* zc = kTables.zc[ZcTable(band)];
-  const int words = b.colWords;
   for (int y0 = 0; y0 < b.h; y0 += 4) {
     const uint64_t live = RowLanes(b.h - y0);
-    uint64_t* here = b.Cols(y0);
-    const uint64_t* above = here - words;
-    const uint64_t* below = here + words;
-    FlagWord* col0 = b.Column(0, y0);
-    for (int k = 0; k < words; ++k) {
-      const uint64_t m = here[k] | above[k] | below[k];
-      uint64_t act = m | (m << 1) | (m >> 1);
-      if (k > 0) act |= (here[k - 1] | above[k - 1] | below[k - 1]) >> 63;
-      if (k + 1 < words) act |= (here[k + 1] | above[k + 1] | below[k + 1]) << 63;
-      act &= InBlock(k, b.w);
-      while (act) {
-        const int x = 64 * k + __builtin_ctzll(act);
-        act &= act - 1;
-        FlagWord* col = col0 + 4 * x;
-        uint64_t v = LoadColumn(col);
-        uint64_t todo = SignificanceRows(v) & live;
-        if (!todo) continue;
-        uint64_t visited = 0;
-        bool spread = false;
-        do {
-          const int r = RowOf(todo);
-          const int i = (y0 + r) * b.w + x;
-          const uint32_t fl = RowFlags(v, r);
-          const int t = Truth<kEnc>(b, i, plane);
-          const int bit = raw ? c.Raw(t) : c.Mq(zc[fl & kNeighbours], t);
-          visited |= uint64_t(kFVisit) << (16 * r);
-          if (bit) {
-            Sign(a, c, col, here, x, r, fl, i, raw);
-            spread = true;
-            v = LoadColumn(col);
-            todo = SignificanceRows(v) & live & After(r);
-          } else {
-            todo &= todo - 1;
-          }
-        } while (todo);
-        StoreColumn(col, v | visited);
-        if (spread) act |= (uint64_t(2) << (x & 63)) & InBlock(k, b.w);
-      }
+    FlagWord* col = b.Column(0, y0);
+    for (int x = 0; x < b.w; ++x, col += 4) {
+      uint64_t v = LoadColumn(col);
+      uint64_t todo = SignificanceRows(v) & live;
+      if (!todo) continue;
+      uint64_t visited = 0;
+      do {
+        const int r = RowOf(todo);
+        const int i = (y0 + r) * b.w + x;
+        const uint32_t fl = RowFlags(v, r);
+        const int t = Truth<kEnc>(b, i, plane);
+        const int bit = raw ? c.Raw(t) : c.Mq(zc[fl & kNeighbours], t);
+        visited |= uint64_t(kFVisit) << (16 * r);
+        if (bit) {
+          Sign(a, c, col, r, fl, i, raw);
+          v = LoadColumn(col);
+          todo = SignificanceRows(v) & live & After(r);
+        } else {
+          todo &= todo - 1;
+        }
+      } while (todo);
+      StoreColumn(col, v | visited);
     }
   }
   c.Save();
 }
 
-// The refinement pass looks only at columns holding a significant
-// coefficient.
 template <bool kEnc, bool raw>
 void FastRefinement(Planes& home_b, Coder<kEnc>& home, int plane) {
   Local<kEnc> c(home);
@@ -488,34 +456,29 @@ void FastRefinement(Planes& home_b, Coder<kEnc>& home, int plane) {
   const PassArgs a = Args<kEnc>(home_b, plane, false);
   const Planes& b = a.b;
   for (int y0 = 0; y0 < b.h; y0 += 4) {
-    const uint64_t* here = b.Cols(y0);
-    FlagWord* col0 = b.Column(0, y0);
-    for (int k = 0; k < b.colWords; ++k) {
-      for (uint64_t act = here[k]; act; act &= act - 1) {
-        const int x = 64 * k + __builtin_ctzll(act);
-        FlagWord* col = col0 + 4 * x;
-        const uint64_t v = LoadColumn(col);
-        uint64_t todo = v & ~(v >> 2) & Lanes(kFSig);  // significant, not coded in this plane (kFVisit is bit 14)
-        if (!todo) continue;
-        uint64_t refined = 0;
-        do {
-          const int r = RowOf(todo);
-          const int i = (y0 + r) * b.w + x;
-          const uint32_t fl = RowFlags(v, r);
-          const int t = Truth<kEnc>(b, i, plane);
-          const int ctx = (fl & kFRefined) ? 16 : (fl & kNeighbours) ? 15 : 14;
-          const int bit = raw ? c.Raw(t) : c.Mq(ctx, t);
-          refined |= uint64_t(kFRefined) << (16 * r);
-          if constexpr (kEnc) {
-            c.Gain(RefineGain(b.mag[i], bit, plane));
-          } else {
-            b.mag[i] |= uint32_t(bit) << plane;
-            b.low[i] = uint8_t(plane);
-          }
-          todo &= todo - 1;
-        } while (todo);
-        StoreColumn(col, v | refined);
-      }
+    FlagWord* col = b.Column(0, y0);
+    for (int x = 0; x < b.w; ++x, col += 4) {
+      const uint64_t v = LoadColumn(col);
+      uint64_t todo = v & ~(v >> 2) & Lanes(kFSig);  // significant, not coded in this plane (kFVisit is bit 14)
+      if (!todo) continue;
+      uint64_t refined = 0;
+      do {
+        const int r = RowOf(todo);
+        const int i = (y0 + r) * b.w + x;
+        const uint32_t fl = RowFlags(v, r);
+        const int t = Truth<kEnc>(b, i, plane);
+        const int ctx = (fl & kFRefined) ? 16 : (fl & kNeighbours) ? 15 : 14;
+        const int bit = raw ? c.Raw(t) : c.Mq(ctx, t);
+        refined |= uint64_t(kFRefined) << (16 * r);
+        if constexpr (kEnc) {
+          c.Gain(RefineGain(b.mag[i], bit, plane));
+        } else {
+          b.mag[i] |= uint32_t(bit) << plane;
+          b.low[i] = uint8_t(plane);
+        }
+        todo &= todo - 1;
+      } while (todo);
+      StoreColumn(col, v | refined);
     }
   }
   c.Save();
@@ -534,7 +497,6 @@ void FastCleanup(Planes& home_b, Coder<kEnc>& home, int plane, int band, bool ca
     const int rows = b.h - y0 < 4 ? b.h - y0 : 4;
     const uint64_t live = RowLanes(rows) & Lanes(kFSig);
     FlagWord* col = b.Column(0, y0);
-    uint64_t* here = b.Cols(y0);
     for (int x = 0; x < b.w; ++x, col += 4) {
       uint64_t v = LoadColumn(col);
       // Rows neither significant nor coded in this plane (kFVisit is kFSig << 2).
@@ -557,7 +519,7 @@ void FastCleanup(Planes& home_b, Coder<kEnc>& home, int plane, int band, bool ca
         if (!c.Mq(kCtxRun, first < 4 ? 1 : 0)) continue;
         int r = c.Mq(kCtxUni, (first >> 1) & 1) << 1;
         r |= c.Mq(kCtxUni, first & 1);
-        Sign(a, c, col, here, x, r, RowFlags(v, r), i0 + r * b.w, false);
+        Sign(a, c, col, r, RowFlags(v, r), i0 + r * b.w, false);
         v = LoadColumn(col);
         todo &= After(r);
         if (!todo) continue;
@@ -567,7 +529,7 @@ void FastCleanup(Planes& home_b, Coder<kEnc>& home, int plane, int band, bool ca
         const uint32_t fl = RowFlags(v, r);
         const int i = i0 + r * b.w;
         if (c.Mq(zc[fl & kNeighbours], Truth<kEnc>(b, i, plane))) {
-          Sign(a, c, col, here, x, r, fl, i, false);
+          Sign(a, c, col, r, fl, i, false);
           v = LoadColumn(col);
         }
         todo &= todo - 1;
