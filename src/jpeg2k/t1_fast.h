@@ -124,16 +124,19 @@ inline void SetSignificant(FlagWord* col, int stride, int r, int neg, const Spre
 // ------------------------------------------------------------ MQ coding
 
 // A context is one byte: its probability state times two plus its MPS, so
-// a symbol needs one table row, and both successors carry the MPS.
+// a symbol needs one table row, and both successors carry the MPS.  The
+// decoder keeps its interval in the top half of A, level with the code
+// bits of C, so Qe comes shifted up 16 and neither register moves to meet
+// it.
 struct alignas(8) State {
-  uint32_t qe;
+  uint32_t qe;  // Qe << 16
   uint8_t mps, nmps, nlps, pad;
 };
 constexpr std::array<State, 94> BuildStates() {
   std::array<State, 94> t{};
   for (int s = 0; s < 47; ++s)
     for (int m = 0; m < 2; ++m)
-      t[size_t(2 * s + m)] = {kQe[s].qe, uint8_t(m), uint8_t(2 * kQe[s].nmps + m),
+      t[size_t(2 * s + m)] = {uint32_t(kQe[s].qe) << 16, uint8_t(m), uint8_t(2 * kQe[s].nmps + m),
                               uint8_t(2 * kQe[s].nlps + (kQe[s].sw ? 1 - m : m)), 0};
   return t;
 }
@@ -152,7 +155,7 @@ constexpr std::array<EncState, 188> BuildEncStates() {
     for (int d = 0; d < 2; ++d) {
       const State& e = kStates[size_t(cx)];
       const bool lps = d != e.mps;
-      t[size_t(2 * cx + d)] = {e.qe, uint8_t(lps), lps ? e.nlps : e.nmps, {0, 0}};
+      t[size_t(2 * cx + d)] = {kQe[cx >> 1].qe, uint8_t(lps), lps ? e.nlps : e.nmps, {0, 0}};
     }
   return t;
 }
@@ -196,16 +199,16 @@ RVT_T1_INLINE int DecodeSym(MqDecoder& m, const Source& s, uint8_t& cx) {
   const State e = kStates[cx];
   const uint32_t qe = e.qe;
   const uint32_t a = m.a - qe;
-  const uint32_t x = (m.c >> 16) < qe ? ~0u : 0u;  // lower sub-interval (the LPS one before exchange)
+  const uint32_t x = m.c < qe ? ~0u : 0u;  // lower sub-interval (the LPS one before exchange)
   const int lt = a < qe;
   const int lps = int(x & 1) ^ lt;
   const int d = e.mps ^ lps;
   const uint32_t an = (qe & x) | (a & ~x);
-  m.c -= (qe << 16) & ~x;
-  const uint32_t renorm = an < 0x8000 ? ~0u : 0u;
+  m.c -= qe & ~x;
+  const uint32_t renorm = an < 0x80000000u ? ~0u : 0u;
   const uint32_t next = lps ? e.nlps : e.nmps;
   cx = uint8_t((next & renorm) | (cx & ~renorm));
-  const int n = __builtin_clz(an) - 16;
+  const int n = __builtin_clz(an);
   if (__builtin_expect(n <= m.ct, 1)) {
     m.a = an << n;
     m.c <<= n;
@@ -287,10 +290,12 @@ struct Local<false> {
   uint8_t cx[kContexts];
   Coder<false>* home;
   explicit Local(Coder<false>& c) : mq(c.mq), raw(c.raw), src(c.src), home(&c) {
+    mq.a <<= 16;  // A level with C's code bits (see State)
     for (int i = 0; i < kContexts; ++i) cx[i] = uint8_t(2 * c.cx[i].state + c.cx[i].mps);
   }
   void Save() const {
     home->mq = mq;
+    home->mq.a = mq.a >> 16;
     home->raw = raw;
     for (int i = 0; i < kContexts; ++i) home->cx[i] = Ctx{uint8_t(cx[i] >> 1), uint8_t(cx[i] & 1)};
   }
