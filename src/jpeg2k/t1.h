@@ -6,9 +6,10 @@
 // knows each bit and codes it, the decoder learns it; everything else
 // (scan order, contexts, state updates) is shared, so the two cannot drift.
 //
-// Coefficient state: a flag byte per coefficient in a plane with a border
-// of one (so neighbours need no bounds tests), the magnitude (the encoder's
-// true one, the decoder's bits known so far) and the lowest plane known.
+// Coefficient state: a flag word per coefficient, stored by stripe columns
+// with a border all round (so neighbours need no bounds tests), the
+// magnitude (the encoder's true one, the decoder's bits known so far) and
+// the lowest plane known.
 #ifndef RVT_JPEG2K_T1_H_
 #define RVT_JPEG2K_T1_H_
 

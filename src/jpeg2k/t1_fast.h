@@ -1,11 +1,13 @@
 // JPEG 2000 code-block coding, the fast passes: every coefficient's flag
 // word also holds the significance of its eight neighbours and the signs
 // of the four direct ones, kept up to date when a coefficient becomes
-// significant, so a context is one table look-up instead of eight reads,
-// and stripe columns with nothing to code are passed over at once.  The
-// MQ coder runs on copies of its registers in locals, with branch-free
-// decisions and renormalisation by leading-zero count.  Same scan order
-// and decisions as the reference passes of t1.h, which the harness checks.
+// significant, so a context is one table look-up instead of eight reads.
+// The passes take a stripe column at a time as one 64-bit word: which of
+// its rows a pass codes is a mask of lanes, scanned lowest first, so
+// columns with nothing to code cost one load and a test.  The MQ coder
+// runs on copies of its registers in locals, with branch-free decisions
+// and renormalisation by leading-zero count.  Same scan order and
+// decisions as the reference passes of t1.h, which the harness checks.
 #ifndef RVT_JPEG2K_T1_FAST_H_
 #define RVT_JPEG2K_T1_FAST_H_
 
