@@ -62,6 +62,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::vector<int32_t> out(size_t(w) * h, 0x5A5A5A5A);
   const RvtResult r = t1::DecodeCodeBlockRef(src, segLen.data(), out.data(), w * 4, {w, h}, band, magnBits, sfBits, passes,
                                    style, roi, work.data());
+  // The fast passes read the same bytes to the same block and status.
+  std::vector<uint8_t> fastWork(static_cast<size_t>(bufBytes));
+  std::vector<int32_t> fast(out.size(), 0x5A5A5A5A);
+  RVT_FUZZ_EXPECT(t1::DecodeCodeBlockFast(src, segLen.data(), fast.data(), w * 4, {w, h}, band, magnBits, sfBits,
+                                          passes, style, roi, fastWork.data()) == r);
+  RVT_FUZZ_EXPECT(fast == out);
   if (r != rvtStatusOk) {
     RVT_FUZZ_EXPECT(r == rvtStatusBadArg);
     for (int32_t v : out) RVT_FUZZ_EXPECT(v == 0x5A5A5A5A);
@@ -74,6 +80,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   DecodeCBProgrState_JPEG2K* st = nullptr;
   RVT_FUZZ_EXPECT(t1::ProgrInitAlloc(&st, {w, h}) == rvtStatusOk);
   RVT_FUZZ_EXPECT(t1::ProgrAttach(st, {w, h}, band, magnBits, sfBits, style, roi) == rvtStatusOk);
+  // The reference or the fast passes (a state is stepped by one of them).
+  auto step = in.U8() & 1 ? t1::ProgrStepFast : t1::ProgrStepRef;
   int done = 0;
   while (done < passes) {
     const int more = 1 + in.U8() % 4;
@@ -83,7 +91,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int cutSegs = t1::SegmentsFor(n, style);
     std::vector<int32_t> lens(segLen.begin(), segLen.begin() + cutSegs);
     if (n < passes && !t1::EndsSegment(n - 1, style)) lens.back() = lens.back() * (in.U8() % 5) / 4;
-    RVT_FUZZ_EXPECT(t1::ProgrStepRef(src, lens.data(), n, st) == rvtStatusOk);
+    RVT_FUZZ_EXPECT(step(src, lens.data(), n, st) == rvtStatusOk);
     done = n;
   }
   std::vector<int32_t> prog(out.size());

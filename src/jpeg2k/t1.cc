@@ -59,7 +59,7 @@ Planes DecPlanes(DecHeader* h, int which) {
 }
 
 void CopyPlanes(const Planes& from, const Planes& to) {
-  std::memcpy(to.flags, from.flags, sizeof(FlagWord) * size_t(from.stride) * size_t(from.h + 2));
+  std::memcpy(to.flags, from.flags, sizeof(FlagWord) * size_t(from.FlagWords()));
   std::memcpy(to.mag, from.mag, size_t(from.w) * size_t(from.h) * 4);
   std::memcpy(to.low, from.low, size_t(from.w) * size_t(from.h));
 }
@@ -102,7 +102,7 @@ void Attach(DecHeader* h, ImageSize cb, int band, int magnBits, int sfBits, int 
   h->snapValid = 0;
   ResetContexts(h->cx);
   const Planes b = DecPlanes(h, 0);
-  std::memset(b.flags, 0, sizeof(FlagWord) * size_t(b.stride) * size_t(b.h + 2));
+  std::memset(b.flags, 0, sizeof(FlagWord) * size_t(b.FlagWords()));
 }
 
 template <bool kFast, bool kEnc>
@@ -161,11 +161,11 @@ void Reconstruct(const DecHeader* h, uint8_t* dst, int32_t dstStep) {
   const uint64_t roiLimit = h->roi > 0 ? uint64_t(1) << h->roi : ~uint64_t(0);
   for (int y = 0; y < b.h; ++y) {
     uint8_t* row = dst + int64_t(y) * dstStep;
-    const FlagWord* fr = &b.F(0, y);
+    const FlagWord* fr = &b.F(0, y);  // columns 4 words apart
     const uint32_t* mr = b.mag + y * b.w;
     const uint8_t* lr = b.low + y * b.w;
     for (int x = 0; x < b.w; ++x) {
-      const uint32_t f = fr[x];
+      const uint32_t f = fr[4 * x];
       const uint32_t sig = (f & kFSig) ? ~0u : 0u;
       const uint32_t neg = (f & kFNeg) ? ~0u : 0u;
       uint32_t m = (mr[x] + ((uint32_t(1) << (lr[x] & 31)) >> 1)) & sig;
@@ -249,7 +249,7 @@ RvtResult EncodeLoad(const int32_t* pSrc, int32_t srcStep, ImageSize cbSize, Enc
   while (planes < 32 && (any >> planes)) ++planes;
   const int passes = planes ? 3 * planes - 2 : 0;
   Planes b = PlanesAt(EncPlanesBase(h), h->maxW, h->maxH, h->maxArea, w, hgt);
-  std::memset(b.flags, 0, sizeof(FlagWord) * size_t(b.stride) * size_t(hgt + 2));
+  std::memset(b.flags, 0, sizeof(FlagWord) * size_t(b.FlagWords()));
   // The squares sum in 64 bits while 4096 of them fit (magnitudes below
   // 2^26), in 128 otherwise.
   auto load = [&](auto total) {
@@ -261,7 +261,7 @@ RvtResult EncodeLoad(const int32_t* pSrc, int32_t srcStep, ImageSize cbSize, Enc
         const int32_t v = Load32(row + 4 * x);
         const uint32_t m = v < 0 ? 0u - uint32_t(v) : uint32_t(v);
         mag[x] = m;
-        f[x] = v < 0 ? FlagWord(kFNeg) : FlagWord(0);
+        f[4 * x] = v < 0 ? FlagWord(kFNeg) : FlagWord(0);
         total += decltype(total)(uint64_t(m) * m);
       }
     }

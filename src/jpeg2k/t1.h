@@ -6,9 +6,10 @@
 // knows each bit and codes it, the decoder learns it; everything else
 // (scan order, contexts, state updates) is shared, so the two cannot drift.
 //
-// Coefficient state: a flag byte per coefficient in a plane with a border
-// of one (so neighbours need no bounds tests), the magnitude (the encoder's
-// true one, the decoder's bits known so far) and the lowest plane known.
+// Coefficient state: a flag word per coefficient, stored by stripe columns
+// with a border all round (so neighbours need no bounds tests), the
+// magnitude (the encoder's true one, the decoder's bits known so far) and
+// the lowest plane known.
 #ifndef RVT_JPEG2K_T1_H_
 #define RVT_JPEG2K_T1_H_
 
@@ -342,30 +343,39 @@ static_assert(kFVisit == kFSig << 2, "the fast cleanup pass tests both with one 
 // in the first-level cache.
 using FlagWord = uint16_t;
 
-// The coefficient planes of a block inside a state: flags (with a border of
-// one), magnitudes, lowest known plane.
+// The coefficient planes of a block inside a state: flags, magnitudes,
+// lowest known plane.  The flags are kept stripe by stripe in the order the
+// passes visit them: the four rows of a stripe column are four consecutive
+// words (one 64-bit load), columns one after the other, with a border
+// column on each side and a border stripe above and below, so neighbours
+// need no bounds tests.  Rows past the block's height inside its last
+// stripe stay clear, as the border does.
 struct Planes {
   FlagWord* flags;
   uint32_t* mag;
   uint8_t* low;
-  int w, h, stride;
-  FlagWord& F(int x, int y) const { return flags[(y + 1) * stride + x + 1]; }
+  int w, h, stride;  // stride: flag words from one stripe to the next
+  FlagWord& F(int x, int y) const { return flags[((y >> 2) + 1) * stride + 4 * (x + 1) + (y & 3)]; }
+  // First word of the column x of the stripe holding row y0 (a multiple of 4).
+  FlagWord* Column(int x, int y0) const { return flags + ((y0 >> 2) + 1) * stride + 4 * (x + 1); }
+  int FlagWords() const { return ((h + 3) / 4 + 2) * stride; }
 };
-inline int32_t FlagBytes(int maxW, int maxH, int maxArea) {
-  return maxArea + 2 * (maxW + maxH) + 4;
-}
 inline int32_t Align8(int32_t n) { return (n + 7) & ~7; }
+// Flag words for any block of a state (w <= maxW, h <= maxH): the stripes
+// of the tallest times the columns of the widest bounds them.
+inline int32_t FlagWords(int maxW, int maxH) { return ((maxH + 3) / 4 + 2) * 4 * (maxW + 2); }
 inline int32_t PlanesBytes(int maxW, int maxH, int maxArea) {
-  return 4 * FlagBytes(maxW, maxH, maxArea) + 4 * maxArea + Align8(maxArea);
+  return Align8(int32_t(sizeof(FlagWord)) * FlagWords(maxW, maxH)) + 4 * maxArea + Align8(maxArea);
 }
 inline Planes PlanesAt(uint8_t* base, int maxW, int maxH, int maxArea, int w, int h) {
   Planes p;
+  const int32_t flagBytes = Align8(int32_t(sizeof(FlagWord)) * FlagWords(maxW, maxH));
   p.flags = reinterpret_cast<FlagWord*>(base);
-  p.mag = reinterpret_cast<uint32_t*>(base + 4 * FlagBytes(maxW, maxH, maxArea));
-  p.low = base + 4 * FlagBytes(maxW, maxH, maxArea) + 4 * maxArea;
+  p.mag = reinterpret_cast<uint32_t*>(base + flagBytes);
+  p.low = base + flagBytes + 4 * maxArea;
   p.w = w;
   p.h = h;
-  p.stride = w + 2;
+  p.stride = 4 * (w + 2);
   return p;
 }
 

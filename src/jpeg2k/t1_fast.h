@@ -1,30 +1,37 @@
 // JPEG 2000 code-block coding, the fast passes: every coefficient's flag
 // word also holds the significance of its eight neighbours and the signs
 // of the four direct ones, kept up to date when a coefficient becomes
-// significant, so a context is one table look-up instead of eight reads,
-// and stripe columns with nothing to code are passed over at once.  The
-// MQ coder runs on copies of its registers in locals, with branch-free
-// decisions and renormalisation by leading-zero count.  Same scan order
-// and decisions as the reference passes of t1.h, which the harness checks.
+// significant, so a context is one table look-up instead of eight reads.
+// The passes take a stripe column at a time as one 64-bit word: which of
+// its rows a pass codes is a mask of lanes, scanned lowest first, so
+// columns with nothing to code cost one load and a test.  The MQ coder
+// runs on copies of its registers in locals, with branch-free decisions
+// and renormalisation by leading-zero count.  Same scan order and
+// decisions as the reference passes of t1.h, which the harness checks.
 #ifndef RVT_JPEG2K_T1_FAST_H_
 #define RVT_JPEG2K_T1_FAST_H_
 
 #include <array>
+#include <bit>
 
 #include "jpeg2k/t1.h"
 
 namespace rvt::t1::fast {
 
+static_assert(std::endian::native == std::endian::little, "a stripe column's rows are the words of one load");
+
+// The neighbourhood bits: the significance of the four direct neighbours
+// first (with their signs above them, so the sign context is two masks
+// away), then the diagonal ones.
 enum : uint32_t {
-  kNW = 1, kN = 2, kNE = 4, kW = 8, kE = 16, kSW = 32, kS = 64, kSE = 128,
+  kN = 1, kW = 2, kE = 4, kS = 8, kNW = 16, kNE = 32, kSW = 64, kSE = 128,
   kNeighbours = 0xFF,
   kNNeg = 256, kWNeg = 512, kENeg = 1024, kSNeg = 2048
 };
 
 struct Tables {
   uint8_t zc[3][256];  // LL and LH, HL, HH
-  uint8_t sc[256];     // index: N, W, E, S significant, then their signs
-  uint8_t scXor[256];
+  uint8_t sc[256];     // index: N, W, E, S significant, then their signs; context * 2 + the xor bit
 };
 
 constexpr Tables BuildTables() {
@@ -45,33 +52,73 @@ constexpr Tables BuildTables() {
       h = -h;
       v = -v;
     }
-    t.sc[i] = uint8_t(h == 0 ? 9 + v : 12 + v);
-    t.scXor[i] = uint8_t(x);
+    t.sc[i] = uint8_t(2 * (h == 0 ? 9 + v : 12 + v) + x);
   }
   return t;
 }
 inline constexpr Tables kTables = BuildTables();
 
 inline int ZcTable(int band) { return band == rvtJ2KBandHL ? 1 : band == rvtJ2KBandHH ? 2 : 0; }
-inline unsigned SignIndex(uint32_t f) {
-  return ((f >> 1) & 1) | ((f >> 2) & 2) | ((f >> 2) & 4) | ((f >> 3) & 8) | ((f >> 4) & 0xF0);
-}
+inline unsigned SignIndex(uint32_t f) { return (f & 0xF) | ((f >> 4) & 0xF0); }
 
-// Marks f (at row y) significant and tells its neighbours; with vertically
-// causal stripes the stripe above does not learn of its first row.
-inline void SetSignificant(FlagWord* f, int stride, int y, bool causal, int neg) {
-  const uint32_t n = neg ? 1u : 0u;
-  f[0] |= kFSig | (n ? uint32_t(kFNeg) : 0u);
-  f[-1] |= kE | (n * kENeg);
-  f[1] |= kW | (n * kWNeg);
-  if (!(causal && (y & 3) == 0)) {
-    f[-stride - 1] |= kSE;
-    f[-stride] |= kS | (n * kSNeg);
-    f[-stride + 1] |= kSW;
-  }
-  f[stride - 1] |= kNE;
-  f[stride] |= kN | (n * kNNeg);
-  f[stride + 1] |= kNW;
+// ------------------------------------------------------------ stripe columns
+
+// A stripe column's four flag words as one 64-bit word, row r in bits
+// 16r..16r+15.
+typedef uint64_t __attribute__((may_alias)) ColumnBits;
+inline uint64_t LoadColumn(const FlagWord* p) { return *reinterpret_cast<const ColumnBits*>(p); }
+inline void StoreColumn(FlagWord* p, uint64_t v) { *reinterpret_cast<ColumnBits*>(p) = v; }
+constexpr uint64_t Lanes(uint32_t v) { return uint64_t(v) * 0x0001000100010001ull; }
+// The rows of a stripe of `rows` rows (the last stripe may be short).
+inline uint64_t RowLanes(int rows) { return rows >= 4 ? ~uint64_t(0) : (uint64_t(1) << (16 * rows)) - 1; }
+
+// What a coefficient becoming significant in row r (with sign neg) ors
+// into its own column, the columns left and right, and, from the first or
+// last row, the three columns of the stripe above or below; with
+// vertically causal stripes the stripe above does not learn of its first
+// row.  Rows 1 and 2 or nothing into the other stripe.
+struct Spread {
+  uint64_t own, left, right, edgeLeft, edgeOwn, edgeRight;
+};
+struct SpreadTable {
+  Spread at[2][4][2];  // causal, row, negative
+};
+constexpr SpreadTable BuildSpread() {
+  SpreadTable t{};
+  for (int causal = 0; causal < 2; ++causal)
+    for (int r = 0; r < 4; ++r)
+      for (int n = 0; n < 2; ++n) {
+        auto lane = [](int row, uint32_t v) { return row >= 0 && row < 4 ? uint64_t(v) << (16 * row) : 0; };
+        auto neg = [n](uint32_t m) { return n ? m : 0u; };
+        Spread& s = t.at[causal][r][n];
+        s.own = lane(r, kFSig | neg(kFNeg)) | lane(r - 1, kS | neg(kSNeg)) | lane(r + 1, kN | neg(kNNeg));
+        s.left = lane(r, kE | neg(kENeg)) | lane(r - 1, kSE) | lane(r + 1, kNE);
+        s.right = lane(r, kW | neg(kWNeg)) | lane(r - 1, kSW) | lane(r + 1, kNW);
+        if (r == 0 && !causal) {
+          s.edgeLeft = lane(3, kSE);
+          s.edgeOwn = lane(3, kS | neg(kSNeg));
+          s.edgeRight = lane(3, kSW);
+        } else if (r == 3) {
+          s.edgeLeft = lane(0, kNE);
+          s.edgeOwn = lane(0, kN | neg(kNNeg));
+          s.edgeRight = lane(0, kNW);
+        }
+      }
+  return t;
+}
+inline constexpr SpreadTable kSpread = BuildSpread();
+
+// Marks row r of the column at col significant and tells its neighbours:
+// six ors of whole columns, whatever the row.
+inline void SetSignificant(FlagWord* col, int stride, int r, int neg, const Spread (*spread)[2]) {
+  const Spread& m = spread[r][neg];
+  StoreColumn(col - 4, LoadColumn(col - 4) | m.left);
+  StoreColumn(col, LoadColumn(col) | m.own);
+  StoreColumn(col + 4, LoadColumn(col + 4) | m.right);
+  FlagWord* e = col + (r == 0 ? -stride : stride);
+  StoreColumn(e - 4, LoadColumn(e - 4) | m.edgeLeft);
+  StoreColumn(e, LoadColumn(e) | m.edgeOwn);
+  StoreColumn(e + 4, LoadColumn(e + 4) | m.edgeRight);
 }
 
 #define RVT_T1_INLINE [[gnu::always_inline]] inline
@@ -79,16 +126,19 @@ inline void SetSignificant(FlagWord* f, int stride, int y, bool causal, int neg)
 // ------------------------------------------------------------ MQ coding
 
 // A context is one byte: its probability state times two plus its MPS, so
-// a symbol needs one table row, and both successors carry the MPS.
+// a symbol needs one table row, and both successors carry the MPS.  The
+// decoder keeps its interval in the top half of A, level with the code
+// bits of C, so Qe comes shifted up 16 and neither register moves to meet
+// it.
 struct alignas(8) State {
-  uint32_t qe;
+  uint32_t qe;  // Qe << 16
   uint8_t mps, nmps, nlps, pad;
 };
 constexpr std::array<State, 94> BuildStates() {
   std::array<State, 94> t{};
   for (int s = 0; s < 47; ++s)
     for (int m = 0; m < 2; ++m)
-      t[size_t(2 * s + m)] = {kQe[s].qe, uint8_t(m), uint8_t(2 * kQe[s].nmps + m),
+      t[size_t(2 * s + m)] = {uint32_t(kQe[s].qe) << 16, uint8_t(m), uint8_t(2 * kQe[s].nmps + m),
                               uint8_t(2 * kQe[s].nlps + (kQe[s].sw ? 1 - m : m)), 0};
   return t;
 }
@@ -107,7 +157,7 @@ constexpr std::array<EncState, 188> BuildEncStates() {
     for (int d = 0; d < 2; ++d) {
       const State& e = kStates[size_t(cx)];
       const bool lps = d != e.mps;
-      t[size_t(2 * cx + d)] = {e.qe, uint8_t(lps), lps ? e.nlps : e.nmps, {0, 0}};
+      t[size_t(2 * cx + d)] = {kQe[cx >> 1].qe, uint8_t(lps), lps ? e.nlps : e.nmps, {0, 0}};
     }
   return t;
 }
@@ -115,26 +165,29 @@ inline constexpr std::array<EncState, 188> kEncStates = BuildEncStates();
 
 // The decoder's byte-in; the common case (two bytes left in the segment)
 // reads them directly, the segment's end reads 0xFF as the reference does.
+// All of it inlines, so the coder's registers never go to memory.
 RVT_T1_INLINE void ByteIn(MqDecoder& m, const Source& s) {
+  uint32_t b, n;
   if (__builtin_expect(m.pos + 1 < s.len, 1)) {
-    const uint32_t b = s.p[m.pos];
-    const uint32_t n = s.p[m.pos + 1];
-    if (b == 0xFF) {
-      if (n > 0x8F) {
-        m.c += 0xFF00;
-        m.ct = 8;
-      } else {
-        ++m.pos;
-        m.c += n << 9;
-        m.ct = 7;
-      }
+    b = s.p[m.pos];
+    n = s.p[m.pos + 1];
+  } else {
+    b = s.At(m.pos);
+    n = s.At(m.pos + 1);
+  }
+  if (b == 0xFF) {
+    if (n > 0x8F) {
+      m.c += 0xFF00;
+      m.ct = 8;
     } else {
       ++m.pos;
-      m.c += n << 8;
-      m.ct = 8;
+      m.c += n << 9;
+      m.ct = 7;
     }
   } else {
-    m.ByteIn(s);
+    ++m.pos;
+    m.c += n << 8;
+    m.ct = 8;
   }
 }
 
@@ -148,16 +201,16 @@ RVT_T1_INLINE int DecodeSym(MqDecoder& m, const Source& s, uint8_t& cx) {
   const State e = kStates[cx];
   const uint32_t qe = e.qe;
   const uint32_t a = m.a - qe;
-  const uint32_t x = (m.c >> 16) < qe ? ~0u : 0u;  // lower sub-interval (the LPS one before exchange)
+  const uint32_t x = m.c < qe ? ~0u : 0u;  // lower sub-interval (the LPS one before exchange)
   const int lt = a < qe;
   const int lps = int(x & 1) ^ lt;
   const int d = e.mps ^ lps;
   const uint32_t an = (qe & x) | (a & ~x);
-  m.c -= (qe << 16) & ~x;
-  const uint32_t renorm = an < 0x8000 ? ~0u : 0u;
+  m.c -= qe & ~x;
+  const uint32_t renorm = an < 0x80000000u ? ~0u : 0u;
   const uint32_t next = lps ? e.nlps : e.nmps;
   cx = uint8_t((next & renorm) | (cx & ~renorm));
-  const int n = __builtin_clz(an) - 16;
+  const int n = __builtin_clz(an);
   if (__builtin_expect(n <= m.ct, 1)) {
     m.a = an << n;
     m.c <<= n;
@@ -175,6 +228,29 @@ RVT_T1_INLINE int DecodeSym(MqDecoder& m, const Source& s, uint8_t& cx) {
     left -= k;
   } while (left > 0);
   return d;
+}
+
+// The encoder's byte-out as the reference's, inlined for the same reason.
+RVT_T1_INLINE void ByteOut(MqEncoder& m, Sink& s) {
+  if (m.b == 0xFF || (m.c >= 0x8000000 && m.b + 1 == 0xFF)) {  // a 0xFF out: 7 bits follow
+    if (m.b != 0xFF) {
+      ++m.b;
+      m.c &= 0x7FFFFFF;
+    }
+    s.Put(uint8_t(m.b));
+    m.b = int(m.c >> 20) & 0xFF;
+    m.c &= 0xFFFFF;
+    m.ct = 7;
+    return;
+  }
+  if (m.c >= 0x8000000) {  // carry into the pending byte (never the one before the segment)
+    ++m.b;
+    m.c &= 0x7FFFFFF;
+  }
+  if (m.b >= 0) s.Put(uint8_t(m.b));
+  m.b = int(m.c >> 19) & 0xFF;
+  m.c &= 0x7FFFF;
+  m.ct = 8;
 }
 
 // The same selects on the coding side: with the symbol known, either the
@@ -195,7 +271,7 @@ RVT_T1_INLINE void EncodeSym(MqEncoder& m, Sink& s, uint8_t& cx, int d) {
     m.c <<= m.ct;
     n -= m.ct;
     m.ct = 0;
-    m.ByteOut(s);
+    ByteOut(m, s);
   }
   m.a <<= n;
   m.c <<= n;
@@ -216,10 +292,12 @@ struct Local<false> {
   uint8_t cx[kContexts];
   Coder<false>* home;
   explicit Local(Coder<false>& c) : mq(c.mq), raw(c.raw), src(c.src), home(&c) {
+    mq.a <<= 16;  // A level with C's code bits (see State)
     for (int i = 0; i < kContexts; ++i) cx[i] = uint8_t(2 * c.cx[i].state + c.cx[i].mps);
   }
   void Save() const {
     home->mq = mq;
+    home->mq.a = mq.a >> 16;
     home->raw = raw;
     for (int i = 0; i < kContexts; ++i) home->cx[i] = Ctx{uint8_t(cx[i] >> 1), uint8_t(cx[i] & 1)};
   }
@@ -287,31 +365,35 @@ RVT_T1_INLINE int64_t RefineGain(uint32_t m, int bit, int p) {
   return before * before - after * after;
 }
 
-// The encoder keeps no lowest-plane record: its passes know the plane.
-template <bool kEnc>
-RVT_T1_INLINE void Significant(Planes& b, Local<kEnc>& c, FlagWord* f, int i, int y, int plane, int neg,
-                               bool causal) {
-  SetSignificant(f, b.stride, y, causal, neg);
-  if constexpr (kEnc) {
-    c.Gain(SignificantGain(b.mag[i], plane));
-  } else {
-    b.mag[i] = uint32_t(1) << plane;
-    b.low[i] = uint8_t(plane);
-  }
-}
+// What a pass needs besides the coder: the planes, the plane coded and
+// where significance spreads to.
+struct PassArgs {
+  Planes b;
+  int plane;
+  const Spread (*spread)[2];
+};
 
+// Codes the sign of the coefficient in row r of the column at col (flags
+// fl, sample i) and makes it significant.  The encoder keeps no
+// lowest-plane record: its passes know the plane.
 template <bool kEnc>
-RVT_T1_INLINE void Sign(Planes& b, Local<kEnc>& c, FlagWord* f, int i, int y, int plane, bool raw, bool causal) {
-  const int truth = kEnc ? ((*f & kFNeg) ? 1 : 0) : 0;
+RVT_T1_INLINE void Sign(const PassArgs& a, Local<kEnc>& c, FlagWord* col, int r, uint32_t fl, int i, bool raw) {
+  const int truth = kEnc ? ((fl & kFNeg) ? 1 : 0) : 0;
   int neg;
   if (raw) {
     neg = c.Raw(truth);
   } else {
-    const unsigned idx = SignIndex(*f);
-    const int xr = kTables.scXor[idx];
-    neg = c.Mq(kTables.sc[idx], truth ^ xr) ^ xr;
+    const unsigned t = kTables.sc[SignIndex(fl)];
+    const int xr = int(t & 1);
+    neg = c.Mq(int(t >> 1), truth ^ xr) ^ xr;
   }
-  Significant(b, c, f, i, y, plane, neg, causal);
+  SetSignificant(col, a.b.stride, r, neg, a.spread);
+  if constexpr (kEnc) {
+    c.Gain(SignificantGain(a.b.mag[i], a.plane));
+  } else {
+    a.b.mag[i] = uint32_t(1) << a.plane;
+    a.b.low[i] = uint8_t(a.plane);
+  }
 }
 
 template <bool kEnc>
@@ -320,31 +402,55 @@ RVT_T1_INLINE int Truth(const Planes& b, int i, int plane) {
   else return 0;
 }
 
+// Lowest set bit's row (bits 16r..16r+15).
+RVT_T1_INLINE int RowOf(uint64_t m) { return __builtin_ctzll(m) >> 4; }
+RVT_T1_INLINE uint32_t RowFlags(uint64_t v, int r) { return uint32_t(v >> (16 * r)) & 0xFFFF; }
+// Rows below r (those after it in the scan).
+RVT_T1_INLINE uint64_t After(int r) { return (~uint64_t(0) << (16 * r)) << 16; }
+
+// Rows of a column the significance pass codes: not significant, with a
+// significant neighbour (bit 8 of their lane).
+RVT_T1_INLINE uint64_t SignificanceRows(uint64_t v) {
+  const uint64_t some = ((v & Lanes(kNeighbours)) + Lanes(kNeighbours)) & Lanes(0x100);
+  return some & ~(v >> 4);  // kFSig is bit 12
+}
+
+template <bool kEnc>
+PassArgs Args(Planes& b, int plane, bool causal) {
+  return PassArgs{b, plane, kSpread.at[causal ? 1 : 0]};
+}
+
 template <bool kEnc, bool raw>
 void FastSignificance(Planes& home_b, Coder<kEnc>& home, int plane, int band, bool causal) {
   Local<kEnc> c(home);
   if constexpr (kEnc) c.wide = plane > 24;
-  Planes b = home_b;
+  const PassArgs a = Args<kEnc>(home_b, plane, causal);
+  const Planes& b = a.b;
   const uint8_t* zc = kTables.zc[ZcTable(band)];
-  const int s = b.stride;
   for (int y0 = 0; y0 < b.h; y0 += 4) {
-    const int rows = b.h - y0 < 4 ? b.h - y0 : 4;
-    FlagWord* col = &b.F(0, y0);
-    for (int x = 0; x < b.w; ++x, ++col) {
-      FlagWord* f = col;
-      if (rows == 4) {  // nothing to code: no neighbour significant, or all four significant
-        const uint32_t f0 = f[0], f1 = f[s], f2 = f[2 * s], f3 = f[3 * s];
-        if (!((f0 | f1 | f2 | f3) & kNeighbours) || (f0 & f1 & f2 & f3 & kFSig)) continue;
-      }
-      int i = y0 * b.w + x;
-      for (int r = 0; r < rows; ++r, f += s, i += b.w) {
-        const uint32_t fl = *f;
-        if ((fl & kFSig) || !(fl & kNeighbours)) continue;
+    const uint64_t live = RowLanes(b.h - y0);
+    FlagWord* col = b.Column(0, y0);
+    for (int x = 0; x < b.w; ++x, col += 4) {
+      uint64_t v = LoadColumn(col);
+      uint64_t todo = SignificanceRows(v) & live;
+      if (!todo) continue;
+      uint64_t visited = 0;
+      do {
+        const int r = RowOf(todo);
+        const int i = (y0 + r) * b.w + x;
+        const uint32_t fl = RowFlags(v, r);
         const int t = Truth<kEnc>(b, i, plane);
         const int bit = raw ? c.Raw(t) : c.Mq(zc[fl & kNeighbours], t);
-        *f |= kFVisit;
-        if (bit) Sign(b, c, f, i, y0 + r, plane, raw, causal);
-      }
+        visited |= uint64_t(kFVisit) << (16 * r);
+        if (bit) {
+          Sign(a, c, col, r, fl, i, raw);
+          v = LoadColumn(col);
+          todo = SignificanceRows(v) & live & After(r);
+        } else {
+          todo &= todo - 1;
+        }
+      } while (todo);
+      StoreColumn(col, v | visited);
     }
   }
   c.Save();
@@ -354,29 +460,32 @@ template <bool kEnc, bool raw>
 void FastRefinement(Planes& home_b, Coder<kEnc>& home, int plane) {
   Local<kEnc> c(home);
   if constexpr (kEnc) c.wide = plane > 24;
-  Planes b = home_b;
-  const int s = b.stride;
+  const PassArgs a = Args<kEnc>(home_b, plane, false);
+  const Planes& b = a.b;
   for (int y0 = 0; y0 < b.h; y0 += 4) {
-    const int rows = b.h - y0 < 4 ? b.h - y0 : 4;
-    FlagWord* col = &b.F(0, y0);
-    for (int x = 0; x < b.w; ++x, ++col) {
-      FlagWord* f = col;
-      if (rows == 4 && !((f[0] | f[s] | f[2 * s] | f[3 * s]) & kFSig)) continue;
-      int i = y0 * b.w + x;
-      for (int r = 0; r < rows; ++r, f += s, i += b.w) {
-        const uint32_t fl = *f;
-        if ((fl & (kFSig | kFVisit)) != kFSig) continue;
+    FlagWord* col = b.Column(0, y0);
+    for (int x = 0; x < b.w; ++x, col += 4) {
+      const uint64_t v = LoadColumn(col);
+      uint64_t todo = v & ~(v >> 2) & Lanes(kFSig);  // significant, not coded in this plane (kFVisit is bit 14)
+      if (!todo) continue;
+      uint64_t refined = 0;
+      do {
+        const int r = RowOf(todo);
+        const int i = (y0 + r) * b.w + x;
+        const uint32_t fl = RowFlags(v, r);
         const int t = Truth<kEnc>(b, i, plane);
         const int ctx = (fl & kFRefined) ? 16 : (fl & kNeighbours) ? 15 : 14;
         const int bit = raw ? c.Raw(t) : c.Mq(ctx, t);
-        *f = fl | kFRefined;
+        refined |= uint64_t(kFRefined) << (16 * r);
         if constexpr (kEnc) {
           c.Gain(RefineGain(b.mag[i], bit, plane));
         } else {
           b.mag[i] |= uint32_t(bit) << plane;
           b.low[i] = uint8_t(plane);
         }
-      }
+        todo &= todo - 1;
+      } while (todo);
+      StoreColumn(col, v | refined);
     }
   }
   c.Save();
@@ -386,59 +495,53 @@ template <bool kEnc>
 void FastCleanup(Planes& home_b, Coder<kEnc>& home, int plane, int band, bool causal, bool segsym) {
   Local<kEnc> c(home);
   if constexpr (kEnc) c.wide = plane > 24;
-  Planes b = home_b;
+  const PassArgs a = Args<kEnc>(home_b, plane, causal);
+  const Planes& b = a.b;
   const uint8_t* zc = kTables.zc[ZcTable(band)];
-  const int s = b.stride;
-  constexpr uint32_t kBusy = kFSig | kFVisit | kNeighbours;
+  constexpr uint64_t kBusy = Lanes(kFSig | kFVisit | kNeighbours);
+  constexpr uint64_t kVisits = Lanes(kFVisit);
   for (int y0 = 0; y0 < b.h; y0 += 4) {
     const int rows = b.h - y0 < 4 ? b.h - y0 : 4;
-    FlagWord* col = &b.F(0, y0);
-    for (int x = 0; x < b.w; ++x, ++col) {
-      FlagWord* f = col;
-      int r = 0;
-      int i = y0 * b.w + x;
-      if (rows == 4) {
-        const uint32_t f0 = f[0], f1 = f[s], f2 = f[2 * s], f3 = f[3 * s];
-        // Every coefficient significant or coded in this plane: only the
-        // marks of the significance pass to clear.
-        auto done = [](uint32_t v) { return (v | (v >> 2)) & kFSig; };  // kFVisit is kFSig << 2
-        if (done(f0) & done(f1) & done(f2) & done(f3)) {
-          f[0] = f0 & ~uint32_t(kFVisit);
-          f[s] = f1 & ~uint32_t(kFVisit);
-          f[2 * s] = f2 & ~uint32_t(kFVisit);
-          f[3 * s] = f3 & ~uint32_t(kFVisit);
-          continue;
-        }
-        if (!((f0 | f1 | f2 | f3) & kBusy)) {
-          int first = 4;
-          if constexpr (kEnc) {
-            const int w = b.w;
-            first = Truth<kEnc>(b, i, plane)             ? 0
-                    : Truth<kEnc>(b, i + w, plane)     ? 1
-                    : Truth<kEnc>(b, i + 2 * w, plane) ? 2
-                    : Truth<kEnc>(b, i + 3 * w, plane) ? 3
-                                                       : 4;
-          }
-          if (!c.Mq(kCtxRun, first < 4 ? 1 : 0)) continue;
-          int idx = c.Mq(kCtxUni, (first >> 1) & 1) << 1;
-          idx |= c.Mq(kCtxUni, first & 1);
-          r = idx;
-          f += r * s;
-          i += r * b.w;
-          Sign(b, c, f, i, y0 + r, plane, false, causal);
-          ++r;
-          f += s;
-          i += b.w;
-        }
+    const uint64_t live = RowLanes(rows) & Lanes(kFSig);
+    FlagWord* col = b.Column(0, y0);
+    for (int x = 0; x < b.w; ++x, col += 4) {
+      uint64_t v = LoadColumn(col);
+      // Rows neither significant nor coded in this plane (kFVisit is kFSig << 2).
+      uint64_t todo = ~(v | (v >> 2)) & live;
+      if (!todo) {
+        if (v & kVisits) StoreColumn(col, v & ~kVisits);
+        continue;
       }
-      for (; r < rows; ++r, f += s, i += b.w) {
-        const uint32_t fl = *f;
-        if (fl & (kFSig | kFVisit)) continue;
-        if (c.Mq(zc[fl & kNeighbours], Truth<kEnc>(b, i, plane))) Sign(b, c, f, i, y0 + r, plane, false, causal);
+      const int i0 = y0 * b.w + x;
+      if (rows == 4 && !(v & kBusy)) {
+        int first = 4;
+        if constexpr (kEnc) {
+          const int w = b.w;
+          first = Truth<kEnc>(b, i0, plane)             ? 0
+                  : Truth<kEnc>(b, i0 + w, plane)     ? 1
+                  : Truth<kEnc>(b, i0 + 2 * w, plane) ? 2
+                  : Truth<kEnc>(b, i0 + 3 * w, plane) ? 3
+                                                      : 4;
+        }
+        if (!c.Mq(kCtxRun, first < 4 ? 1 : 0)) continue;
+        int r = c.Mq(kCtxUni, (first >> 1) & 1) << 1;
+        r |= c.Mq(kCtxUni, first & 1);
+        Sign(a, c, col, r, RowFlags(v, r), i0 + r * b.w, false);
+        v = LoadColumn(col);
+        todo &= After(r);
+        if (!todo) continue;
       }
-      // The marks of the significance pass go (a run's rows carry none).
-      FlagWord* g = col;
-      for (int k = 0; k < rows; ++k, g += s) *g &= ~uint32_t(kFVisit);
+      do {
+        const int r = RowOf(todo);
+        const uint32_t fl = RowFlags(v, r);
+        const int i = i0 + r * b.w;
+        if (c.Mq(zc[fl & kNeighbours], Truth<kEnc>(b, i, plane))) {
+          Sign(a, c, col, r, fl, i, false);
+          v = LoadColumn(col);
+        }
+        todo &= todo - 1;
+      } while (todo);
+      if (v & kVisits) StoreColumn(col, v & ~kVisits);
     }
   }
   if (segsym) {
