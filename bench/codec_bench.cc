@@ -8,6 +8,7 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstdio>
 #include <map>
 #include <string>
@@ -85,6 +86,20 @@ const std::vector<uint8_t>& PeerFile(Sampling s) {
   return f;
 }
 
+// The same frame with a restart interval per MCU row (libjpeg's encoding),
+// the layout the threaded modes split.
+const std::vector<uint8_t>& RestartFile(Sampling s) {
+  static std::map<Sampling, std::vector<uint8_t>> files;
+  auto& f = files[s];
+  if (f.empty()) {
+    LibjpegOptions lo;
+    lo.restart_interval = kW / (s == Sampling::k444 ? 8 : 16);
+    std::string error;
+    if (!LibjpegEncode(Frame(), kQuality, s, lo, &f, &error)) std::fprintf(stderr, "%s\n", error.c_str());
+  }
+  return f;
+}
+
 void Pixels(benchmark::State& st) {
   st.counters["Mpix/s"] = benchmark::Counter(double(kW) * kH * double(st.iterations()) / 1e6,
                                              benchmark::Counter::kIsRate);
@@ -112,8 +127,8 @@ void EncodePeer(benchmark::State& st, Sampling s) {
   Pixels(st);
 }
 
-void DecodeOurs(benchmark::State& st, Sampling s, int threads) {
-  const auto& file = PeerFile(s);
+void DecodeOurs(benchmark::State& st, Sampling s, int threads, bool restart = false) {
+  const auto& file = restart ? RestartFile(s) : PeerFile(s);
   Decoder dec;
   DecodeOptions opt;
   opt.threads = threads;
@@ -139,10 +154,14 @@ class TableReporter : public benchmark::ConsoleReporter {
  public:
   TableReporter() : ConsoleReporter(OO_None) {}
   std::map<std::string, double> mpix;
+  std::map<std::string, std::pair<double, double>> ms;  // wall, CPU per iteration
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& r : runs) {
       auto it = r.counters.find("Mpix/s");
       if (it != r.counters.end() && !r.error_occurred) mpix[r.run_name.function_name] = it->second.value;
+      if (!r.error_occurred && r.iterations > 0)
+        ms[r.run_name.function_name] = {r.real_accumulated_time / double(r.iterations) * 1e3,
+                                        r.cpu_accumulated_time / double(r.iterations) * 1e3};
     }
     ConsoleReporter::ReportRuns(runs);
   }
@@ -194,11 +213,22 @@ int main(int argc, char** argv) {
     benchmark::RegisterBenchmark(("decode/" + t + "/rvtjp").c_str(), [s](benchmark::State& st) { DecodeOurs(st, s, 1); })->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark(("decode/" + t + "/libjpeg-turbo").c_str(), [s](benchmark::State& st) { DecodePeer(st, s); })->Unit(benchmark::kMillisecond);
   }
-  // The threaded modes for reference: the encoder codes a restart interval
-  // per MCU row on each thread; the decoder (no restart markers in the file)
-  // runs Huffman decoding and the pixel stages as a two-thread pipeline.
-  benchmark::RegisterBenchmark("encode/420/rvtjp-2-threads", [](benchmark::State& st) { EncodeOurs(st, Sampling::k420, 2); })->UseRealTime()->Unit(benchmark::kMillisecond);
-  benchmark::RegisterBenchmark("decode/420/rvtjp-2-threads", [](benchmark::State& st) { DecodeOurs(st, Sampling::k420, 2); })->UseRealTime()->Unit(benchmark::kMillisecond);
+  // The threaded modes, timed by the wall clock with the CPU time of every
+  // thread beside it: the encoder codes a restart interval per MCU row on
+  // each thread; the decoder splits a file with a restart interval per MCU
+  // row between the threads, and runs one without restart markers as a
+  // two-thread pipeline (Huffman decoding, then the pixel stages).  The
+  // one-thread rows of the same work are the base of the speed-up.
+  for (const Case& c : cases) {
+    const Sampling s = c.s;
+    const std::string t = c.tag;
+    for (int n : {1, 2}) {
+      const std::string sfx = "/rvtjp-" + std::to_string(n) + "-thread" + (n > 1 ? "s" : "");
+      benchmark::RegisterBenchmark(("encode/" + t + sfx).c_str(), [s, n](benchmark::State& st) { EncodeOurs(st, s, n); })->UseRealTime()->MeasureProcessCPUTime()->Unit(benchmark::kMillisecond);
+      benchmark::RegisterBenchmark(("decode-restart/" + t + sfx).c_str(), [s, n](benchmark::State& st) { DecodeOurs(st, s, n, true); })->UseRealTime()->MeasureProcessCPUTime()->Unit(benchmark::kMillisecond);
+      benchmark::RegisterBenchmark(("decode/" + t + sfx).c_str(), [s, n](benchmark::State& st) { DecodeOurs(st, s, n); })->UseRealTime()->MeasureProcessCPUTime()->Unit(benchmark::kMillisecond);
+    }
+  }
   Frame();
   TableReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
@@ -214,6 +244,19 @@ int main(int argc, char** argv) {
     }
   std::printf("\n");
   for (const Case& c : cases) PrintStages(c.s);
+  double load[3] = {0, 0, 0};
+  if (getloadavg(load, 3) < 1) load[0] = -1;
+  std::printf("\nthreads: wall ms (all threads' CPU ms), speed-up of 2 threads by the wall clock; load average %.1f\n",
+              load[0]);
+  std::printf("%-15s %-7s %20s %20s %8s\n", "", "", "1 thread", "2 threads", "speed-up");
+  for (const Case& c : cases)
+    for (const char* dir : {"encode", "decode-restart", "decode"}) {
+      const std::string base = std::string(dir) + "/" + c.tag + "/rvtjp-";
+      auto one = reporter.ms.find(base + "1-thread"), two = reporter.ms.find(base + "2-threads");
+      if (one == reporter.ms.end() || two == reporter.ms.end()) continue;
+      std::printf("%-15s %-7s %9.2f (%7.2f) %9.2f (%7.2f) %7.2fx\n", dir, SamplingName(c.s), one->second.first,
+                  one->second.second, two->second.first, two->second.second, one->second.first / two->second.first);
+    }
   benchmark::Shutdown();
   return 0;
 }

@@ -49,7 +49,8 @@ sources=(src/jpeg2k/t1.cc src/jpeg/huffman_tables.cc src/jpeg/huffman_encode.cc 
          src/tiff/packbits.cc src/texture/bc_decode.cc src/jpeg/lossless.cc src/frame/memory.cc
          src/texture/bptc_decode.cc src/jpegxr/vlc.cc core/rvtcore.cc src/texture/ycocg_dxt5.cc examples/rvttex/dds.cc
          examples/rvtjxr/jxr_container.cc examples/rvtjxr/jxr_decode.cc examples/rvtjxr/jxr_filters.cc fuzz/jxr_exports_ref.cc
-         src/jpeg2k/wt53.cc src/jpeg2k/wt97.cc src/jpeg2k/ct.cc examples/rvtj2k/j2k_decode.cc fuzz/j2k_exports_ref.cc)
+         src/jpeg2k/wt53.cc src/jpeg2k/wt97.cc src/jpeg2k/ct.cc examples/rvtj2k/j2k_decode.cc fuzz/j2k_exports_ref.cc
+         src/jpeg/dct_inv.cc src/jpeg/quant.cc src/jpeg/sampling.cc src/jpeg/color_inv.cc src/jpeg/huffman_stats.cc)
 objs=()
 for s in "${sources[@]}"; do
   o="$out/obj/$(basename "${s%.cc}").o"
@@ -63,7 +64,8 @@ targets=(j2k_t1_decode_fuzzer huffman_decode8x8_fuzzer huffman_decode_one_fuzzer
          huffman_encode8x8_fuzzer tiff_unpack_fuzzer texture_decode_fuzzer
          lossless_decode_row_fuzzer progressive_dc_first_fuzzer progressive_dc_refine_fuzzer
          progressive_ac_first_fuzzer progressive_ac_refine_fuzzer huffman_decode_blocks_fuzzer
-         bptc_decode_fuzzer jpegxr_vlc_decode_fuzzer dds_read_fuzzer jxr_codec_fuzzer j2k_codec_fuzzer)
+         bptc_decode_fuzzer jpegxr_vlc_decode_fuzzer dds_read_fuzzer jxr_codec_fuzzer j2k_codec_fuzzer
+         jpeg_codec_fuzzer)
 for t in "${targets[@]}"; do
   "$cxx" "${common[@]}" "${san[@]}" -fsanitize=fuzzer -fopenmp "$here/$t.cc" "${objs[@]}" \
     -lhwy -o "$out/$t"

@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-#include "image_io.h"
+#include "../common/image_io.h"
 
 namespace rvtjpeg {
 

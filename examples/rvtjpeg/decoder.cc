@@ -2,7 +2,11 @@
 // MCU row (Huffman decoding of the row's blocks, then dequantization and
 // IDCT into the component planes), and turns finished rows into pixels
 // (chroma up-sampling and colour conversion) one MCU row behind the
-// decoding, while they are still in the cache.
+// decoding, while they are still in the cache.  A scan of every component
+// keeps only two MCU rows of each plane (a ring that stays in the cache);
+// the planes hold the whole frame for scans of some components, for
+// restart intervals decoded on several threads (each turns the rows it owns
+// into pixels, the seams between them come last) and for progressive files.
 //
 // Damage is contained: a decoding error ends the restart interval (the rest
 // of its blocks decode as flat grey) and decoding resumes at the next
@@ -38,8 +42,26 @@ struct Component {
   int cw = 0, ch = 0; // size in samples
   int bw = 0, bh = 0; // blocks of the MCU-padded plane
   int stride = 0;
+  // The plane: every row, or (ring > 0) a ring of that many rows, two MCU
+  // rows, for a scan whose rows become pixels as soon as they are decoded.
+  int ring = 0;
   AlignedArray<uint8_t> plane;
   bool coded = false;
+  uint8_t* Row(int y) { return plane.data() + size_t(ring ? y % ring : y) * stride; }
+  const uint8_t* Row(int y) const { return plane.data() + size_t(ring ? y % ring : y) * stride; }
+};
+
+// Where the inverse transform of one block goes.
+struct BlockJob {
+  uint8_t* dst;
+  const uint16_t* table;
+  int32_t stride;
+};
+
+// Per-thread scratch of TransformRow, sized for one MCU row.
+struct RowScratch {
+  AlignedArray<BlockJob> jobs;
+  AlignedArray<int> order;  // block indices grouped by transform size
 };
 
 // One block of an MCU: component and block offset inside the MCU.
@@ -127,12 +149,10 @@ struct Decoder::Impl {
   // Output.
   Image* image = nullptr;
   int emitted = 0;  // rows of the image already converted
-  // A 4:4:4 YCbCr scan of every component: each MCU goes from its blocks to
-  // pixels in one call (no up-sampling needs its neighbours).
-  bool direct_444 = false;
   AlignedArray<uint8_t> strip;  // up-sampled chroma rows of one strip
   AlignedArray<int16_t> coefs;  // blocks of one MCU row
   std::vector<int> done;        // coefficients done per block of that row
+  std::vector<RowScratch> row_scratch;  // per thread
   AlignedArray<uint8_t> states; // DecodeHuffmanState per thread
   int threads = 1;
   // Outcome.
@@ -167,12 +187,13 @@ struct Decoder::Impl {
   void ReadSof(int code, const uint8_t* p, int len);
   void ReadSos(const uint8_t* p, int len, const uint8_t* data, size_t size, size_t* pos, int* next);
   void DecodeScan(Component** sc, int ns, Reader* rd, bool threaded);
+  bool ReservePlanes(bool ring);
   void DecodeRows(const ScanLayout& sl, int row_begin, int row_end, Reader* rd, int interval_begin,
-                  int interval_end, int16_t* coef, int* done_list, StageTimes* st);
+                  int interval_end, int16_t* coef, int* done_list, RowScratch* scratch, StageTimes* st);
   void EntropyRow(const ScanLayout& sl, int my, Reader* rd, int interval_begin, int interval_end,
                   int16_t* coef, int* done_list);
   void TransformRow(const ScanLayout& sl, int my, int interval_begin, int interval_end,
-                    const int16_t* coef, const int* done_list);
+                    const int16_t* coef, const int* done_list, RowScratch* scratch);
   int ReadyRows(const ScanLayout& sl, int my) const;
   void PipelinedScan(const ScanLayout& sl, Reader* rd, StageTimes* st);
   void Idct(const int16_t* blk, int done, uint8_t* dst, int stride, const uint16_t* table);
@@ -196,7 +217,6 @@ bool Decoder::Impl::Setup() {
   restart_interval = 0;
   adobe_transform = -1;
   emitted = 0;
-  direct_444 = false;
   status = DecodeStatus::kOk;
   message.clear();
   return true;
@@ -288,8 +308,7 @@ void Decoder::Impl::ReadSof(int code, const uint8_t* p, int len) {
     k.bh = mcuy * k.v;
     k.stride = k.bw * 8;
     k.coded = false;
-    if (!k.plane.Reserve(size_t(k.stride) * k.bh * 8))
-      return Problem(DecodeStatus::kError, "out of memory");
+    k.ring = 0;
   }
   (void)code;
   have_frame = true;
@@ -304,6 +323,17 @@ void Decoder::Impl::Idct(const int16_t* blk, int n, uint8_t* dst, int stride, co
     rvtiDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R(blk, dst, stride, table);
   else
     rvtiDCTQuantInv8x8LS_JPEG_16s8u_C1R(blk, dst, stride, table);
+}
+
+// Sizes every component's plane: whole, or a ring of two MCU rows of a scan
+// of every component (a grey scan's MCU is one block).
+bool Decoder::Impl::ReservePlanes(bool ring) {
+  for (int c = 0; c < ncomp; ++c) {
+    Component& k = comp[c];
+    k.ring = ring ? 16 * (ncomp == 1 ? 1 : k.v) : 0;
+    if (!k.plane.Reserve(size_t(k.stride) * size_t(k.ring ? k.ring : k.bh * 8))) return false;
+  }
+  return true;
 }
 
 // MCUs [mx0, mx1) of MCU row my that belong to restart intervals
@@ -374,46 +404,58 @@ void Decoder::Impl::EntropyRow(const ScanLayout& sl, int my, Reader* rd, int int
 // Dequantizes and transforms the blocks EntropyRow left in coef into the
 // component planes.
 void Decoder::Impl::TransformRow(const ScanLayout& sl, int my, int interval_begin, int interval_end,
-                                 const int16_t* coef, const int* done_list) {
+                                 const int16_t* coef, const int* done_list, RowScratch* scratch) {
   int mx0, mx1;
   RowRange(restart_interval, sl.mcus_x, my, interval_begin, interval_end, &mx0, &mx1);
   const int16_t* blk = coef;
   const int* dn = done_list;
-  if (direct_444) {
-    const int32_t step = int32_t(width) * 3;
-    for (int mx = mx0; mx < mx1; ++mx, blk += 3 * 64) {
-      alignas(64) int16_t px[3][64];
-      for (int c = 0; c < 3; ++c) rvtiDCTQuantInv8x8_JPEG_16s_C1(blk + 64 * c, px[c], qt[comp[c].tq]);
-      const int16_t* planes[3] = {px[0], px[1], px[2]};
-      const int x0 = mx * 8, y0 = my * 8;
-      if (x0 + 8 <= width && y0 + 8 <= height) {
-        rvtiYCbCr444ToRGBLS_MCU_16s8u_P3C3R(planes, image->row(y0) + size_t(x0) * 3, step);
-        continue;
-      }
-      uint8_t edge[8 * 24];  // an MCU cut by the image's edge
-      rvtiYCbCr444ToRGBLS_MCU_16s8u_P3C3R(planes, edge, 24);
-      for (int y = y0; y < std::min(y0 + 8, height); ++y)
-        std::memcpy(image->row(y) + size_t(x0) * 3, edge + (y - y0) * 24, size_t(std::min(8, width - x0)) * 3);
-    }
-    return;
+  // Block b of MCU mx goes to first[b].dst + mx * step[b].
+  BlockJob first[10];
+  int step[10];
+  for (int b = 0; b < sl.nblocks; ++b) {
+    Component& k = *sl.comp[sl.blocks[b].comp];
+    const int rows = sl.ns == 1 ? 8 : 8 * k.v;
+    step[b] = sl.ns == 1 ? 8 : 8 * k.h;
+    first[b] = {k.Row(my * rows) + size_t(sl.blocks[b].by) * 8 * k.stride + size_t(sl.blocks[b].bx) * 8,
+                qt[k.tq], k.stride};
   }
-  for (int mx = mx0; mx < mx1; ++mx)
-    for (int b = 0; b < sl.nblocks; ++b, blk += 64, ++dn) {
-      Component& k = *sl.comp[sl.blocks[b].comp];
-      const int bx = sl.ns == 1 ? mx : mx * k.h + sl.blocks[b].bx;
-      const int by = sl.ns == 1 ? my : my * k.v + sl.blocks[b].by;
-      Idct(blk, *dn, k.plane.data() + size_t(by) * 8 * k.stride + size_t(bx) * 8, k.stride, qt[k.tq]);
+  // The blocks are grouped by the transform their coefficients need (the
+  // first 3 zig-zag positions lie in rows 0-1, the first 10 in rows 0-3)
+  // and each group runs in a loop of its own: a choice per block would be
+  // a branch the processor mispredicts for about every other block.
+  const int n = (mx1 - mx0) * sl.nblocks;
+  BlockJob* jobs = scratch->jobs.data();
+  int* order = scratch->order.data();
+  int count[3] = {0, 0, 0};
+  for (int mx = mx0, i = 0; mx < mx1; ++mx)
+    for (int b = 0; b < sl.nblocks; ++b, ++i) {
+      jobs[i] = first[b];
+      jobs[i].dst += size_t(mx) * step[b];
+      const int size = (dn[i] > 3) + (dn[i] > 10);
+      order[size * n + count[size]++] = i;
     }
+  for (int j = 0; j < count[0]; ++j) {
+    const int i = order[j];
+    rvtiDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R(blk + 64 * i, jobs[i].dst, jobs[i].stride, jobs[i].table);
+  }
+  for (int j = 0; j < count[1]; ++j) {
+    const int i = order[n + j];
+    rvtiDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R(blk + 64 * i, jobs[i].dst, jobs[i].stride, jobs[i].table);
+  }
+  for (int j = 0; j < count[2]; ++j) {
+    const int i = order[2 * n + j];
+    rvtiDCTQuantInv8x8LS_JPEG_16s8u_C1R(blk + 64 * i, jobs[i].dst, jobs[i].stride, jobs[i].table);
+  }
 }
 
 void Decoder::Impl::DecodeRows(const ScanLayout& sl, int row_begin, int row_end, Reader* rd,
                                int interval_begin, int interval_end, int16_t* coef, int* done_list,
-                               StageTimes* st) {
+                               RowScratch* scratch, StageTimes* st) {
   for (int my = row_begin; my < row_end; ++my) {
     StageClock clock(times != nullptr);
     EntropyRow(sl, my, rd, interval_begin, interval_end, coef, done_list);
     clock.Lap(&st->entropy);
-    TransformRow(sl, my, interval_begin, interval_end, coef, done_list);
+    TransformRow(sl, my, interval_begin, interval_end, coef, done_list, scratch);
     clock.Lap(&st->transform);
   }
 }
@@ -449,7 +491,8 @@ void Decoder::Impl::PipelinedScan(const ScanLayout& sl, Reader* rd, StageTimes* 
       }
       StageClock clock(times != nullptr);
       const size_t slot = size_t(my % kRing);
-      TransformRow(sl, my, 0, intervals, coefs.data() + slot * rb * 64, done.data() + slot * rb);
+      TransformRow(sl, my, 0, intervals, coefs.data() + slot * rb * 64, done.data() + slot * rb,
+                   &row_scratch[0]);
       clock.Lap(&worker_times.transform);
       Emit(ReadyRows(sl, my), strip.data(), &worker_times);
       std::lock_guard<std::mutex> lock(mu);
@@ -493,8 +536,6 @@ void Decoder::Impl::DecodeScan(Component** sc, int ns, Reader* rd, bool threaded
   }
   const size_t row_blocks = sl.row_blocks();
   const bool all = ns == ncomp;  // rows become pixels as soon as they are decoded
-  direct_444 = ns == 3 && ncomp == 3 && adobe_transform != 0 && emitted == 0;
-  for (int c = 0; c < ns; ++c) direct_444 = direct_444 && sc[c]->h == 1 && sc[c]->v == 1;
   StageTimes local;
   StageTimes* st = times ? times : &local;
   const int ri = restart_interval;
@@ -522,12 +563,26 @@ void Decoder::Impl::DecodeScan(Component** sc, int ns, Reader* rd, bool threaded
     }
     if (int(starts.size()) != intervals) starts.clear();  // damaged: decode serially
   }
+  // A scan of every component turned into pixels as it goes keeps two MCU
+  // rows of each plane, in the cache; otherwise the planes hold the frame.
+  const bool ring = all && starts.empty() && emitted == 0;
+  if (!ReservePlanes(ring)) return Problem(DecodeStatus::kError, "out of memory");
+  if (row_scratch.size() < size_t(threads)) row_scratch.resize(size_t(threads));
+  for (RowScratch& r : row_scratch)
+    if (!r.jobs.Reserve(row_blocks) || !r.order.Reserve(row_blocks * 3))
+      return Problem(DecodeStatus::kError, "out of memory");
   if (!starts.empty()) {
     const int nt = std::min(threads, intervals);
-    if (!coefs.Reserve(row_blocks * 64 * size_t(nt))) return Problem(DecodeStatus::kError, "out of memory");
+    if (!coefs.Reserve(row_blocks * 64 * size_t(nt)) ||
+        !strip.Reserve(size_t(comp[0].stride) * kStripRows * 2 * size_t(nt)))
+      return Problem(DecodeStatus::kError, "out of memory");
     done.resize(row_blocks * size_t(nt));
     std::vector<StageTimes> thread_times(static_cast<size_t>(nt));
     std::vector<std::string> problems(static_cast<size_t>(nt));
+    std::vector<std::pair<int, int>> spans(static_cast<size_t>(nt));  // rows converted per thread
+    const int rows_per_mcu_row = ns == 1 ? 8 : 8 * vmax;
+    bool seam_rows = false;  // a row's chroma comes from the MCU row above too
+    for (int c = 0; c < ncomp; ++c) seam_rows = seam_rows || comp[c].vs == 2;
     auto run = [&](int t) {
       const int k0 = int(int64_t(intervals) * t / nt), k1 = int(int64_t(intervals) * (t + 1) / nt);
       Reader r = *rd;
@@ -535,8 +590,23 @@ void Decoder::Impl::DecodeScan(Component** sc, int ns, Reader* rd, bool threaded
       r.pos = starts[size_t(k0)];
       r.Reset();
       const int row_begin = k0 * ri / sl.mcus_x, row_end = std::min(sl.mcus_y, CeilDiv(k1 * ri, sl.mcus_x));
-      DecodeRows(sl, row_begin, row_end, &r, k0, k1, coefs.data() + row_blocks * 64 * size_t(t),
-                 done.data() + row_blocks * size_t(t), &thread_times[size_t(t)]);
+      // The MCU rows this thread decodes whole, and the image rows that
+      // need no others: those can become pixels while they are in the
+      // cache; the rows on the seams between threads are left for later.
+      const int own_begin = CeilDiv(k0 * ri, sl.mcus_x);
+      const int own_end = k1 == intervals ? sl.mcus_y : k1 * ri / sl.mcus_x;
+      int next = own_begin * rows_per_mcu_row + (own_begin > 0 && seam_rows ? 1 : 0);
+      spans[size_t(t)] = {next, next};
+      uint8_t* scratch = strip.data() + size_t(comp[0].stride) * kStripRows * 2 * size_t(t);
+      for (int my = row_begin; my < row_end; ++my) {
+        DecodeRows(sl, my, my + 1, &r, k0, k1, coefs.data() + row_blocks * 64 * size_t(t),
+                   done.data() + row_blocks * size_t(t), &row_scratch[size_t(t)], &thread_times[size_t(t)]);
+        if (!all || my < own_begin || my >= own_end) continue;
+        const int ready = std::min(ReadyRows(sl, my), height);
+        if (ready > next) ConvertRows(next, ready, scratch, &thread_times[size_t(t)]);
+        next = std::max(next, ready);
+        spans[size_t(t)].second = next;
+      }
       problems[size_t(t)] = r.problem;
     };
     std::vector<std::thread> pool;
@@ -548,6 +618,19 @@ void Decoder::Impl::DecodeScan(Component** sc, int ns, Reader* rd, bool threaded
     for (const StageTimes& s : thread_times) {
       st->entropy += s.entropy;
       st->transform += s.transform;
+      st->sampling += s.sampling;
+      st->colour += s.colour;
+    }
+    // The seams, and rows of MCU rows that two threads shared.
+    if (all) {
+      int y = 0;
+      for (const auto& span : spans) {
+        if (span.second <= span.first) continue;
+        if (span.first > y) ConvertRows(y, span.first, strip.data(), st);
+        y = std::max(y, span.second);
+      }
+      if (y < height) ConvertRows(y, height, strip.data(), st);
+      emitted = height;
     }
     // The marker after the scan: past the last interval's data.
     rd->pos = starts.back();
@@ -563,7 +646,7 @@ void Decoder::Impl::DecodeScan(Component** sc, int ns, Reader* rd, bool threaded
       PipelinedScan(sl, rd, st);
     } else {
       for (int my = 0; my < sl.mcus_y; ++my) {
-        DecodeRows(sl, my, my + 1, rd, 0, intervals, coefs.data(), done.data(), st);
+        DecodeRows(sl, my, my + 1, rd, 0, intervals, coefs.data(), done.data(), &row_scratch[0], st);
         if (all) Emit(ReadyRows(sl, my), strip.data(), st);
       }
     }
@@ -578,32 +661,34 @@ void Decoder::Impl::ConvertRows(int y0, int y1, uint8_t* scratch, StageTimes* st
   Image& img = *image;
   StageClock clock(times != nullptr);
   const Component& Y = comp[0];
-  if (direct_444) return;  // the scan wrote the pixels
   if (ncomp == 1) {
-    for (int y = y0; y < y1; ++y) std::memcpy(img.row(y), Y.plane.data() + size_t(y) * Y.stride, size_t(width));
+    for (int y = y0; y < y1; ++y) std::memcpy(img.row(y), Y.Row(y), size_t(width));
     clock.Lap(&st->colour);
     return;
   }
   const int s = Y.stride;
-  for (int r0 = y0; r0 < y1; r0 += kStripRows) {
-    const int r1 = std::min(y1, r0 + kStripRows);
-    const uint8_t* src[3] = {Y.plane.data() + size_t(r0) * s, nullptr, nullptr};
+  for (int r0 = y0, r1; r0 < y1; r0 = r1) {
+    r1 = std::min(y1, r0 + kStripRows);
+    // Full-size planes are read in place: a strip ends where their ring does.
+    for (int c = 0; c < 3; ++c)
+      if (comp[c].ring && comp[c].hs == 1 && comp[c].vs == 1)
+        r1 = std::min(r1, r0 - r0 % comp[c].ring + comp[c].ring);
+    const uint8_t* src[3] = {Y.Row(r0), nullptr, nullptr};
     for (int c = 1; c < 3; ++c) {
       const Component& k = comp[c];
       if (k.hs == 1 && k.vs == 1) {
-        src[c] = k.plane.data() + size_t(r0) * k.stride;
+        src[c] = k.Row(r0);
         continue;
       }
       uint8_t* dst = scratch + size_t(c - 1) * kStripRows * s;
       src[c] = dst;
       for (int y = r0; y < r1; ++y, dst += s) {
         if (k.vs == 1) {
-          rvtiSampleUpRowH2V1_Triangle_JPEG_8u_C1(k.plane.data() + size_t(y) * k.stride, k.cw, dst);
+          rvtiSampleUpRowH2V1_Triangle_JPEG_8u_C1(k.Row(y), k.cw, dst);
         } else {
           const int near = y >> 1;
           const int far = (y & 1) ? std::min(near + 1, k.ch - 1) : std::max(near - 1, 0);
-          rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1(k.plane.data() + size_t(near) * k.stride,
-                                                  k.plane.data() + size_t(far) * k.stride, k.cw, dst);
+          rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1(k.Row(near), k.Row(far), k.cw, dst);
         }
       }
     }
@@ -731,6 +816,7 @@ void Decoder::Impl::DecodeProgressive(const uint8_t* seg, int seg_len, const uin
     rvtiQuantInvTableInit_JPEG_8u16u(f.qt[t], qt[t]);
     q_defined[t] = true;
   }
+  if (!ReservePlanes(false)) return Problem(DecodeStatus::kError, "out of memory");
   for (int c = 0; c < ncomp; ++c) {
     Component& k = comp[c];
     const coef::Component& fc = f.comps[size_t(c)];
