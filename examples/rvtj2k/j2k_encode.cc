@@ -173,10 +173,43 @@ void Parallel(int n, int threads, F f) {
 // of kBorder samples on every side: the passes read their symmetric
 // extension there and, past the region's right and bottom edges, in
 // samples of the previous level's bands, which are put back afterwards.
+//
+// Both passes go in cache-sized pieces, columns in strips of kCols, rows
+// in groups of kRows: their low and high halves stay in small buffers on
+// their way back into the plane.
+// Dead-zone quantizer of one row: the magnitude's floor in steps, the
+// sign put back; non-zero when a value does not fit (or is not a number).
+// Restrict pointers and a branch-free body let the compiler vectorize it.
+int QuantizeRow(const float* __restrict src, int32_t* __restrict dst, int n, float inv) {
+  int tooLarge = 0;
+  for (int x = 0; x < n; ++x) {
+    const float v = src[x];
+    const float q = std::fabs(v) * inv;
+    const int fits = q < 2147483520.f;
+    tooLarge |= fits ^ 1;
+    const int32_t m = int32_t(fits ? q : 0.f);
+    dst[x] = v < 0 ? -m : m;
+  }
+  return tooLarge;
+}
+
+// Where one level's high-pass bands go when the row pass quantizes them
+// on their way out: rows above lowRows hold LL and HL, the others LH and
+// HH; the int plane has the float plane's layout (own stride).
+struct BandQuant {
+  int32_t* plane;
+  size_t stride;
+  int lowRows;
+  float invHL, invLH, invHH;
+  int tooLarge = 0;
+  bool done = false;
+};
+
 constexpr int kBorder = 8;
 struct Wavelet97 {
+  static constexpr int kCols = 64, kRows = 16;
   std::vector<float> lo, hi, keep;
-  void Level(float* p, int stride, int w, int h, int px, int py) {
+  void Level(float* p, int stride, int w, int h, int px, int py, BandQuant* bq = nullptr) {
     const size_t s = size_t(stride);
     if (h == 1 && py) {
       for (int x = 0; x < w; ++x) p[x] *= 2;
@@ -186,35 +219,60 @@ struct Wavelet97 {
       for (int i = 0; i < after; ++i) std::memcpy(&keep[size_t(i) * w], p + (h + i) * s, sizeof(float) * w);
       for (int i = -4; i < 0; ++i) std::memcpy(p + i * ptrdiff_t(s), p + size_t(Reflect(i, h)) * s, sizeof(float) * w);
       for (int i = h; i < 2 * n + 4; ++i) std::memcpy(p + i * s, p + size_t(Reflect(i, h)) * s, sizeof(float) * w);
-      lo.resize(size_t(n) * w);
-      hi.resize(size_t(n) * w);
-      Check(rvtiWTFwdCol_D97_JPEG2K_32f_C1R(p, stride * 4, lo.data(), w * 4, hi.data(), w * 4, {w, n}, py),
-            "the 9/7 column pass");
+      lo.resize(size_t(n) * kCols);
+      hi.resize(size_t(n) * kCols);
+      for (int x0 = 0; x0 < w; x0 += kCols) {
+        const int cols = std::min(kCols, w - x0);
+        Check(rvtiWTFwdCol_D97_JPEG2K_32f_C1R(p + x0, stride * 4, lo.data(), kCols * 4, hi.data(), kCols * 4,
+                                              {cols, n}, py),
+              "the 9/7 column pass");
+        // Rows below h still feed the next strips: only rows above it are written.
+        auto put = [&](float* d, const float* src) {
+          if (cols == kCols) std::memcpy(d, src, sizeof(float) * kCols);
+          else std::memcpy(d, src, sizeof(float) * size_t(cols));
+        };
+        for (int y = 0; y < nl; ++y) put(p + y * s + x0, &lo[size_t(y) * kCols]);
+        for (int y = 0; y < nh; ++y) put(p + (nl + y) * s + x0, &hi[size_t(y) * kCols]);
+      }
       for (int i = 0; i < after; ++i) std::memcpy(p + (h + i) * s, &keep[size_t(i) * w], sizeof(float) * w);
-      for (int y = 0; y < nl; ++y) std::memcpy(p + y * s, &lo[size_t(y) * w], sizeof(float) * w);
-      for (int y = 0; y < nh; ++y) std::memcpy(p + (nl + y) * s, &hi[size_t(y) * w], sizeof(float) * w);
     }
     if (w == 1 && px) {
       for (int y = 0; y < h; ++y) p[y * s] *= 2;
     } else if (w > 1) {
       const int n = (w + 1) / 2, nl = px ? w / 2 : n, nh = w - nl, after = 2 * n + 4 - w;
-      keep.resize(size_t(after) * h);
-      for (int y = 0; y < h; ++y) {
-        float* row = p + y * s;
-        std::memcpy(&keep[size_t(y) * after], row + w, sizeof(float) * after);
-        for (int i = -4; i < 0; ++i) row[i] = row[Reflect(i, w)];
-        for (int i = w; i < 2 * n + 4; ++i) row[i] = row[Reflect(i, w)];
+      keep.resize(size_t(after) * kRows);
+      lo.resize(size_t(n) * kRows);
+      hi.resize(size_t(n) * kRows);
+      for (int y0 = 0; y0 < h; y0 += kRows) {
+        const int rows = std::min(kRows, h - y0);
+        for (int y = 0; y < rows; ++y) {
+          float* row = p + (y0 + y) * s;
+          std::memcpy(&keep[size_t(y) * after], row + w, sizeof(float) * after);
+          for (int i = -4; i < 0; ++i) row[i] = row[Reflect(i, w)];
+          for (int i = w; i < 2 * n + 4; ++i) row[i] = row[Reflect(i, w)];
+        }
+        Check(rvtiWTFwdRow_D97_JPEG2K_32f_C1R(p + y0 * s, stride * 4, lo.data(), n * 4, hi.data(), n * 4, {n, rows},
+                                              px),
+              "the 9/7 row pass");
+        for (int y = 0; y < rows; ++y) {
+          float* row = p + (y0 + y) * s;
+          std::memcpy(row + w, &keep[size_t(y) * after], sizeof(float) * after);
+          if (!bq) {
+            std::memcpy(row, &lo[size_t(y) * n], sizeof(float) * nl);
+            std::memcpy(row + nl, &hi[size_t(y) * n], sizeof(float) * nh);
+            continue;
+          }
+          int32_t* qrow = bq->plane + size_t(y0 + y) * bq->stride;
+          if (y0 + y < bq->lowRows) {
+            std::memcpy(row, &lo[size_t(y) * n], sizeof(float) * nl);
+            bq->tooLarge |= QuantizeRow(&hi[size_t(y) * n], qrow + nl, nh, bq->invHL);
+          } else {
+            bq->tooLarge |= QuantizeRow(&lo[size_t(y) * n], qrow, nl, bq->invLH);
+            bq->tooLarge |= QuantizeRow(&hi[size_t(y) * n], qrow + nl, nh, bq->invHH);
+          }
+        }
       }
-      lo.resize(size_t(n) * h);
-      hi.resize(size_t(n) * h);
-      Check(rvtiWTFwdRow_D97_JPEG2K_32f_C1R(p, stride * 4, lo.data(), n * 4, hi.data(), n * 4, {n, h}, px),
-            "the 9/7 row pass");
-      for (int y = 0; y < h; ++y) {
-        float* row = p + y * s;
-        std::memcpy(row + w, &keep[size_t(y) * after], sizeof(float) * after);
-        std::memcpy(row, &lo[size_t(y) * n], sizeof(float) * nl);
-        std::memcpy(row + nl, &hi[size_t(y) * n], sizeof(float) * nh);
-      }
+      if (bq) bq->done = true;
     }
   }
 };
@@ -479,28 +537,28 @@ struct Encoder {
     if (C == 3) Check(rvtiICTFwd_JPEG2K_32f_P3IR(fp, fs * 4, {tw, th}), "the ICT");
     Parallel(C, opt.threads, [&](int c) {
       Wavelet97 wt;
+      auto& res = t.comp[size_t(c)].res;
+      std::vector<bool> quantized(res.size(), false);
       for (int d = 0; d < levels; ++d) {
         const int rx0 = CeilDiv(t.x0, 1 << d), ry0 = CeilDiv(t.y0, 1 << d);
         if (CeilDiv(t.x1, 1 << d) == rx0 || CeilDiv(t.y1, 1 << d) == ry0) break;
-        wt.Level(fp[c], fs, CeilDiv(t.x1, 1 << d) - rx0, CeilDiv(t.y1, 1 << d) - ry0, rx0 & 1, ry0 & 1);
+        // The level's HL, LH and HH bands are quantized by its row pass.
+        const std::vector<Band>& bands = res[size_t(levels - d)];
+        BandQuant bq{t.plane[size_t(c)].data(), size_t(tw), bands[0].h, float(1.0 / bands[0].delta),
+                     float(1.0 / bands[1].delta), float(1.0 / bands[2].delta)};
+        wt.Level(fp[c], fs, CeilDiv(t.x1, 1 << d) - rx0, CeilDiv(t.y1, 1 << d) - ry0, rx0 & 1, ry0 & 1, &bq);
+        if (bq.tooLarge) throw Fail{"coefficient out of range"};
+        quantized[size_t(levels - d)] = bq.done;
       }
-      for (auto& res : t.comp[size_t(c)].res)
-        for (Band& bd : res) {
-          // Dead-zone quantizer: the magnitude's floor in steps.  Clamped
-          // before the conversion and checked after the band, the loop
-          // has no branch and vectorizes.
+      for (size_t r = 0; r < res.size(); ++r)
+        for (Band& bd : res[r]) {
+          if (quantized[r]) continue;
+          // Dead-zone quantizer: the magnitude's floor in steps.
           const float inv = float(1.0 / bd.delta);
           int tooLarge = 0;
-          for (int y = 0; y < bd.h; ++y) {
-            const float* src = fp[c] + size_t(bd.py + y) * size_t(fs) + size_t(bd.px);
-            int32_t* dst = &t.plane[size_t(c)][size_t(bd.py + y) * size_t(tw) + size_t(bd.px)];
-            for (int x = 0; x < bd.w; ++x) {
-              const float q = std::fabs(src[x]) * inv;
-              tooLarge |= q < 2147483520.f ? 0 : 1;
-              const int32_t m = int32_t(q < 2147483520.f ? q : 0.f);
-              dst[x] = src[x] < 0 ? -m : m;
-            }
-          }
+          for (int y = 0; y < bd.h; ++y)
+            tooLarge |= QuantizeRow(fp[c] + size_t(bd.py + y) * size_t(fs) + size_t(bd.px),
+                                    &t.plane[size_t(c)][size_t(bd.py + y) * size_t(tw) + size_t(bd.px)], bd.w, inv);
           if (tooLarge) throw Fail{"coefficient out of range"};
         }
     });
