@@ -33,6 +33,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "image_io.h"
@@ -492,20 +493,39 @@ struct Encoder {
     const int prec = img.precision, shift = 1 << (prec - 1);
     const int tw = t.w(), th = t.h();
     const size_t n = size_t(tw) * th;
-    // The tile's samples of component c, level-shifted, into dst.
-    auto samples = [&](int c, auto* dst, size_t stride) {
-      for (int y = 0; y < th; ++y) {
-        const uint16_t* src = &img.samples[(size_t(t.y0 + y) * size_t(W) + size_t(t.x0)) * size_t(C) + size_t(c)];
-        auto* row = dst + size_t(y) * stride;
-        for (int x = 0; x < tw; ++x) row[x] = decltype(+row[0])(int32_t(src[size_t(x) * size_t(C)]) - shift);
-      }
+    // All components in one pass over the interleaved samples (rows shared
+    // out between threads): dst[c] + y * stride is row y of component c.
+    auto allSamples = [&](auto* const* dst, size_t stride) {
+      const int parts = std::max(1, std::min(opt.threads, th));
+      Parallel(parts, opt.threads, [&](int k) {
+        for (int y = th * k / parts; y < th * (k + 1) / parts; ++y) {
+          const uint16_t* src = &img.samples[(size_t(t.y0 + y) * size_t(W) + size_t(t.x0)) * size_t(C)];
+          if (C == 3) {
+            auto* r0 = dst[0] + size_t(y) * stride;
+            auto* r1 = dst[1] + size_t(y) * stride;
+            auto* r2 = dst[2] + size_t(y) * stride;
+            using T = std::remove_reference_t<decltype(r0[0])>;
+            for (int x = 0; x < tw; ++x) {
+              r0[x] = T(int32_t(src[3 * x]) - shift);
+              r1[x] = T(int32_t(src[3 * x + 1]) - shift);
+              r2[x] = T(int32_t(src[3 * x + 2]) - shift);
+            }
+          } else {
+            auto* r0 = dst[0] + size_t(y) * stride;
+            using T = std::remove_reference_t<decltype(r0[0])>;
+            for (int x = 0; x < tw; ++x) r0[x] = T(int32_t(src[x]) - shift);
+          }
+        }
+      });
     };
     // With -threads N the components' wavelets (and quantizers) run side
     // by side; the component transform before them takes all three.
     t.plane.assign(size_t(C), std::vector<int32_t>());
     Parallel(C, opt.threads, [&](int c) { t.plane[size_t(c)].resize(n); });
     if (!opt.lossy) {
-      Parallel(C, opt.threads, [&](int c) { samples(c, t.plane[size_t(c)].data(), size_t(tw)); });
+      int32_t* ip[3] = {};
+      for (int c = 0; c < C; ++c) ip[c] = t.plane[size_t(c)].data();
+      allSamples(ip, size_t(tw));
       if (C == 3) {
         int32_t* p[3] = {t.plane[0].data(), t.plane[1].data(), t.plane[2].data()};
         Check(rvtiRCTFwd_JPEG2K_32s_P3IR(p, tw * 4, {tw, th}), "the RCT");
@@ -532,8 +552,8 @@ struct Encoder {
     Parallel(C, opt.threads, [&](int c) {
       f[size_t(c)].resize(size_t(fs) * (th + 2 * kBorder));
       fp[c] = f[size_t(c)].data() + size_t(kBorder) * fs + kBorder;
-      samples(c, fp[c], size_t(fs));
     });
+    allSamples(fp, size_t(fs));
     if (C == 3) Check(rvtiICTFwd_JPEG2K_32f_P3IR(fp, fs * 4, {tw, th}), "the ICT");
     Parallel(C, opt.threads, [&](int c) {
       Wavelet97 wt;
