@@ -349,7 +349,13 @@ struct Component {
 
 struct Tile {
   int x0, y0, x1, y1;
-  std::vector<std::vector<int32_t>> plane;  // per component, the tile's size
+  // Per component: the coefficients, row y at base[c] + y * stride.  The
+  // 9/7 path keeps them where its float samples were (the plane with the
+  // wavelet's border), so the indices need no second plane.
+  std::vector<std::vector<int32_t>> plane;
+  std::vector<int32_t*> base;
+  size_t stride = 0;
+  int32_t* At(int c, int x, int y) { return base[size_t(c)] + size_t(y) * stride + size_t(x); }
   std::vector<Component> comp;
   int w() const { return x1 - x0; }
   int h() const { return y1 - y0; }
@@ -386,8 +392,11 @@ struct Encoder {
     else if (opt.levels > maxLevels) throw Fail{"too many levels for the image (or tile) size"};
     else levels = opt.levels;
     for (int ty = 0; ty < CeilDiv(H, TH); ++ty)
-      for (int tx = 0; tx < CeilDiv(W, TW); ++tx)
-        tiles.push_back(Tile{tx * TW, ty * TH, std::min(W, (tx + 1) * TW), std::min(H, (ty + 1) * TH), {}, {}});
+      for (int tx = 0; tx < CeilDiv(W, TW); ++tx) {
+        Tile tl{};
+        tl.x0 = tx * TW, tl.y0 = ty * TH, tl.x1 = std::min(W, (tx + 1) * TW), tl.y1 = std::min(H, (ty + 1) * TH);
+        tiles.push_back(std::move(tl));
+      }
     if (tiles.size() > 65535) throw Fail{"more than 65535 tiles"};
   }
 
@@ -521,8 +530,11 @@ struct Encoder {
     // With -threads N the components' wavelets (and quantizers) run side
     // by side; the component transform before them takes all three.
     t.plane.assign(size_t(C), std::vector<int32_t>());
-    Parallel(C, opt.threads, [&](int c) { t.plane[size_t(c)].resize(n); });
+    t.base.assign(size_t(C), nullptr);
     if (!opt.lossy) {
+      Parallel(C, opt.threads, [&](int c) { t.plane[size_t(c)].resize(n); });
+      for (int c = 0; c < C; ++c) t.base[size_t(c)] = t.plane[size_t(c)].data();
+      t.stride = size_t(tw);
       int32_t* ip[3] = {};
       for (int c = 0; c < C; ++c) ip[c] = t.plane[size_t(c)].data();
       allSamples(ip, size_t(tw));
@@ -547,12 +559,14 @@ struct Encoder {
     }
     // Float planes with the wavelet's border around them.
     const int fs = tw + 2 * kBorder;
-    std::vector<std::vector<float>> f(static_cast<size_t>(C));
     float* fp[3] = {};
     Parallel(C, opt.threads, [&](int c) {
-      f[size_t(c)].resize(size_t(fs) * (th + 2 * kBorder));
-      fp[c] = f[size_t(c)].data() + size_t(kBorder) * fs + kBorder;
+      t.plane[size_t(c)].resize(size_t(fs) * (th + 2 * kBorder));
+      int32_t* origin = t.plane[size_t(c)].data() + size_t(kBorder) * fs + kBorder;
+      t.base[size_t(c)] = origin;
+      fp[c] = reinterpret_cast<float*>(origin);
     });
+    t.stride = size_t(fs);
     allSamples(fp, size_t(fs));
     if (C == 3) Check(rvtiICTFwd_JPEG2K_32f_P3IR(fp, fs * 4, {tw, th}), "the ICT");
     Parallel(C, opt.threads, [&](int c) {
@@ -564,7 +578,7 @@ struct Encoder {
         if (CeilDiv(t.x1, 1 << d) == rx0 || CeilDiv(t.y1, 1 << d) == ry0) break;
         // The level's HL, LH and HH bands are quantized by its row pass.
         const std::vector<Band>& bands = res[size_t(levels - d)];
-        BandQuant bq{t.plane[size_t(c)].data(), size_t(tw), bands[0].h, float(1.0 / bands[0].delta),
+        BandQuant bq{t.base[size_t(c)], size_t(fs), bands[0].h, float(1.0 / bands[0].delta),
                      float(1.0 / bands[1].delta), float(1.0 / bands[2].delta)};
         wt.Level(fp[c], fs, CeilDiv(t.x1, 1 << d) - rx0, CeilDiv(t.y1, 1 << d) - ry0, rx0 & 1, ry0 & 1, &bq);
         if (bq.tooLarge) throw Fail{"coefficient out of range"};
@@ -574,11 +588,14 @@ struct Encoder {
         for (Band& bd : res[r]) {
           if (quantized[r]) continue;
           // Dead-zone quantizer: the magnitude's floor in steps.
+          // In place, through a row buffer.
           const float inv = float(1.0 / bd.delta);
           int tooLarge = 0;
-          for (int y = 0; y < bd.h; ++y)
-            tooLarge |= QuantizeRow(fp[c] + size_t(bd.py + y) * size_t(fs) + size_t(bd.px),
-                                    &t.plane[size_t(c)][size_t(bd.py + y) * size_t(tw) + size_t(bd.px)], bd.w, inv);
+          std::vector<int32_t> q(size_t(std::max(bd.w, 0)));
+          for (int y = 0; y < bd.h; ++y) {
+            tooLarge |= QuantizeRow(fp[c] + size_t(bd.py + y) * size_t(fs) + size_t(bd.px), q.data(), bd.w, inv);
+            std::memcpy(t.At(c, bd.px, bd.py + y), q.data(), sizeof(int32_t) * size_t(bd.w));
+          }
           if (tooLarge) throw Fail{"coefficient out of range"};
         }
     });
@@ -604,7 +621,7 @@ struct Encoder {
     ForBands([&](Tile& t, int c, Band& bd) {
       int32_t mx = 0;
       for (int y = 0; y < bd.h; ++y) {
-        const int32_t* row = &t.plane[size_t(c)][size_t(bd.py + y) * size_t(t.w()) + size_t(bd.px)];
+        const int32_t* row = t.At(c, bd.px, bd.py + y);
         for (int x = 0; x < bd.w; ++x) mx = std::max(mx, row[x] < 0 ? -row[x] : row[x]);
       }
       guard = std::max(guard, BitLength(uint32_t(mx)) - mh.exponent[size_t(bd.index)] + 1);
@@ -660,8 +677,8 @@ struct Encoder {
 
   void Code(Tile& t, int c, Band& bd, Block& b, EncodeCBState_JPEG2K* st) {
     int32_t sf = 0, passes = 0, segs = 0;
-    const int32_t* src = &t.plane[size_t(c)][size_t(b.y0) * size_t(t.w()) + size_t(b.x0)];
-    Check(rvtiEncodeLoadCodeBlock_JPEG2K_32s_C1R(src, t.w() * 4, {b.w, b.h}, st, bd.type, bd.magnBits, opt.mode, &sf,
+    const int32_t* src = t.At(c, b.x0, b.y0);
+    Check(rvtiEncodeLoadCodeBlock_JPEG2K_32s_C1R(src, int32_t(t.stride) * 4, {b.w, b.h}, st, bd.type, bd.magnBits, opt.mode, &sf,
                                                  &passes, &segs),
           "code-block coding");
     b.sf = sf;
