@@ -79,14 +79,19 @@ int DecodeMain(int argc, char** argv) {
     }
     return 0;
   }
-  std::vector<uint8_t> bytes;
   char head[64];
   const int hl = std::snprintf(head, sizeof head, "P%d\n%d %d\n%d\n", img.comps == 1 ? 5 : 6, img.width, img.height,
                                (1 << img.precision) - 1);
-  bytes.assign(head, head + hl);
-  bytes.insert(bytes.end(), img.packed.begin(), img.packed.end());
-  if (!rvtjpeg::WriteFile(out, bytes.data(), bytes.size(), &error)) {
-    std::fprintf(stderr, "rvtj2k: %s\n", error.c_str());
+  // Header and samples written one after the other (no copy of the image).
+  std::FILE* f = std::fopen(out.c_str(), "wb");
+  if (!f) {
+    std::fprintf(stderr, "rvtj2k: cannot create %s\n", out.c_str());
+    return 1;
+  }
+  const bool ok = std::fwrite(head, 1, size_t(hl), f) == size_t(hl) &&
+                  std::fwrite(img.packed.data(), 1, img.packed.size(), f) == img.packed.size();
+  if (std::fclose(f) != 0 || !ok) {
+    std::fprintf(stderr, "rvtj2k: write error on %s\n", out.c_str());
     return 1;
   }
   return 0;
