@@ -181,16 +181,20 @@ void Parallel(int n, int threads, F f) {
 // Dead-zone quantizer of one row: the magnitude's floor in steps, the
 // sign put back; non-zero when a value does not fit (or is not a number).
 // Restrict pointers and a branch-free body let the compiler vectorize it.
-int QuantizeRow(const float* __restrict src, int32_t* __restrict dst, int n, float inv) {
+// *maxMag rises to the largest magnitude written.
+int QuantizeRow(const float* __restrict src, int32_t* __restrict dst, int n, float inv, int32_t* maxMag) {
   int tooLarge = 0;
+  int32_t mx = *maxMag;
   for (int x = 0; x < n; ++x) {
     const float v = src[x];
     const float q = std::fabs(v) * inv;
     const int fits = q < 2147483520.f;
     tooLarge |= fits ^ 1;
     const int32_t m = int32_t(fits ? q : 0.f);
+    mx = m > mx ? m : mx;
     dst[x] = v < 0 ? -m : m;
   }
+  *maxMag = mx;
   return tooLarge;
 }
 
@@ -203,6 +207,7 @@ struct BandQuant {
   int lowRows;
   float invHL, invLH, invHH;
   int tooLarge = 0;
+  int32_t maxHL = 0, maxLH = 0, maxHH = 0;  // largest magnitudes written
   bool done = false;
 };
 
@@ -266,10 +271,10 @@ struct Wavelet97 {
           int32_t* qrow = bq->plane + size_t(y0 + y) * bq->stride;
           if (y0 + y < bq->lowRows) {
             std::memcpy(row, &lo[size_t(y) * n], sizeof(float) * nl);
-            bq->tooLarge |= QuantizeRow(&hi[size_t(y) * n], qrow + nl, nh, bq->invHL);
+            bq->tooLarge |= QuantizeRow(&hi[size_t(y) * n], qrow + nl, nh, bq->invHL, &bq->maxHL);
           } else {
-            bq->tooLarge |= QuantizeRow(&lo[size_t(y) * n], qrow, nl, bq->invLH);
-            bq->tooLarge |= QuantizeRow(&hi[size_t(y) * n], qrow + nl, nh, bq->invHH);
+            bq->tooLarge |= QuantizeRow(&lo[size_t(y) * n], qrow, nl, bq->invLH, &bq->maxLH);
+            bq->tooLarge |= QuantizeRow(&hi[size_t(y) * n], qrow + nl, nh, bq->invHH, &bq->maxHH);
           }
         }
       }
@@ -340,6 +345,7 @@ struct Band {
   int px = 0, py = 0, w = 0, h = 0;  // where it lies in the tile's plane
   int nx = 0, ny = 0, magnBits = 0;
   double delta = 1, weight = 1;
+  int32_t maxMag = -1;  // largest quantized magnitude, when the quantizer measured it
   std::vector<Block> blocks;  // raster order over the band's code-block grid
 };
 
@@ -583,6 +589,10 @@ struct Encoder {
         wt.Level(fp[c], fs, CeilDiv(t.x1, 1 << d) - rx0, CeilDiv(t.y1, 1 << d) - ry0, rx0 & 1, ry0 & 1, &bq);
         if (bq.tooLarge) throw Fail{"coefficient out of range"};
         quantized[size_t(levels - d)] = bq.done;
+        if (bq.done) {
+          std::vector<Band>& bs = res[size_t(levels - d)];
+          bs[0].maxMag = bq.maxHL, bs[1].maxMag = bq.maxLH, bs[2].maxMag = bq.maxHH;
+        }
       }
       for (size_t r = 0; r < res.size(); ++r)
         for (Band& bd : res[r]) {
@@ -592,8 +602,10 @@ struct Encoder {
           const float inv = float(1.0 / bd.delta);
           int tooLarge = 0;
           std::vector<int32_t> q(size_t(std::max(bd.w, 0)));
+          bd.maxMag = 0;
           for (int y = 0; y < bd.h; ++y) {
-            tooLarge |= QuantizeRow(fp[c] + size_t(bd.py + y) * size_t(fs) + size_t(bd.px), q.data(), bd.w, inv);
+            tooLarge |= QuantizeRow(fp[c] + size_t(bd.py + y) * size_t(fs) + size_t(bd.px), q.data(), bd.w, inv,
+                                    &bd.maxMag);
             std::memcpy(t.At(c, bd.px, bd.py + y), q.data(), sizeof(int32_t) * size_t(bd.w));
           }
           if (tooLarge) throw Fail{"coefficient out of range"};
@@ -619,8 +631,8 @@ struct Encoder {
   void ChooseGuardBits() {
     int guard = 2;
     ForBands([&](Tile& t, int c, Band& bd) {
-      int32_t mx = 0;
-      for (int y = 0; y < bd.h; ++y) {
+      int32_t mx = std::max(bd.maxMag, 0);  // measured by the 9/7 quantizer, else scanned
+      for (int y = 0; bd.maxMag < 0 && y < bd.h; ++y) {
         const int32_t* row = t.At(c, bd.px, bd.py + y);
         for (int x = 0; x < bd.w; ++x) mx = std::max(mx, row[x] < 0 ? -row[x] : row[x]);
       }
