@@ -15,6 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   opt.layers = data[0] & 3;
   opt.reduce = (data[0] >> 2) & 3;
   opt.threads = 1 + ((data[0] >> 4) & 1);
+  opt.packed = (data[0] >> 5) & 1;
   opt.maxSamples = size_t(1) << 18;
   rvtj2k::DecodedImage image;
   std::string error;

@@ -17,6 +17,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <thread>
 
 #include "j2k_codestream.h"
@@ -192,10 +193,22 @@ struct Resolution {
   std::vector<Band> bands;
   std::vector<Precinct> prec;
 };
+// Sample storage left uninitialised: every code-block writes (or zeroes)
+// its own area, so the tile is never cleared as a whole.  The slack past
+// the end takes the odd sample a wavelet pass writes beyond its region.
+struct Plane {
+  std::unique_ptr<int32_t[]> p;
+  void Alloc(size_t n) { p.reset(new int32_t[n + kSlack]); }
+  void Free() { p.reset(); }
+  int32_t* data() { return p.get(); }
+  int32_t& operator[](size_t i) { return p[i]; }
+  const int32_t& operator[](size_t i) const { return p[i]; }
+  static constexpr size_t kSlack = 64;
+};
 struct TileComp {
   int x0, y0, x1, y1;
   std::vector<Resolution> res;
-  std::vector<int32_t> plane;  // int32, or float bits for the 9/7 path
+  Plane plane;  // int32, or float bits for the 9/7 path
 };
 struct Tile {
   int index = 0, x0, y0, x1, y1;
@@ -448,7 +461,7 @@ struct Decoder {
       const int L = cod.levels;
       if (opt.reduce > L) throw Fail{"-reduce above the decomposition levels"};
       const size_t area = size_t(tc.x1 - tc.x0) * size_t(tc.y1 - tc.y0);
-      tc.plane.assign(area, 0);
+      tc.plane.Alloc(area);
       tc.res.resize(size_t(L) + 1);
       const int roi = tl.params.roi[size_t(c)];
       const size_t nq = qt.style == 1 ? 1 : size_t(1 + 3 * L);
@@ -734,6 +747,7 @@ struct Decoder {
     int32_t* dst = &tc.plane[size_t(bd.offY + cb.y0 - bd.y0) * size_t(stride) + size_t(bd.offX + cb.x0 - bd.x0)];
     // One plane more than coded: the last decoded plane is rounded to its middle.
     const int magn = bd.magnBits + bd.roi + 1;
+    bool decoded = false;
     if (cb.usedPasses > 0 && magn <= 31 && cb.sf < magn && bd.magnBits >= 0) {
       int64_t total = 0;
       for (int32_t l : cb.segLen) total += l;
@@ -749,20 +763,29 @@ struct Decoder {
       if (rvtiDecodeGetBufSize_JPEG2K({w, h}, &sz) == rvtStatusOk) {
         if (work.size() < size_t(sz)) work.resize(size_t(sz));
         const uint8_t none = 0;
-        if (rvtiDecodeCodeBlock_JPEG2K_1u32s_C1R(cb.data.empty() ? &none : cb.data.data(), cb.segLen.data(), dst,
-                                                 stride * 4, {w, h}, bd.type, magn, cb.sf, passes, j.style, bd.roi,
-                                                 work.data()) != rvtStatusOk) {
-          for (int y = 0; y < h; ++y) std::fill(dst + size_t(y) * size_t(stride), dst + size_t(y) * size_t(stride) + w, 0);
-        }
+        decoded = rvtiDecodeCodeBlock_JPEG2K_1u32s_C1R(cb.data.empty() ? &none : cb.data.data(), cb.segLen.data(),
+                                                       dst, stride * 4, {w, h}, bd.type, magn, cb.sf, passes,
+                                                       j.style, bd.roi, work.data()) == rvtStatusOk;
       }
+    }
+    // The plane is not cleared beforehand: blocks without data write zeros.
+    if (!decoded) {
+      for (int y = 0; y < h; ++y) std::fill(dst + size_t(y) * size_t(stride), dst + size_t(y) * size_t(stride) + w, 0);
+      return;
     }
     for (int y = 0; y < h; ++y) {
       int32_t* row = dst + size_t(y) * size_t(stride);
       if (j.reversible) {
-        for (int x = 0; x < w; ++x) row[x] = std::clamp(row[x] / 2, -j.limit, j.limit);
-      } else {
+        const int32_t lim = j.limit;
         for (int x = 0; x < w; ++x) {
-          const float f = float(row[x]) * bd.step;
+          const int32_t v = row[x] / 2;
+          row[x] = v < -lim ? -lim : v > lim ? lim : v;
+        }
+      } else {
+        // Float bits in place of the integers (the plane's 9/7 form).
+        const float step = bd.step;
+        for (int x = 0; x < w; ++x) {
+          const float f = float(row[x]) * step;
           std::memcpy(&row[x], &f, 4);
         }
       }
@@ -771,49 +794,83 @@ struct Decoder {
 
   // One inverse 9/7 level, horizontal then vertical, on the w x h region at
   // the plane's top left whose origin has the parities px, py.  The bands
-  // are copied out with four mirrored samples on each side.
+  // are copied out with four mirrored samples on each side (rows in strips
+  // of kRows, columns in strips of kCols, both cache-sized) and the passes
+  // write straight back into the plane.  With an odd length the last pair
+  // would write one sample past the region (into a neighbouring band), so
+  // it goes through a scratch pair instead.
   struct Inverse97 {
-    std::vector<float> lo, hi, out;
-    static constexpr int kExt = 4;
+    std::vector<float> lo, hi, tail;
+    static constexpr int kExt = 4, kRows = 16, kCols = 64;
     void Level(float* plane, int stride, int w, int h, int px, int py) {
       if (w > 1) {
-        const int nl = px ? w / 2 : (w + 1) / 2, pairs = (w + 1) / 2;
+        const int nl = px ? w / 2 : (w + 1) / 2, nh = w - nl, pairs = (w + 1) / 2;
+        const int full = w / 2;  // pairs written in place
         const int rowL = pairs + 2 * kExt;
-        lo.assign(size_t(rowL) * h, 0.f);
-        hi.assign(size_t(rowL) * h, 0.f);
-        out.assign(size_t(2 * pairs + 2) * h, 0.f);
-        for (int y = 0; y < h; ++y) {
-          const float* src = plane + size_t(y) * size_t(stride);
-          float* L = &lo[size_t(y) * rowL + kExt];
-          float* H = &hi[size_t(y) * rowL + kExt];
-          for (int i = -kExt; i < pairs + kExt; ++i) {
-            const int jl = Reflect(2 * i + px, w), jh = Reflect(2 * i + 1 - px, w);
-            L[i] = src[(jl - px) / 2];
-            H[i] = src[nl + (jh - 1 + px) / 2];
+        lo.resize(size_t(rowL) * kRows);
+        hi.resize(size_t(rowL) * kRows);
+        tail.resize(2 * kRows);
+        for (int y0 = 0; y0 < h; y0 += kRows) {
+          const int rows = std::min(kRows, h - y0);
+          for (int y = 0; y < rows; ++y) {
+            const float* src = plane + size_t(y0 + y) * size_t(stride);
+            float* L = &lo[size_t(y) * rowL + kExt];
+            float* H = &hi[size_t(y) * rowL + kExt];
+            std::memcpy(L, src, sizeof(float) * size_t(nl));
+            std::memcpy(H, src + nl, sizeof(float) * size_t(nh));
+            for (int i = -kExt; i < 0; ++i) {
+              L[i] = src[(Reflect(2 * i + px, w) - px) / 2];
+              H[i] = src[nl + (Reflect(2 * i + 1 - px, w) - 1 + px) / 2];
+            }
+            for (int i = nl; i < pairs + kExt; ++i) L[i] = src[(Reflect(2 * i + px, w) - px) / 2];
+            for (int i = nh; i < pairs + kExt; ++i) H[i] = src[nl + (Reflect(2 * i + 1 - px, w) - 1 + px) / 2];
+          }
+          float* dst = plane + size_t(y0) * size_t(stride);
+          if (full > 0)
+            rvtiWTInvRow_D97_JPEG2K_32f_C1R(&lo[kExt], rowL * 4, &hi[kExt], rowL * 4, {full, rows}, dst, stride * 4,
+                                            px);
+          if (full < pairs) {
+            rvtiWTInvRow_D97_JPEG2K_32f_C1R(&lo[size_t(kExt + full)], rowL * 4, &hi[size_t(kExt + full)], rowL * 4,
+                                            {1, rows}, tail.data(), 8, px);
+            for (int y = 0; y < rows; ++y) dst[size_t(y) * size_t(stride) + size_t(w - 1)] = tail[size_t(2 * y)];
           }
         }
-        rvtiWTInvRow_D97_JPEG2K_32f_C1R(&lo[kExt], rowL * 4, &hi[kExt], rowL * 4, {pairs, h}, out.data(),
-                                        (2 * pairs + 2) * 4, px);
-        for (int y = 0; y < h; ++y)
-          std::memcpy(plane + size_t(y) * size_t(stride), &out[size_t(y) * (2 * pairs + 2)], sizeof(float) * w);
       }
       if (h > 1) {
-        const int nl = py ? h / 2 : (h + 1) / 2;
-        const int pairs = (h + 1) / 2;
-        const int rows = pairs + 2 * kExt;
-        lo.assign(size_t(rows) * w, 0.f);
-        hi.assign(size_t(rows) * w, 0.f);
-        out.assign(size_t(2 * pairs + 2) * w, 0.f);
-        for (int i = -kExt; i < pairs + kExt; ++i) {
-          const int jl = Reflect(2 * i + py, h), jh = Reflect(2 * i + 1 - py, h);
-          std::memcpy(&lo[size_t(i + kExt) * w], plane + size_t((jl - py) / 2) * size_t(stride), sizeof(float) * w);
-          std::memcpy(&hi[size_t(i + kExt) * w], plane + size_t(nl + (jh - 1 + py) / 2) * size_t(stride),
-                      sizeof(float) * w);
+        const int nl = py ? h / 2 : (h + 1) / 2, nh = h - nl, pairs = (h + 1) / 2;
+        const int full = h / 2;
+        const int rowsL = pairs + 2 * kExt;
+        lo.resize(size_t(rowsL) * kCols);
+        hi.resize(size_t(rowsL) * kCols);
+        tail.resize(2 * kCols);
+        for (int x0 = 0; x0 < w; x0 += kCols) {
+          const int cols = std::min(kCols, w - x0);
+          const size_t bytes = sizeof(float) * size_t(cols);
+          const float* src = plane + x0;
+          float* L = &lo[size_t(kExt) * kCols];
+          float* H = &hi[size_t(kExt) * kCols];
+          // A full strip's rows copy at a constant size (vector moves).
+          auto copy = [&](float* d, const float* s) {
+            if (cols == kCols) std::memcpy(d, s, sizeof(float) * kCols);
+            else std::memcpy(d, s, bytes);
+          };
+          for (int i = 0; i < nl; ++i) copy(L + size_t(i) * kCols, src + size_t(i) * size_t(stride));
+          for (int i = 0; i < nh; ++i) copy(H + ptrdiff_t(i) * kCols, src + size_t(nl + i) * size_t(stride));
+          for (int i = -kExt; i < pairs + kExt; ++i) {
+            if (i < 0 || i >= nl)
+              copy(L + ptrdiff_t(i) * kCols, src + size_t((Reflect(2 * i + py, h) - py) / 2) * size_t(stride));
+            if (i < 0 || i >= nh)
+              copy(H + ptrdiff_t(i) * kCols, src + size_t(nl + (Reflect(2 * i + 1 - py, h) - 1 + py) / 2) * size_t(stride));
+          }
+          float* dst = plane + x0;
+          if (full > 0)
+            rvtiWTInvCol_D97_JPEG2K_32f_C1R(L, kCols * 4, H, kCols * 4, {cols, full}, dst, stride * 4, py);
+          if (full < pairs) {
+            rvtiWTInvCol_D97_JPEG2K_32f_C1R(L + ptrdiff_t(full) * kCols, kCols * 4, H + ptrdiff_t(full) * kCols,
+                                            kCols * 4, {cols, 1}, tail.data(), kCols * 4, py);
+            std::memcpy(dst + size_t(h - 1) * size_t(stride), tail.data(), bytes);
+          }
         }
-        rvtiWTInvCol_D97_JPEG2K_32f_C1R(&lo[size_t(kExt) * w], w * 4, &hi[size_t(kExt) * w], w * 4, {w, pairs},
-                                        out.data(), w * 4, py);
-        for (int y = 0; y < h; ++y)
-          std::memcpy(plane + size_t(y) * size_t(stride), &out[size_t(y) * w], sizeof(float) * w);
       }
     }
   };
@@ -838,10 +895,10 @@ struct Decoder {
         uint32_t bytes = 0;
         rvtiWTGetBufSize_B53_JPEG2K_32s_C1IR(&rect, &bytes);
         if (buf.size() < bytes + 16) buf.resize(bytes + 16);
+        // No clamp between levels: from inputs within +-lim a level adds at
+        // most about 5.25 lim, so even 32 levels of 16-bit data stay below
+        // 2^29 and the 32-bit inverse (and the RCT after it) cannot wrap.
         rvtiWTInv_B53_JPEG2K_32s_C1IR(tc.plane.data(), stride * 4, &rect, buf.data());
-        const int32_t lim = Limit(c);
-        for (int y = 0; y < h; ++y)
-          for (int32_t *v = &tc.plane[size_t(y) * size_t(stride)], *e = v + w; v < e; ++v) *v = std::clamp(*v, -lim, lim);
       } else {
         inv.Level(reinterpret_cast<float*>(tc.plane.data()), stride, w, h, rs.x0 & 1, rs.y0 & 1);
       }
@@ -905,36 +962,77 @@ struct Decoder {
       }
     }
     // Level shift, rounding, clamping into the image.
-    for (int c = 0; c < C; ++c) {
-      const TileComp& tc = tl.comps[size_t(c)];
-      const Resolution& rs = tc.res[size_t(tl.params.cod[size_t(c)].levels - R)];
-      const bool rev = tl.params.cod[size_t(c)].transform == 1;
-      const int stride = tc.x1 - tc.x0;
-      const int pr = prec[size_t(c)];
-      const int lo = sgn[size_t(c)] ? -(1 << (pr - 1)) : 0, hi = sgn[size_t(c)] ? (1 << (pr - 1)) - 1 : (1 << pr) - 1;
-      const int shift = sgn[size_t(c)] ? 0 : 1 << (pr - 1);
-      const int ox = rs.x0 - int(CeilDiv(X0, int64_t(1) << R)), oy = rs.y0 - int(CeilDiv(Y0, int64_t(1) << R));
-      for (int y = 0; y < rs.y1 - rs.y0; ++y) {
-        const int32_t* src = &tc.plane[size_t(y) * size_t(stride)];
-        int32_t* dst = &img.planes[size_t(c)][size_t(oy + y) * size_t(img.width) + size_t(ox)];
-        for (int x = 0; x < rs.x1 - rs.x0; ++x) {
-          int v;
-          if (rev) {
-            v = src[x];
-          } else {
-            float f;
-            std::memcpy(&f, &src[x], 4);
-            f = f == f ? std::min(std::max(f, -1e9f), 1e9f) : 0.f;
-            v = int(std::lrintf(f));
-          }
-          v += shift;
-          dst[x] = v < lo ? lo : v > hi ? hi : v;
+    const Resolution& top0 = tl.comps[0].res[size_t(tl.params.cod[0].levels - R)];
+    const int ox = top0.x0 - int(CeilDiv(X0, int64_t(1) << R)), oy = top0.y0 - int(CeilDiv(Y0, int64_t(1) << R));
+    const int rw = top0.x1 - top0.x0, rh = top0.y1 - top0.y0;
+    if (img.packed.empty()) {
+      for (int c = 0; c < C; ++c) {
+        const Output o = OutputOf(tl, c);
+        for (int y = 0; y < rh; ++y) {
+          int32_t* dst = &img.planes[size_t(c)][size_t(oy + y) * size_t(img.width) + size_t(ox)];
+          o.Row(y, rw, [&](int x, int v) { dst[x] = v; });
         }
       }
-      std::vector<int32_t>().swap(tl.comps[size_t(c)].plane);
+    } else {
+      // Interleaved 8-bit or big-endian 16-bit samples, one pass per row.
+      const bool wide = prec[0] > 8;
+      const size_t pix = size_t(C) * (wide ? 2 : 1);
+      std::vector<Output> outs;
+      for (int c = 0; c < C; ++c) outs.push_back(OutputOf(tl, c));
+      for (int y = 0; y < rh; ++y) {
+        uint8_t* row = &img.packed[(size_t(oy + y) * size_t(img.width) + size_t(ox)) * pix];
+        for (int c = 0; c < C; ++c) {
+          uint8_t* d = row + (wide ? 2 * c : c);
+          if (wide) outs[size_t(c)].Row(y, rw, [&](int x, int v) { d[size_t(x) * pix] = uint8_t(v >> 8), d[size_t(x) * pix + 1] = uint8_t(v); });
+          else outs[size_t(c)].Row(y, rw, [&](int x, int v) { d[size_t(x) * pix] = uint8_t(v); });
+        }
+      }
     }
+    for (int c = 0; c < C; ++c) tl.comps[size_t(c)].plane.Free();
     tl.comps.clear();
     tl.data.clear();
+  }
+
+  // A component's final samples: level shift, rounding of 9/7 values (to
+  // nearest, ties to even, as lrint), clamping to the sample range.
+  struct Output {
+    const int32_t* plane;
+    int stride, lo, hi, shift;
+    bool rev;
+    template <class Put>
+    void Row(int y, int n, Put&& put) const {
+      const int32_t* src = plane + size_t(y) * size_t(stride);
+      if (rev) {
+        for (int x = 0; x < n; ++x) {
+          const int v = src[x] + shift;
+          put(x, v < lo ? lo : v > hi ? hi : v);
+        }
+        return;
+      }
+      // Clamped in float first (a damaged NaN counts as 0), then rounded
+      // by the 1.5 x 2^23 trick, exact below 2^22.
+      const float flo = float(lo - shift - 1), fhi = float(hi - shift + 1);
+      for (int x = 0; x < n; ++x) {
+        float f;
+        std::memcpy(&f, &src[x], 4);
+        f = f == f ? f : 0.f;
+        f = f < flo ? flo : f > fhi ? fhi : f;
+        const int v = int((f + 12582912.f) - 12582912.f) + shift;
+        put(x, v < lo ? lo : v > hi ? hi : v);
+      }
+    }
+  };
+  Output OutputOf(Tile& tl, int c) {
+    TileComp& tc = tl.comps[size_t(c)];
+    const int pr = prec[size_t(c)];
+    Output o;
+    o.plane = tc.plane.data();
+    o.stride = tc.x1 - tc.x0;
+    o.rev = tl.params.cod[size_t(c)].transform == 1;
+    o.lo = sgn[size_t(c)] ? -(1 << (pr - 1)) : 0;
+    o.hi = sgn[size_t(c)] ? (1 << (pr - 1)) - 1 : (1 << pr) - 1;
+    o.shift = sgn[size_t(c)] ? 0 : 1 << (pr - 1);
+    return o;
   }
 
   void Run(const uint8_t* cs, size_t size, DecodedImage& img) {
@@ -946,10 +1044,28 @@ struct Decoder {
     img.precision = prec[0];
     img.isSigned = sgn[0];
     for (int c = 1; c < C; ++c) img.uniform &= prec[size_t(c)] == prec[0] && sgn[size_t(c)] == sgn[0];
-    img.planes.assign(size_t(C), {});
-    for (int c = 0; c < C; ++c) {
-      const int fill = sgn[size_t(c)] ? 0 : 1 << (prec[size_t(c)] - 1);
-      img.planes[size_t(c)].assign(size_t(img.width) * size_t(img.height), fill);
+    // Tiles that never arrived are left mid-grey; the image is filled
+    // only when there are such tiles.
+    bool missing = false;
+    for (const Tile& tl : tiles) missing |= !tl.seen;
+    const size_t area = size_t(img.width) * size_t(img.height);
+    if (opt.packed && img.uniform && !img.isSigned) {
+      const bool wide = prec[0] > 8;
+      img.packed.resize(area * size_t(C) * (wide ? 2 : 1));
+      if (missing) {
+        const int fill = 1 << (prec[0] - 1);
+        for (size_t i = 0; i < area * size_t(C); ++i) {
+          if (wide) img.packed[2 * i] = uint8_t(fill >> 8), img.packed[2 * i + 1] = uint8_t(fill);
+          else img.packed[i] = uint8_t(fill);
+        }
+      }
+    } else {
+      img.planes.assign(size_t(C), {});
+      for (int c = 0; c < C; ++c) {
+        const int fill = sgn[size_t(c)] ? 0 : 1 << (prec[size_t(c)] - 1);
+        if (missing) img.planes[size_t(c)].assign(area, fill);
+        else img.planes[size_t(c)].resize(area);
+      }
     }
     for (Tile& tl : tiles)
       if (tl.seen) DecodeTile(tl, img);

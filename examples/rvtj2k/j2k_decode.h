@@ -17,6 +17,7 @@ struct DecodeOptions {
   int reduce = 0;       // resolution levels to drop
   int threads = 1;      // code-blocks and components decoded on this many threads
   size_t maxSamples = size_t(1) << 28;  // refuse larger images (and tiles)
+  bool packed = false;  // unsigned images of one precision come interleaved in DecodedImage::packed
 };
 
 // The image area, one plane per component, samples as the code-stream
@@ -26,6 +27,10 @@ struct DecodedImage {
   bool isSigned = false;
   bool uniform = true;  // all components share precision and signedness (else those are component 0's)
   std::vector<std::vector<int32_t>> planes;
+  // With DecodeOptions::packed (and all components unsigned, of one
+  // precision): the samples interleaved, one byte each up to 8 bits, else
+  // two, big-endian; planes is then empty.
+  std::vector<uint8_t> packed;
 };
 
 // False with a one-line reason in *error when the file cannot be decoded.

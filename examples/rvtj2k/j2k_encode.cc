@@ -33,6 +33,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "image_io.h"
@@ -173,10 +174,48 @@ void Parallel(int n, int threads, F f) {
 // of kBorder samples on every side: the passes read their symmetric
 // extension there and, past the region's right and bottom edges, in
 // samples of the previous level's bands, which are put back afterwards.
+//
+// Both passes go in cache-sized pieces, columns in strips of kCols, rows
+// in groups of kRows: their low and high halves stay in small buffers on
+// their way back into the plane.
+// Dead-zone quantizer of one row: the magnitude's floor in steps, the
+// sign put back; non-zero when a value does not fit (or is not a number).
+// Restrict pointers and a branch-free body let the compiler vectorize it.
+// *maxMag rises to the largest magnitude written.
+int QuantizeRow(const float* __restrict src, int32_t* __restrict dst, int n, float inv, int32_t* maxMag) {
+  int tooLarge = 0;
+  int32_t mx = *maxMag;
+  for (int x = 0; x < n; ++x) {
+    const float v = src[x];
+    const float q = std::fabs(v) * inv;
+    const int fits = q < 2147483520.f;
+    tooLarge |= fits ^ 1;
+    const int32_t m = int32_t(fits ? q : 0.f);
+    mx = m > mx ? m : mx;
+    dst[x] = v < 0 ? -m : m;
+  }
+  *maxMag = mx;
+  return tooLarge;
+}
+
+// Where one level's high-pass bands go when the row pass quantizes them
+// on their way out: rows above lowRows hold LL and HL, the others LH and
+// HH; the int plane has the float plane's layout (own stride).
+struct BandQuant {
+  int32_t* plane;
+  size_t stride;
+  int lowRows;
+  float invHL, invLH, invHH;
+  int tooLarge = 0;
+  int32_t maxHL = 0, maxLH = 0, maxHH = 0;  // largest magnitudes written
+  bool done = false;
+};
+
 constexpr int kBorder = 8;
 struct Wavelet97 {
+  static constexpr int kCols = 64, kRows = 16;
   std::vector<float> lo, hi, keep;
-  void Level(float* p, int stride, int w, int h, int px, int py) {
+  void Level(float* p, int stride, int w, int h, int px, int py, BandQuant* bq = nullptr) {
     const size_t s = size_t(stride);
     if (h == 1 && py) {
       for (int x = 0; x < w; ++x) p[x] *= 2;
@@ -186,35 +225,60 @@ struct Wavelet97 {
       for (int i = 0; i < after; ++i) std::memcpy(&keep[size_t(i) * w], p + (h + i) * s, sizeof(float) * w);
       for (int i = -4; i < 0; ++i) std::memcpy(p + i * ptrdiff_t(s), p + size_t(Reflect(i, h)) * s, sizeof(float) * w);
       for (int i = h; i < 2 * n + 4; ++i) std::memcpy(p + i * s, p + size_t(Reflect(i, h)) * s, sizeof(float) * w);
-      lo.resize(size_t(n) * w);
-      hi.resize(size_t(n) * w);
-      Check(rvtiWTFwdCol_D97_JPEG2K_32f_C1R(p, stride * 4, lo.data(), w * 4, hi.data(), w * 4, {w, n}, py),
-            "the 9/7 column pass");
+      lo.resize(size_t(n) * kCols);
+      hi.resize(size_t(n) * kCols);
+      for (int x0 = 0; x0 < w; x0 += kCols) {
+        const int cols = std::min(kCols, w - x0);
+        Check(rvtiWTFwdCol_D97_JPEG2K_32f_C1R(p + x0, stride * 4, lo.data(), kCols * 4, hi.data(), kCols * 4,
+                                              {cols, n}, py),
+              "the 9/7 column pass");
+        // Rows below h still feed the next strips: only rows above it are written.
+        auto put = [&](float* d, const float* src) {
+          if (cols == kCols) std::memcpy(d, src, sizeof(float) * kCols);
+          else std::memcpy(d, src, sizeof(float) * size_t(cols));
+        };
+        for (int y = 0; y < nl; ++y) put(p + y * s + x0, &lo[size_t(y) * kCols]);
+        for (int y = 0; y < nh; ++y) put(p + (nl + y) * s + x0, &hi[size_t(y) * kCols]);
+      }
       for (int i = 0; i < after; ++i) std::memcpy(p + (h + i) * s, &keep[size_t(i) * w], sizeof(float) * w);
-      for (int y = 0; y < nl; ++y) std::memcpy(p + y * s, &lo[size_t(y) * w], sizeof(float) * w);
-      for (int y = 0; y < nh; ++y) std::memcpy(p + (nl + y) * s, &hi[size_t(y) * w], sizeof(float) * w);
     }
     if (w == 1 && px) {
       for (int y = 0; y < h; ++y) p[y * s] *= 2;
     } else if (w > 1) {
       const int n = (w + 1) / 2, nl = px ? w / 2 : n, nh = w - nl, after = 2 * n + 4 - w;
-      keep.resize(size_t(after) * h);
-      for (int y = 0; y < h; ++y) {
-        float* row = p + y * s;
-        std::memcpy(&keep[size_t(y) * after], row + w, sizeof(float) * after);
-        for (int i = -4; i < 0; ++i) row[i] = row[Reflect(i, w)];
-        for (int i = w; i < 2 * n + 4; ++i) row[i] = row[Reflect(i, w)];
+      keep.resize(size_t(after) * kRows);
+      lo.resize(size_t(n) * kRows);
+      hi.resize(size_t(n) * kRows);
+      for (int y0 = 0; y0 < h; y0 += kRows) {
+        const int rows = std::min(kRows, h - y0);
+        for (int y = 0; y < rows; ++y) {
+          float* row = p + (y0 + y) * s;
+          std::memcpy(&keep[size_t(y) * after], row + w, sizeof(float) * after);
+          for (int i = -4; i < 0; ++i) row[i] = row[Reflect(i, w)];
+          for (int i = w; i < 2 * n + 4; ++i) row[i] = row[Reflect(i, w)];
+        }
+        Check(rvtiWTFwdRow_D97_JPEG2K_32f_C1R(p + y0 * s, stride * 4, lo.data(), n * 4, hi.data(), n * 4, {n, rows},
+                                              px),
+              "the 9/7 row pass");
+        for (int y = 0; y < rows; ++y) {
+          float* row = p + (y0 + y) * s;
+          std::memcpy(row + w, &keep[size_t(y) * after], sizeof(float) * after);
+          if (!bq) {
+            std::memcpy(row, &lo[size_t(y) * n], sizeof(float) * nl);
+            std::memcpy(row + nl, &hi[size_t(y) * n], sizeof(float) * nh);
+            continue;
+          }
+          int32_t* qrow = bq->plane + size_t(y0 + y) * bq->stride;
+          if (y0 + y < bq->lowRows) {
+            std::memcpy(row, &lo[size_t(y) * n], sizeof(float) * nl);
+            bq->tooLarge |= QuantizeRow(&hi[size_t(y) * n], qrow + nl, nh, bq->invHL, &bq->maxHL);
+          } else {
+            bq->tooLarge |= QuantizeRow(&lo[size_t(y) * n], qrow, nl, bq->invLH, &bq->maxLH);
+            bq->tooLarge |= QuantizeRow(&hi[size_t(y) * n], qrow + nl, nh, bq->invHH, &bq->maxHH);
+          }
+        }
       }
-      lo.resize(size_t(n) * h);
-      hi.resize(size_t(n) * h);
-      Check(rvtiWTFwdRow_D97_JPEG2K_32f_C1R(p, stride * 4, lo.data(), n * 4, hi.data(), n * 4, {n, h}, px),
-            "the 9/7 row pass");
-      for (int y = 0; y < h; ++y) {
-        float* row = p + y * s;
-        std::memcpy(row + w, &keep[size_t(y) * after], sizeof(float) * after);
-        std::memcpy(row, &lo[size_t(y) * n], sizeof(float) * nl);
-        std::memcpy(row + nl, &hi[size_t(y) * n], sizeof(float) * nh);
-      }
+      if (bq) bq->done = true;
     }
   }
 };
@@ -281,6 +345,7 @@ struct Band {
   int px = 0, py = 0, w = 0, h = 0;  // where it lies in the tile's plane
   int nx = 0, ny = 0, magnBits = 0;
   double delta = 1, weight = 1;
+  int32_t maxMag = -1;  // largest quantized magnitude, when the quantizer measured it
   std::vector<Block> blocks;  // raster order over the band's code-block grid
 };
 
@@ -290,7 +355,13 @@ struct Component {
 
 struct Tile {
   int x0, y0, x1, y1;
-  std::vector<std::vector<int32_t>> plane;  // per component, the tile's size
+  // Per component: the coefficients, row y at base[c] + y * stride.  The
+  // 9/7 path keeps them where its float samples were (the plane with the
+  // wavelet's border), so the indices need no second plane.
+  std::vector<std::vector<int32_t>> plane;
+  std::vector<int32_t*> base;
+  size_t stride = 0;
+  int32_t* At(int c, int x, int y) { return base[size_t(c)] + size_t(y) * stride + size_t(x); }
   std::vector<Component> comp;
   int w() const { return x1 - x0; }
   int h() const { return y1 - y0; }
@@ -327,8 +398,11 @@ struct Encoder {
     else if (opt.levels > maxLevels) throw Fail{"too many levels for the image (or tile) size"};
     else levels = opt.levels;
     for (int ty = 0; ty < CeilDiv(H, TH); ++ty)
-      for (int tx = 0; tx < CeilDiv(W, TW); ++tx)
-        tiles.push_back(Tile{tx * TW, ty * TH, std::min(W, (tx + 1) * TW), std::min(H, (ty + 1) * TH), {}, {}});
+      for (int tx = 0; tx < CeilDiv(W, TW); ++tx) {
+        Tile tl{};
+        tl.x0 = tx * TW, tl.y0 = ty * TH, tl.x1 = std::min(W, (tx + 1) * TW), tl.y1 = std::min(H, (ty + 1) * TH);
+        tiles.push_back(std::move(tl));
+      }
     if (tiles.size() > 65535) throw Fail{"more than 65535 tiles"};
   }
 
@@ -434,20 +508,42 @@ struct Encoder {
     const int prec = img.precision, shift = 1 << (prec - 1);
     const int tw = t.w(), th = t.h();
     const size_t n = size_t(tw) * th;
-    // The tile's samples of component c, level-shifted, into dst.
-    auto samples = [&](int c, auto* dst, size_t stride) {
-      for (int y = 0; y < th; ++y) {
-        const uint16_t* src = &img.samples[(size_t(t.y0 + y) * size_t(W) + size_t(t.x0)) * size_t(C) + size_t(c)];
-        auto* row = dst + size_t(y) * stride;
-        for (int x = 0; x < tw; ++x) row[x] = decltype(+row[0])(int32_t(src[size_t(x) * size_t(C)]) - shift);
-      }
+    // All components in one pass over the interleaved samples (rows shared
+    // out between threads): dst[c] + y * stride is row y of component c.
+    auto allSamples = [&](auto* const* dst, size_t stride) {
+      const int parts = std::max(1, std::min(opt.threads, th));
+      Parallel(parts, opt.threads, [&](int k) {
+        for (int y = th * k / parts; y < th * (k + 1) / parts; ++y) {
+          const uint16_t* src = &img.samples[(size_t(t.y0 + y) * size_t(W) + size_t(t.x0)) * size_t(C)];
+          if (C == 3) {
+            auto* r0 = dst[0] + size_t(y) * stride;
+            auto* r1 = dst[1] + size_t(y) * stride;
+            auto* r2 = dst[2] + size_t(y) * stride;
+            using T = std::remove_reference_t<decltype(r0[0])>;
+            for (int x = 0; x < tw; ++x) {
+              r0[x] = T(int32_t(src[3 * x]) - shift);
+              r1[x] = T(int32_t(src[3 * x + 1]) - shift);
+              r2[x] = T(int32_t(src[3 * x + 2]) - shift);
+            }
+          } else {
+            auto* r0 = dst[0] + size_t(y) * stride;
+            using T = std::remove_reference_t<decltype(r0[0])>;
+            for (int x = 0; x < tw; ++x) r0[x] = T(int32_t(src[x]) - shift);
+          }
+        }
+      });
     };
     // With -threads N the components' wavelets (and quantizers) run side
     // by side; the component transform before them takes all three.
     t.plane.assign(size_t(C), std::vector<int32_t>());
-    Parallel(C, opt.threads, [&](int c) { t.plane[size_t(c)].resize(n); });
+    t.base.assign(size_t(C), nullptr);
     if (!opt.lossy) {
-      Parallel(C, opt.threads, [&](int c) { samples(c, t.plane[size_t(c)].data(), size_t(tw)); });
+      Parallel(C, opt.threads, [&](int c) { t.plane[size_t(c)].resize(n); });
+      for (int c = 0; c < C; ++c) t.base[size_t(c)] = t.plane[size_t(c)].data();
+      t.stride = size_t(tw);
+      int32_t* ip[3] = {};
+      for (int c = 0; c < C; ++c) ip[c] = t.plane[size_t(c)].data();
+      allSamples(ip, size_t(tw));
       if (C == 3) {
         int32_t* p[3] = {t.plane[0].data(), t.plane[1].data(), t.plane[2].data()};
         Check(rvtiRCTFwd_JPEG2K_32s_P3IR(p, tw * 4, {tw, th}), "the RCT");
@@ -469,37 +565,48 @@ struct Encoder {
     }
     // Float planes with the wavelet's border around them.
     const int fs = tw + 2 * kBorder;
-    std::vector<std::vector<float>> f(static_cast<size_t>(C));
     float* fp[3] = {};
     Parallel(C, opt.threads, [&](int c) {
-      f[size_t(c)].resize(size_t(fs) * (th + 2 * kBorder));
-      fp[c] = f[size_t(c)].data() + size_t(kBorder) * fs + kBorder;
-      samples(c, fp[c], size_t(fs));
+      t.plane[size_t(c)].resize(size_t(fs) * (th + 2 * kBorder));
+      int32_t* origin = t.plane[size_t(c)].data() + size_t(kBorder) * fs + kBorder;
+      t.base[size_t(c)] = origin;
+      fp[c] = reinterpret_cast<float*>(origin);
     });
+    t.stride = size_t(fs);
+    allSamples(fp, size_t(fs));
     if (C == 3) Check(rvtiICTFwd_JPEG2K_32f_P3IR(fp, fs * 4, {tw, th}), "the ICT");
     Parallel(C, opt.threads, [&](int c) {
       Wavelet97 wt;
+      auto& res = t.comp[size_t(c)].res;
+      std::vector<bool> quantized(res.size(), false);
       for (int d = 0; d < levels; ++d) {
         const int rx0 = CeilDiv(t.x0, 1 << d), ry0 = CeilDiv(t.y0, 1 << d);
         if (CeilDiv(t.x1, 1 << d) == rx0 || CeilDiv(t.y1, 1 << d) == ry0) break;
-        wt.Level(fp[c], fs, CeilDiv(t.x1, 1 << d) - rx0, CeilDiv(t.y1, 1 << d) - ry0, rx0 & 1, ry0 & 1);
+        // The level's HL, LH and HH bands are quantized by its row pass.
+        const std::vector<Band>& bands = res[size_t(levels - d)];
+        BandQuant bq{t.base[size_t(c)], size_t(fs), bands[0].h, float(1.0 / bands[0].delta),
+                     float(1.0 / bands[1].delta), float(1.0 / bands[2].delta)};
+        wt.Level(fp[c], fs, CeilDiv(t.x1, 1 << d) - rx0, CeilDiv(t.y1, 1 << d) - ry0, rx0 & 1, ry0 & 1, &bq);
+        if (bq.tooLarge) throw Fail{"coefficient out of range"};
+        quantized[size_t(levels - d)] = bq.done;
+        if (bq.done) {
+          std::vector<Band>& bs = res[size_t(levels - d)];
+          bs[0].maxMag = bq.maxHL, bs[1].maxMag = bq.maxLH, bs[2].maxMag = bq.maxHH;
+        }
       }
-      for (auto& res : t.comp[size_t(c)].res)
-        for (Band& bd : res) {
-          // Dead-zone quantizer: the magnitude's floor in steps.  Clamped
-          // before the conversion and checked after the band, the loop
-          // has no branch and vectorizes.
+      for (size_t r = 0; r < res.size(); ++r)
+        for (Band& bd : res[r]) {
+          if (quantized[r]) continue;
+          // Dead-zone quantizer: the magnitude's floor in steps.
+          // In place, through a row buffer.
           const float inv = float(1.0 / bd.delta);
           int tooLarge = 0;
+          std::vector<int32_t> q(size_t(std::max(bd.w, 0)));
+          bd.maxMag = 0;
           for (int y = 0; y < bd.h; ++y) {
-            const float* src = fp[c] + size_t(bd.py + y) * size_t(fs) + size_t(bd.px);
-            int32_t* dst = &t.plane[size_t(c)][size_t(bd.py + y) * size_t(tw) + size_t(bd.px)];
-            for (int x = 0; x < bd.w; ++x) {
-              const float q = std::fabs(src[x]) * inv;
-              tooLarge |= q < 2147483520.f ? 0 : 1;
-              const int32_t m = int32_t(q < 2147483520.f ? q : 0.f);
-              dst[x] = src[x] < 0 ? -m : m;
-            }
+            tooLarge |= QuantizeRow(fp[c] + size_t(bd.py + y) * size_t(fs) + size_t(bd.px), q.data(), bd.w, inv,
+                                    &bd.maxMag);
+            std::memcpy(t.At(c, bd.px, bd.py + y), q.data(), sizeof(int32_t) * size_t(bd.w));
           }
           if (tooLarge) throw Fail{"coefficient out of range"};
         }
@@ -524,9 +631,9 @@ struct Encoder {
   void ChooseGuardBits() {
     int guard = 2;
     ForBands([&](Tile& t, int c, Band& bd) {
-      int32_t mx = 0;
-      for (int y = 0; y < bd.h; ++y) {
-        const int32_t* row = &t.plane[size_t(c)][size_t(bd.py + y) * size_t(t.w()) + size_t(bd.px)];
+      int32_t mx = std::max(bd.maxMag, 0);  // measured by the 9/7 quantizer, else scanned
+      for (int y = 0; bd.maxMag < 0 && y < bd.h; ++y) {
+        const int32_t* row = t.At(c, bd.px, bd.py + y);
         for (int x = 0; x < bd.w; ++x) mx = std::max(mx, row[x] < 0 ? -row[x] : row[x]);
       }
       guard = std::max(guard, BitLength(uint32_t(mx)) - mh.exponent[size_t(bd.index)] + 1);
@@ -582,8 +689,8 @@ struct Encoder {
 
   void Code(Tile& t, int c, Band& bd, Block& b, EncodeCBState_JPEG2K* st) {
     int32_t sf = 0, passes = 0, segs = 0;
-    const int32_t* src = &t.plane[size_t(c)][size_t(b.y0) * size_t(t.w()) + size_t(b.x0)];
-    Check(rvtiEncodeLoadCodeBlock_JPEG2K_32s_C1R(src, t.w() * 4, {b.w, b.h}, st, bd.type, bd.magnBits, opt.mode, &sf,
+    const int32_t* src = t.At(c, b.x0, b.y0);
+    Check(rvtiEncodeLoadCodeBlock_JPEG2K_32s_C1R(src, int32_t(t.stride) * 4, {b.w, b.h}, st, bd.type, bd.magnBits, opt.mode, &sf,
                                                  &passes, &segs),
           "code-block coding");
     b.sf = sf;

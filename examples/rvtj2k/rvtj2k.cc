@@ -51,6 +51,9 @@ int DecodeMain(int argc, char** argv) {
     std::fprintf(stderr, "rvtj2k: %s\n", error.c_str());
     return 1;
   }
+  const std::string out = argv[1];
+  const bool png = out.size() > 4 && out.compare(out.size() - 4, 4, ".png") == 0;
+  opt.packed = !png;  // PNM samples straight from the decoder
   rvtj2k::DecodedImage img;
   if (!rvtj2k::Decode(file.data(), file.size(), opt, &img, &error)) {
     std::fprintf(stderr, "rvtj2k: %s\n", error.c_str());
@@ -63,8 +66,6 @@ int DecodeMain(int argc, char** argv) {
     std::fprintf(stderr, "rvtj2k: %s\n", error.c_str());
     return 1;
   }
-  const std::string out = argv[1];
-  const bool png = out.size() > 4 && out.compare(out.size() - 4, 4, ".png") == 0;
   if (png) {
     rvtjpeg::Image16 im;
     im.width = img.width, im.height = img.height, im.channels = img.comps;
@@ -78,21 +79,19 @@ int DecodeMain(int argc, char** argv) {
     }
     return 0;
   }
-  const bool wide = img.precision > 8;
-  std::vector<uint8_t> bytes;
   char head[64];
   const int hl = std::snprintf(head, sizeof head, "P%d\n%d %d\n%d\n", img.comps == 1 ? 5 : 6, img.width, img.height,
                                (1 << img.precision) - 1);
-  bytes.assign(head, head + hl);
-  bytes.reserve(size_t(hl) + size_t(img.width) * img.height * img.comps * (wide ? 2 : 1));
-  for (size_t i = 0; i < size_t(img.width) * img.height; ++i)
-    for (int c = 0; c < img.comps; ++c) {
-      const int v = img.planes[size_t(c)][i];
-      if (wide) bytes.push_back(uint8_t(v >> 8));
-      bytes.push_back(uint8_t(v));
-    }
-  if (!rvtjpeg::WriteFile(out, bytes.data(), bytes.size(), &error)) {
-    std::fprintf(stderr, "rvtj2k: %s\n", error.c_str());
+  // Header and samples written one after the other (no copy of the image).
+  std::FILE* f = std::fopen(out.c_str(), "wb");
+  if (!f) {
+    std::fprintf(stderr, "rvtj2k: cannot create %s\n", out.c_str());
+    return 1;
+  }
+  const bool ok = std::fwrite(head, 1, size_t(hl), f) == size_t(hl) &&
+                  std::fwrite(img.packed.data(), 1, img.packed.size(), f) == img.packed.size();
+  if (std::fclose(f) != 0 || !ok) {
+    std::fprintf(stderr, "rvtj2k: write error on %s\n", out.c_str());
     return 1;
   }
   return 0;

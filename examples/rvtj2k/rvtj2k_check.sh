@@ -126,5 +126,14 @@ if command -v grk_compress >/dev/null; then
   check grk "$coffee" "-I -r 10,5 -M 63 -b 32,32"
   check grk "$chelsea" "-d 13,7 -t 64,64 -T 5,3 -n 3 -I -r 10"
 fi
+# The PNG writer takes the decoder's planes, PNM its interleaved samples:
+# both must hold the same image (re-encoded losslessly, the files agree).
+for dopt in "" "-reduce 1"; do
+  opj_compress -i "$chelsea" -o "$tmp/pp.j2k" -I -r 8 -t 100,70 >/dev/null 2>&1
+  "$tool" decode "$tmp/pp.j2k" "$tmp/pp.png" $dopt && "$tool" decode "$tmp/pp.j2k" "$tmp/pp.ppm" $dopt &&
+    "$tool" encode "$tmp/pp.png" "$tmp/pp1.j2k" && "$tool" encode "$tmp/pp.ppm" "$tmp/pp2.j2k" &&
+    cmp -s "$tmp/pp1.j2k" "$tmp/pp2.j2k" || { echo "FAIL: PNG and PNM outputs differ ($dopt)"; fail=1; }
+  n=$((n + 1))
+done
 echo "rvtj2k: $n files checked"
 exit $fail
