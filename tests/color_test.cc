@@ -818,59 +818,5 @@ TEST(Color, ChecksInArgumentOrderWriteNothing) {
   }
 }
 
-
-// ------------------------------------------------------------ large regions
-
-// A region whose output outgrows the caches leaves through non-temporal
-// stores: every target (and the reference) must give the bytes the same
-// rows give when converted two at a time, strips that keep ordinary
-// stores.  Rows start off 16-byte boundaries so the copy-out has a head
-// and a tail.
-template <class M, class Fn>
-void ExpectStreamedAsStrips(const Impl<Fn>& impl, const char* name, test::Rng& rng) {
-  using Src = typename M::Src;
-  using Dst = typename M::Dst;
-  const int w = 3001, h = 1500;  // 4.5 MB of output for the smallest layout
-  Side src = SideOf<Src>(w, h, 3, 1);
-  src.Fill(rng);
-  Call c;
-  c.aval = 0x5C;
-  Side want = SideOf<Dst>(w, h, 5, 3);
-  const auto ref = test::Reference(impl);
-  const ImageSize strip = {w, 2};
-  RvtResult strip_status = rvtStatusOk;
-  for (int y = 0; y < h; y += 2) {
-    Ptrs s = PtrsOf(src), d = PtrsOf(want);
-    for (int i = 0; i < 4; ++i) {
-      if (s.p[i]) s.p[i] += size_t(y >> color::RowShiftOf<Src>(i)) * size_t(s.step);
-      if (d.p[i]) d.p[i] += size_t(y >> color::RowShiftOf<Dst>(i)) * size_t(d.step);
-    }
-    strip_status = Invoke(ref, s, d, strip, c);
-  }
-  auto check = [&](const char* target, Fn fn) {
-    Side got = SideOf<Dst>(w, h, 5, 3);
-    EXPECT_EQ(Invoke(fn, PtrsOf(src), PtrsOf(got), {w, h}, c), strip_status) << name;
-    for (size_t i = 0; i < want.planes.size(); ++i) {
-      const auto& a = want.planes[i];
-      const auto& b = got.planes[i];
-      for (int y = 0; y < a.height(); ++y) {
-        if (std::memcmp(a.row(y), b.row(y), size_t(a.width())) != 0) {
-          ADD_FAILURE() << name << " " << target << ": plane " << i << " row " << y;
-          return;
-        }
-      }
-    }
-  };
-  for (const auto& t : test::AllTargets(impl)) check(t.name, t.fn);
-  check("ref", ref);
-}
-
-TEST(Color, FramesPastTheCachesConvertAsStrips) {
-  test::Rng rng(3840);
-#define RVT_STREAMED(name, ...) ExpectStreamedAsStrips<color::name>(impl_##name, #name, rng);
-  RVT_COLOR_MEMBERS(RVT_STREAMED)
-#undef RVT_STREAMED
-}
-
 }  // namespace
 }  // namespace rvt

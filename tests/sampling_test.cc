@@ -331,35 +331,5 @@ TEST(Sampling, ChecksInOrderWriteNothing) {
   EXPECT_TRUE(dst.Unchanged(before));
 }
 
-
-// A frame past the caches goes out through non-temporal stores; every
-// target gives the bytes of the same frame up-sampled two output rows per
-// call (regions that keep ordinary stores).  Odd steps put the rows off
-// 16-byte boundaries.
-TEST(Sampling, FramesPastTheCachesUpSampleAsStrips) {
-  test::Rng rng(2160);
-  const int w = 2201, h = 2000, cw = w / 2 + 1, ch = h / 2;
-  const int32_t sstep = cw + 2 + 3, dstep = w + 7;
-  std::vector<uint8_t> src(size_t(sstep) * (ch + 2));
-  for (auto& v : src) v = uint8_t(rng.Uniform(0, 255));
-  const uint8_t* origin = src.data() + sstep + 1;
-  const auto& impl = impl_rvtiSampleUpH2V2_JPEG_8u_C1R;
-  std::vector<uint8_t> want(size_t(dstep) * h + 1, 0);
-  for (int p = 0; p < ch; ++p) {
-    ASSERT_EQ(test::Reference(impl)(origin + size_t(p) * sstep, sstep, {cw, 1},
-                                    want.data() + 1 + size_t(2 * p) * dstep, dstep, {w, 2}),
-              rvtStatusOk);
-  }
-  for (const auto& t : test::AllTargets(impl)) {
-    std::vector<uint8_t> got(want.size(), 0);
-    ASSERT_EQ(t.fn(origin, sstep, {cw, ch}, got.data() + 1, dstep, {w, h}), rvtStatusOk);
-    EXPECT_TRUE(got == want) << t.name;
-  }
-  std::vector<uint8_t> got(want.size(), 0);
-  ASSERT_EQ(test::Reference(impl)(origin, sstep, {cw, ch}, got.data() + 1, dstep, {w, h}),
-            rvtStatusOk);
-  EXPECT_TRUE(got == want) << "ref";
-}
-
 }  // namespace
 }  // namespace rvt

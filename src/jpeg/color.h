@@ -17,7 +17,6 @@
 
 #include "frame/checks.h"
 #include "frame/threading.h"
-#include "jpeg/stream_out.h"
 #include "rvtjp.h"
 
 namespace rvt::color {
@@ -546,57 +545,14 @@ void PointRows(T* const* planes, int32_t step, int y, uint8_t** out) {
   for (int i = 0; i < L::kPlanes; ++i) out[i] = RowPtr(planes[i], step, y >> RowShiftOf<L>(i));
 }
 
-// Bytes of row `plane` of layout L at width w (the destination side).
-template <class L>
-size_t RowBytes(int plane, int w) {
-  if constexpr (requires { L::kBpp; }) {
-    return size_t(L::kBpp) * size_t(w);
-  } else if constexpr (requires { L::kGBits; }) {
-    return 2 * size_t(w);
-  } else if constexpr (requires { L::kChromaH; }) {
-    return (L::kChromaH == 2 && (plane == 1 || plane == 2)) ? size_t(w + 1) / 2 : size_t(w);
-  } else if constexpr (std::is_same_v<L, CmykC4>) {
-    return 4 * size_t(w);
-  } else {
-    return size_t(w);
-  }
-}
-
-// Runs kRow on r; with `stream`, into an L1 scratch whose rows then go out
-// to r's destination rows (the first `planes` of them) past the cache.
-template <RowFn kRow>
-inline void RunRow(Rows r, int w, bool stream, int planes, const size_t* bytes) {
-  if (!stream) {
-    kRow(r, w);
-    return;
-  }
-  alignas(64) uint8_t scratch[stream_out::kScratchBytes];
-  uint8_t* out[4];
-  size_t at = 0;
-  for (int i = 0; i < planes; ++i) {
-    out[i] = r.d[i];
-    r.d[i] = scratch + at;
-    at += (bytes[i] + 63) & ~size_t(63);
-  }
-  kRow(r, w);
-  for (int i = 0; i < planes; ++i) stream_out::CopyOut(out[i], r.d[i], bytes[i]);
-  stream_out::Fence();
-}
-
 // Checks the arguments of member M, then converts the region row by row
 // (two rows at a time for 411 forward members) with kRow, under the
-// threading rule when M threads.  Regions larger than the caches stream
-// their rows out (stream_out.h).
+// threading rule when M threads.
 template <class M, RowFn kRow, class S, class D>
 RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi, uint8_t aval) {
   RVT_CHECK(Check<M>(src, srcStep, dst, dstStep, roi));
   const int w = roi.width;
-  using Dst = typename M::Dst;
   if constexpr (M::kRowPairs) {
-    // Per pair: Y of row 0, Cb, Cr, Y of row 1.
-    const size_t bytes[4] = {size_t(w), size_t(w + 1) / 2, size_t(w + 1) / 2, size_t(w)};
-    const size_t pair_bytes = 2 * size_t(w) + 2 * bytes[1] + 4 * 64;
-    const bool stream = stream_out::Worth(int64_t(pair_bytes) * (roi.height / 2), pair_bytes);
     for (int y = 0; y < roi.height; y += 2) {
       Rows r{};
       r.rows = roi.height - y >= 2 ? 2 : 1;
@@ -608,29 +564,16 @@ RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi,
         PointRows<typename M::Src>(src, srcStep, y + 1, &r.s[1]);
         r.d[3] = RowPtr(dst[0], dstStep, y + 1);
       }
-      RunRow<kRow>(r, w, stream, r.rows == 2 ? 4 : 3, bytes);
+      kRow(r, w);
     }
   } else {
-    size_t bytes[4] = {0, 0, 0, 0};
-    size_t row_bytes = 0;
-    for (int i = 0; i < Dst::kPlanes; ++i) {
-      bytes[i] = RowBytes<Dst>(i, w);
-      row_bytes += (bytes[i] + 63) & ~size_t(63);
-    }
-    // Planes shared by row pairs (4:2:0 chroma) count once per pair.
-    size_t region_row_bytes = 0;
-    for (int i = 0; i < Dst::kPlanes; ++i)
-      region_row_bytes += bytes[i] >> RowShiftOf<Dst>(i);
-    const bool stream =
-        roi.height > 0 && RowShiftOf<Dst>(1) == 0 &&
-        stream_out::Worth(int64_t(region_row_bytes) * roi.height, row_bytes);
     auto one_row = [&](int y) {
       Rows r{};
       r.rows = 1;
       r.aval = aval;
       PointRows<typename M::Src>(src, srcStep, y, r.s);
-      PointRows<Dst>(dst, dstStep, y, r.d);
-      RunRow<kRow>(r, w, stream, Dst::kPlanes, bytes);
+      PointRows<typename M::Dst>(dst, dstStep, y, r.d);
+      kRow(r, w);
     };
     if constexpr (M::kThreaded) {
       ForEachRow(roi, one_row);

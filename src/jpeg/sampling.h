@@ -20,7 +20,6 @@
 
 #include "frame/checks.h"
 #include "frame/threading.h"
-#include "jpeg/stream_out.h"
 #include "rvtjp.h"
 
 namespace rvt::sampling {
@@ -201,19 +200,13 @@ RvtResult UpH2V2RegionByPairs(const uint8_t* src, int32_t srcStep, ImageSize src
   RVT_CHECK(CheckRegions(src, srcStep, srcRoi, dst, dstStep, dstRoi));
   const ptrdiff_t width = dstRoi.width;
   const int height = dstRoi.height, pairs = (height + 1) / 2;
-  // Frames larger than the caches go out past them (stream_out.h).
-  const size_t row_bytes = (size_t(width) + 63) & ~size_t(63);
-  const bool stream = stream_out::Worth(int64_t(width) * height, 2 * row_bytes);
   const auto pair = [&](int p) {
     const uint8_t* m = RowPtr(src, srcStep, p);
     const uint8_t* a = RowPtr(m, srcStep, -1);
     const uint8_t* b = RowPtr(m, srcStep, 1);
-    uint8_t* out0 = RowPtr(dst, dstStep, 2 * p);
+    uint8_t* d0 = RowPtr(dst, dstStep, 2 * p);
     const bool both = 2 * p + 1 < height;
-    uint8_t* out1 = both ? RowPtr(out0, dstStep, 1) : nullptr;
-    alignas(64) uint8_t scratch[stream_out::kScratchBytes];
-    uint8_t* d0 = stream ? scratch : out0;
-    uint8_t* d1 = stream && both ? scratch + row_bytes : out1;
+    uint8_t* d1 = both ? RowPtr(d0, dstStep, 1) : nullptr;
     if (both) {
       kTwo(a, m, b, d0, d1, width / 2);
     } else {
@@ -223,11 +216,6 @@ RvtResult UpH2V2RegionByPairs(const uint8_t* src, int32_t srcStep, ImageSize src
       const ptrdiff_t i = width / 2;
       d0[width - 1] = Up2Even(Col(m, a, i), Col(m, a, i - 1));
       if (both) d1[width - 1] = Up2Even(Col(m, b, i), Col(m, b, i - 1));
-    }
-    if (stream) {
-      stream_out::CopyOut(out0, d0, size_t(width));
-      if (both) stream_out::CopyOut(out1, d1, size_t(width));
-      stream_out::Fence();
     }
   };
   if (int64_t(dstRoi.width) * height <= kSerialPixels) {
