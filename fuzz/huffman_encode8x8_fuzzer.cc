@@ -1,6 +1,7 @@
 // Block encoder on hostile input: fuzzed blocks, tables (and built specs
 // with bytes overwritten as a hand-filled copy may hold them), states and
-// destination lengths.  Every path this processor runs must agree with the
+// destination lengths; then a run of blocks made from the fuzzed one through
+// the MCU-run encoder.  Every path this processor runs must agree with the
 // careful path on status, bytes, position, state and predictor, never write
 // past the length, and what it encodes (with tables the builders accept and
 // values a baseline decoder carries) must decode to the same block.
@@ -61,6 +62,44 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       RVT_FUZZ_EXPECT(std::memcmp(&o.state, &w.state, sizeof o.state) == 0 && o.bytes == w.bytes);
     }
     outs.push_back(std::move(o));
+  }
+
+  // A run of blocks derived from this one (its values shifted down, so most
+  // fall in the run encoder's small-value tables) through every path of the
+  // run encoder, against the block encoder block after block.
+  {
+    constexpr int kBlocks = 60;
+    std::vector<int16_t> run(size_t(kBlocks) * 64);
+    for (int b = 0; b < kBlocks; ++b)
+      for (int i = 0; i < 64; ++i) run[size_t(b) * 64 + size_t(i)] = int16_t(block[i] >> (b % 9));
+    const int comp[3] = {0, 0, 1};
+    const EncodeHuffmanSpec* dcs[4] = {&espec[0], &espec[0], nullptr, nullptr};
+    const EncodeHuffmanSpec* acs[4] = {&espec[1], &espec[1], nullptr, nullptr};
+    const int rlen = len * 24;
+    struct RunOut {
+      RvtResult status;
+      int pos, done;
+      int16_t dc[4];
+      EncodeHuffmanState state;
+      std::vector<uint8_t> bytes;
+    };
+    RunOut want{rvtStatusOk, 0, 0, {dc0, dc0, 0, 0}, st0, std::vector<uint8_t>(size_t(rlen), 0xA5)};
+    for (int i = 0; i < kBlocks; ++i) {
+      const int c = comp[i % 3];
+      want.status = RVT_REF(rvtiEncodeHuffman8x8_JPEG_16s1u_C1)(
+          &run[size_t(i) * 64], want.bytes.data(), rlen, &want.pos, &want.dc[c], dcs[c], acs[c],
+          &want.state, 0);
+      if (want.status != rvtStatusOk) break;
+      ++want.done;
+    }
+    for (auto fn : Paths(rvt::impl_rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1)) {
+      RunOut o{rvtStatusOk, 0, -1, {dc0, dc0, 0, 0}, st0, std::vector<uint8_t>(size_t(rlen), 0xA5)};
+      o.status = fn(run.data(), o.bytes.data(), rlen, &o.pos, kBlocks / 3, comp, 3, o.dc, dcs, acs,
+                    &o.state, &o.done);
+      RVT_FUZZ_EXPECT(o.status == want.status && o.pos == want.pos && o.done == want.done);
+      RVT_FUZZ_EXPECT(std::memcmp(o.dc, want.dc, sizeof o.dc) == 0);
+      RVT_FUZZ_EXPECT(std::memcmp(&o.state, &want.state, sizeof o.state) == 0 && o.bytes == want.bytes);
+    }
   }
 
   // Round trip through the careful decoder.

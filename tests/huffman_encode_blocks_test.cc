@@ -189,6 +189,54 @@ TEST(HuffmanEncodeBlocks, EveryPathEncodesAsTheBlockEncoder) {
   EXPECT_GT(out_of_room, 10);
 }
 
+// Long runs resolve small AC values through per-call symbol tables built
+// from the AC specs: hand-edited specs (symbols of small values without a
+// code, lengths outside 1..16, bits above the length) must still code as
+// the block encoder does, failing at the same block with the same bytes.
+TEST(HuffmanEncodeBlocks, LongRunsWithHandEditedTablesCodeAsTheBlockEncoder) {
+  const std::vector<int> comp = {0, 0, 1, 2};
+  test::Rng rng(1604);
+  for (int trial = 0; trial < 40; ++trial) {
+    EncodeHuffmanSpec ac[4] = {*TheTables().pac[0], *TheTables().pac[1], *TheTables().pac[1],
+                               *TheTables().pac[3]};
+    const EncodeHuffmanSpec* pac[4] = {&ac[0], &ac[1], &ac[2], &ac[3]};
+    for (int t = 0; t < 3; ++t) {
+      for (int e = 0; e < 6; ++e) {
+        const int sym = int(rng.Uniform(0, 15)) * 16 + int(rng.Uniform(1, 6));
+        uint32_t& entry = ac[t].entry[sym];
+        switch (trial % 4) {
+          case 0: entry = 0; break;                                             // no code
+          case 1: entry |= uint32_t(rng.Uniform(1, 0xFFFF)) & 0xFFFF; break;    // stray code bits
+          case 2: entry = (entry & 0xFFFF) | uint32_t(rng.Uniform(17, 255)) << 16; break;
+          default: break;  // as built
+        }
+      }
+    }
+    const int nmcus = int(rng.Uniform(12, 200));
+    const std::vector<int16_t> blocks = MakeBlocks(rng, comp, nmcus, false);
+    Session want;
+    want.bytes.resize(size_t(nmcus) * comp.size() * 600 + 64);
+    const auto ref = test::Reference(impl_rvtiEncodeHuffman8x8_JPEG_16s1u_C1);
+    want.done = 0;
+    for (int i = 0; i < nmcus * int(comp.size()); ++i) {
+      const int c = comp[size_t(i) % comp.size()];
+      want.status = ref(&blocks[size_t(i) * 64], want.bytes.data(), int(want.bytes.size()),
+                        &want.pos, &want.dc[c], TheTables().pdc[c], pac[c], &want.st, 0);
+      if (want.status != rvtStatusOk) break;
+      ++want.done;
+    }
+    if (trial % 4 == 0 || trial % 4 == 2) EXPECT_NE(want.status, rvtStatusOk) << trial;
+    for (const auto& t : test::AllTargets(kRun)) {
+      Session got;
+      got.bytes.resize(want.bytes.size());
+      got.status = t.fn(blocks.data(), got.bytes.data(), int(got.bytes.size()), &got.pos, nmcus,
+                        comp.data(), int(comp.size()), got.dc, TheTables().pdc, pac, &got.st,
+                        &got.done);
+      ASSERT_TRUE(Same(want, got)) << t.name << ", trial " << trial;
+    }
+  }
+}
+
 TEST(HuffmanEncodeBlocks, ChecksInArgumentOrderAndWritesNothing) {
   const int comp[2] = {0, 1};
   const int bad_comp[2] = {0, 4};

@@ -8,7 +8,9 @@
 // buffer; when the buffer fills, its eight bytes go out with one store when
 // none of them is 0xFF (tested a word at a time), else byte by byte with
 // the 0x00 after each 0xFF.  Each block's non-zero coefficients come from
-// one vector pass, as in the block kernel.  While the destination has room
+// one vector pass, as in the block kernel; long runs first build, per AC
+// table, the symbols of every small value after every short run with their
+// value bits, so most coefficients cost one look-up.  While the destination has room
 // for a block's worst case the kernel stores without bound checks; nearer
 // the end, and for a block holding a symbol without a code, it writes its
 // pending whole bytes out and hands the block to the block kernel from the
@@ -29,7 +31,9 @@
 
 HWY_BEFORE_NAMESPACE();
 namespace rvt::huffman_encode_blocks::HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
 namespace he = ::rvt::huffman_encode::HWY_NAMESPACE;
+namespace ops = ::rvt::ops::HWY_NAMESPACE;
 
 // The registers of the run: bits right-aligned in buf (the newest lowest;
 // 64 - free of them valid, anything above them is shifted out before it
@@ -99,13 +103,82 @@ HWY_NOINLINE void Commit(const Regs& r, uint8_t* dst, int* pos, EncodeHuffmanSta
   st->count = n;
 }
 
+// The zig-zag values of a block and the mask of its non-zero ones.  Targets
+// whose vectors hold 32 lanes of 16 bits gather the block with two lane
+// permutes; the others read it through the zig-zag order as they go.
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+struct Zigzag {
+  alignas(64) int16_t value[64];
+  HWY_INLINE uint64_t Load(const int16_t* block) {
+    const hn::Full512<int16_t> d16;
+    const hn::RebindToUnsigned<decltype(d16)> du16;
+    const auto lo = hn::LoadU(d16, block);
+    const auto hi = hn::LoadU(d16, block + 32);
+    uint8_t nz[8];
+    for (int h = 0; h < 2; ++h) {
+      const auto z = ops::TwoTablesLookupLanes16(d16, lo, hi,
+                                                 hn::Load(du16, ::rvt::huffman_encode::kZigzagLanes.v + 32 * h));
+      hn::Store(z, d16, value + 32 * h);
+      hn::StoreMaskBits(d16, hn::Ne(z, hn::Zero(d16)), nz + 4 * h);
+    }
+    uint64_t m;
+    std::memcpy(&m, nz, 8);
+    return m;
+  }
+  HWY_INLINE int32_t At(const int16_t*, int k) const { return value[k]; }
+};
+#else
+struct Zigzag {
+  HWY_INLINE uint64_t Load(const int16_t* block) { return he::NonZeroMask(block); }
+  HWY_INLINE int32_t At(const int16_t* block, int k) const { return block[kNaturalOfZigzag[k]]; }
+};
+#endif
+
+// Symbols of small AC values with their value bits: entry
+// [run * kSmallStride + kSmallMax + 1 + v] for run 0..15 and 0 < |v| <=
+// kSmallMax holds (code << s | value bits) << 5 | (code length + s), so
+// one look-up and one shift put the whole symbol; 0 where the table has no
+// usable code (the symbol then takes the general path, which judges it).
+constexpr int kSmallBits = 5;
+constexpr int kSmallMax = (1 << kSmallBits) - 1;
+constexpr int kSmallStride = 2 * (kSmallMax + 1);
+struct SmallSymbols {
+  uint32_t e[16 * kSmallStride];
+};
+
+HWY_NOINLINE void BuildSmallSymbols(const EncodeHuffmanSpec* ac, SmallSymbols* t) {
+  for (int run = 0; run < 16; ++run) {
+    uint32_t* row = t->e + run * kSmallStride + kSmallMax + 1;
+    row[0] = 0;
+    row[-kSmallMax - 1] = 0;
+    for (int s = 1; s <= kSmallBits; ++s) {
+      const uint32_t e = ac->entry[run * 16 + s];
+      const uint32_t n = (e >> 16) & 0xFF;
+      const int lo = 1 << (s - 1), hi = (1 << s) - 1;
+      if (n - 1 > 15) {
+        for (int v = lo; v <= hi; ++v) row[v] = row[-v] = 0;
+        continue;
+      }
+      const uint32_t code = uint32_t(he::CodeBits(e, n)) << s;
+      const uint32_t len = n + uint32_t(s);
+      for (int v = lo; v <= hi; ++v) {
+        row[v] = (code | uint32_t(v)) << 5 | len;
+        row[-v] = (code | ExtraBits(-v, s)) << 5 | len;
+      }
+    }
+  }
+}
+
 // One block into r; the predictor moves on.  Returns false, before the
 // symbol is stored, at a symbol without a code (or category 16 after a run
 // of 15): the caller then restarts the block on the careful path, whose
-// bytes up to that symbol are the ones already stored.
+// bytes up to that symbol are the ones already stored.  small (when not
+// null) resolves the common AC symbols in one look-up.
+template <bool kSmall>
 HWY_INLINE bool FastBlock(Regs& r, const int16_t* block, int16_t* last_dc,
-                          const EncodeHuffmanSpec* dc, const EncodeHuffmanSpec* ac) {
-  he::ZigzagBlock zz;
+                          const EncodeHuffmanSpec* dc, const EncodeHuffmanSpec* ac,
+                          const SmallSymbols* small) {
+  Zigzag zz;
   const uint64_t nz = zz.Load(block);
   const int32_t diff = int32_t(block[0]) - int32_t(*last_dc);
   *last_dc = block[0];
@@ -123,18 +196,29 @@ HWY_INLINE bool FastBlock(Regs& r, const int16_t* block, int16_t* last_dc,
     m &= m - 1;
     int run = k - prev - 1;
     prev = k;
+    const int32_t v = zz.At(block, k);
+    if constexpr (kSmall) {
+      if (HWY_LIKELY(run <= 15 && uint32_t(v + kSmallMax) <= uint32_t(2 * kSmallMax))) {
+        const uint32_t se = small->e[run * kSmallStride + kSmallMax + 1 + v];
+        if (HWY_LIKELY(se != 0)) {
+          Put(r, se >> 5, int(se & 31));
+          continue;
+        }
+      }
+    }
     if (HWY_UNLIKELY(run > 15)) {
       const uint32_t zn = (zrl >> 16) & 0xFF;
       if (zn - 1 > 15) return false;
       const uint64_t zcode = he::CodeBits(zrl, zn);
       for (; run > 15; run -= 16) Put(r, zcode, int(zn));
     }
-    s = zz.Size(block, k);
+    const int32_t sign = v >> 31;
+    s = he::BitLengthNZ(uint32_t((v ^ sign) - sign));
     const uint32_t sym = uint32_t(run * 16 + s);
     e = ac->entry[sym & 0xFF];
     n = (e >> 16) & 0xFF;
     if (HWY_UNLIKELY(((n - 1) | (sym & 0x100)) > 15)) return false;
-    const uint64_t extra = zz.Bits(block, k) & ((1u << s) - 1);
+    const uint64_t extra = uint32_t(v + sign) & ((1u << s) - 1);
     Put(r, (he::CodeBits(e, n) << s) | extra, int(n) + s);
   }
   if (prev != 63) {
@@ -150,7 +234,12 @@ HWY_INLINE bool FastBlock(Regs& r, const int16_t* block, int16_t* last_dc,
 // case (2055 bits), every byte stuffed.
 constexpr int kRoom = 2 * (8 + 258);
 
-inline RvtResult EncodeRun(const Args& a) {
+// Runs this long amortize building the small-symbol tables (about a
+// thousand stores per AC table).
+constexpr int kSmallMinBlocks = 48;
+
+template <bool kSmall>
+HWY_INLINE RvtResult EncodeRunWith(const Args& a, const SmallSymbols* const* small) {
   const int n = a.nmcus * a.nblocks;
   uint8_t* const end = a.dst + a.len;
   Regs r = Load(a.dst, *a.pos, a.st);
@@ -159,13 +248,14 @@ inline RvtResult EncodeRun(const Args& a) {
   int b = 0;
   for (; i < n; ++i) {
     const int c = a.comp[b];
+    const SmallSymbols* sm = kSmall ? small[b] : nullptr;
     if (++b == a.nblocks) b = 0;
     const int16_t* block = a.src + 64 * size_t(i);
     int16_t* last_dc = &a.last_dc[c];
     if (HWY_LIKELY(end - r.out >= kRoom)) {
       const Regs before = r;
       const int16_t dc_before = *last_dc;
-      if (HWY_LIKELY(FastBlock(r, block, last_dc, a.dc[c], a.ac[c]))) continue;
+      if (HWY_LIKELY(FastBlock<kSmall>(r, block, last_dc, a.dc[c], a.ac[c], sm))) continue;
       r = before;
       *last_dc = dc_before;
     }
@@ -177,6 +267,26 @@ inline RvtResult EncodeRun(const Args& a) {
   if (status == rvtStatusOk) Commit(r, a.dst, a.pos, a.st);
   *a.nblocks_done = i;
   return status;
+}
+
+inline RvtResult EncodeRun(const Args& a) {
+  if (a.nmcus * a.nblocks < kSmallMinBlocks) return EncodeRunWith<false>(a, nullptr);
+  // One table per distinct AC spec of the pattern.
+  SmallSymbols tables[kComponents];
+  const EncodeHuffmanSpec* built[kComponents];
+  int nbuilt = 0;
+  const SmallSymbols* small[kMaxMcuBlocks];
+  for (int b = 0; b < a.nblocks; ++b) {
+    const EncodeHuffmanSpec* ac = a.ac[a.comp[b]];
+    int t = 0;
+    while (t < nbuilt && built[t] != ac) ++t;
+    if (t == nbuilt) {
+      BuildSmallSymbols(ac, &tables[t]);
+      built[nbuilt++] = ac;
+    }
+    small[b] = &tables[t];
+  }
+  return EncodeRunWith<true>(a, small);
 }
 
 }  // namespace rvt::huffman_encode_blocks::HWY_NAMESPACE
