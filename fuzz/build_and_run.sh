@@ -45,7 +45,7 @@ current() {
 }
 
 sources=(src/jpeg2k/t1.cc src/jpeg/huffman_tables.cc src/jpeg/huffman_encode.cc src/jpeg/huffman_decode.cc src/jpeg/huffman_progressive.cc
-         src/jpeg/huffman_decode_blocks.cc
+         src/jpeg/huffman_decode_blocks.cc src/jpeg/huffman_encode_blocks.cc
          src/tiff/packbits.cc src/texture/bc_decode.cc src/jpeg/lossless.cc src/frame/memory.cc
          src/texture/bptc_decode.cc src/jpegxr/vlc.cc core/rvtcore.cc src/texture/ycocg_dxt5.cc examples/rvttex/dds.cc
          examples/rvtjxr/jxr_container.cc examples/rvtjxr/jxr_decode.cc examples/rvtjxr/jxr_filters.cc fuzz/jxr_exports_ref.cc
