@@ -87,12 +87,7 @@ void ScaleQuad(P pa, P pb, P pc, P pd) {
 // The one-dimensional scaling of the newer edge filter (it ends with the
 // sign flip that keeps the 1-D gain right).
 void ScaleEdge(int32_t& a, int32_t& d) {
-  a += d;
-  d = (a >> 1) - d;
-  a += (d * 3) >> 3;
-  d += (a * 3) >> 4;
-  d += a >> 7;
-  d -= a >> 10;
+  ScalePair(&a, &d, true);
   a += (d * 3 + 4) >> 3;
   d -= a >> 1;
   a += d;

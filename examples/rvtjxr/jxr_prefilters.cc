@@ -77,12 +77,7 @@ void ScaleEdgeInv(int32_t& a, int32_t& d) {
   a -= d;
   d += a >> 1;
   a -= (d * 3 + 4) >> 3;
-  d += a >> 10;
-  d -= a >> 7;
-  d -= (a * 3) >> 4;
-  a -= (d * 3) >> 3;
-  d = (a >> 1) - d;
-  a -= d;
+  ScalePairInv(&a, &d);
 }
 
 void Edge4Inv(P pa, P pb, P pc, P pd) {
