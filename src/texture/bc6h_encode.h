@@ -97,6 +97,13 @@ struct Search {
   alignas(64) float anchor[16];
   alignas(64) float pal[2][3][16];
   int entries;  // 8 (two regions) or 16 (one)
+  // What region, anchor and pal were last built for, so that candidates
+  // sharing a layout or a region's endpoints reuse them: the partition (32
+  // for one region), and per region and channel the entry count and the
+  // unquantized endpoints, the count doubled plus 1 when signed (0 is
+  // never current).
+  int layout = -1;
+  int key[2][3][3] = {};
 };
 
 // Each pixel's nearest entry of its region's palette (the lowest index on a
@@ -180,15 +187,23 @@ void Evaluate(Tile& t, Candidate& c) {
   Search& s = t.s;
   s.entries = m.regions == 2 ? 8 : 16;
   const uint8_t* w = bp::Weights(m.regions == 2 ? 3 : 4);
-  const uint32_t mask = RegionMask(m.regions, c.partition);
-  for (int p = 0; p < 16; ++p) {
-    s.region[p] = float(mask >> p & 1);
-    s.anchor[p] = p == 0 || (m.regions == 2 && p == bp::kAnchor2[c.partition]) ? 1.0f : 0.0f;
+  const int layout = m.regions == 2 ? c.partition : 32;
+  if (s.layout != layout) {
+    s.layout = layout;
+    const uint32_t mask = RegionMask(m.regions, c.partition);
+    for (int p = 0; p < 16; ++p) {
+      s.region[p] = float(mask >> p & 1);
+      s.anchor[p] = p == 0 || (m.regions == 2 && p == bp::kAnchor2[c.partition]) ? 1.0f : 0.0f;
+    }
   }
   for (int r = 0; r < m.regions; ++r) {
     for (int ch = 0; ch < 3; ++ch) {
       const int a = bp::Unquantize(c.q[2 * r][ch], m.base_bits, t.is_signed);
       const int b = bp::Unquantize(c.q[2 * r + 1][ch], m.base_bits, t.is_signed);
+      int* key = s.key[r][ch];
+      const int kind = 2 * s.entries + t.is_signed;
+      if (key[0] == kind && key[1] == a && key[2] == b) continue;
+      key[0] = kind, key[1] = a, key[2] = b;
       for (int k = 0; k < s.entries; ++k) {
         s.pal[r][ch][k] = float(Decoded(((64 - w[k]) * a + w[k] * b + 32) >> 6, t.is_signed));
       }
