@@ -3,6 +3,7 @@
 // scenes and photos through our decoder per quality, and the vector index
 // searches against the reference.  (Mesa's decoder reads our blocks in
 // bptc_test.cc.)
+#include <algorithm>
 #include <cmath>
 
 #include "checkasm.h"
@@ -103,6 +104,69 @@ TEST(Bc6hEncode, EveryModePacksWhatItEvaluated) {
       }
     }
   }
+}
+
+// The search reuses a tile's region masks and palettes from one candidate
+// to the next: a stream of candidates of every mode, partition, sign and
+// repeated or changed endpoints scores on one tile exactly as on fresh
+// tiles.  Endpoint rounding takes halves away from zero.
+TEST(Bc6hEncode, ReusedTileScoresAsFreshOneAndHalvesRoundOut) {
+  test::Rng rng(63);
+  be::Tile reused{};
+  for (int trial = 0; trial < 3000; ++trial) {
+    const bool is_signed = rng.Uniform(0, 7) == 0 ? !reused.is_signed : reused.is_signed;
+    static constexpr uint8_t kValues[] = {0x00, 0x01, 0x02, 0x06, 0x0A, 0x0E, 0x12, 0x16,
+                                          0x1A, 0x1E, 0x03, 0x07, 0x0B, 0x0F};
+    const int value = kValues[rng.Uniform(0, 13)];
+    const bp::Bc6Mode& m = bp::bc6::kModes[value];
+    be::Candidate c;
+    c.value = value;
+    c.partition = m.regions == 2 ? int(rng.Uniform(0, 3)) : 0;  // few, so layouts repeat
+    const int top = be::QMax(m.base_bits, is_signed), bottom = is_signed ? -top : 0;
+    for (int e = 0; e < 2 * m.regions; ++e) {
+      for (int ch = 0; ch < 3; ++ch) c.q[e][ch] = int(rng.Uniform(0, 1)) ? bottom : int(rng.Uniform(bottom, top));
+    }
+    reused.is_signed = is_signed;
+    be::Tile fresh{};
+    fresh.is_signed = is_signed;
+    for (int p = 0; p < 16; ++p) {
+      for (int ch = 0; ch < 3; ++ch) {
+        fresh.s.t[ch][p] = reused.s.t[ch][p] = float(rng.Uniform(is_signed ? -0x7BFF : 0, 0x7BFF));
+      }
+    }
+    be::Candidate a = c, b = c;
+    be::Evaluate<be::SelectRef>(reused, a);
+    be::Evaluate<be::SelectRef>(fresh, b);
+    ASSERT_EQ(a.err, b.err) << "trial " << trial;
+    ASSERT_EQ(std::memcmp(a.idx, b.idx, 16), 0) << "trial " << trial;
+  }
+  // The same endpoint fields read unsigned, then signed, on one tile.
+  for (int value : {0x0F, 0x0B, 0x1E, 0x02}) {
+    const bp::Bc6Mode& m = bp::bc6::kModes[value];
+    be::Candidate c;
+    c.value = value;
+    c.partition = m.regions == 2 ? 5 : 0;
+    for (int e = 0; e < 2 * m.regions; ++e) {
+      for (int ch = 0; ch < 3; ++ch) c.q[e][ch] = e & 1 ? std::min(be::QMax(m.base_bits, true), 1000) : 0;
+    }
+    for (bool is_signed : {false, true}) {
+      reused.is_signed = is_signed;
+      be::Tile fresh{};
+      fresh.is_signed = is_signed;
+      for (int p = 0; p < 16; ++p) {
+        for (int ch = 0; ch < 3; ++ch) fresh.s.t[ch][p] = reused.s.t[ch][p] = float(p * 40);
+      }
+      be::Candidate a = c, b = c;
+      be::Evaluate<be::SelectRef>(reused, a);
+      be::Evaluate<be::SelectRef>(fresh, b);
+      ASSERT_EQ(a.err, b.err) << "mode value " << value << (is_signed ? " signed" : " unsigned");
+    }
+  }
+  EXPECT_EQ(be::Quantize(2.5f, 16, false), 3);
+  EXPECT_EQ(be::Quantize(2.4999998f, 16, false), 2);
+  EXPECT_EQ(be::Quantize(-2.5f, 16, true), -3);
+  EXPECT_EQ(be::Quantize(-2.4999998f, 16, true), -2);
+  EXPECT_EQ(be::Quantize(65535.0f, 16, false), 65535);
 }
 
 // One value per tile comes back exactly at every quality (a 16-bit base

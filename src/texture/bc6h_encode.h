@@ -71,7 +71,10 @@ inline float VMax(bool is_signed) { return is_signed ? 32767.0f : 65535.0f; }
 // smaller on a tie).
 inline int Quantize(float v, int bits, bool is_signed) {
   const int top = QMax(bits, is_signed), bottom = is_signed ? -top : 0;
-  const int target = int(std::lround(v));
+  // Rounded half away from zero, exactly: a float below 2^17 plus a half
+  // is exact in a double.
+  const double dv = double(v);
+  const int target = dv < 0.0 ? -int(std::floor(0.5 - dv)) : int(std::floor(dv + 0.5));
   const float scale = is_signed ? float(top + 1) / 32768.0f : float(top + 1) / 65536.0f;
   const int q = int(std::floor(v * scale));
   int best = bottom, best_d = 1 << 30;
@@ -94,6 +97,13 @@ struct Search {
   alignas(64) float anchor[16];
   alignas(64) float pal[2][3][16];
   int entries;  // 8 (two regions) or 16 (one)
+  // What region, anchor and pal were last built for, so that candidates
+  // sharing a layout or a region's endpoints reuse them: the partition (32
+  // for one region), and per region and channel the entry count and the
+  // unquantized endpoints, the count doubled plus 1 when signed (0 is
+  // never current).
+  int layout = -1;
+  int key[2][3][3] = {};
 };
 
 // Each pixel's nearest entry of its region's palette (the lowest index on a
@@ -177,15 +187,23 @@ void Evaluate(Tile& t, Candidate& c) {
   Search& s = t.s;
   s.entries = m.regions == 2 ? 8 : 16;
   const uint8_t* w = bp::Weights(m.regions == 2 ? 3 : 4);
-  const uint32_t mask = RegionMask(m.regions, c.partition);
-  for (int p = 0; p < 16; ++p) {
-    s.region[p] = float(mask >> p & 1);
-    s.anchor[p] = p == 0 || (m.regions == 2 && p == bp::kAnchor2[c.partition]) ? 1.0f : 0.0f;
+  const int layout = m.regions == 2 ? c.partition : 32;
+  if (s.layout != layout) {
+    s.layout = layout;
+    const uint32_t mask = RegionMask(m.regions, c.partition);
+    for (int p = 0; p < 16; ++p) {
+      s.region[p] = float(mask >> p & 1);
+      s.anchor[p] = p == 0 || (m.regions == 2 && p == bp::kAnchor2[c.partition]) ? 1.0f : 0.0f;
+    }
   }
   for (int r = 0; r < m.regions; ++r) {
     for (int ch = 0; ch < 3; ++ch) {
       const int a = bp::Unquantize(c.q[2 * r][ch], m.base_bits, t.is_signed);
       const int b = bp::Unquantize(c.q[2 * r + 1][ch], m.base_bits, t.is_signed);
+      int* key = s.key[r][ch];
+      const int kind = 2 * s.entries + t.is_signed;
+      if (key[0] == kind && key[1] == a && key[2] == b) continue;
+      key[0] = kind, key[1] = a, key[2] = b;
       for (int k = 0; k < s.entries; ++k) {
         s.pal[r][ch][k] = float(Decoded(((64 - w[k]) * a + w[k] * b + 32) >> 6, t.is_signed));
       }
@@ -280,27 +298,51 @@ inline bool Refit(const Tile& t, const Candidate& c, int regions, int r, float o
   return true;
 }
 
-// Endpoints of the interpolation domain quantized for mode `value`, every
-// delta clamped into its range (the second endpoint pulled towards the
-// first), then evaluated.
-template <SelectFn kSelect>
-Candidate Quantized(Tile& t, int value, int partition, const float ends[4][3]) {
-  const bp::Bc6Mode& m = bp::bc6::kModes[value];
-  Candidate c;
-  c.value = value, c.partition = partition;
-  for (int e = 0; e < 2 * m.regions; ++e) {
-    for (int ch = 0; ch < 3; ++ch) {
-      int q = Quantize(ends[e][ch], m.base_bits, t.is_signed);
-      if (m.transformed && e > 0) {
-        const int half = 1 << (m.delta_bits[ch] - 1);
-        const int d = q - c.q[0][ch];
-        q = c.q[0][ch] + (d < -half ? -half : d >= half ? half - 1 : d);
+// Endpoints of the interpolation domain quantized for each of `modes`
+// (`value` of them, one region count), every delta clamped into its range
+// (the second endpoint pulled towards the first), evaluated and handed to
+// `consider` in order.  Modes of one base precision share the rounding of
+// the endpoints, and a mode whose clamped endpoints equal those of an
+// earlier mode of its precision is skipped: it has the same palette and
+// error, and an equal error never displaces the earlier candidate.
+template <SelectFn kSelect, class Consider>
+void TryModes(Tile& t, const uint8_t* modes, int count, int partition, const float ends[4][3],
+              Consider&& consider) {
+  int raw_bits[10], raw[10][4][3], raws = 0;
+  int done_bits[10], done[10][4][3], dones = 0;
+  for (int i = 0; i < count; ++i) {
+    const bp::Bc6Mode& m = bp::bc6::kModes[modes[i]];
+    int k = 0;
+    while (k < raws && raw_bits[k] != m.base_bits) ++k;
+    if (k == raws) {
+      raw_bits[raws++] = m.base_bits;
+      for (int e = 0; e < 2 * m.regions; ++e) {
+        for (int ch = 0; ch < 3; ++ch) raw[k][e][ch] = Quantize(ends[e][ch], m.base_bits, t.is_signed);
       }
-      c.q[e][ch] = q;
     }
+    Candidate c;
+    c.value = modes[i], c.partition = partition;
+    for (int e = 0; e < 2 * m.regions; ++e) {
+      for (int ch = 0; ch < 3; ++ch) {
+        int q = raw[k][e][ch];
+        if (m.transformed && e > 0) {
+          const int half = 1 << (m.delta_bits[ch] - 1);
+          const int d = q - c.q[0][ch];
+          q = c.q[0][ch] + (d < -half ? -half : d >= half ? half - 1 : d);
+        }
+        c.q[e][ch] = q;
+      }
+    }
+    bool seen = false;
+    for (int j = 0; j < dones && !seen; ++j) {
+      seen = done_bits[j] == m.base_bits && std::memcmp(done[j], c.q, sizeof c.q) == 0;
+    }
+    if (seen) continue;
+    done_bits[dones] = m.base_bits;
+    std::memcpy(done[dones++], c.q, sizeof c.q);
+    Evaluate<kSelect>(t, c);
+    consider(c);
   }
-  Evaluate<kSelect>(t, c);
-  return c;
 }
 
 // Per-pixel moments of the interpolation-domain values (v, and the six
@@ -369,7 +411,7 @@ Candidate Choose(Tile& t, int quality) {
   };
   float ends[4][3];
   AxisEnds(t, 0xFFFF, 0, ends);
-  for (uint8_t v : kOneRegion) consider(Quantized<kSelect>(t, v, 0, ends));
+  TryModes<kSelect>(t, kOneRegion, 4, 0, ends, consider);
   if (quality >= 1 && best.err > 0) {
     const int keep = quality == 1 ? 2 : 6;
     int top[6];
@@ -388,7 +430,7 @@ Candidate Choose(Tile& t, int quality) {
       const uint32_t mask = RegionMask(2, part);
       AxisEnds(t, ~mask & 0xFFFF, 0, ends);
       AxisEnds(t, mask, bp::kAnchor2[part], ends + 2);
-      for (uint8_t v : kTwoRegion) consider(Quantized<kSelect>(t, v, part, ends));
+      TryModes<kSelect>(t, kTwoRegion, 10, part, ends, consider);
     }
     const int rounds = quality == 1 ? 1 : 3;
     for (int round = 0; round < rounds && best.err > 0; ++round) {
@@ -409,9 +451,9 @@ Candidate Choose(Tile& t, int quality) {
       if (!any) break;
       const double before = best.err;
       if (regions == 1) {
-        for (uint8_t v : kOneRegion) consider(Quantized<kSelect>(t, v, 0, ends));
+        TryModes<kSelect>(t, kOneRegion, 4, 0, ends, consider);
       } else {
-        for (uint8_t v : kTwoRegion) consider(Quantized<kSelect>(t, v, from.partition, ends));
+        TryModes<kSelect>(t, kTwoRegion, 10, from.partition, ends, consider);
       }
       if (!(best.err < before)) break;
     }
