@@ -67,6 +67,41 @@ bool DecodeImage(const uint8_t* data, size_t size, Picture* out, std::string* er
 bool DecodeFile(const uint8_t* data, size_t size, Picture* out, std::string* error,
                 size_t maxPixels = size_t(1) << 30);
 
+
+// What later macroblocks predict from: DC, the first row (left prediction)
+// and first column (top) of the lowpass coefficients, block patterns and
+// the quantizer index, per channel.
+struct PredInfo {
+  int32_t dc[16];
+  int32_t ad[16][6];
+  int32_t cbp[16];
+  int qpIndex;
+};
+
+constexpr int kRowPos[3] = {2, 1, 7};   // first-row LP/HP coefficients
+constexpr int kColPos[3] = {8, 4, 13};  // first-column ones
+
+// Keeps a macroblock's prediction sources out of its DC/LP coefficients
+// (16 a channel); subsampled chroma keeps its own five.
+inline void KeepForPrediction(PredInfo& me, const int32_t* dclp, int nc, bool sub) {
+  for (int ch = 0; ch < nc; ++ch) {
+    const int32_t* o = dclp + 16 * ch;
+    me.dc[ch] = o[0];
+    if (sub && ch > 0) {
+      me.ad[ch][0] = o[1];
+      me.ad[ch][1] = o[2];
+      me.ad[ch][2] = o[5];
+      me.ad[ch][3] = o[6];
+      me.ad[ch][4] = o[4];
+      continue;
+    }
+    for (int k = 0; k < 3; ++k) {
+      me.ad[ch][k] = o[kRowPos[k]];
+      me.ad[ch][3 + k] = o[kColPos[k]];
+    }
+  }
+}
+
 }  // namespace rvtjxr
 
 #endif  // RVTJXR_JXR_CODEC_H_

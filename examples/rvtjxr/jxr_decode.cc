@@ -237,14 +237,6 @@ struct Cursor {
   bool Get(int n, uint32_t* v) { return rvtiFLCRead_JPEGXR_1u32u(p, len, &pos, n, v) == rvtStatusOk; }
 };
 
-// What later macroblocks predict from.
-struct PredInfo {
-  int32_t dc[16];
-  int32_t ad[16][6];  // first row (left prediction), first column (top)
-  int32_t cbp[16];
-  int qpIndex;
-};
-
 // The 2x2 butterfly of the chroma second level (a, b the upper pair).
 void Butterfly2x2(int32_t& a, int32_t& b, int32_t& c0, int32_t& d) {
   a += d;
@@ -257,8 +249,6 @@ void Butterfly2x2(int32_t& a, int32_t& b, int32_t& c0, int32_t& d) {
   c0 = c;
 }
 
-constexpr int kRowPos[3] = {2, 1, 7};   // first-row LP/HP coefficients
-constexpr int kColPos[3] = {8, 4, 13};  // first-column ones
 
 class Decoder {
  public:
@@ -632,22 +622,7 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
   }
   PredInfo& me = row[size_t(i)];
   me.qpIndex = lpIndex;
-  for (int ch = 0; ch < nc; ++ch) {
-    me.dc[ch] = dclp[16 * ch];
-    if (sub_ && ch > 0) {
-      const int32_t* o = dclp + 16 * ch;
-      me.ad[ch][0] = o[1];
-      me.ad[ch][1] = o[2];
-      me.ad[ch][2] = o[5];
-      me.ad[ch][3] = o[6];
-      me.ad[ch][4] = o[4];
-      continue;
-    }
-    for (int k = 0; k < 3; ++k) {
-      me.ad[ch][k] = dclp[16 * ch + kRowPos[k]];
-      me.ad[ch][3 + k] = dclp[16 * ch + kColPos[k]];
-    }
-  }
+  KeepForPrediction(me, dclp, nc, sub_);
 
   // HP: pattern, coefficients, prediction inside the macroblock
   int32_t hpc[16 * 256] = {};

@@ -32,8 +32,6 @@ void ButterflyInv2x2(int32_t& a0, int32_t& b0, int32_t& c0, int32_t& d0) {
   d0 = d;
 }
 
-constexpr int kRowPos[3] = {2, 1, 7};   // first-row LP/HP coefficients
-constexpr int kColPos[3] = {8, 4, 13};  // first-column ones
 
 // Header fields, most significant bit first.
 struct BitWriter {
@@ -86,12 +84,6 @@ struct Stream {
   uint8_t* p() { return bytes.data(); }
   int32_t len() const { return int32_t(std::min<size_t>(bytes.size(), (size_t(1) << 28) - 1)); }
   void Finish() { bytes.resize(size_t(pos + 7) / 8); }
-};
-
-struct PredInfo {
-  int32_t dc[16];
-  int32_t ad[16][6];
-  int32_t cbp[16];
 };
 
 class Encoder {
@@ -338,22 +330,7 @@ bool Encoder::Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vec
     acMode = sh * 4 < sv ? 1 : sv * 4 < sh ? 0 : 2;
   }
   PredInfo& me = row[size_t(i)];
-  for (int ch = 0; ch < nc_; ++ch) {
-    me.dc[ch] = actual[16 * ch];
-    if (sub_ && ch > 0) {
-      const int32_t* o = actual + 16 * ch;
-      me.ad[ch][0] = o[1];
-      me.ad[ch][1] = o[2];
-      me.ad[ch][2] = o[5];
-      me.ad[ch][3] = o[6];
-      me.ad[ch][4] = o[4];
-      continue;
-    }
-    for (int k = 0; k < 3; ++k) {
-      me.ad[ch][k] = actual[16 * ch + kRowPos[k]];
-      me.ad[ch][3 + k] = actual[16 * ch + kColPos[k]];
-    }
-  }
+  KeepForPrediction(me, actual, nc_, sub_);
 
   // HP: the blocks' coefficients (block b row by row, k = 4 row + column),
   // less their prediction inside the macroblock
