@@ -12,6 +12,8 @@ RVT_REF_DECL(rvtiWTInv_B53_JPEG2K_32s_C1IR)
 RVT_REF_DECL(rvtiWTGetBufSize_B53_JPEG2K_32s_C1IR)
 RVT_REF_DECL(rvtiWTInvRow_D97_JPEG2K_32f_C1R)
 RVT_REF_DECL(rvtiWTInvCol_D97_JPEG2K_32f_C1R)
+RVT_REF_DECL(rvtiWTInvRowScaled_D97_JPEG2K_32f_C1R)
+RVT_REF_DECL(rvtiWTInvColScaled_D97_JPEG2K_32f_C1R)
 RVT_REF_DECL(rvtiRCTInv_JPEG2K_32s_P3IR)
 RVT_REF_DECL(rvtiICTInv_JPEG2K_32f_P3IR)
 #undef RVT_REF_DECL
@@ -38,6 +40,14 @@ RvtResult rvtiWTInvRow_D97_JPEG2K_32f_C1R(const float* a, int32_t b, const float
 RvtResult rvtiWTInvCol_D97_JPEG2K_32f_C1R(const float* a, int32_t b, const float* c, int32_t d, ImageSize e,
                                           float* f, int32_t g, int32_t h) {
   return RVT_REF(rvtiWTInvCol_D97_JPEG2K_32f_C1R)(a, b, c, d, e, f, g, h);
+}
+RvtResult rvtiWTInvRowScaled_D97_JPEG2K_32f_C1R(const float* a, int32_t b, const float* c, int32_t d, ImageSize e,
+                                                float* f, int32_t g, int32_t h, float i, float j) {
+  return RVT_REF(rvtiWTInvRowScaled_D97_JPEG2K_32f_C1R)(a, b, c, d, e, f, g, h, i, j);
+}
+RvtResult rvtiWTInvColScaled_D97_JPEG2K_32f_C1R(const float* a, int32_t b, const float* c, int32_t d, ImageSize e,
+                                                float* f, int32_t g, int32_t h, float i, float j) {
+  return RVT_REF(rvtiWTInvColScaled_D97_JPEG2K_32f_C1R)(a, b, c, d, e, f, g, h, i, j);
 }
 RvtResult rvtiRCTInv_JPEG2K_32s_P3IR(int32_t* const a[3], int32_t b, ImageSize c) {
   return RVT_REF(rvtiRCTInv_JPEG2K_32s_P3IR)(a, b, c);

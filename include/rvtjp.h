@@ -1688,6 +1688,19 @@ RvtResult rvtiTextureEncodeBlockFromRGBA_BC7_8u_C4C1R(const uint8_t* pSrc, int32
 RvtResult rvtiVLCEncodeCBPHP_JPEGXR_32s1u(const int32_t* pCBP, const int32_t* pLeftCBP,
                                           const int32_t* pTopCBP, VLCState_JPEGXR* pState,
                                           uint8_t* pDst, int32_t dstLen, int32_t* pDstBitPos);
+/* ---------------------------- JPEG 2000 9/7 inverse passes with caller scales (additions) */
+/* As rvtiWTInvRow_D97_JPEG2K_32f_C1R and rvtiWTInvCol_D97_JPEG2K_32f_C1R
+ * (arguments, checks, borders, phases), but the band scaling is the
+ * caller's: every low-pass sample is first multiplied by lowScale and every
+ * high-pass sample by highScale, then the four lifts run sum first, each
+ * x += (a + b) x c in float with c = -delta, -gamma, -beta, -alpha in that
+ * order.  The border samples are scaled like the others.  With lowScale = K
+ * and highScale = 1.625732422 (2/K rounded, the high bands' step sizes then
+ * left without their gain of 2) a decoder reproduces other float 9/7
+ * decoders sample for sample; the unscaled passes fold K into the first
+ * lift instead.  Any float is accepted as a scale. */
+RvtResult rvtiWTInvRowScaled_D97_JPEG2K_32f_C1R(const float* pSrcLow, int32_t srcLowStep, const float* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, float* pDst, int32_t dstStep, int32_t phase, float lowScale, float highScale);
+RvtResult rvtiWTInvColScaled_D97_JPEG2K_32f_C1R(const float* pSrcLow, int32_t srcLowStep, const float* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, float* pDst, int32_t dstStep, int32_t phase, float lowScale, float highScale);
 #ifdef __cplusplus
 }
 #endif

@@ -264,6 +264,8 @@ const Family kFamilies[] = {
      "pCBP pLeftCBP? pTopCBP? pState &pState=rvtiVLCInit_JPEGXR(0,1,@,65536) *pState=-5 pDst dstLen "
      "pDstBitPos *pDstBitPos=-5",
      "the neighbours' patterns are null at the tile's edges; the pattern's bits are checked last"},
+    {"rvtiWTInv(Row|Col)Scaled_", "@3ptr @3step @roi ^pSrcLow:4 ^pSrcHigh:4",
+     "the unscaled passes' checks; any float is a scale"},
 };
 
 // ------------------------------------------------------------ parameters

@@ -508,8 +508,9 @@ struct Decoder {
           }
           bd.magnBits = qt.guard + e - 1;
           bd.roi = roi;
-          const int gain = (xob ? 1 : 0) + (yob ? 1 : 0);
-          bd.step = float((1.0 + mant / 2048.0) * std::ldexp(1.0, prec[size_t(c)] + gain - e)) * 0.5f;
+          // The 9/7 synthesis below carries the high bands' gain of 2 in
+          // its scaling (2/K rounded), so their step sizes leave it out.
+          bd.step = float((1.0 + mant / 2048.0) * std::ldexp(1.0, prec[size_t(c)] - e)) * 0.5f;
           rs.bands.push_back(std::move(bd));
         }
         // Precincts and their code-blocks.
@@ -798,8 +799,12 @@ struct Decoder {
   // of kRows, columns in strips of kCols, both cache-sized) and the passes
   // write straight back into the plane.  With an odd length the last pair
   // would write one sample past the region (into a neighbouring band), so
-  // it goes through a scratch pair instead.
+  // it goes through a scratch pair instead.  The passes scale lows by K
+  // and highs by 2/K rounded to 1.625732422 before lifting, as float
+  // decoders do, so that the samples come out as theirs; a line of one
+  // sample is left as it is.
   struct Inverse97 {
+    static constexpr float kLowScale = 1.230174105f, kHighScale = 1.625732422f;
     std::vector<float> lo, hi, tail;
     static constexpr int kExt = 4, kRows = 16, kCols = 64;
     void Level(float* plane, int stride, int w, int h, int px, int py) {
@@ -827,11 +832,11 @@ struct Decoder {
           }
           float* dst = plane + size_t(y0) * size_t(stride);
           if (full > 0)
-            rvtiWTInvRow_D97_JPEG2K_32f_C1R(&lo[kExt], rowL * 4, &hi[kExt], rowL * 4, {full, rows}, dst, stride * 4,
-                                            px);
+            rvtiWTInvRowScaled_D97_JPEG2K_32f_C1R(&lo[kExt], rowL * 4, &hi[kExt], rowL * 4, {full, rows}, dst,
+                                                  stride * 4, px, kLowScale, kHighScale);
           if (full < pairs) {
-            rvtiWTInvRow_D97_JPEG2K_32f_C1R(&lo[size_t(kExt + full)], rowL * 4, &hi[size_t(kExt + full)], rowL * 4,
-                                            {1, rows}, tail.data(), 8, px);
+            rvtiWTInvRowScaled_D97_JPEG2K_32f_C1R(&lo[size_t(kExt + full)], rowL * 4, &hi[size_t(kExt + full)],
+                                                  rowL * 4, {1, rows}, tail.data(), 8, px, kLowScale, kHighScale);
             for (int y = 0; y < rows; ++y) dst[size_t(y) * size_t(stride) + size_t(w - 1)] = tail[size_t(2 * y)];
           }
         }
@@ -864,10 +869,12 @@ struct Decoder {
           }
           float* dst = plane + x0;
           if (full > 0)
-            rvtiWTInvCol_D97_JPEG2K_32f_C1R(L, kCols * 4, H, kCols * 4, {cols, full}, dst, stride * 4, py);
+            rvtiWTInvColScaled_D97_JPEG2K_32f_C1R(L, kCols * 4, H, kCols * 4, {cols, full}, dst, stride * 4, py,
+                                                  kLowScale, kHighScale);
           if (full < pairs) {
-            rvtiWTInvCol_D97_JPEG2K_32f_C1R(L + ptrdiff_t(full) * kCols, kCols * 4, H + ptrdiff_t(full) * kCols,
-                                            kCols * 4, {cols, 1}, tail.data(), kCols * 4, py);
+            rvtiWTInvColScaled_D97_JPEG2K_32f_C1R(L + ptrdiff_t(full) * kCols, kCols * 4, H + ptrdiff_t(full) * kCols,
+                                                  kCols * 4, {cols, 1}, tail.data(), kCols * 4, py, kLowScale,
+                                                  kHighScale);
             std::memcpy(dst + size_t(h - 1) * size_t(stride), tail.data(), bytes);
           }
         }

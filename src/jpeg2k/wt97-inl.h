@@ -562,6 +562,76 @@ struct Kernels {
   }
 };
 
+// ---------------------------------------------------------------- scaled inverse
+// The float inverse with the caller's band scales, sum-first lifts only.
+struct ScaledKernels {
+  using Ops = FloatOps;
+  using V = Ops::V;
+  using D = Ops::D;
+  static HWY_INLINE int32_t Lanes() { return int32_t(hn::Lanes(D())); }
+
+  // Sc(0) and Dd(0) from low(o), high(o) at lane offsets, as Kernels::Inverse.
+  template <int kPhase, class Lo, class Hi>
+  static HWY_INLINE void Inverse(Lo lo, Hi hi, float ls, float hs, V& sc_out, V& dd_out) {
+    constexpr int p = kPhase;
+    const V vls = hn::Set(D(), ls), vhs = hn::Set(D(), hs);
+    V h[5];  // H(j - 2), scaled
+    for (int j = 0; j < 5; ++j) h[j] = hn::Mul(hi(j - 2), vhs);
+    auto H = [&](int m) { return h[m + 2]; };
+    V sa[4];  // Sa(j + (p ? -2 : -1))
+    for (int j = 0; j < 4; ++j) {
+      const int k = j + (p ? -2 : -1);
+      sa[j] = Ops::Lift(H(k - 1 + p), H(k + p), hn::Mul(lo(k), vls), -FloatK::kDelta);
+    }
+    auto SA = [&](int k) { return sa[k + (p ? 2 : 1)]; };
+    V db[3];  // Db(-1), Db(0), Db(1)
+    for (int m = -1; m <= 1; ++m) db[m + 1] = Ops::Lift(SA(m - p), SA(m + 1 - p), H(m), -FloatK::kGamma);
+    auto DB = [&](int m) { return db[m + 1]; };
+    const V sc0 = Ops::Lift(DB(-1 + p), DB(p), SA(0), -FloatK::kBeta);
+    const int o = p ? -1 : 1;
+    const V sco = Ops::Lift(DB(o - 1 + p), DB(o + p), SA(o), -FloatK::kBeta);
+    sc_out = sc0;
+    dd_out = p ? Ops::Lift(sco, sc0, DB(0), -FloatK::kAlpha) : Ops::Lift(sc0, sco, DB(0), -FloatK::kAlpha);
+  }
+  static void RowInv(const float* s, const float* dd, float* x, int32_t n, int32_t p, float ls, float hs) {
+    const int32_t N = Lanes();
+    int32_t i = 0;
+    for (; i + N <= n; i += N) {
+      auto lo = [&](int k) { return Ops::Load(s + i + k); };
+      auto hi = [&](int k) { return Ops::Load(dd + i + k); };
+      V sc, dv;
+      if (p) {
+        Inverse<1>(lo, hi, ls, hs, sc, dv);
+        Ops::StorePair(dv, sc, x + 2 * i);
+      } else {
+        Inverse<0>(lo, hi, ls, hs, sc, dv);
+        Ops::StorePair(sc, dv, x + 2 * i);
+      }
+    }
+    InvRowScaledRef(s, dd, x, n, p, i, ls, hs);
+  }
+  static void ColInvPlane(const float* s, int32_t ss, const float* dd, int32_t ds, float* x, int32_t xs,
+                          int32_t w, int32_t h, int32_t p, float ls, float hs) {
+    const int32_t N = Lanes();
+    int32_t c = 0;
+    for (; c + N <= w; c += N) {
+      for (int32_t i = 0; i < h; ++i) {
+        auto lo = [&](int k) { return Ops::Load(At(s, ptrdiff_t(ss) * (i + k)) + c); };
+        auto hi = [&](int k) { return Ops::Load(At(dd, ptrdiff_t(ds) * (i + k)) + c); };
+        V sc, dv;
+        if (p) {
+          Inverse<1>(lo, hi, ls, hs, sc, dv);
+        } else {
+          Inverse<0>(lo, hi, ls, hs, sc, dv);
+        }
+        Ops::Store(sc, At(x, ptrdiff_t(xs) * (2 * i + p)) + c);
+        Ops::Store(dv, At(x, ptrdiff_t(xs) * (2 * i + 1 - p)) + c);
+      }
+    }
+    ScaledRef::ColInvPlane(s, ss, dd, ds, x, xs, w, h, p, ls, hs, c);
+  }
+};
+
 }  // namespace rvt::wt97::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 

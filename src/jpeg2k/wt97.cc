@@ -17,6 +17,7 @@ RVT_WT97_ENTRIES(V16, int16_t, K16)
 RVT_WT97_ENTRIES(V32, int32_t, K32)
 RVT_WT_LEVEL_ENTRIES(V16, int16_t, K16::LevelFwd, K16::LevelInv, 8)
 RVT_WT_LEVEL_ENTRIES(V32, int32_t, K32::LevelFwd, K32::LevelInv, 8)
+RVT_WT97_SCALED_ENTRIES(VF, ScaledKernels)
 }  // namespace rvt::wt97::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 
@@ -28,6 +29,8 @@ RVT_IMPL_HWY(rvtiWTFwdCol_D97_JPEG2K_32f_C1R, wt97, VFFwdCol, RefFFwdCol);
 RVT_IMPL_HWY(rvtiWTInvCol_D97_JPEG2K_32f_C1R, wt97, VFInvCol, RefFInvCol);
 RVT_IMPL_HWY(rvtiWTFwdColLift_D97_JPEG2K_32f_C1, wt97, VFFwdLift, RefFFwdLift);
 RVT_IMPL_HWY(rvtiWTInvColLift_D97_JPEG2K_32f_C1, wt97, VFInvLift, RefFInvLift);
+RVT_IMPL_HWY(rvtiWTInvRowScaled_D97_JPEG2K_32f_C1R, wt97, VFInvRowScaled, RefFInvRowScaled);
+RVT_IMPL_HWY(rvtiWTInvColScaled_D97_JPEG2K_32f_C1R, wt97, VFInvColScaled, RefFInvColScaled);
 #define RVT_WT97_IMPLS(T, V, R)                                                         \
   RVT_IMPL_HWY(rvtiWTFwdRow_D97_JPEG2K_##T##_C1R, wt97, V##FwdRow, R##FwdRow);         \
   RVT_IMPL_HWY(rvtiWTInvRow_D97_JPEG2K_##T##_C1R, wt97, V##InvRow, R##InvRow);         \

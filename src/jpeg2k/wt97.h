@@ -159,6 +159,34 @@ void InvRowRef(const T* s, const T* d, T* x, int32_t n, int32_t p, int32_t from,
   }
 }
 
+// The scaled inverse (float): lows x ls and highs x hs first, then four
+// sum-first lifts: Sa(k) = L(k) - delta (H(k - 1 + p) + H(k + p)), Db(m) =
+// H(m) - gamma (Sa(m - p) + Sa(m + 1 - p)), Sc and Dd as above.  Same reads
+// as InvRowRef.
+inline void InvRowScaledRef(const float* s, const float* d, float* x, int32_t n, int32_t p, int32_t from,
+                            float ls, float hs, ptrdiff_t ss = 4, ptrdiff_t ds = 4, ptrdiff_t xs = 4) {
+  using A = Arith<float>;
+  auto Lo = [&](int32_t k) { return LoadAt(At(s, ss * k)) * ls; };
+  auto Hi = [&](int32_t m) { return LoadAt(At(d, ds * m)) * hs; };
+  auto Sa = [&](int32_t k) { return A::Lift(Hi(k - 1 + p), Hi(k + p), Lo(k), -FloatK::kDelta); };
+  auto Db = [&](int32_t m) { return A::Lift(Sa(m - p), Sa(m + 1 - p), Hi(m), -FloatK::kGamma); };
+  auto Sc = [&](int32_t k) { return A::Lift(Db(k - 1 + p), Db(k + p), Sa(k), -FloatK::kBeta); };
+  auto Dd = [&](int32_t m) { return A::Lift(Sc(m - p), Sc(m + 1 - p), Db(m), -FloatK::kAlpha); };
+  for (int32_t i = from; i < n; ++i) {
+    StoreAt(At(x, xs * (2 * i + p)), Sc(i));
+    StoreAt(At(x, xs * (2 * i + 1 - p)), Dd(i));
+  }
+}
+struct ScaledRef {
+  static void RowInv(const float* s, const float* d, float* x, int32_t n, int32_t p, float ls, float hs) {
+    InvRowScaledRef(s, d, x, n, p, 0, ls, hs);
+  }
+  static void ColInvPlane(const float* s, int32_t ss, const float* d, int32_t ds, float* x, int32_t xs,
+                          int32_t w, int32_t h, int32_t p, float ls, float hs, int32_t from = 0) {
+    for (int32_t c = from; c < w; ++c) InvRowScaledRef(s + c, d + c, x + c, h, p, 0, ls, hs, ss, ds, xs);
+  }
+};
+
 // Column lifts: forward, one row pair into the pipeline; inverse, the
 // same call undone step by step.
 template <class T>
@@ -249,6 +277,35 @@ RvtResult InvLift(T* p0, T* p1, const T* p2, T* p3, const T* p4, T* p5, T* p6, c
   K::LiftInv(p0, p1, p2, p3, p4, p5, p6, p7, width);
   return rvtStatusOk;
 }
+
+// The scaled inverse passes: the unscaled passes' checks, then K's form.
+template <class K>
+RvtResult InvRowScaled(const float* pLow, int32_t lowStep, const float* pHigh, int32_t highStep, ImageSize roi,
+                       float* pDst, int32_t dstStep, int32_t phase, float ls, float hs) {
+  RVT_CHECK(CheckPass(pLow, lowStep, pHigh, highStep, pDst, dstStep, roi));
+  const int32_t ph = phase ? 1 : 0;
+  for (int32_t y = 0; y < roi.height; ++y)
+    K::RowInv(At(pLow, ptrdiff_t(lowStep) * y), At(pHigh, ptrdiff_t(highStep) * y),
+              At(pDst, ptrdiff_t(dstStep) * y), roi.width, ph, ls, hs);
+  return rvtStatusOk;
+}
+template <class K>
+RvtResult InvColScaled(const float* pLow, int32_t lowStep, const float* pHigh, int32_t highStep, ImageSize roi,
+                       float* pDst, int32_t dstStep, int32_t phase, float ls, float hs) {
+  RVT_CHECK(CheckPass(pLow, lowStep, pHigh, highStep, pDst, dstStep, roi));
+  K::ColInvPlane(pLow, lowStep, pHigh, highStep, pDst, dstStep, roi.width, roi.height, phase ? 1 : 0, ls, hs);
+  return rvtStatusOk;
+}
+#define RVT_WT97_SCALED_ENTRIES(PRE, K)                                                                 \
+  inline RvtResult PRE##InvRowScaled(const float* a, int32_t as, const float* b, int32_t bs, ImageSize r, \
+                                     float* c, int32_t cs, int32_t ph, float ls, float hs) {              \
+    return ::rvt::wt97::InvRowScaled<K>(a, as, b, bs, r, c, cs, ph, ls, hs);                              \
+  }                                                                                                       \
+  inline RvtResult PRE##InvColScaled(const float* a, int32_t as, const float* b, int32_t bs, ImageSize r, \
+                                     float* c, int32_t cs, int32_t ph, float ls, float hs) {              \
+    return ::rvt::wt97::InvColScaled<K>(a, as, b, bs, r, c, cs, ph, ls, hs);                              \
+  }
+RVT_WT97_SCALED_ENTRIES(RefF, ScaledRef)
 
 // Column passes: the 5/3 drivers (a band height of 1 takes the direct
 // filters, as a row of one pair does).

@@ -1294,6 +1294,33 @@ uint64_t JpegXrCbpEncodeDigest() {
   return d.value();
 }
 
+// The scaled 9/7 inverse passes: the forward passes' bands of random
+// samples back through rows and columns, both phases, the decoder's
+// scales and plain ones.
+uint64_t Jpeg2kScaled97Digest() {
+  Digest d;
+  const int32_t step = kW * 4;
+  std::vector<float> src = Random<float>(size_t(kW * kH), 62, -255, 255), a(src.size()), b(src.size()),
+                     out(src.size());
+  for (const bool cols : {false, true}) {
+    const ImageSize half = cols ? ImageSize{kW - 4, kH / 2 - 6} : ImageSize{kW / 2 - 4, kH - 4};
+    const size_t at = cols ? 4 * kW + 2 : 2 * kW + 4, band = cols ? 2 * kW + 2 : kW + 2;
+    for (int32_t phase : {0, 1}) {
+      if (cols) {
+        d.Status(rvtiWTFwdCol_D97_JPEG2K_32f_C1R(src.data() + at, step, a.data(), step, b.data(), step, half, phase));
+      } else {
+        d.Status(rvtiWTFwdRow_D97_JPEG2K_32f_C1R(src.data() + at, step, a.data(), step, b.data(), step, half, phase));
+      }
+      for (const float hs : {1.625732422f, 0.8128662f}) {
+        auto fn = cols ? rvtiWTInvColScaled_D97_JPEG2K_32f_C1R : rvtiWTInvRowScaled_D97_JPEG2K_32f_C1R;
+        d.Status(fn(a.data() + band, step, b.data() + band, step, half, out.data(), step, phase, 1.230174105f, hs));
+        d.Add(out);
+      }
+    }
+  }
+  return d.value();
+}
+
 TEST(Abi, FamiliesGiveTheirDefinedResults) {
   struct Family {
     const char* name;
@@ -1323,7 +1350,8 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"YCoCg in DXT5", YCoCgDigest, 0x09b7cc6377aab36bull},
                           Family{"BC6H encoding", Bc6hEncodeDigest, 0x1b90ef71bca9530eull},
                           Family{"BC7 encoding", Bc7EncodeDigest, 0xfc14cba258492aa3ull},
-                          Family{"JPEG XR HP pattern encoder", JpegXrCbpEncodeDigest, 0xdc4ad661d913438full}}) {
+                          Family{"JPEG XR HP pattern encoder", JpegXrCbpEncodeDigest, 0xdc4ad661d913438full},
+                          Family{"JPEG 2000 scaled 9/7 inverse", Jpeg2kScaled97Digest, 0xf997f3d7a3bbf761ull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }
