@@ -114,8 +114,76 @@ inline void NormalOf(const Tile& t, const int32_t w0[16], const int32_t w1[16], 
   m->bx[0] = Total(d, b0), m->bx[1] = Total(d, b1), m->bx[2] = Total(d, b2);
 }
 
+// The order by ranks: pixel i's place is the count of opaque pixels with a
+// lower offset, or an equal one and a lower index (the stable order the
+// reference's insertion gives), with no branch on the data.
+inline void OrderOf(const Tile& t, const Start& s, Order* o) {
+  const hn::CappedTag<float, 16> df;
+  const hn::RebindToSigned<decltype(df)> d;
+  const size_t N = hn::Lanes(d);
+  alignas(64) int32_t rank[16];
+  for (size_t i = 0; i < 16; i += N) {
+    const auto pi = hn::LoadU(df, s.proj + i);
+    const auto index = hn::Iota(d, int32_t(i));
+    auto count = hn::Zero(d);
+    for (int m = 0; m < 16; ++m) {
+      if (t.transparent >> m & 1) continue;
+      const auto pm = hn::Set(df, s.proj[m]);
+      const auto before = hn::Or(hn::RebindMask(d, hn::Lt(pm, pi)),
+                                 hn::And(hn::RebindMask(d, hn::Eq(pm, pi)), hn::Lt(hn::Set(d, m), index)));
+      count = hn::Sub(count, hn::VecFromMask(d, before));
+    }
+    hn::Store(count, d, rank + i);
+  }
+  int ord[16], n = 0;
+  for (int i = 0; i < 16; ++i) {
+    if (t.transparent >> i & 1) continue;
+    ord[rank[i]] = i, ++n;
+  }
+  o->n = n;
+  for (int c = 0; c < 3; ++c) {
+    o->pre[c][0] = 0;
+    for (int m = 0; m < n; ++m) o->pre[c][m + 1] = o->pre[c][m] + t.ch[c][ord[m]];
+  }
+}
+
+// The list's sums a run of k (three colours: of j) at a time: each store
+// covers the five offsets of the fastest run end (the lanes past them are
+// overwritten by the next store, or past the list).
+inline void ListOf(const Order& o, bool three, const int run[3], SplitList* l) {
+  const hn::CappedTag<int32_t, 8> d;
+  const size_t N = hn::Lanes(d);
+  l->count = kSplitOffsets.count[three];
+  for (int e = 0; e < 3; ++e) l->r[e] = run[e];
+  const int n = o.n;
+  for (int c = 0; c < 3; ++c) {
+    alignas(32) int32_t at[3][8] = {};
+    for (int e = 0; e < 3; ++e) {
+      for (int m = 0; m < kSpan; ++m) {
+        const int x = run[e] - kWindow + m;
+        at[e][m] = three && e == 2 ? 0 : o.pre[c][x < 0 ? 0 : x > n ? n : x];
+      }
+    }
+    int32_t* ax = l->ax[c];
+    for (int u = 0; u < kSpan; ++u) {
+      if (three) {
+        const auto vu = hn::Set(d, at[0][u]);
+        for (size_t w = 0; w < kSpan; w += N) hn::StoreU(hn::Add(vu, hn::Load(d, at[1] + w)), d, ax + kSpan * u + w);
+        continue;
+      }
+      for (int v = 0; v < kSpan; ++v) {
+        const auto ij = hn::Set(d, at[0][u] + at[1][v]);
+        for (size_t w = 0; w < kSpan; w += N) {
+          hn::StoreU(hn::Add(ij, hn::Load(d, at[2] + w)), d, ax + kSpan * (kSpan * u + v) + w);
+        }
+      }
+    }
+    for (int p = l->count; p < 128 && (p & 15); ++p) ax[p] = 0;  // whole vectors
+  }
+}
+
 // The splits' scores side by side: the same whole-number and float steps as
-// SplitScore, lane by lane; each lane
+// SplitScore, lane by lane, the skipped splits scoring as singular; each lane
 // keeps its first lowest score, then the lowest score of all and, among
 // its lanes, the first split.
 inline int BestSplit(const Order& o, bool three, const SplitList& l) {
@@ -127,8 +195,16 @@ inline int BestSplit(const Order& o, bool three, const SplitList& l) {
   const auto big = hn::Set(d, INT32_MAX);
   auto best = big, at = hn::Set(d, -1);
   const auto lane = hn::Iota(d, 0);
+  const auto& off = kSplitOffsets.d[three];
+  const auto r0 = hn::Set(d, l.r[0]), r1 = hn::Set(d, l.r[1]), r2 = hn::Set(d, l.r[2]);
   for (int s = 0; s < l.count; s += int(N)) {
-    const auto vi = hn::Load(d, l.i + s), vj = hn::Load(d, l.j + s), vk = hn::Load(d, l.k + s);
+    const auto vi = hn::Add(r0, hn::Load(d, off[0] + s)), vj = hn::Add(r1, hn::Load(d, off[1] + s)),
+               vk = hn::Add(r2, hn::Load(d, off[2] + s));
+    // In the list and 0 <= i <= j <= k <= n; vectors of skipped splits
+    // alone (a short run's offsets past it) are passed over.
+    const auto in_order = hn::Not(hn::Or(hn::Or(hn::Lt(vi, hn::Zero(d)), hn::Gt(vi, vj)), hn::Or(hn::Gt(vj, vk), hn::Gt(vk, vn))));
+    const auto live = hn::And(in_order, hn::Lt(hn::Add(lane, hn::Set(d, s)), hn::Set(d, l.count)));
+    if (hn::AllFalse(d, live)) continue;
     const auto c0 = vi, c1 = hn::Sub(vj, vi), c2 = hn::Sub(vk, vj), c3 = hn::Sub(vn, vk);
     hn::Vec<decltype(d)> aa, ab, bb;
     if (three) {
@@ -164,7 +240,6 @@ inline int BestSplit(const Order& o, bool three, const SplitList& l) {
       const auto lin = hn::Mul(hn::Set(d, 2 * scale), hn::Add(hn::Mul(a, ax), hn::Mul(b, bx)));
       e = hn::Add(e, hn::Sub(quad, lin));
     }
-    const auto live = hn::Lt(hn::Add(lane, hn::Set(d, s)), hn::Set(d, l.count));
     e = hn::IfThenElse(hn::AndNot(singular, live), e, big);
     const auto lower = hn::Lt(e, best);
     best = hn::IfThenElse(lower, e, best);
@@ -179,6 +254,8 @@ struct Kernels {
   static constexpr EvalFn kEval = Eval;
   static constexpr MomentsFn kMoments = MomentsOf;
   static constexpr NormalFn kNormal = NormalOf;
+  static constexpr OrderFn kOrder = OrderOf;
+  static constexpr ListFn kList = ListOf;
   static constexpr SplitFn kSplit = BestSplit;
   static constexpr bc_encode::ChannelFn kChannel = bc_encode::HWY_NAMESPACE::EncodeChannel;
 };
