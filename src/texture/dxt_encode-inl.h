@@ -155,14 +155,18 @@ inline void ListOf(const Order& o, bool three, const int run[3], SplitList* l) {
   const size_t N = hn::Lanes(d);
   l->count = kSplitOffsets.count[three];
   for (int e = 0; e < 3; ++e) l->r[e] = run[e];
-  const int n = o.n;
+  const int n = o.n, ends = three ? 2 : 3;
+  int place[3][kSpan];  // the run ends' offsets, clamped
+  for (int e = 0; e < ends; ++e) {
+    for (int m = 0; m < kSpan; ++m) {
+      const int x = run[e] - kWindow + m;
+      place[e][m] = x < 0 ? 0 : x > n ? n : x;
+    }
+  }
   for (int c = 0; c < 3; ++c) {
     alignas(32) int32_t at[3][8] = {};
-    for (int e = 0; e < 3; ++e) {
-      for (int m = 0; m < kSpan; ++m) {
-        const int x = run[e] - kWindow + m;
-        at[e][m] = three && e == 2 ? 0 : o.pre[c][x < 0 ? 0 : x > n ? n : x];
-      }
+    for (int e = 0; e < ends; ++e) {
+      for (int m = 0; m < kSpan; ++m) at[e][m] = o.pre[c][place[e][m]];
     }
     int32_t* ax = l->ax[c];
     for (int u = 0; u < kSpan; ++u) {

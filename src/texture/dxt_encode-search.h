@@ -245,10 +245,16 @@ Part FitForm(const Tile& t, const Start& s, bool dxt1, bool three, int quality) 
       // from the end of the lower offsets.
       const uint16_t c0 = uint16_t(best.b[0] | best.b[1] << 8), c1 = uint16_t(best.b[2] | best.b[3] << 8);
       const uint32_t idx = uint32_t(best.b[4] | best.b[5] << 8 | best.b[6] << 16 | uint32_t(best.b[7]) << 24);
-      int count[4] = {};
-      for (int i = 0; i < 16; ++i) {
-        if (!(t.transparent >> i & 1)) ++count[idx >> (2 * i) & 3];
-      }
+      // Each index's count over the opaque pixels, from the index bits:
+      // low and high bit of every pixel's field, with the opaque mask
+      // spread to the fields' low bits.
+      uint32_t on = uint16_t(~t.transparent);
+      on = (on | on << 8) & 0x00FF00FFu, on = (on | on << 4) & 0x0F0F0F0Fu;
+      on = (on | on << 2) & 0x33333333u, on = (on | on << 1) & 0x55555555u;
+      const uint32_t lo = idx & on, hi = idx >> 1 & on;
+      int count[4];
+      count[3] = std::popcount(lo & hi), count[2] = std::popcount(hi & ~lo), count[1] = std::popcount(lo & ~hi);
+      count[0] = std::popcount(on) - count[1] - count[2] - count[3];
       float e0[3], e1[3];
       Expand(c0, e0);
       Expand(c1, e1);

@@ -5,6 +5,7 @@
 #ifndef RVT_TEXTURE_DXT_ENCODE_H_
 #define RVT_TEXTURE_DXT_ENCODE_H_
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <utility>
