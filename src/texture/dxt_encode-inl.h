@@ -97,13 +97,30 @@ inline void MomentsOf(const Tile& t, const int32_t on[16], int r0, int g0, int b
   m->n = Total(d, n), m->same = Total(d, same);
 }
 
-inline void NormalOf(const Tile& t, const int32_t w0[16], const int32_t w1[16], Normal* m) {
+// The weights from the index fields lane by lane: four colours take 3, 0,
+// 2, 1 on the first endpoint for indices 0 to 3, three colours 2, 0, 1, 0;
+// transparent pixels nothing.
+inline void NormalOf(const Tile& t, uint32_t idx, bool three, Normal* m) {
   const hn::CappedTag<int32_t, 16> d;
+  const hn::RebindToUnsigned<decltype(d)> du;
   const size_t N = hn::Lanes(d);
+  alignas(64) static constexpr int32_t kBit[16] = {1 << 0,  1 << 1,  1 << 2,  1 << 3,  1 << 4,  1 << 5,
+                                                   1 << 6,  1 << 7,  1 << 8,  1 << 9,  1 << 10, 1 << 11,
+                                                   1 << 12, 1 << 13, 1 << 14, 1 << 15};
+  alignas(64) static constexpr uint32_t kShift[16] = {0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30};
   const auto z = hn::Zero(d);
+  const auto fields = hn::Set(du, idx);
+  const auto transparent = hn::Set(d, int32_t(t.transparent));
+  const auto one = hn::Set(d, 1), two = hn::Set(d, 2), scale = hn::Set(d, three ? 2 : 3);
   auto aa = z, ab = z, bb = z, a0 = z, a1 = z, a2 = z, b0 = z, b1 = z, b2 = z;
   for (size_t i = 0; i < 16; i += N) {
-    const auto x = hn::LoadU(d, w0 + i), y = hn::LoadU(d, w1 + i);
+    const auto k = hn::BitCast(d, hn::And(hn::Shr(fields, hn::Load(du, kShift + i)), hn::Set(du, 3)));
+    // Four colours: 3 for index 0, 0 for 1, 4 - k for 2 and 3; three
+    // colours: 2 for 0, 1 for 2, 0 for 1 and 3.
+    const auto w = three ? hn::IfThenElse(hn::Eq(k, z), two, hn::IfThenElseZero(hn::Eq(k, two), one))
+                         : hn::IfThenElse(hn::Eq(k, z), hn::Set(d, 3), hn::IfThenElseZero(hn::Gt(k, one), hn::Sub(hn::Set(d, 4), k)));
+    const auto clear = hn::TestBit(transparent, hn::Load(d, kBit + i));
+    const auto x = hn::IfThenZeroElse(clear, w), y = hn::IfThenZeroElse(clear, hn::Sub(scale, w));
     const auto r = hn::Load(d, t.ch[0] + i), g = hn::Load(d, t.ch[1] + i), b = hn::Load(d, t.ch[2] + i);
     aa = hn::Add(aa, hn::Mul(x, x)), ab = hn::Add(ab, hn::Mul(x, y)), bb = hn::Add(bb, hn::Mul(y, y));
     a0 = hn::Add(a0, hn::Mul(x, r)), a1 = hn::Add(a1, hn::Mul(x, g)), a2 = hn::Add(a2, hn::Mul(x, b));

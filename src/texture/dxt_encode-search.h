@@ -8,22 +8,17 @@
 // these functions are parenthesised: the tile's type would otherwise bring
 // the reference's copies into every target's overload set.
 
-// The whole-number weights of each pixel on the two endpoints for the
-// indices of `p` (transparent pixels weigh nothing); returns their sum per
-// pixel, 3 for the four-colour form and 2 for the three-colour one.
-inline int IndexWeights(const Tile& t, const Part& p, bool three_form, int32_t* w0, int32_t* w1) {
+// The normal sums of the indices of `p` in the form its endpoints' order
+// gives (three colours only where the form allows them); returns the
+// weights' sum per pixel, 3 for the four-colour form and 2 for the
+// three-colour one.
+template <NormalFn kNormal>
+int NormalOfPart(const Tile& t, const Part& p, bool three_form, Normal* m) {
   const uint16_t c0 = uint16_t(p.b[0] | p.b[1] << 8), c1 = uint16_t(p.b[2] | p.b[3] << 8);
   const bool three = three_form && c0 <= c1;
-  const int scale = three ? 2 : 3;
-  const int w_four[4] = {3, 0, 2, 1}, w_three[4] = {2, 0, 1, 0};
-  const int* w = three ? w_three : w_four;
   const uint32_t idx = uint32_t(p.b[4] | p.b[5] << 8 | p.b[6] << 16 | uint32_t(p.b[7]) << 24);
-  for (int i = 0; i < 16; ++i) {
-    const bool clear = t.transparent >> i & 1;
-    w0[i] = clear ? 0 : w[idx >> (2 * i) & 3];
-    w1[i] = clear ? 0 : scale - w0[i];
-  }
-  return scale;
+  kNormal(t, idx, three, m);
+  return three ? 2 : 3;
 }
 
 // Least squares endpoints for the indices of `p`: each opaque pixel is
@@ -33,10 +28,8 @@ inline int IndexWeights(const Tile& t, const Part& p, bool three_form, int32_t* 
 // on one entry).
 template <NormalFn kNormal>
 bool Refit(const Tile& t, const Part& p, bool three_form, float A[3], float B[3]) {
-  alignas(64) int32_t w0[16], w1[16];
-  const int scale = (IndexWeights)(t, p, three_form, w0, w1);
   Normal m;
-  kNormal(t, w0, w1, &m);
+  const int scale = (NormalOfPart<kNormal>)(t, p, three_form, &m);
   const int aa = m.aa, ab = m.ab, bb = m.bb;
   const int* ax = m.ax;
   const int* bx = m.bx;
@@ -55,10 +48,8 @@ bool Refit(const Tile& t, const Part& p, bool three_form, float A[3], float B[3]
 // numbers (the first on a tie).  False when the system is singular.
 template <NormalFn kNormal>
 bool GridFit(const Tile& t, const Part& p, bool three_form, uint16_t* ea, uint16_t* eb) {
-  alignas(64) int32_t w0[16], w1[16];
-  const int scale = (IndexWeights)(t, p, three_form, w0, w1);
   Normal m;
-  kNormal(t, w0, w1, &m);
+  const int scale = (NormalOfPart<kNormal>)(t, p, three_form, &m);
   const int det = m.aa * m.bb - m.ab * m.ab;
   if (det == 0) return false;
   int qa[3], qb[3];

@@ -80,14 +80,25 @@ inline void Expand(uint16_t c, float out[3]) {
   for (int k = 0; k < 3; ++k) out[k] = rgb[k];
 }
 
-// The sums of the least squares system for weights w0, w1 (whole numbers)
-// of each pixel: w0.w0, w0.w1, w1.w1 and, per channel, w0.x and w1.x.
+// The sums of the least squares system for the indices idx (2 bits per
+// pixel) of the four- or three-colour form: each pixel weighs w0 on the
+// first endpoint and w1 on the second, whole numbers summing to 3 (three
+// colours: 2), nothing when it is transparent.  The sums: w0.w0, w0.w1,
+// w1.w1 and, per channel, w0.x and w1.x.
 struct Normal {
   int aa = 0, ab = 0, bb = 0, ax[3] = {}, bx[3] = {};
 };
-using NormalFn = void (*)(const Tile& t, const int32_t w0[16], const int32_t w1[16], Normal* m);
+using NormalFn = void (*)(const Tile& t, uint32_t idx, bool three, Normal* m);
 
-inline void NormalOf(const Tile& t, const int32_t w0[16], const int32_t w1[16], Normal* m) {
+inline void NormalOf(const Tile& t, uint32_t idx, bool three, Normal* m) {
+  const int w_four[4] = {3, 0, 2, 1}, w_three[4] = {2, 0, 1, 0};
+  const int* w = three ? w_three : w_four;
+  int w0[16], w1[16];
+  for (int i = 0; i < 16; ++i) {
+    const bool clear = t.transparent >> i & 1;
+    w0[i] = clear ? 0 : w[idx >> (2 * i) & 3];
+    w1[i] = clear ? 0 : (three ? 2 : 3) - w0[i];
+  }
   for (int i = 0; i < 16; ++i) m->aa += w0[i] * w0[i], m->ab += w0[i] * w1[i], m->bb += w1[i] * w1[i];
   for (int c = 0; c < 3; ++c) {
     for (int i = 0; i < 16; ++i) m->ax[c] += w0[i] * t.ch[c][i], m->bx[c] += w1[i] * t.ch[c][i];
