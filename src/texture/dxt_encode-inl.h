@@ -1,8 +1,10 @@
-// DXT1, DXT3 and DXT5 encoding: the evaluation of a colour part and the
-// sums of the endpoint fits on one target.  The tile's R, G and B planes are 32-bit lanes; each entry's
-// squared distance is taken for every pixel at once, the nearest entry
-// kept (the lowest index on a tie, as the reference's ordered search).  No
-// checks here: the driver has made them.
+// DXT1, DXT3 and DXT5 encoding on one target: the evaluation of a colour
+// part, the sums of the start and of the endpoint fits, the pixels' order
+// along the axis, the split lists and the scoring of their splits.  The
+// tile's R, G and B planes are 32-bit lanes; each entry's squared distance
+// is taken for every pixel at once, the nearest entry kept (the lowest
+// index on a tie, as the reference's ordered search).  No checks here: the
+// driver has made them.
 #if defined(RVT_TEXTURE_DXT_ENCODE_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef RVT_TEXTURE_DXT_ENCODE_INL_H_
 #undef RVT_TEXTURE_DXT_ENCODE_INL_H_
