@@ -8,22 +8,17 @@
 // these functions are parenthesised: the tile's type would otherwise bring
 // the reference's copies into every target's overload set.
 
-// The whole-number weights of each pixel on the two endpoints for the
-// indices of `p` (transparent pixels weigh nothing); returns their sum per
-// pixel, 3 for the four-colour form and 2 for the three-colour one.
-inline int IndexWeights(const Tile& t, const Part& p, bool three_form, int32_t* w0, int32_t* w1) {
+// The normal sums of the indices of `p` in the form its endpoints' order
+// gives (three colours only where the form allows them); returns the
+// weights' sum per pixel, 3 for the four-colour form and 2 for the
+// three-colour one.
+template <NormalFn kNormal>
+int NormalOfPart(const Tile& t, const Part& p, bool three_form, Normal* m) {
   const uint16_t c0 = uint16_t(p.b[0] | p.b[1] << 8), c1 = uint16_t(p.b[2] | p.b[3] << 8);
   const bool three = three_form && c0 <= c1;
-  const int scale = three ? 2 : 3;
-  const int w_four[4] = {3, 0, 2, 1}, w_three[4] = {2, 0, 1, 0};
-  const int* w = three ? w_three : w_four;
   const uint32_t idx = uint32_t(p.b[4] | p.b[5] << 8 | p.b[6] << 16 | uint32_t(p.b[7]) << 24);
-  for (int i = 0; i < 16; ++i) {
-    const bool clear = t.transparent >> i & 1;
-    w0[i] = clear ? 0 : w[idx >> (2 * i) & 3];
-    w1[i] = clear ? 0 : scale - w0[i];
-  }
-  return scale;
+  kNormal(t, idx, three, m);
+  return three ? 2 : 3;
 }
 
 // Least squares endpoints for the indices of `p`: each opaque pixel is
@@ -33,10 +28,8 @@ inline int IndexWeights(const Tile& t, const Part& p, bool three_form, int32_t* 
 // on one entry).
 template <NormalFn kNormal>
 bool Refit(const Tile& t, const Part& p, bool three_form, float A[3], float B[3]) {
-  alignas(64) int32_t w0[16], w1[16];
-  const int scale = (IndexWeights)(t, p, three_form, w0, w1);
   Normal m;
-  kNormal(t, w0, w1, &m);
+  const int scale = (NormalOfPart<kNormal>)(t, p, three_form, &m);
   const int aa = m.aa, ab = m.ab, bb = m.bb;
   const int* ax = m.ax;
   const int* bx = m.bx;
@@ -55,10 +48,8 @@ bool Refit(const Tile& t, const Part& p, bool three_form, float A[3], float B[3]
 // numbers (the first on a tie).  False when the system is singular.
 template <NormalFn kNormal>
 bool GridFit(const Tile& t, const Part& p, bool three_form, uint16_t* ea, uint16_t* eb) {
-  alignas(64) int32_t w0[16], w1[16];
-  const int scale = (IndexWeights)(t, p, three_form, w0, w1);
   Normal m;
-  kNormal(t, w0, w1, &m);
+  const int scale = (NormalOfPart<kNormal>)(t, p, three_form, &m);
   const int det = m.aa * m.bb - m.ab * m.ab;
   if (det == 0) return false;
   int qa[3], qb[3];
@@ -122,6 +113,7 @@ Start StartOf(const Tile& t) {
   }
   float lo = 1e30f, hi = -1e30f;
   for (int i = 0; i < 16; ++i) {
+    s.proj[i] = 0;
     if (t.transparent >> i & 1) continue;
     const float d = (float(t.ch[0][i]) - mean[0]) * axis[0] + (float(t.ch[1][i]) - mean[1]) * axis[1] +
                     (float(t.ch[2][i]) - mean[2]) * axis[2];
@@ -135,21 +127,6 @@ Start StartOf(const Tile& t) {
     s.B[c] = mean[c] + (len > 0 ? lo / len : 0) * axis[c];
   }
   return s;
-}
-
-inline void OrderOf(const Tile& t, const Start& s, Order* o) {
-  int ord[16], n = 0;
-  for (int i = 0; i < 16; ++i) {
-    if (t.transparent >> i & 1) continue;
-    int k = n++;
-    while (k > 0 && s.proj[ord[k - 1]] > s.proj[i]) ord[k] = ord[k - 1], --k;
-    ord[k] = i;
-  }
-  o->n = n;
-  for (int c = 0; c < 3; ++c) {
-    o->pre[c][0] = 0;
-    for (int m = 0; m < n; ++m) o->pre[c][m + 1] = o->pre[c][m] + t.ch[c][ord[m]];
-  }
 }
 
 // The endpoints of the best split of the ordered pixels into consecutive
@@ -222,47 +199,53 @@ inline bool ClusterOf(const Order& o, bool three, const int lo[3], const int hi[
 // of every split replaces them when it does better; then each of the six
 // endpoint components moved by one while the error drops.
 
-constexpr int kWindow = 2, kWindowRounds = 2;
+constexpr int kWindowRounds = 2;
 
-template <EvalFn kEval, NormalFn kNormal, SplitFn kSplit>
+template <class K>
 Part FitForm(const Tile& t, const Start& s, bool dxt1, bool three, int quality) {
-  if (s.n == 0) return kEval(t, 0, 0, dxt1, true);
+  if (s.n == 0) return K::kEval(t, 0, 0, dxt1, true);
   Part best;
   const int first = s.first;
   const float exact[3] = {float(t.ch[0][first]), float(t.ch[1][first]), float(t.ch[2][first])};
   if (s.one_colour) {
-    const Part q = kEval(t, Pack565(exact), Pack565(exact), dxt1, three);
+    const Part q = K::kEval(t, Pack565(exact), Pack565(exact), dxt1, three);
     if (quality == 0) return q;
     int a[3] = {}, b[3] = {};
     SingleChannel(t.ch[0][first], 5, three, &a[0], &b[0]);
     SingleChannel(t.ch[1][first], 6, three, &a[1], &b[1]);
     SingleChannel(t.ch[2][first], 5, three, &a[2], &b[2]);
-    best = kEval(t, uint16_t(a[0] << 11 | a[1] << 5 | a[2]), uint16_t(b[0] << 11 | b[1] << 5 | b[2]), dxt1, three);
+    best = K::kEval(t, uint16_t(a[0] << 11 | a[1] << 5 | a[2]), uint16_t(b[0] << 11 | b[1] << 5 | b[2]), dxt1, three);
     return q.err < best.err ? q : best;
   }
   float A[3], B[3];
   for (int c = 0; c < 3; ++c) A[c] = s.A[c], B[c] = s.B[c];
-  best = kEval(t, Pack565(A), Pack565(B), dxt1, three);
+  best = K::kEval(t, Pack565(A), Pack565(B), dxt1, three);
   if (quality == 1) {
     for (int r = 0; r < 2 && best.err > 0; ++r) {
       uint16_t ca, cb;
-      if (!(GridFit<kNormal>)(t, best, dxt1, &ca, &cb)) break;
-      const Part p = kEval(t, ca, cb, dxt1, three);
+      if (!(GridFit<K::kNormal>)(t, best, dxt1, &ca, &cb)) break;
+      const Part p = K::kEval(t, ca, cb, dxt1, three);
       if (p.err >= best.err) break;
       best = p;
     }
     if (best.err == 0) return best;
     Order o;
-    (OrderOf)(t, s, &o);
+    K::kOrder(t, s, &o);
     for (int r = 0; r < kWindowRounds; ++r) {
       // The run ends of the current indices along the axis, entry by entry
       // from the end of the lower offsets.
       const uint16_t c0 = uint16_t(best.b[0] | best.b[1] << 8), c1 = uint16_t(best.b[2] | best.b[3] << 8);
       const uint32_t idx = uint32_t(best.b[4] | best.b[5] << 8 | best.b[6] << 16 | uint32_t(best.b[7]) << 24);
-      int count[4] = {};
-      for (int i = 0; i < 16; ++i) {
-        if (!(t.transparent >> i & 1)) ++count[idx >> (2 * i) & 3];
-      }
+      // Each index's count over the opaque pixels, from the index bits:
+      // low and high bit of every pixel's field, with the opaque mask
+      // spread to the fields' low bits.
+      uint32_t on = uint16_t(~t.transparent);
+      on = (on | on << 8) & 0x00FF00FFu, on = (on | on << 4) & 0x0F0F0F0Fu;
+      on = (on | on << 2) & 0x33333333u, on = (on | on << 1) & 0x55555555u;
+      const uint32_t lo = idx & on, hi = idx >> 1 & on;
+      int count[4];
+      count[3] = std::popcount(lo & hi), count[2] = std::popcount(hi & ~lo), count[1] = std::popcount(lo & ~hi);
+      count[0] = std::popcount(on) - count[1] - count[2] - count[3];
       float e0[3], e1[3];
       Expand(c0, e0);
       Expand(c1, e1);
@@ -278,27 +261,15 @@ Part FitForm(const Tile& t, const Start& s, bool dxt1, bool three, int quality) 
         run[2] = run[1] + count[low0 ? 3 : 2];
       }
       SplitList l;
-      l.count = 0;
+      K::kList(o, three, run, &l);
       const int n = o.n;
-      for (int i = run[0] - kWindow; i <= run[0] + kWindow; ++i) {
-        for (int j = run[1] - kWindow; j <= run[1] + kWindow; ++j) {
-          for (int k = three ? j : run[2] - kWindow; k <= (three ? j : run[2] + kWindow); ++k) {
-            if (i < 0 || i > j || j > k || k > n) continue;
-            l.i[l.count] = i, l.j[l.count] = j, l.k[l.count] = k;
-            for (int c = 0; c < 3; ++c) l.ax[c][l.count] = o.pre[c][i] + o.pre[c][j] + (three ? 0 : o.pre[c][k]);
-            ++l.count;
-          }
-        }
-      }
-      for (int p = l.count; p < 128 && (p & 15); ++p) {  // whole vectors
-        l.i[p] = l.j[p] = l.k[p] = 0;
-        for (int c = 0; c < 3; ++c) l.ax[c][p] = 0;
-      }
-      const int at = kSplit(o, three, l);
+      const int at = K::kSplit(o, three, l);
       if (at < 0) break;
       uint16_t ca, cb;
-      SplitScore(o, three, l.i[at], l.j[at], l.k[at], &ca, &cb);
-      const Part p = kEval(t, ca, cb, dxt1, three);
+      int i, j, k;
+      (SplitAt)(l, three, n, at, &i, &j, &k);
+      SplitScore(o, three, i, j, k, &ca, &cb);
+      const Part p = K::kEval(t, ca, cb, dxt1, three);
       if (p.err >= best.err) break;
       best = p;
       if (best.err == 0) break;
@@ -307,18 +278,18 @@ Part FitForm(const Tile& t, const Start& s, bool dxt1, bool three, int quality) 
   }
   const int rounds = quality == 0 ? 0 : 8;
   for (int r = 0; r < rounds && best.err > 0; ++r) {
-    if (!(Refit<kNormal>)(t, best, dxt1, A, B)) break;
-    const Part p = kEval(t, Pack565(A), Pack565(B), dxt1, three);
+    if (!(Refit<K::kNormal>)(t, best, dxt1, A, B)) break;
+    const Part p = K::kEval(t, Pack565(A), Pack565(B), dxt1, three);
     if (p.err >= best.err) break;
     best = p;
   }
   if (quality >= 2) {
     uint16_t ca, cb;
     Order o;
-    (OrderOf)(t, s, &o);
+    K::kOrder(t, s, &o);
     const int lo[3] = {0, 0, 0}, hi[3] = {16, 16, 16};
     if ((ClusterOf)(o, three, lo, hi, &ca, &cb)) {
-      const Part p = kEval(t, ca, cb, dxt1, three);
+      const Part p = K::kEval(t, ca, cb, dxt1, three);
       if (p.err < best.err) best = p;
     }
     for (int pass = 0; pass < 16 && best.err > 0; ++pass) {
@@ -331,7 +302,7 @@ Part FitForm(const Tile& t, const Start& s, bool dxt1, bool three, int quality) 
             const int v = (c[e] >> shift & max) + dir;
             if (v < 0 || v > max) continue;
             c[e] = uint16_t((c[e] & ~(max << shift)) | v << shift);
-            const Part p = kEval(t, c[0], c[1], dxt1, three);
+            const Part p = K::kEval(t, c[0], c[1], dxt1, three);
             if (p.err < best.err) best = p, moved = true;
           }
         }
@@ -348,9 +319,9 @@ Part FitForm(const Tile& t, const Start& s, bool dxt1, bool three, int quality) 
 template <class K>
 void EncodeColour(const Tile& t, bool dxt1, int quality, uint8_t* out) {
   const Start s = (StartOf<K::kMoments>)(t);
-  Part best = (FitForm<K::kEval, K::kNormal, K::kSplit>)(t, s, dxt1, dxt1 && t.transparent != 0, quality);
+  Part best = (FitForm<K>)(t, s, dxt1, dxt1 && t.transparent != 0, quality);
   if (dxt1 && t.transparent == 0 && quality >= 2 && best.err > 0) {
-    const Part p = (FitForm<K::kEval, K::kNormal, K::kSplit>)(t, s, true, true, quality);
+    const Part p = (FitForm<K>)(t, s, true, true, quality);
     if (p.err < best.err) best = p;
   }
   std::memcpy(out, best.b, 8);

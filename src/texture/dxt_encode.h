@@ -5,6 +5,7 @@
 #ifndef RVT_TEXTURE_DXT_ENCODE_H_
 #define RVT_TEXTURE_DXT_ENCODE_H_
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <utility>
@@ -79,14 +80,25 @@ inline void Expand(uint16_t c, float out[3]) {
   for (int k = 0; k < 3; ++k) out[k] = rgb[k];
 }
 
-// The sums of the least squares system for weights w0, w1 (whole numbers)
-// of each pixel: w0.w0, w0.w1, w1.w1 and, per channel, w0.x and w1.x.
+// The sums of the least squares system for the indices idx (2 bits per
+// pixel) of the four- or three-colour form: each pixel weighs w0 on the
+// first endpoint and w1 on the second, whole numbers summing to 3 (three
+// colours: 2), nothing when it is transparent.  The sums: w0.w0, w0.w1,
+// w1.w1 and, per channel, w0.x and w1.x.
 struct Normal {
   int aa = 0, ab = 0, bb = 0, ax[3] = {}, bx[3] = {};
 };
-using NormalFn = void (*)(const Tile& t, const int32_t w0[16], const int32_t w1[16], Normal* m);
+using NormalFn = void (*)(const Tile& t, uint32_t idx, bool three, Normal* m);
 
-inline void NormalOf(const Tile& t, const int32_t w0[16], const int32_t w1[16], Normal* m) {
+inline void NormalOf(const Tile& t, uint32_t idx, bool three, Normal* m) {
+  const int w_four[4] = {3, 0, 2, 1}, w_three[4] = {2, 0, 1, 0};
+  const int* w = three ? w_three : w_four;
+  int w0[16], w1[16];
+  for (int i = 0; i < 16; ++i) {
+    const bool clear = t.transparent >> i & 1;
+    w0[i] = clear ? 0 : w[idx >> (2 * i) & 3];
+    w1[i] = clear ? 0 : (three ? 2 : 3) - w0[i];
+  }
   for (int i = 0; i < 16; ++i) m->aa += w0[i] * w0[i], m->ab += w0[i] * w1[i], m->bb += w1[i] * w1[i];
   for (int c = 0; c < 3; ++c) {
     for (int i = 0; i < 16; ++i) m->ax[c] += w0[i] * t.ch[c][i], m->bx[c] += w1[i] * t.ch[c][i];
@@ -160,13 +172,44 @@ struct Order {
 // Splits of the ordered pixels into consecutive runs on the form's entries
 // from A to B: [0, i) on A; [i, j) two parts A to one of B (three colours:
 // the mean); [j, k) one to two (three colours: none, k = j); [k, n) on B.
+// A list holds the splits whose run ends lie within kWindow of the centre
+// (r[0], r[1], r[2]): every offset, i's slowest and k's fastest (three
+// colours: i's and j's, k = j), those outside 0 <= i <= j <= k <= n
+// skipped.
+constexpr int kWindow = 2, kSpan = 2 * kWindow + 1;
+
+struct SplitOffsets {
+  int count[2];  // four colours, three colours
+  alignas(64) int32_t d[2][3][128];  // [form][run end][split]: offsets from the centre
+  constexpr SplitOffsets() : count{}, d{} {
+    for (int f = 0; f < 2; ++f) {
+      const int dims = f ? 2 : 3, total = dims == 3 ? kSpan * kSpan * kSpan : kSpan * kSpan;
+      count[f] = total;
+      for (int s = 0; s < total; ++s) {
+        const int di = dims == 3 ? s / (kSpan * kSpan) : s / kSpan;
+        const int dj = dims == 3 ? s / kSpan % kSpan : s % kSpan;
+        d[f][0][s] = di - kWindow, d[f][1][s] = dj - kWindow, d[f][2][s] = (dims == 3 ? s % kSpan : dj) - kWindow;
+      }
+    }
+  }
+};
+inline constexpr SplitOffsets kSplitOffsets{};
+
 struct SplitList {
-  int count = 0;
-  alignas(64) int32_t i[128], j[128], k[128];
+  int count = 0, r[3] = {};
   // Per channel, the sum of the prefixes at the run ends (i, j and k; three
-  // colours i and j): the A weights' sum with the pixels, in thirds (halves).
+  // colours i and j): the A weights' sum with the pixels, in thirds
+  // (halves); anything for the skipped splits.  Zero past count, to whole
+  // vectors.
   alignas(64) int32_t ax[3][128];
 };
+
+// Split s of the list: its run ends, false when it is skipped.
+inline bool SplitAt(const SplitList& l, bool three, int n, int s, int* i, int* j, int* k) {
+  const auto& d = kSplitOffsets.d[three];
+  *i = l.r[0] + d[0][s], *j = l.r[1] + d[1][s], *k = l.r[2] + d[2][s];
+  return *i >= 0 && *i <= *j && *j <= *k && *k <= n;
+}
 
 // A split's least squares endpoints rounded to 5:6:5 (ea for the A end),
 // and the squared error that assignment leaves, exactly, in whole numbers
@@ -210,7 +253,9 @@ inline int BestSplit(const Order& o, bool three, const SplitList& l) {
   int best = INT32_MAX, at = -1;
   for (int s = 0; s < l.count; ++s) {
     uint16_t a, b;
-    const int e = SplitScore(o, three, l.i[s], l.j[s], l.k[s], &a, &b);
+    int i, j, k;
+    if (!SplitAt(l, three, o.n, s, &i, &j, &k)) continue;
+    const int e = SplitScore(o, three, i, j, k, &a, &b);
     if (e < best) best = e, at = s;
   }
   return at;
@@ -243,16 +288,69 @@ inline void GatherRgba(const uint8_t* src, int32_t step, ImageSize roi, int64_t 
   }
 }
 
+// The pixels' order along the axis, the lower index first on a tie.
+using OrderFn = void (*)(const Tile& t, const Start& s, Order* o);
+
+inline void OrderOf(const Tile& t, const Start& s, Order* o) {
+  int ord[16], n = 0;
+  for (int i = 0; i < 16; ++i) {
+    if (t.transparent >> i & 1) continue;
+    int k = n++;
+    while (k > 0 && s.proj[ord[k - 1]] > s.proj[i]) ord[k] = ord[k - 1], --k;
+    ord[k] = i;
+  }
+  o->n = n;
+  for (int c = 0; c < 3; ++c) {
+    o->pre[c][0] = 0;
+    for (int m = 0; m < n; ++m) o->pre[c][m + 1] = o->pre[c][m] + t.ch[c][ord[m]];
+  }
+}
+
+// The splits around the run ends `run` (the centre) with their prefix sums.
+using ListFn = void (*)(const Order& o, bool three, const int run[3], SplitList* l);
+
+inline void ListOf(const Order& o, bool three, const int run[3], SplitList* l) {
+  l->count = kSplitOffsets.count[three];
+  for (int e = 0; e < 3; ++e) l->r[e] = run[e];
+  const int n = o.n;
+  for (int c = 0; c < 3; ++c) {
+    // The prefixes at each run end's offsets (clamped: the splits out
+    // of range are skipped), summed for every split of the list.
+    int at[3][kSpan];
+    for (int e = 0; e < 3; ++e) {
+      for (int m = 0; m < kSpan; ++m) {
+        const int x = run[e] - kWindow + m;
+        at[e][m] = three && e == 2 ? 0 : o.pre[c][x < 0 ? 0 : x > n ? n : x];
+      }
+    }
+    int32_t* ax = l->ax[c];
+    for (int u = 0; u < kSpan; ++u) {
+      for (int v = 0; v < kSpan; ++v) {
+        const int ij = at[0][u] + at[1][v];
+        if (three) {
+          *ax++ = ij;
+          continue;
+        }
+        for (int w = 0; w < kSpan; ++w) *ax++ = ij + at[2][w];
+      }
+    }
+    for (int p = l->count; p < 128 && (p & 15); ++p) *ax++ = 0;  // whole vectors
+  }
+}
+
 // Format 1: DXT1 (8 bytes); 3: DXT3 (explicit 4-bit alpha, nearest of the
 // multiples of 16 the decoder gives back); 5: DXT5 (the alpha part as a
 // BC4 block of the same quality).
 // The kernels K: the colour part's evaluation (kEval), the sums of the
-// start (kMoments) and of the least squares (kNormal), the alpha channel
-// block (kChannel).
+// start (kMoments) and of the least squares (kNormal), the pixels' order
+// along the axis (kOrder), the split lists (kList) and their best split
+// (kSplit), the alpha channel block (kChannel).
 struct RefKernels {
   static constexpr EvalFn kEval = Eval;
   static constexpr MomentsFn kMoments = MomentsOf;
   static constexpr NormalFn kNormal = NormalOf;
+  static constexpr OrderFn kOrder = OrderOf;
+  static constexpr ListFn kList = ListOf;
   static constexpr SplitFn kSplit = BestSplit;
   static constexpr bc_encode::ChannelFn kChannel = bc_encode::EncodeChannel;
 };
