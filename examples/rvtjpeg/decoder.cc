@@ -29,9 +29,6 @@ namespace rvtjpeg {
 namespace {
 
 constexpr int kStripRows = 16;                // rows converted per call
-// Rows up-sampled and converted per call when chroma is subsampled: two
-// rows of each chroma plane at full width stay in L1 between the passes.
-constexpr int kSampledRows = 2;
 constexpr size_t kMaxPixels = size_t(1) << 28;  // refuse larger frames
 // Byte offset of the "coefficients done" count in a DecodeHuffmanState.
 constexpr size_t kCoefficientsDoneOffset = 16;
@@ -678,10 +675,8 @@ void Decoder::Impl::ConvertRows(int y0, int y1, uint8_t* scratch, StageTimes* st
     return;
   }
   const int s = Y.stride;
-  const bool sampled = comp[1].hs != 1 || comp[1].vs != 1 || comp[2].hs != 1 || comp[2].vs != 1;
-  const int rows = sampled ? kSampledRows : kStripRows;
   for (int r0 = y0, r1; r0 < y1; r0 = r1) {
-    r1 = std::min(y1, r0 + rows);
+    r1 = std::min(y1, r0 + kStripRows);
     // Full-size planes are read in place: a strip ends where their ring does.
     for (int c = 0; c < 3; ++c)
       if (comp[c].ring && comp[c].hs == 1 && comp[c].vs == 1)
