@@ -172,6 +172,10 @@ TEST_F(Codec, DecoderMatchesLibjpegTurbo) {
     two.threads = 2;
     ASSERT_EQ(decoder.Decode(file.data(), file.size(), two, &threaded, &error), DecodeStatus::kOk) << what;
     EXPECT_EQ(threaded.pixels, ours.pixels) << what << ", two threads";
+    // The decoder keeps the tables of the files before: a fresh one must agree.
+    Image fresh;
+    ASSERT_EQ(Decoder().Decode(file.data(), file.size(), DecodeOptions(), &fresh, &error), DecodeStatus::kOk) << what;
+    EXPECT_EQ(fresh.pixels, ours.pixels) << what << ", fresh decoder";
     const double mad = MeanAbsDiff(ours, theirs);
     std::printf("%-44s PSNR vs libjpeg-turbo %6.2f dB, mean |diff| %.4f\n", what.c_str(), Psnr(ours, theirs), mad);
     EXPECT_LE(mad, 1.0) << what;
@@ -200,6 +204,19 @@ TEST_F(Codec, DecoderMatchesLibjpegTurbo) {
     ASSERT_TRUE(LibjpegEncode(chelsea, 80, s, lo, &file, &error)) << error;
     check(file, std::string("libjpeg chelsea ") + SamplingName(s) + " 3 scans, restart 29");
   }
+  // Tables fitted to each image: the decoder, kept from file to file, must
+  // not mistake one for the table of the same slot before.
+  for (const Image* src : {&coffee, &chelsea, &coffee})
+    for (int q : {40, 90}) {
+      Encoder encoder;
+      EncodeOptions opt;
+      opt.quality = q;
+      opt.sampling = Sampling::k420;
+      opt.optimize = true;
+      ASSERT_TRUE(encoder.Encode(*src, opt, &error)) << error;
+      check(std::vector<uint8_t>(encoder.data(), encoder.data() + encoder.size()),
+            std::string(src == &coffee ? "coffee" : "chelsea") + " optimized tables q" + std::to_string(q));
+    }
   // R, G, B stored as they are (an Adobe marker says so).
   LibjpegOptions rgb;
   rgb.rgb = true;

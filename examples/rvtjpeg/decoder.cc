@@ -58,10 +58,17 @@ struct BlockJob {
   int32_t stride;
 };
 
+// One block's transform: its coefficients and where it goes.
+struct GroupedJob {
+  const int16_t* blk;
+  uint8_t* dst;
+  const uint16_t* table;
+  int32_t stride;
+};
+
 // Per-thread scratch of TransformRow, sized for one MCU row.
 struct RowScratch {
-  AlignedArray<BlockJob> jobs;
-  AlignedArray<int> order;  // block indices grouped by transform size
+  AlignedArray<GroupedJob> jobs;  // three groups of a row's blocks, by transform size
 };
 
 // One block of an MCU: component and block offset inside the MCU.
@@ -136,6 +143,9 @@ struct Decoder::Impl {
   // Tables.
   int spec_size = 0, state_size = 0;
   AlignedArray<uint8_t> specs;  // DC 0..3, AC 0..3
+  // The counts and values each spec was last built from: a file (or the
+  // next frame of a stream) that defines the same table again reuses it.
+  std::vector<uint8_t> spec_source[8];
   bool dc_defined[4], ac_defined[4];
   alignas(64) uint16_t qt[4][64];
   bool q_defined[4];
@@ -205,6 +215,7 @@ struct Decoder::Impl {
 
 bool Decoder::Impl::Setup() {
   if (spec_size == 0) {
+    for (auto& source : spec_source) source.clear();
     if (rvtiDecodeHuffmanSpecGetBufSize_JPEG_8u(&spec_size) != rvtStatusOk ||
         rvtiDecodeHuffmanStateGetBufSize_JPEG_8u(&state_size) != rvtStatusOk || spec_size < 1 ||
         state_size < int(kCoefficientsDoneOffset + 4) || !specs.Reserve(size_t(spec_size) * 8)) {
@@ -230,12 +241,17 @@ void Decoder::Impl::ReadDht(const uint8_t* p, int len) {
     for (int i = 0; i < 16; ++i) n += p[1 + i];
     if (cls > 1 || id > 3 || n > 256 || len < 17 + n)
       return Problem(DecodeStatus::kError, "bad DHT segment");
-    uint8_t bits[16], vals[256] = {};
-    std::memcpy(bits, p + 1, 16);
-    std::memcpy(vals, p + 17, size_t(n));
-    auto* spec = reinterpret_cast<DecodeHuffmanSpec*>(specs.data() + size_t(cls * 4 + id) * spec_size);
-    if (rvtiDecodeHuffmanSpecInit_JPEG_8u(bits, vals, spec) != rvtStatusOk)
-      return Problem(DecodeStatus::kError, "invalid Huffman table");
+    std::vector<uint8_t>& source = spec_source[cls * 4 + id];
+    if (source.size() != size_t(16 + n) || std::memcmp(source.data(), p + 1, size_t(16 + n)) != 0) {
+      uint8_t bits[16], vals[256] = {};
+      std::memcpy(bits, p + 1, 16);
+      std::memcpy(vals, p + 17, size_t(n));
+      auto* spec = reinterpret_cast<DecodeHuffmanSpec*>(specs.data() + size_t(cls * 4 + id) * spec_size);
+      source.clear();
+      if (rvtiDecodeHuffmanSpecInit_JPEG_8u(bits, vals, spec) != rvtStatusOk)
+        return Problem(DecodeStatus::kError, "invalid Huffman table");
+      source.assign(p + 1, p + 17 + n);
+    }
     (cls ? ac_defined : dc_defined)[id] = true;
     p += 17 + n;
     len -= 17 + n;
@@ -424,28 +440,20 @@ void Decoder::Impl::TransformRow(const ScanLayout& sl, int my, int interval_begi
   // and each group runs in a loop of its own: a choice per block would be
   // a branch the processor mispredicts for about every other block.
   const int n = (mx1 - mx0) * sl.nblocks;
-  BlockJob* jobs = scratch->jobs.data();
-  int* order = scratch->order.data();
+  GroupedJob* jobs = scratch->jobs.data();
   int count[3] = {0, 0, 0};
   for (int mx = mx0, i = 0; mx < mx1; ++mx)
     for (int b = 0; b < sl.nblocks; ++b, ++i) {
-      jobs[i] = first[b];
-      jobs[i].dst += size_t(mx) * step[b];
       const int size = (dn[i] > 3) + (dn[i] > 10);
-      order[size * n + count[size]++] = i;
+      jobs[size * n + count[size]++] = {blk + 64 * i, first[b].dst + size_t(mx) * step[b], first[b].table,
+                                        first[b].stride};
     }
-  for (int j = 0; j < count[0]; ++j) {
-    const int i = order[j];
-    rvtiDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R(blk + 64 * i, jobs[i].dst, jobs[i].stride, jobs[i].table);
-  }
-  for (int j = 0; j < count[1]; ++j) {
-    const int i = order[n + j];
-    rvtiDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R(blk + 64 * i, jobs[i].dst, jobs[i].stride, jobs[i].table);
-  }
-  for (int j = 0; j < count[2]; ++j) {
-    const int i = order[2 * n + j];
-    rvtiDCTQuantInv8x8LS_JPEG_16s8u_C1R(blk + 64 * i, jobs[i].dst, jobs[i].stride, jobs[i].table);
-  }
+  for (const GroupedJob* j = jobs; j < jobs + count[0]; ++j)
+    rvtiDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R(j->blk, j->dst, j->stride, j->table);
+  for (const GroupedJob* j = jobs + n; j < jobs + n + count[1]; ++j)
+    rvtiDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R(j->blk, j->dst, j->stride, j->table);
+  for (const GroupedJob* j = jobs + 2 * n; j < jobs + 2 * n + count[2]; ++j)
+    rvtiDCTQuantInv8x8LS_JPEG_16s8u_C1R(j->blk, j->dst, j->stride, j->table);
 }
 
 void Decoder::Impl::DecodeRows(const ScanLayout& sl, int row_begin, int row_end, Reader* rd,
@@ -569,7 +577,7 @@ void Decoder::Impl::DecodeScan(Component** sc, int ns, Reader* rd, bool threaded
   if (!ReservePlanes(ring)) return Problem(DecodeStatus::kError, "out of memory");
   if (row_scratch.size() < size_t(threads)) row_scratch.resize(size_t(threads));
   for (RowScratch& r : row_scratch)
-    if (!r.jobs.Reserve(row_blocks) || !r.order.Reserve(row_blocks * 3))
+    if (!r.jobs.Reserve(row_blocks * 3))
       return Problem(DecodeStatus::kError, "out of memory");
   if (!starts.empty()) {
     const int nt = std::min(threads, intervals);
