@@ -132,8 +132,9 @@ RvtResult Invoke(RvtResult (*fn)(S, int32_t, D, int32_t, ImageSize, Aval...), co
 // of every target) at one to three rows, odd steps and misaligned starts,
 // the wide-row sizes of the kernels (one 4096-column pass of the 411 rows
 // and past it), the threading limit for the threaded members, a ragged
-// wide region and a full-HD frame with 64-byte aligned rows as codecs
-// allocate them (the last, which the benchmark times).
+// wide region, a full-HD frame with 64-byte aligned rows as codecs
+// allocate them (which the benchmark times) and a ragged one as large, the
+// two written with streaming stores.
 struct Shape {
   int w, h, pad, misalign;
   bool aligned = false;
@@ -153,6 +154,7 @@ std::vector<Shape> Shapes(bool threaded) {
   }
   s.push_back({3833, 9, 0, 0, true});
   s.push_back({1920, 1080, 0, 0, true});
+  s.push_back({1931, 1087, 7, 3});  // streamed, from a different column on each row
   return s;
 }
 

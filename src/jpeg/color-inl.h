@@ -16,6 +16,7 @@
 #define RVT_JPEG_COLOR_INL_H_
 #endif
 
+#include <hwy/cache_control.h>
 #include <hwy/highway.h>
 
 #include <algorithm>
@@ -379,6 +380,96 @@ HWY_INLINE void StoreWide(Cmyk<kPacked>, const Rows& rows, int x, const WPix& p)
   }
 }
 
+// ------------------------------------------------------------ streaming
+
+// Streaming stores (straight to memory, past the caches) pay where every
+// store fills a whole 64-byte line or half of one, and the line's other
+// half follows at once: the 64-byte vectors of the AVX-512 targets.  With
+// 32- and 16-byte vectors (several partial lines open at a time, one per
+// plane) they measured slower than cached stores.
+inline constexpr bool kCanStream = HWY_TARGET <= HWY_AVX3;
+
+// A destination layout written with streaming stores; the row driver only
+// uses it on steps whose every store is aligned.
+template <class L>
+struct Streamed : L {};
+
+// Three interleaved vectors of bytes, streamed: interleaved on the stack
+// (whole vectors, so the loads forward from the stores), then out.
+template <class D>
+HWY_INLINE void StreamInterleaved3(hn::Vec<D> a, hn::Vec<D> b, hn::Vec<D> c, D d, uint8_t* p) {
+  constexpr size_t kMax = hn::MaxLanes(D());
+  alignas(64) uint8_t t[3 * kMax];
+  hn::StoreInterleaved3(a, b, c, d, t);
+  const size_t n = hn::Lanes(d);
+  for (size_t i = 0; i < 3; ++i) hn::Stream(hn::Load(d, t + i * n), d, p + i * n);
+}
+template <class D>
+HWY_INLINE void StreamInterleaved4(hn::Vec<D> a, hn::Vec<D> b, hn::Vec<D> c, hn::Vec<D> k, D d,
+                                   uint8_t* p) {
+  constexpr size_t kMax = hn::MaxLanes(D());
+  alignas(64) uint8_t t[4 * kMax];
+  hn::StoreInterleaved4(a, b, c, k, d, t);
+  const size_t n = hn::Lanes(d);
+  for (size_t i = 0; i < 4; ++i) hn::Stream(hn::Load(d, t + i * n), d, p + i * n);
+}
+
+template <int kBpp, int kR, int kB>
+HWY_INLINE void Store(Streamed<Packed8<kBpp, kR, kB>>, const Rows& rows, int x, const Pix& p) {
+  const D8 d8;
+  const V8 r = Narrow(p.a), g = Narrow(p.b), b = Narrow(p.c);
+  if constexpr (kBpp == 3) {
+    StreamInterleaved3(kR == 0 ? r : b, g, kR == 0 ? b : r, d8, rows.d[0] + 3 * ptrdiff_t(x));
+  } else {
+    StreamInterleaved4(kR == 0 ? r : b, g, kR == 0 ? b : r, hn::Set(d8, rows.aval), d8,
+                       rows.d[0] + 4 * ptrdiff_t(x));
+  }
+}
+template <int kBpp, int kR, int kB>
+HWY_INLINE void StoreWide(Streamed<Packed8<kBpp, kR, kB>>, const Rows& rows, int x,
+                          const WPix& p) {
+  const DB db;
+  const VB r = Rezip(p.lo.a, p.hi.a), g = Rezip(p.lo.b, p.hi.b), b = Rezip(p.lo.c, p.hi.c);
+  if constexpr (kBpp == 3) {
+    StreamInterleaved3(kR == 0 ? r : b, g, kR == 0 ? b : r, db, rows.d[0] + 3 * ptrdiff_t(x));
+  } else {
+    StreamInterleaved4(kR == 0 ? r : b, g, kR == 0 ? b : r, hn::Set(db, rows.aval), db,
+                       rows.d[0] + 4 * ptrdiff_t(x));
+  }
+}
+template <int kN>
+HWY_INLINE void StoreWide(Streamed<Planes<kN, 1, 1>>, const Rows& rows, int x, const WPix& p) {
+  const DB db;
+  hn::Stream(Rezip(p.lo.a, p.hi.a), db, rows.d[0] + x);
+  hn::Stream(Rezip(p.lo.b, p.hi.b), db, rows.d[1] + x);
+  hn::Stream(Rezip(p.lo.c, p.hi.c), db, rows.d[2] + x);
+  if constexpr (kN == 4) hn::Stream(Rezip(p.lo.k, p.hi.k), db, rows.d[3] + x);
+}
+
+// Destinations with a streamed form, and their bytes per pixel.
+template <class L>
+inline constexpr int kStreamBpp = 0;
+template <int kBpp, int kR, int kB>
+inline constexpr int kStreamBpp<Packed8<kBpp, kR, kB>> = kBpp;
+template <int kN>
+inline constexpr int kStreamBpp<Planes<kN, 1, 1>> = 1;
+
+// The first column x in [x0, x0 + unit) (even when kEven) at which every
+// destination plane of L starts on a multiple of `unit` bytes, or -1.
+template <class L>
+HWY_INLINE int StreamStart(const Rows& r, int x0, int unit, bool even) {
+  for (int x = x0; x < x0 + unit; ++x) {
+    if (even && (x & 1)) continue;
+    bool ok = true;
+    for (int i = 0; i < L::kPlanes; ++i) {
+      ok = ok && (reinterpret_cast<uintptr_t>(r.d[i] + kStreamBpp<L> * ptrdiff_t(x)) &
+                  uintptr_t(unit - 1)) == 0;
+    }
+    if (ok) return x;
+  }
+  return -1;
+}
+
 // Layouts with a wide path (16-bit words and packed 4:2:2 keep N pixels
 // per step: their lanes arrive in pixel order).
 template <class L>
@@ -580,6 +671,43 @@ HWY_INLINE void Span(const Rows& r, int x0, int x1) {
   PixelsRef<Src, Arith, Dst>(r, done, x1);
 }
 
+// Span with streaming stores: one cached step at x0 up to the first column
+// where every store of a step is aligned, streamed steps from there, and a
+// cached last step moved back to end at x1.  Falls back to Span when the
+// destination planes cannot all be aligned at once or the span is short.
+template <class Src, class Arith, class Dst>
+inline constexpr bool kPairsSpan = std::is_same_v<Arith, InvHighHalf16> &&
+                                   (std::is_same_v<Src, Ycc422> || std::is_same_v<Src, Ycc411>);
+template <class Src, class Arith, class Dst>
+inline constexpr bool kWideSpan = kPairsSpan<Src, Arith, Dst> || (kWideIn<Src> && kWideOut<Dst>);
+
+template <class Src, class Arith, class Dst>
+HWY_INLINE void StreamSpan(const Rows& r, int x0, int x1) {
+  constexpr bool kPairs = kPairsSpan<Src, Arith, Dst>;
+  constexpr bool kWide = kWideSpan<Src, Arith, Dst>;
+  constexpr bool kEven =
+      std::is_same_v<Src, Ycc422> || std::is_same_v<Src, Ycc411> || std::is_same_v<Src, YccC2>;
+  const int n = kWide ? 2 * Lanes() : Lanes();
+  const int unit = int(kWide ? hn::Lanes(DB()) : hn::Lanes(D8()));
+  auto step = [&](auto dst, int x) RVT_COLOR_INLINE {
+    using L = decltype(dst);
+    if constexpr (kPairs) {
+      InvHighHalf16PairsWide<L>(r, x);
+    } else if constexpr (kWide) {
+      PixelsWide<Src, Arith, L>(r, x);
+    } else {
+      Pixels<Src, Arith, L>(r, x);
+    }
+  };
+  const int xa = StreamStart<Dst>(r, x0, unit, kEven);
+  if (xa < 0 || xa + n > x1) return Span<Src, Arith, Dst>(r, x0, x1);
+  if (xa > x0) step(Dst{}, x0);
+  int x = xa;
+  for (; x + n <= x1; x += n) step(Streamed<Dst>{}, x);
+  if (x < x1) step(Dst{}, x1 - n);
+  hwy::FlushStream();
+}
+
 // Sums of horizontal pixel pairs of a byte vector, as 16-bit lanes in
 // pair order.
 template <class V>
@@ -589,9 +717,9 @@ HWY_INLINE auto PairSums(V v) {
   return hn::Add(hn::And(w, hn::Set(dh, 0xFF)), hn::ShiftRight<8>(w));
 }
 
-// Luma of 2N pixels of one row from x, stored; returns the pair sums of
-// the three channels.
-template <class Src>
+// Luma of 2N pixels of one row from x, stored (streamed when kStream);
+// returns the pair sums of the three channels.
+template <class Src, bool kStream>
 HWY_INLINE void LumaAndPairs(const uint8_t* src, uint8_t* y, int x, VU16 sums[3]) {
   const DU16 du;
   VB r8, g8, b8;
@@ -604,55 +732,107 @@ HWY_INLINE void LumaAndPairs(const uint8_t* src, uint8_t* y, int x, VU16 sums[3]
   };
   const V16 lo = luma([](auto d, VB a, VB b) RVT_COLOR_INLINE { return hn::ZipLower(d, a, b); });
   const V16 hi = luma([](auto d, VB a, VB b) RVT_COLOR_INLINE { return hn::ZipUpper(d, a, b); });
-  Put(Rezip(lo, hi), y + x);
+  if constexpr (kStream) {
+    hn::Stream(Rezip(lo, hi), DB(), y + x);
+  } else {
+    Put(Rezip(lo, hi), y + x);
+  }
   sums[0] = PairSums(r8), sums[1] = PairSums(g8), sums[2] = PairSums(b8);
 }
 // Chroma of N pairs (kLog2n = 1) or 2x2 blocks (kLog2n = 2) from their
 // channel sums, stored at column x / 2.
-template <int kLog2n>
+template <int kLog2n, bool kStream>
 HWY_INLINE void ChromaOfSums(const Rows& r, int x, const VU16 s[3]) {
   const DU16 du;
   V16 cb, cr;
   HighHalfChroma(du, hn::ShiftLeft<7 - kLog2n>(s[0]), hn::ShiftLeft<7 - kLog2n>(s[1]),
                  hn::ShiftLeft<7 - kLog2n>(s[2]), cb, cr);
-  hn::StoreU(Narrow(cb), D8(), r.d[1] + x / 2);
-  hn::StoreU(Narrow(cr), D8(), r.d[2] + x / 2);
+  if constexpr (kStream) {
+    hn::Stream(Narrow(cb), D8(), r.d[1] + x / 2);
+    hn::Stream(Narrow(cr), D8(), r.d[2] + x / 2);
+  } else {
+    hn::StoreU(Narrow(cb), D8(), r.d[1] + x / 2);
+    hn::StoreU(Narrow(cr), D8(), r.d[2] + x / 2);
+  }
 }
 
-// 411 / 422 forward over the even columns [0, we), we >= 2N.  With two rows
-// the columns go in chunks, first through row 0 (pair sums parked on the
-// stack), then through row 1: the two source rows then alternate every few
-// kilobytes rather than every vector, which the memory system handles much
-// better.
-template <class Src>
-HWY_INLINE void Subsampled(const Rows& r, int we) {
+// 411 / 422 forward over the even columns [x0, x1), x1 - x0 >= 2N, in
+// steps of 2N from x0, the last one moved back to end at x1 (streamed steps
+// get whole steps only).  With two rows the columns go in chunks, first
+// through row 0 (pair sums parked on the stack), then through row 1: the
+// two source rows then alternate every few kilobytes rather than every
+// vector, which the memory system handles much better.
+template <class Src, bool kStream>
+HWY_INLINE void Subsampled(const Rows& r, int x0, int x1) {
   const int n2 = 2 * Lanes();
-  // Steps of 2N from 0, the last one moved back to end at `end`.
   if (r.rows == 1) {
-    for (int x = 0; x < we; x += n2) {
-      const int at = std::min(x, we - n2);
+    for (int x = x0; x < x1; x += n2) {
+      const int at = std::min(x, x1 - n2);
       VU16 s[3];
-      LumaAndPairs<Src>(r.s[0], r.d[0], at, s);
-      ChromaOfSums<1>(r, at, s);
+      LumaAndPairs<Src, kStream>(r.s[0], r.d[0], at, s);
+      ChromaOfSums<1, kStream>(r, at, s);
     }
     return;
   }
   constexpr int kChunk = 4096;  // 12 KB of parked sums on every target
   constexpr int kMaxSteps = kChunk / (2 * int(hn::MaxLanes(D16()))) + 1;
   VU16 parked[kMaxSteps][3];
-  for (int x0 = 0; x0 < we; x0 += kChunk) {
-    const int x1 = std::min(x0 + kChunk, we);
-    for (int x = x0, i = 0; x < x1; x += n2, ++i) {
-      LumaAndPairs<Src>(r.s[0], r.d[0], std::min(x, x1 - n2), parked[i]);
+  for (int c0 = x0; c0 < x1; c0 += kChunk) {
+    const int c1 = std::min(c0 + kChunk, x1);
+    for (int x = c0, i = 0; x < c1; x += n2, ++i) {
+      LumaAndPairs<Src, kStream>(r.s[0], r.d[0], std::min(x, c1 - n2), parked[i]);
     }
-    for (int x = x0, i = 0; x < x1; x += n2, ++i) {
-      const int at = std::min(x, x1 - n2);
+    for (int x = c0, i = 0; x < c1; x += n2, ++i) {
+      const int at = std::min(x, c1 - n2);
       VU16 s[3];
-      LumaAndPairs<Src>(r.s[1], r.d[3], at, s);
+      LumaAndPairs<Src, kStream>(r.s[1], r.d[3], at, s);
       for (int c = 0; c < 3; ++c) s[c] = hn::Add(s[c], parked[i][c]);
-      ChromaOfSums<2>(r, at, s);
+      ChromaOfSums<2, kStream>(r, at, s);
     }
   }
+}
+
+// The first even column in [0, 2N) where the luma rows start on whole
+// vectors and the chroma rows on half vectors, or -1.
+HWY_INLINE int SubsampledStreamStart(const Rows& r) {
+  const uintptr_t full = hn::Lanes(DB()) - 1, half = hn::Lanes(D8()) - 1;
+  for (int x = 0; x < 2 * Lanes(); x += 2) {
+    auto at = [&](const uint8_t* p, ptrdiff_t o) { return reinterpret_cast<uintptr_t>(p + o); };
+    if ((at(r.d[0], x) & full) || (at(r.d[1], x / 2) & half) || (at(r.d[2], x / 2) & half))
+      continue;
+    if (r.rows == 2 && (at(r.d[3], x) & full)) continue;
+    return x;
+  }
+  return -1;
+}
+
+// The forward 411 / 422 row over [0, we): streamed in whole steps from an
+// aligned column when the region asks for it, cached at both ends.
+template <class Src>
+HWY_INLINE void SubsampledRow(const Rows& r, int we) {
+  const int n2 = 2 * Lanes();
+  if constexpr (kCanStream) {
+    const int s = r.stream ? SubsampledStreamStart(r) : -1;
+    if (s >= 0 && s + n2 <= we) {
+      if (s > 0) Subsampled<Src, false>(r, 0, n2);
+      const int e = s + (we - s) / n2 * n2;
+      Subsampled<Src, true>(r, s, e);
+      if (e < we) Subsampled<Src, false>(r, we - n2, we);
+      hwy::FlushStream();
+      return;
+    }
+  }
+  Subsampled<Src, false>(r, 0, we);
+}
+
+// Span, streamed when the region asks for it and the destination can be.
+template <class Src, class Arith, class Dst>
+HWY_INLINE void RowSpan(const Rows& r, int x0, int x1) {
+  // Whole vectors per plane only (the N-pixel steps store half vectors).
+  if constexpr (kCanStream && kStreamBpp<Dst> != 0 && kWideSpan<Src, Arith, Dst>) {
+    if (r.stream) return StreamSpan<Src, Arith, Dst>(r, x0, x1);
+  }
+  Span<Src, Arith, Dst>(r, x0, x1);
 }
 
 // The vector row of a member.
@@ -663,12 +843,12 @@ void Row(const Rows& r, int w) {
   using Dst = typename M::Dst;
   if constexpr (std::is_same_v<Arith, Fwd15Groups8>) {
     const int groups = Fwd15Columns(w);
-    Span<Src, Fwd15, Dst>(r, 0, groups);
+    RowSpan<Src, Fwd15, Dst>(r, 0, groups);
     PixelsRef<Src, Fwd14, Dst>(r, groups, w);
   } else if constexpr (kSubsampledFwd<M>) {
     const int we = w & ~1;
     if (we >= 2 * Lanes()) {
-      Subsampled<Src>(r, we);
+      SubsampledRow<Src>(r, we);
       SubsampledRef<Src>(r, we, w);
     } else {
       SubsampledRef<Src>(r, 0, w);
@@ -676,10 +856,10 @@ void Row(const Rows& r, int w) {
   } else if constexpr (std::is_same_v<Src, Ycc422> || std::is_same_v<Src, Ycc411> ||
                        std::is_same_v<Src, YccC2>) {
     // Steps start on even columns so that each meets whole chroma pairs.
-    Span<Src, Arith, Dst>(r, 0, w & ~1);
+    RowSpan<Src, Arith, Dst>(r, 0, w & ~1);
     PixelsRef<Src, Arith, Dst>(r, w & ~1, w);
   } else {
-    Span<Src, Arith, Dst>(r, 0, w);
+    RowSpan<Src, Arith, Dst>(r, 0, w);
   }
 }
 

@@ -32,7 +32,12 @@ struct Rows {
   uint8_t* d[4];
   int rows;
   uint8_t aval;
+  // Set for regions too large to be read back from the caches: vector rows
+  // then write whole aligned vectors with streaming stores.
+  bool stream;
 };
+// Regions of at least this many pixels (a 1080p frame) are streamed.
+inline constexpr int64_t kStreamPixels = int64_t(1920) * 1080;
 using RowFn = void (*)(const Rows&, int width);
 
 // ------------------------------------------------------------ arithmetic
@@ -552,10 +557,12 @@ template <class M, RowFn kRow, class S, class D>
 RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi, uint8_t aval) {
   RVT_CHECK(Check<M>(src, srcStep, dst, dstStep, roi));
   const int w = roi.width;
+  const bool stream = int64_t(w) * roi.height >= kStreamPixels;
   if constexpr (M::kRowPairs) {
     for (int y = 0; y < roi.height; y += 2) {
       Rows r{};
       r.rows = roi.height - y >= 2 ? 2 : 1;
+      r.stream = stream;
       PointRows<typename M::Src>(src, srcStep, y, &r.s[0]);
       r.d[0] = RowPtr(dst[0], dstStep, y);
       r.d[1] = RowPtr(dst[1], dstStep, y >> 1);
@@ -571,6 +578,7 @@ RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi,
       Rows r{};
       r.rows = 1;
       r.aval = aval;
+      r.stream = stream;
       PointRows<typename M::Src>(src, srcStep, y, r.s);
       PointRows<typename M::Dst>(dst, dstStep, y, r.d);
       kRow(r, w);
