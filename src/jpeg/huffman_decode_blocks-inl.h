@@ -44,17 +44,17 @@ namespace hn = hwy::HWY_NAMESPACE;
 //   bits 24..31  the code length, and bits 40..47 63 - s, for reading the
 //                value bits from the buffer;
 //   bits 48..62  the symbol's column of kRunSteps, ((len - 1) * 16 + s) * 64.
-// An AC entry (AcEntry) is laid out for the fewest instructions per
-// coefficient: the value where a 16-bit store takes it, the shift one
-// rotate away:
-//   bits 0..15   kSlow clear: the coefficient, extended (code and value
+// An AC entry (AcEntry) is laid out for the shortest chain from one
+// lookup to the next (the entry is the shift count as it stands) and the
+// fewest instructions besides (the value one rotate from a 16-bit store):
+//   bits 0..7    the bits the symbol takes in all;
+//   bits 8..15   the zig-zag advance (run + 1; 16 for ZRL; kEobAdvance for
+//                an end of block);
+//   bits 16..31  kSlow clear: the coefficient, extended (code and value
 //                bits both lie in the kBits bits, which is so for 95% of a
 //                q90 photo's AC coefficients, so one lookup resolves them);
-//                kSlow set: the code length (bits 0..7, 0 for bits no code
-//                of up to kBits bits covers) and 63 - s (bits 8..15);
-//   bits 16..23  the bits the symbol takes in all;
-//   bits 24..31  the zig-zag advance (run + 1; 16 for ZRL; kEobAdvance for
-//                an end of block);
+//                kSlow set: the code length (bits 16..23, 0 for bits no
+//                code of up to kBits bits covers) and 63 - s (bits 24..31);
 //   bits 48..62  the column of kRunSteps;
 //   bit 63       kSlow: the value is not in the entry (a sign test).
 constexpr int kDcBits = 8, kAcBits = 10;
@@ -82,12 +82,11 @@ template <int kBits>
 HWY_INLINE uint64_t AcEntry(uint32_t len, uint32_t sym, uint32_t i) {
   const uint32_t s = sym & 15, run = sym >> 4;
   const uint32_t advance = s != 0 ? run + 1 : (run == 15 ? 16 : kEobAdvance);
-  const uint64_t e = (uint64_t(len + s) << 16) | (uint64_t(advance) << 24) |
-                     (uint64_t(((len - 1) * 16 + s) * 64) << 48);
-  if (len + s > uint32_t(kBits)) return e | kSlow | len | ((63 - s) << 8);
+  const uint64_t e = (len + s) | (advance << 8) | (uint64_t(((len - 1) * 16 + s) * 64) << 48);
+  if (len + s > uint32_t(kBits)) return e | kSlow | (len << 16) | ((63 - s) << 24);
   const int32_t v =
       s == 0 ? 0 : Extend((i >> (uint32_t(kBits) - len - s)) & ((1u << s) - 1), int(s));
-  return e | uint16_t(v);
+  return e | (uint64_t(uint16_t(v)) << 16);
 }
 
 // The careful reader's code length and symbol for the kBits bits i (kBits
@@ -323,8 +322,8 @@ inline RvtResult DecodeRun(const Args& a) {
 
   // The bit buffer: nb & 63 valid bits, left-aligned (oldest in bit 63),
   // below them zeros or bits of the next bytes; rp the next source byte
-  // for it.  (The AC steps subtract whole rotated entries from nb: only its
-  // low 6 bits count.)
+  // for it.  (The AC steps subtract whole entries from nb: only its low 6
+  // bits count.)
   // Beside it the careful reader's valid-bit count vc (kept as vcp =
   // steps + vc: the step chain is one load and one add), which fills the same
   // bytes at the same moments, only later; base the source position at the
@@ -420,7 +419,7 @@ inline RvtResult DecodeRun(const Args& a) {
     const auto ac = [&]() HWY_ATTR -> bool {
       uint64_t e = act.e[buf >> (64 - kAcBits)];
       if (HWY_UNLIKELY(int64_t(e) < 0)) {
-        if (HWY_UNLIKELY(uint8_t(e) == 0)) {
+        if (HWY_UNLIKELY(uint8_t(e >> 16) == 0)) {
           const Searched r = SearchCoefficient(Regs{buf, int(nb & 63), int(vcp - steps)}, sl.acs);
           if (r.sym < 0 || !(buf = r.r.buf, nb = uint32_t(r.r.nb), vcp = steps + r.r.vc, refill())) {
             ok = false;
@@ -428,22 +427,20 @@ inline RvtResult DecodeRun(const Args& a) {
           }
           // Its steps are taken: only the advance is read below.  (An end
           // of block here has the same advance.)
-          e = (AcEntry<kAcBits>(1, uint32_t(r.sym), 0) & (uint64_t(0xFF) << 24)) |
-              (uint64_t(kKeepColumn) << 48) | uint16_t(r.v);
+          e = (AcEntry<kAcBits>(1, uint32_t(r.sym), 0) & 0xFF00) |
+              (uint64_t(kKeepColumn) << 48) | (uint64_t(uint16_t(r.v)) << 16);
         } else {
-          e = (e & ~(kSlow | 0xFFFF)) | uint16_t(BufferValue<0, 8>(buf, e));
+          e = (e & ~(kSlow | 0xFFFF0000)) | (uint64_t(uint16_t(BufferValue<16, 24>(buf, e))) << 16);
         }
       }
-      // One rotate brings the bits taken to the bottom for the shift and the
-      // count (whose bits above its low 6 the subtraction may spoil: every
-      // use masks them) and the advance to bits 8..15.
-      const uint64_t t = (e >> 16) | (e << 48);
+      // The count subtracts the whole entry: only its low 6 bits count, and
+      // every use masks them.
       vcp = steps + vcp[e >> 48];
-      buf <<= (t & 63);
-      nb -= uint32_t(t);
-      k += uint8_t(t >> 8);
+      buf <<= (e & 63);
+      nb -= uint32_t(e);
+      k += uint8_t(e >> 8);
       // A ZRL stores its 0 on a position no coefficient has reached yet.
-      block[zigzag[k]] = int16_t(e);
+      block[zigzag[k]] = int16_t((e >> 16) | (e << 48));  // a rotate brings the value down
       return k <= 63;
     };
     // The DC symbol took at most 31 bits of the block's refill, which
