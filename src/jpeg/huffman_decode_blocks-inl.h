@@ -58,6 +58,7 @@ namespace hn = hwy::HWY_NAMESPACE;
 //   bits 48..62  the column of kRunSteps;
 //   bit 63       kSlow: the value is not in the entry (a sign test).
 constexpr int kDcBits = 8, kAcBits = 10;
+static_assert(kAcBits <= kMaxStepLength, "every looked-up code has its step column");
 // The advance of an end of block: past every real position, so the one
 // test per coefficient of the position ends the block too.
 constexpr uint32_t kEobAdvance = 128;
@@ -371,7 +372,7 @@ inline RvtResult DecodeRun(const Args& a) {
     if (HWY_LIKELY(!HasFFByte(w))) {
       const uint32_t n = nb & 63;
       buf |= w >> n;
-      rp += int(n ^ 63) >> 3;
+      rp += size_t((n ^ 63) >> 3);  // the whole bytes that went in
       nb = n | 56;
       return true;
     }
