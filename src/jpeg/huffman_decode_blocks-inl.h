@@ -28,6 +28,7 @@
 
 #include <hwy/highway.h>
 
+#include <cstddef>
 #include <cstring>
 
 #include "jpeg/huffman_decode_blocks.h"
@@ -37,21 +38,27 @@ namespace rvt::huffman_decode_blocks::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
 // Lookups of the next kBits bits (8 for DC tables, 10 for AC ones), one
-// 64-bit entry per kBits-bit pattern.  Fields:
+// 64-bit entry per kBits-bit pattern.  A DC entry (BufferEntry):
 //   bits 0..7    the bits the symbol takes in all, code and value bits (a
-//                shift count as it stands);
-//   bits 8..15   the zig-zag advance of an AC symbol (run + 1; 16 for ZRL;
-//                kEobAdvance for an end of block);
-//   bits 16..31  (AC, kSlow clear) the coefficient, extended: code and value
+//                shift count as it stands; 0 for codes longer than 8 bits);
+//   bits 24..31  the code length, and bits 40..47 63 - s, for reading the
+//                value bits from the buffer;
+//   bits 48..62  the symbol's column of kRunSteps, ((len - 1) * 16 + s) * 64.
+// An AC entry (AcEntry) is laid out for the shortest chain from one
+// lookup to the next (the entry is the shift count as it stands) and the
+// fewest instructions besides (the value one rotate from a 16-bit store):
+//   bits 0..7    the bits the symbol takes in all;
+//   bits 8..15   the zig-zag advance (run + 1; 16 for ZRL; kEobAdvance for
+//                an end of block);
+//   bits 16..31  kSlow clear: the coefficient, extended (code and value
 //                bits both lie in the kBits bits, which is so for 95% of a
-//                q90 photo's AC coefficients, so one lookup resolves them;
-//   bits 24..31  (DC, and AC with kSlow) the code length, and bits 40..47
-//                63 - s, for reading the value bits from the buffer;
-//   bits 48..62  the symbol's column of kRunSteps, ((len - 1) * 16 + s) * 64;
-//   bit 63       kSlow (AC): the value is not in the entry (a sign test).
-// An AC entry of kSlow alone marks bits no code of up to kBits bits covers:
-// longer codes and data no code covers go to the bit-by-bit search.
+//                q90 photo's AC coefficients, so one lookup resolves them);
+//                kSlow set: the code length (bits 16..23, 0 for bits no
+//                code of up to kBits bits covers) and 63 - s (bits 24..31);
+//   bits 48..62  the column of kRunSteps;
+//   bit 63       kSlow: the value is not in the entry (a sign test).
 constexpr int kDcBits = 8, kAcBits = 10;
+static_assert(kAcBits <= kMaxStepLength, "every looked-up code has its step column");
 // The advance of an end of block: past every real position, so the one
 // test per coefficient of the position ends the block too.
 constexpr uint32_t kEobAdvance = 128;
@@ -74,12 +81,13 @@ HWY_INLINE uint64_t BufferEntry(uint32_t len, uint32_t sym) {
 // that start with its code.
 template <int kBits>
 HWY_INLINE uint64_t AcEntry(uint32_t len, uint32_t sym, uint32_t i) {
-  const uint32_t s = sym & 15;
-  const uint64_t e = BufferEntry(len, sym);
-  if (len + s > uint32_t(kBits)) return e | kSlow;
+  const uint32_t s = sym & 15, run = sym >> 4;
+  const uint32_t advance = s != 0 ? run + 1 : (run == 15 ? 16 : kEobAdvance);
+  const uint64_t e = (len + s) | (advance << 8) | (uint64_t(((len - 1) * 16 + s) * 64) << 48);
+  if (len + s > uint32_t(kBits)) return e | kSlow | (len << 16) | ((63 - s) << 24);
   const int32_t v =
       s == 0 ? 0 : Extend((i >> (uint32_t(kBits) - len - s)) & ((1u << s) - 1), int(s));
-  return (e & ~(uint64_t(0xFFFFFF) << 16)) | (uint64_t(uint16_t(v)) << 16);
+  return e | (uint64_t(uint16_t(v)) << 16);
 }
 
 // The careful reader's code length and symbol for the kBits bits i (kBits
@@ -203,22 +211,23 @@ HWY_NOINLINE Searched SearchCoefficient(Regs r, const DecodeHuffmanSpec* t) {
 // marker or fill byte.
 struct Refilled {
   uint64_t buf;
-  int nb, rpos;
+  int nb;
+  const uint8_t* rp;
   bool ok;
 };
-HWY_NOINLINE Refilled RefillBytes(const uint8_t* src, uint64_t buf, int nb, int rpos) {
+HWY_NOINLINE Refilled RefillBytes(uint64_t buf, int nb, const uint8_t* rp) {
   while (nb < 56) {
-    const uint32_t b = src[rpos];
+    const uint32_t b = rp[0];
     if (b == 0xFF) {
-      if (src[rpos + 1] != 0) return {buf, nb, rpos, false};
-      rpos += 2;
+      if (rp[1] != 0) return {buf, nb, rp, false};
+      rp += 2;
     } else {
-      rpos += 1;
+      rp += 1;
     }
     buf |= uint64_t(b) << (56 - nb);
     nb += 8;
   }
-  return {buf, nb, rpos, true};
+  return {buf, nb, rp, true};
 }
 
 // The decoder's zig-zag order by the position after a coefficient (entry k
@@ -241,13 +250,15 @@ inline constexpr ZigzagFastTable kZigzagFast{};
 // position: this much source lets the kernel skip every bound check.
 constexpr int kFastMargin = 2 * (248 + 8) + 16;
 
-// The value bits after the code of a buffer entry e, extended; 0 when s =
-// 0.  (t >> 1) >> (63 - s) keeps the shift below 64 for s = 0; a negative
+// The value bits after the code of an entry e that holds the code length
+// at bit kLenAt and 63 - s at bit kSAt, extended; 0 when s = 0.
+// (t >> 1) >> (63 - s) keeps the shift below 64 for s = 0; a negative
 // value takes 2^s - 1 off its bits.
+template <int kLenAt, int kSAt>
 HWY_INLINE int32_t BufferValue(uint64_t buf, uint64_t e) {
-  const uint64_t t = buf << ((e >> 24) & 63);
-  const int32_t r = int32_t((t >> 1) >> ((e >> 40) & 63));
-  const int32_t m = int32_t((~uint64_t(0) >> 1) >> ((e >> 40) & 63));
+  const uint64_t t = buf << ((e >> kLenAt) & 63);
+  const int32_t r = int32_t((t >> 1) >> ((e >> kSAt) & 63));
+  const int32_t m = int32_t((~uint64_t(0) >> 1) >> ((e >> kSAt) & 63));
   const int32_t negative = ~int32_t(int64_t(t) >> 63);  // top bit clear
   return r - (negative & m);
 }
@@ -300,35 +311,46 @@ inline RvtResult DecodeRun(const Args& a) {
     const int c = a.comp[b];
     slots[b] = {dct[c], act[c], a.dc[c], a.ac[c], &a.last_dc[c]};
   }
+  // The step and zig-zag tables copied into the frame: the loop reaches
+  // them from the stack pointer and keeps no register for their addresses.
+  alignas(64) uint8_t steps[sizeof(kRunSteps.step)];
+  alignas(64) uint8_t zigzag[sizeof(kZigzagFast.v)];
+  std::memcpy(steps, kRunSteps.step, sizeof(steps));
+  std::memcpy(zigzag, kZigzagFast.v, sizeof(zigzag));
   int* const done_out = a.done;
   int16_t* block = a.dst;
   const uint8_t* const src = a.src;
 
-  // The bit buffer: nb valid bits, left-aligned (oldest in bit 63), below
-  // them zeros or bits of the next bytes; rpos the next source byte for it.
-  // Beside it the careful reader's valid-bit count vc, which fills the same
+  // The bit buffer: nb & 63 valid bits, left-aligned (oldest in bit 63),
+  // below them zeros or bits of the next bytes; rp the next source byte
+  // for it.  (The AC steps subtract whole entries from nb: only its low 6
+  // bits count.)
+  // Beside it the careful reader's valid-bit count vc (kept as vcp =
+  // steps + vc: the step chain is one load and one add), which fills the same
   // bytes at the same moments, only later; base the source position at the
   // last load, stuffed whether an FF 00 pair went into the buffer since.
   uint64_t buf = 0;
-  int nb = 0, rpos = 0, base = 0;
-  size_t vc = 0;  // unsigned and pointer-wide: the step chain is one load and one add
+  uint32_t nb = 0;
+  const uint8_t* rp = src;
+  int base = 0;
+  const uint8_t* vcp = steps;
   bool stuffed = false;
   const auto load = [&](int pos) {
     BitReader r{src, 0, pos, 0, 0, nullptr};
     r.Load(a.st);
     buf = r.count ? uint64_t(r.acc) << (64 - r.count) : 0;
-    nb = r.count;
-    rpos = pos;
-    vc = size_t(r.count);
+    nb = uint32_t(r.count);
+    rp = src + pos;
+    vcp = steps + r.count;
     base = pos;
     stuffed = false;
   };
   // The careful reader's position and state: it has read (nb - vc) / 8
   // fewer data bytes, each of which is an FF 00 pair or a single byte.
   const auto store = [&]() {
-    const int c = int(vc);
-    int u = (nb - c) >> 3;
-    int p = rpos;
+    const int c = int(vcp - steps);
+    int u = (int(nb & 63) - c) >> 3;
+    int p = int(rp - src);
     if (!stuffed) {
       p -= u;
     } else {
@@ -345,19 +367,21 @@ inline RvtResult DecodeRun(const Args& a) {
   // 0xFF; false at a marker or fill byte.
   const auto refill = [&]() HWY_ATTR -> bool {
     uint64_t w;
-    std::memcpy(&w, src + rpos, 8);
+    std::memcpy(&w, rp, 8);
     w = __builtin_bswap64(w);
     if (HWY_LIKELY(!HasFFByte(w))) {
-      buf |= w >> nb;
-      rpos += (63 - nb) >> 3;
-      nb |= 56;
+      const uint32_t n = nb & 63;
+      buf |= w >> n;
+      rp += size_t((n ^ 63) >> 3);  // the whole bytes that went in
+      nb = n | 56;
       return true;
     }
-    const uint64_t valid = nb ? buf & (~uint64_t(0) << (64 - nb)) : 0;
-    const Refilled r = RefillBytes(src, valid, nb, rpos);
+    const int n = int(nb & 63);
+    const uint64_t valid = n ? buf & (~uint64_t(0) << (64 - n)) : 0;
+    const Refilled r = RefillBytes(valid, n, rp);
     buf = r.buf;
-    nb = r.nb;
-    rpos = r.rpos;
+    nb = uint32_t(r.nb);
+    rp = r.rp;
     stuffed = true;
     return r.ok;
   };
@@ -371,17 +395,17 @@ inline RvtResult DecodeRun(const Args& a) {
     uint64_t e = sl.dct->e[buf >> (64 - kDcBits)];
     int32_t v;
     if (HWY_UNLIKELY(uint8_t(e) == 0)) {
-      const Searched r = SearchCoefficient(Regs{buf, nb, int(vc)}, sl.dcs);
+      const Searched r = SearchCoefficient(Regs{buf, int(nb & 63), int(vcp - steps)}, sl.dcs);
       if (r.sym < 0) return false;
       buf = r.r.buf;
-      nb = r.r.nb;
-      vc = size_t(r.r.vc);
+      nb = uint32_t(r.r.nb);
+      vcp = steps + r.r.vc;
       v = r.v;
     } else {
-      vc = kRunSteps.step[vc + (e >> 48)];
-      v = BufferValue(buf, e);
+      vcp = steps + vcp[e >> 48];
+      v = BufferValue<24, 40>(buf, e);
       buf <<= (e & 63);
-      nb -= int(e & 63);
+      nb -= uint32_t(e & 63);
     }
     const int16_t dc_value = int16_t(*sl.last_dc + v);  // v is 0 when s = 0
     const FastTable<kAcBits>& act = *sl.act;
@@ -395,29 +419,29 @@ inline RvtResult DecodeRun(const Args& a) {
     size_t k = 1;  // zig-zag position; 64 - k positions remain
     const auto ac = [&]() HWY_ATTR -> bool {
       uint64_t e = act.e[buf >> (64 - kAcBits)];
-      uint32_t v = uint32_t(e >> 16);  // its low 16 bits
       if (HWY_UNLIKELY(int64_t(e) < 0)) {
-        if (HWY_UNLIKELY(uint8_t(e >> 24) == 0)) {
-          const Searched r = SearchCoefficient(Regs{buf, nb, int(vc)}, sl.acs);
-          if (r.sym < 0 || !(buf = r.r.buf, nb = r.r.nb, vc = size_t(r.r.vc), refill())) {
+        if (HWY_UNLIKELY(uint8_t(e >> 16) == 0)) {
+          const Searched r = SearchCoefficient(Regs{buf, int(nb & 63), int(vcp - steps)}, sl.acs);
+          if (r.sym < 0 || !(buf = r.r.buf, nb = uint32_t(r.r.nb), vcp = steps + r.r.vc, refill())) {
             ok = false;
             return false;
           }
           // Its steps are taken: only the advance is read below.  (An end
           // of block here has the same advance.)
-          e = (BufferEntry(1, uint32_t(r.sym)) & 0xFF00) | (uint64_t(kKeepColumn) << 48);
-          v = uint32_t(r.v);
+          e = (AcEntry<kAcBits>(1, uint32_t(r.sym), 0) & 0xFF00) |
+              (uint64_t(kKeepColumn) << 48) | (uint64_t(uint16_t(r.v)) << 16);
         } else {
-          v = uint32_t(BufferValue(buf, e));
-          e ^= kSlow;
+          e = (e & ~(kSlow | 0xFFFF0000)) | (uint64_t(uint16_t(BufferValue<16, 24>(buf, e))) << 16);
         }
       }
-      vc = kRunSteps.step[vc + (e >> 48)];
+      // The count subtracts the whole entry: only its low 6 bits count, and
+      // every use masks them.
+      vcp = steps + vcp[e >> 48];
       buf <<= (e & 63);
-      nb -= int(uint8_t(e));
+      nb -= uint32_t(e);
       k += uint8_t(e >> 8);
       // A ZRL stores its 0 on a position no coefficient has reached yet.
-      block[kZigzagFast.v[k]] = int16_t(v);
+      block[zigzag[k]] = int16_t((e >> 16) | (e << 48));  // a rotate brings the value down
       return k <= 63;
     };
     // The DC symbol took at most 31 bits of the block's refill, which
@@ -443,17 +467,18 @@ inline RvtResult DecodeRun(const Args& a) {
   load(*a.pos);
   int last_done = -1;  // coefficients done of the last fast block since the load
   bool fast = *a.marker == 0;
-  const int fast_end = len - kFastMargin;  // fast blocks while rpos is at most this
+  const ptrdiff_t fast_end = len - kFastMargin;  // fast blocks while rp - src is at most this
   const hn::CappedTag<int16_t, 16> d;  // the blocks need not be 64-byte aligned
   int i = 0;
   for (int m = 0; m < nmcus; ++m) {
     for (int b = 0; b < nblocks; ++b, ++i, block += 64) {
       const Slot& sl = slots[b];
-      if (HWY_LIKELY(fast && rpos <= fast_end)) {
+      if (HWY_LIKELY(fast && rp - src <= fast_end)) {
         for (size_t j = 0; j < 64; j += hn::Lanes(d)) hn::StoreU(hn::Zero(d), d, block + j);
         const uint64_t buf0 = buf;
-        const int nb0 = nb, rpos0 = rpos;
-        const size_t vc0 = vc;
+        const uint32_t nb0 = nb;
+        const uint8_t* const rp0 = rp;
+        const uint8_t* const vcp0 = vcp;
         const bool stuffed0 = stuffed;
         int done;
         if (HWY_LIKELY(fast_block(sl, &done))) {
@@ -463,8 +488,8 @@ inline RvtResult DecodeRun(const Args& a) {
         }
         buf = buf0;
         nb = nb0;
-        rpos = rpos0;
-        vc = vc0;
+        rp = rp0;
+        vcp = vcp0;
         stuffed = stuffed0;
       }
       store();

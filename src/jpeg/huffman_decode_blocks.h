@@ -76,15 +76,17 @@ inline RvtResult Check(const Args& a) {
 // its lookup, a longer one takes 9 bits (filling below 9) and then one bit
 // at a time (filling at 0); below s bits it fills again before the value.
 // Entry ((len - 1) * 16 + s) * 64 + c holds the count after, so each
-// symbol's column is one cache line; column 256 (kKeepColumn) leaves the
+// symbol's column is one cache line.  The fast lookups hold codes of up to
+// 10 bits, so the columns stop there; column 160 (kKeepColumn) leaves the
 // count as it is, for symbols whose steps were taken elsewhere.  (The bytes
 // it read follow from the counts and the bits taken.)
-constexpr int kKeepColumn = 256 * 64;
+constexpr int kMaxStepLength = 10;
+constexpr int kKeepColumn = kMaxStepLength * 16 * 64;
 struct RunSteps {
-  uint8_t step[257 * 64];
+  uint8_t step[kKeepColumn + 64];
   constexpr RunSteps() : step() {
     for (int c = 0; c <= 32; ++c) step[kKeepColumn + c] = uint8_t(c);
-    for (int len = 1; len <= 16; ++len) {
+    for (int len = 1; len <= kMaxStepLength; ++len) {
       for (int s = 0; s < 16; ++s) {
         for (int c = 0; c <= 32; ++c) {
           int vc = c;
