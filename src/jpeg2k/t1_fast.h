@@ -281,32 +281,69 @@ RVT_T1_INLINE void EncodeSym(MqEncoder& m, Sink& s, uint8_t& cx, int d) {
 // A pass works on a copy of the coder in locals (so the registers stay in
 // registers across the stores to the flag words) and puts it back at the
 // end.
-template <bool kEnc>
+template <bool kEnc, bool kLazy = false>
 struct Local;
 
-template <>
-struct Local<false> {
+// The decoder's common case, an MPS that needs no renormalisation, takes
+// Qe off both A and C and nothing else: it happens exactly while Qe fits
+// in both C and A - 2^31.  So the coder keeps the smaller of the two as
+// the room left (room) and lets A and C lag behind: the fast symbol is one
+// subtract and one sign test, and only a symbol that runs out of room
+// brings A and C up to date (by what was taken since, base - room), is
+// decoded in full and measures the room again.
+template <bool kLazy>
+struct Local<false, kLazy> {
   MqDecoder mq;
   RawDecoder raw;
   Source src;
+  int32_t room, base;
   uint8_t cx[kContexts];
   Coder<false>* home;
   explicit Local(Coder<false>& c) : mq(c.mq), raw(c.raw), src(c.src), home(&c) {
     mq.a <<= 16;  // A level with C's code bits (see State)
+    if (kLazy) Measure();
     for (int i = 0; i < kContexts; ++i) cx[i] = uint8_t(2 * c.cx[i].state + c.cx[i].mps);
   }
-  void Save() const {
+  // After a full decision A >= 2^31 and C < A, so the room fits in 31 bits.
+  RVT_T1_INLINE void Measure() {
+    const uint32_t r = mq.a - 0x80000000u;
+    base = room = int32_t(mq.c < r ? mq.c : r);
+  }
+  RVT_T1_INLINE void CatchUp() {
+    const uint32_t taken = uint32_t(base) - uint32_t(room);
+    mq.a -= taken;
+    mq.c -= taken;
+  }
+  void Save() {
+    if (kLazy) CatchUp();
     home->mq = mq;
     home->mq.a = mq.a >> 16;
     home->raw = raw;
     for (int i = 0; i < kContexts; ++i) home->cx[i] = Ctx{uint8_t(cx[i] >> 1), uint8_t(cx[i] & 1)};
   }
-  RVT_T1_INLINE int Mq(int ctx, int) { return DecodeSym(mq, src, cx[ctx]); }
+  RVT_T1_INLINE int Full(uint8_t& c) {
+    CatchUp();
+    const int d = DecodeSym(mq, src, c);
+    Measure();
+    return d;
+  }
+  // Contexts whose symbols are near coin flips (signs) skip the fast test.
+  RVT_T1_INLINE int MqFlip(int ctx, int) { return kLazy ? Full(cx[ctx]) : DecodeSym(mq, src, cx[ctx]); }
+  RVT_T1_INLINE int Mq(int ctx, int) {
+    uint8_t& c = cx[ctx];
+    if (!kLazy) return DecodeSym(mq, src, c);
+    const int32_t left = room - int32_t(kStates[c].qe);
+    if (__builtin_expect(left >= 0, 1)) {
+      room = left;
+      return c & 1;
+    }
+    return Full(c);
+  }
   RVT_T1_INLINE int Raw(int) { return raw.Bit(src); }
 };
 
-template <>
-struct Local<true> {
+template <bool kLazy>
+struct Local<true, kLazy> {
   MqEncoder mq;
   RawEncoder raw;
   Sink sink;
@@ -340,6 +377,7 @@ struct Local<true> {
     EncodeSym(mq, sink, cx[ctx], bit);
     return bit;
   }
+  RVT_T1_INLINE int MqFlip(int ctx, int bit) { return Mq(ctx, bit); }
   RVT_T1_INLINE int Raw(int bit) {
     raw.Put(bit, sink);
     return bit;
@@ -376,8 +414,8 @@ struct PassArgs {
 // Codes the sign of the coefficient in row r of the column at col (flags
 // fl, sample i) and makes it significant.  The encoder keeps no
 // lowest-plane record: its passes know the plane.
-template <bool kEnc>
-RVT_T1_INLINE void Sign(const PassArgs& a, Local<kEnc>& c, FlagWord* col, int r, uint32_t fl, int i, bool raw) {
+template <bool kEnc, bool kLazy>
+RVT_T1_INLINE void Sign(const PassArgs& a, Local<kEnc, kLazy>& c, FlagWord* col, int r, uint32_t fl, int i, bool raw) {
   const int truth = kEnc ? ((fl & kFNeg) ? 1 : 0) : 0;
   int neg;
   if (raw) {
@@ -385,7 +423,7 @@ RVT_T1_INLINE void Sign(const PassArgs& a, Local<kEnc>& c, FlagWord* col, int r,
   } else {
     const unsigned t = kTables.sc[SignIndex(fl)];
     const int xr = int(t & 1);
-    neg = c.Mq(int(t >> 1), truth ^ xr) ^ xr;
+    neg = c.MqFlip(int(t >> 1), truth ^ xr) ^ xr;
   }
   SetSignificant(col, a.b.stride, r, neg, a.spread);
   if constexpr (kEnc) {
@@ -493,7 +531,7 @@ void FastRefinement(Planes& home_b, Coder<kEnc>& home, int plane) {
 
 template <bool kEnc>
 void FastCleanup(Planes& home_b, Coder<kEnc>& home, int plane, int band, bool causal, bool segsym) {
-  Local<kEnc> c(home);
+  Local<kEnc, true> c(home);
   if constexpr (kEnc) c.wide = plane > 24;
   const PassArgs a = Args<kEnc>(home_b, plane, causal);
   const Planes& b = a.b;
