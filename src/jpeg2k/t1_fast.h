@@ -354,12 +354,21 @@ struct Local<true, kLazy> {
   // 25 by less than 2^62; higher planes fold each change in at once.
   int64_t gain = 0;
   bool wide = false;
+  int32_t room, base;  // as the decoder's, on A - 2^15 alone
   uint8_t cx[kContexts];
   Coder<true>* home;
   explicit Local(Coder<true>& c) : mq(c.mq), raw(c.raw), sink(c.sink), err(c.err), home(&c) {
+    if (kLazy) Measure();
     for (int i = 0; i < kContexts; ++i) cx[i] = uint8_t(2 * c.cx[i].state + c.cx[i].mps);
   }
-  void Save() const {
+  RVT_T1_INLINE void Measure() { base = room = int32_t(mq.a) - 0x8000; }
+  RVT_T1_INLINE void CatchUp() {
+    const uint32_t taken = uint32_t(base) - uint32_t(room);
+    mq.a -= taken;
+    mq.c += taken;
+  }
+  void Save() {
+    if (kLazy) CatchUp();
     home->mq = mq;
     home->raw = raw;
     home->sink = sink;
@@ -373,11 +382,33 @@ struct Local<true, kLazy> {
       gain = 0;
     }
   }
+  RVT_T1_INLINE int Full(uint8_t& c, int bit) {
+    CatchUp();
+    EncodeSym(mq, sink, c, bit);
+    Measure();
+    return bit;
+  }
+  // The encoder's common symbol, the MPS without renormalisation, moves A
+  // down and C up by Qe: while it fits in the room left, only the room
+  // moves.
   RVT_T1_INLINE int Mq(int ctx, int bit) {
+    uint8_t& c = cx[ctx];
+    if (!kLazy) {
+      EncodeSym(mq, sink, c, bit);
+      return bit;
+    }
+    const int32_t left = room - int32_t(kEncStates[2 * unsigned(c)].qe);
+    if (__builtin_expect((left >= 0) & (bit == (c & 1)), 1)) {
+      room = left;
+      return bit;
+    }
+    return Full(c, bit);
+  }
+  RVT_T1_INLINE int MqFlip(int ctx, int bit) {
+    if (kLazy) return Full(cx[ctx], bit);
     EncodeSym(mq, sink, cx[ctx], bit);
     return bit;
   }
-  RVT_T1_INLINE int MqFlip(int ctx, int bit) { return Mq(ctx, bit); }
   RVT_T1_INLINE int Raw(int bit) {
     raw.Put(bit, sink);
     return bit;
