@@ -144,6 +144,25 @@ constexpr std::array<State, 94> BuildStates() {
 }
 inline constexpr std::array<State, 94> kStates = BuildStates();
 
+// The decoder's rows apart: Qe << 16 by context byte, and the context byte
+// after a renormalisation by context byte and "the symbol was the LPS", so
+// a decision loads what it uses and nothing else.
+constexpr std::array<uint32_t, 94> BuildDecQe() {
+  std::array<uint32_t, 94> t{};
+  for (size_t i = 0; i < 94; ++i) t[i] = kStates[i].qe;
+  return t;
+}
+constexpr std::array<uint8_t, 188> BuildDecNext() {
+  std::array<uint8_t, 188> t{};
+  for (size_t i = 0; i < 94; ++i) {
+    t[2 * i] = kStates[i].nmps;
+    t[2 * i + 1] = kStates[i].nlps;
+  }
+  return t;
+}
+inline constexpr std::array<uint32_t, 94> kDecQe = BuildDecQe();
+inline constexpr std::array<uint8_t, 188> kDecNext = BuildDecNext();
+
 // The coding side knows the symbol before it looks: its rows are indexed
 // by context byte and symbol, and say whether the symbol is the LPS and
 // the context byte after a renormalisation.
@@ -198,18 +217,16 @@ RVT_T1_INLINE void ByteIn(MqDecoder& m, const Source& s) {
 // only where a byte comes in.  Coin-flip contexts (refinement, signs)
 // would mispredict a branch every other symbol.
 RVT_T1_INLINE int DecodeSym(MqDecoder& m, const Source& s, uint8_t& cx) {
-  const State e = kStates[cx];
-  const uint32_t qe = e.qe;
+  const unsigned k = cx;
+  const uint32_t qe = kDecQe[k];
   const uint32_t a = m.a - qe;
   const uint32_t x = m.c < qe ? ~0u : 0u;  // lower sub-interval (the LPS one before exchange)
-  const int lt = a < qe;
-  const int lps = int(x & 1) ^ lt;
-  const int d = e.mps ^ lps;
+  const unsigned lps = (x & 1) ^ unsigned(a < qe);
+  const int d = int((k & 1) ^ lps);
   const uint32_t an = (qe & x) | (a & ~x);
   m.c -= qe & ~x;
   const uint32_t renorm = an < 0x80000000u ? ~0u : 0u;
-  const uint32_t next = lps ? e.nlps : e.nmps;
-  cx = uint8_t((next & renorm) | (cx & ~renorm));
+  cx = uint8_t((kDecNext[2 * k + lps] & renorm) | (k & ~renorm));
   const int n = __builtin_clz(an);
   if (__builtin_expect(n <= m.ct, 1)) {
     m.a = an << n;
@@ -332,7 +349,7 @@ struct Local<false, kLazy> {
   RVT_T1_INLINE int Mq(int ctx, int) {
     uint8_t& c = cx[ctx];
     if (!kLazy) return DecodeSym(mq, src, c);
-    const int32_t left = room - int32_t(kStates[c].qe);
+    const int32_t left = room - int32_t(kDecQe[c]);
     if (__builtin_expect(left >= 0, 1)) {
       room = left;
       return c & 1;
