@@ -122,6 +122,7 @@ inline void SetSignificant(FlagWord* col, int stride, int r, int neg, const Spre
 }
 
 #define RVT_T1_INLINE [[gnu::always_inline]] inline
+#define RVT_T1_LAMBDA_INLINE __attribute__((always_inline))
 
 // ------------------------------------------------------------ MQ coding
 
@@ -548,27 +549,40 @@ void FastRefinement(Planes& home_b, Coder<kEnc>& home, int plane) {
   if constexpr (kEnc) c.wide = plane > 24;
   const PassArgs a = Args<kEnc>(home_b, plane, false);
   const Planes& b = a.b;
+  // Context 16 once refined, else 15 with a significant neighbour, else 14.
+  auto refine = [&](uint64_t v, int i, int r) RVT_T1_LAMBDA_INLINE {
+    const uint32_t fl = RowFlags(v, r);
+    const uint32_t again = (fl >> 15) & 1;  // kFRefined
+    const uint32_t near = (fl & kNeighbours) != 0;
+    const int ctx = int(14 + ((again << 1) | (near & ~again)));
+    const int t = Truth<kEnc>(b, i, plane);
+    const int bit = raw ? c.Raw(t) : c.Mq(ctx, t);
+    if constexpr (kEnc) {
+      c.Gain(RefineGain(b.mag[i], bit, plane));
+    } else {
+      b.mag[i] |= uint32_t(bit) << plane;
+      b.low[i] = uint8_t(plane);
+    }
+  };
   for (int y0 = 0; y0 < b.h; y0 += 4) {
     FlagWord* col = b.Column(0, y0);
     for (int x = 0; x < b.w; ++x, col += 4) {
       const uint64_t v = LoadColumn(col);
       uint64_t todo = v & ~(v >> 2) & Lanes(kFSig);  // significant, not coded in this plane (kFVisit is bit 14)
       if (!todo) continue;
-      uint64_t refined = 0;
+      const int i0 = y0 * b.w + x;
+      if (todo == Lanes(kFSig)) {  // the usual column of the low planes: four in a row, no loop
+        refine(v, i0, 0);
+        refine(v, i0 + b.w, 1);
+        refine(v, i0 + 2 * b.w, 2);
+        refine(v, i0 + 3 * b.w, 3);
+        StoreColumn(col, v | Lanes(kFRefined));
+        continue;
+      }
+      const uint64_t refined = todo << 3;  // kFRefined is kFSig << 3
       do {
         const int r = RowOf(todo);
-        const int i = (y0 + r) * b.w + x;
-        const uint32_t fl = RowFlags(v, r);
-        const int t = Truth<kEnc>(b, i, plane);
-        const int ctx = (fl & kFRefined) ? 16 : (fl & kNeighbours) ? 15 : 14;
-        const int bit = raw ? c.Raw(t) : c.Mq(ctx, t);
-        refined |= uint64_t(kFRefined) << (16 * r);
-        if constexpr (kEnc) {
-          c.Gain(RefineGain(b.mag[i], bit, plane));
-        } else {
-          b.mag[i] |= uint32_t(bit) << plane;
-          b.low[i] = uint8_t(plane);
-        }
+        refine(v, i0 + r * b.w, r);
         todo &= todo - 1;
       } while (todo);
       StoreColumn(col, v | refined);
@@ -658,6 +672,7 @@ void RunFastPass(Planes& b, Coder<kEnc>& c, int k, int planes, int band, int sty
 }
 
 #undef RVT_T1_INLINE
+#undef RVT_T1_LAMBDA_INLINE
 
 }  // namespace rvt::t1::fast
 
