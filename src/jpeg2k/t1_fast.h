@@ -6,7 +6,9 @@
 // its rows a pass codes is a mask of lanes, scanned lowest first, so
 // columns with nothing to code cost one load and a test.  The MQ coder
 // runs on copies of its registers in locals, with branch-free decisions
-// and renormalisation by leading-zero count.  Same scan order and
+// and renormalisation by leading-zero count; in the cleanup pass, whose
+// symbols are mostly the likely one, that symbol without renormalisation
+// is one subtract and one test (see Local).  Same scan order and
 // decisions as the reference passes of t1.h, which the harness checks.
 #ifndef RVT_JPEG2K_T1_FAST_H_
 #define RVT_JPEG2K_T1_FAST_H_
