@@ -153,24 +153,45 @@ void Step(DecHeader* h, const uint8_t* src, const int32_t* segLen, int n) {
   }
 }
 
-// Branch-free per coefficient: the magnitude and its half step are masked
-// by significance (the planes of a coefficient never significant are left
-// as they were), the sign applied as a two's-complement negation.
+// A stripe column at a time, since its flags are one load: a column with
+// no significant coefficient (most of them, at low rates) is four zeros;
+// otherwise branch-free per coefficient: the magnitude and its half step
+// are masked by significance (the planes of a coefficient never
+// significant are left as they were), the sign applied as a
+// two's-complement negation.
 void Reconstruct(const DecHeader* h, uint8_t* dst, int32_t dstStep) {
   const Planes b = DecPlanes(const_cast<DecHeader*>(h), 0);
   const uint64_t roiLimit = h->roi > 0 ? uint64_t(1) << h->roi : ~uint64_t(0);
-  for (int y = 0; y < b.h; ++y) {
-    uint8_t* row = dst + int64_t(y) * dstStep;
-    const FlagWord* fr = &b.F(0, y);  // columns 4 words apart
-    const uint32_t* mr = b.mag + y * b.w;
-    const uint8_t* lr = b.low + y * b.w;
-    for (int x = 0; x < b.w; ++x) {
-      const uint32_t f = fr[4 * x];
-      const uint32_t sig = (f & kFSig) ? ~0u : 0u;
-      const uint32_t neg = (f & kFNeg) ? ~0u : 0u;
-      uint32_t m = (mr[x] + ((uint32_t(1) << (lr[x] & 31)) >> 1)) & sig;
-      if (m >= roiLimit) m >>= h->roi;
-      Store32(row + 4 * x, int32_t((m ^ neg) - neg));
+  constexpr uint64_t kSigLanes = uint64_t(kFSig) * 0x0001000100010001ull;
+  for (int y0 = 0; y0 < b.h; y0 += 4) {
+    const int rows = b.h - y0 < 4 ? b.h - y0 : 4;
+    uint8_t* out = dst + int64_t(y0) * dstStep;
+    const FlagWord* col = b.Column(0, y0);
+    for (int x = 0; x < b.w; ++x, col += 4, out += 4) {
+      uint64_t v;
+      std::memcpy(&v, col, 8);
+      if (!(v & kSigLanes)) {
+        for (int r = 0; r < rows; ++r) Store32(out + int64_t(r) * dstStep, 0);
+        continue;
+      }
+      const int i0 = y0 * b.w + x;
+      auto one = [&](int r) {
+        const int i = i0 + r * b.w;
+        const uint32_t f = col[r];
+        const uint32_t sig = (f & kFSig) ? ~0u : 0u;
+        const uint32_t neg = (f & kFNeg) ? ~0u : 0u;
+        uint32_t m = (b.mag[i] + ((uint32_t(1) << (b.low[i] & 31)) >> 1)) & sig;
+        if (m >= roiLimit) m >>= h->roi;
+        Store32(out + int64_t(r) * dstStep, int32_t((m ^ neg) - neg));
+      };
+      if (rows == 4) {
+        one(0);
+        one(1);
+        one(2);
+        one(3);
+      } else {
+        for (int r = 0; r < rows; ++r) one(r);
+      }
     }
   }
 }

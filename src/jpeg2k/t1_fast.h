@@ -6,7 +6,9 @@
 // its rows a pass codes is a mask of lanes, scanned lowest first, so
 // columns with nothing to code cost one load and a test.  The MQ coder
 // runs on copies of its registers in locals, with branch-free decisions
-// and renormalisation by leading-zero count.  Same scan order and
+// and renormalisation by leading-zero count; in the cleanup pass, whose
+// symbols are mostly the likely one, that symbol without renormalisation
+// is one subtract and one test (see Local).  Same scan order and
 // decisions as the reference passes of t1.h, which the harness checks.
 #ifndef RVT_JPEG2K_T1_FAST_H_
 #define RVT_JPEG2K_T1_FAST_H_
@@ -122,6 +124,7 @@ inline void SetSignificant(FlagWord* col, int stride, int r, int neg, const Spre
 }
 
 #define RVT_T1_INLINE [[gnu::always_inline]] inline
+#define RVT_T1_LAMBDA_INLINE __attribute__((always_inline))
 
 // ------------------------------------------------------------ MQ coding
 
@@ -143,6 +146,25 @@ constexpr std::array<State, 94> BuildStates() {
   return t;
 }
 inline constexpr std::array<State, 94> kStates = BuildStates();
+
+// The decoder's rows apart: Qe << 16 by context byte, and the context byte
+// after a renormalisation by context byte and "the symbol was the LPS", so
+// a decision loads what it uses and nothing else.
+constexpr std::array<uint32_t, 94> BuildDecQe() {
+  std::array<uint32_t, 94> t{};
+  for (size_t i = 0; i < 94; ++i) t[i] = kStates[i].qe;
+  return t;
+}
+constexpr std::array<uint8_t, 188> BuildDecNext() {
+  std::array<uint8_t, 188> t{};
+  for (size_t i = 0; i < 94; ++i) {
+    t[2 * i] = kStates[i].nmps;
+    t[2 * i + 1] = kStates[i].nlps;
+  }
+  return t;
+}
+inline constexpr std::array<uint32_t, 94> kDecQe = BuildDecQe();
+inline constexpr std::array<uint8_t, 188> kDecNext = BuildDecNext();
 
 // The coding side knows the symbol before it looks: its rows are indexed
 // by context byte and symbol, and say whether the symbol is the LPS and
@@ -198,18 +220,16 @@ RVT_T1_INLINE void ByteIn(MqDecoder& m, const Source& s) {
 // only where a byte comes in.  Coin-flip contexts (refinement, signs)
 // would mispredict a branch every other symbol.
 RVT_T1_INLINE int DecodeSym(MqDecoder& m, const Source& s, uint8_t& cx) {
-  const State e = kStates[cx];
-  const uint32_t qe = e.qe;
+  const unsigned k = cx;
+  const uint32_t qe = kDecQe[k];
   const uint32_t a = m.a - qe;
   const uint32_t x = m.c < qe ? ~0u : 0u;  // lower sub-interval (the LPS one before exchange)
-  const int lt = a < qe;
-  const int lps = int(x & 1) ^ lt;
-  const int d = e.mps ^ lps;
+  const unsigned lps = (x & 1) ^ unsigned(a < qe);
+  const int d = int((k & 1) ^ lps);
   const uint32_t an = (qe & x) | (a & ~x);
   m.c -= qe & ~x;
   const uint32_t renorm = an < 0x80000000u ? ~0u : 0u;
-  const uint32_t next = lps ? e.nlps : e.nmps;
-  cx = uint8_t((next & renorm) | (cx & ~renorm));
+  cx = uint8_t((kDecNext[2 * k + lps] & renorm) | (k & ~renorm));
   const int n = __builtin_clz(an);
   if (__builtin_expect(n <= m.ct, 1)) {
     m.a = an << n;
@@ -281,32 +301,69 @@ RVT_T1_INLINE void EncodeSym(MqEncoder& m, Sink& s, uint8_t& cx, int d) {
 // A pass works on a copy of the coder in locals (so the registers stay in
 // registers across the stores to the flag words) and puts it back at the
 // end.
-template <bool kEnc>
+template <bool kEnc, bool kLazy = false>
 struct Local;
 
-template <>
-struct Local<false> {
+// The decoder's common case, an MPS that needs no renormalisation, takes
+// Qe off both A and C and nothing else: it happens exactly while Qe fits
+// in both C and A - 2^31.  So the coder keeps the smaller of the two as
+// the room left (room) and lets A and C lag behind: the fast symbol is one
+// subtract and one sign test, and only a symbol that runs out of room
+// brings A and C up to date (by what was taken since, base - room), is
+// decoded in full and measures the room again.
+template <bool kLazy>
+struct Local<false, kLazy> {
   MqDecoder mq;
   RawDecoder raw;
   Source src;
+  int32_t room, base;
   uint8_t cx[kContexts];
   Coder<false>* home;
   explicit Local(Coder<false>& c) : mq(c.mq), raw(c.raw), src(c.src), home(&c) {
     mq.a <<= 16;  // A level with C's code bits (see State)
+    if (kLazy) Measure();
     for (int i = 0; i < kContexts; ++i) cx[i] = uint8_t(2 * c.cx[i].state + c.cx[i].mps);
   }
-  void Save() const {
+  // After a full decision A >= 2^31 and C < A, so the room fits in 31 bits.
+  RVT_T1_INLINE void Measure() {
+    const uint32_t r = mq.a - 0x80000000u;
+    base = room = int32_t(mq.c < r ? mq.c : r);
+  }
+  RVT_T1_INLINE void CatchUp() {
+    const uint32_t taken = uint32_t(base) - uint32_t(room);
+    mq.a -= taken;
+    mq.c -= taken;
+  }
+  void Save() {
+    if (kLazy) CatchUp();
     home->mq = mq;
     home->mq.a = mq.a >> 16;
     home->raw = raw;
     for (int i = 0; i < kContexts; ++i) home->cx[i] = Ctx{uint8_t(cx[i] >> 1), uint8_t(cx[i] & 1)};
   }
-  RVT_T1_INLINE int Mq(int ctx, int) { return DecodeSym(mq, src, cx[ctx]); }
+  RVT_T1_INLINE int Full(uint8_t& c) {
+    CatchUp();
+    const int d = DecodeSym(mq, src, c);
+    Measure();
+    return d;
+  }
+  // Contexts whose symbols are near coin flips (signs) skip the fast test.
+  RVT_T1_INLINE int MqFlip(int ctx, int) { return kLazy ? Full(cx[ctx]) : DecodeSym(mq, src, cx[ctx]); }
+  RVT_T1_INLINE int Mq(int ctx, int) {
+    uint8_t& c = cx[ctx];
+    if (!kLazy) return DecodeSym(mq, src, c);
+    const int32_t left = room - int32_t(kDecQe[c]);
+    if (__builtin_expect(left >= 0, 1)) {
+      room = left;
+      return c & 1;
+    }
+    return Full(c);
+  }
   RVT_T1_INLINE int Raw(int) { return raw.Bit(src); }
 };
 
-template <>
-struct Local<true> {
+template <bool kLazy>
+struct Local<true, kLazy> {
   MqEncoder mq;
   RawEncoder raw;
   Sink sink;
@@ -317,12 +374,21 @@ struct Local<true> {
   // 25 by less than 2^62; higher planes fold each change in at once.
   int64_t gain = 0;
   bool wide = false;
+  int32_t room, base;  // as the decoder's, on A - 2^15 alone
   uint8_t cx[kContexts];
   Coder<true>* home;
   explicit Local(Coder<true>& c) : mq(c.mq), raw(c.raw), sink(c.sink), err(c.err), home(&c) {
+    if (kLazy) Measure();
     for (int i = 0; i < kContexts; ++i) cx[i] = uint8_t(2 * c.cx[i].state + c.cx[i].mps);
   }
-  void Save() const {
+  RVT_T1_INLINE void Measure() { base = room = int32_t(mq.a) - 0x8000; }
+  RVT_T1_INLINE void CatchUp() {
+    const uint32_t taken = uint32_t(base) - uint32_t(room);
+    mq.a -= taken;
+    mq.c += taken;
+  }
+  void Save() {
+    if (kLazy) CatchUp();
     home->mq = mq;
     home->raw = raw;
     home->sink = sink;
@@ -336,7 +402,30 @@ struct Local<true> {
       gain = 0;
     }
   }
+  RVT_T1_INLINE int Full(uint8_t& c, int bit) {
+    CatchUp();
+    EncodeSym(mq, sink, c, bit);
+    Measure();
+    return bit;
+  }
+  // The encoder's common symbol, the MPS without renormalisation, moves A
+  // down and C up by Qe: while it fits in the room left, only the room
+  // moves.
   RVT_T1_INLINE int Mq(int ctx, int bit) {
+    uint8_t& c = cx[ctx];
+    if (!kLazy) {
+      EncodeSym(mq, sink, c, bit);
+      return bit;
+    }
+    const int32_t left = room - int32_t(kEncStates[2 * unsigned(c)].qe);
+    if (__builtin_expect((left >= 0) & (bit == (c & 1)), 1)) {
+      room = left;
+      return bit;
+    }
+    return Full(c, bit);
+  }
+  RVT_T1_INLINE int MqFlip(int ctx, int bit) {
+    if (kLazy) return Full(cx[ctx], bit);
     EncodeSym(mq, sink, cx[ctx], bit);
     return bit;
   }
@@ -376,8 +465,8 @@ struct PassArgs {
 // Codes the sign of the coefficient in row r of the column at col (flags
 // fl, sample i) and makes it significant.  The encoder keeps no
 // lowest-plane record: its passes know the plane.
-template <bool kEnc>
-RVT_T1_INLINE void Sign(const PassArgs& a, Local<kEnc>& c, FlagWord* col, int r, uint32_t fl, int i, bool raw) {
+template <bool kEnc, bool kLazy>
+RVT_T1_INLINE void Sign(const PassArgs& a, Local<kEnc, kLazy>& c, FlagWord* col, int r, uint32_t fl, int i, bool raw) {
   const int truth = kEnc ? ((fl & kFNeg) ? 1 : 0) : 0;
   int neg;
   if (raw) {
@@ -385,7 +474,7 @@ RVT_T1_INLINE void Sign(const PassArgs& a, Local<kEnc>& c, FlagWord* col, int r,
   } else {
     const unsigned t = kTables.sc[SignIndex(fl)];
     const int xr = int(t & 1);
-    neg = c.Mq(int(t >> 1), truth ^ xr) ^ xr;
+    neg = c.MqFlip(int(t >> 1), truth ^ xr) ^ xr;
   }
   SetSignificant(col, a.b.stride, r, neg, a.spread);
   if constexpr (kEnc) {
@@ -462,27 +551,40 @@ void FastRefinement(Planes& home_b, Coder<kEnc>& home, int plane) {
   if constexpr (kEnc) c.wide = plane > 24;
   const PassArgs a = Args<kEnc>(home_b, plane, false);
   const Planes& b = a.b;
+  // Context 16 once refined, else 15 with a significant neighbour, else 14.
+  auto refine = [&](uint64_t v, int i, int r) RVT_T1_LAMBDA_INLINE {
+    const uint32_t fl = RowFlags(v, r);
+    const uint32_t again = (fl >> 15) & 1;  // kFRefined
+    const uint32_t near = (fl & kNeighbours) != 0;
+    const int ctx = int(14 + ((again << 1) | (near & ~again)));
+    const int t = Truth<kEnc>(b, i, plane);
+    const int bit = raw ? c.Raw(t) : c.Mq(ctx, t);
+    if constexpr (kEnc) {
+      c.Gain(RefineGain(b.mag[i], bit, plane));
+    } else {
+      b.mag[i] |= uint32_t(bit) << plane;
+      b.low[i] = uint8_t(plane);
+    }
+  };
   for (int y0 = 0; y0 < b.h; y0 += 4) {
     FlagWord* col = b.Column(0, y0);
     for (int x = 0; x < b.w; ++x, col += 4) {
       const uint64_t v = LoadColumn(col);
       uint64_t todo = v & ~(v >> 2) & Lanes(kFSig);  // significant, not coded in this plane (kFVisit is bit 14)
       if (!todo) continue;
-      uint64_t refined = 0;
+      const int i0 = y0 * b.w + x;
+      if (todo == Lanes(kFSig)) {  // the usual column of the low planes: four in a row, no loop
+        refine(v, i0, 0);
+        refine(v, i0 + b.w, 1);
+        refine(v, i0 + 2 * b.w, 2);
+        refine(v, i0 + 3 * b.w, 3);
+        StoreColumn(col, v | Lanes(kFRefined));
+        continue;
+      }
+      const uint64_t refined = todo << 3;  // kFRefined is kFSig << 3
       do {
         const int r = RowOf(todo);
-        const int i = (y0 + r) * b.w + x;
-        const uint32_t fl = RowFlags(v, r);
-        const int t = Truth<kEnc>(b, i, plane);
-        const int ctx = (fl & kFRefined) ? 16 : (fl & kNeighbours) ? 15 : 14;
-        const int bit = raw ? c.Raw(t) : c.Mq(ctx, t);
-        refined |= uint64_t(kFRefined) << (16 * r);
-        if constexpr (kEnc) {
-          c.Gain(RefineGain(b.mag[i], bit, plane));
-        } else {
-          b.mag[i] |= uint32_t(bit) << plane;
-          b.low[i] = uint8_t(plane);
-        }
+        refine(v, i0 + r * b.w, r);
         todo &= todo - 1;
       } while (todo);
       StoreColumn(col, v | refined);
@@ -493,7 +595,7 @@ void FastRefinement(Planes& home_b, Coder<kEnc>& home, int plane) {
 
 template <bool kEnc>
 void FastCleanup(Planes& home_b, Coder<kEnc>& home, int plane, int band, bool causal, bool segsym) {
-  Local<kEnc> c(home);
+  Local<kEnc, true> c(home);
   if constexpr (kEnc) c.wide = plane > 24;
   const PassArgs a = Args<kEnc>(home_b, plane, causal);
   const Planes& b = a.b;
@@ -572,6 +674,7 @@ void RunFastPass(Planes& b, Coder<kEnc>& c, int k, int planes, int band, int sty
 }
 
 #undef RVT_T1_INLINE
+#undef RVT_T1_LAMBDA_INLINE
 
 }  // namespace rvt::t1::fast
 
