@@ -508,7 +508,10 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     lpIndex = qpIndex(c[0], q.lpBits);
     if (hpBand) hpIndex = qpIndex(c[0], q.hpBits);
   }
-  int32_t dclp[256] = {};
+  // only the channels present are zeroed: 16 KB of memset a macroblock
+  // was a seventh of the decode
+  int32_t dclp[256];
+  std::memset(dclp, 0, sizeof(int32_t) * 16 * size_t(nc));
   if (rvtiVLCDecodeDC_JPEGXR_1u32s(c[0]->p, c[0]->len, &c[0]->pos, st, dclp) != rvtStatusOk) return fail("DC");
   if (!lpBand && adaptNow) rvtiVLCAdapt_JPEGXR(st, 1);
   if (lpBand) {
@@ -625,7 +628,8 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
   KeepForPrediction(me, dclp, nc, sub_);
 
   // HP: pattern, coefficients, prediction inside the macroblock
-  int32_t hpc[16 * 256] = {};
+  int32_t hpc[16 * 256];
+  std::memset(hpc, 0, sizeof(int32_t) * 256 * size_t(nc));
   for (int ch = 0; ch < nc; ++ch) me.cbp[ch] = 0;
   if (hpBand) {
     if (h_.frequency) {
