@@ -785,21 +785,30 @@ void Decoder::Reconstruct(Picture* out) {
   out->channels = colour ? 3 : 1;
   out->samples.assign(size_t(w) * hgt * out->channels, 0);
   auto clip = [top](int64_t v) { return uint16_t(v < 0 ? 0 : v > top ? top : v); };
+  const int x0 = int(h_.extraLeft);
+  const int32_t* plane[3] = {planes_[0].data(), colour ? planes_[1].data() : nullptr,
+                             colour ? planes_[2].data() : nullptr};
   for (int y = 0; y < hgt; ++y) {
-    for (int x = 0; x < w; ++x) {
-      const size_t at = PixelAt(x + int(h_.extraLeft), y + int(h_.extraTop), mbw_);
-      uint16_t* o = out->samples.data() + (size_t(y) * w + x) * out->channels;
+    // the row's elements in a macroblock, column by column
+    const int py = y + int(h_.extraTop);
+    int inMb[16];
+    for (int x = 0; x < 16; ++x) inMb[x] = int(PixelAt(x, py & 15, 1));
+    const size_t rowAt = size_t(py >> 4) * mbw_ * 256;
+    uint16_t* o = out->samples.data() + size_t(y) * w * out->channels;
+    for (int x = x0; x < x0 + w; ++x) {
+      const size_t at = rowAt + size_t(x >> 4) * 256 + size_t(inMb[x & 15]);
       if (!colour) {
-        o[0] = clip((int64_t(planes_[0][at]) + bias) >> shift);
+        *o++ = clip((int64_t(plane[0][at]) + bias) >> shift);
         continue;
       }
-      int64_t g = int64_t(planes_[0][at]) + bias, r = -int64_t(planes_[1][at]), b = planes_[2][at];
+      int64_t g = int64_t(plane[0][at]) + bias, r = -int64_t(plane[1][at]), b = plane[2][at];
       g -= r >> 1;
       r -= ((b + 1) >> 1) - g;
       b += r;
       o[0] = clip(r >> shift);
       o[1] = clip(g >> shift);
       o[2] = clip(b >> shift);
+      o += 3;
     }
   }
 }
