@@ -267,12 +267,17 @@ class Decoder {
     hpStep_.assign(size_t(h.channels), std::vector<int32_t>(size_t(mbw_) * mbh_, 0));
   }
 
+  // Begin sizes the output; Run decodes, reconstructing rows as they
+  // complete; Finish reconstructs the rest.
+  void Begin(Picture* out);
   bool Run(size_t tilesAt, std::string* error);
-  void Reconstruct(Picture* out);
+  void Finish();
   void Upsample();
 
  private:
   bool Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error);
+  void Advance(int rowsDecoded);  // macroblock rows 0..rowsDecoded-1 are decoded
+  void Convert(int py0, int py1);
   bool ReadTileQp(Cursor& dc, Cursor& lp, Cursor& hp, TileQp* q);
   bool Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band, std::vector<PredInfo>& row,
                   std::vector<PredInfo>& prev, std::string* error);
@@ -294,6 +299,8 @@ class Decoder {
   std::vector<uint8_t> state_;
   std::vector<std::vector<int32_t>> hpStep_;  // per channel, per macroblock
   int trim_ = 0;
+  int corners_ = 0;  // corner rows reconstructed
+  Picture* out_ = nullptr;
   bool sub_ = false;  // 4:2:0 or 4:2:2
   int BlocksWide(int ch) const { return sub_ && ch > 0 ? 2 : 4; }
   int BlocksHigh(int ch) const { return sub_ && ch > 0 && h_.format == k420 ? 2 : 4; }
@@ -415,6 +422,7 @@ bool Decoder::Run(size_t tilesAt, std::string* error) {
       }
       if (!Tile(tx, ty, band, error)) return false;
     }
+    Advance(size_t(ty + 1) < h_.tileY.size() ? int(h_.tileY[size_t(ty + 1)]) : mbh_);
   }
   return true;
 }
@@ -467,6 +475,7 @@ bool Decoder::Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error
       if (!Macroblock(mx, my, x0, y0, q, c[0], row, prev, error)) return false;
     }
     std::swap(row, prev);
+    if (h_.tileX.size() == 1) Advance(my + 1);
   }
   return true;
 }
@@ -758,39 +767,67 @@ void Decoder::Upsample() {
   }
 }
 
-void Decoder::Reconstruct(Picture* out) {
-  const int nc = h_.channels;
+void Decoder::Begin(Picture* out) {
+  out_ = out;
+  const bool wide = h_.outDepth == 2;
+  out->width = int(h_.width);
+  out->height = int(h_.height);
+  out->bits = wide ? 16 : 8;
+  out->channels = h_.format != kYOnly ? 3 : 1;
+  out->samples.assign(size_t(out->width) * out->height * out->channels, 0);
+}
+
+// Grey and 4:4:4: corner rows run (every channel) and their finished
+// macroblock rows are converted as soon as the macroblock rows they read
+// are decoded, while those rows are still in cache.  Sub-sampled chroma
+// waits for the whole image (its up-sampling is a pass of its own).
+void Decoder::Advance(int rowsDecoded) {
+  if (sub_) return;
   const bool hpAbsent = h_.subband == kDCOnly || h_.subband == kNoHP;
-  for (int ch = 0; ch < nc; ++ch) {
-    if (sub_ && ch > 0) {
-      InverseTransformChroma(planes_[size_t(ch)].data(), mbw_, mbh_, h_.format == k420, h_.overlap,
-                             h_.subversion != 0, hpStep_[size_t(ch - 1)], hpAbsent);
-    } else {
-      InverseTransform(planes_[size_t(ch)].data(), mbw_, mbh_, h_.overlap, h_.subversion != 0, hpStep_[size_t(ch)],
-                       hpAbsent);
+  while (corners_ <= mbh_ && (corners_ < rowsDecoded || rowsDecoded == mbh_)) {
+    for (int ch = 0; ch < h_.channels; ++ch) {
+      InverseTransformRow(planes_[size_t(ch)].data(), mbw_, mbh_, h_.overlap, h_.subversion != 0, hpStep_[size_t(ch)],
+                          hpAbsent, corners_);
     }
+    if (corners_ > 0) Convert(16 * (corners_ - 1), 16 * corners_);
+    ++corners_;
   }
-  if (sub_) Upsample();
-  const int w = int(h_.width), hgt = int(h_.height);
+}
+
+void Decoder::Finish() {
+  if (!sub_) {
+    Advance(mbh_);
+    return;
+  }
+  const bool hpAbsent = h_.subband == kDCOnly || h_.subband == kNoHP;
+  InverseTransform(planes_[0].data(), mbw_, mbh_, h_.overlap, h_.subversion != 0, hpStep_[0], hpAbsent);
+  for (int ch = 1; ch < 3; ++ch) {
+    InverseTransformChroma(planes_[size_t(ch)].data(), mbw_, mbh_, h_.format == k420, h_.overlap,
+                           h_.subversion != 0, hpStep_[size_t(ch - 1)], hpAbsent);
+  }
+  Upsample();
+  Convert(0, ph_);
+}
+
+// Padded rows py0..py1 (those inside the image) to output samples.
+void Decoder::Convert(int py0, int py1) {
+  Picture* out = out_;
+  const int w = out->width;
   // samples are centred on zero; scaled arithmetic keeps three more bits,
   // rounded off with 3 at 8 bits and 4 at 16, as jxrlib does
   const bool wide = h_.outDepth == 2;
   const int shift = h_.scaled ? 3 : 0;
   const int32_t mid = wide ? 32768 : 128, top = wide ? 65535 : 255;
   const int32_t bias = h_.scaled ? (mid << 3) + (wide ? 4 : 3) : mid;
-  out->width = w;
-  out->height = hgt;
-  out->bits = wide ? 16 : 8;
   const bool colour = h_.format != kYOnly;
-  out->channels = colour ? 3 : 1;
-  out->samples.assign(size_t(w) * hgt * out->channels, 0);
   auto clip = [top](int64_t v) { return uint16_t(v < 0 ? 0 : v > top ? top : v); };
   const int x0 = int(h_.extraLeft);
   const int32_t* plane[3] = {planes_[0].data(), colour ? planes_[1].data() : nullptr,
                              colour ? planes_[2].data() : nullptr};
-  for (int y = 0; y < hgt; ++y) {
+  const int first = std::max(py0, int(h_.extraTop)), last = std::min(py1, int(h_.extraTop) + out->height);
+  for (int py = first; py < last; ++py) {
+    const int y = py - int(h_.extraTop);
     // the row's elements in a macroblock, column by column
-    const int py = y + int(h_.extraTop);
     int inMb[16];
     for (int x = 0; x < 16; ++x) inMb[x] = int(PixelAt(x, py & 15, 1));
     const size_t rowAt = size_t(py >> 4) * mbw_ * 256;
@@ -845,8 +882,9 @@ bool DecodeImage(const uint8_t* data, size_t size, Picture* out, std::string* er
     return false;
   }
   Decoder d(h, data, size);
+  d.Begin(out);
   if (!d.Run(b.pos / 8, error)) return false;
-  d.Reconstruct(out);
+  d.Finish();
   return true;
 }
 

@@ -35,6 +35,13 @@ inline size_t PixelAt(int x, int y, int mbw) {
 void InverseTransform(int32_t* channel, int mbw, int mbh, int overlap, bool fine,
                       const std::vector<int32_t>& hpStep, bool hpAbsent);
 
+// One corner row of InverseTransform: row y (0..mbh) finishes macroblock
+// row y - 1 and reads row y, which must be decoded.  Rows run 0, 1, ...,
+// mbh give InverseTransform's result; a decoder that runs row y as soon as
+// macroblock row y is decoded works on rows still in cache.
+void InverseTransformRow(int32_t* channel, int mbw, int mbh, int overlap, bool fine,
+                         const std::vector<int32_t>& hpStep, bool hpAbsent, int y);
+
 // The same for a 4:2:0 (8x8 macroblocks, 2x2 blocks: block (bx, by) at
 // 16 * (2 bx + by), macroblock (x, y) at 64 * (y * mbw + x)) or 4:2:2 (8
 // wide by 16 high, 2x4 blocks: 16 * (4 bx + by), 128 elements a
