@@ -258,7 +258,11 @@ class Decoder {
     pw_ = mbw_ * 16;
     ph_ = mbh_ * 16;
     sub_ = h.format == k420 || h.format == k422;
-    planes_.assign(size_t(h.channels), std::vector<int32_t>(size_t(pw_) * ph_, 0));
+    // grey and 4:4:4 in one tile column: two macroblock rows a channel,
+    // row y in slot y & 1 (Advance finishes row y - 2 before row y is
+    // decoded); else whole planes
+    ring_ = !sub_ && h.tileX.size() == 1;
+    planes_.assign(size_t(h.channels), std::vector<int32_t>(size_t(pw_) * (ring_ ? 32 : ph_), 0));
     if (sub_) {
       const size_t chroma = size_t(mbw_) * mbh_ * (h.format == k420 ? 64 : 128);
       planes_[1].assign(chroma, 0);
@@ -288,7 +292,12 @@ class Decoder {
       const bool q = h_.format == k420;
       return planes_[size_t(c)].data() + (size_t(my) * mbw_ + mx) * (q ? 64 : 128) + 16 * ((q ? 2 : 4) * bx + by);
     }
-    return planes_[size_t(c)].data() + (size_t(my) * mbw_ + mx) * 256 + 16 * (4 * bx + by);
+    return Row(c, my) + size_t(mx) * 256 + 16 * (4 * bx + by);
+  }
+  // Macroblock row my of a grey or 4:4:4 channel (my may be -1 or mbh:
+  // the walk touches nothing there).
+  int32_t* Row(int c, int my) {
+    return planes_[size_t(c)].data() + ptrdiff_t(ring_ ? (my & 1) : my) * mbw_ * 256;
   }
 
   const Header& h_;
@@ -302,6 +311,7 @@ class Decoder {
   int corners_ = 0;  // corner rows reconstructed
   Picture* out_ = nullptr;
   bool sub_ = false;  // 4:2:0 or 4:2:2
+  bool ring_ = false;
   int BlocksWide(int ch) const { return sub_ && ch > 0 ? 2 : 4; }
   int BlocksHigh(int ch) const { return sub_ && ch > 0 && h_.format == k420 ? 2 : 4; }
 };
@@ -786,7 +796,7 @@ void Decoder::Advance(int rowsDecoded) {
   const bool hpAbsent = h_.subband == kDCOnly || h_.subband == kNoHP;
   while (corners_ <= mbh_ && (corners_ < rowsDecoded || rowsDecoded == mbh_)) {
     for (int ch = 0; ch < h_.channels; ++ch) {
-      InverseTransformRow(planes_[size_t(ch)].data(), mbw_, mbh_, h_.overlap, h_.subversion != 0, hpStep_[size_t(ch)],
+      InverseTransformRow(Row(ch, corners_ - 1), Row(ch, corners_), mbw_, mbh_, h_.overlap, h_.subversion != 0, hpStep_[size_t(ch)],
                           hpAbsent, corners_);
     }
     if (corners_ > 0) Convert(16 * (corners_ - 1), 16 * corners_);
@@ -824,13 +834,14 @@ void Decoder::Convert(int py0, int py1) {
   const int x0 = int(h_.extraLeft);
   const int32_t* plane[3] = {planes_[0].data(), colour ? planes_[1].data() : nullptr,
                              colour ? planes_[2].data() : nullptr};
+  const size_t rowLen = size_t(mbw_) * 256;
   const int first = std::max(py0, int(h_.extraTop)), last = std::min(py1, int(h_.extraTop) + out->height);
   for (int py = first; py < last; ++py) {
     const int y = py - int(h_.extraTop);
     // the row's elements in a macroblock, column by column
     int inMb[16];
     for (int x = 0; x < 16; ++x) inMb[x] = int(PixelAt(x, py & 15, 1));
-    const size_t rowAt = size_t(py >> 4) * mbw_ * 256;
+    const size_t rowAt = size_t(ring_ ? (py >> 4) & 1 : py >> 4) * rowLen;
     uint16_t* o = out->samples.data() + size_t(y) * w * out->channels;
     for (int x = x0; x < x0 + w; ++x) {
       const size_t at = rowAt + size_t(x >> 4) * 256 + size_t(inMb[x & 15]);

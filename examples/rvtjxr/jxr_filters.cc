@@ -321,19 +321,23 @@ int32_t StepAt(int x, int y, int mbw, int mbh, const std::vector<int32_t>& hpSte
 
 }  // namespace
 
-void InverseTransformRow(int32_t* channel, int mbw, int mbh, int overlap, bool fine,
+void InverseTransformRow(int32_t* above, int32_t* here, int mbw, int mbh, int overlap, bool fine,
                          const std::vector<int32_t>& hpStep, bool hpAbsent, int y) {
   PostFilter f{fine, hpAbsent, 0, {}};
   for (int x = 0; x <= mbw; ++x) {
     f.step = StepAt(x, y, mbw, mbh, hpStep, hpAbsent);
-    WalkCorner(f, channel, mbw, mbh, overlap, fine, x, y);
+    WalkCornerRows(f, above, here, mbw, mbh, overlap, fine, x, y);
   }
   f.blocks.Flush();
 }
 
 void InverseTransform(int32_t* channel, int mbw, int mbh, int overlap, bool fine,
                       const std::vector<int32_t>& hpStep, bool hpAbsent) {
-  for (int y = 0; y <= mbh; ++y) InverseTransformRow(channel, mbw, mbh, overlap, fine, hpStep, hpAbsent, y);
+  const ptrdiff_t rowLen = ptrdiff_t(mbw) * 256;
+  for (int y = 0; y <= mbh; ++y) {
+    InverseTransformRow(channel + (y - 1) * rowLen, channel + y * rowLen, mbw, mbh, overlap, fine, hpStep, hpAbsent,
+                        y);
+  }
 }
 
 void InverseTransformChroma(int32_t* channel, int mbw, int mbh, bool is420, int overlap, bool fine,
