@@ -676,9 +676,12 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     }
     if (r != rvtStatusOk) return fail("HP");
     if (adaptNow) rvtiVLCAdapt_JPEGXR(st, 4);
+    // one test for the lot (a loop without exits vectorizes)
+    uint32_t outside = 0;
     for (int k = 0; k < 256 * nc; ++k) {
-      if (!InRange(hpc[k])) return fail("HP level");
+      outside |= uint32_t(uint32_t(hpc[k]) + uint32_t(kMaxCoef) > uint32_t(2 * kMaxCoef));
     }
+    if (outside) return fail("HP level");
     bool ok = true;
     auto add = [&ok](int32_t& to, int32_t from) {
       const int64_t v = int64_t(to) + from;
