@@ -884,6 +884,36 @@ inline RvtResult EncodeLP(Writer& w, State& s, const int32_t* coef) {
 // files interleave them with the coded parts.
 inline int HpBlockAt(const State& s, int ch, int i) { return HpBlocks(s, ch) == 16 ? kHpBlockOrder[i] : i; }
 
+// Refine over a block's 15 HP coefficients for the fast reader, with at
+// least one bit coded a coefficient: fields are cut from one window while
+// it holds the next field and its sign (at most 16 bits) within its 32
+// valid bits, instead of a window per field.
+inline void RefineBlock(FastReader& f, int32_t* blk, int bits, int trim) {
+  const int n = bits - trim;
+  uint64_t w = f.Window();
+  int used = 0;
+  for (int k = 1; k < 16; ++k) {
+    if (used + n + 1 > 32) {
+      f.pos += used;
+      w = f.Window();
+      used = 0;
+    }
+    int32_t& c = blk[kLowpassRefine[k]];
+    const int32_t q = c;
+    const uint32_t ref = uint32_t((w << used) >> (64 - n)) << trim;
+    used += n;
+    if (q != 0) {
+      const uint32_t m = (Mag(q) << bits) | ref;
+      c = int32_t(q < 0 ? 0u - m : m);
+    } else if (ref != 0) {
+      const bool neg = ((w << used) >> 63) != 0;
+      ++used;
+      c = int32_t(neg ? 0u - ref : ref);
+    }
+  }
+  f.pos += used;
+}
+
 template <class R, class F>
 inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, State& s, int32_t* coef) {
   int32_t lm[2] = {0, 0};
@@ -907,6 +937,12 @@ inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, St
         }
       }
       if (bits > 0) {  // trimmed bits still scale the coded part
+        if constexpr (std::is_same_v<F, FastReader>) {
+          if (bits > trim) {
+            RefineBlock(f, blk, bits, trim);
+            continue;
+          }
+        }
         for (int k = 1; k < 16; ++k) blk[kLowpassRefine[k]] = Refine(f, blk[kLowpassRefine[k]], bits, trim);
       }
     }
