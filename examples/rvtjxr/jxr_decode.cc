@@ -4,11 +4,14 @@
 // inverse transform through rvtiPCTInv_JPEGXR_32s_C1IR and every
 // coefficient through the rvtiVLC/FLC decoders.
 //
-// Coefficients are kept per channel in a plane of the padded image size,
-// each 4x4 block holding its transform coefficients where the photo core
-// transform exports put them; after all tiles, the block DCs get the second
-// level filters, the whole plane is inverse transformed at once, and the
-// pixel-level filters follow.
+// Coefficients are kept per channel in macroblock rows of the padded image
+// width, each 4x4 block holding its transform coefficients where the photo
+// core transform exports put them.  Grey and 4:4:4 images reconstruct as
+// they decode: once macroblock row y is decoded, corner row y of the
+// filter walk (block DC filters, first-level inverse transforms, pixel
+// filters) finishes row y - 1, which is colour-converted into the output
+// at once; in one tile column only two rows a channel are kept.  4:2:0 and
+// 4:2:2 keep whole planes and reconstruct after the last tile.
 #include <algorithm>
 #include <array>
 #include <cstdlib>
