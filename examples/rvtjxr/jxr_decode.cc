@@ -4,11 +4,14 @@
 // inverse transform through rvtiPCTInv_JPEGXR_32s_C1IR and every
 // coefficient through the rvtiVLC/FLC decoders.
 //
-// Coefficients are kept per channel in a plane of the padded image size,
-// each 4x4 block holding its transform coefficients where the photo core
-// transform exports put them; after all tiles, the block DCs get the second
-// level filters, the whole plane is inverse transformed at once, and the
-// pixel-level filters follow.
+// Coefficients are kept per channel in macroblock rows of the padded image
+// width, each 4x4 block holding its transform coefficients where the photo
+// core transform exports put them.  Grey and 4:4:4 images reconstruct as
+// they decode: once macroblock row y is decoded, corner row y of the
+// filter walk (block DC filters, first-level inverse transforms, pixel
+// filters) finishes row y - 1, which is colour-converted into the output
+// at once; in one tile column only two rows a channel are kept.  4:2:0 and
+// 4:2:2 keep whole planes and reconstruct after the last tile.
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -258,7 +261,11 @@ class Decoder {
     pw_ = mbw_ * 16;
     ph_ = mbh_ * 16;
     sub_ = h.format == k420 || h.format == k422;
-    planes_.assign(size_t(h.channels), std::vector<int32_t>(size_t(pw_) * ph_, 0));
+    // grey and 4:4:4 in one tile column: two macroblock rows a channel,
+    // row y in slot y & 1 (Advance finishes row y - 2 before row y is
+    // decoded); else whole planes
+    ring_ = !sub_ && h.tileX.size() == 1;
+    planes_.assign(size_t(h.channels), std::vector<int32_t>(size_t(pw_) * (ring_ ? 32 : ph_), 0));
     if (sub_) {
       const size_t chroma = size_t(mbw_) * mbh_ * (h.format == k420 ? 64 : 128);
       planes_[1].assign(chroma, 0);
@@ -267,12 +274,17 @@ class Decoder {
     hpStep_.assign(size_t(h.channels), std::vector<int32_t>(size_t(mbw_) * mbh_, 0));
   }
 
+  // Begin sizes the output; Run decodes, reconstructing rows as they
+  // complete; Finish reconstructs the rest.
+  void Begin(Picture* out);
   bool Run(size_t tilesAt, std::string* error);
-  void Reconstruct(Picture* out);
+  void Finish();
   void Upsample();
 
  private:
   bool Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error);
+  void Advance(int rowsDecoded);  // macroblock rows 0..rowsDecoded-1 are decoded
+  void Convert(int py0, int py1);
   bool ReadTileQp(Cursor& dc, Cursor& lp, Cursor& hp, TileQp* q);
   bool Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band, std::vector<PredInfo>& row,
                   std::vector<PredInfo>& prev, std::string* error);
@@ -283,7 +295,12 @@ class Decoder {
       const bool q = h_.format == k420;
       return planes_[size_t(c)].data() + (size_t(my) * mbw_ + mx) * (q ? 64 : 128) + 16 * ((q ? 2 : 4) * bx + by);
     }
-    return planes_[size_t(c)].data() + (size_t(my) * mbw_ + mx) * 256 + 16 * (4 * bx + by);
+    return Row(c, my) + size_t(mx) * 256 + 16 * (4 * bx + by);
+  }
+  // Macroblock row my of a grey or 4:4:4 channel (my may be -1 or mbh:
+  // the walk touches nothing there).
+  int32_t* Row(int c, int my) {
+    return planes_[size_t(c)].data() + ptrdiff_t(ring_ ? (my & 1) : my) * mbw_ * 256;
   }
 
   const Header& h_;
@@ -294,7 +311,10 @@ class Decoder {
   std::vector<uint8_t> state_;
   std::vector<std::vector<int32_t>> hpStep_;  // per channel, per macroblock
   int trim_ = 0;
+  int corners_ = 0;  // corner rows reconstructed
+  Picture* out_ = nullptr;
   bool sub_ = false;  // 4:2:0 or 4:2:2
+  bool ring_ = false;
   int BlocksWide(int ch) const { return sub_ && ch > 0 ? 2 : 4; }
   int BlocksHigh(int ch) const { return sub_ && ch > 0 && h_.format == k420 ? 2 : 4; }
 };
@@ -415,6 +435,7 @@ bool Decoder::Run(size_t tilesAt, std::string* error) {
       }
       if (!Tile(tx, ty, band, error)) return false;
     }
+    Advance(size_t(ty + 1) < h_.tileY.size() ? int(h_.tileY[size_t(ty + 1)]) : mbh_);
   }
   return true;
 }
@@ -467,6 +488,7 @@ bool Decoder::Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error
       if (!Macroblock(mx, my, x0, y0, q, c[0], row, prev, error)) return false;
     }
     std::swap(row, prev);
+    if (h_.tileX.size() == 1) Advance(my + 1);
   }
   return true;
 }
@@ -508,7 +530,10 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     lpIndex = qpIndex(c[0], q.lpBits);
     if (hpBand) hpIndex = qpIndex(c[0], q.hpBits);
   }
-  int32_t dclp[256] = {};
+  // only the channels present are zeroed: 16 KB of memset a macroblock
+  // was a seventh of the decode
+  int32_t dclp[256];
+  std::memset(dclp, 0, sizeof(int32_t) * 16 * size_t(nc));
   if (rvtiVLCDecodeDC_JPEGXR_1u32s(c[0]->p, c[0]->len, &c[0]->pos, st, dclp) != rvtStatusOk) return fail("DC");
   if (!lpBand && adaptNow) rvtiVLCAdapt_JPEGXR(st, 1);
   if (lpBand) {
@@ -625,7 +650,8 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
   KeepForPrediction(me, dclp, nc, sub_);
 
   // HP: pattern, coefficients, prediction inside the macroblock
-  int32_t hpc[16 * 256] = {};
+  int32_t hpc[16 * 256];
+  std::memset(hpc, 0, sizeof(int32_t) * 256 * size_t(nc));
   for (int ch = 0; ch < nc; ++ch) me.cbp[ch] = 0;
   if (hpBand) {
     if (h_.frequency) {
@@ -653,9 +679,12 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     }
     if (r != rvtStatusOk) return fail("HP");
     if (adaptNow) rvtiVLCAdapt_JPEGXR(st, 4);
+    // one test for the lot (a loop without exits vectorizes)
+    uint32_t outside = 0;
     for (int k = 0; k < 256 * nc; ++k) {
-      if (!InRange(hpc[k])) return fail("HP level");
+      outside |= uint32_t(uint32_t(hpc[k]) + uint32_t(kMaxCoef) > uint32_t(2 * kMaxCoef));
     }
+    if (outside) return fail("HP level");
     bool ok = true;
     auto add = [&ok](int32_t& to, int32_t from) {
       const int64_t v = int64_t(to) + from;
@@ -754,48 +783,86 @@ void Decoder::Upsample() {
   }
 }
 
-void Decoder::Reconstruct(Picture* out) {
-  const int nc = h_.channels;
+void Decoder::Begin(Picture* out) {
+  out_ = out;
+  const bool wide = h_.outDepth == 2;
+  out->width = int(h_.width);
+  out->height = int(h_.height);
+  out->bits = wide ? 16 : 8;
+  out->channels = h_.format != kYOnly ? 3 : 1;
+  out->samples.assign(size_t(out->width) * out->height * out->channels, 0);
+}
+
+// Grey and 4:4:4: corner rows run (every channel) and their finished
+// macroblock rows are converted as soon as the macroblock rows they read
+// are decoded, while those rows are still in cache.  Sub-sampled chroma
+// waits for the whole image (its up-sampling is a pass of its own).
+void Decoder::Advance(int rowsDecoded) {
+  if (sub_) return;
   const bool hpAbsent = h_.subband == kDCOnly || h_.subband == kNoHP;
-  for (int ch = 0; ch < nc; ++ch) {
-    if (sub_ && ch > 0) {
-      InverseTransformChroma(planes_[size_t(ch)].data(), mbw_, mbh_, h_.format == k420, h_.overlap,
-                             h_.subversion != 0, hpStep_[size_t(ch - 1)], hpAbsent);
-    } else {
-      InverseTransform(planes_[size_t(ch)].data(), mbw_, mbh_, h_.overlap, h_.subversion != 0, hpStep_[size_t(ch)],
-                       hpAbsent);
+  while (corners_ <= mbh_ && (corners_ < rowsDecoded || rowsDecoded == mbh_)) {
+    for (int ch = 0; ch < h_.channels; ++ch) {
+      InverseTransformRow(Row(ch, corners_ - 1), Row(ch, corners_), mbw_, mbh_, h_.overlap, h_.subversion != 0, hpStep_[size_t(ch)],
+                          hpAbsent, corners_);
     }
+    if (corners_ > 0) Convert(16 * (corners_ - 1), 16 * corners_);
+    ++corners_;
   }
-  if (sub_) Upsample();
-  const int w = int(h_.width), hgt = int(h_.height);
+}
+
+void Decoder::Finish() {
+  if (!sub_) {
+    Advance(mbh_);
+    return;
+  }
+  const bool hpAbsent = h_.subband == kDCOnly || h_.subband == kNoHP;
+  InverseTransform(planes_[0].data(), mbw_, mbh_, h_.overlap, h_.subversion != 0, hpStep_[0], hpAbsent);
+  for (int ch = 1; ch < 3; ++ch) {
+    InverseTransformChroma(planes_[size_t(ch)].data(), mbw_, mbh_, h_.format == k420, h_.overlap,
+                           h_.subversion != 0, hpStep_[size_t(ch - 1)], hpAbsent);
+  }
+  Upsample();
+  Convert(0, ph_);
+}
+
+// Padded rows py0..py1 (those inside the image) to output samples.
+void Decoder::Convert(int py0, int py1) {
+  Picture* out = out_;
+  const int w = out->width;
   // samples are centred on zero; scaled arithmetic keeps three more bits,
   // rounded off with 3 at 8 bits and 4 at 16, as jxrlib does
   const bool wide = h_.outDepth == 2;
   const int shift = h_.scaled ? 3 : 0;
   const int32_t mid = wide ? 32768 : 128, top = wide ? 65535 : 255;
   const int32_t bias = h_.scaled ? (mid << 3) + (wide ? 4 : 3) : mid;
-  out->width = w;
-  out->height = hgt;
-  out->bits = wide ? 16 : 8;
   const bool colour = h_.format != kYOnly;
-  out->channels = colour ? 3 : 1;
-  out->samples.assign(size_t(w) * hgt * out->channels, 0);
   auto clip = [top](int64_t v) { return uint16_t(v < 0 ? 0 : v > top ? top : v); };
-  for (int y = 0; y < hgt; ++y) {
-    for (int x = 0; x < w; ++x) {
-      const size_t at = PixelAt(x + int(h_.extraLeft), y + int(h_.extraTop), mbw_);
-      uint16_t* o = out->samples.data() + (size_t(y) * w + x) * out->channels;
+  const int x0 = int(h_.extraLeft);
+  const int32_t* plane[3] = {planes_[0].data(), colour ? planes_[1].data() : nullptr,
+                             colour ? planes_[2].data() : nullptr};
+  const size_t rowLen = size_t(mbw_) * 256;
+  const int first = std::max(py0, int(h_.extraTop)), last = std::min(py1, int(h_.extraTop) + out->height);
+  for (int py = first; py < last; ++py) {
+    const int y = py - int(h_.extraTop);
+    // the row's elements in a macroblock, column by column
+    int inMb[16];
+    for (int x = 0; x < 16; ++x) inMb[x] = int(PixelAt(x, py & 15, 1));
+    const size_t rowAt = size_t(ring_ ? (py >> 4) & 1 : py >> 4) * rowLen;
+    uint16_t* o = out->samples.data() + size_t(y) * w * out->channels;
+    for (int x = x0; x < x0 + w; ++x) {
+      const size_t at = rowAt + size_t(x >> 4) * 256 + size_t(inMb[x & 15]);
       if (!colour) {
-        o[0] = clip((int64_t(planes_[0][at]) + bias) >> shift);
+        *o++ = clip((int64_t(plane[0][at]) + bias) >> shift);
         continue;
       }
-      int64_t g = int64_t(planes_[0][at]) + bias, r = -int64_t(planes_[1][at]), b = planes_[2][at];
+      int64_t g = int64_t(plane[0][at]) + bias, r = -int64_t(plane[1][at]), b = plane[2][at];
       g -= r >> 1;
       r -= ((b + 1) >> 1) - g;
       b += r;
       o[0] = clip(r >> shift);
       o[1] = clip(g >> shift);
       o[2] = clip(b >> shift);
+      o += 3;
     }
   }
 }
@@ -832,8 +899,9 @@ bool DecodeImage(const uint8_t* data, size_t size, Picture* out, std::string* er
     return false;
   }
   Decoder d(h, data, size);
+  d.Begin(out);
   if (!d.Run(b.pos / 8, error)) return false;
-  d.Reconstruct(out);
+  d.Finish();
   return true;
 }
 

@@ -189,17 +189,45 @@ void CornerDC(P p0, P p1, bool fine) {
   ScaleQuad(p0 - 16, p1 - 64, p0 + 48, p1 + 0);
 }
 
-// The first-level inverse transform of one block, through the library.
-void InverseBlock(P p) {
-  int32_t c[16];
-  for (int r = 0; r < 4; ++r) {
-    for (int k = 0; k < 4; ++k) c[4 * r + k] = p[kInBlock[r][k]];
+// First-level inverse transforms, batched: the walk's blocks are gathered
+// into one row of blocks (raster order) and handed to the library in one
+// call, which runs them a vector group at a time; a lone 4x4 block would
+// fill a group with four copies of itself.  Block transforms are
+// independent of each other, so deferring them until the next filter step
+// (Flush) leaves every result as it was.
+class BlockBatch {
+ public:
+  void Add(P p) {
+    pending_[n_++] = p;
+    if (n_ == kMax) Flush();
   }
-  rvtiPCTInv_JPEGXR_32s_C1IR(c, 16, {4, 4});
-  for (int r = 0; r < 4; ++r) {
-    for (int k = 0; k < 4; ++k) p[kInBlock[r][k]] = c[4 * r + k];
+  void Flush() {
+    if (n_ == 0) return;
+    const int w = 4 * n_;
+    for (int i = 0; i < n_; ++i) {
+      const P p = pending_[i];
+      for (int r = 0; r < 4; ++r) {
+        int32_t* row = buf_ + r * w + 4 * i;
+        for (int k = 0; k < 4; ++k) row[k] = p[kInBlock[r][k]];
+      }
+    }
+    rvtiPCTInv_JPEGXR_32s_C1IR(buf_, int32_t(sizeof(int32_t)) * w, {w, 4});
+    for (int i = 0; i < n_; ++i) {
+      const P p = pending_[i];
+      for (int r = 0; r < 4; ++r) {
+        const int32_t* row = buf_ + r * w + 4 * i;
+        for (int k = 0; k < 4; ++k) p[kInBlock[r][k]] = row[k];
+      }
+    }
+    n_ = 0;
   }
-}
+
+ private:
+  static constexpr int kMax = 32;
+  P pending_[kMax];
+  int n_ = 0;
+  int32_t buf_[16 * kMax];
+};
 
 // Two DCs across a chroma macroblock edge, and the 2x2 window on a chroma
 // macroblock corner; the newer forms rotate by a finer angle.
@@ -248,15 +276,40 @@ struct PostFilter {
   bool fine;
   bool hpAbsent;
   int32_t step;
-  void Edge(P a, P b, P c, P d) const { Edge4(a, b, c, d, fine); }
-  void Window(P q0, P q1, P q2, P q3) const { rvtjxr::Window(q0, q1, q2, q3, step, hpAbsent, fine); }
-  void CornerDC(P p0, P p1) const { rvtjxr::CornerDC(p0, p1, fine); }
-  static void Block(P p) { InverseBlock(p); }
-  void Post2(P a, P b) const { rvtjxr::Post2(a, b, fine); }
-  void Post2x2(P a, P b, P c, P d) const { rvtjxr::Post2x2(a, b, c, d, fine); }
-  static void SubDC(P a, P b) { *a -= *b; }
-  static void AddDC(P a, P b) { *a += *b; }
-  static void DropDC(P p) { *p = 0; }
+  BlockBatch blocks;
+  void Edge(P a, P b, P c, P d) {
+    blocks.Flush();
+    Edge4(a, b, c, d, fine);
+  }
+  void Window(P q0, P q1, P q2, P q3) {
+    blocks.Flush();
+    rvtjxr::Window(q0, q1, q2, q3, step, hpAbsent, fine);
+  }
+  void CornerDC(P p0, P p1) {
+    blocks.Flush();
+    rvtjxr::CornerDC(p0, p1, fine);
+  }
+  void Block(P p) { blocks.Add(p); }
+  void Post2(P a, P b) {
+    blocks.Flush();
+    rvtjxr::Post2(a, b, fine);
+  }
+  void Post2x2(P a, P b, P c, P d) {
+    blocks.Flush();
+    rvtjxr::Post2x2(a, b, c, d, fine);
+  }
+  void SubDC(P a, P b) {
+    blocks.Flush();
+    *a -= *b;
+  }
+  void AddDC(P a, P b) {
+    blocks.Flush();
+    *a += *b;
+  }
+  void DropDC(P p) {
+    blocks.Flush();
+    *p = 0;
+  }
 };
 
 int32_t StepAt(int x, int y, int mbw, int mbh, const std::vector<int32_t>& hpStep, bool hpAbsent) {
@@ -268,26 +321,35 @@ int32_t StepAt(int x, int y, int mbw, int mbh, const std::vector<int32_t>& hpSte
 
 }  // namespace
 
+void InverseTransformRow(int32_t* above, int32_t* here, int mbw, int mbh, int overlap, bool fine,
+                         const std::vector<int32_t>& hpStep, bool hpAbsent, int y) {
+  PostFilter f{fine, hpAbsent, 0, {}};
+  for (int x = 0; x <= mbw; ++x) {
+    f.step = StepAt(x, y, mbw, mbh, hpStep, hpAbsent);
+    WalkCornerRows(f, above, here, mbw, mbh, overlap, fine, x, y);
+  }
+  f.blocks.Flush();
+}
+
 void InverseTransform(int32_t* channel, int mbw, int mbh, int overlap, bool fine,
                       const std::vector<int32_t>& hpStep, bool hpAbsent) {
-  PostFilter f{fine, hpAbsent, 0};
+  const ptrdiff_t rowLen = ptrdiff_t(mbw) * 256;
   for (int y = 0; y <= mbh; ++y) {
-    for (int x = 0; x <= mbw; ++x) {
-      f.step = StepAt(x, y, mbw, mbh, hpStep, hpAbsent);
-      WalkCorner(f, channel, mbw, mbh, overlap, fine, x, y);
-    }
+    InverseTransformRow(channel + (y - 1) * rowLen, channel + y * rowLen, mbw, mbh, overlap, fine, hpStep, hpAbsent,
+                        y);
   }
 }
 
 void InverseTransformChroma(int32_t* channel, int mbw, int mbh, bool is420, int overlap, bool fine,
                             const std::vector<int32_t>& hpStep, bool hpAbsent) {
-  PostFilter f{fine, hpAbsent, 0};
+  PostFilter f{fine, hpAbsent, 0, {}};
   for (int y = 0; y <= mbh; ++y) {
     for (int x = 0; x <= mbw; ++x) {
       f.step = StepAt(x, y, mbw, mbh, hpStep, hpAbsent);
       WalkChromaCorner(f, channel, mbw, mbh, is420, overlap, fine, x, y);
     }
   }
+  f.blocks.Flush();
 }
 
 }  // namespace rvtjxr

@@ -35,6 +35,14 @@ inline size_t PixelAt(int x, int y, int mbw) {
 void InverseTransform(int32_t* channel, int mbw, int mbh, int overlap, bool fine,
                       const std::vector<int32_t>& hpStep, bool hpAbsent);
 
+// One corner row of InverseTransform: row y (0..mbh) finishes macroblock
+// row y - 1 (at `above`) and reads row y (at `here`), which must be
+// decoded; only rows inside the image are touched.  Rows run 0, 1, ...,
+// mbh give InverseTransform's result, so a decoder can keep just the two
+// rows, and work on them while they are in cache.
+void InverseTransformRow(int32_t* above, int32_t* here, int mbw, int mbh, int overlap, bool fine,
+                         const std::vector<int32_t>& hpStep, bool hpAbsent, int y);
+
 // The same for a 4:2:0 (8x8 macroblocks, 2x2 blocks: block (bx, by) at
 // 16 * (2 bx + by), macroblock (x, y) at 64 * (y * mbw + x)) or 4:2:2 (8
 // wide by 16 high, 2x4 blocks: 16 * (4 bx + by), 128 elements a

@@ -32,8 +32,10 @@ namespace rvtjxr {
 // Luma (and every channel of 4:4:4).  `fine`: the filters of codec
 // subversion 1 and up, which also filter the 2x2 DCs and pixels at the
 // image corners.
+// `above` and `here`: macroblock rows y - 1 and y (only what is in the
+// image is touched, so either may be a row buffer of its own).
 template <class V>
-void WalkCorner(V& v, int32_t* channel, int mbw, int mbh, int overlap, bool fine, int x, int y) {
+void WalkCornerRows(V& v, int32_t* above, int32_t* here, int mbw, int mbh, int overlap, bool fine, int x, int y) {
   using P = int32_t*;
   auto edge = [&v](P a, P b, P c, P d) { v.Edge(a, b, c, d); };
   // the window on the corner of the block at a (upper left) and at b
@@ -44,10 +46,9 @@ void WalkCorner(V& v, int32_t* channel, int mbw, int mbh, int overlap, bool fine
     edge(p + 0, p - 2, p + 6, p + 8);
     edge(p + 1, p - 1, p + 7, p + 9);
   };
-  const ptrdiff_t rowLen = ptrdiff_t(mbw) * 256;
   const bool left = x == 0, right = x == mbw, top = y == 0, bottom = y == mbh;
-  P p0 = channel + (y - 1) * rowLen + ptrdiff_t(x) * 256;
-  P p1 = channel + y * rowLen + ptrdiff_t(x) * 256;
+  P p0 = above + ptrdiff_t(x) * 256;
+  P p1 = here + ptrdiff_t(x) * 256;
 
   if (overlap == 2) {
     if (fine) {  // the 2x2 DCs at the image corners
@@ -123,6 +124,13 @@ void WalkCorner(V& v, int32_t* channel, int mbw, int mbh, int overlap, bool fine
       corner(p1 + j, p1 + j + 16);
     }
   }
+}
+
+// The same on a whole channel.
+template <class V>
+void WalkCorner(V& v, int32_t* channel, int mbw, int mbh, int overlap, bool fine, int x, int y) {
+  const ptrdiff_t rowLen = ptrdiff_t(mbw) * 256;
+  WalkCornerRows(v, channel + (y - 1) * rowLen, channel + y * rowLen, mbw, mbh, overlap, fine, x, y);
 }
 
 // Chroma of 4:2:0 (8x8 macroblocks of 2x2 blocks) and 4:2:2 (8x16, 2x4

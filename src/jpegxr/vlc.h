@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "frame/checks.h"
 #include "jpegxr/vlc_tables.h"
@@ -353,11 +354,47 @@ struct Writer {
 
 // ------------------------------------------------------------ symbols
 
+// Account's steps tabled per alphabet for the fast decoders, whose symbols
+// come from a known alphabet: [table][symbol] the lower discriminant's
+// step and the upper one's (the 7-symbol alphabet has only the lower).
+struct StepTable {
+  int8_t lo[5][12], hi[5][12];
+};
+constexpr StepTable MakeStepTable(const Alphabet& a) {
+  StepTable st{};
+  for (int t = 0; t < a.tables; ++t) {
+    const int lo = t > 0 ? t - 1 : 0, hi = t < a.tables - 1 ? t : a.tables - 2;
+    for (int k = 0; k < a.symbols; ++k) {
+      st.lo[t][k] = int8_t(a.code[lo][k].len - a.code[lo + 1][k].len);
+      st.hi[t][k] = int8_t(a.code[hi][k].len - a.code[hi + 1][k].len);
+    }
+  }
+  return st;
+}
+inline constexpr StepTable kSteps6 = MakeStepTable(kAlpha6);
+inline constexpr StepTable kSteps7 = MakeStepTable(kAlpha7);
+inline constexpr StepTable kSteps12 = MakeStepTable(kAlpha12);
+
+// Account for a symbol of the N-symbol alphabet: the reference looks the
+// alphabet up, the fast reader's decoders use the tables above.
+template <int N, class R>
+inline void AccountOf(State& s, int slot, int sym) {
+  static_assert(N == 6 || N == 7 || N == 12);
+  if constexpr (std::is_same_v<R, FastReader>) {
+    const StepTable& st = N == 6 ? kSteps6 : N == 7 ? kSteps7 : kSteps12;
+    const int t = s.table[slot];
+    s.disc[slot] = int32_t(uint32_t(s.disc[slot]) + uint32_t(int32_t(st.lo[t][sym])));
+    if constexpr (N != 7) s.disc1[slot] = int32_t(uint32_t(s.disc1[slot]) + uint32_t(int32_t(st.hi[t][sym])));
+  } else {
+    Account(s, slot, sym);
+  }
+}
+
 // Absolute level 2 and up, from the level table of `slot`.
 template <class R>
 inline uint32_t DecodeLevel(R& r, State& s, int slot) {
   const int sym = r.Symbol(AlphabetOf(7), s.table[slot]);
-  Account(s, slot, sym);
+  AccountOf<7, R>(s, slot, sym);
   if (sym < 6) return uint32_t(kLevelBase[sym]) + r.Bits(kLevelBits[sym]);
   int fixed = int(r.Bits(4)) + 4;
   if (fixed == 19) {
@@ -456,7 +493,7 @@ inline int DecodeBlock(R& r, State& s, int group, bool chroma, int first, int32_
   const int idx = group + (chroma ? kIndexChr : kIndexLum);
   const int fst = group + (chroma ? kFirstChr : kFirstLum);
   int sym = r.Symbol(AlphabetOf(12), s.table[fst]);
-  Account(s, fst, sym);
+  AccountOf<12, R>(s, fst, sym);
   bool sr = sym & 1;
   bool sl = sym & 2;
   int srn = sym >> 2;
@@ -488,7 +525,7 @@ inline int DecodeBlock(R& r, State& s, int group, bool chroma, int first, int32_
     const int after = loc + 1;
     if (after < 15) {
       sym = r.Symbol(AlphabetOf(6), s.table[idx + cont]);
-      Account(s, idx + cont, sym);
+      AccountOf<6, R>(s, idx + cont, sym);
     } else if (after == 15) {
       if (!r.Bit()) sym = 0;
       else if (!r.Bit()) sym = 2;
@@ -847,6 +884,36 @@ inline RvtResult EncodeLP(Writer& w, State& s, const int32_t* coef) {
 // files interleave them with the coded parts.
 inline int HpBlockAt(const State& s, int ch, int i) { return HpBlocks(s, ch) == 16 ? kHpBlockOrder[i] : i; }
 
+// Refine over a block's 15 HP coefficients for the fast reader, with at
+// least one bit coded a coefficient: fields are cut from one window while
+// it holds the next field and its sign (at most 16 bits) within its 32
+// valid bits, instead of a window per field.
+inline void RefineBlock(FastReader& f, int32_t* blk, int bits, int trim) {
+  const int n = bits - trim;
+  uint64_t w = f.Window();
+  int used = 0;
+  for (int k = 1; k < 16; ++k) {
+    if (used + n + 1 > 32) {
+      f.pos += used;
+      w = f.Window();
+      used = 0;
+    }
+    int32_t& c = blk[kLowpassRefine[k]];
+    const int32_t q = c;
+    const uint32_t ref = uint32_t((w << used) >> (64 - n)) << trim;
+    used += n;
+    if (q != 0) {
+      const uint32_t m = (Mag(q) << bits) | ref;
+      c = int32_t(q < 0 ? 0u - m : m);
+    } else if (ref != 0) {
+      const bool neg = ((w << used) >> 63) != 0;
+      ++used;
+      c = int32_t(neg ? 0u - ref : ref);
+    }
+  }
+  f.pos += used;
+}
+
 template <class R, class F>
 inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, State& s, int32_t* coef) {
   int32_t lm[2] = {0, 0};
@@ -870,6 +937,12 @@ inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, St
         }
       }
       if (bits > 0) {  // trimmed bits still scale the coded part
+        if constexpr (std::is_same_v<F, FastReader>) {
+          if (bits > trim) {
+            RefineBlock(f, blk, bits, trim);
+            continue;
+          }
+        }
         for (int k = 1; k < 16; ++k) blk[kLowpassRefine[k]] = Refine(f, blk[kLowpassRefine[k]], bits, trim);
       }
     }
