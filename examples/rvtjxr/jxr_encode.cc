@@ -118,69 +118,135 @@ class Encoder {
   int mbw_ = 0, mbh_ = 0;
   std::vector<int> tileX_, tileY_;
   std::vector<std::vector<int32_t>> planes_;
+  std::vector<int32_t> half_[2];  // 4:2:x chroma at half width, rows linear
   // per macroblock, per channel: the quantized DC and LP coefficients
   std::vector<int32_t> dclp_;
   std::array<int32_t, 16> dcStep_{}, lpStep_{}, hpStep_{};
   std::vector<uint8_t> state_;
 };
 
+// Offsets inside a macroblock of the 16 pixels of row y (x & 15).
+std::array<uint16_t, 16> RowOffsets(int y) {
+  std::array<uint16_t, 16> o{};
+  for (int x = 0; x < 16; ++x) o[size_t(x)] = uint16_t(PixelAt(x, y & 15, 1));
+  return o;
+}
+
+// A row of the padded width into a channel, macroblock by macroblock.
+void ScatterRow(const int32_t* row, int32_t* plane, int y, int mbw) {
+  const std::array<uint16_t, 16> o = RowOffsets(y);
+  int32_t* mb = plane + size_t(y >> 4) * mbw * 256;
+  for (int m = 0; m < mbw; ++m, mb += 256, row += 16) {
+    for (int x = 0; x < 16; ++x) mb[o[size_t(x)]] = row[x];
+  }
+}
+
+// The chroma down-sampling filter, 1 4 6 4 1 with rounding.
+inline int32_t Taps5(int32_t d0, int32_t d1, int32_t d2, int32_t d3, int32_t d4) {
+  return (((d1 + d2 + d3) << 2) + (d2 << 1) + d0 + d4 + 8) >> 4;
+}
+
 // Pixels into the planes (edges repeated into the padding), level shifted
 // and, for colour, through the reversible RGB-to-YUV lifting the decoder
-// undoes; lossy images carry three more bits.
+// undoes; lossy images carry three more bits.  Row by row: each padded row
+// is converted once into linear rows, then scattered into the macroblock
+// layout; 4:2:x chroma rows are filtered to half width on the way (the
+// 1 4 6 4 1 filter centred on the even samples, mirrored at the padded
+// row's ends) and Downsample finishes them.
 void Encoder::LoadPlanes() {
-  const int pw = mbw_ * 16, ph = mbh_ * 16;
-  planes_.assign(size_t(nc_), std::vector<int32_t>(size_t(pw) * ph, 0));
+  const int pw = mbw_ * 16, ph = mbh_ * 16, cw = pw / 2;
+  planes_.assign(size_t(sub_ ? 1 : nc_), {});
+  planes_[0].resize(size_t(pw) * ph);
+  for (int ch = 1; ch < nc_ && !sub_; ++ch) planes_[size_t(ch)].resize(size_t(pw) * ph);
+  if (sub_) {
+    half_[0].resize(size_t(cw) * ph);
+    half_[1].resize(size_t(cw) * ph);
+  }
   const int shift = scaled_ ? 3 : 0;
   const int32_t mid = int32_t(1) << (pic_.bits - 1);
-  const int cn = pic_.channels;
+  const int cn = pic_.channels, w = pic_.width;
+  // rows with two mirrored samples before and after, for the chroma filter
+  std::vector<int32_t> lin(size_t(pw + 4) * 3);
+  int32_t* ly = lin.data() + 2;
+  int32_t* lu = ly + pw + 4;
+  int32_t* lv = lu + pw + 4;
   for (int y = 0; y < ph; ++y) {
-    const int sy = std::min(y, pic_.height - 1);
-    for (int x = 0; x < pw; ++x) {
-      const int sx = std::min(x, pic_.width - 1);
-      const uint16_t* s = pic_.samples.data() + (size_t(sy) * pic_.width + sx) * cn;
-      const size_t at = PixelAt(x, y, mbw_);
-      if (cn == 1) {
-        planes_[0][at] = (int32_t(s[0]) - mid) * (1 << shift);
-        continue;
+    const uint16_t* s = pic_.samples.data() + size_t(std::min(y, pic_.height - 1)) * w * cn;
+    if (cn == 1) {
+      for (int x = 0; x < w; ++x) ly[x] = (int32_t(s[x]) - mid) * (1 << shift);
+    } else {
+      for (int x = 0; x < w; ++x, s += 3) {
+        const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
+                      b1 = int32_t(s[2]) * (1 << shift);
+        const int32_t b0 = b1 - r1;
+        const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
+        const int32_t g0 = g1 + (r0 >> 1);
+        ly[x] = g0 - mid * (1 << shift);
+        lu[x] = -r0;
+        lv[x] = b0;
       }
-      const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
-                    b1 = int32_t(s[2]) * (1 << shift);
-      const int32_t b0 = b1 - r1;
-      const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
-      const int32_t g0 = g1 + (r0 >> 1);
-      planes_[0][at] = g0 - mid * (1 << shift);
-      planes_[1][at] = -r0;
-      planes_[2][at] = b0;
+    }
+    for (int x = w; x < pw; ++x) {
+      ly[x] = ly[w - 1];
+      if (cn > 1) {
+        lu[x] = lu[w - 1];
+        lv[x] = lv[w - 1];
+      }
+    }
+    ScatterRow(ly, planes_[0].data(), y, mbw_);
+    if (cn == 1) continue;
+    if (!sub_) {
+      ScatterRow(lu, planes_[1].data(), y, mbw_);
+      ScatterRow(lv, planes_[2].data(), y, mbw_);
+      continue;
+    }
+    int32_t* rows[2] = {lu, lv};
+    for (int c = 0; c < 2; ++c) {
+      int32_t* r = rows[c];
+      r[-2] = r[2];
+      r[-1] = r[1];
+      r[pw] = r[pw - 2];
+      r[pw + 1] = r[pw - 3];
+      int32_t* h = half_[c].data() + size_t(y) * cw;
+      for (int x = 0; x < cw; ++x) h[x] = Taps5(r[2 * x - 2], r[2 * x - 1], r[2 * x], r[2 * x + 1], r[2 * x + 2]);
     }
   }
 }
 
-// Chroma to half width (and, 4:2:0, half height) as jxrlib's encoder
-// does: a 1 4 6 4 1 filter centred on the even samples, mirrored at the
-// padded image's edges, horizontally first.
+// Chroma to half height (4:2:0; 4:2:2 keeps it) as jxrlib's encoder does:
+// the same filter down the half-width rows LoadPlanes left, mirrored at the
+// padded image's top and bottom, into the chroma macroblock layout.
 void Encoder::Downsample() {
   const int pw = mbw_ * 16, ph = mbh_ * 16, cw = pw / 2;
   const bool q = format_ == k420;
-  auto mirror = [](int i, int n) { return i < 0 ? -i : i >= n ? 2 * (n - 1) - i : i; };
-  auto filter = [](int32_t d0, int32_t d1, int32_t d2, int32_t d3, int32_t d4) {
-    return (((d1 + d2 + d3) << 2) + (d2 << 1) + d0 + d4 + 8) >> 4;
-  };
-  std::vector<int32_t> half(size_t(cw) * ph);
-  for (int ch = 1; ch < 3; ++ch) {
-    const std::vector<int32_t>& full = planes_[size_t(ch)];
-    for (int y = 0; y < ph; ++y) {
-      auto f = [&](int x) { return full[PixelAt(mirror(x, pw), y, mbw_)]; };
-      for (int x = 0; x < cw; ++x) half[size_t(y) * cw + x] = filter(f(2 * x - 2), f(2 * x - 1), f(2 * x), f(2 * x + 1), f(2 * x + 2));
-    }
-    std::vector<int32_t> out(size_t(mbw_) * mbh_ * (q ? 64 : 128));
-    for (int x = 0; x < cw; ++x) {
-      auto h = [&](int y) { return half[size_t(mirror(y, ph)) * cw + x]; };
-      for (int y = 0; y < (q ? ph / 2 : ph); ++y) {
-        const int32_t v = q ? filter(h(2 * y - 2), h(2 * y - 1), h(2 * y), h(2 * y + 1), h(2 * y + 2)) : h(y);
-        out[ChromaAt(x, y, mbw_, q)] = v;
+  const int oh = q ? ph / 2 : ph;
+  auto mirror = [ph](int i) { return i < 0 ? -i : i >= ph ? 2 * (ph - 1) - i : i; };
+  std::vector<int32_t> line(static_cast<size_t>(cw));
+  planes_.resize(3);
+  for (int c = 0; c < 2; ++c) {
+    const int32_t* half = half_[c].data();
+    std::vector<int32_t>& out = planes_[size_t(c + 1)];
+    out.resize(size_t(mbw_) * mbh_ * (q ? 64 : 128));
+    for (int y = 0; y < oh; ++y) {
+      const int32_t* v;
+      if (q) {
+        const int32_t* r[5];
+        for (int k = 0; k < 5; ++k) r[k] = half + size_t(mirror(2 * y - 2 + k)) * cw;
+        for (int x = 0; x < cw; ++x) line[size_t(x)] = Taps5(r[0][x], r[1][x], r[2][x], r[3][x], r[4][x]);
+        v = line.data();
+      } else {
+        v = half + size_t(y) * cw;
+      }
+      // 8 samples of a chroma macroblock row at a time
+      std::array<uint16_t, 8> o{};
+      for (int x = 0; x < 8; ++x) o[size_t(x)] = uint16_t(ChromaAt(x, q ? (y & 7) : (y & 15), 1, q));
+      const int mbRows = q ? 8 : 16, mbSize = q ? 64 : 128;
+      int32_t* mb = out.data() + size_t(y / mbRows) * mbw_ * mbSize;
+      for (int m = 0; m < mbw_; ++m, mb += mbSize, v += 8) {
+        for (int x = 0; x < 8; ++x) mb[o[size_t(x)]] = v[x];
       }
     }
-    planes_[size_t(ch)].swap(out);
+    std::vector<int32_t>().swap(half_[c]);
   }
 }
 
