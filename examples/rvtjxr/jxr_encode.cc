@@ -11,6 +11,8 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <utility>
 
 #include "jxr_filters.h"
 #include "jxr_prefilters.h"
@@ -63,12 +65,23 @@ void PutVlw(BitWriter& b, uint64_t v) {
 
 // Rounds magnitudes up from 5/8 of a step (a small dead zone: values
 // near a boundary cost more bits than their error is worth); DCs, whose
-// error spreads over the whole macroblock, to the nearest.
-int32_t Quantize(int32_t v, int32_t step, bool nearest = false) {
-  if (step == 1) return v;
-  const int64_t m = (std::abs(int64_t(v)) + (nearest ? step >> 1 : (step * 3 + 1) >> 3)) / step;
-  return int32_t(v < 0 ? -m : m);
-}
+// error spreads over the whole macroblock, to the nearest.  The division
+// is a multiply by a 64-bit reciprocal, exact for 32-bit dividends.
+struct Quantizer {
+  uint32_t step = 1;
+  uint32_t bias = 0;
+  uint64_t inv = 0;  // floor((2^64 - 1) / step) + 1
+  Quantizer() = default;
+  Quantizer(int32_t s, bool nearest)
+      : step(uint32_t(s)), bias(uint32_t(nearest ? s >> 1 : (s * 3 + 1) >> 3)), inv(~uint64_t(0) / uint32_t(s) + 1) {}
+  // (step 1 leaves values as they are and never uses inv)
+  int32_t operator()(int32_t v) const {
+    if (step == 1) return v;
+    const uint64_t n = uint64_t(v < 0 ? 0u - uint32_t(v) : uint32_t(v)) + bias;
+    const uint32_t m = n >> 32 ? uint32_t(n / step) : uint32_t((static_cast<unsigned __int128>(inv) * n) >> 64);
+    return int32_t(v < 0 ? 0u - m : m);
+  }
+};
 
 // A growing coefficient stream: a packet header, then what the coefficient
 // encoders append.
@@ -85,6 +98,29 @@ struct Stream {
   int32_t len() const { return int32_t(std::min<size_t>(bytes.size(), (size_t(1) << 28) - 1)); }
   void Finish() { bytes.resize(size_t(pos + 7) / 8); }
 };
+
+// An allocator leaving new elements uninitialized: every plane element is
+// written before it is read, and zeroing them first costs a pass over the
+// image.
+template <class T>
+struct DefaultInit : std::allocator<T> {
+  template <class U>
+  struct rebind {
+    using other = DefaultInit<U>;
+  };
+  DefaultInit() = default;
+  template <class U>
+  DefaultInit(const DefaultInit<U>&) {}
+  template <class U>
+  void construct(U* p) {
+    ::new (static_cast<void*>(p)) U;
+  }
+  template <class U, class... A>
+  void construct(U* p, A&&... a) {
+    ::new (static_cast<void*>(p)) U(std::forward<A>(a)...);
+  }
+};
+using Plane = std::vector<int32_t, DefaultInit<int32_t>>;
 
 class Encoder {
  public:
@@ -117,11 +153,12 @@ class Encoder {
   bool sub_ = false;  // 4:2:0 or 4:2:2
   int mbw_ = 0, mbh_ = 0;
   std::vector<int> tileX_, tileY_;
-  std::vector<std::vector<int32_t>> planes_;
-  std::vector<int32_t> half_[2];  // 4:2:x chroma at half width, rows linear
+  std::vector<Plane> planes_;
+  Plane half_[2];  // 4:2:x chroma at half width, rows linear
   // per macroblock, per channel: the quantized DC and LP coefficients
   std::vector<int32_t> dclp_;
   std::array<int32_t, 16> dcStep_{}, lpStep_{}, hpStep_{};
+  std::array<Quantizer, 16> dcQ_{}, lpQ_{}, hpQ_{};
   std::vector<uint8_t> state_;
 };
 
@@ -225,7 +262,7 @@ void Encoder::Downsample() {
   planes_.resize(3);
   for (int c = 0; c < 2; ++c) {
     const int32_t* half = half_[c].data();
-    std::vector<int32_t>& out = planes_[size_t(c + 1)];
+    Plane& out = planes_[size_t(c + 1)];
     out.resize(size_t(mbw_) * mbh_ * (q ? 64 : 128));
     for (int y = 0; y < oh; ++y) {
       const int32_t* v;
@@ -246,7 +283,7 @@ void Encoder::Downsample() {
         for (int x = 0; x < 8; ++x) mb[o[size_t(x)]] = v[x];
       }
     }
-    std::vector<int32_t>().swap(half_[c]);
+    Plane().swap(half_[c]);
   }
 }
 
@@ -282,13 +319,15 @@ void Encoder::Transform() {
           }
         }
         int32_t* o = dclp_.data() + (size_t(my) * mbw_ + mx) * 16 * nc_ + 16 * ch;
-        o[0] = Quantize(d[0], dcStep_[size_t(ch)], true);
-        for (int k = 1; k < nb; ++k) o[k] = Quantize(d[k], lpStep_[size_t(ch)]);
+        o[0] = dcQ_[size_t(ch)](d[0]);
+        const Quantizer& lp = lpQ_[size_t(ch)];
+        for (int k = 1; k < nb; ++k) o[k] = lp(d[k]);
         const int32_t shp = hpStep_[size_t(ch)];
         if (shp == 1) continue;
+        const Quantizer& hp = hpQ_[size_t(ch)];
         for (int b = 0; b < nb; ++b) {
           int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
-          for (int k = 1; k < 16; ++k) blk[k] = Quantize(blk[k], shp);
+          for (int k = 1; k < 16; ++k) blk[k] = hp(blk[k]);
         }
       }
     }
@@ -428,12 +467,13 @@ bool Encoder::Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vec
     const int mb = bits[4 + (ch > 0)];
     me.cbp[ch] = 0;
     for (int b = 0; b < nb; ++b) {
+      // the largest magnitude passes the model bits exactly when their OR does
+      uint32_t any = 0;
       for (int k = 1; k < 16; ++k) {
-        if ((uint32_t(std::abs(int64_t(p[16 * b + k]))) >> mb) != 0) {
-          me.cbp[ch] |= 1 << b;
-          break;
-        }
+        const int32_t v = p[16 * b + k];
+        any |= v < 0 ? 0u - uint32_t(v) : uint32_t(v);
       }
+      if ((any >> mb) != 0) me.cbp[ch] |= 1 << b;
     }
   }
   if (resetScan) rvtiVLCAdapt_JPEGXR(st, 16);
@@ -544,6 +584,9 @@ bool Encoder::Run(std::vector<uint8_t>* out, std::string* error) {
   for (int ch = 0; ch < nc_; ++ch) {
     dcStep_[size_t(ch)] = lpStep_[size_t(ch)] = StepOf(index_, ch > 0 ? 0 : 1, scaled_);
     hpStep_[size_t(ch)] = StepOf(index_, 1, scaled_);
+    dcQ_[size_t(ch)] = Quantizer(dcStep_[size_t(ch)], true);
+    lpQ_[size_t(ch)] = Quantizer(lpStep_[size_t(ch)], false);
+    hpQ_[size_t(ch)] = Quantizer(hpStep_[size_t(ch)], false);
   }
   tileX_ = Split(mbw_, opt_.tileCols);
   tileY_ = Split(mbh_, opt_.tileRows);
