@@ -29,31 +29,37 @@ djpeg -pnm "$data/retina.jpg" >"$tmp/retina.ppm" 2>/dev/null && rgb+=("$tmp/reti
 
 # "wall cpu" seconds of a command, its output discarded
 timed() {
-  local TIMEFORMAT='%R %U %S'
-  { time "$@" >/dev/null 2>&1; } 2>&1 | awk '{ printf "%.3f %.3f", $1, $2 + $3 }'
+  local TIMEFORMAT='%R %U %S' t
+  t=$({ time "$@" >/dev/null 2>&1; } 2>&1)
+  awk '{ printf "%.3f %.3f", $1, $2 + $3 }' <<<"$t"
 }
-row() {  # label, JxrEncApp args, rvtjxr args
-  local label=$1 theirs=$2 ours=$3 j r b=""
+row() {  # label, JxrEncApp args, input, rvtjxr options
+  local label=$1 theirs=$2 in=$3 ours=$4 j r b=""
   j=$(timed JxrEncApp $theirs -o "$tmp/o.jxr")
-  r=$(timed "$tool" encode $ours "$tmp/r.jxr")
-  [[ -n $before ]] && b=$(timed "$before" encode $ours "$tmp/b.jxr")
-  awk -v l="$label" -v j="$j" -v r="$r" -v b="$b" -v so="$(stat -c %s "$tmp/o.jxr")" \
+  r=$(timed "$tool" encode "$in" "$tmp/r.jxr" $ours)
+  local same=""
+  if [[ -n $before ]]; then
+    b=$(timed "$before" encode "$in" "$tmp/b.jxr" $ours)
+    same=differ
+    cmp -s "$tmp/b.jxr" "$tmp/r.jxr" && same="same bytes"
+  fi
+  awk -v l="$label" -v j="$j" -v r="$r" -v b="$b" -v same="$same" -v so="$(stat -c %s "$tmp/o.jxr")" \
       -v sr="$(stat -c %s "$tmp/r.jxr")" 'BEGIN {
     split(j, J, " "); split(r, R, " ");
     printf "%-26s JxrEncApp cpu %6.3f wall %6.3f %9d B | rvtjxr cpu %6.3f wall %6.3f %9d B (cpu %.2fx, wall %.2fx)",
            l, J[2], J[1], so, R[2], R[1], sr, J[2] / R[2], J[1] / R[1]
-    if (b != "") { split(b, B, " "); printf " | before cpu %6.3f wall %6.3f (cpu %.2fx)", B[2], B[1], J[2] / B[2] }
+    if (b != "") { split(b, B, " "); printf " | before cpu %6.3f wall %6.3f (cpu %.2fx), %s", B[2], B[1], J[2] / B[2], same }
     printf "\n" }'
 }
 for img in "${grey[@]}"; do
   for q in 1 30; do
-    row "$(basename "$img" .pgm) grey QP $q" "-i $img -c 2 -q $q" "$img -q $q"
+    row "$(basename "$img" .pgm) grey QP $q" "-i $img -c 2 -q $q" "$img" "-q $q"
   done
 done
 for img in "${rgb[@]}"; do
   for c in 444 420; do
     d=3
     [[ $c == 420 ]] && d=1
-    row "$(basename "$img" .ppm) RGB $c QP 30" "-i $img -c 9 -d $d -q 30" "$img -q 30 -chroma $c"
+    row "$(basename "$img" .ppm) RGB $c QP 30" "-i $img -c 9 -d $d -q 30" "$img" "-q 30 -chroma $c"
   done
 done
