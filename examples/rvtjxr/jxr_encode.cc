@@ -320,11 +320,11 @@ void Encoder::Transform() {
         }
         int32_t* o = dclp_.data() + (size_t(my) * mbw_ + mx) * 16 * nc_ + 16 * ch;
         o[0] = dcQ_[size_t(ch)](d[0]);
-        const Quantizer& lp = lpQ_[size_t(ch)];
+        const Quantizer lp = lpQ_[size_t(ch)];
         for (int k = 1; k < nb; ++k) o[k] = lp(d[k]);
         const int32_t shp = hpStep_[size_t(ch)];
         if (shp == 1) continue;
-        const Quantizer& hp = hpQ_[size_t(ch)];
+        const Quantizer hp = hpQ_[size_t(ch)];
         for (int b = 0; b < nb; ++b) {
           int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
           for (int k = 1; k < 16; ++k) blk[k] = hp(blk[k]);
