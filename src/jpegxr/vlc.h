@@ -457,14 +457,9 @@ inline int DecodeRun(R& r, State& s, int maxRun) {
 }
 
 inline void EncodeRun(Writer& w, State& s, int maxRun, int run) {
-  if (maxRun < 5) {
-    for (int k = 1; k < maxRun; ++k) {
-      if (run == k) {
-        w.Put(1, 1);
-        return;
-      }
-      w.Put(0, 1);
-    }
+  if (maxRun < 5) {  // run - 1 zeros and a one; the longest run drops the one
+    if (run < maxRun) w.Put(1, run);
+    else w.Put(0, maxRun - 1);
     return;
   }
   const int bin = RunBin(maxRun);
@@ -475,8 +470,9 @@ inline void EncodeRun(Writer& w, State& s, int maxRun, int run) {
       break;
     }
   }
-  w.Symbol(AlphabetOf(5), s.table[kRun], sym);
-  w.Put(uint32_t(run - kRunBase[bin][sym]), kRunBits[bin][sym]);
+  const Code c = AlphabetOf(5).code[s.table[kRun]][sym];
+  const int b = kRunBits[bin][sym];
+  w.Put((uint32_t(c.code) << b) | uint32_t(run - kRunBase[bin][sym]), c.len + b);
 }
 
 // ------------------------------------------------------------ blocks
