@@ -784,6 +784,43 @@ TEST(JpegXrVlc, HighpassTrimmedToNothingKeepsItsScale) {
   }
 }
 
+// The writer gathers bits in a word: from any start bit, into a roomy
+// buffer or one of exactly the size needed (the path that checks room
+// first), a macroblock's HP codes (flexbits interleaved, levels and
+// escapes, signs after refinements) are the same bits, those before the
+// start are kept, the tail of the last byte is cleared and the bytes
+// after it are not touched.
+TEST(JpegXrVlc, WriterKeepsItsBitsFromAnyStart) {
+  test::Rng rng(91);
+  for (int trial = 0; trial < 8; ++trial) {
+    const Mb m = RandomMb(rng, 3, 2 + trial % 2);
+    auto encode = [&](int32_t start, int32_t len, std::vector<uint8_t>& buf) {
+      std::vector<uint8_t> st = NewState(3, 3);
+      reinterpret_cast<vlc::State*>(st.data())->modelBits[vlc::kHP][0] = 2 + trial % 3;
+      reinterpret_cast<vlc::State*>(st.data())->modelBits[vlc::kHP][1] = 1;
+      int32_t pos = start, cbp[3];
+      EXPECT_EQ(rvtiVLCEncodeHP_JPEGXR_32s1u(m.hp.data(), trial & 1, S(st), cbp, buf.data(), len, &pos, nullptr, 0,
+                                             nullptr, 0),
+                rvtStatusOk);
+      return pos;
+    };
+    auto bit = [](const std::vector<uint8_t>& b, int64_t i) { return (b[size_t(i >> 3)] >> (7 - (i & 7))) & 1; };
+    std::vector<uint8_t> ref(1 << 14, 0);
+    const int32_t bits = encode(0, 1 << 14, ref);
+    for (int32_t start = 0; start < 16; ++start) {
+      const int32_t end = start + bits, used = (end + 7) / 8;
+      for (const int32_t len : {int32_t(1 << 14), used}) {
+        std::vector<uint8_t> buf(1 << 14, 0xA5);
+        ASSERT_EQ(encode(start, len, buf), end) << start;
+        for (int32_t i = 0; i < start; ++i) ASSERT_EQ(bit(buf, i), (0xA5 >> (7 - (i & 7))) & 1) << start;
+        for (int32_t i = 0; i < bits; ++i) ASSERT_EQ(bit(buf, start + i), bit(ref, i)) << start << " " << i;
+        for (int32_t i = end; i < used * 8; ++i) ASSERT_EQ(bit(buf, i), 0) << start;
+        for (size_t i = size_t(used); i < buf.size(); ++i) ASSERT_EQ(buf[i], 0xA5) << start;
+      }
+    }
+  }
+}
+
 // ------------------------------------------------------------ targets
 
 // A band's stream: several macroblocks coded from a context that has

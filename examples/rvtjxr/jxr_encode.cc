@@ -11,6 +11,8 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <utility>
 
 #include "jxr_filters.h"
 #include "jxr_prefilters.h"
@@ -63,12 +65,23 @@ void PutVlw(BitWriter& b, uint64_t v) {
 
 // Rounds magnitudes up from 5/8 of a step (a small dead zone: values
 // near a boundary cost more bits than their error is worth); DCs, whose
-// error spreads over the whole macroblock, to the nearest.
-int32_t Quantize(int32_t v, int32_t step, bool nearest = false) {
-  if (step == 1) return v;
-  const int64_t m = (std::abs(int64_t(v)) + (nearest ? step >> 1 : (step * 3 + 1) >> 3)) / step;
-  return int32_t(v < 0 ? -m : m);
-}
+// error spreads over the whole macroblock, to the nearest.  The division
+// is a multiply by a 64-bit reciprocal, exact for 32-bit dividends.
+struct Quantizer {
+  uint32_t step = 1;
+  uint32_t bias = 0;
+  uint64_t inv = 0;  // floor((2^64 - 1) / step) + 1
+  Quantizer() = default;
+  Quantizer(int32_t s, bool nearest)
+      : step(uint32_t(s)), bias(uint32_t(nearest ? s >> 1 : (s * 3 + 1) >> 3)), inv(~uint64_t(0) / uint32_t(s) + 1) {}
+  // (step 1 leaves values as they are and never uses inv)
+  int32_t operator()(int32_t v) const {
+    if (step == 1) return v;
+    const uint64_t n = uint64_t(v < 0 ? 0u - uint32_t(v) : uint32_t(v)) + bias;
+    const uint32_t m = n >> 32 ? uint32_t(n / step) : uint32_t((static_cast<unsigned __int128>(inv) * n) >> 64);
+    return int32_t(v < 0 ? 0u - m : m);
+  }
+};
 
 // A growing coefficient stream: a packet header, then what the coefficient
 // encoders append.
@@ -85,6 +98,29 @@ struct Stream {
   int32_t len() const { return int32_t(std::min<size_t>(bytes.size(), (size_t(1) << 28) - 1)); }
   void Finish() { bytes.resize(size_t(pos + 7) / 8); }
 };
+
+// An allocator leaving new elements uninitialized: every plane element is
+// written before it is read, and zeroing them first costs a pass over the
+// image.
+template <class T>
+struct DefaultInit : std::allocator<T> {
+  template <class U>
+  struct rebind {
+    using other = DefaultInit<U>;
+  };
+  DefaultInit() = default;
+  template <class U>
+  DefaultInit(const DefaultInit<U>&) {}
+  template <class U>
+  void construct(U* p) {
+    ::new (static_cast<void*>(p)) U;
+  }
+  template <class U, class... A>
+  void construct(U* p, A&&... a) {
+    ::new (static_cast<void*>(p)) U(std::forward<A>(a)...);
+  }
+};
+using Plane = std::vector<int32_t, DefaultInit<int32_t>>;
 
 class Encoder {
  public:
@@ -117,70 +153,137 @@ class Encoder {
   bool sub_ = false;  // 4:2:0 or 4:2:2
   int mbw_ = 0, mbh_ = 0;
   std::vector<int> tileX_, tileY_;
-  std::vector<std::vector<int32_t>> planes_;
+  std::vector<Plane> planes_;
+  Plane half_[2];  // 4:2:x chroma at half width, rows linear
   // per macroblock, per channel: the quantized DC and LP coefficients
   std::vector<int32_t> dclp_;
   std::array<int32_t, 16> dcStep_{}, lpStep_{}, hpStep_{};
+  std::array<Quantizer, 16> dcQ_{}, lpQ_{}, hpQ_{};
   std::vector<uint8_t> state_;
 };
 
+// Offsets inside a macroblock of the 16 pixels of row y (x & 15).
+std::array<uint16_t, 16> RowOffsets(int y) {
+  std::array<uint16_t, 16> o{};
+  for (int x = 0; x < 16; ++x) o[size_t(x)] = uint16_t(PixelAt(x, y & 15, 1));
+  return o;
+}
+
+// A row of the padded width into a channel, macroblock by macroblock.
+void ScatterRow(const int32_t* row, int32_t* plane, int y, int mbw) {
+  const std::array<uint16_t, 16> o = RowOffsets(y);
+  int32_t* mb = plane + size_t(y >> 4) * mbw * 256;
+  for (int m = 0; m < mbw; ++m, mb += 256, row += 16) {
+    for (int x = 0; x < 16; ++x) mb[o[size_t(x)]] = row[x];
+  }
+}
+
+// The chroma down-sampling filter, 1 4 6 4 1 with rounding.
+inline int32_t Taps5(int32_t d0, int32_t d1, int32_t d2, int32_t d3, int32_t d4) {
+  return (((d1 + d2 + d3) << 2) + (d2 << 1) + d0 + d4 + 8) >> 4;
+}
+
 // Pixels into the planes (edges repeated into the padding), level shifted
 // and, for colour, through the reversible RGB-to-YUV lifting the decoder
-// undoes; lossy images carry three more bits.
+// undoes; lossy images carry three more bits.  Row by row: each padded row
+// is converted once into linear rows, then scattered into the macroblock
+// layout; 4:2:x chroma rows are filtered to half width on the way (the
+// 1 4 6 4 1 filter centred on the even samples, mirrored at the padded
+// row's ends) and Downsample finishes them.
 void Encoder::LoadPlanes() {
-  const int pw = mbw_ * 16, ph = mbh_ * 16;
-  planes_.assign(size_t(nc_), std::vector<int32_t>(size_t(pw) * ph, 0));
+  const int pw = mbw_ * 16, ph = mbh_ * 16, cw = pw / 2;
+  planes_.assign(size_t(sub_ ? 1 : nc_), {});
+  planes_[0].resize(size_t(pw) * ph);
+  for (int ch = 1; ch < nc_ && !sub_; ++ch) planes_[size_t(ch)].resize(size_t(pw) * ph);
+  if (sub_) {
+    half_[0].resize(size_t(cw) * ph);
+    half_[1].resize(size_t(cw) * ph);
+  }
   const int shift = scaled_ ? 3 : 0;
   const int32_t mid = int32_t(1) << (pic_.bits - 1);
-  const int cn = pic_.channels;
+  const int cn = pic_.channels, w = pic_.width;
+  // rows with two mirrored samples before and after, for the chroma filter
+  std::vector<int32_t> lin(size_t(pw + 4) * 3);
+  int32_t* ly = lin.data() + 2;
+  int32_t* lu = ly + pw + 4;
+  int32_t* lv = lu + pw + 4;
   for (int y = 0; y < ph; ++y) {
-    const int sy = std::min(y, pic_.height - 1);
-    for (int x = 0; x < pw; ++x) {
-      const int sx = std::min(x, pic_.width - 1);
-      const uint16_t* s = pic_.samples.data() + (size_t(sy) * pic_.width + sx) * cn;
-      const size_t at = PixelAt(x, y, mbw_);
-      if (cn == 1) {
-        planes_[0][at] = (int32_t(s[0]) - mid) * (1 << shift);
-        continue;
+    const uint16_t* s = pic_.samples.data() + size_t(std::min(y, pic_.height - 1)) * w * cn;
+    if (cn == 1) {
+      for (int x = 0; x < w; ++x) ly[x] = (int32_t(s[x]) - mid) * (1 << shift);
+    } else {
+      for (int x = 0; x < w; ++x, s += 3) {
+        const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
+                      b1 = int32_t(s[2]) * (1 << shift);
+        const int32_t b0 = b1 - r1;
+        const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
+        const int32_t g0 = g1 + (r0 >> 1);
+        ly[x] = g0 - mid * (1 << shift);
+        lu[x] = -r0;
+        lv[x] = b0;
       }
-      const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
-                    b1 = int32_t(s[2]) * (1 << shift);
-      const int32_t b0 = b1 - r1;
-      const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
-      const int32_t g0 = g1 + (r0 >> 1);
-      planes_[0][at] = g0 - mid * (1 << shift);
-      planes_[1][at] = -r0;
-      planes_[2][at] = b0;
+    }
+    for (int x = w; x < pw; ++x) {
+      ly[x] = ly[w - 1];
+      if (cn > 1) {
+        lu[x] = lu[w - 1];
+        lv[x] = lv[w - 1];
+      }
+    }
+    ScatterRow(ly, planes_[0].data(), y, mbw_);
+    if (cn == 1) continue;
+    if (!sub_) {
+      ScatterRow(lu, planes_[1].data(), y, mbw_);
+      ScatterRow(lv, planes_[2].data(), y, mbw_);
+      continue;
+    }
+    int32_t* rows[2] = {lu, lv};
+    for (int c = 0; c < 2; ++c) {
+      int32_t* r = rows[c];
+      r[-2] = r[2];
+      r[-1] = r[1];
+      r[pw] = r[pw - 2];
+      r[pw + 1] = r[pw - 3];
+      int32_t* h = half_[c].data() + size_t(y) * cw;
+      for (int x = 0; x < cw; ++x) h[x] = Taps5(r[2 * x - 2], r[2 * x - 1], r[2 * x], r[2 * x + 1], r[2 * x + 2]);
     }
   }
 }
 
-// Chroma to half width (and, 4:2:0, half height) as jxrlib's encoder
-// does: a 1 4 6 4 1 filter centred on the even samples, mirrored at the
-// padded image's edges, horizontally first.
+// Chroma to half height (4:2:0; 4:2:2 keeps it) as jxrlib's encoder does:
+// the same filter down the half-width rows LoadPlanes left, mirrored at the
+// padded image's top and bottom, into the chroma macroblock layout.
 void Encoder::Downsample() {
   const int pw = mbw_ * 16, ph = mbh_ * 16, cw = pw / 2;
   const bool q = format_ == k420;
-  auto mirror = [](int i, int n) { return i < 0 ? -i : i >= n ? 2 * (n - 1) - i : i; };
-  auto filter = [](int32_t d0, int32_t d1, int32_t d2, int32_t d3, int32_t d4) {
-    return (((d1 + d2 + d3) << 2) + (d2 << 1) + d0 + d4 + 8) >> 4;
-  };
-  std::vector<int32_t> half(size_t(cw) * ph);
-  for (int ch = 1; ch < 3; ++ch) {
-    const std::vector<int32_t>& full = planes_[size_t(ch)];
-    for (int y = 0; y < ph; ++y) {
-      auto f = [&](int x) { return full[PixelAt(mirror(x, pw), y, mbw_)]; };
-      for (int x = 0; x < cw; ++x) half[size_t(y) * cw + x] = filter(f(2 * x - 2), f(2 * x - 1), f(2 * x), f(2 * x + 1), f(2 * x + 2));
-    }
-    std::vector<int32_t> out(size_t(mbw_) * mbh_ * (q ? 64 : 128));
-    for (int x = 0; x < cw; ++x) {
-      auto h = [&](int y) { return half[size_t(mirror(y, ph)) * cw + x]; };
-      for (int y = 0; y < (q ? ph / 2 : ph); ++y) {
-        const int32_t v = q ? filter(h(2 * y - 2), h(2 * y - 1), h(2 * y), h(2 * y + 1), h(2 * y + 2)) : h(y);
-        out[ChromaAt(x, y, mbw_, q)] = v;
+  const int oh = q ? ph / 2 : ph;
+  auto mirror = [ph](int i) { return i < 0 ? -i : i >= ph ? 2 * (ph - 1) - i : i; };
+  std::vector<int32_t> line(static_cast<size_t>(cw));
+  planes_.resize(3);
+  for (int c = 0; c < 2; ++c) {
+    const int32_t* half = half_[c].data();
+    Plane& out = planes_[size_t(c + 1)];
+    out.resize(size_t(mbw_) * mbh_ * (q ? 64 : 128));
+    for (int y = 0; y < oh; ++y) {
+      const int32_t* v;
+      if (q) {
+        const int32_t* r[5];
+        for (int k = 0; k < 5; ++k) r[k] = half + size_t(mirror(2 * y - 2 + k)) * cw;
+        for (int x = 0; x < cw; ++x) line[size_t(x)] = Taps5(r[0][x], r[1][x], r[2][x], r[3][x], r[4][x]);
+        v = line.data();
+      } else {
+        v = half + size_t(y) * cw;
+      }
+      // 8 samples of a chroma macroblock row at a time
+      std::array<uint16_t, 8> o{};
+      for (int x = 0; x < 8; ++x) o[size_t(x)] = uint16_t(ChromaAt(x, q ? (y & 7) : (y & 15), 1, q));
+      const int mbRows = q ? 8 : 16, mbSize = q ? 64 : 128;
+      int32_t* mb = out.data() + size_t(y / mbRows) * mbw_ * mbSize;
+      for (int m = 0; m < mbw_; ++m, mb += mbSize, v += 8) {
+        for (int x = 0; x < 8; ++x) mb[o[size_t(x)]] = v[x];
       }
     }
-    planes_[size_t(ch)].swap(out);
+    Plane().swap(half_[c]);
   }
 }
 
@@ -216,13 +319,15 @@ void Encoder::Transform() {
           }
         }
         int32_t* o = dclp_.data() + (size_t(my) * mbw_ + mx) * 16 * nc_ + 16 * ch;
-        o[0] = Quantize(d[0], dcStep_[size_t(ch)], true);
-        for (int k = 1; k < nb; ++k) o[k] = Quantize(d[k], lpStep_[size_t(ch)]);
+        o[0] = dcQ_[size_t(ch)](d[0]);
+        const Quantizer lp = lpQ_[size_t(ch)];
+        for (int k = 1; k < nb; ++k) o[k] = lp(d[k]);
         const int32_t shp = hpStep_[size_t(ch)];
         if (shp == 1) continue;
+        const Quantizer hp = hpQ_[size_t(ch)];
         for (int b = 0; b < nb; ++b) {
           int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
-          for (int k = 1; k < 16; ++k) blk[k] = Quantize(blk[k], shp);
+          for (int k = 1; k < 16; ++k) blk[k] = hp(blk[k]);
         }
       }
     }
@@ -362,12 +467,13 @@ bool Encoder::Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vec
     const int mb = bits[4 + (ch > 0)];
     me.cbp[ch] = 0;
     for (int b = 0; b < nb; ++b) {
+      // the largest magnitude passes the model bits exactly when their OR does
+      uint32_t any = 0;
       for (int k = 1; k < 16; ++k) {
-        if ((uint32_t(std::abs(int64_t(p[16 * b + k]))) >> mb) != 0) {
-          me.cbp[ch] |= 1 << b;
-          break;
-        }
+        const int32_t v = p[16 * b + k];
+        any |= v < 0 ? 0u - uint32_t(v) : uint32_t(v);
       }
+      if ((any >> mb) != 0) me.cbp[ch] |= 1 << b;
     }
   }
   if (resetScan) rvtiVLCAdapt_JPEGXR(st, 16);
@@ -478,6 +584,9 @@ bool Encoder::Run(std::vector<uint8_t>* out, std::string* error) {
   for (int ch = 0; ch < nc_; ++ch) {
     dcStep_[size_t(ch)] = lpStep_[size_t(ch)] = StepOf(index_, ch > 0 ? 0 : 1, scaled_);
     hpStep_[size_t(ch)] = StepOf(index_, 1, scaled_);
+    dcQ_[size_t(ch)] = Quantizer(dcStep_[size_t(ch)], true);
+    lpQ_[size_t(ch)] = Quantizer(lpStep_[size_t(ch)], false);
+    hpQ_[size_t(ch)] = Quantizer(hpStep_[size_t(ch)], false);
   }
   tileX_ = Split(mbw_, opt_.tileCols);
   tileY_ = Split(mbh_, opt_.tileRows);

@@ -67,6 +67,7 @@ RvtResult FlcWrite(uint32_t value, int32_t n, uint8_t* dst, int32_t len, int32_t
   if (EndBits(len) - *pos < n) return rvtStatusOutOfBuffer;
   Writer w{dst, EndBits(len), *pos, false};
   w.Put(value, n);
+  w.Flush();
   *pos = int32_t(w.pos);
   return rvtStatusOk;
 }

@@ -317,40 +317,86 @@ struct FastReader {
 };
 
 // The writer: bits before the start position are kept, the rest of the
-// last byte written is cleared.  A dry writer only counts.
+// last byte written is cleared, bytes after it are not touched.  A dry
+// writer only counts.  Bits gather in a 64-bit word and go out 32 at a
+// time; Flush() writes what is pending and must end every writing run.
 struct Writer {
   uint8_t* p;
   int64_t end;
   int64_t pos;
   bool dry;
-  void Put(uint32_t v, int n) {
+  uint64_t acc = 0;  // pending bits, the last one lowest
+  int nb = -1;       // how many; -1 before the first bit (or after Flush)
+  int64_t at = 0;    // byte the pending bits start at
+  __attribute__((always_inline)) void Put(uint32_t v, int n) {
+    if (n <= 0) return;
     if (dry) {
       pos += n;
       return;
     }
-    if (pos + n <= end) {  // a byte at a time: keep the bits before, clear those after
-      while (n > 0) {
-        const int off = int(pos & 7), take = n < 8 - off ? n : 8 - off;
-        const uint32_t bits = (v >> (n - take)) & ((1u << take) - 1u);
-        uint8_t& byte = p[pos >> 3];
-        byte = uint8_t((byte & (0xFF00u >> off)) | (bits << (8 - off - take)));
-        n -= take;
-        pos += take;
+    if (pos + n <= end) {
+      if (nb < 0) {  // the bits of the first byte before the position are kept
+        const int off = int(pos & 7);
+        at = pos >> 3;
+        acc = off ? uint64_t(p[at] >> (8 - off)) : 0u;
+        nb = off;
+      }
+      const uint32_t m = n >= 32 ? ~0u : (1u << n) - 1u;
+      acc = (acc << n) | (v & m);
+      nb += n;
+      pos += n;
+      if (nb >= 32) {
+        const uint32_t out = __builtin_bswap32(uint32_t(acc >> (nb - 32)));
+        std::memcpy(p + at, &out, 4);
+        at += 4;
+        nb -= 32;
       }
       return;
     }
+    PutToEnd(v, n);
+  }
+  // Bit by bit up to the end, the rest counted only.
+  __attribute__((noinline)) void PutToEnd(uint32_t v, int n) {
+    Flush();
     for (int i = n - 1; i >= 0; --i) {
       const int64_t b = pos++;
-      if (dry || b >= end) continue;
+      if (b >= end) continue;
       const uint8_t m = uint8_t(0x80u >> (b & 7));
       uint8_t& byte = p[b >> 3];
       byte = uint8_t(((v >> i) & 1u) ? (byte | m) : (byte & ~m));
       if ((b & 7) != 7) byte = uint8_t(byte & ~(m - 1));  // clear the tail
     }
   }
+  // The pending bits out: whole bytes, then a last partial one with its
+  // tail cleared.
+  void Flush() {
+    if (dry || nb < 0) return;
+    while (nb >= 8) {
+      p[at++] = uint8_t(acc >> (nb - 8));
+      nb -= 8;
+    }
+    if (nb > 0) p[at] = uint8_t(acc << (8 - nb));
+    nb = -1;
+  }
   void Symbol(const Alphabet& a, int t, int s) { Put(a.code[t][s].code, a.code[t][s].len); }
   bool Short() const { return pos > end; }
 };
+
+// An encoder's symbol of a slot whose alphabet it names (`a`, the one
+// SlotSymbols gives): its code, then the discriminants as Account keeps
+// them, folded for the alphabet at compile time.
+// `tail`: tailBits bits written right after the code, in the same put.
+inline void PutCounted(Writer& w, State& s, const Alphabet& a, int slot, int sym, uint32_t tail = 0,
+                       int tailBits = 0) {
+  const int t = s.table[slot];
+  w.Put((uint32_t(a.code[t][sym].code) << tailBits) | tail, a.code[t][sym].len + tailBits);
+  if (a.tables < 2 || a.symbols == 8) return;
+  const int lo = t > 0 ? t - 1 : 0;
+  const int hi = t < a.tables - 1 ? t : a.tables - 2;
+  auto add = [](int32_t& d, int v) { d = int32_t(uint32_t(d) + uint32_t(v)); };
+  add(s.disc[slot], a.code[lo][sym].len - a.code[lo + 1][sym].len);
+  if (a.symbols == 6 || a.symbols == 12) add(s.disc1[slot], a.code[hi][sym].len - a.code[hi + 1][sym].len);
+}
 
 // ------------------------------------------------------------ symbols
 
@@ -405,19 +451,14 @@ inline uint32_t DecodeLevel(R& r, State& s, int slot) {
 }
 
 inline void EncodeLevel(Writer& w, State& s, int slot, uint32_t level) {
-  int sym = 6;
-  for (int k = 0; k < 6; ++k) {
-    if (level < uint32_t(kLevelBase[k]) + (1u << kLevelBits[k])) {
-      sym = k;
-      break;
-    }
-  }
-  w.Symbol(AlphabetOf(7), s.table[slot], sym);
-  Account(s, slot, sym);
-  if (sym < 6) {
-    w.Put(level - uint32_t(kLevelBase[sym]), kLevelBits[sym]);
+  // the symbol of levels 2..17; the escape above
+  static constexpr int8_t kSymOf[18] = {0, 0, 0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5};
+  if (level < 18) {
+    const int sym = kSymOf[level];
+    PutCounted(w, s, AlphabetOf(7), slot, sym, level - uint32_t(kLevelBase[sym]), kLevelBits[sym]);
     return;
   }
+  PutCounted(w, s, AlphabetOf(7), slot, 6);
   const uint32_t v = level - 2;
   int fixed = 31 - __builtin_clz(v);
   const uint32_t rest = v - (1u << fixed);
@@ -453,14 +494,9 @@ inline int DecodeRun(R& r, State& s, int maxRun) {
 }
 
 inline void EncodeRun(Writer& w, State& s, int maxRun, int run) {
-  if (maxRun < 5) {
-    for (int k = 1; k < maxRun; ++k) {
-      if (run == k) {
-        w.Put(1, 1);
-        return;
-      }
-      w.Put(0, 1);
-    }
+  if (maxRun < 5) {  // run - 1 zeros and a one; the longest run drops the one
+    if (run < maxRun) w.Put(1, run);
+    else w.Put(0, maxRun - 1);
     return;
   }
   const int bin = RunBin(maxRun);
@@ -471,8 +507,9 @@ inline void EncodeRun(Writer& w, State& s, int maxRun, int run) {
       break;
     }
   }
-  w.Symbol(AlphabetOf(5), s.table[kRun], sym);
-  w.Put(uint32_t(run - kRunBase[bin][sym]), kRunBits[bin][sym]);
+  const Code c = AlphabetOf(5).code[s.table[kRun]][sym];
+  const int b = kRunBits[bin][sym];
+  w.Put((uint32_t(c.code) << b) | uint32_t(run - kRunBase[bin][sym]), c.len + b);
 }
 
 // ------------------------------------------------------------ blocks
@@ -553,29 +590,27 @@ inline void EncodeBlock(Writer& w, State& s, int group, bool chroma, int first, 
   for (int i = 0; i < n; ++i) {
     const int srn = next(i);
     const bool sl = mag(i) > 1;
+    const uint32_t sign = val[at[i]] < 0 ? 1u : 0u;  // goes right after the index
     if (i == 0) {
       const bool sr = at[0] == first;
       const int sym = int(sr) | (int(sl) << 1) | (srn << 2);
-      w.Symbol(AlphabetOf(12), s.table[fst], sym);
-      Account(s, fst, sym);
+      PutCounted(w, s, AlphabetOf(12), fst, sym, sign, 1);
       cont = sr && srn == 1;
     } else {
       if (at[i] != loc) EncodeRun(w, s, 15 - loc, at[i] - loc);
       const int after = at[i] + 1;
       const int sym = int(sl) | (srn << 1);
       if (after < 15) {
-        w.Symbol(AlphabetOf(6), s.table[idx + cont], sym);
-        Account(s, idx + cont, sym);
+        PutCounted(w, s, AlphabetOf(6), idx + cont, sym, sign, 1);
       } else if (after == 15) {
-        if (sym == 0) w.Put(0, 1);
-        else if (sym == 2) w.Put(2, 2);
-        else w.Put(sym == 1 ? 6 : 7, 3);
+        if (sym == 0) w.Put(0 | sign, 2);
+        else if (sym == 2) w.Put(4 | sign, 3);
+        else w.Put((sym == 1 ? 12u : 14u) | sign, 4);
       } else {
-        w.Put(uint32_t(sym), 1);
+        w.Put(uint32_t(sym) << 1 | sign, 2);
       }
       cont &= int(srn == 1);
     }
-    w.Put(val[at[i]] < 0 ? 1 : 0, 1);
     if (sl) EncodeLevel(w, s, group + kLevel + cont, mag(i));
     if (i == 0 && at[0] != first) EncodeRun(w, s, 15 - first, at[0] - first);
     loc = at[i] + 1;
@@ -637,8 +672,9 @@ inline void EncodeRefine(Writer& w, int32_t v, int bits, int trim) {
   if (bits == 0) return;
   const uint32_t m = Mag(v);
   const uint32_t ref = (m & ((1u << bits) - 1u)) >> trim;
-  if (bits > trim) w.Put(ref, bits - trim);
-  if ((m >> bits) == 0 && ref != 0) w.Put(v < 0 ? 1 : 0, 1);
+  // a value wholly in the refinement carries its sign right after it
+  if ((m >> bits) == 0 && ref != 0) w.Put((ref << 1) | (v < 0 ? 1u : 0u), bits - trim + 1);
+  else if (bits > trim) w.Put(ref, bits - trim);
 }
 
 // ------------------------------------------------------------ DC
@@ -964,9 +1000,9 @@ inline RvtResult EncodeHP(Writer& w, Writer& f, int trim, int scan, const int32_
       const int32_t* blk = coef + 256 * ch + 16 * b;
       val[0] = 0;
       bool any = false;
+      // (magnitudes were checked against the level escape by the entry)
       for (int p = 1; p < 16; ++p) {
         val[p] = VlcPart(blk[s.order[sc][p]], bits);
-        if (Mag(val[p]) > kMaxLevel) return rvtStatusRange;
         any |= val[p] != 0;
       }
       if (any) {
@@ -1290,6 +1326,8 @@ inline RvtResult EncodeBand(uint8_t* dst, int32_t len, int32_t* pos, uint8_t* fl
   Writer w{dst, EndBits(len), *pos, false};
   Writer f{flex, flex ? EndBits(flexLen) : 0, flex ? *flexPos : 0, false};
   const RvtResult status = body(w, flex ? f : w, s);
+  w.Flush();
+  f.Flush();
   if (status != rvtStatusOk) return status;
   *st = s;
   *pos = int32_t(w.pos);
