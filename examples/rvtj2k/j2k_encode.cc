@@ -36,6 +36,8 @@
 #include <type_traits>
 #include <vector>
 
+#include <sys/mman.h>
+
 #include "image_io.h"
 #include "j2k_codestream.h"
 #include "rvtjp.h"
@@ -181,7 +183,11 @@ void Parallel(int n, int threads, F f) {
 // Dead-zone quantizer of one row: the magnitude's floor in steps, the
 // sign put back; non-zero when a value does not fit (or is not a number).
 // Restrict pointers and a branch-free body let the compiler vectorize it.
-// *maxMag rises to the largest magnitude written.
+// *maxMag rises to the largest magnitude written.  Cloned for AVX2, picked
+// when the program loads.
+#if defined(__x86_64__) && defined(__GNUC__)
+__attribute__((target_clones("avx2", "default")))
+#endif
 int QuantizeRow(const float* __restrict src, int32_t* __restrict dst, int n, float inv, int32_t* maxMag) {
   int tooLarge = 0;
   int32_t mx = *maxMag;
@@ -353,12 +359,44 @@ struct Component {
   std::vector<std::vector<Band>> res;
 };
 
+// A coefficient plane left uninitialized (every sample the coder reads is
+// written first): a fresh allocation of this size comes straight from the
+// kernel, so zeroing it would only add a pass and a page fault per 4 KiB;
+// in 2 MiB pieces the kernel may back it with huge pages.
+class Plane {
+ public:
+  void Reset(size_t n) {
+    Free();
+    const size_t huge = size_t(2) << 20, bytes = (n * sizeof(int32_t) + huge - 1) / huge * huge;
+    p_ = static_cast<int32_t*>(std::aligned_alloc(huge, bytes));
+    if (!p_) throw Fail{"out of memory"};
+#ifdef MADV_HUGEPAGE
+    madvise(p_, bytes, MADV_HUGEPAGE);
+#endif
+  }
+  int32_t* data() { return p_; }
+  Plane() = default;
+  Plane(Plane&& o) noexcept : p_(o.p_) { o.p_ = nullptr; }
+  Plane& operator=(Plane&& o) noexcept {
+    std::swap(p_, o.p_);
+    return *this;
+  }
+  ~Plane() { Free(); }
+
+ private:
+  void Free() {
+    std::free(p_);
+    p_ = nullptr;
+  }
+  int32_t* p_ = nullptr;
+};
+
 struct Tile {
   int x0, y0, x1, y1;
   // Per component: the coefficients, row y at base[c] + y * stride.  The
   // 9/7 path keeps them where its float samples were (the plane with the
   // wavelet's border), so the indices need no second plane.
-  std::vector<std::vector<int32_t>> plane;
+  std::vector<Plane> plane;
   std::vector<int32_t*> base;
   size_t stride = 0;
   int32_t* At(int c, int x, int y) { return base[size_t(c)] + size_t(y) * stride + size_t(x); }
@@ -535,10 +573,11 @@ struct Encoder {
     };
     // With -threads N the components' wavelets (and quantizers) run side
     // by side; the component transform before them takes all three.
-    t.plane.assign(size_t(C), std::vector<int32_t>());
+    t.plane.clear();
+    t.plane.resize(size_t(C));
     t.base.assign(size_t(C), nullptr);
     if (!opt.lossy) {
-      Parallel(C, opt.threads, [&](int c) { t.plane[size_t(c)].resize(n); });
+      for (int c = 0; c < C; ++c) t.plane[size_t(c)].Reset(n);
       for (int c = 0; c < C; ++c) t.base[size_t(c)] = t.plane[size_t(c)].data();
       t.stride = size_t(tw);
       int32_t* ip[3] = {};
@@ -566,12 +605,22 @@ struct Encoder {
     // Float planes with the wavelet's border around them.
     const int fs = tw + 2 * kBorder;
     float* fp[3] = {};
-    Parallel(C, opt.threads, [&](int c) {
-      t.plane[size_t(c)].resize(size_t(fs) * (th + 2 * kBorder));
-      int32_t* origin = t.plane[size_t(c)].data() + size_t(kBorder) * fs + kBorder;
+    for (int c = 0; c < C; ++c) {
+      // The border is zeroed (the passes extend into it, but read whole
+      // vectors), the samples are written below.
+      Plane& pl = t.plane[size_t(c)];
+      pl.Reset(size_t(fs) * (th + 2 * kBorder));
+      std::memset(pl.data(), 0, sizeof(int32_t) * size_t(fs) * kBorder);
+      std::memset(pl.data() + size_t(fs) * (kBorder + th), 0, sizeof(int32_t) * size_t(fs) * kBorder);
+      for (int y = 0; y < th; ++y) {
+        int32_t* row = pl.data() + size_t(fs) * (kBorder + y);
+        std::memset(row, 0, sizeof(int32_t) * kBorder);
+        std::memset(row + kBorder + tw, 0, sizeof(int32_t) * kBorder);
+      }
+      int32_t* origin = pl.data() + size_t(kBorder) * fs + kBorder;
       t.base[size_t(c)] = origin;
       fp[c] = reinterpret_cast<float*>(origin);
-    });
+    }
     t.stride = size_t(fs);
     allSamples(fp, size_t(fs));
     if (C == 3) Check(rvtiICTFwd_JPEG2K_32f_P3IR(fp, fs * 4, {tw, th}), "the ICT");
