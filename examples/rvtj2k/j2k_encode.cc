@@ -36,7 +36,10 @@
 #include <type_traits>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "image_io.h"
 #include "j2k_codestream.h"
@@ -203,6 +206,98 @@ int QuantizeRow(const float* __restrict src, int32_t* __restrict dst, int n, flo
   *maxMag = mx;
   return tooLarge;
 }
+
+// Level-shifted samples of one interleaved RGB row into three planes
+// (float for the 9/7 path, int for the 5/3 one); cloned like QuantizeRow.
+template <class S, class T>
+inline void SplitRow3Body(const S* __restrict src, T* __restrict r0, T* __restrict r1, T* __restrict r2, int n,
+                          int shift) {
+  for (int x = 0; x < n; ++x) {
+    r0[x] = T(int32_t(src[3 * x]) - shift);
+    r1[x] = T(int32_t(src[3 * x + 1]) - shift);
+    r2[x] = T(int32_t(src[3 * x + 2]) - shift);
+  }
+}
+#if defined(__x86_64__) && defined(__GNUC__)
+#define RVTJ2K_CLONED __attribute__((target_clones("avx2", "default")))
+#else
+#define RVTJ2K_CLONED
+#endif
+#define RVTJ2K_SPLIT(name, S, T)                                                \
+  RVTJ2K_CLONED void name(const S* src, T* r0, T* r1, T* r2, int n, int shift) { \
+    SplitRow3Body(src, r0, r1, r2, n, shift);                                   \
+  }                                                                             \
+  inline void SplitRow3(const S* src, T* r0, T* r1, T* r2, int n, int shift) { name(src, r0, r1, r2, n, shift); }
+RVTJ2K_SPLIT(SplitRow3WF, uint16_t, float)
+RVTJ2K_SPLIT(SplitRow3WI, uint16_t, int32_t)
+RVTJ2K_SPLIT(SplitRow3BF, uint8_t, float)
+RVTJ2K_SPLIT(SplitRow3BI, uint8_t, int32_t)
+#undef RVTJ2K_SPLIT
+
+// An 8-bit binary PGM/PPM (maxval 255) mapped read-only: the samples are
+// read where the file's pages lie, with no copy and no 16-bit image.
+// Anything else is left to the general reader.
+class MappedPnm8 {
+ public:
+  bool Open(const std::string& path) {
+    const int fd = open(path.c_str(), O_RDONLY);
+    if (fd < 0) return false;
+    struct stat sb;
+    if (fstat(fd, &sb) == 0 && sb.st_size > 16) {
+      size_ = size_t(sb.st_size);
+      void* m = mmap(nullptr, size_, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+      base_ = m == MAP_FAILED ? nullptr : static_cast<const uint8_t*>(m);
+    }
+    close(fd);
+    if (base_ && Parse()) return true;
+    Close();
+    return false;
+  }
+  void Close() {
+    if (base_) munmap(const_cast<uint8_t*>(base_), size_);
+    base_ = nullptr;
+  }
+  ~MappedPnm8() { Close(); }
+  int width = 0, height = 0, channels = 0;
+  const uint8_t* samples = nullptr;
+
+ private:
+  // The header as the general reader takes it: numbers between white space
+  // and comments, one white-space byte after the last.
+  bool Parse() {
+    if (base_[0] != 'P' || (base_[1] != '5' && base_[1] != '6')) return false;
+    size_t i = 2;
+    int v[3];
+    for (int k = 0; k < 3; ++k) {
+      for (;;) {
+        if (i >= size_) return false;
+        if (base_[i] == '#') {
+          while (i < size_ && base_[i] != '\n') ++i;
+        } else if (base_[i] == ' ' || base_[i] == '\t' || base_[i] == '\r' || base_[i] == '\n') {
+          ++i;
+        } else {
+          break;
+        }
+      }
+      if (base_[i] < '0' || base_[i] > '9') return false;
+      long n = 0;
+      while (i < size_ && base_[i] >= '0' && base_[i] <= '9') {
+        n = n * 10 + (base_[i++] - '0');
+        if (n > 65535) return false;
+      }
+      if (i >= size_) return false;
+      v[k] = int(n);
+      ++i;  // the white-space byte after the number
+    }
+    if (v[0] < 1 || v[1] < 1 || v[2] != 255) return false;
+    width = v[0], height = v[1], channels = base_[1] == '6' ? 3 : 1;
+    if (size_ - i < size_t(width) * size_t(height) * size_t(channels)) return false;
+    samples = base_ + i;
+    return true;
+  }
+  const uint8_t* base_ = nullptr;
+  size_t size_ = 0;
+};
 
 // Where one level's high-pass bands go when the row pass quantizes them
 // on their way out: rows above lowRows hold LL and HL, the others LH and
@@ -434,10 +529,15 @@ struct Encoder {
   int W = 0, H = 0, C = 0, TW = 0, TH = 0, levels = 0;
   std::vector<Tile> tiles;
   std::vector<double> bandDelta, bandNorm;  // per QCD entry
+  MappedPnm8 pnm8;  // the samples, when an 8-bit PNM (img.samples stays empty)
 
   void Load() {
     std::string err;
-    if (!rvtjpeg::ReadImage16(opt.in, &img, &err)) throw Fail{err};
+    if (pnm8.Open(opt.in)) {
+      img.width = pnm8.width, img.height = pnm8.height, img.channels = pnm8.channels, img.precision = 8;
+    } else if (!rvtjpeg::ReadImage16(opt.in, &img, &err)) {
+      throw Fail{err};
+    }
     W = img.width;
     H = img.height;
     C = img.channels;
@@ -577,25 +677,22 @@ struct Encoder {
     // All components in one pass over the interleaved samples (rows shared
     // out between threads): dst[c] + y * stride is row y of component c.
     auto allSamples = [&](auto* const* dst, size_t stride) {
+      auto row = [&](const auto* src, int y) {
+        if (C == 3) {
+          SplitRow3(src, dst[0] + size_t(y) * stride, dst[1] + size_t(y) * stride, dst[2] + size_t(y) * stride, tw,
+                    shift);
+        } else {
+          auto* r0 = dst[0] + size_t(y) * stride;
+          using T = std::remove_reference_t<decltype(r0[0])>;
+          for (int x = 0; x < tw; ++x) r0[x] = T(int32_t(src[x]) - shift);
+        }
+      };
       const int parts = std::max(1, std::min(opt.threads, th));
       Parallel(parts, opt.threads, [&](int k) {
         for (int y = th * k / parts; y < th * (k + 1) / parts; ++y) {
-          const uint16_t* src = &img.samples[(size_t(t.y0 + y) * size_t(W) + size_t(t.x0)) * size_t(C)];
-          if (C == 3) {
-            auto* r0 = dst[0] + size_t(y) * stride;
-            auto* r1 = dst[1] + size_t(y) * stride;
-            auto* r2 = dst[2] + size_t(y) * stride;
-            using T = std::remove_reference_t<decltype(r0[0])>;
-            for (int x = 0; x < tw; ++x) {
-              r0[x] = T(int32_t(src[3 * x]) - shift);
-              r1[x] = T(int32_t(src[3 * x + 1]) - shift);
-              r2[x] = T(int32_t(src[3 * x + 2]) - shift);
-            }
-          } else {
-            auto* r0 = dst[0] + size_t(y) * stride;
-            using T = std::remove_reference_t<decltype(r0[0])>;
-            for (int x = 0; x < tw; ++x) r0[x] = T(int32_t(src[x]) - shift);
-          }
+          const size_t at = (size_t(t.y0 + y) * size_t(W) + size_t(t.x0)) * size_t(C);
+          if (pnm8.samples) row(pnm8.samples + at, y);
+          else row(&img.samples[at], y);
         }
       });
     };
@@ -779,10 +876,13 @@ struct Encoder {
           "code-block coding");
     b.sf = sf;
     b.passes = passes;
+    // Lossless in one layer takes every pass: no distortions, no hull.
+    const bool allocate = opt.lossy || opt.layers > 1;
     b.rate.resize(size_t(passes));
-    b.dist.resize(size_t(passes));
+    b.dist.resize(allocate ? size_t(passes) : 0);
     for (int k = 0; k < passes; ++k) {
       Check(rvtiEncodeGetRate_JPEG2K(st, k, &b.rate[size_t(k)]), "the pass rates");
+      if (!allocate) continue;
       Check(rvtiEncodeGetDist_JPEG2K(st, k, &b.dist[size_t(k)]), "the pass distortions");
       b.dist[size_t(k)] *= bd.weight;
     }
@@ -792,7 +892,7 @@ struct Encoder {
       Check(rvtiEncodeStoreBits_JPEG2K_1u(b.data.data(), &len, st, &more), "storing the coded bytes");
       if (more || len != int32_t(b.data.size())) throw Fail{"code-block rate and data disagree"};
     }
-    Hull(b);
+    if (allocate) Hull(b);
   }
 
   // Truncation points on the upper convex hull of (rate, distortion
