@@ -19,8 +19,9 @@
 //     last layer hits raw/R bytes (the whole code-stream), earlier layers
 //     1/2, 1/4, ... of it.  With every pass included a stream may stay
 //     below raw/R; headers alone may pass it for tiny images.
-// -threads N transforms the components and codes the code-blocks on N
-// threads; the bytes do not change.
+// -threads N shares out the sample rows, the component transform's rows,
+// each 9/7 level's column strips and row groups, the 5/3 components and
+// the code-blocks of all components (dynamically); the bytes do not change.
 #include "j2k_encode.h"
 
 #include <algorithm>
