@@ -16,9 +16,13 @@
 #include <atomic>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <thread>
+
+#include <sys/mman.h>
 
 #include "j2k_codestream.h"
 #include "rvtjp.h"
@@ -196,9 +200,21 @@ struct Resolution {
 // Sample storage left uninitialised: every code-block writes (or zeroes)
 // its own area, so the tile is never cleared as a whole.  The slack past
 // the end takes the odd sample a wavelet pass writes beyond its region.
+// In 2 MiB pieces the kernel may back it with huge pages: one fault per
+// 2 MiB instead of per 4 KiB on first touch.
 struct Plane {
-  std::unique_ptr<int32_t[]> p;
-  void Alloc(size_t n) { p.reset(new int32_t[n + kSlack]); }
+  struct Release {
+    void operator()(int32_t* q) const { std::free(q); }
+  };
+  std::unique_ptr<int32_t[], Release> p;
+  void Alloc(size_t n) {
+    const size_t huge = size_t(2) << 20, bytes = ((n + kSlack) * sizeof(int32_t) + huge - 1) / huge * huge;
+    p.reset(static_cast<int32_t*>(std::aligned_alloc(huge, bytes)));
+    if (!p) throw std::bad_alloc();
+#ifdef MADV_HUGEPAGE
+    madvise(p.get(), bytes, MADV_HUGEPAGE);
+#endif
+  }
   void Free() { p.reset(); }
   int32_t* data() { return p.get(); }
   int32_t& operator[](size_t i) { return p[i]; }

@@ -19,8 +19,9 @@
 //     last layer hits raw/R bytes (the whole code-stream), earlier layers
 //     1/2, 1/4, ... of it.  With every pass included a stream may stay
 //     below raw/R; headers alone may pass it for tiny images.
-// -threads N transforms the components and codes the code-blocks on N
-// threads; the bytes do not change.
+// -threads N shares out the sample rows, the component transform's rows,
+// each 9/7 level's column strips and row groups, the 5/3 components and
+// the code-blocks of all components (dynamically); the bytes do not change.
 #include "j2k_encode.h"
 
 #include <algorithm>
@@ -35,6 +36,11 @@
 #include <thread>
 #include <type_traits>
 #include <vector>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "image_io.h"
 #include "j2k_codestream.h"
@@ -181,7 +187,11 @@ void Parallel(int n, int threads, F f) {
 // Dead-zone quantizer of one row: the magnitude's floor in steps, the
 // sign put back; non-zero when a value does not fit (or is not a number).
 // Restrict pointers and a branch-free body let the compiler vectorize it.
-// *maxMag rises to the largest magnitude written.
+// *maxMag rises to the largest magnitude written.  Cloned for AVX2, picked
+// when the program loads.
+#if defined(__x86_64__) && defined(__GNUC__)
+__attribute__((target_clones("avx2", "default")))
+#endif
 int QuantizeRow(const float* __restrict src, int32_t* __restrict dst, int n, float inv, int32_t* maxMag) {
   int tooLarge = 0;
   int32_t mx = *maxMag;
@@ -198,24 +208,120 @@ int QuantizeRow(const float* __restrict src, int32_t* __restrict dst, int n, flo
   return tooLarge;
 }
 
+// Level-shifted samples of one interleaved RGB row into three planes
+// (float for the 9/7 path, int for the 5/3 one); cloned like QuantizeRow.
+template <class S, class T>
+inline void SplitRow3Body(const S* __restrict src, T* __restrict r0, T* __restrict r1, T* __restrict r2, int n,
+                          int shift) {
+  for (int x = 0; x < n; ++x) {
+    r0[x] = T(int32_t(src[3 * x]) - shift);
+    r1[x] = T(int32_t(src[3 * x + 1]) - shift);
+    r2[x] = T(int32_t(src[3 * x + 2]) - shift);
+  }
+}
+#if defined(__x86_64__) && defined(__GNUC__)
+#define RVTJ2K_CLONED __attribute__((target_clones("avx2", "default")))
+#else
+#define RVTJ2K_CLONED
+#endif
+#define RVTJ2K_SPLIT(name, S, T)                                                \
+  RVTJ2K_CLONED void name(const S* src, T* r0, T* r1, T* r2, int n, int shift) { \
+    SplitRow3Body(src, r0, r1, r2, n, shift);                                   \
+  }                                                                             \
+  inline void SplitRow3(const S* src, T* r0, T* r1, T* r2, int n, int shift) { name(src, r0, r1, r2, n, shift); }
+RVTJ2K_SPLIT(SplitRow3WF, uint16_t, float)
+RVTJ2K_SPLIT(SplitRow3WI, uint16_t, int32_t)
+RVTJ2K_SPLIT(SplitRow3BF, uint8_t, float)
+RVTJ2K_SPLIT(SplitRow3BI, uint8_t, int32_t)
+#undef RVTJ2K_SPLIT
+
+// An 8-bit binary PGM/PPM (maxval 255) mapped read-only: the samples are
+// read where the file's pages lie, with no copy and no 16-bit image.
+// Anything else is left to the general reader.
+class MappedPnm8 {
+ public:
+  bool Open(const std::string& path) {
+    const int fd = open(path.c_str(), O_RDONLY);
+    if (fd < 0) return false;
+    struct stat sb;
+    if (fstat(fd, &sb) == 0 && sb.st_size > 16) {
+      size_ = size_t(sb.st_size);
+      void* m = mmap(nullptr, size_, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+      base_ = m == MAP_FAILED ? nullptr : static_cast<const uint8_t*>(m);
+    }
+    close(fd);
+    if (base_ && Parse()) return true;
+    Close();
+    return false;
+  }
+  void Close() {
+    if (base_) munmap(const_cast<uint8_t*>(base_), size_);
+    base_ = nullptr;
+  }
+  ~MappedPnm8() { Close(); }
+  int width = 0, height = 0, channels = 0;
+  const uint8_t* samples = nullptr;
+
+ private:
+  // The header as the general reader takes it: numbers between white space
+  // and comments, one white-space byte after the last.
+  bool Parse() {
+    if (base_[0] != 'P' || (base_[1] != '5' && base_[1] != '6')) return false;
+    size_t i = 2;
+    int v[3];
+    for (int k = 0; k < 3; ++k) {
+      for (;;) {
+        if (i >= size_) return false;
+        if (base_[i] == '#') {
+          while (i < size_ && base_[i] != '\n') ++i;
+        } else if (base_[i] == ' ' || base_[i] == '\t' || base_[i] == '\r' || base_[i] == '\n') {
+          ++i;
+        } else {
+          break;
+        }
+      }
+      if (base_[i] < '0' || base_[i] > '9') return false;
+      long n = 0;
+      while (i < size_ && base_[i] >= '0' && base_[i] <= '9') {
+        n = n * 10 + (base_[i++] - '0');
+        if (n > 65535) return false;
+      }
+      if (i >= size_) return false;
+      v[k] = int(n);
+      ++i;  // the white-space byte after the number
+    }
+    if (v[0] < 1 || v[1] < 1 || v[2] != 255) return false;
+    width = v[0], height = v[1], channels = base_[1] == '6' ? 3 : 1;
+    if (size_ - i < size_t(width) * size_t(height) * size_t(channels)) return false;
+    samples = base_ + i;
+    return true;
+  }
+  const uint8_t* base_ = nullptr;
+  size_t size_ = 0;
+};
+
 // Where one level's high-pass bands go when the row pass quantizes them
 // on their way out: rows above lowRows hold LL and HL, the others LH and
 // HH; the int plane has the float plane's layout (own stride).
 struct BandQuant {
-  int32_t* plane;
-  size_t stride;
-  int lowRows;
-  float invHL, invLH, invHH;
+  int32_t* plane = nullptr;
+  size_t stride = 0;
+  int lowRows = 0;
+  float invHL = 1, invLH = 1, invHH = 1;
   int tooLarge = 0;
   int32_t maxHL = 0, maxLH = 0, maxHH = 0;  // largest magnitudes written
   bool done = false;
 };
 
 constexpr int kBorder = 8;
+int CeilDivPos(int a, int d) { return (a + d - 1) / d; }
 struct Wavelet97 {
   static constexpr int kCols = 64, kRows = 16;
-  std::vector<float> lo, hi, keep;
-  void Level(float* p, int stride, int w, int h, int px, int py, BandQuant* bq = nullptr) {
+  std::vector<float> keep;
+  // With threads > 1 the column strips, then the row groups, are shared
+  // out in contiguous runs, each with its own buffers (and maxima, merged
+  // afterwards): the coefficients do not depend on the split.
+  void Level(float* p, int stride, int w, int h, int px, int py, BandQuant* bq, int threads) {
     const size_t s = size_t(stride);
     if (h == 1 && py) {
       for (int x = 0; x < w; ++x) p[x] *= 2;
@@ -225,60 +331,73 @@ struct Wavelet97 {
       for (int i = 0; i < after; ++i) std::memcpy(&keep[size_t(i) * w], p + (h + i) * s, sizeof(float) * w);
       for (int i = -4; i < 0; ++i) std::memcpy(p + i * ptrdiff_t(s), p + size_t(Reflect(i, h)) * s, sizeof(float) * w);
       for (int i = h; i < 2 * n + 4; ++i) std::memcpy(p + i * s, p + size_t(Reflect(i, h)) * s, sizeof(float) * w);
-      lo.resize(size_t(n) * kCols);
-      hi.resize(size_t(n) * kCols);
-      for (int x0 = 0; x0 < w; x0 += kCols) {
-        const int cols = std::min(kCols, w - x0);
-        Check(rvtiWTFwdCol_D97_JPEG2K_32f_C1R(p + x0, stride * 4, lo.data(), kCols * 4, hi.data(), kCols * 4,
-                                              {cols, n}, py),
-              "the 9/7 column pass");
-        // Rows below h still feed the next strips: only rows above it are written.
-        auto put = [&](float* d, const float* src) {
-          if (cols == kCols) std::memcpy(d, src, sizeof(float) * kCols);
-          else std::memcpy(d, src, sizeof(float) * size_t(cols));
-        };
-        for (int y = 0; y < nl; ++y) put(p + y * s + x0, &lo[size_t(y) * kCols]);
-        for (int y = 0; y < nh; ++y) put(p + (nl + y) * s + x0, &hi[size_t(y) * kCols]);
-      }
+      const int strips = CeilDivPos(w, kCols), runs = std::min(strips, 4 * threads);
+      Parallel(runs, threads, [&](int k) {
+        std::vector<float> lo(size_t(n) * kCols), hi(size_t(n) * kCols);
+        for (int x0 = strips * k / runs * kCols; x0 < std::min(w, strips * (k + 1) / runs * kCols); x0 += kCols) {
+          const int cols = std::min(kCols, w - x0);
+          Check(rvtiWTFwdCol_D97_JPEG2K_32f_C1R(p + x0, stride * 4, lo.data(), kCols * 4, hi.data(), kCols * 4,
+                                                {cols, n}, py),
+                "the 9/7 column pass");
+          // Rows below h still feed the next strips: only rows above it are written.
+          auto put = [&](float* d, const float* src) {
+            if (cols == kCols) std::memcpy(d, src, sizeof(float) * kCols);
+            else std::memcpy(d, src, sizeof(float) * size_t(cols));
+          };
+          for (int y = 0; y < nl; ++y) put(p + y * s + x0, &lo[size_t(y) * kCols]);
+          for (int y = 0; y < nh; ++y) put(p + (nl + y) * s + x0, &hi[size_t(y) * kCols]);
+        }
+      });
       for (int i = 0; i < after; ++i) std::memcpy(p + (h + i) * s, &keep[size_t(i) * w], sizeof(float) * w);
     }
     if (w == 1 && px) {
       for (int y = 0; y < h; ++y) p[y * s] *= 2;
     } else if (w > 1) {
       const int n = (w + 1) / 2, nl = px ? w / 2 : n, nh = w - nl, after = 2 * n + 4 - w;
-      keep.resize(size_t(after) * kRows);
-      lo.resize(size_t(n) * kRows);
-      hi.resize(size_t(n) * kRows);
-      for (int y0 = 0; y0 < h; y0 += kRows) {
-        const int rows = std::min(kRows, h - y0);
-        for (int y = 0; y < rows; ++y) {
-          float* row = p + (y0 + y) * s;
-          std::memcpy(&keep[size_t(y) * after], row + w, sizeof(float) * after);
-          for (int i = -4; i < 0; ++i) row[i] = row[Reflect(i, w)];
-          for (int i = w; i < 2 * n + 4; ++i) row[i] = row[Reflect(i, w)];
-        }
-        Check(rvtiWTFwdRow_D97_JPEG2K_32f_C1R(p + y0 * s, stride * 4, lo.data(), n * 4, hi.data(), n * 4, {n, rows},
-                                              px),
-              "the 9/7 row pass");
-        for (int y = 0; y < rows; ++y) {
-          float* row = p + (y0 + y) * s;
-          std::memcpy(row + w, &keep[size_t(y) * after], sizeof(float) * after);
-          if (!bq) {
-            std::memcpy(row, &lo[size_t(y) * n], sizeof(float) * nl);
-            std::memcpy(row + nl, &hi[size_t(y) * n], sizeof(float) * nh);
-            continue;
+      const int groups = CeilDivPos(h, kRows), runs = std::max(1, std::min(groups, 4 * threads));
+      std::vector<BandQuant> part(size_t(runs), bq ? *bq : BandQuant{});
+      Parallel(runs, threads, [&](int k) {
+        std::vector<float> kp(size_t(after) * kRows), lo(size_t(n) * kRows), hi(size_t(n) * kRows);
+        BandQuant& q = part[size_t(k)];
+        for (int y0 = groups * k / runs * kRows; y0 < std::min(h, groups * (k + 1) / runs * kRows); y0 += kRows) {
+          const int rows = std::min(kRows, h - y0);
+          for (int y = 0; y < rows; ++y) {
+            float* row = p + (y0 + y) * s;
+            std::memcpy(&kp[size_t(y) * after], row + w, sizeof(float) * after);
+            for (int i = -4; i < 0; ++i) row[i] = row[Reflect(i, w)];
+            for (int i = w; i < 2 * n + 4; ++i) row[i] = row[Reflect(i, w)];
           }
-          int32_t* qrow = bq->plane + size_t(y0 + y) * bq->stride;
-          if (y0 + y < bq->lowRows) {
-            std::memcpy(row, &lo[size_t(y) * n], sizeof(float) * nl);
-            bq->tooLarge |= QuantizeRow(&hi[size_t(y) * n], qrow + nl, nh, bq->invHL, &bq->maxHL);
-          } else {
-            bq->tooLarge |= QuantizeRow(&lo[size_t(y) * n], qrow, nl, bq->invLH, &bq->maxLH);
-            bq->tooLarge |= QuantizeRow(&hi[size_t(y) * n], qrow + nl, nh, bq->invHH, &bq->maxHH);
+          Check(rvtiWTFwdRow_D97_JPEG2K_32f_C1R(p + y0 * s, stride * 4, lo.data(), n * 4, hi.data(), n * 4,
+                                                {n, rows}, px),
+                "the 9/7 row pass");
+          for (int y = 0; y < rows; ++y) {
+            float* row = p + (y0 + y) * s;
+            std::memcpy(row + w, &kp[size_t(y) * after], sizeof(float) * after);
+            if (!bq) {
+              std::memcpy(row, &lo[size_t(y) * n], sizeof(float) * nl);
+              std::memcpy(row + nl, &hi[size_t(y) * n], sizeof(float) * nh);
+              continue;
+            }
+            int32_t* qrow = q.plane + size_t(y0 + y) * q.stride;
+            if (y0 + y < q.lowRows) {
+              std::memcpy(row, &lo[size_t(y) * n], sizeof(float) * nl);
+              q.tooLarge |= QuantizeRow(&hi[size_t(y) * n], qrow + nl, nh, q.invHL, &q.maxHL);
+            } else {
+              q.tooLarge |= QuantizeRow(&lo[size_t(y) * n], qrow, nl, q.invLH, &q.maxLH);
+              q.tooLarge |= QuantizeRow(&hi[size_t(y) * n], qrow + nl, nh, q.invHH, &q.maxHH);
+            }
           }
         }
+      });
+      if (bq) {
+        for (const BandQuant& q : part) {
+          bq->tooLarge |= q.tooLarge;
+          bq->maxHL = std::max(bq->maxHL, q.maxHL);
+          bq->maxLH = std::max(bq->maxLH, q.maxLH);
+          bq->maxHH = std::max(bq->maxHH, q.maxHH);
+        }
+        bq->done = true;
       }
-      if (bq) bq->done = true;
     }
   }
 };
@@ -353,12 +472,44 @@ struct Component {
   std::vector<std::vector<Band>> res;
 };
 
+// A coefficient plane left uninitialized (every sample the coder reads is
+// written first): a fresh allocation of this size comes straight from the
+// kernel, so zeroing it would only add a pass and a page fault per 4 KiB;
+// in 2 MiB pieces the kernel may back it with huge pages.
+class Plane {
+ public:
+  void Reset(size_t n) {
+    Free();
+    const size_t huge = size_t(2) << 20, bytes = (n * sizeof(int32_t) + huge - 1) / huge * huge;
+    p_ = static_cast<int32_t*>(std::aligned_alloc(huge, bytes));
+    if (!p_) throw Fail{"out of memory"};
+#ifdef MADV_HUGEPAGE
+    madvise(p_, bytes, MADV_HUGEPAGE);
+#endif
+  }
+  int32_t* data() { return p_; }
+  Plane() = default;
+  Plane(Plane&& o) noexcept : p_(o.p_) { o.p_ = nullptr; }
+  Plane& operator=(Plane&& o) noexcept {
+    std::swap(p_, o.p_);
+    return *this;
+  }
+  ~Plane() { Free(); }
+
+ private:
+  void Free() {
+    std::free(p_);
+    p_ = nullptr;
+  }
+  int32_t* p_ = nullptr;
+};
+
 struct Tile {
   int x0, y0, x1, y1;
   // Per component: the coefficients, row y at base[c] + y * stride.  The
   // 9/7 path keeps them where its float samples were (the plane with the
   // wavelet's border), so the indices need no second plane.
-  std::vector<std::vector<int32_t>> plane;
+  std::vector<Plane> plane;
   std::vector<int32_t*> base;
   size_t stride = 0;
   int32_t* At(int c, int x, int y) { return base[size_t(c)] + size_t(y) * stride + size_t(x); }
@@ -379,10 +530,15 @@ struct Encoder {
   int W = 0, H = 0, C = 0, TW = 0, TH = 0, levels = 0;
   std::vector<Tile> tiles;
   std::vector<double> bandDelta, bandNorm;  // per QCD entry
+  MappedPnm8 pnm8;  // the samples, when an 8-bit PNM (img.samples stays empty)
 
   void Load() {
     std::string err;
-    if (!rvtjpeg::ReadImage16(opt.in, &img, &err)) throw Fail{err};
+    if (pnm8.Open(opt.in)) {
+      img.width = pnm8.width, img.height = pnm8.height, img.channels = pnm8.channels, img.precision = 8;
+    } else if (!rvtjpeg::ReadImage16(opt.in, &img, &err)) {
+      throw Fail{err};
+    }
     W = img.width;
     H = img.height;
     C = img.channels;
@@ -503,6 +659,17 @@ struct Encoder {
     }
   }
 
+  // f(y0, rows) over runs of rows covering 0..h-1, shared out between the
+  // threads.
+  template <class F>
+  void RowRuns(int h, F f) {
+    const int runs = std::max(1, std::min(h, 4 * opt.threads));
+    Parallel(runs, opt.threads, [&](int k) {
+      const int y0 = int(int64_t(h) * k / runs), y1 = int(int64_t(h) * (k + 1) / runs);
+      if (y1 > y0) f(y0, y1 - y0);
+    });
+  }
+
   // Level-shifted samples, component transform, wavelet, quantization.
   void Transform(Tile& t) {
     const int prec = img.precision, shift = 1 << (prec - 1);
@@ -511,42 +678,42 @@ struct Encoder {
     // All components in one pass over the interleaved samples (rows shared
     // out between threads): dst[c] + y * stride is row y of component c.
     auto allSamples = [&](auto* const* dst, size_t stride) {
+      auto row = [&](const auto* src, int y) {
+        if (C == 3) {
+          SplitRow3(src, dst[0] + size_t(y) * stride, dst[1] + size_t(y) * stride, dst[2] + size_t(y) * stride, tw,
+                    shift);
+        } else {
+          auto* r0 = dst[0] + size_t(y) * stride;
+          using T = std::remove_reference_t<decltype(r0[0])>;
+          for (int x = 0; x < tw; ++x) r0[x] = T(int32_t(src[x]) - shift);
+        }
+      };
       const int parts = std::max(1, std::min(opt.threads, th));
       Parallel(parts, opt.threads, [&](int k) {
         for (int y = th * k / parts; y < th * (k + 1) / parts; ++y) {
-          const uint16_t* src = &img.samples[(size_t(t.y0 + y) * size_t(W) + size_t(t.x0)) * size_t(C)];
-          if (C == 3) {
-            auto* r0 = dst[0] + size_t(y) * stride;
-            auto* r1 = dst[1] + size_t(y) * stride;
-            auto* r2 = dst[2] + size_t(y) * stride;
-            using T = std::remove_reference_t<decltype(r0[0])>;
-            for (int x = 0; x < tw; ++x) {
-              r0[x] = T(int32_t(src[3 * x]) - shift);
-              r1[x] = T(int32_t(src[3 * x + 1]) - shift);
-              r2[x] = T(int32_t(src[3 * x + 2]) - shift);
-            }
-          } else {
-            auto* r0 = dst[0] + size_t(y) * stride;
-            using T = std::remove_reference_t<decltype(r0[0])>;
-            for (int x = 0; x < tw; ++x) r0[x] = T(int32_t(src[x]) - shift);
-          }
+          const size_t at = (size_t(t.y0 + y) * size_t(W) + size_t(t.x0)) * size_t(C);
+          if (pnm8.samples) row(pnm8.samples + at, y);
+          else row(&img.samples[at], y);
         }
       });
     };
     // With -threads N the components' wavelets (and quantizers) run side
     // by side; the component transform before them takes all three.
-    t.plane.assign(size_t(C), std::vector<int32_t>());
+    t.plane.clear();
+    t.plane.resize(size_t(C));
     t.base.assign(size_t(C), nullptr);
     if (!opt.lossy) {
-      Parallel(C, opt.threads, [&](int c) { t.plane[size_t(c)].resize(n); });
+      for (int c = 0; c < C; ++c) t.plane[size_t(c)].Reset(n);
       for (int c = 0; c < C; ++c) t.base[size_t(c)] = t.plane[size_t(c)].data();
       t.stride = size_t(tw);
       int32_t* ip[3] = {};
       for (int c = 0; c < C; ++c) ip[c] = t.plane[size_t(c)].data();
       allSamples(ip, size_t(tw));
       if (C == 3) {
-        int32_t* p[3] = {t.plane[0].data(), t.plane[1].data(), t.plane[2].data()};
-        Check(rvtiRCTFwd_JPEG2K_32s_P3IR(p, tw * 4, {tw, th}), "the RCT");
+        RowRuns(th, [&](int y0, int rows) {
+          int32_t* p[3] = {t.base[0] + size_t(y0) * tw, t.base[1] + size_t(y0) * tw, t.base[2] + size_t(y0) * tw};
+          Check(rvtiRCTFwd_JPEG2K_32s_P3IR(p, tw * 4, {tw, rows}), "the RCT");
+        });
       }
       Parallel(C, opt.threads, [&](int c) {
         std::vector<uint8_t> buf;
@@ -566,16 +733,30 @@ struct Encoder {
     // Float planes with the wavelet's border around them.
     const int fs = tw + 2 * kBorder;
     float* fp[3] = {};
-    Parallel(C, opt.threads, [&](int c) {
-      t.plane[size_t(c)].resize(size_t(fs) * (th + 2 * kBorder));
-      int32_t* origin = t.plane[size_t(c)].data() + size_t(kBorder) * fs + kBorder;
+    for (int c = 0; c < C; ++c) {
+      // The border is zeroed (the passes extend into it, but read whole
+      // vectors), the samples are written below.
+      Plane& pl = t.plane[size_t(c)];
+      pl.Reset(size_t(fs) * (th + 2 * kBorder));
+      std::memset(pl.data(), 0, sizeof(int32_t) * size_t(fs) * kBorder);
+      std::memset(pl.data() + size_t(fs) * (kBorder + th), 0, sizeof(int32_t) * size_t(fs) * kBorder);
+      for (int y = 0; y < th; ++y) {
+        int32_t* row = pl.data() + size_t(fs) * (kBorder + y);
+        std::memset(row, 0, sizeof(int32_t) * kBorder);
+        std::memset(row + kBorder + tw, 0, sizeof(int32_t) * kBorder);
+      }
+      int32_t* origin = pl.data() + size_t(kBorder) * fs + kBorder;
       t.base[size_t(c)] = origin;
       fp[c] = reinterpret_cast<float*>(origin);
-    });
+    }
     t.stride = size_t(fs);
     allSamples(fp, size_t(fs));
-    if (C == 3) Check(rvtiICTFwd_JPEG2K_32f_P3IR(fp, fs * 4, {tw, th}), "the ICT");
-    Parallel(C, opt.threads, [&](int c) {
+    if (C == 3)
+      RowRuns(th, [&](int y0, int rows) {
+        float* p[3] = {fp[0] + size_t(y0) * fs, fp[1] + size_t(y0) * fs, fp[2] + size_t(y0) * fs};
+        Check(rvtiICTFwd_JPEG2K_32f_P3IR(p, fs * 4, {tw, rows}), "the ICT");
+      });
+    for (int c = 0; c < C; ++c) {
       Wavelet97 wt;
       auto& res = t.comp[size_t(c)].res;
       std::vector<bool> quantized(res.size(), false);
@@ -586,7 +767,8 @@ struct Encoder {
         const std::vector<Band>& bands = res[size_t(levels - d)];
         BandQuant bq{t.base[size_t(c)], size_t(fs), bands[0].h, float(1.0 / bands[0].delta),
                      float(1.0 / bands[1].delta), float(1.0 / bands[2].delta)};
-        wt.Level(fp[c], fs, CeilDiv(t.x1, 1 << d) - rx0, CeilDiv(t.y1, 1 << d) - ry0, rx0 & 1, ry0 & 1, &bq);
+        wt.Level(fp[c], fs, CeilDiv(t.x1, 1 << d) - rx0, CeilDiv(t.y1, 1 << d) - ry0, rx0 & 1, ry0 & 1, &bq,
+                 opt.threads);
         if (bq.tooLarge) throw Fail{"coefficient out of range"};
         quantized[size_t(levels - d)] = bq.done;
         if (bq.done) {
@@ -610,7 +792,7 @@ struct Encoder {
           }
           if (tooLarge) throw Fail{"coefficient out of range"};
         }
-    });
+    }
   }
 
   template <class F>
@@ -695,10 +877,13 @@ struct Encoder {
           "code-block coding");
     b.sf = sf;
     b.passes = passes;
+    // Lossless in one layer takes every pass: no distortions, no hull.
+    const bool allocate = opt.lossy || opt.layers > 1;
     b.rate.resize(size_t(passes));
-    b.dist.resize(size_t(passes));
+    b.dist.resize(allocate ? size_t(passes) : 0);
     for (int k = 0; k < passes; ++k) {
       Check(rvtiEncodeGetRate_JPEG2K(st, k, &b.rate[size_t(k)]), "the pass rates");
+      if (!allocate) continue;
       Check(rvtiEncodeGetDist_JPEG2K(st, k, &b.dist[size_t(k)]), "the pass distortions");
       b.dist[size_t(k)] *= bd.weight;
     }
@@ -708,7 +893,7 @@ struct Encoder {
       Check(rvtiEncodeStoreBits_JPEG2K_1u(b.data.data(), &len, st, &more), "storing the coded bytes");
       if (more || len != int32_t(b.data.size())) throw Fail{"code-block rate and data disagree"};
     }
-    Hull(b);
+    if (allocate) Hull(b);
   }
 
   // Truncation points on the upper convex hull of (rate, distortion
@@ -899,86 +1084,171 @@ struct Encoder {
 
   // ------------------------------------------------------ rate allocation
 
-  // Layer l's truncation at slope threshold lambda, never below layer l-1.
-  void Truncate(int l, double lambda) {
-    ForBlocks([&](Block& b) {
-      int n = l ? b.upto[size_t(l) - 1] : 0;
-      for (size_t h = 0; h < b.hullN.size() && b.hullSlope[h] >= lambda; ++h) n = std::max(n, b.hullN[h]);
-      b.upto[size_t(l)] = n;
-    });
+  // Header bits a packet spends on a block that goes from `sent` to `to`
+  // passes, roughly: inclusion and zero bit-planes when it first appears,
+  // the pass count, and per segment its length field (Lblock grown to fit,
+  // the growth itself ignored).  Only the allocator's first guess uses it;
+  // exact packet sizes correct it.
+  int HeaderBits(const Block& b, int sent, int to) const {
+    if (to == sent) return 1;
+    const int passes = to - sent;
+    int bits = (sent == 0 ? 5 : 1) + (passes == 1 ? 1 : passes == 2 ? 2 : passes <= 5 ? 4 : passes <= 36 ? 9 : 16) + 1;
+    for (int k = sent; k < to;) {
+      int take = 0;
+      while (k + take < to && !(take > 0 && EndsSeg(k + take - 1))) ++take;
+      const int32_t from = k ? b.rate[size_t(k) - 1] : 0;
+      const int lg = FloorLog2(uint32_t(take));
+      bits += std::max(3, BitLength(uint32_t(b.rate[size_t(k + take) - 1] - from)) - lg) + lg;
+      k += take;
+    }
+    return bits;
   }
 
+  // PCRD-opt.  Every block's hull steps, steepest first, form one list;
+  // since a block's slopes fall strictly, each prefix of it is the
+  // truncation at some slope threshold, and a layer is the longest prefix
+  // that fits its budget.  Estimated sizes (pass bytes plus HeaderBits) of
+  // every prefix come from one sweep; exact packet sizes, simulated from
+  // the packet coder's own state, correct the estimate in a few rounds and
+  // have the last word.  The bytes then left over go to the next steps of
+  // single blocks that still fit.
   void Allocate() {
     const int L = opt.layers;
-    ForBlocks([&](Block& b) { b.upto.assign(size_t(L), 0); });
+    std::vector<Block*> blocks;
+    ForBlocks([&](Block& b) {
+      b.upto.assign(size_t(L), 0);
+      blocks.push_back(&b);
+    });
     std::vector<TileState> committed;
     for (Tile& t : tiles) committed.push_back(NewState(t));
     // Main header, EOC, and SOT + SOD per tile.
     Bytes h;
     WriteMainHeader(h, mh);
     size_t total = h.size() + 2 + 14 * tiles.size();
+    auto exact = [&](int l) {
+      std::vector<TileState> st = committed;
+      return double(total + LayerBytes(st, l));
+    };
     double full = 0;  // the last layer's target
     if (opt.lossy) {
       full = std::floor(double(W) * H * C * img.precision / 8 / opt.rate);
     } else {  // every pass in one layer
-      ForBlocks([&](Block& b) { b.upto[0] = b.passes; });
-      std::vector<TileState> st = committed;
-      full = double(total + LayerBytes(st, 0));
-      ForBlocks([&](Block& b) { b.upto[0] = 0; });
+      for (Block* b : blocks) b->upto[0] = b->passes;
+      full = exact(0);
+      for (Block* b : blocks) b->upto[0] = 0;
     }
-    double lo = INFINITY, hi = 0;
-    ForBlocks([&](Block& b) {
-      for (double s : b.hullSlope)
-        if (std::isfinite(s) && s > 0) lo = std::min(lo, s), hi = std::max(hi, s);
-    });
-    if (!(lo <= hi)) lo = hi = 1;
+    struct Step {
+      double slope;
+      Block* b;
+      int n;
+    };
+    std::vector<Step> steps;
+    for (Block* b : blocks)
+      for (size_t i = 0; i < b->hullN.size(); ++i) steps.push_back({b->hullSlope[i], b, b->hullN[i]});
+    std::stable_sort(steps.begin(), steps.end(), [](const Step& x, const Step& y) { return x.slope > y.slope; });
+    size_t done = 0;  // steps in the layers so far
+    std::vector<double> est;
     for (int l = 0; l < L; ++l) {
-      auto fits = [&](double target) {
-        std::vector<TileState> st = committed;
-        return double(total + LayerBytes(st, l)) <= target;
-      };
+      auto base = [&](const Block* b) { return l ? b->upto[size_t(l) - 1] : 0; };
       if (!opt.lossy && l == L - 1) {
-        ForBlocks([&](Block& b) { b.upto[size_t(l)] = b.passes; });
+        for (Block* b : blocks) b->upto[size_t(l)] = b->passes;
         break;
       }
       const double target = std::floor(full / std::ldexp(1.0, L - 1 - l));
-      Truncate(l, 0);
-      if (!fits(target)) {
-        // Bisection on log(lambda): a lambda whose stream fits is kept.
-        double a = std::log(lo) - 1, b = std::log(hi) + 1;
-        for (int it = 0; it < 40; ++it) {
-          const double m = (a + b) / 2;
-          Truncate(l, std::exp(m));
-          if (fits(target)) b = m;
-          else a = m;
-        }
-        Truncate(l, std::exp(b));
-        // The threshold moves whole passes of many blocks at once; the bytes
-        // left go to the steepest next steps that still fit.
-        struct Step {
-          double slope;
-          Block* b;
-          int n;
-        };
-        std::vector<Step> steps;
-        ForBlocks([&](Block& bk) {
-          for (size_t h = 0; h < bk.hullN.size(); ++h)
-            if (bk.hullN[h] > bk.upto[size_t(l)]) {
-              steps.push_back({bk.hullSlope[h], &bk, bk.hullN[h]});
-              break;
-            }
-        });
-        std::sort(steps.begin(), steps.end(), [](const Step& x, const Step& y) { return x.slope > y.slope; });
-        int misses = 0;
-        for (const Step& s : steps) {
-          const int old = s.b->upto[size_t(l)];
-          s.b->upto[size_t(l)] = s.n;
-          if (!fits(target)) {
-            s.b->upto[size_t(l)] = old;
-            if (++misses == 32) break;
+      // The layer with the first m steps.
+      auto take = [&](size_t m) {
+        for (Block* b : blocks) b->upto[size_t(l)] = base(b);
+        for (size_t i = done; i < m; ++i) steps[i].b->upto[size_t(l)] = std::max(steps[i].b->upto[size_t(l)], steps[i].n);
+      };
+      // est[i]: estimated bytes of the layer with the first done + i steps.
+      take(done);
+      est.assign(1, 0);
+      double bits = 0;
+      for (Block* b : blocks) bits += HeaderBits(*b, base(b), base(b));
+      double body = 0;
+      for (size_t i = done; i < steps.size(); ++i) {
+        Block& b = *steps[i].b;
+        int& cur = b.upto[size_t(l)];
+        const int from = base(&b), n = std::max(cur, steps[i].n);
+        body += double((n ? b.rate[size_t(n) - 1] : 0) - (cur ? b.rate[size_t(cur) - 1] : 0));
+        bits += HeaderBits(b, from, n) - HeaderBits(b, from, cur);
+        cur = n;
+        est.push_back(body + bits / 8);
+      }
+      const size_t most = steps.size() - done;
+      // Longest prefix whose estimate, corrected by `corr`, fits.
+      auto longest = [&](double corr) {
+        size_t m = 0;
+        while (m < most && total + est[m + 1] + corr <= target) ++m;
+        return m;
+      };
+      size_t m = most;
+      take(done + m);
+      double size = exact(l);
+      if (size > target) {
+        // A few rounds of guess and measure, then bisection between the
+        // longest prefix known to fit and the shortest known not to.
+        size_t good = SIZE_MAX, bad = m;
+        double corr = size - (total + est[m]);
+        for (int round = 0; round < 4; ++round) {
+          const size_t g = longest(corr);
+          if (g == m) break;
+          m = g;
+          take(done + m);
+          size = exact(l);
+          if (size <= target) {
+            if (good == SIZE_MAX || m > good) good = m;
+          } else {
+            bad = std::min(bad, m);
           }
+          corr = size - (total + est[m]);
+        }
+        if (good == SIZE_MAX) {
+          take(done);
+          if (exact(l) > target) bad = 0;  // headers alone overflow: keep the layer empty
+          good = 0;
+        }
+        while (bad > good + 1) {
+          const size_t mid = good + (bad - good) / 2;
+          take(done + mid);
+          (exact(l) <= target ? good : bad) = mid;
+        }
+        m = good;
+        take(done + m);
+        size = exact(l);
+        // Leftover bytes: the next steps of single blocks, steepest first,
+        // as far as their estimated cost fits; kept when the exact size
+        // agrees.
+        double slack = target - size;
+        std::vector<std::pair<Block*, int>> extra;
+        for (size_t i = done + m; i < steps.size() && slack > 0; ++i) {
+          Block& b = *steps[i].b;
+          const int cur = b.upto[size_t(l)], from = base(&b);
+          if (steps[i].n <= cur) continue;
+          const double cost = double(b.rate[size_t(steps[i].n) - 1] - (cur ? b.rate[size_t(cur) - 1] : 0)) +
+                              (HeaderBits(b, from, steps[i].n) - HeaderBits(b, from, cur) + 7) / 8.0 + 1;
+          if (cost > slack) continue;
+          extra.push_back({&b, cur});
+          b.upto[size_t(l)] = steps[i].n;
+          slack -= cost;
+        }
+        if (!extra.empty() && exact(l) > target) {
+          // The longest run of them that fits, by bisection.
+          std::vector<int> all(extra.size());
+          for (size_t i = 0; i < extra.size(); ++i) all[i] = extra[i].first->upto[size_t(l)];
+          auto keep = [&](size_t j) {
+            for (size_t i = extra.size(); i-- > 0;) extra[i].first->upto[size_t(l)] = i < j ? all[i] : extra[i].second;
+          };
+          size_t in = 0, out = extra.size();
+          while (out > in + 1) {
+            const size_t mid = in + (out - in) / 2;
+            keep(mid);
+            (exact(l) <= target ? in : out) = mid;
+          }
+          keep(in);
         }
       }
+      done += m;
       total += LayerBytes(committed, l);
     }
   }

@@ -100,6 +100,7 @@ done
 check "$tmp/w16.pgm" $((61 * 47 * 2)) -mode 3 -layers 2
 check "$tmp/w16.ppm" $((31 * 29 * 6)) -levels 3 -jp2
 check "$tmp/w16.ppm" $((31 * 29 * 6)) -mode 60 -cblk 4x8
+check "$tmp/astro.ppm" $((512 * 512 * 3)) -threads 3 -layers 2
 
 # Lossy: at the size opj_compress -r R -I gives, OpenJPEG decodes our file
 # without complaint at a PSNR no more than 0.3 dB below its own.
@@ -130,6 +131,11 @@ lossy() {  # SRC BYTES R "OPJ OPTIONS" OUR OPTIONS...
     echo "FAIL $(basename "$src") -rate $rate $*: rvtj2k refused"
     fail=1
     return
+  fi
+  # Threads share out rows, column strips and code-blocks: the bytes stay.
+  if ! "$tool" encode "$src" "$tmp/t.j2k" -rate "$rate" "$@" -threads 3 || ! cmp -s "$tmp/o.j2k" "$tmp/t.j2k"; then
+    echo "FAIL $(basename "$src") -rate $rate $*: other bytes with -threads 3"
+    fail=1
   fi
   if opj_decompress -i "$tmp/o.j2k" -o "$tmp/o.$ext" 2>&1 | grep -qiE "warning|error"; then
     echo "FAIL $(basename "$src") -rate $rate $*: opj_decompress complains"
