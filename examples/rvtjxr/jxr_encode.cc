@@ -130,6 +130,7 @@ class Encoder {
  private:
   void LoadPlanes();
   void Transform();
+  void Quantize(int mx, int my, int32_t* out);
   bool Tile(int tx, int ty, std::vector<Stream>& bands, std::string* error);
   bool Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vector<Stream>& bands,
                   std::vector<PredInfo>& row, std::vector<PredInfo>& prev, std::string* error);
@@ -155,8 +156,6 @@ class Encoder {
   std::vector<int> tileX_, tileY_;
   std::vector<Plane> planes_;
   Plane half_[2];  // 4:2:x chroma at half width, rows linear
-  // per macroblock, per channel: the quantized DC and LP coefficients
-  std::vector<int32_t> dclp_;
   std::array<int32_t, 16> dcStep_{}, lpStep_{}, hpStep_{};
   std::array<Quantizer, 16> dcQ_{}, lpQ_{}, hpQ_{};
   std::vector<uint8_t> state_;
@@ -287,49 +286,51 @@ void Encoder::Downsample() {
   }
 }
 
-// The forward transform of every plane, then per macroblock the second
-// level over the block DCs and the quantization of all coefficients (HP
-// in place in the planes, DC and LP into dclp_).
+// The forward transform of every plane; the second level and the
+// quantization wait for each macroblock's turn in the coder (Quantize).
 void Encoder::Transform() {
   for (int ch = 0; ch < nc_; ++ch) {
     if (sub_ && ch > 0) ForwardTransformChroma(planes_[size_t(ch)].data(), mbw_, mbh_, format_ == k420, opt_.overlap);
     else ForwardTransform(planes_[size_t(ch)].data(), mbw_, mbh_, opt_.overlap);
   }
-  dclp_.assign(size_t(mbw_) * mbh_ * 16 * nc_, 0);
-  for (int my = 0; my < mbh_; ++my) {
-    for (int mx = 0; mx < mbw_; ++mx) {
-      for (int ch = 0; ch < nc_; ++ch) {
-        const int bw = BlocksWide(ch), nb = bw * BlocksHigh(ch);
-        int32_t d[16];
-        for (int b = 0; b < nb; ++b) {
-          const int32_t v = Block(ch, mx, my, b % bw, b / bw)[0];
-          // chroma block DCs carry one bit less under scaled arithmetic
-          d[b] = (scaled_ && ch > 0) ? (v + 1) >> 1 : v;
-        }
-        if (nb == 16) {
-          rvtiPCTFwd_JPEGXR_32s_C1IR(d, 16, {4, 4});
-        } else {
-          // the chroma second level: the decoder's 2x2 butterflies undone,
-          // then (4:2:2) the lifting pair between the halves' DCs
-          ButterflyInv2x2(d[0], d[1], d[2], d[3]);
-          if (nb == 8) {
-            ButterflyInv2x2(d[4], d[5], d[6], d[7]);
-            d[4] -= d[0];
-            d[0] += (d[4] + 1) >> 1;
-          }
-        }
-        int32_t* o = dclp_.data() + (size_t(my) * mbw_ + mx) * 16 * nc_ + 16 * ch;
-        o[0] = dcQ_[size_t(ch)](d[0]);
-        const Quantizer lp = lpQ_[size_t(ch)];
-        for (int k = 1; k < nb; ++k) o[k] = lp(d[k]);
-        const int32_t shp = hpStep_[size_t(ch)];
-        if (shp == 1) continue;
-        const Quantizer hp = hpQ_[size_t(ch)];
-        for (int b = 0; b < nb; ++b) {
-          int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
-          for (int k = 1; k < 16; ++k) blk[k] = hp(blk[k]);
-        }
+}
+
+// Macroblock (mx, my)'s second level over its block DCs and the
+// quantization of all its coefficients: HP in place in the planes, DC and
+// LP into o (16 per channel).  Run just before the macroblock is coded, so
+// its blocks are read and written once while they are in cache.
+void Encoder::Quantize(int mx, int my, int32_t* out) {
+  for (int ch = 0; ch < nc_; ++ch) {
+    const int bw = BlocksWide(ch), nb = bw * BlocksHigh(ch);
+    int32_t d[16];
+    for (int b = 0; b < nb; ++b) {
+      const int32_t v = Block(ch, mx, my, b % bw, b / bw)[0];
+      // chroma block DCs carry one bit less under scaled arithmetic
+      d[b] = (scaled_ && ch > 0) ? (v + 1) >> 1 : v;
+    }
+    if (nb == 16) {
+      rvtiPCTFwd_JPEGXR_32s_C1IR(d, 16, {4, 4});
+    } else {
+      // the chroma second level: the decoder's 2x2 butterflies undone,
+      // then (4:2:2) the lifting pair between the halves' DCs
+      ButterflyInv2x2(d[0], d[1], d[2], d[3]);
+      if (nb == 8) {
+        ButterflyInv2x2(d[4], d[5], d[6], d[7]);
+        d[4] -= d[0];
+        d[0] += (d[4] + 1) >> 1;
       }
+    }
+    int32_t* o = out + 16 * ch;
+    std::fill(o, o + 16, 0);
+    o[0] = dcQ_[size_t(ch)](d[0]);
+    const Quantizer lp = lpQ_[size_t(ch)];
+    for (int k = 1; k < nb; ++k) o[k] = lp(d[k]);
+    const int32_t shp = hpStep_[size_t(ch)];
+    if (shp == 1) continue;
+    const Quantizer hp = hpQ_[size_t(ch)];
+    for (int b = 0; b < nb; ++b) {
+      int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
+      for (int k = 1; k < 16; ++k) blk[k] = hp(blk[k]);
     }
   }
 }
@@ -352,7 +353,8 @@ bool Encoder::Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vec
              std::to_string(my);
     return false;
   };
-  const int32_t* actual = dclp_.data() + (size_t(my) * mbw_ + mx) * 16 * nc_;
+  int32_t actual[48];
+  Quantize(mx, my, actual);
 
   // DC and LP prediction, as the decoder will make it
   const PredInfo* l = left ? nullptr : &row[size_t(i - 1)];
