@@ -130,6 +130,7 @@ class Encoder {
  private:
   void LoadPlanes();
   void Transform();
+  void Quantize(int mx, int my, int32_t* out);
   bool Tile(int tx, int ty, std::vector<Stream>& bands, std::string* error);
   bool Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vector<Stream>& bands,
                   std::vector<PredInfo>& row, std::vector<PredInfo>& prev, std::string* error);
@@ -144,7 +145,6 @@ class Encoder {
   }
   int BlocksWide(int ch) const { return sub_ && ch > 0 ? 2 : 4; }
   int BlocksHigh(int ch) const { return sub_ && ch > 0 && format_ == k420 ? 2 : 4; }
-  void Downsample();
 
   const Picture& pic_;
   const EncodeOptions& opt_;
@@ -154,9 +154,6 @@ class Encoder {
   int mbw_ = 0, mbh_ = 0;
   std::vector<int> tileX_, tileY_;
   std::vector<Plane> planes_;
-  Plane half_[2];  // 4:2:x chroma at half width, rows linear
-  // per macroblock, per channel: the quantized DC and LP coefficients
-  std::vector<int32_t> dclp_;
   std::array<int32_t, 16> dcStep_{}, lpStep_{}, hpStep_{};
   std::array<Quantizer, 16> dcQ_{}, lpQ_{}, hpQ_{};
   std::vector<uint8_t> state_;
@@ -178,6 +175,17 @@ void ScatterRow(const int32_t* row, int32_t* plane, int y, int mbw) {
   }
 }
 
+// A row of half the padded width into a 4:2:0 or 4:2:2 chroma channel.
+void ScatterChromaRow(const int32_t* row, int32_t* plane, int y, int mbw, bool q) {
+  std::array<uint16_t, 8> o{};
+  for (int x = 0; x < 8; ++x) o[size_t(x)] = uint16_t(ChromaAt(x, q ? (y & 7) : (y & 15), 1, q));
+  const int mbRows = q ? 8 : 16, mbSize = q ? 64 : 128;
+  int32_t* mb = plane + size_t(y / mbRows) * mbw * mbSize;
+  for (int m = 0; m < mbw; ++m, mb += mbSize, row += 8) {
+    for (int x = 0; x < 8; ++x) mb[o[size_t(x)]] = row[x];
+  }
+}
+
 // The chroma down-sampling filter, 1 4 6 4 1 with rounding.
 inline int32_t Taps5(int32_t d0, int32_t d1, int32_t d2, int32_t d3, int32_t d4) {
   return (((d1 + d2 + d3) << 2) + (d2 << 1) + d0 + d4 + 8) >> 4;
@@ -187,18 +195,33 @@ inline int32_t Taps5(int32_t d0, int32_t d1, int32_t d2, int32_t d3, int32_t d4)
 // and, for colour, through the reversible RGB-to-YUV lifting the decoder
 // undoes; lossy images carry three more bits.  Row by row: each padded row
 // is converted once into linear rows, then scattered into the macroblock
-// layout; 4:2:x chroma rows are filtered to half width on the way (the
-// 1 4 6 4 1 filter centred on the even samples, mirrored at the padded
-// row's ends) and Downsample finishes them.
+// layout.  4:2:x chroma is down-sampled as jxrlib's encoder does it: a
+// 1 4 6 4 1 filter centred on the even samples, horizontally first
+// (mirrored at the padded row's ends), then (4:2:0) down the half-width
+// rows, mirrored at the padded image's top and bottom; the half-width rows
+// live in a ring of 8, each output row made as soon as its lowest tap is.
 void Encoder::LoadPlanes() {
   const int pw = mbw_ * 16, ph = mbh_ * 16, cw = pw / 2;
-  planes_.assign(size_t(sub_ ? 1 : nc_), {});
+  const bool q = format_ == k420;
+  planes_.assign(size_t(nc_), {});
   planes_[0].resize(size_t(pw) * ph);
-  for (int ch = 1; ch < nc_ && !sub_; ++ch) planes_[size_t(ch)].resize(size_t(pw) * ph);
-  if (sub_) {
-    half_[0].resize(size_t(cw) * ph);
-    half_[1].resize(size_t(cw) * ph);
-  }
+  for (int ch = 1; ch < nc_; ++ch) planes_[size_t(ch)].resize(sub_ ? size_t(mbw_) * mbh_ * (q ? 64 : 128) : size_t(pw) * ph);
+  std::vector<int32_t> ring(sub_ ? size_t(cw) * 16 : 0), line(sub_ ? size_t(cw) : 0);
+  auto half = [&](int c, int y) { return ring.data() + size_t(c * 8 + (y & 7)) * cw; };
+  auto mirror = [ph](int i) { return i < 0 ? -i : i >= ph ? 2 * (ph - 1) - i : i; };
+  // half-width row y (4:2:2) or the filtered row y (4:2:0) of chroma c
+  auto emit = [&](int c, int y) {
+    const int32_t* v;
+    if (q) {
+      const int32_t* r[5];
+      for (int k = 0; k < 5; ++k) r[k] = half(c, mirror(2 * y - 2 + k));
+      for (int x = 0; x < cw; ++x) line[size_t(x)] = Taps5(r[0][x], r[1][x], r[2][x], r[3][x], r[4][x]);
+      v = line.data();
+    } else {
+      v = half(c, y);
+    }
+    ScatterChromaRow(v, planes_[size_t(c + 1)].data(), y, mbw_, q);
+  };
   const int shift = scaled_ ? 3 : 0;
   const int32_t mid = int32_t(1) << (pic_.bits - 1);
   const int cn = pic_.channels, w = pic_.width;
@@ -244,92 +267,60 @@ void Encoder::LoadPlanes() {
       r[-1] = r[1];
       r[pw] = r[pw - 2];
       r[pw + 1] = r[pw - 3];
-      int32_t* h = half_[c].data() + size_t(y) * cw;
+      int32_t* h = half(c, y);
       for (int x = 0; x < cw; ++x) h[x] = Taps5(r[2 * x - 2], r[2 * x - 1], r[2 * x], r[2 * x + 1], r[2 * x + 2]);
+      if (!q) emit(c, y);
+      else if ((y & 1) == 0 && y >= 2) emit(c, y / 2 - 1);  // taps down to row y
+      else if (y == ph - 1) emit(c, ph / 2 - 1);              // the last one's mirror
     }
   }
 }
 
-// Chroma to half height (4:2:0; 4:2:2 keeps it) as jxrlib's encoder does:
-// the same filter down the half-width rows LoadPlanes left, mirrored at the
-// padded image's top and bottom, into the chroma macroblock layout.
-void Encoder::Downsample() {
-  const int pw = mbw_ * 16, ph = mbh_ * 16, cw = pw / 2;
-  const bool q = format_ == k420;
-  const int oh = q ? ph / 2 : ph;
-  auto mirror = [ph](int i) { return i < 0 ? -i : i >= ph ? 2 * (ph - 1) - i : i; };
-  std::vector<int32_t> line(static_cast<size_t>(cw));
-  planes_.resize(3);
-  for (int c = 0; c < 2; ++c) {
-    const int32_t* half = half_[c].data();
-    Plane& out = planes_[size_t(c + 1)];
-    out.resize(size_t(mbw_) * mbh_ * (q ? 64 : 128));
-    for (int y = 0; y < oh; ++y) {
-      const int32_t* v;
-      if (q) {
-        const int32_t* r[5];
-        for (int k = 0; k < 5; ++k) r[k] = half + size_t(mirror(2 * y - 2 + k)) * cw;
-        for (int x = 0; x < cw; ++x) line[size_t(x)] = Taps5(r[0][x], r[1][x], r[2][x], r[3][x], r[4][x]);
-        v = line.data();
-      } else {
-        v = half + size_t(y) * cw;
-      }
-      // 8 samples of a chroma macroblock row at a time
-      std::array<uint16_t, 8> o{};
-      for (int x = 0; x < 8; ++x) o[size_t(x)] = uint16_t(ChromaAt(x, q ? (y & 7) : (y & 15), 1, q));
-      const int mbRows = q ? 8 : 16, mbSize = q ? 64 : 128;
-      int32_t* mb = out.data() + size_t(y / mbRows) * mbw_ * mbSize;
-      for (int m = 0; m < mbw_; ++m, mb += mbSize, v += 8) {
-        for (int x = 0; x < 8; ++x) mb[o[size_t(x)]] = v[x];
-      }
-    }
-    Plane().swap(half_[c]);
-  }
-}
-
-// The forward transform of every plane, then per macroblock the second
-// level over the block DCs and the quantization of all coefficients (HP
-// in place in the planes, DC and LP into dclp_).
+// The forward transform of every plane; the second level and the
+// quantization wait for each macroblock's turn in the coder (Quantize).
 void Encoder::Transform() {
   for (int ch = 0; ch < nc_; ++ch) {
     if (sub_ && ch > 0) ForwardTransformChroma(planes_[size_t(ch)].data(), mbw_, mbh_, format_ == k420, opt_.overlap);
     else ForwardTransform(planes_[size_t(ch)].data(), mbw_, mbh_, opt_.overlap);
   }
-  dclp_.assign(size_t(mbw_) * mbh_ * 16 * nc_, 0);
-  for (int my = 0; my < mbh_; ++my) {
-    for (int mx = 0; mx < mbw_; ++mx) {
-      for (int ch = 0; ch < nc_; ++ch) {
-        const int bw = BlocksWide(ch), nb = bw * BlocksHigh(ch);
-        int32_t d[16];
-        for (int b = 0; b < nb; ++b) {
-          const int32_t v = Block(ch, mx, my, b % bw, b / bw)[0];
-          // chroma block DCs carry one bit less under scaled arithmetic
-          d[b] = (scaled_ && ch > 0) ? (v + 1) >> 1 : v;
-        }
-        if (nb == 16) {
-          rvtiPCTFwd_JPEGXR_32s_C1IR(d, 16, {4, 4});
-        } else {
-          // the chroma second level: the decoder's 2x2 butterflies undone,
-          // then (4:2:2) the lifting pair between the halves' DCs
-          ButterflyInv2x2(d[0], d[1], d[2], d[3]);
-          if (nb == 8) {
-            ButterflyInv2x2(d[4], d[5], d[6], d[7]);
-            d[4] -= d[0];
-            d[0] += (d[4] + 1) >> 1;
-          }
-        }
-        int32_t* o = dclp_.data() + (size_t(my) * mbw_ + mx) * 16 * nc_ + 16 * ch;
-        o[0] = dcQ_[size_t(ch)](d[0]);
-        const Quantizer lp = lpQ_[size_t(ch)];
-        for (int k = 1; k < nb; ++k) o[k] = lp(d[k]);
-        const int32_t shp = hpStep_[size_t(ch)];
-        if (shp == 1) continue;
-        const Quantizer hp = hpQ_[size_t(ch)];
-        for (int b = 0; b < nb; ++b) {
-          int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
-          for (int k = 1; k < 16; ++k) blk[k] = hp(blk[k]);
-        }
+}
+
+// Macroblock (mx, my)'s second level over its block DCs and the
+// quantization of all its coefficients: HP in place in the planes, DC and
+// LP into o (16 per channel).  Run just before the macroblock is coded, so
+// its blocks are read and written once while they are in cache.
+void Encoder::Quantize(int mx, int my, int32_t* out) {
+  for (int ch = 0; ch < nc_; ++ch) {
+    const int bw = BlocksWide(ch), nb = bw * BlocksHigh(ch);
+    int32_t d[16];
+    for (int b = 0; b < nb; ++b) {
+      const int32_t v = Block(ch, mx, my, b % bw, b / bw)[0];
+      // chroma block DCs carry one bit less under scaled arithmetic
+      d[b] = (scaled_ && ch > 0) ? (v + 1) >> 1 : v;
+    }
+    if (nb == 16) {
+      rvtiPCTFwd_JPEGXR_32s_C1IR(d, 16, {4, 4});
+    } else {
+      // the chroma second level: the decoder's 2x2 butterflies undone,
+      // then (4:2:2) the lifting pair between the halves' DCs
+      ButterflyInv2x2(d[0], d[1], d[2], d[3]);
+      if (nb == 8) {
+        ButterflyInv2x2(d[4], d[5], d[6], d[7]);
+        d[4] -= d[0];
+        d[0] += (d[4] + 1) >> 1;
       }
+    }
+    int32_t* o = out + 16 * ch;
+    std::fill(o, o + 16, 0);
+    o[0] = dcQ_[size_t(ch)](d[0]);
+    const Quantizer lp = lpQ_[size_t(ch)];
+    for (int k = 1; k < nb; ++k) o[k] = lp(d[k]);
+    const int32_t shp = hpStep_[size_t(ch)];
+    if (shp == 1) continue;
+    const Quantizer hp = hpQ_[size_t(ch)];
+    for (int b = 0; b < nb; ++b) {
+      int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
+      for (int k = 1; k < 16; ++k) blk[k] = hp(blk[k]);
     }
   }
 }
@@ -352,7 +343,8 @@ bool Encoder::Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vec
              std::to_string(my);
     return false;
   };
-  const int32_t* actual = dclp_.data() + (size_t(my) * mbw_ + mx) * 16 * nc_;
+  int32_t actual[48];
+  Quantize(mx, my, actual);
 
   // DC and LP prediction, as the decoder will make it
   const PredInfo* l = left ? nullptr : &row[size_t(i - 1)];
@@ -598,7 +590,6 @@ bool Encoder::Run(std::vector<uint8_t>* out, std::string* error) {
   state_.assign(size_t(size), 0);
 
   LoadPlanes();
-  if (sub_) Downsample();
   Transform();
 
   // tiles' packets, by tile and band
