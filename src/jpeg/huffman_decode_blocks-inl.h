@@ -121,7 +121,8 @@ HWY_NOINLINE void BuildDcTable(const DecodeHuffmanSpec* t, FastTable<kDcBits>* o
 
 // The AC lookup, codes of up to 8 bits from the careful reader's lookup and
 // longer ones from its search.  Per 8-bit prefix only the value bits of
-// the kBits bits differ.
+// the kBits bits differ, and only when code and value end past the
+// prefix: the short codes that cover most prefixes take one entry each.
 template <int kBits>
 HWY_NOINLINE void BuildAcTable(const DecodeHuffmanSpec* t, FastTable<kBits>* out) {
   constexpr uint32_t kSpread = 1u << (kBits - 8);
@@ -131,7 +132,7 @@ HWY_NOINLINE void BuildAcTable(const DecodeHuffmanSpec* t, FastTable<kBits>* out
     uint64_t* dst = out->e + p * kSpread;
     if (len - 1 < 8) {
       const uint32_t sym = le & 0xFF, s = sym & 15;
-      if (s == 0 || len + s > uint32_t(kBits)) {
+      if (s == 0 || len + s <= 8 || len + s > uint32_t(kBits)) {
         const uint64_t e = AcEntry<kBits>(len, sym, p * kSpread);
         for (uint32_t j = 0; j < kSpread; ++j) dst[j] = e;
       } else {
