@@ -1701,6 +1701,26 @@ RvtResult rvtiVLCEncodeCBPHP_JPEGXR_32s1u(const int32_t* pCBP, const int32_t* pL
  * lift instead.  Any float is accepted as a scale. */
 RvtResult rvtiWTInvRowScaled_D97_JPEG2K_32f_C1R(const float* pSrcLow, int32_t srcLowStep, const float* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, float* pDst, int32_t dstStep, int32_t phase, float lowScale, float highScale);
 RvtResult rvtiWTInvColScaled_D97_JPEG2K_32f_C1R(const float* pSrcLow, int32_t srcLowStep, const float* pSrcHigh, int32_t srcHighStep, ImageSize srcRoiSize, float* pDst, int32_t dstStep, int32_t phase, float lowScale, float highScale);
+/* ---------------------------- JPEG fused chroma up-sampling + colour rows (additions) */
+/* One RGB output row of a 4:2:0 frame in one pass: exactly
+ * rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1 of the Cb rows (pCbNear, pCbFar)
+ * and of the Cr rows (pCrNear, pCrFar), with srcWidth = (width + 1) / 2,
+ * followed by rvtiYCbCrToRGB_JPEG_8u_P3C3R of the Y row pY and the first
+ * width up-sampled samples, so its bytes are those of the two steps.
+ * Reads width Y samples and (width + 1) / 2 of each chroma row, writes
+ * 3 * width bytes; no intermediate rows.  Checks: the six pointers in
+ * argument order (rvtStatusNullPtr), then width < 1 (rvtStatusSize). */
+RvtResult rvtiYCbCr420ToRGBRow_Triangle_JPEG_8u_P3C3R(const uint8_t* pY, const uint8_t* pCbNear,
+                                                      const uint8_t* pCbFar, const uint8_t* pCrNear,
+                                                      const uint8_t* pCrFar, uint8_t* pDst,
+                                                      int32_t width);
+/* The 4:2:2 twin: rvtiSampleUpRowH2V1_Triangle_JPEG_8u_C1 of pCb and pCr
+ * (srcWidth = (width + 1) / 2), then the colour conversion of the row.
+ * Checks: the four pointers in argument order (rvtStatusNullPtr), then
+ * width < 1 (rvtStatusSize). */
+RvtResult rvtiYCbCr422ToRGBRow_Triangle_JPEG_8u_P3C3R(const uint8_t* pY, const uint8_t* pCb,
+                                                      const uint8_t* pCr, uint8_t* pDst,
+                                                      int32_t width);
 #ifdef __cplusplus
 }
 #endif

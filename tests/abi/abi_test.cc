@@ -1321,6 +1321,26 @@ uint64_t Jpeg2kScaled97Digest() {
   return d.value();
 }
 
+// The fused up-sampling + colour rows: random rows of several widths
+// (short ones for the scalar edges, long ones through the vector steps),
+// chroma near the ends of the range included.
+uint64_t UpsampleColorDigest() {
+  Digest d;
+  for (const int width : {1, 2, 3, 17, 64, 131, 1000, 4001}) {
+    const size_t cw = size_t(width + 1) / 2;
+    const std::vector<uint8_t> y = Random<uint8_t>(size_t(width), 71, 0, 255),
+                               cbn = Random<uint8_t>(cw, 72, 0, 255), cbf = Random<uint8_t>(cw, 73, 0, 40),
+                               crn = Random<uint8_t>(cw, 74, 200, 255), crf = Random<uint8_t>(cw, 75, 0, 255);
+    std::vector<uint8_t> out(3 * size_t(width));
+    d.Status(rvtiYCbCr420ToRGBRow_Triangle_JPEG_8u_P3C3R(y.data(), cbn.data(), cbf.data(), crn.data(),
+                                                         crf.data(), out.data(), width));
+    d.Add(out);
+    d.Status(rvtiYCbCr422ToRGBRow_Triangle_JPEG_8u_P3C3R(y.data(), cbf.data(), crn.data(), out.data(), width));
+    d.Add(out);
+  }
+  return d.value();
+}
+
 TEST(Abi, FamiliesGiveTheirDefinedResults) {
   struct Family {
     const char* name;
@@ -1351,7 +1371,8 @@ TEST(Abi, FamiliesGiveTheirDefinedResults) {
                           Family{"BC6H encoding", Bc6hEncodeDigest, 0x1b90ef71bca9530eull},
                           Family{"BC7 encoding", Bc7EncodeDigest, 0xfc14cba258492aa3ull},
                           Family{"JPEG XR HP pattern encoder", JpegXrCbpEncodeDigest, 0xdc4ad661d913438full},
-                          Family{"JPEG 2000 scaled 9/7 inverse", Jpeg2kScaled97Digest, 0xf997f3d7a3bbf761ull}}) {
+                          Family{"JPEG 2000 scaled 9/7 inverse", Jpeg2kScaled97Digest, 0xf997f3d7a3bbf761ull},
+                          Family{"fused up-sampling and colour rows", UpsampleColorDigest, 0xe5bac7792e35d920ull}}) {
     EXPECT_EQ(f.digest(), f.want) << f.name << ": 0x" << std::hex << f.digest();
   }
 }
