@@ -835,14 +835,28 @@ std::vector<test::Case> DecodeCases(test::Rng& rng, int band) {
     std::vector<uint8_t> st = NewState(f.format, f.channels);
     std::vector<uint8_t> data(1 << 16, 0), flex(1 << 15, 0);
     int32_t pos = 0, fpos = 0;
-    const int scan = int(rng.Uniform(0, 1)), trim = int(rng.Uniform(0, 2));
+    // HP cases start from model bits over and under the trim (refinement
+    // read block-wise, bit-wise or not at all) with magnitudes around them
+    int hpBits[2] = {0, 0};
+    if (band == kBandHP) {
+      for (int j = 0; j < 2; ++j) hpBits[j] = int(rng.Uniform(0, 10));
+      auto& mb = reinterpret_cast<vlc::State*>(st.data())->modelBits[vlc::kHP];
+      mb[0] = hpBits[0], mb[1] = hpBits[1];
+    }
+    const int scan = int(rng.Uniform(0, 1)), trim = int(rng.Uniform(0, band == kBandHP ? 5 : 2));
     const bool sep = rng.Uniform(0, 1);
     std::vector<int32_t> cbp(size_t(f.channels));
     const int mbs = int(rng.Uniform(1, 6));
     std::vector<uint8_t> start = st;
     int32_t spos = 0, sfpos = 0;
     for (int i = 0; i < mbs; ++i) {
-      const Mb m = RandomMb(rng, f.channels, int(rng.Uniform(0, 3)));
+      Mb m = RandomMb(rng, f.channels, int(rng.Uniform(0, 3)));
+      if (band == kBandHP && rng.Uniform(0, 1)) {
+        for (size_t k = 0; k < m.hp.size(); ++k) {
+          const int b = hpBits[k >= 256] + 2;
+          if (k % 16 && rng.Uniform(0, 2)) m.hp[k] = int32_t(rng.Uniform(0, 2u << b)) - int32_t(1 << b);
+        }
+      }
       if (i == mbs - 1) start = st, spos = pos, sfpos = fpos;
       if (band == kBandDC) rvtiVLCEncodeDC_JPEGXR_32s1u(m.dclp.data(), S(st), data.data(), 1 << 16, &pos);
       if (band == kBandLP) rvtiVLCEncodeLP_JPEGXR_32s1u(m.dclp.data(), S(st), data.data(), 1 << 16, &pos);
