@@ -592,8 +592,11 @@ void TryPartitioned(const Tile& t, int mode, int partition, bool opaque, const E
 // Mode 4 or 5 with a rotation (alpha swapped with channel rotation - 1
 // before fitting, as the decoder swaps it back) and, mode 4, an index
 // selection (1: the colour takes the 3-bit indices).
+// Opaque tiles stay opaque: the slot that decodes to alpha (alpha itself
+// without rotation, else the colour channel swapped into it) must hold the
+// all-ones code in both endpoints, or the candidate is dropped.
 template <class K>
-void TryRotated(const Tile& t, int mode, int rotation, int selection, const Effort& eff, Block* best) {
+void TryRotated(const Tile& t, int mode, int rotation, int selection, bool opaque, const Effort& eff, Block* best) {
   const bptc_decode::Bc7Mode& m = kBc7Modes[mode];
   Tile r = t;
   if (rotation) std::memcpy(r.c[3], t.c[rotation - 1], 64), std::memcpy(r.c[rotation - 1], t.c[3], 64);
@@ -602,8 +605,12 @@ void TryRotated(const Tile& t, int mode, int rotation, int selection, const Effo
   const Format fa{{0, 0, 0, ab}, 0, selection ? m.index_bits : m.index2_bits, 8};
   const Fit colour = FitSubset<K>(r, fc, 0xFFFF, eff);
   if (colour.err >= best->err) return;
+  if (opaque && rotation && (colour.e.q[0][rotation - 1] != (1 << cb) - 1 || colour.e.q[1][rotation - 1] != (1 << cb) - 1)) {
+    return;
+  }
   const Fit alpha = FitSubset<K>(r, fa, 0xFFFF, eff);
   if (colour.err + alpha.err >= best->err) return;
+  if (opaque && !rotation && (alpha.e.q[0][3] != (1 << ab) - 1 || alpha.e.q[1][3] != (1 << ab) - 1)) return;
   Block b;
   b.err = colour.err + alpha.err;
   b.mode = mode, b.rotation = rotation, b.selection = selection;
@@ -843,7 +850,7 @@ struct Shape {
 template <class K>
 void TryShape(const Tile& t, const Shape& sh, bool opaque, const Effort& eff, Block* best) {
   if (sh.mode == 4 || sh.mode == 5) {
-    TryRotated<K>(t, sh.mode, sh.part, sh.sel, eff, best);
+    TryRotated<K>(t, sh.mode, sh.part, sh.sel, opaque, eff, best);
   } else {
     TryPartitioned<K>(t, sh.mode, sh.part, opaque, eff, best);
   }
@@ -858,7 +865,9 @@ void TryShape(const Tile& t, const Shape& sh, bool opaque, const Effort& eff, Bl
 // alpha: modes 6, 7 (4 partitions), 5 and 4 over their rotations and index
 // selections; then the winner's shape again with every p-bit choice
 // measured and two rounds.  Quality 2: that search over 8 two-subset
-// partitions, then the winner's shape again with four rounds and each code
+// partitions, opaque tiles also modes 5 and 4 over their rotations and
+// index selections (a channel with its own indices wins on tiles where one
+// channel's detail does not follow the others'), then the winner's shape again with four rounds and each code
 // and p-bit moved by one while the error drops.  The least squared RGBA
 // error wins (the first tried on a tie).
 template <class K>
@@ -895,7 +904,7 @@ void EncodeTile(const Tile& t, int quality, uint8_t out[16]) {
   } else {
     for (int i = 0; i < n2; ++i) trial(7, parts[i], 0);
   }
-  if (!opaque) {
+  if (!opaque || quality >= 2) {
     for (int r = 0; r < 4; ++r) {
       trial(5, r, 0);
       trial(4, r, 0);
