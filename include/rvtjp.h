@@ -1668,9 +1668,9 @@ RvtResult rvtiVLCDecodeCBPHP_JPEGXR_1u32s(const uint8_t* pSrc, int32_t srcLen, i
  * close their subsets lie to lines; opaque tiles try modes 6, 1 and 3 over
  * the 4 best, 0 and 2 over 2; tiles with alpha modes 6, 7 (4 partitions),
  * 5 and 4 (every rotation and index selection); the winner is fitted again
- * with every p-bit choice measured.  Quality 2 (best): that search over 8
- * two-subset partitions, and the winner refined further with each endpoint
- * code and p-bit moved by one while the error drops. */
+ * with every p-bit choice measured.  Quality 2 (best): that search over 8 two-subset
+ * partitions, opaque tiles also modes 5 and 4 over every rotation and index selection
+ * (alpha kept at 255), then each endpoint code and p-bit moved by one while the error drops. */
 RvtResult rvtiTextureEncodeBlockFromRGBA_BC7_8u_C4C1R(const uint8_t* pSrc, int32_t srcStep,
                                                       uint8_t* pDst, ImageSize roiSize, int quality);
 /* ---------------------------- JPEG XR coefficient coding: HP block pattern encoder */
