@@ -141,6 +141,27 @@ struct FixedOps {
 };
 
 // ---------------------------------------------------------------- passes
+// The vector columns of an inverse column pass, for either lifting form:
+// `inv` turns the lows and highs about row i into the pair of output rows.
+// Returns the first column left to the scalar tail.
+template <class Ops, class T, class Inv>
+HWY_INLINE int32_t ColInvVectors(const T* s, int32_t ss, const T* dd, int32_t ds, T* x, int32_t xs,
+                                 int32_t w, int32_t h, int32_t p, Inv inv) {
+  const int32_t N = int32_t(hn::Lanes(typename Ops::D()));
+  int32_t c = 0;
+  for (; c + N <= w; c += N) {
+    for (int32_t i = 0; i < h; ++i) {
+      auto lo = [&](int k) { return Ops::Load(At(s, ptrdiff_t(ss) * (i + k)) + c); };
+      auto hi = [&](int k) { return Ops::Load(At(dd, ptrdiff_t(ds) * (i + k)) + c); };
+      typename Ops::V sc, dv;
+      inv(lo, hi, sc, dv);
+      Ops::Store(sc, At(x, ptrdiff_t(xs) * (2 * i + p)) + c);
+      Ops::Store(dv, At(x, ptrdiff_t(xs) * (2 * i + 1 - p)) + c);
+    }
+  }
+  return c;
+}
+
 template <class Ops>
 struct Kernels {
   using T = typename Ops::T;
@@ -263,22 +284,13 @@ struct Kernels {
   }
   static void ColInvPlane(const T* s, int32_t ss, const T* dd, int32_t ds, T* x, int32_t xs, int32_t w,
                      int32_t h, int32_t p) {
-    const int32_t N = Lanes();
-    int32_t c = 0;
-    for (; c + N <= w; c += N) {
-      for (int32_t i = 0; i < h; ++i) {
-        auto lo = [&](int k) { return Ops::Load(At(s, ptrdiff_t(ss) * (i + k)) + c); };
-        auto hi = [&](int k) { return Ops::Load(At(dd, ptrdiff_t(ds) * (i + k)) + c); };
-        V sc, dv;
-        if (p) {
-          Inverse<1>(lo, hi, sc, dv);
-        } else {
-          Inverse<0>(lo, hi, sc, dv);
-        }
-        Ops::Store(sc, At(x, ptrdiff_t(xs) * (2 * i + p)) + c);
-        Ops::Store(dv, At(x, ptrdiff_t(xs) * (2 * i + 1 - p)) + c);
+    const int32_t c = ColInvVectors<Ops>(s, ss, dd, ds, x, xs, w, h, p, [&](auto lo, auto hi, V& sc, V& dv) {
+      if (p) {
+        Inverse<1>(lo, hi, sc, dv);
+      } else {
+        Inverse<0>(lo, hi, sc, dv);
       }
-    }
+    });
     Ref::ColInvPlane(s, ss, dd, ds, x, xs, w, h, p, c);
   }
   static void LiftFwd(const T* p0, const T* p1, const T* p2, T* p3, T* p4, T* p5, T* p6, T* p7,
@@ -612,22 +624,13 @@ struct ScaledKernels {
   }
   static void ColInvPlane(const float* s, int32_t ss, const float* dd, int32_t ds, float* x, int32_t xs,
                           int32_t w, int32_t h, int32_t p, float ls, float hs) {
-    const int32_t N = Lanes();
-    int32_t c = 0;
-    for (; c + N <= w; c += N) {
-      for (int32_t i = 0; i < h; ++i) {
-        auto lo = [&](int k) { return Ops::Load(At(s, ptrdiff_t(ss) * (i + k)) + c); };
-        auto hi = [&](int k) { return Ops::Load(At(dd, ptrdiff_t(ds) * (i + k)) + c); };
-        V sc, dv;
-        if (p) {
-          Inverse<1>(lo, hi, ls, hs, sc, dv);
-        } else {
-          Inverse<0>(lo, hi, ls, hs, sc, dv);
-        }
-        Ops::Store(sc, At(x, ptrdiff_t(xs) * (2 * i + p)) + c);
-        Ops::Store(dv, At(x, ptrdiff_t(xs) * (2 * i + 1 - p)) + c);
+    const int32_t c = ColInvVectors<Ops>(s, ss, dd, ds, x, xs, w, h, p, [&](auto lo, auto hi, V& sc, V& dv) {
+      if (p) {
+        Inverse<1>(lo, hi, ls, hs, sc, dv);
+      } else {
+        Inverse<0>(lo, hi, ls, hs, sc, dv);
       }
-    }
+    });
     ScaledRef::ColInvPlane(s, ss, dd, ds, x, xs, w, h, p, ls, hs, c);
   }
 };
