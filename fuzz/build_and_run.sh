@@ -50,7 +50,8 @@ sources=(src/jpeg2k/t1.cc src/jpeg/huffman_tables.cc src/jpeg/huffman_encode.cc 
          src/texture/bptc_decode.cc src/jpegxr/vlc.cc core/rvtcore.cc src/texture/ycocg_dxt5.cc examples/rvttex/dds.cc
          examples/rvtjxr/jxr_container.cc examples/rvtjxr/jxr_decode.cc examples/rvtjxr/jxr_filters.cc fuzz/jxr_exports_ref.cc
          src/jpeg2k/wt53.cc src/jpeg2k/wt97.cc src/jpeg2k/ct.cc examples/rvtj2k/j2k_decode.cc fuzz/j2k_exports_ref.cc
-         src/jpeg/dct_inv.cc src/jpeg/quant.cc src/jpeg/sampling.cc src/jpeg/color_inv.cc src/jpeg/huffman_stats.cc)
+         src/jpeg/dct_inv.cc src/jpeg/quant.cc src/jpeg/sampling.cc src/jpeg/color_inv.cc src/jpeg/huffman_stats.cc
+         src/jpeg/upsample_color.cc)
 objs=()
 for s in "${sources[@]}"; do
   o="$out/obj/$(basename "${s%.cc}").o"

@@ -48,6 +48,8 @@ RVT_REF_DECL(rvtiQuantInvTableInit_JPEG_8u16u)
 RVT_REF_DECL(rvtiSampleUpRowH2V1_Triangle_JPEG_8u_C1)
 RVT_REF_DECL(rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1)
 RVT_REF_DECL(rvtiYCbCrToRGB_JPEG_8u_P3C3R)
+RVT_REF_DECL(rvtiYCbCr422ToRGBRow_Triangle_JPEG_8u_P3C3R)
+RVT_REF_DECL(rvtiYCbCr420ToRGBRow_Triangle_JPEG_8u_P3C3R)
 #undef RVT_REF_DECL
 }  // namespace rvt
 
@@ -83,6 +85,8 @@ RVT_REF_DECL(rvtiYCbCrToRGB_JPEG_8u_P3C3R)
 #define rvtiSampleUpRowH2V1_Triangle_JPEG_8u_C1 RVT_CALL(rvtiSampleUpRowH2V1_Triangle_JPEG_8u_C1)
 #define rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1 RVT_CALL(rvtiSampleUpRowH2V2_Triangle_JPEG_8u_C1)
 #define rvtiYCbCrToRGB_JPEG_8u_P3C3R RVT_CALL(rvtiYCbCrToRGB_JPEG_8u_P3C3R)
+#define rvtiYCbCr422ToRGBRow_Triangle_JPEG_8u_P3C3R RVT_CALL(rvtiYCbCr422ToRGBRow_Triangle_JPEG_8u_P3C3R)
+#define rvtiYCbCr420ToRGBRow_Triangle_JPEG_8u_P3C3R RVT_CALL(rvtiYCbCr420ToRGBRow_Triangle_JPEG_8u_P3C3R)
 
 #include "../examples/rvtjpeg/decoder.cc"
 #include "../examples/rvtjpeg/progressive.cc"
