@@ -211,23 +211,24 @@ void DecodeFrameRows(RunFn fn, const std::vector<uint8_t>& in, int len, std::vec
   }
 }
 
-// The frame encoded one MCU row (240 MCUs of 6 blocks) per call of the run
-// encoder, flushed at the end as the block encoder's frame is.
+// The frame encoded one MCU row (240 MCUs of 6 blocks, or 480 of 3) per
+// call of the run encoder, flushed at the end as the block encoder's frame
+// is.
 using EncRunFn = decltype(&rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1);
-int EncodeFrameRows(EncRunFn fn, std::vector<uint8_t>& out) {
-  const Frame& f = TheFrame();
+int EncodeFrameRows(EncRunFn fn, std::vector<uint8_t>& out, bool s444 = false) {
+  const Frame& f = TheFrame(s444);
   const Tables& t = TheTables();
   EncodeHuffmanState st;
   rvtiEncodeHuffmanStateInit_JPEG_8u(&st);
-  static const int comp[6] = {0, 0, 0, 0, 1, 2};
   const EncodeHuffmanSpec* dcs[4] = {&t.edc[0].spec, &t.edc[1].spec, &t.edc[1].spec, nullptr};
   const EncodeHuffmanSpec* acs[4] = {&t.eac[0].spec, &t.eac[1].spec, &t.eac[1].spec, nullptr};
   int16_t dc[4] = {0, 0, 0, 0};
   int pos = 0, ndone = 0;
   const int len = int(out.size());
-  for (int my = 0; my < kMcuY; ++my) {
-    fn(&f.blocks[size_t(my) * kMcuX * 6 * 64], out.data(), len, &pos, kMcuX, comp, 6, dc, dcs,
-       acs, &st, &ndone);
+  const size_t row = size_t(f.mcux) * size_t(f.bpm) * 64;
+  for (int my = 0; my < f.mcuy; ++my) {
+    fn(&f.blocks[size_t(my) * row], out.data(), len, &pos, f.mcux, McuPattern(s444), f.bpm, dc,
+       dcs, acs, &st, &ndone);
   }
   rvtiEncodeHuffman8x8_JPEG_16s1u_C1(nullptr, out.data(), len, &pos, nullptr, nullptr, nullptr,
                                      &st, 1);
@@ -246,8 +247,8 @@ void Report(benchmark::State& s) {
 
 // Entropy-coded data of libjpeg-turbo's frame: our encoder must give the
 // same bytes (same tables, same coefficients).
-std::vector<uint8_t> LibjpegScanData() {
-  const test::JpegScan scan = test::ParseJpeg(TheFrame().jpeg);
+std::vector<uint8_t> LibjpegScanData(bool s444 = false) {
+  const test::JpegScan scan = test::ParseJpeg(TheFrame(s444).jpeg);
   return std::vector<uint8_t>(scan.bytes.begin() + long(scan.data_start), scan.bytes.end() - 2);
 }
 
@@ -277,6 +278,10 @@ void ReadCoefsOnce(const std::vector<uint8_t>& jpeg, bool transcode = false) {
   jpeg_finish_decompress(&d);
   jpeg_destroy_decompress(&d);
 }
+
+// Least time of libjpeg-turbo's jpeg_write_coefficients (to memory, the
+// tables and sampling of the JPEG) of the coefficients read once from it.
+double LibjpegWriteMs(const std::vector<uint8_t>& jpeg);
 
 // Least time per MCU row over repeats, summed over the rows: on a shared
 // machine the least of many short runs is the one nothing interrupted.
@@ -316,24 +321,59 @@ double MinMs(Body body, int repeats = 7) {
   return best;
 }
 
-// Encoding in one run: the block encoder, the run encoder (one call per MCU
-// row) and libjpeg-turbo's share of a transcode that writes (transcode
-// minus read), each the least of several frames.
+double LibjpegWriteMs(const std::vector<uint8_t>& jpeg) {
+  jpeg_decompress_struct d;
+  jpeg_error_mgr err;
+  d.err = jpeg_std_error(&err);
+  jpeg_create_decompress(&d);
+  jpeg_mem_src(&d, jpeg.data(), static_cast<unsigned long>(jpeg.size()));
+  jpeg_read_header(&d, TRUE);
+  jvirt_barray_ptr* arrays = jpeg_read_coefficients(&d);
+  const double ms = MinMs([&] {
+    jpeg_compress_struct c;
+    jpeg_error_mgr cerr;
+    c.err = jpeg_std_error(&cerr);
+    jpeg_create_compress(&c);
+    unsigned char* out = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&c, &out, &size);
+    jpeg_copy_critical_parameters(&d, &c);
+    jpeg_write_coefficients(&c, arrays);
+    jpeg_finish_compress(&c);
+    jpeg_destroy_compress(&c);
+    benchmark::DoNotOptimize(out);
+    free(out);
+  });
+  jpeg_finish_decompress(&d);
+  jpeg_destroy_decompress(&d);
+  return ms;
+}
+
+// Encoding in one run, per sampling: the block encoder (4:2:0 only), the
+// run encoder (one call per MCU row) and libjpeg-turbo writing the
+// coefficients it read from its own JPEG (jpeg_write_coefficients to
+// memory, as jpegtran does), each the least of several frames.
 void PrintEncodeComparison() {
-  std::vector<uint8_t> out(TheFrame().nblocks() * 200);
-  const auto lj = LibjpegScanData();
-  const int n = EncodeFrameRows(rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1, out);
-  const bool same = size_t(n) == lj.size() && std::equal(lj.begin(), lj.end(), out.begin());
-  const double block = MinMs([&] { EncodeFrame(rvtiEncodeHuffman8x8_JPEG_16s1u_C1, out); });
-  const double run = MinMs([&] { EncodeFrameRows(rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1, out); });
-  const double read = MinMs([] { ReadCoefsOnce(TheFrame().jpeg, false); });
-  const double transcode = MinMs([] { ReadCoefsOnce(TheFrame().jpeg, true); });
-  const double write = transcode - read;
-  std::printf("encode run scan %s libjpeg-turbo's\n", same ? "identical to" : "DIFFERENT from");
-  std::printf("encode 4K: block encoder %.2f ms, run encoder %.2f ms, libjpeg-turbo write share "
-              "%.2f ms (transcode %.2f - read %.2f)\n", block, run, write, transcode, read);
-  std::printf("encode 4K ratios: run/block %.2fx, libjpeg-turbo/run %.2fx, libjpeg-turbo/block "
-              "%.2fx\n", block / run, write / run, write / block);
+  for (const bool s444 : {false, true}) {
+    const Frame& f = TheFrame(s444);
+    std::vector<uint8_t> out(f.nblocks() * 200);
+    const auto lj = LibjpegScanData(s444);
+    const int n = EncodeFrameRows(rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1, out, s444);
+    const bool same = size_t(n) == lj.size() && std::equal(lj.begin(), lj.end(), out.begin());
+    const double run =
+        MinMs([&] { EncodeFrameRows(rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1, out, s444); });
+    const double write = LibjpegWriteMs(f.jpeg);
+    const char* name = s444 ? "4:4:4" : "4:2:0";
+    std::printf("encode %s run scan %s libjpeg-turbo's\n", name,
+                same ? "identical to" : "DIFFERENT from");
+    if (!s444) {
+      const double block = MinMs([&] { EncodeFrame(rvtiEncodeHuffman8x8_JPEG_16s1u_C1, out); });
+      std::printf("encode 4K 4:2:0: block encoder %.2f ms, run/block %.2fx, "
+                  "libjpeg-turbo/block %.2fx\n", block, block / run, write / block);
+    }
+    std::printf("encode 4K %s: run encoder %.2f ms, libjpeg-turbo jpeg_write_coefficients "
+                "%.2f ms, libjpeg-turbo/run %.2fx\n", name, run, write, write / run);
+  }
 }
 
 void PrintRowMins() {
@@ -411,12 +451,28 @@ void PrintDecodeComparison() {
 }
 
 // RVT_HUFFBENCH_ONCE=420 (or 444, or both): decode the frame once with the
-// run decoder and stop (for instruction counts under cachegrind).
+// run decoder and stop (for instruction counts under cachegrind); with
+// "enc" in the value, encode it once with the run encoder instead;
+// RVT_HUFFBENCH_ONCE=cmp prints the encode comparison alone.
 void DecodeOnceAndExit(const char* which) {
+  if (std::strcmp(which, "cmp") == 0) {
+    PrintEncodeComparison();
+    std::exit(0);
+  }
+  const bool enc = std::strstr(which, "enc") != nullptr;
   for (const bool s444 : {false, true}) {
     if (!std::strstr(which, s444 ? "444" : "420")) continue;
     const Frame& f = TheFrame(s444);
     std::vector<uint8_t> in(f.nblocks() * 200);
+    if (enc) {
+      const int n = EncodeFrameRows(rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1, in, s444);
+      const auto lj = LibjpegScanData(s444);
+      std::printf("%s encoded %s\n", s444 ? "4:4:4" : "4:2:0",
+                  size_t(n) == lj.size() && std::equal(lj.begin(), lj.end(), in.begin())
+                      ? "identical"
+                      : "DIFFERENT");
+      continue;
+    }
     const int len = EncodeFrame(test::Reference(impl_rvtiEncodeHuffman8x8_JPEG_16s1u_C1), in, s444);
     std::vector<int16_t> out(f.blocks.size());
     DecodeFrameRows(rvtiDecodeHuffman8x8Blocks_JPEG_1u16s_C1, in, len, out, s444);
@@ -461,6 +517,17 @@ int Register() {
                              benchmark::ClobberMemory();
                            }
                            Report(s);
+                         });
+  bench::RegisterTargets("HuffEncode4K444_Rows", impl_rvtiEncodeHuffman8x8Blocks_JPEG_16s1u_C1,
+                         [](benchmark::State& s, EncRunFn fn) {
+                           const Frame& f = TheFrame(true);
+                           std::vector<uint8_t> out(f.nblocks() * 200);
+                           for (auto _ : s) {
+                             benchmark::DoNotOptimize(EncodeFrameRows(fn, out, true));
+                             benchmark::ClobberMemory();
+                           }
+                           s.SetBytesProcessed(int64_t(double(s.iterations()) *
+                                                       double(f.nblocks()) * 128.0));
                          });
   bench::RegisterTargets("HuffDecode4K", impl_rvtiDecodeHuffman8x8_JPEG_1u16s_C1,
                          [](benchmark::State& s, DecFn fn) {

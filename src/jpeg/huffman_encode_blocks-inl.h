@@ -7,14 +7,19 @@
 // the end.  Each symbol (code and value bits together) is shifted into the
 // buffer; when the buffer fills, its eight bytes go out with one store when
 // none of them is 0xFF (tested a word at a time), else byte by byte with
-// the 0x00 after each 0xFF.  Each block's non-zero coefficients come from
-// one vector pass, as in the block kernel; long runs first build, per AC
-// table, the symbols of every small value after every short run with their
-// value bits, so most coefficients cost one look-up.  While the destination has room
-// for a block's worst case the kernel stores without bound checks; nearer
-// the end, and for a block holding a symbol without a code, it writes its
-// pending whole bytes out and hands the block to the block kernel from the
-// caller's state, which is where the careful writer takes over.
+// the 0x00 after each 0xFF.  One vector pass per block gives the mask of
+// its non-zero coefficients in zig-zag order and, per position, the row
+// offset and column of the coefficient in a table of small-value symbols,
+// so the symbol loop walks the set bits of the mask and codes a small
+// value after a short run with one subtraction, one look-up and one shift;
+// long runs first build that table per AC table.  Each block is coded by
+// a function of its own, which copies the run's registers in and out once,
+// so that the symbol loop has the machine's registers to itself.  While
+// the destination has room for a block's worst case the kernel stores
+// without bound checks; nearer the end, and for a block holding a symbol
+// without a code, it writes its pending whole bytes out and hands the
+// block to the block kernel from the caller's state, which is where the
+// careful writer takes over.
 #if defined(RVT_JPEG_HUFFMAN_ENCODE_BLOCKS_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef RVT_JPEG_HUFFMAN_ENCODE_BLOCKS_INL_H_
 #undef RVT_JPEG_HUFFMAN_ENCODE_BLOCKS_INL_H_
@@ -37,7 +42,8 @@ namespace ops = ::rvt::ops::HWY_NAMESPACE;
 
 // The registers of the run: bits right-aligned in buf (the newest lowest;
 // 64 - free of them valid, anything above them is shifted out before it
-// is stored) and the next destination byte.
+// is stored) and the next destination byte.  The run keeps them in locals
+// whose address never leaves it, so they stay in registers.
 struct Regs {
   uint64_t buf;
   int free;  // 1..64 between symbols
@@ -62,7 +68,7 @@ HWY_NOINLINE uint8_t* StoreStuffed(uint8_t* out, uint64_t w) {
 // leaves as one word.
 HWY_INLINE void Put(Regs& r, uint64_t v, int n) {
   r.free -= n;
-  if (r.free < 0) {
+  if (HWY_UNLIKELY(r.free < 0)) {
     // The old free count (0..n-1) brings the buffer's bits to the top; the
     // bits of v that do not fit stay in buf for the next word.
     const uint64_t w = (r.buf << (n + r.free)) | (v >> -r.free);
@@ -88,7 +94,7 @@ HWY_INLINE Regs Load(uint8_t* dst, int pos, const EncodeHuffmanState* st) {
 }
 
 // The whole pending bytes out (stuffed), the rest into the caller's state.
-HWY_NOINLINE void Commit(const Regs& r, uint8_t* dst, int* pos, EncodeHuffmanState* st) {
+HWY_NOINLINE void Commit(Regs r, uint8_t* dst, int* pos, EncodeHuffmanState* st) {
   int n = 64 - r.free;
   uint64_t left = n ? r.buf << r.free : 0;  // oldest bit in bit 63, zeros below
   uint8_t* out = r.out;
@@ -103,54 +109,128 @@ HWY_NOINLINE void Commit(const Regs& r, uint8_t* dst, int* pos, EncodeHuffmanSta
   st->count = n;
 }
 
-// The zig-zag values of a block and the mask of its non-zero ones.  Targets
-// whose vectors hold 32 lanes of 16 bits gather the block with two lane
-// permutes; the others read it through the zig-zag order as they go.
+// Small AC values: |v| <= kSmallMax.  A block's coefficients are first
+// turned, in zig-zag order, into columns of the small-symbol table: v + 32
+// for a small v (1..63), 32 for zero and 0 for any other value; column 0
+// (and 32) of every row is empty, so one look-up both codes a small value
+// and sends every other one to the general path.
+constexpr int kSmallBits = 5;
+constexpr int kSmallMax = (1 << kSmallBits) - 1;
+constexpr int kColumns = 2 * (kSmallMax + 1);  // 64
+constexpr int kZeroColumn = kSmallMax + 1;     // 32
+
+// Per zig-zag position k: k << 6 and (k + 1) << 6, the table row offsets
+// the run arithmetic works in.
+struct PositionRows {
+  alignas(64) uint16_t at[64];
+  alignas(64) uint16_t next[64];
+  constexpr PositionRows() : at(), next() {
+    for (int k = 0; k < 64; ++k) {
+      at[k] = uint16_t(k * kColumns);
+      next[k] = uint16_t((k + 1) * kColumns);
+    }
+  }
+};
+inline constexpr PositionRows kPositionRows{};
+
+// Per zig-zag position of a block: (k << 6) | column, so that the entry of
+// a coefficient after the one at position p is at[k] - ((p + 1) << 6) (the
+// run times 64 plus the column); and the mask of its non-zero
+// coefficients.  Targets whose vectors hold 32 lanes of 16 bits gather the
+// block with two lane permutes; the others gather it packed to bytes
+// (saturating, so large values stay large) with the block kernel's byte
+// shuffles.
+struct Columns {
+  alignas(64) uint16_t at[64];
+
 #if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
-struct Zigzag {
-  alignas(64) int16_t value[64];
   HWY_INLINE uint64_t Load(const int16_t* block) {
     const hn::Full512<int16_t> d16;
     const hn::RebindToUnsigned<decltype(d16)> du16;
     const auto lo = hn::LoadU(d16, block);
     const auto hi = hn::LoadU(d16, block + 32);
+    const auto bias = hn::Set(d16, kZeroColumn);
+    const auto limit = hn::Set(d16, kSmallMax + 1);
     uint8_t nz[8];
     for (int h = 0; h < 2; ++h) {
-      const auto z = ops::TwoTablesLookupLanes16(d16, lo, hi,
-                                                 hn::Load(du16, ::rvt::huffman_encode::kZigzagLanes.v + 32 * h));
-      hn::Store(z, d16, value + 32 * h);
+      const auto z = ops::TwoTablesLookupLanes16(
+          d16, lo, hi, hn::Load(du16, ::rvt::huffman_encode::kZigzagLanes.v + 32 * h));
+      // |-32768| reads as -32768, which passes the limit; its column is
+      // negative, and Max with 0 takes it back to 0 like every large value.
+      const auto c = hn::IfThenElseZero(hn::Lt(hn::Abs(z), limit), hn::Add(z, bias));
+      const auto row = hn::BitCast(d16, hn::Load(du16, kPositionRows.at + 32 * h));
+      hn::Store(hn::BitCast(du16, hn::Or(hn::Max(c, hn::Zero(d16)), row)), du16, at + 32 * h);
       hn::StoreMaskBits(d16, hn::Ne(z, hn::Zero(d16)), nz + 4 * h);
     }
     uint64_t m;
     std::memcpy(&m, nz, 8);
     return m;
   }
-  HWY_INLINE int32_t At(const int16_t*, int k) const { return value[k]; }
-};
 #else
-struct Zigzag {
-  HWY_INLINE uint64_t Load(const int16_t* block) { return he::NonZeroMask(block); }
-  HWY_INLINE int32_t At(const int16_t* block, int k) const { return block[kNaturalOfZigzag[k]]; }
-};
+  HWY_INLINE uint64_t Load(const int16_t* block) {
+    const hn::Full128<int16_t> d16;
+    const hn::Full128<int8_t> d8;
+    const hn::RebindToUnsigned<decltype(d8)> du8;
+    const hn::Full128<uint16_t> du16;
+    const hn::Rebind<int8_t, decltype(d16)> d8h;
+    const auto pack = [&](int i) {
+      return hn::Combine(d8, hn::DemoteTo(d8h, hn::LoadU(d16, block + 16 * i + 8)),
+                         hn::DemoteTo(d8h, hn::LoadU(d16, block + 16 * i)));
+    };
+    const auto p0 = pack(0), p1 = pack(1), p2 = pack(2), p3 = pack(3);
+    const auto& zs = ::rvt::huffman_encode::kZigzagShuffles;
+    const auto idx = [&](int j, int i) {
+      return hn::Load(d8, reinterpret_cast<const int8_t*>(zs.idx[j][i]));
+    };
+    const hn::Vec<decltype(d8)> z[4] = {
+        hn::Or(hn::Or(hn::TableLookupBytesOr0(p0, idx(0, 0)),
+                      hn::TableLookupBytesOr0(p1, idx(0, 1))),
+               hn::TableLookupBytesOr0(p2, idx(0, 2))),
+        hn::Or(hn::Or(hn::TableLookupBytesOr0(p0, idx(1, 0)),
+                      hn::TableLookupBytesOr0(p1, idx(1, 1))),
+               hn::Or(hn::TableLookupBytesOr0(p2, idx(1, 2)),
+                      hn::TableLookupBytesOr0(p3, idx(1, 3)))),
+        hn::Or(hn::Or(hn::TableLookupBytesOr0(p0, idx(2, 0)),
+                      hn::TableLookupBytesOr0(p1, idx(2, 1))),
+               hn::Or(hn::TableLookupBytesOr0(p2, idx(2, 2)),
+                      hn::TableLookupBytesOr0(p3, idx(2, 3)))),
+        hn::Or(hn::Or(hn::TableLookupBytesOr0(p1, idx(3, 1)),
+                      hn::TableLookupBytesOr0(p2, idx(3, 2))),
+               hn::TableLookupBytesOr0(p3, idx(3, 3)))};
+    uint8_t bits[8];
+    for (int j = 0; j < 4; ++j) {
+      hn::StoreMaskBits(d8, hn::Ne(z[j], hn::Zero(d8)), bits + 2 * j);
+      // -128 (saturated or not) has magnitude 128.
+      const auto small = hn::Eq(hn::And(hn::BitCast(du8, hn::Abs(z[j])), hn::Set(du8, 0xE0)),
+                                hn::Zero(du8));
+      const auto c =
+          hn::IfThenElseZero(small, hn::BitCast(du8, hn::Add(z[j], hn::Set(d8, kZeroColumn))));
+      const auto lo = hn::BitCast(du16, hn::ZipLower(c, hn::Zero(du8)));
+      const auto hi = hn::BitCast(du16, hn::ZipUpper(du8, c, hn::Zero(du8)));
+      hn::Store(hn::Or(lo, hn::Load(du16, kPositionRows.at + 16 * j)), du16, at + 16 * j);
+      hn::Store(hn::Or(hi, hn::Load(du16, kPositionRows.at + 16 * j + 8)), du16, at + 16 * j + 8);
+    }
+    uint64_t m;
+    std::memcpy(&m, bits, 8);
+    return m;
+  }
 #endif
+};
 
-// Symbols of small AC values with their value bits: entry
-// [run * kSmallStride + kSmallMax + 1 + v] for run 0..15 and 0 < |v| <=
-// kSmallMax holds (code << s | value bits) << 5 | (code length + s), so
-// one look-up and one shift put the whole symbol; 0 where the table has no
-// usable code (the symbol then takes the general path, which judges it).
-constexpr int kSmallBits = 5;
-constexpr int kSmallMax = (1 << kSmallBits) - 1;
-constexpr int kSmallStride = 2 * (kSmallMax + 1);
+// Symbols of small AC values with their value bits: entry (run << 6) +
+// column for run 0..15 holds (code << s | value bits) << 8 | (code length
+// + s), so one look-up puts the whole symbol; 0 in the empty columns and
+// where the table has no usable code (the symbol then takes the general
+// path, which judges it).
 struct SmallSymbols {
-  uint32_t e[16 * kSmallStride];
+  uint32_t e[16 * kColumns];
 };
 
 HWY_NOINLINE void BuildSmallSymbols(const EncodeHuffmanSpec* ac, SmallSymbols* t) {
   for (int run = 0; run < 16; ++run) {
-    uint32_t* row = t->e + run * kSmallStride + kSmallMax + 1;
+    uint32_t* row = t->e + run * kColumns + kZeroColumn;
     row[0] = 0;
-    row[-kSmallMax - 1] = 0;
+    row[-kZeroColumn] = 0;
     for (int s = 1; s <= kSmallBits; ++s) {
       const uint32_t e = ac->entry[run * 16 + s];
       const uint32_t n = (e >> 16) & 0xFF;
@@ -162,71 +242,83 @@ HWY_NOINLINE void BuildSmallSymbols(const EncodeHuffmanSpec* ac, SmallSymbols* t
       const uint32_t code = uint32_t(he::CodeBits(e, n)) << s;
       const uint32_t len = n + uint32_t(s);
       for (int v = lo; v <= hi; ++v) {
-        row[v] = (code | uint32_t(v)) << 5 | len;
-        row[-v] = (code | ExtraBits(-v, s)) << 5 | len;
+        row[v] = (code | uint32_t(v)) << 8 | len;
+        row[-v] = (code | ExtraBits(-v, s)) << 8 | len;
       }
     }
   }
 }
 
-// One block into r; the predictor moves on.  Returns false, before the
-// symbol is stored, at a symbol without a code (or category 16 after a run
-// of 15): the caller then restarts the block on the careful path, whose
-// bytes up to that symbol are the ones already stored.  small (when not
-// null) resolves the common AC symbols in one look-up.
+// One AC coefficient by the spec itself: its ZRLs, then run/size code and
+// value bits.  False, before anything is stored, when a code is missing.
+HWY_INLINE bool GeneralSymbol(Regs& r, int run, int32_t v, const EncodeHuffmanSpec* ac) {
+  if (HWY_UNLIKELY(run > 15)) {
+    const uint32_t zrl = ac->entry[0xF0];
+    const uint32_t zn = (zrl >> 16) & 0xFF;
+    if (zn - 1 > 15) return false;
+    const uint64_t zcode = he::CodeBits(zrl, zn);
+    for (; run > 15; run -= 16) Put(r, zcode, int(zn));
+  }
+  const int32_t sign = v >> 31;
+  const int s = he::BitLengthNZ(uint32_t((v ^ sign) - sign));
+  const uint32_t sym = uint32_t(run * 16 + s);
+  const uint32_t e = ac->entry[sym & 0xFF];
+  const uint32_t n = (e >> 16) & 0xFF;
+  if (HWY_UNLIKELY(((n - 1) | (sym & 0x100)) > 15)) return false;
+  const uint64_t extra = uint32_t(v + sign) & ((1u << s) - 1);
+  Put(r, (he::CodeBits(e, n) << s) | extra, int(n) + s);
+  return true;
+}
+
+// One block from *io's registers; on success the registers and the
+// predictor move on.  Returns false, leaving both as they were, at a symbol
+// without a code (or category 16 after a run of 15): the caller then
+// restarts the block on the careful path, whose bytes up to that symbol
+// are the ones already stored.  small (when kSmall) resolves the common AC
+// symbols in one look-up.  Not inlined: the symbol loop gets the registers
+// to itself, with the run's registers copied in and out once per block.
 template <bool kSmall>
-HWY_INLINE bool FastBlock(Regs& r, const int16_t* block, int16_t* last_dc,
-                          const EncodeHuffmanSpec* dc, const EncodeHuffmanSpec* ac,
-                          const SmallSymbols* small) {
-  Zigzag zz;
-  const uint64_t nz = zz.Load(block);
+HWY_NOINLINE bool FastBlock(Regs* io, const int16_t* block, int16_t* last_dc,
+                            const EncodeHuffmanSpec* dc, const EncodeHuffmanSpec* ac,
+                            const SmallSymbols* small) {
+  Regs r = *io;
+  Columns cols;
+  const uint64_t nz = cols.Load(block);
   const int32_t diff = int32_t(block[0]) - int32_t(*last_dc);
-  *last_dc = block[0];
+  // Category without a branch: the bit length of a | 1, less one for 0.
   const uint32_t a = uint32_t(diff < 0 ? -diff : diff);
-  int s = a ? he::BitLengthNZ(a) : 0;
+  const int s = he::BitLengthNZ(a | 1) - int(a == 0);
   uint32_t e = dc->entry[s];
   uint32_t n = (e >> 16) & 0xFF;
   if (HWY_UNLIKELY(n - 1 > 15)) return false;
   Put(r, (he::CodeBits(e, n) << s) | ExtraBits(diff, s), int(n) + s);
-  const uint32_t zrl = ac->entry[0xF0];
   uint64_t m = nz & ~uint64_t(1);
-  int prev = 0;
+  // (p + 1) << 6 for the last coded position p.
+  uint32_t next = kColumns;
   while (m != 0) {
-    const int k = int(__builtin_ctzll(m));
+    const uint32_t k = uint32_t(__builtin_ctzll(m));
     m &= m - 1;
-    int run = k - prev - 1;
-    prev = k;
-    const int32_t v = zz.At(block, k);
+    const uint32_t at = uint32_t(cols.at[k]) - next;
+    next = kPositionRows.next[k];
     if constexpr (kSmall) {
-      if (HWY_LIKELY(run <= 15 && uint32_t(v + kSmallMax) <= uint32_t(2 * kSmallMax))) {
-        const uint32_t se = small->e[run * kSmallStride + kSmallMax + 1 + v];
+      if (HWY_LIKELY(at < 16 * kColumns)) {
+        const uint32_t se = small->e[at];
         if (HWY_LIKELY(se != 0)) {
-          Put(r, se >> 5, int(se & 31));
+          Put(r, se >> 8, int(se & 0xFF));
           continue;
         }
       }
     }
-    if (HWY_UNLIKELY(run > 15)) {
-      const uint32_t zn = (zrl >> 16) & 0xFF;
-      if (zn - 1 > 15) return false;
-      const uint64_t zcode = he::CodeBits(zrl, zn);
-      for (; run > 15; run -= 16) Put(r, zcode, int(zn));
-    }
-    const int32_t sign = v >> 31;
-    s = he::BitLengthNZ(uint32_t((v ^ sign) - sign));
-    const uint32_t sym = uint32_t(run * 16 + s);
-    e = ac->entry[sym & 0xFF];
-    n = (e >> 16) & 0xFF;
-    if (HWY_UNLIKELY(((n - 1) | (sym & 0x100)) > 15)) return false;
-    const uint64_t extra = uint32_t(v + sign) & ((1u << s) - 1);
-    Put(r, (he::CodeBits(e, n) << s) | extra, int(n) + s);
+    if (!GeneralSymbol(r, int(at >> 6), block[kNaturalOfZigzag[k]], ac)) return false;
   }
-  if (prev != 63) {
+  if (next != 64 * kColumns) {
     e = ac->entry[0x00];
     n = (e >> 16) & 0xFF;
     if (HWY_UNLIKELY(n - 1 > 15)) return false;
     Put(r, he::CodeBits(e, n), int(n));
   }
+  *io = r;
+  *last_dc = block[0];
   return true;
 }
 
@@ -252,12 +344,9 @@ HWY_INLINE RvtResult EncodeRunWith(const Args& a, const SmallSymbols* const* sma
     if (++b == a.nblocks) b = 0;
     const int16_t* block = a.src + 64 * size_t(i);
     int16_t* last_dc = &a.last_dc[c];
-    if (HWY_LIKELY(end - r.out >= kRoom)) {
-      const Regs before = r;
-      const int16_t dc_before = *last_dc;
-      if (HWY_LIKELY(FastBlock<kSmall>(r, block, last_dc, a.dc[c], a.ac[c], sm))) continue;
-      r = before;
-      *last_dc = dc_before;
+    if (HWY_LIKELY(end - r.out >= kRoom) &&
+        HWY_LIKELY(FastBlock<kSmall>(&r, block, last_dc, a.dc[c], a.ac[c], sm))) {
+      continue;
     }
     Commit(r, a.dst, a.pos, a.st);
     status = he::Encode8x8Block(block, a.dst, a.len, a.pos, last_dc, a.dc[c], a.ac[c], a.st);
