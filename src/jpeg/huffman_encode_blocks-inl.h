@@ -65,13 +65,14 @@ HWY_NOINLINE uint8_t* StoreStuffed(uint8_t* out, uint64_t w) {
 }
 
 // Appends n (0..47) bits; v holds them and zeros above.  A full buffer
-// leaves as one word.
+// leaves as one word.  The test compares before subtracting, so the
+// common path updates the registers in place.
 HWY_INLINE void Put(Regs& r, uint64_t v, int n) {
-  r.free -= n;
-  if (HWY_UNLIKELY(r.free < 0)) {
-    // The old free count (0..n-1) brings the buffer's bits to the top; the
+  if (HWY_UNLIKELY(r.free < n)) {
+    // The free count (0..n-1) brings the buffer's bits to the top; the
     // bits of v that do not fit stay in buf for the next word.
-    const uint64_t w = (r.buf << (n + r.free)) | (v >> -r.free);
+    const int over = n - r.free;
+    const uint64_t w = (r.buf << r.free) | (v >> over);
     if (HWY_LIKELY(!HasFFByte(w))) {
       const uint64_t be = __builtin_bswap64(w);
       std::memcpy(r.out, &be, 8);
@@ -79,11 +80,12 @@ HWY_INLINE void Put(Regs& r, uint64_t v, int n) {
     } else {
       r.out = StoreStuffed(r.out, w);
     }
-    r.free += 64;
+    r.free = 64 - over;
     r.buf = v;
-  } else {
-    r.buf = (r.buf << n) | v;
+    return;
   }
+  r.free -= n;
+  r.buf = (r.buf << n) | v;
 }
 
 // The pending bits of a caller's state, as the careful writer reads them.
