@@ -274,18 +274,17 @@ HWY_INLINE bool GeneralSymbol(Regs& r, int run, int32_t v, const EncodeHuffmanSp
   return true;
 }
 
-// One block from *io's registers; on success the registers and the
-// predictor move on.  Returns false, leaving both as they were, at a symbol
-// without a code (or category 16 after a run of 15): the caller then
-// restarts the block on the careful path, whose bytes up to that symbol
-// are the ones already stored.  small (when kSmall) resolves the common AC
-// symbols in one look-up.  Not inlined: the symbol loop gets the registers
-// to itself, with the run's registers copied in and out once per block.
+// One block from io; on success the registers and the predictor move on.
+// Returns false, leaving both as they were, at a symbol without a code (or
+// category 16 after a run of 15): the caller then restarts the block on
+// the careful path, whose bytes up to that symbol are the ones already
+// stored.  small (when kSmall) resolves the common AC symbols in one
+// look-up.
 template <bool kSmall>
-HWY_NOINLINE bool FastBlock(Regs* io, const int16_t* block, int16_t* last_dc,
-                            const EncodeHuffmanSpec* dc, const EncodeHuffmanSpec* ac,
-                            const SmallSymbols* small) {
-  Regs r = *io;
+HWY_INLINE bool FastBlock(Regs& io, const int16_t* block, int16_t* last_dc,
+                          const EncodeHuffmanSpec* dc, const EncodeHuffmanSpec* ac,
+                          const SmallSymbols* small) {
+  Regs r = io;
   Columns cols;
   const uint64_t nz = cols.Load(block);
   const int32_t diff = int32_t(block[0]) - int32_t(*last_dc);
@@ -321,7 +320,7 @@ HWY_NOINLINE bool FastBlock(Regs* io, const int16_t* block, int16_t* last_dc,
     if (HWY_UNLIKELY(n - 1 > 15)) return false;
     Put(r, he::CodeBits(e, n), int(n));
   }
-  *io = r;
+  io = r;
   *last_dc = block[0];
   return true;
 }
@@ -334,28 +333,53 @@ constexpr int kRoom = 2 * (8 + 258);
 // thousand stores per AC table).
 constexpr int kSmallMinBlocks = 48;
 
+// What each block position of the MCU pattern codes with.
+struct Pattern {
+  int16_t* last_dc[kMaxMcuBlocks];
+  const EncodeHuffmanSpec* dc[kMaxMcuBlocks];
+  const EncodeHuffmanSpec* ac[kMaxMcuBlocks];
+  const SmallSymbols* small[kMaxMcuBlocks];
+};
+
+// Blocks i.. of the run (block i at position b of the pattern) from *io,
+// while the destination has room and each block codes on the fast path;
+// returns the first block not coded (n when all were).  Not inlined: the
+// symbol loop gets the machine's registers to itself, and the run's
+// registers are copied in and out once per call.
 template <bool kSmall>
-HWY_INLINE RvtResult EncodeRunWith(const Args& a, const SmallSymbols* const* small) {
+HWY_NOINLINE int FastBlocks(Regs* io, const int16_t* src, int i, int n, int b, int nblocks,
+                            const Pattern& p, const uint8_t* end) {
+  Regs r = *io;
+  for (; i < n; ++i) {
+    if (HWY_UNLIKELY(end - r.out < kRoom)) break;
+    if (HWY_UNLIKELY(!FastBlock<kSmall>(r, src + 64 * size_t(i), p.last_dc[b], p.dc[b], p.ac[b],
+                                        p.small[b]))) {
+      break;
+    }
+    if (++b == nblocks) b = 0;
+  }
+  *io = r;
+  return i;
+}
+
+template <bool kSmall>
+HWY_INLINE RvtResult EncodeRun(const Args& a, const Pattern& p) {
   const int n = a.nmcus * a.nblocks;
   uint8_t* const end = a.dst + a.len;
   Regs r = Load(a.dst, *a.pos, a.st);
   RvtResult status = rvtStatusOk;
   int i = 0;
-  int b = 0;
-  for (; i < n; ++i) {
-    const int c = a.comp[b];
-    const SmallSymbols* sm = kSmall ? small[b] : nullptr;
-    if (++b == a.nblocks) b = 0;
-    const int16_t* block = a.src + 64 * size_t(i);
-    int16_t* last_dc = &a.last_dc[c];
-    if (HWY_LIKELY(end - r.out >= kRoom) &&
-        HWY_LIKELY(FastBlock<kSmall>(&r, block, last_dc, a.dc[c], a.ac[c], sm))) {
-      continue;
-    }
+  for (;;) {
+    i = FastBlocks<kSmall>(&r, a.src, i, n, i % a.nblocks, a.nblocks, p, end);
+    if (i == n) break;
+    // Block i on the careful path, from the caller's state.
+    const int b = i % a.nblocks;
     Commit(r, a.dst, a.pos, a.st);
-    status = he::Encode8x8Block(block, a.dst, a.len, a.pos, last_dc, a.dc[c], a.ac[c], a.st);
+    status = he::Encode8x8Block(a.src + 64 * size_t(i), a.dst, a.len, a.pos, p.last_dc[b],
+                                p.dc[b], p.ac[b], a.st);
     if (status != rvtStatusOk) break;
     r = Load(a.dst, *a.pos, a.st);
+    ++i;
   }
   if (status == rvtStatusOk) Commit(r, a.dst, a.pos, a.st);
   *a.nblocks_done = i;
@@ -363,23 +387,29 @@ HWY_INLINE RvtResult EncodeRunWith(const Args& a, const SmallSymbols* const* sma
 }
 
 inline RvtResult EncodeRun(const Args& a) {
-  if (a.nmcus * a.nblocks < kSmallMinBlocks) return EncodeRunWith<false>(a, nullptr);
+  Pattern p;
+  for (int b = 0; b < a.nblocks; ++b) {
+    const int c = a.comp[b];
+    p.last_dc[b] = &a.last_dc[c];
+    p.dc[b] = a.dc[c];
+    p.ac[b] = a.ac[c];
+    p.small[b] = nullptr;
+  }
+  if (a.nmcus * a.nblocks < kSmallMinBlocks) return EncodeRun<false>(a, p);
   // One table per distinct AC spec of the pattern.
   SmallSymbols tables[kComponents];
   const EncodeHuffmanSpec* built[kComponents];
   int nbuilt = 0;
-  const SmallSymbols* small[kMaxMcuBlocks];
   for (int b = 0; b < a.nblocks; ++b) {
-    const EncodeHuffmanSpec* ac = a.ac[a.comp[b]];
     int t = 0;
-    while (t < nbuilt && built[t] != ac) ++t;
+    while (t < nbuilt && built[t] != p.ac[b]) ++t;
     if (t == nbuilt) {
-      BuildSmallSymbols(ac, &tables[t]);
-      built[nbuilt++] = ac;
+      BuildSmallSymbols(p.ac[b], &tables[t]);
+      built[nbuilt++] = p.ac[b];
     }
-    small[b] = &tables[t];
+    p.small[b] = &tables[t];
   }
-  return EncodeRunWith<true>(a, small);
+  return EncodeRun<true>(a, p);
 }
 
 }  // namespace rvt::huffman_encode_blocks::HWY_NAMESPACE
