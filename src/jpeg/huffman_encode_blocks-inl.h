@@ -307,6 +307,21 @@ HWY_INLINE bool FastBlock(Regs& io, const int16_t* block, int16_t* last_dc,
       if (HWY_LIKELY(at < 16 * kColumns)) {
         const uint32_t se = small->e[at];
         if (HWY_LIKELY(se != 0)) {
+          // A second small symbol joins the first in one append.
+          if (m != 0) {
+            const uint32_t k2 = uint32_t(__builtin_ctzll(m));
+            const uint32_t at2 = uint32_t(cols.at[k2]) - next;
+            if (HWY_LIKELY(at2 < 16 * kColumns)) {
+              const uint32_t se2 = small->e[at2];
+              if (HWY_LIKELY(se2 != 0)) {
+                m &= m - 1;
+                next = kPositionRows.next[k2];
+                const uint32_t n2 = se2 & 0xFF;
+                Put(r, (uint64_t(se >> 8) << n2) | (se2 >> 8), int((se & 0xFF) + n2));
+                continue;
+              }
+            }
+          }
           Put(r, se >> 8, int(se & 0xFF));
           continue;
         }
