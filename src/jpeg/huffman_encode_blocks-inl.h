@@ -274,6 +274,33 @@ HWY_INLINE bool GeneralSymbol(Regs& r, int run, int32_t v, const EncodeHuffmanSp
   return true;
 }
 
+// What one block position of the MCU pattern codes with: its predictor,
+// AC spec and small-symbol table, and its DC symbols by category and EOB
+// as code << 8 | length (0 where the spec has no usable code).
+struct Position {
+  int16_t* last_dc;
+  const EncodeHuffmanSpec* dc_spec;
+  const EncodeHuffmanSpec* ac;
+  const SmallSymbols* small;
+  uint32_t dc[17];
+  uint32_t eob;
+};
+
+HWY_INLINE uint32_t PackedCode(uint32_t e) {
+  const uint32_t n = (e >> 16) & 0xFF;
+  return n - 1 > 15 ? 0 : uint32_t(he::CodeBits(e, n)) << 8 | n;
+}
+
+HWY_NOINLINE void SetPosition(Position* q, int16_t* last_dc, const EncodeHuffmanSpec* dc,
+                              const EncodeHuffmanSpec* ac) {
+  q->last_dc = last_dc;
+  q->dc_spec = dc;
+  q->ac = ac;
+  q->small = nullptr;
+  for (int s = 0; s <= 16; ++s) q->dc[s] = PackedCode(dc->entry[s]);
+  q->eob = PackedCode(ac->entry[0x00]);
+}
+
 // One block from io; on success the registers and the predictor move on.
 // Returns false, leaving both as they were, at a symbol without a code (or
 // category 16 after a run of 15): the caller then restarts the block on
@@ -281,9 +308,10 @@ HWY_INLINE bool GeneralSymbol(Regs& r, int run, int32_t v, const EncodeHuffmanSp
 // stored.  small (when kSmall) resolves the common AC symbols in one
 // look-up.
 template <bool kSmall>
-HWY_INLINE bool FastBlock(Regs& io, const int16_t* block, int16_t* last_dc,
-                          const EncodeHuffmanSpec* dc, const EncodeHuffmanSpec* ac,
-                          const SmallSymbols* small) {
+HWY_INLINE bool FastBlock(Regs& io, const int16_t* block, const Position& q) {
+  int16_t* const last_dc = q.last_dc;
+  const EncodeHuffmanSpec* const ac = q.ac;
+  const SmallSymbols* const small = q.small;
   Regs r = io;
   Columns cols;
   const uint64_t nz = cols.Load(block);
@@ -291,10 +319,9 @@ HWY_INLINE bool FastBlock(Regs& io, const int16_t* block, int16_t* last_dc,
   // Category without a branch: the bit length of a | 1, less one for 0.
   const uint32_t a = uint32_t(diff < 0 ? -diff : diff);
   const int s = he::BitLengthNZ(a | 1) - int(a == 0);
-  uint32_t e = dc->entry[s];
-  uint32_t n = (e >> 16) & 0xFF;
-  if (HWY_UNLIKELY(n - 1 > 15)) return false;
-  Put(r, (he::CodeBits(e, n) << s) | ExtraBits(diff, s), int(n) + s);
+  const uint32_t dcs = q.dc[s];
+  if (HWY_UNLIKELY(dcs == 0)) return false;
+  Put(r, (uint64_t(dcs >> 8) << s) | ExtraBits(diff, s), int(dcs & 0xFF) + s);
   uint64_t m = nz & ~uint64_t(1);
   // (p + 1) << 7 for the last coded position p.
   uint32_t next = kColumns;
@@ -330,10 +357,8 @@ HWY_INLINE bool FastBlock(Regs& io, const int16_t* block, int16_t* last_dc,
     if (!GeneralSymbol(r, int(at / kColumns), block[kNaturalOfZigzag[k]], ac)) return false;
   }
   if (next != 64 * kColumns) {
-    e = ac->entry[0x00];
-    n = (e >> 16) & 0xFF;
-    if (HWY_UNLIKELY(n - 1 > 15)) return false;
-    Put(r, he::CodeBits(e, n), int(n));
+    if (HWY_UNLIKELY(q.eob == 0)) return false;
+    Put(r, q.eob >> 8, int(q.eob & 0xFF));
   }
   io = r;
   *last_dc = block[0];
@@ -348,14 +373,6 @@ constexpr int kRoom = 2 * (8 + 258);
 // thousand stores per AC table).
 constexpr int kSmallMinBlocks = 48;
 
-// What each block position of the MCU pattern codes with.
-struct Pattern {
-  int16_t* last_dc[kMaxMcuBlocks];
-  const EncodeHuffmanSpec* dc[kMaxMcuBlocks];
-  const EncodeHuffmanSpec* ac[kMaxMcuBlocks];
-  const SmallSymbols* small[kMaxMcuBlocks];
-};
-
 // Blocks i.. of the run (block i at position b of the pattern) from *io,
 // while the destination has room and each block codes on the fast path;
 // returns the first block not coded (n when all were).  Not inlined: the
@@ -363,14 +380,11 @@ struct Pattern {
 // registers are copied in and out once per call.
 template <bool kSmall>
 HWY_NOINLINE int FastBlocks(Regs* io, const int16_t* src, int i, int n, int b, int nblocks,
-                            const Pattern& p, const uint8_t* end) {
+                            const Position* p, const uint8_t* end) {
   Regs r = *io;
   for (; i < n; ++i) {
     if (HWY_UNLIKELY(end - r.out < kRoom)) break;
-    if (HWY_UNLIKELY(!FastBlock<kSmall>(r, src + 64 * size_t(i), p.last_dc[b], p.dc[b], p.ac[b],
-                                        p.small[b]))) {
-      break;
-    }
+    if (HWY_UNLIKELY(!FastBlock<kSmall>(r, src + 64 * size_t(i), p[b]))) break;
     if (++b == nblocks) b = 0;
   }
   *io = r;
@@ -378,7 +392,7 @@ HWY_NOINLINE int FastBlocks(Regs* io, const int16_t* src, int i, int n, int b, i
 }
 
 template <bool kSmall>
-HWY_INLINE RvtResult EncodeRun(const Args& a, const Pattern& p) {
+HWY_INLINE RvtResult EncodeRun(const Args& a, const Position* p) {
   const int n = a.nmcus * a.nblocks;
   uint8_t* const end = a.dst + a.len;
   Regs r = Load(a.dst, *a.pos, a.st);
@@ -390,8 +404,8 @@ HWY_INLINE RvtResult EncodeRun(const Args& a, const Pattern& p) {
     // Block i on the careful path, from the caller's state.
     const int b = i % a.nblocks;
     Commit(r, a.dst, a.pos, a.st);
-    status = he::Encode8x8Block(a.src + 64 * size_t(i), a.dst, a.len, a.pos, p.last_dc[b],
-                                p.dc[b], p.ac[b], a.st);
+    status = he::Encode8x8Block(a.src + 64 * size_t(i), a.dst, a.len, a.pos, p[b].last_dc,
+                                p[b].dc_spec, p[b].ac, a.st);
     if (status != rvtStatusOk) break;
     r = Load(a.dst, *a.pos, a.st);
     ++i;
@@ -402,13 +416,10 @@ HWY_INLINE RvtResult EncodeRun(const Args& a, const Pattern& p) {
 }
 
 inline RvtResult EncodeRun(const Args& a) {
-  Pattern p;
+  Position p[kMaxMcuBlocks];
   for (int b = 0; b < a.nblocks; ++b) {
     const int c = a.comp[b];
-    p.last_dc[b] = &a.last_dc[c];
-    p.dc[b] = a.dc[c];
-    p.ac[b] = a.ac[c];
-    p.small[b] = nullptr;
+    SetPosition(&p[b], &a.last_dc[c], a.dc[c], a.ac[c]);
   }
   if (a.nmcus * a.nblocks < kSmallMinBlocks) return EncodeRun<false>(a, p);
   // One table per distinct AC spec of the pattern.
@@ -417,12 +428,12 @@ inline RvtResult EncodeRun(const Args& a) {
   int nbuilt = 0;
   for (int b = 0; b < a.nblocks; ++b) {
     int t = 0;
-    while (t < nbuilt && built[t] != p.ac[b]) ++t;
+    while (t < nbuilt && built[t] != p[b].ac) ++t;
     if (t == nbuilt) {
-      BuildSmallSymbols(p.ac[b], &tables[t]);
-      built[nbuilt++] = p.ac[b];
+      BuildSmallSymbols(p[b].ac, &tables[t]);
+      built[nbuilt++] = p[b].ac;
     }
-    p.small[b] = &tables[t];
+    p[b].small = &tables[t];
   }
   return EncodeRun<true>(a, p);
 }
