@@ -137,13 +137,32 @@ struct PositionRows {
 };
 inline constexpr PositionRows kPositionRows{};
 
+// The block kernel's zig-zag byte shuffles paired for 32-byte vectors:
+// idx[h][i] gathers zig-zag positions 32h..32h+15 (low half) and
+// 32h+16..32h+31 (high half) from the bytes of rows 2i and 2i+1.
+struct ZigzagShuffles2 {
+  alignas(32) int8_t idx[2][4][32];
+  constexpr ZigzagShuffles2() : idx() {
+    const auto& zs = ::rvt::huffman_encode::kZigzagShuffles;
+    for (int h = 0; h < 2; ++h) {
+      for (int i = 0; i < 4; ++i) {
+        for (int b = 0; b < 16; ++b) {
+          idx[h][i][b] = int8_t(zs.idx[2 * h][i][b]);
+          idx[h][i][16 + b] = int8_t(zs.idx[2 * h + 1][i][b]);
+        }
+      }
+    }
+  }
+};
+inline constexpr ZigzagShuffles2 kZigzagShuffles2{};
+
 // Per zig-zag position of a block: (k << 7) | column, so that the entry of
 // a coefficient after the one at position p is at[k] - ((p + 1) << 7) (the
 // run times 128 plus the column); and the mask of its non-zero
 // coefficients.  Targets whose vectors hold 32 lanes of 16 bits gather the
 // block with two lane permutes; the others gather it packed to bytes
 // (saturating, so large values stay large) with the block kernel's byte
-// shuffles.
+// shuffles, 32 or 16 bytes at a time.
 struct Columns {
   alignas(64) uint16_t at[64];
 
@@ -168,6 +187,46 @@ struct Columns {
     }
     uint64_t m;
     std::memcpy(&m, nz, 8);
+    return m;
+  }
+#elif HWY_TARGET == HWY_AVX2
+  // Two rows per 16-byte pack, each pack broadcast to both halves; the
+  // shuffles then gather zig-zag positions 0..31 and 32..63 in one 32-byte
+  // vector each.
+  HWY_INLINE uint64_t Load(const int16_t* block) {
+    const hn::Full256<int16_t> d16;
+    const hn::Full256<int8_t> d8;
+    const hn::RebindToUnsigned<decltype(d8)> du8;
+    const hn::Full256<uint16_t> du16;
+    const hn::Full128<int8_t> d8h;
+    const hn::Full128<uint8_t> du8h;
+    hn::Vec<decltype(d8)> pack[4];
+    for (int i = 0; i < 4; ++i) {
+      const auto p = hn::DemoteTo(d8h, hn::LoadU(d16, block + 16 * i));
+      pack[i] = hn::Combine(d8, p, p);
+    }
+    const auto gather = [&](int h) {
+      auto z = hn::TableLookupBytesOr0(pack[0], hn::Load(d8, kZigzagShuffles2.idx[h][0]));
+      for (int i = 1; i < 4; ++i) {
+        z = hn::Or(z, hn::TableLookupBytesOr0(pack[i], hn::Load(d8, kZigzagShuffles2.idx[h][i])));
+      }
+      return z;
+    };
+    uint8_t bits[8];
+    for (int h = 0; h < 2; ++h) {
+      const auto z = gather(h);
+      hn::StoreMaskBits(d8, hn::Ne(z, hn::Zero(d8)), bits + 4 * h);
+      // -128 (saturated or not) has magnitude 128.
+      const auto small = hn::Eq(hn::And(hn::BitCast(du8, hn::Abs(z)), hn::Set(du8, uint8_t(~kSmallMax))),
+                                hn::Zero(du8));
+      const auto c = hn::IfThenElseZero(small, hn::BitCast(du8, hn::Add(z, hn::Set(d8, kZeroColumn))));
+      const auto lo = hn::PromoteTo(du16, hn::LowerHalf(du8h, c));
+      const auto hi = hn::PromoteTo(du16, hn::UpperHalf(du8h, c));
+      hn::Store(hn::Or(lo, hn::Load(du16, kPositionRows.at + 32 * h)), du16, at + 32 * h);
+      hn::Store(hn::Or(hi, hn::Load(du16, kPositionRows.at + 32 * h + 16)), du16, at + 32 * h + 16);
+    }
+    uint64_t m;
+    std::memcpy(&m, bits, 8);
     return m;
   }
 #else
