@@ -9,7 +9,12 @@
 // timed per MCU row, the least of several repeats summed over the rows
 // ("row-min"): on a busy machine that figure moves least between runs.
 // The run decoder also decodes the same photos as a 4:4:4 frame
-// (HuffDecode4K444_Rows, against libjpeg-turbo reading its 4:4:4 JPEG).
+// (HuffDecode4K444_Rows, against libjpeg-turbo reading its 4:4:4 JPEG),
+// and the run encoder encodes it (HuffEncode4K444_Rows); the encode
+// comparison puts both samplings against libjpeg-turbo's
+// jpeg_write_coefficients of the same coefficients, with the run encoder's
+// per-row minimum beside its whole-frame time (RVT_HUFFBENCH_ONCE=cmp
+// prints that comparison alone).
 #include <algorithm>
 #include <chrono>
 #include <cstddef>

@@ -137,6 +137,16 @@ struct PositionRows {
 };
 inline constexpr PositionRows kPositionRows{};
 
+// Columns of zig-zag values saturated to bytes (-128, saturated or not,
+// has magnitude 128).
+template <class D8>
+HWY_INLINE hn::Vec<hn::RebindToUnsigned<D8>> ByteColumns(D8 d8, hn::Vec<D8> z) {
+  const hn::RebindToUnsigned<D8> du8;
+  const auto large = hn::And(hn::BitCast(du8, hn::Abs(z)), hn::Set(du8, uint8_t(~kSmallMax)));
+  return hn::IfThenElseZero(hn::Eq(large, hn::Zero(du8)),
+                            hn::BitCast(du8, hn::Add(z, hn::Set(d8, int8_t(kZeroColumn)))));
+}
+
 // The block kernel's zig-zag byte shuffles paired for 32-byte vectors:
 // idx[h][i] gathers zig-zag positions 32h..32h+15 (low half) and
 // 32h+16..32h+31 (high half) from the bytes of rows 2i and 2i+1.
@@ -216,10 +226,7 @@ struct Columns {
     for (int h = 0; h < 2; ++h) {
       const auto z = gather(h);
       hn::StoreMaskBits(d8, hn::Ne(z, hn::Zero(d8)), bits + 4 * h);
-      // -128 (saturated or not) has magnitude 128.
-      const auto small = hn::Eq(hn::And(hn::BitCast(du8, hn::Abs(z)), hn::Set(du8, uint8_t(~kSmallMax))),
-                                hn::Zero(du8));
-      const auto c = hn::IfThenElseZero(small, hn::BitCast(du8, hn::Add(z, hn::Set(d8, kZeroColumn))));
+      const auto c = ByteColumns(d8, z);
       const auto lo = hn::PromoteTo(du16, hn::LowerHalf(du8h, c));
       const auto hi = hn::PromoteTo(du16, hn::UpperHalf(du8h, c));
       hn::Store(hn::Or(lo, hn::Load(du16, kPositionRows.at + 32 * h)), du16, at + 32 * h);
@@ -263,11 +270,7 @@ struct Columns {
     uint8_t bits[8];
     for (int j = 0; j < 4; ++j) {
       hn::StoreMaskBits(d8, hn::Ne(z[j], hn::Zero(d8)), bits + 2 * j);
-      // -128 (saturated or not) has magnitude 128.
-      const auto small = hn::Eq(hn::And(hn::BitCast(du8, hn::Abs(z[j])), hn::Set(du8, uint8_t(~kSmallMax))),
-                                hn::Zero(du8));
-      const auto c =
-          hn::IfThenElseZero(small, hn::BitCast(du8, hn::Add(z[j], hn::Set(d8, kZeroColumn))));
+      const auto c = ByteColumns(d8, z[j]);
       const auto lo = hn::BitCast(du16, hn::ZipLower(c, hn::Zero(du8)));
       const auto hi = hn::BitCast(du16, hn::ZipUpper(du8, c, hn::Zero(du8)));
       hn::Store(hn::Or(lo, hn::Load(du16, kPositionRows.at + 16 * j)), du16, at + 16 * j);
