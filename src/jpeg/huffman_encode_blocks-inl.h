@@ -11,10 +11,12 @@
 // its non-zero coefficients in zig-zag order and, per position, the row
 // offset and column of the coefficient in a table of small-value symbols,
 // so the symbol loop walks the set bits of the mask and codes a small
-// value after a short run with one subtraction, one look-up and one shift;
-// long runs first build that table per AC table.  Each block is coded by
-// a function of its own, which copies the run's registers in and out once,
-// so that the symbol loop has the machine's registers to itself.  While
+// value after a short run with one subtraction, one look-up and one shift
+// (two such symbols in a row share one test of the buffer's room); long
+// runs first build that table per AC table, and every call resolves each
+// pattern position's DC symbols and EOB once.  The blocks are coded by a
+// function of their own, out of line, so that the symbol loop has the
+// machine's registers to itself.  While
 // the destination has room for a block's worst case the kernel stores
 // without bound checks; nearer the end, and for a block holding a symbol
 // without a code, it writes its pending whole bytes out and hands the
