@@ -1670,7 +1670,10 @@ RvtResult rvtiVLCDecodeCBPHP_JPEGXR_1u32s(const uint8_t* pSrc, int32_t srcLen, i
  * 5 and 4 (every rotation and index selection); the winner is fitted again
  * with every p-bit choice measured.  Quality 2 (best): that search over 8 two-subset
  * partitions, opaque tiles also modes 5 and 4 over every rotation and index selection
- * (alpha kept at 255), then each endpoint code and p-bit moved by one while the error drops. */
+ * (alpha kept at 255), then each endpoint code and p-bit moved by one while the error drops.
+ * Grey opaque tiles (R = G = B) take a one-channel search instead: mode 6, then mode 1 as quality
+ * 0 picks it, or (quality 1, 2) over the 4 or 8 partitions of least spread about their subsets'
+ * means and mode 0 over the 2 or 4, each subset's codes and p-bits searched around its fit. */
 RvtResult rvtiTextureEncodeBlockFromRGBA_BC7_8u_C4C1R(const uint8_t* pSrc, int32_t srcStep,
                                                       uint8_t* pDst, ImageSize roiSize, int quality);
 /* ---------------------------- JPEG XR coefficient coding: HP block pattern encoder */

@@ -221,6 +221,7 @@ struct Kernel {
   static HWY_NOINLINE uint32_t Run(const Tile& t, const int v[2][4], int bits, int chans, uint32_t mask,
                                    uint8_t idx[16]) {
     switch (chans) {
+      case 1: return PaletteChans<1>(t, v, bits, mask, idx);
       case 7: return PaletteChans<7>(t, v, bits, mask, idx);
       case 8: return PaletteChans<8>(t, v, bits, mask, idx);
       case 15: return PaletteChans<15>(t, v, bits, mask, idx);

@@ -1,8 +1,9 @@
 // Encoding of BC7 texture blocks over whole regions: the endpoint fitting
 // (principal axis, p-bit aware quantization, least squares refinement,
 // local search), the partition pre-selection, the mode search of each
-// quality level and the block packing, with the argument checks and the
-// region walk of the other texture encoders.  The steps that run over the
+// quality level, the one-channel search of grey tiles and the block
+// packing, with the argument checks and the region walk of the other
+// texture encoders.  The steps that run over the
 // pixels of a tile or over the partitions are the kernels the driver is
 // templated on: the sums of a pixel set (exact integers), the extremes of
 // its projections on an axis, the first ranking of the partitions, and
@@ -14,6 +15,7 @@
 #define RVT_TEXTURE_BC7_ENCODE_H_
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <algorithm>
 #include <utility>
@@ -856,6 +858,197 @@ void TryShape(const Tile& t, const Shape& sh, bool opaque, const Effort& eff, Bl
   }
 }
 
+// ------------------------------------------------------------ grey tiles
+
+// Grey tiles (R = G = B, opaque) are one-channel problems: with shared
+// indices and one set of codes per channel, the same endpoints in every
+// channel serve all three best, so each mode's codes are searched on
+// channel 0 alone and the error counted three times.  A code set lists the
+// 8-bit values of its codes in increasing order: mode 6 with p-bits of 1
+// (alpha 255), the 7-bit values of mode 1 (code and shared p-bit: both
+// endpoints of a subset must agree in the p-bit, the lowest bit), the
+// 5-bit values of mode 0 (code and p-bit per endpoint).
+struct GreySet {
+  int count;
+  bool shared;  // both endpoints' p-bits equal
+  int mode;
+};
+inline int GreyValue(const GreySet& s, int i) {
+  switch (s.mode) {
+    case 6: return 2 * i + 1;
+    case 1: return i << 1 | i >> 6;
+    default: return i << 3 | i >> 2;
+  }
+}
+// The code whose value is nearest to x (the lower on a tie).
+inline int GreyNearest(const GreySet& s, float x) {
+  int i = int(x * float(s.count - 1) / 255.0f + 0.5f);
+  i = i < 0 ? 0 : i >= s.count ? s.count - 1 : i;
+  auto dist = [&](int k) { const float d = float(GreyValue(s, k)) - x; return d < 0 ? -d : d; };
+  while (i + 1 < s.count && dist(i + 1) < dist(i)) ++i;
+  while (i > 0 && dist(i - 1) <= dist(i)) --i;
+  return i;
+}
+
+// Squared distance from an offset y (0..d) above the low endpoint to the
+// nearest entry of the palette of 3- or 4-bit indices spanning d: row d
+// at d (d + 1) / 2.  Entries are low + (w d + 32) >> 6 for every pair of
+// endpoints d apart, in either order (the weights are symmetric), so one
+// table serves every pair.
+struct GapTable {
+  uint16_t e[2][32896];
+};
+inline constexpr GapTable MakeGapTable() {
+  GapTable t{};
+  for (int b = 0; b < 2; ++b) {
+    const uint8_t* w = b ? bptc_decode::kWeights4 : bptc_decode::kWeights3;
+    const int n = 1 << (b + 3);
+    for (int d = 0, at = 0; d < 256; at += ++d) {
+      int k = 0;
+      for (int y = 0; y <= d; ++y) {
+        // The entries rise with k: move on while the next is no farther.
+        while (k + 1 < n && ((w[k + 1] * d + 32) >> 6) - y <= y - ((w[k] * d + 32) >> 6)) ++k;
+        const int e = y - ((w[k] * d + 32) >> 6);
+        t.e[b][at + y] = uint16_t(e * e);
+      }
+    }
+  }
+  return t;
+}
+inline constexpr GapTable kGap = MakeGapTable();
+
+// The squared error of the values xs[0..n) against the palette of
+// `bits`-bit indices (3 or 4) between the 8-bit endpoints va and vb.
+inline uint32_t GreyError(const int* xs, int n, int bits, int va, int vb) {
+  const int lo = va < vb ? va : vb, d = va < vb ? vb - va : va - vb;
+  const uint16_t* row = kGap.e[bits - 3] + d * (d + 1) / 2;
+  uint32_t total = 0;
+  for (int i = 0; i < n; ++i) {
+    // Outside the span the nearest entry is the endpoint, where the row
+    // holds 0: no branch.
+    const int y = xs[i] - lo, z = y < 0 ? 0 : y > d ? d : y;
+    total += row[z] + uint32_t((y - z) * (y - z));
+  }
+  return total;
+}
+
+// A one-channel fit: the codes of the two endpoints, the error (channel 0)
+// and the indices.
+struct GreyFit {
+  int code[2] = {0, 0};
+  uint32_t err = UINT32_MAX;
+  uint8_t idx[16];
+};
+
+// Codes of the pixels in `mask` for set `s` and `bits`-bit indices: from
+// the codes nearest the least and greatest pixel, every pair within
+// `reach` codes of the centre measured, then the least-squares endpoints
+// of the best pair's indices as the next centre, while the error drops.
+template <class K>
+GreyFit FitGrey(const Tile& t, uint32_t mask, const GreySet& s, int bits, int reach) {
+  GreyFit best;
+  int lo = 255, hi = 0, xs[16], n = 0;
+  for (uint32_t m = mask; m; m &= m - 1) {
+    const int x = t.c[0][__builtin_ctz(m)];
+    xs[n++] = x;
+    lo = x < lo ? x : lo, hi = x > hi ? x : hi;
+  }
+  float A = float(lo), B = float(hi);
+  const Format f{{8, 8, 8, 0}, 0, bits, 1};
+  int seen[3][2];  // centres of the windows measured before
+  for (int round = 0; round < 3 && best.err > 0; ++round) {
+    const uint32_t before = best.err;
+    const int ca = GreyNearest(s, A), cb = GreyNearest(s, B);
+    seen[round][0] = ca, seen[round][1] = cb;
+    for (int a = ca - reach; a <= ca + reach; ++a) {
+      if (a < 0 || a >= s.count) continue;
+      for (int b = cb - reach; b <= cb + reach; ++b) {
+        if (b < 0 || b >= s.count || (s.shared && ((a ^ b) & 1))) continue;
+        bool again = false;
+        for (int r = 0; r < round; ++r) {
+          again |= std::abs(a - seen[r][0]) <= reach && std::abs(b - seen[r][1]) <= reach;
+        }
+        if (again) continue;
+        const uint32_t err = GreyError(xs, n, bits, GreyValue(s, a), GreyValue(s, b));
+        if (err < best.err) best.err = err, best.code[0] = a, best.code[1] = b;
+      }
+    }
+    if (best.err >= before) break;
+    // The indices of the best pair (the error is the table's).
+    const int v[2][4] = {{GreyValue(s, best.code[0]), 0, 0, 0}, {GreyValue(s, best.code[1]), 0, 0, 0}};
+    K::Run(t, v, bits, 1, mask, best.idx);
+    if (best.err == 0) break;
+    Fit fit;
+    std::memcpy(fit.idx, best.idx, 16);
+    float a4[4], b4[4];
+    if (!Refit(t, f, mask, fit, a4, b4)) break;
+    A = a4[0], B = b4[0];
+  }
+  return best;
+}
+
+// A grey tile in mode 6, 1 or 0 with the given partition.
+template <class K>
+void TryGrey(const Tile& t, int mode, int partition, int reach, Block* best) {
+  const bptc_decode::Bc7Mode& m = kBc7Modes[mode];
+  const GreySet s{mode == 6 ? 128 : mode == 1 ? 128 : 32, mode == 1, mode};
+  Block b;
+  b.mode = mode, b.partition = partition, b.err = 0;
+  for (int k = 0; k < m.subsets; ++k) {
+    const uint32_t mask = SubsetMask(m.subsets, partition, k);
+    const GreyFit fit = FitGrey<K>(t, mask, s, m.index_bits, reach);
+    if (fit.err >= best->err) return;
+    b.err += 3 * fit.err;
+    if (b.err >= best->err) return;
+    for (int e = 0; e < 2; ++e) {
+      const int i = fit.code[e];
+      const int q = mode == 6 ? i : i >> 1;
+      for (int c = 0; c < 3; ++c) b.e[k].q[e][c] = q;
+      b.e[k].q[e][3] = mode == 6 ? 127 : 0;
+      b.e[k].p[e] = mode == 6 ? 1 : i & 1;
+    }
+    for (int p = 0; p < 16; ++p) {
+      if (mask >> p & 1) b.idx[p] = fit.idx[p];
+    }
+  }
+  *best = b;
+}
+
+// A grey tile's block: mode 6, then at quality 0 (a squared error above
+// 256 left) mode 1 over the partition nearest to the split of the pixels
+// at the middle of mode 6's palette; above it mode 1 over the 4 or 8
+// partitions of least spread about their subsets' means and mode 0 over
+// the 2 or 4 (quality 1, 2).  The codes are searched within 1, 2 or 3 of
+// each centre.
+template <class K>
+void EncodeGrey(const Tile& t, int quality, uint8_t out[16]) {
+  static constexpr int kReach[3] = {1, 2, 3}, kMode1[3] = {0, 4, 8}, kMode0[3] = {0, 2, 4};
+  const int reach = kReach[quality];
+  Block best;
+  TryGrey<K>(t, 6, 0, reach, &best);
+  if (quality == 0) {
+    if (best.err > 256) {
+      uint32_t split = 0;
+      for (int p = 0; p < 16; ++p) split |= uint32_t(best.idx[p] >= 8) << p;
+      TryGrey<K>(t, 1, K::NearestSplit(split), reach, &best);
+    }
+  } else if (best.err > 0) {
+    Points pts;
+    MakePoints(t, 1, &pts);
+    const Spread all = SpreadOf(pts, 0xFFFF);
+    alignas(64) float rough[64];
+    int order[64], parts[8];
+    for (int k = 0; k < 64; ++k) order[k] = k;
+    K::Rough(pts, all, 2, 64, rough);
+    const int n1 = Least(rough, order, 64, kMode1[quality], parts);
+    for (int i = 0; i < n1 && best.err > 0; ++i) TryGrey<K>(t, 1, parts[i], reach, &best);
+    K::Rough(pts, all, 3, 16, rough);
+    const int n0 = Least(rough, order, 16, kMode0[quality], parts);
+    for (int i = 0; i < n0 && best.err > 0; ++i) TryGrey<K>(t, 0, parts[i], reach, &best);
+  }
+  Pack(best, out);
+}
+
 // One tile to its block.  Every candidate is first fitted with p-bits by
 // least rounding error and, above quality 0, one least squares round.
 // Quality 0: mode 6; opaque tiles whose squared error there exceeds 256
@@ -869,11 +1062,13 @@ void TryShape(const Tile& t, const Shape& sh, bool opaque, const Effort& eff, Bl
 // index selections (a channel with its own indices wins on tiles where one
 // channel's detail does not follow the others'), then the winner's shape again with four rounds and each code
 // and p-bit moved by one while the error drops.  The least squared RGBA
-// error wins (the first tried on a tie).
+// error wins (the first tried on a tie).  Opaque grey tiles take the
+// one-channel search of EncodeGrey at every level instead.
 template <class K>
 void EncodeTile(const Tile& t, int quality, uint8_t out[16]) {
-  bool opaque = true;
-  for (int p = 0; p < 16; ++p) opaque &= t.c[3][p] == 255;
+  bool opaque = true, grey = true;
+  for (int p = 0; p < 16; ++p) opaque &= t.c[3][p] == 255, grey &= t.c[0][p] == t.c[1][p] && t.c[0][p] == t.c[2][p];
+  if (opaque && grey) return EncodeGrey<K>(t, quality, out);
   const Effort eff{quality == 0 ? 0 : 1, false, false};
   Block best;
   TryPartitioned<K>(t, 6, 0, opaque, eff, &best);
