@@ -9,9 +9,10 @@
 // core transform exports put them.  Grey and 4:4:4 images reconstruct as
 // they decode: once macroblock row y is decoded, corner row y of the
 // filter walk (block DC filters, first-level inverse transforms, pixel
-// filters) finishes row y - 1, which is colour-converted into the output
-// at once; in one tile column only two rows a channel are kept.  4:2:0 and
-// 4:2:2 keep whole planes and reconstruct after the last tile.
+// filters) finishes row y - 1 of every channel, which is colour-converted
+// into the output at once (4:2:0 one row later: the last pixel row's
+// chroma mean needs the next chroma row).  In one tile column only a few
+// rows a channel are kept; with several, whole planes.
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -261,15 +262,23 @@ class Decoder {
     pw_ = mbw_ * 16;
     ph_ = mbh_ * 16;
     sub_ = h.format == k420 || h.format == k422;
-    // grey and 4:4:4 in one tile column: two macroblock rows a channel,
-    // row y in slot y & 1 (Advance finishes row y - 2 before row y is
-    // decoded); else whole planes
-    ring_ = !sub_ && h.tileX.size() == 1;
-    planes_.assign(size_t(h.channels), std::vector<int32_t>(size_t(pw_) * (ring_ ? 32 : ph_), 0));
+    // In one tile column, grey and 4:4:4 keep two macroblock rows a
+    // channel, row y in slot y & 1 (Advance finishes row y - 2 before row y
+    // is decoded); 4:2:0 and 4:2:2 luma three (the conversion runs a row
+    // behind), row y in slot y % 3.  Sub-sampled chroma rows lie one after
+    // another (the chroma walk reads rows y - 1 and y as one plane) in a
+    // window of kChromaSlots rows from row chromaBase_, slid down (its last
+    // two rows copied to the top) when it is full.  Several tile columns:
+    // whole planes.
+    ring_ = h.tileX.size() == 1;
+    const int lumaRows = ring_ ? (sub_ ? 3 : 2) : mbh_;
+    planes_.assign(size_t(h.channels), std::vector<int32_t>(size_t(pw_) * 16 * lumaRows, 0));
     if (sub_) {
-      const size_t chroma = size_t(mbw_) * mbh_ * (h.format == k420 ? 64 : 128);
-      planes_[1].assign(chroma, 0);
-      planes_[2].assign(chroma, 0);
+      chromaSlots_ = ring_ ? std::min(kChromaSlots, mbh_) : mbh_;
+      chromaRowLen_ = size_t(mbw_) * (h.format == k420 ? 64 : 128);
+      planes_[1].assign(chromaRowLen_ * chromaSlots_, 0);
+      planes_[2].assign(chromaRowLen_ * chromaSlots_, 0);
+      for (std::vector<int32_t>& line : lines_) line.assign(size_t(pw_), 0);
     }
     hpStep_.assign(size_t(h.channels), std::vector<int32_t>(size_t(mbw_) * mbh_, 0));
   }
@@ -279,12 +288,14 @@ class Decoder {
   void Begin(Picture* out);
   bool Run(size_t tilesAt, std::string* error);
   void Finish();
-  void Upsample();
 
  private:
   bool Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error);
   void Advance(int rowsDecoded);  // macroblock rows 0..rowsDecoded-1 are decoded
   void Convert(int py0, int py1);
+  void ConvertSub(int my);  // macroblock row my, up-sampling its chroma
+  void ChromaLine(int c, int cy, int32_t* to);
+  void Slide(int my);  // makes room for chroma macroblock row my
   bool ReadTileQp(Cursor& dc, Cursor& lp, Cursor& hp, TileQp* q);
   bool Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band, std::vector<PredInfo>& row,
                   std::vector<PredInfo>& prev, std::string* error);
@@ -293,14 +304,20 @@ class Decoder {
   int32_t* Block(int c, int mx, int my, int bx, int by) {
     if (c > 0 && sub_) {
       const bool q = h_.format == k420;
-      return planes_[size_t(c)].data() + (size_t(my) * mbw_ + mx) * (q ? 64 : 128) + 16 * ((q ? 2 : 4) * bx + by);
+      return ChromaPlane(c) + ptrdiff_t(my) * ptrdiff_t(chromaRowLen_) + mx * (q ? 64 : 128) + 16 * ((q ? 2 : 4) * bx + by);
     }
     return Row(c, my) + size_t(mx) * 256 + 16 * (4 * bx + by);
   }
-  // Macroblock row my of a grey or 4:4:4 channel (my may be -1 or mbh:
+  // Macroblock row my of luma or a 4:4:4 channel (my may be -1 or mbh:
   // the walk touches nothing there).
   int32_t* Row(int c, int my) {
-    return planes_[size_t(c)].data() + ptrdiff_t(ring_ ? (my & 1) : my) * mbw_ * 256;
+    const int slot = !ring_ ? my : sub_ ? (my % 3 + 3) % 3 : my & 1;
+    return planes_[size_t(c)].data() + ptrdiff_t(slot) * mbw_ * 256;
+  }
+  // Where row 0 of a sub-sampled chroma channel would lie: rows in the
+  // window are at their usual offsets from it.
+  int32_t* ChromaPlane(int c) {
+    return planes_[size_t(c)].data() - ptrdiff_t(chromaBase_) * ptrdiff_t(chromaRowLen_);
   }
 
   const Header& h_;
@@ -315,6 +332,10 @@ class Decoder {
   Picture* out_ = nullptr;
   bool sub_ = false;  // 4:2:0 or 4:2:2
   bool ring_ = false;
+  static constexpr int kChromaSlots = 16;
+  int chromaSlots_ = 0, chromaBase_ = 0;
+  size_t chromaRowLen_ = 0;
+  std::vector<int32_t> lines_[3];  // one padded pixel row of each channel
   int BlocksWide(int ch) const { return sub_ && ch > 0 ? 2 : 4; }
   int BlocksHigh(int ch) const { return sub_ && ch > 0 && h_.format == k420 ? 2 : 4; }
 };
@@ -484,6 +505,7 @@ bool Decoder::Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error
     for (int k = 0; k < 4; ++k) c[k] = &cur[k];
   }
   for (int my = y0; my < y1; ++my) {
+    if (sub_ && ring_) Slide(my);
     for (int mx = x0; mx < x1; ++mx) {
       if (!Macroblock(mx, my, x0, y0, q, c[0], row, prev, error)) return false;
     }
@@ -749,40 +771,6 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
   return true;
 }
 
-// Chroma back to full resolution over the padded image, as jxrlib does
-// before its colour conversion: sub-sampled samples land on the even
-// columns (and rows), each sample between two is their mean rounded up,
-// and the last column (row) repeats the one before it.  4:2:0 goes
-// vertical first.  The planes are left in luma layout.
-void Decoder::Upsample() {
-  const bool q = h_.format == k420;
-  const int cw = pw_ / 2, chh = q ? ph_ / 2 : ph_;
-  std::vector<int32_t> full(size_t(pw_) * ph_);
-  std::vector<int32_t> col(static_cast<size_t>(ph_));
-  for (int ch = 1; ch < 3; ++ch) {
-    const std::vector<int32_t>& src = planes_[size_t(ch)];
-    for (int x = 0; x < cw; ++x) {
-      // one chroma column at full height
-      if (q) {
-        for (int y = 0; y < chh; ++y) col[size_t(2 * y)] = src[ChromaAt(x, y, mbw_, true)];
-        for (int y = 1; y < ph_ - 1; y += 2) col[size_t(y)] = (col[size_t(y - 1)] + col[size_t(y + 1)] + 1) >> 1;
-        col[size_t(ph_ - 1)] = col[size_t(ph_ - 2)];
-      } else {
-        for (int y = 0; y < chh; ++y) col[size_t(y)] = src[ChromaAt(x, y, mbw_, false)];
-      }
-      for (int y = 0; y < ph_; ++y) full[PixelAt(2 * x, y, mbw_)] = col[size_t(y)];
-    }
-    for (int y = 0; y < ph_; ++y) {
-      for (int x = 1; x < pw_ - 1; x += 2) {
-        full[PixelAt(x, y, mbw_)] = (full[PixelAt(x - 1, y, mbw_)] + full[PixelAt(x + 1, y, mbw_)] + 1) >> 1;
-      }
-      full[PixelAt(pw_ - 1, y, mbw_)] = full[PixelAt(pw_ - 2, y, mbw_)];
-    }
-    planes_[size_t(ch)].swap(full);
-    full.assign(size_t(pw_) * ph_, 0);
-  }
-}
-
 void Decoder::Begin(Picture* out) {
   out_ = out;
   const bool wide = h_.outDepth == 2;
@@ -793,36 +781,113 @@ void Decoder::Begin(Picture* out) {
   out->samples.assign(size_t(out->width) * out->height * out->channels, 0);
 }
 
-// Grey and 4:4:4: corner rows run (every channel) and their finished
-// macroblock rows are converted as soon as the macroblock rows they read
-// are decoded, while those rows are still in cache.  Sub-sampled chroma
-// waits for the whole image (its up-sampling is a pass of its own).
+// Corner rows run (every channel) and their finished macroblock rows are
+// converted as soon as the macroblock rows they read are decoded, while
+// those rows are still in cache.
 void Decoder::Advance(int rowsDecoded) {
-  if (sub_) return;
   const bool hpAbsent = h_.subband == kDCOnly || h_.subband == kNoHP;
+  const bool fine = h_.subversion != 0;
   while (corners_ <= mbh_ && (corners_ < rowsDecoded || rowsDecoded == mbh_)) {
-    for (int ch = 0; ch < h_.channels; ++ch) {
-      InverseTransformRow(Row(ch, corners_ - 1), Row(ch, corners_), mbw_, mbh_, h_.overlap, h_.subversion != 0, hpStep_[size_t(ch)],
-                          hpAbsent, corners_);
+    const int y = corners_;
+    const int lumaLike = sub_ ? 1 : h_.channels;
+    for (int ch = 0; ch < lumaLike; ++ch) {
+      InverseTransformRow(Row(ch, y - 1), Row(ch, y), mbw_, mbh_, h_.overlap, fine, hpStep_[size_t(ch)], hpAbsent, y);
     }
-    if (corners_ > 0) Convert(16 * (corners_ - 1), 16 * corners_);
+    if (!sub_) {
+      if (y > 0) Convert(16 * (y - 1), 16 * y);
+    } else {
+      // the DC compensation of the older filters reads the HP steps of
+      // the channel before
+      for (int ch = 1; ch < 3; ++ch) {
+        InverseTransformChromaRow(ChromaPlane(ch), mbw_, mbh_, h_.format == k420, h_.overlap, fine,
+                                  hpStep_[size_t(ch - 1)], hpAbsent, y);
+      }
+      // 4:2:0 rows wait for the first chroma row below them
+      const int lag = h_.format == k420 ? 2 : 1;
+      if (y >= lag) ConvertSub(y - lag);
+      if (y == mbh_ && lag == 2) ConvertSub(mbh_ - 1);
+    }
     ++corners_;
   }
 }
 
-void Decoder::Finish() {
-  if (!sub_) {
-    Advance(mbh_);
-    return;
-  }
-  const bool hpAbsent = h_.subband == kDCOnly || h_.subband == kNoHP;
-  InverseTransform(planes_[0].data(), mbw_, mbh_, h_.overlap, h_.subversion != 0, hpStep_[0], hpAbsent);
+void Decoder::Finish() { Advance(mbh_); }
+
+void Decoder::Slide(int my) {
+  if (my - chromaBase_ < chromaSlots_) return;
+  // rows my - 2 (still to convert) and my - 1 (still to filter) stay
+  const int keep = 2;
   for (int ch = 1; ch < 3; ++ch) {
-    InverseTransformChroma(planes_[size_t(ch)].data(), mbw_, mbh_, h_.format == k420, h_.overlap,
-                           h_.subversion != 0, hpStep_[size_t(ch - 1)], hpAbsent);
+    int32_t* p = planes_[size_t(ch)].data();
+    std::memmove(p, p + size_t(my - keep - chromaBase_) * chromaRowLen_, sizeof(int32_t) * keep * chromaRowLen_);
   }
-  Upsample();
-  Convert(0, ph_);
+  chromaBase_ = my - keep;
+}
+
+// Chroma row cy of channel c (padded, half width) into `to`.
+void Decoder::ChromaLine(int c, int cy, int32_t* to) {
+  const bool q = h_.format == k420;
+  const int mbHigh = q ? 8 : 16, mbSize = q ? 64 : 128;
+  const int yy = cy & (mbHigh - 1);
+  const int32_t* row = ChromaPlane(c) + ptrdiff_t(cy / mbHigh) * ptrdiff_t(chromaRowLen_);
+  int at[8];
+  for (int x = 0; x < 8; ++x) at[x] = int(ChromaAt(x, yy, 1, q));
+  for (int mx = 0; mx < mbw_; ++mx) {
+    const int32_t* m = row + mx * mbSize;
+    int32_t* o = to + 8 * mx;
+    for (int x = 0; x < 8; ++x) o[x] = m[at[x]];
+  }
+}
+
+// Sub-sampled chroma back to full resolution, as jxrlib does before its
+// colour conversion: chroma samples land on the even columns (and rows),
+// each sample between two is their mean rounded up, and the last column
+// (row) repeats the one before it; 4:2:0 goes vertical first.  Row by row
+// into the output, with the colour conversion.
+void Decoder::ConvertSub(int my) {
+  Picture* out = out_;
+  const int w = out->width;
+  const bool q = h_.format == k420;
+  const bool wide = h_.outDepth == 2;
+  const int shift = h_.scaled ? 3 : 0;
+  const int32_t mid = wide ? 32768 : 128, top = wide ? 65535 : 255;
+  const int32_t bias = h_.scaled ? (mid << 3) + (wide ? 4 : 3) : mid;
+  const int x0 = int(h_.extraLeft), cw = pw_ / 2;
+  const int first = std::max(16 * my, int(h_.extraTop)), last = std::min(16 * my + 16, int(h_.extraTop) + out->height);
+  const int32_t* luma = Row(0, my);
+  int32_t* half = lines_[0].data();  // chroma rows at half width
+  int32_t* below = half + cw;
+  for (int py = first; py < last; ++py) {
+    int32_t* full[2] = {lines_[1].data(), lines_[2].data()};
+    for (int c = 0; c < 2; ++c) {
+      const int cy = q ? py >> 1 : py;
+      ChromaLine(c + 1, cy, half);
+      if (q && (py & 1) && py < ph_ - 1) {
+        ChromaLine(c + 1, cy + 1, below);
+        for (int x = 0; x < cw; ++x) half[x] = (half[x] + below[x] + 1) >> 1;
+      }
+      int32_t* f = full[c];
+      for (int x = 0; x < cw - 1; ++x) {
+        f[2 * x] = half[x];
+        f[2 * x + 1] = (half[x] + half[x + 1] + 1) >> 1;
+      }
+      f[pw_ - 2] = f[pw_ - 1] = half[cw - 1];
+    }
+    int inMb[16];
+    for (int x = 0; x < 16; ++x) inMb[x] = int(PixelAt(x, py & 15, 1));
+    uint16_t* o = out->samples.data() + size_t(py - int(h_.extraTop)) * w * 3;
+    auto clip = [top](int64_t v) { return uint16_t(v < 0 ? 0 : v > top ? top : v); };
+    for (int x = x0; x < x0 + w; ++x) {
+      int64_t g = int64_t(luma[(x >> 4) * 256 + inMb[x & 15]]) + bias, r = -int64_t(full[0][x]), b = full[1][x];
+      g -= r >> 1;
+      r -= ((b + 1) >> 1) - g;
+      b += r;
+      o[0] = clip(r >> shift);
+      o[1] = clip(g >> shift);
+      o[2] = clip(b >> shift);
+      o += 3;
+    }
+  }
 }
 
 // Padded rows py0..py1 (those inside the image) to output samples.
@@ -840,14 +905,13 @@ void Decoder::Convert(int py0, int py1) {
   const int x0 = int(h_.extraLeft);
   const int32_t* plane[3] = {planes_[0].data(), colour ? planes_[1].data() : nullptr,
                              colour ? planes_[2].data() : nullptr};
-  const size_t rowLen = size_t(mbw_) * 256;
   const int first = std::max(py0, int(h_.extraTop)), last = std::min(py1, int(h_.extraTop) + out->height);
   for (int py = first; py < last; ++py) {
     const int y = py - int(h_.extraTop);
     // the row's elements in a macroblock, column by column
     int inMb[16];
     for (int x = 0; x < 16; ++x) inMb[x] = int(PixelAt(x, py & 15, 1));
-    const size_t rowAt = size_t(ring_ ? (py >> 4) & 1 : py >> 4) * rowLen;
+    const size_t rowAt = size_t(Row(0, py >> 4) - plane[0]);
     uint16_t* o = out->samples.data() + size_t(y) * w * out->channels;
     for (int x = x0; x < x0 + w; ++x) {
       const size_t at = rowAt + size_t(x >> 4) * 256 + size_t(inMb[x & 15]);

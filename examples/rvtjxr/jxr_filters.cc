@@ -340,16 +340,19 @@ void InverseTransform(int32_t* channel, int mbw, int mbh, int overlap, bool fine
   }
 }
 
-void InverseTransformChroma(int32_t* channel, int mbw, int mbh, bool is420, int overlap, bool fine,
-                            const std::vector<int32_t>& hpStep, bool hpAbsent) {
+void InverseTransformChromaRow(int32_t* channel, int mbw, int mbh, bool is420, int overlap, bool fine,
+                               const std::vector<int32_t>& hpStep, bool hpAbsent, int y) {
   PostFilter f{fine, hpAbsent, 0, {}};
-  for (int y = 0; y <= mbh; ++y) {
-    for (int x = 0; x <= mbw; ++x) {
-      f.step = StepAt(x, y, mbw, mbh, hpStep, hpAbsent);
-      WalkChromaCorner(f, channel, mbw, mbh, is420, overlap, fine, x, y);
-    }
+  for (int x = 0; x <= mbw; ++x) {
+    f.step = StepAt(x, y, mbw, mbh, hpStep, hpAbsent);
+    WalkChromaCorner(f, channel, mbw, mbh, is420, overlap, fine, x, y);
   }
   f.blocks.Flush();
+}
+
+void InverseTransformChroma(int32_t* channel, int mbw, int mbh, bool is420, int overlap, bool fine,
+                            const std::vector<int32_t>& hpStep, bool hpAbsent) {
+  for (int y = 0; y <= mbh; ++y) InverseTransformChromaRow(channel, mbw, mbh, is420, overlap, fine, hpStep, hpAbsent, y);
 }
 
 }  // namespace rvtjxr
