@@ -278,8 +278,10 @@ class Decoder {
       chromaRowLen_ = size_t(mbw_) * (h.format == k420 ? 64 : 128);
       planes_[1].assign(chromaRowLen_ * chromaSlots_, 0);
       planes_[2].assign(chromaRowLen_ * chromaSlots_, 0);
-      for (std::vector<int32_t>& line : lines_) line.assign(size_t(pw_), 0);
+      half_.assign(size_t(pw_), 0);
     }
+    for (std::vector<int32_t>& line : lines_) line.assign(size_t(pw_), 0);
+    rgb_.assign(size_t(pw_) * 3, 0);
     hpStep_.assign(size_t(h.channels), std::vector<int32_t>(size_t(mbw_) * mbh_, 0));
   }
 
@@ -295,6 +297,10 @@ class Decoder {
   void Convert(int py0, int py1);
   void ConvertSub(int my);  // macroblock row my, up-sampling its chroma
   void ChromaLine(int c, int cy, int32_t* to);
+  void LumaLine(const int32_t* row, int yy, int32_t* to) const;
+  void Emit(int py);  // the lines of padded row py into the output
+  template <class T>
+  void EmitAs(T* o);
   void Slide(int my);  // makes room for chroma macroblock row my
   bool ReadTileQp(Cursor& dc, Cursor& lp, Cursor& hp, TileQp* q);
   bool Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band, std::vector<PredInfo>& row,
@@ -336,6 +342,8 @@ class Decoder {
   int chromaSlots_ = 0, chromaBase_ = 0;
   size_t chromaRowLen_ = 0;
   std::vector<int32_t> lines_[3];  // one padded pixel row of each channel
+  std::vector<int32_t> half_;      // two chroma rows at half width
+  std::vector<uint16_t> rgb_;      // one output row, channel by channel
   int BlocksWide(int ch) const { return sub_ && ch > 0 ? 2 : 4; }
   int BlocksHigh(int ch) const { return sub_ && ch > 0 && h_.format == k420 ? 2 : 4; }
 };
@@ -778,7 +786,11 @@ void Decoder::Begin(Picture* out) {
   out->height = int(h_.height);
   out->bits = wide ? 16 : 8;
   out->channels = h_.format != kYOnly ? 3 : 1;
-  out->samples.assign(size_t(out->width) * out->height * out->channels, 0);
+  const size_t n = size_t(out->width) * out->height * out->channels;
+  out->samples.clear();
+  out->bytes.clear();
+  if (out->narrow && !wide) out->bytes.resize(n);
+  else out->samples.resize(n);
 }
 
 // Corner rows run (every channel) and their finished macroblock rows are
@@ -839,95 +851,145 @@ void Decoder::ChromaLine(int c, int cy, int32_t* to) {
   }
 }
 
+// Pixel row yy of a macroblock row of luma layout into `to` (padded width).
+void Decoder::LumaLine(const int32_t* row, int yy, int32_t* to) const {
+  const uint8_t* k = kInBlock[yy & 3];
+  const int k0 = k[0], k1 = k[1], k2 = k[2], k3 = k[3];
+  const int b = 16 * (yy >> 2);
+  for (int i = 0; i < 4 * mbw_; ++i) {  // blocks left to right
+    const int32_t* m = row + (i >> 2) * 256 + 64 * (i & 3) + b;
+    int32_t* o = to + 4 * i;
+    o[0] = m[k0];
+    o[1] = m[k1];
+    o[2] = m[k2];
+    o[3] = m[k3];
+  }
+}
+
 // Sub-sampled chroma back to full resolution, as jxrlib does before its
 // colour conversion: chroma samples land on the even columns (and rows),
 // each sample between two is their mean rounded up, and the last column
 // (row) repeats the one before it; 4:2:0 goes vertical first.  Row by row
 // into the output, with the colour conversion.
 void Decoder::ConvertSub(int my) {
-  Picture* out = out_;
-  const int w = out->width;
   const bool q = h_.format == k420;
-  const bool wide = h_.outDepth == 2;
-  const int shift = h_.scaled ? 3 : 0;
-  const int32_t mid = wide ? 32768 : 128, top = wide ? 65535 : 255;
-  const int32_t bias = h_.scaled ? (mid << 3) + (wide ? 4 : 3) : mid;
-  const int x0 = int(h_.extraLeft), cw = pw_ / 2;
-  const int first = std::max(16 * my, int(h_.extraTop)), last = std::min(16 * my + 16, int(h_.extraTop) + out->height);
+  const int cw = pw_ / 2;
+  const int first = std::max(16 * my, int(h_.extraTop)), last = std::min(16 * my + 16, int(h_.extraTop) + out_->height);
   const int32_t* luma = Row(0, my);
-  int32_t* half = lines_[0].data();  // chroma rows at half width
+  int32_t* half = half_.data();  // chroma rows at half width
   int32_t* below = half + cw;
   for (int py = first; py < last; ++py) {
-    int32_t* full[2] = {lines_[1].data(), lines_[2].data()};
-    for (int c = 0; c < 2; ++c) {
+    LumaLine(luma, py & 15, lines_[0].data());
+    for (int c = 1; c < 3; ++c) {
       const int cy = q ? py >> 1 : py;
-      ChromaLine(c + 1, cy, half);
+      ChromaLine(c, cy, half);
       if (q && (py & 1) && py < ph_ - 1) {
-        ChromaLine(c + 1, cy + 1, below);
+        ChromaLine(c, cy + 1, below);
         for (int x = 0; x < cw; ++x) half[x] = (half[x] + below[x] + 1) >> 1;
       }
-      int32_t* f = full[c];
+      int32_t* f = lines_[size_t(c)].data();
       for (int x = 0; x < cw - 1; ++x) {
         f[2 * x] = half[x];
         f[2 * x + 1] = (half[x] + half[x + 1] + 1) >> 1;
       }
       f[pw_ - 2] = f[pw_ - 1] = half[cw - 1];
     }
-    int inMb[16];
-    for (int x = 0; x < 16; ++x) inMb[x] = int(PixelAt(x, py & 15, 1));
-    uint16_t* o = out->samples.data() + size_t(py - int(h_.extraTop)) * w * 3;
-    auto clip = [top](int64_t v) { return uint16_t(v < 0 ? 0 : v > top ? top : v); };
-    for (int x = x0; x < x0 + w; ++x) {
-      int64_t g = int64_t(luma[(x >> 4) * 256 + inMb[x & 15]]) + bias, r = -int64_t(full[0][x]), b = full[1][x];
-      g -= r >> 1;
-      r -= ((b + 1) >> 1) - g;
-      b += r;
-      o[0] = clip(r >> shift);
-      o[1] = clip(g >> shift);
-      o[2] = clip(b >> shift);
-      o += 3;
-    }
+    Emit(py);
   }
 }
 
-// Padded rows py0..py1 (those inside the image) to output samples.
+// Padded rows py0..py1 of grey and 4:4:4 (those inside the image) to
+// output samples.
 void Decoder::Convert(int py0, int py1) {
+  const int first = std::max(py0, int(h_.extraTop)), last = std::min(py1, int(h_.extraTop) + out_->height);
+  for (int py = first; py < last; ++py) {
+    for (int c = 0; c < h_.channels; ++c) LumaLine(Row(c, py >> 4), py & 15, lines_[size_t(c)].data());
+    Emit(py);
+  }
+}
+
+// Colour-converts the lines (padded width) of padded row py into the
+// output.  Samples are centred on zero; scaled arithmetic keeps three more
+// bits, rounded off with 3 at 8 bits and 4 at 16, as jxrlib does.  Lines
+// within +-2^28 (all but damaged streams) convert in 32 bits, the rest in
+// 64, with the same results.
+void Decoder::Emit(int py) {
   Picture* out = out_;
   const int w = out->width;
-  // samples are centred on zero; scaled arithmetic keeps three more bits,
-  // rounded off with 3 at 8 bits and 4 at 16, as jxrlib does
+  const int nc = h_.format != kYOnly ? 3 : 1;
+  const size_t at = size_t(py - int(h_.extraTop)) * w * nc;
+  if (!out->bytes.empty()) {
+    EmitAs(out->bytes.data() + at);
+  } else {
+    EmitAs(out->samples.data() + at);
+  }
+}
+
+template <class T>
+void Decoder::EmitAs(T* o) {
+  Picture* out = out_;
+  const int w = out->width, x0 = int(h_.extraLeft);
   const bool wide = h_.outDepth == 2;
   const int shift = h_.scaled ? 3 : 0;
   const int32_t mid = wide ? 32768 : 128, top = wide ? 65535 : 255;
   const int32_t bias = h_.scaled ? (mid << 3) + (wide ? 4 : 3) : mid;
   const bool colour = h_.format != kYOnly;
-  auto clip = [top](int64_t v) { return uint16_t(v < 0 ? 0 : v > top ? top : v); };
-  const int x0 = int(h_.extraLeft);
-  const int32_t* plane[3] = {planes_[0].data(), colour ? planes_[1].data() : nullptr,
-                             colour ? planes_[2].data() : nullptr};
-  const int first = std::max(py0, int(h_.extraTop)), last = std::min(py1, int(h_.extraTop) + out->height);
-  for (int py = first; py < last; ++py) {
-    const int y = py - int(h_.extraTop);
-    // the row's elements in a macroblock, column by column
-    int inMb[16];
-    for (int x = 0; x < 16; ++x) inMb[x] = int(PixelAt(x, py & 15, 1));
-    const size_t rowAt = size_t(Row(0, py >> 4) - plane[0]);
-    uint16_t* o = out->samples.data() + size_t(y) * w * out->channels;
-    for (int x = x0; x < x0 + w; ++x) {
-      const size_t at = rowAt + size_t(x >> 4) * 256 + size_t(inMb[x & 15]);
-      if (!colour) {
-        *o++ = clip((int64_t(plane[0][at]) + bias) >> shift);
-        continue;
+  const int nc = colour ? 3 : 1;
+  constexpr int32_t kSafe = int32_t(1) << 28;
+  uint32_t outside = 0;
+  for (int c = 0; c < nc; ++c) {
+    const int32_t* l = lines_[size_t(c)].data() + x0;
+    for (int x = 0; x < w; ++x) outside |= uint32_t(l[x]) + uint32_t(kSafe) > uint32_t(2 * kSafe);
+  }
+  const int32_t* ly = lines_[0].data() + x0;
+  if (!colour) {
+    if (outside) {
+      for (int x = 0; x < w; ++x) {
+        const int64_t v = (int64_t(ly[x]) + bias) >> shift;
+        o[x] = T(v < 0 ? 0 : v > top ? top : v);
       }
-      int64_t g = int64_t(plane[0][at]) + bias, r = -int64_t(plane[1][at]), b = plane[2][at];
+      return;
+    }
+    for (int x = 0; x < w; ++x) {
+      const int32_t v = (ly[x] + bias) >> shift;
+      o[x] = T(v < 0 ? 0 : v > top ? top : v);
+    }
+    return;
+  }
+  const int32_t* lu = lines_[1].data() + x0;
+  const int32_t* lv = lines_[2].data() + x0;
+  if (outside) {
+    auto clip = [top](int64_t v) { return T(v < 0 ? 0 : v > top ? top : v); };
+    for (int x = 0; x < w; ++x) {
+      int64_t g = int64_t(ly[x]) + bias, r = -int64_t(lu[x]), b = lv[x];
       g -= r >> 1;
       r -= ((b + 1) >> 1) - g;
       b += r;
-      o[0] = clip(r >> shift);
-      o[1] = clip(g >> shift);
-      o[2] = clip(b >> shift);
-      o += 3;
+      o[3 * x] = clip(r >> shift);
+      o[3 * x + 1] = clip(g >> shift);
+      o[3 * x + 2] = clip(b >> shift);
     }
+    return;
+  }
+  uint16_t* pr = rgb_.data();
+  uint16_t* pg = pr + w;
+  uint16_t* pb = pg + w;
+  for (int x = 0; x < w; ++x) {
+    int32_t g = ly[x] + bias, r = -lu[x], b = lv[x];
+    g -= r >> 1;
+    r -= ((b + 1) >> 1) - g;
+    b += r;
+    r >>= shift;
+    g >>= shift;
+    b >>= shift;
+    pr[x] = uint16_t(r < 0 ? 0 : r > top ? top : r);
+    pg[x] = uint16_t(g < 0 ? 0 : g > top ? top : g);
+    pb[x] = uint16_t(b < 0 ? 0 : b > top ? top : b);
+  }
+  for (int x = 0; x < w; ++x) {
+    o[3 * x] = T(pr[x]);
+    o[3 * x + 1] = T(pg[x]);
+    o[3 * x + 2] = T(pb[x]);
   }
 }
 
