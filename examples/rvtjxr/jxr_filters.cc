@@ -144,26 +144,41 @@ int32_t ClipTowards(int32_t v, int32_t alt) {
 // then pulls a small DC offset out of windows where the HP step is coarse
 // (or HP is absent); matching its output needs the same.
 void Window(P q0, P q1, P q2, P q3, int32_t hpStep, bool hpAbsent, bool fine) {
-  for (int e = 0; e < 4; ++e) Butterfly(q0 + e, q2 + e, q1 + e, q3 + e);
-  RotateOddOdd(q3 + 0, q3 + 1, q3 + 2, q3 + 3);
-  Rotate1(q1[2], q1[3]);
-  Rotate1(q1[0], q1[1]);
-  Rotate1(q2[1], q2[3]);
-  Rotate1(q2[0], q2[2]);
-  for (int e = 0; e < 4; ++e) ScalePair(q0 + e, q3 + e, fine);
-  for (int e = 0; e < 4; ++e) ScaleQuad(q0 + e, q2 + e, q1 + e, q3 + e);
-  if (fine) return;
+  // the quads in locals (no aliasing), so the element loops run as vectors
+  int32_t a[4], b[4], c[4], d[4];
   for (int e = 0; e < 4; ++e) {
-    const int32_t sum = (q0[e] + q1[e] + q2[e] + q3[e]) >> 1;
-    int32_t dcl = int32_t(uint32_t(sum) * 595u + 65536u) >> 17;  // (wrapping, as 32-bit code does)
-    if ((std::abs(dcl) < hpStep && hpStep > 20) || hpAbsent) {
-      const int32_t alt = (q0[e] - q1[e] - q2[e] + q3[e]) >> 1;
-      dcl = ClipTowards(dcl, alt) >> 1;
-      q0[e] -= dcl;
-      q3[e] -= dcl;
-      q2[e] += dcl;
-      q1[e] += dcl;
+    a[e] = q0[e];
+    b[e] = q1[e];
+    c[e] = q2[e];
+    d[e] = q3[e];
+  }
+  for (int e = 0; e < 4; ++e) Butterfly(a + e, c + e, b + e, d + e);
+  RotateOddOdd(d + 0, d + 1, d + 2, d + 3);
+  Rotate1(b[2], b[3]);
+  Rotate1(b[0], b[1]);
+  Rotate1(c[1], c[3]);
+  Rotate1(c[0], c[2]);
+  for (int e = 0; e < 4; ++e) ScalePair(a + e, d + e, fine);
+  for (int e = 0; e < 4; ++e) ScaleQuad(a + e, c + e, b + e, d + e);
+  if (!fine) {
+    for (int e = 0; e < 4; ++e) {
+      const int32_t sum = (a[e] + b[e] + c[e] + d[e]) >> 1;
+      int32_t dcl = int32_t(uint32_t(sum) * 595u + 65536u) >> 17;  // (wrapping, as 32-bit code does)
+      if ((std::abs(dcl) < hpStep && hpStep > 20) || hpAbsent) {
+        const int32_t alt = (a[e] - b[e] - c[e] + d[e]) >> 1;
+        dcl = ClipTowards(dcl, alt) >> 1;
+        a[e] -= dcl;
+        d[e] -= dcl;
+        c[e] += dcl;
+        b[e] += dcl;
+      }
     }
+  }
+  for (int e = 0; e < 4; ++e) {
+    q0[e] = a[e];
+    q1[e] = b[e];
+    q2[e] = c[e];
+    q3[e] = d[e];
   }
 }
 
