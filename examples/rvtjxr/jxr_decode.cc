@@ -709,9 +709,18 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
   KeepForPrediction(me, dclp, nc, sub_);
 
   // HP: pattern, coefficients, prediction inside the macroblock
+  // (the decoder fills elements 1..15 of each block of a channel; the
+  // rest is zeroed here)
   int32_t hpc[16 * 256];
-  std::memset(hpc, 0, sizeof(int32_t) * 256 * size_t(nc));
-  for (int ch = 0; ch < nc; ++ch) me.cbp[ch] = 0;
+  for (int ch = 0; ch < nc; ++ch) {
+    me.cbp[ch] = 0;
+    const int nb = BlocksWide(ch) * BlocksHigh(ch);
+    if (!hpBand) {
+      std::memset(hpc + 256 * ch, 0, sizeof(int32_t) * 16 * size_t(nb));
+    } else {
+      for (int b = 0; b < nb; ++b) hpc[256 * ch + 16 * b] = 0;
+    }
+  }
   if (hpBand) {
     if (h_.frequency) {
       hpIndex = q.hpBits ? qpIndex(c[2], q.hpBits) : (q.hp.size() > 1 ? lpIndex : 0);
@@ -740,8 +749,10 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     if (adaptNow) rvtiVLCAdapt_JPEGXR(st, 4);
     // one test for the lot (a loop without exits vectorizes)
     uint32_t outside = 0;
-    for (int k = 0; k < 256 * nc; ++k) {
-      outside |= uint32_t(uint32_t(hpc[k]) + uint32_t(kMaxCoef) > uint32_t(2 * kMaxCoef));
+    for (int ch = 0; ch < nc; ++ch) {
+      const int32_t* p = hpc + 256 * ch;
+      const int n = 16 * BlocksWide(ch) * BlocksHigh(ch);
+      for (int k = 0; k < n; ++k) outside |= uint32_t(uint32_t(p[k]) + uint32_t(kMaxCoef) > uint32_t(2 * kMaxCoef));
     }
     if (outside) return fail("HP level");
     bool ok = true;
@@ -797,13 +808,19 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     }
     const int32_t shp = hpBand ? q.hp[size_t(hpIndex)][size_t(ch)] : 0;
     hpStep_[size_t(ch)][size_t(my) * mbw_ + mx] = shp;
+    // the HP products: one bound for the lot, then 32-bit products
+    const int32_t* src = hpc + 256 * ch;
+    const uint32_t most = shp > 0 ? uint32_t(kMaxCoef / shp) : uint32_t(kMaxCoef);  // largest level
+    uint32_t outside = 0;
+    for (int k = 0; k < 16 * nb; ++k) outside |= uint32_t(uint32_t(src[k]) + most > 2 * most);
+    if (!ok || outside) return fail("dequantized coefficient");
     for (int b = 0; b < nb; ++b) {
       int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
+      const int32_t* from = src + 16 * b;
       // chroma block DCs carry one bit less under scaled arithmetic
       blk[0] = (h_.scaled && ch > 0) ? d[b] * 2 : d[b];
-      for (int k = 1; k < 16; ++k) blk[kInBlock[k >> 2][k & 3]] = dq(hpc[256 * ch + 16 * b + k], shp);
+      for (int k = 1; k < 16; ++k) blk[kInBlock[k >> 2][k & 3]] = from[k] * shp;
     }
-    if (!ok) return fail("dequantized coefficient");
   }
   return true;
 }
