@@ -577,6 +577,61 @@ inline int DecodeBlock(R& r, State& s, int group, bool chroma, int first, int32_
   }
 }
 
+// DecodeBlock for the fast reader, handing each coefficient to put(position,
+// level) as it is decoded instead of through a zeroed array: no array to
+// clear and no second pass over the 15 positions.
+template <class Put>
+inline int DecodeBlockTo(FastReader& r, State& s, int group, bool chroma, int first, Put put) {
+  const int idx = group + (chroma ? kIndexChr : kIndexLum);
+  const int fst = group + (chroma ? kFirstChr : kFirstLum);
+  int sym = r.Symbol(AlphabetOf(12), s.table[fst]);
+  AccountOf<12, FastReader>(s, fst, sym);
+  bool sr = sym & 1;
+  bool sl = sym & 2;
+  int srn = sym >> 2;
+  int cont = sr && srn == 1;
+  int loc = first, count = 0;
+  for (;;) {
+    const uint32_t neg = r.Bit();
+    const uint32_t mag = sl ? DecodeLevel(r, s, group + kLevel + cont) : 1u;
+    int run = 0;
+    if (!sr) {
+      if (loc > 14) return rvtStatusErr;
+      run = DecodeRun(r, s, 15 - loc);
+    }
+    const int at = loc + run;
+    if (at > 15) return rvtStatusErr;  // a run longer than the block allows
+    put(at, int32_t(neg ? 0u - mag : mag));
+    ++count;
+    loc = at + 1;
+    if (srn == 0) return count;
+    sr = srn == 1;
+    if (!sr) {
+      if (loc > 14) return rvtStatusErr;
+      loc += DecodeRun(r, s, 15 - loc);
+      if (loc > 15) return rvtStatusErr;
+    } else if (loc > 15) {
+      return rvtStatusErr;
+    }
+    // `loc` is now the next coefficient's position; its index follows.
+    const int after = loc + 1;
+    if (after < 15) {
+      sym = r.Symbol(AlphabetOf(6), s.table[idx + cont]);
+      AccountOf<6, FastReader>(s, idx + cont, sym);
+    } else if (after == 15) {
+      if (!r.Bit()) sym = 0;
+      else if (!r.Bit()) sym = 2;
+      else sym = 1 + 2 * int(r.Bit());
+    } else {
+      sym = int(r.Bit());
+    }
+    srn = sym >> 1;
+    cont &= int(srn == 1);
+    sl = sym & 1;
+    sr = true;  // its run is already read
+  }
+}
+
 inline void EncodeBlock(Writer& w, State& s, int group, bool chroma, int first, const int32_t* val) {
   const int idx = group + (chroma ? kIndexChr : kIndexLum);
   const int fst = group + (chroma ? kFirstChr : kFirstLum);
@@ -961,7 +1016,20 @@ inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, St
       const int b = HpBlockAt(s, ch, i);
       int32_t* blk = coef + 256 * ch + 16 * b;
       for (int k = 1; k < 16; ++k) blk[k] = 0;
-      if ((cbp[ch] >> b) & 1) {
+      if constexpr (std::is_same_v<R, FastReader>) {
+        // coefficients land in the block as they come; a count moves only
+        // entries at or before its own position, so each position still
+        // maps through the order the block started with
+        if ((cbp[ch] >> b) & 1) {
+          const uint8_t* order = s.order[sc];
+          const int cnt = DecodeBlockTo(r, s, kHpFirst, ch > 0, 1, [&](int p, int32_t v) {
+            blk[order[p]] = v;
+            CountScan(s, sc, p);
+          });
+          if (cnt < 0) return RvtResult(cnt);
+          lm[ch > 0] += cnt;
+        }
+      } else if ((cbp[ch] >> b) & 1) {
         std::memset(val, 0, sizeof(val));
         const int cnt = DecodeBlock(r, s, kHpFirst, ch > 0, 1, val);
         if (cnt < 0) return RvtResult(cnt);
