@@ -35,6 +35,16 @@ enum Subband { kAll = 0, kNoFlex = 1, kNoHP = 2, kDCOnly = 3 };
 constexpr int64_t kMaxCoef = int64_t(1) << 24;
 inline bool InRange(int64_t v) { return v >= -kMaxCoef && v <= kMaxCoef; }
 
+// Whether any of n values lies outside -limit..limit (limit below 2^30):
+// limit - v and v + limit, taken modulo 2^32, both stay below 2^31 just
+// for the values inside, so one OR of them all tells (and vectorizes
+// without compares).
+inline bool AnyOutside(const int32_t* v, int n, uint32_t limit) {
+  uint32_t acc = 0;
+  for (int k = 0; k < n; ++k) acc |= (limit - uint32_t(v[k])) | (uint32_t(v[k]) + limit);
+  return (acc >> 31) != 0;
+}
+
 // Header fields, most significant bit first; reads past the end give zeros
 // and mark the reader short.
 struct Bits {
@@ -748,11 +758,9 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     if (r != rvtStatusOk) return fail("HP");
     if (adaptNow) rvtiVLCAdapt_JPEGXR(st, 4);
     // one test for the lot (a loop without exits vectorizes)
-    uint32_t outside = 0;
+    bool outside = false;
     for (int ch = 0; ch < nc; ++ch) {
-      const int32_t* p = hpc + 256 * ch;
-      const int n = 16 * BlocksWide(ch) * BlocksHigh(ch);
-      for (int k = 0; k < n; ++k) outside |= uint32_t(uint32_t(p[k]) + uint32_t(kMaxCoef) > uint32_t(2 * kMaxCoef));
+      outside |= AnyOutside(hpc + 256 * ch, 16 * BlocksWide(ch) * BlocksHigh(ch), uint32_t(kMaxCoef));
     }
     if (outside) return fail("HP level");
     bool ok = true;
@@ -811,9 +819,7 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     // the HP products: one bound for the lot, then 32-bit products
     const int32_t* src = hpc + 256 * ch;
     const uint32_t most = shp > 0 ? uint32_t(kMaxCoef / shp) : uint32_t(kMaxCoef);  // largest level
-    uint32_t outside = 0;
-    for (int k = 0; k < 16 * nb; ++k) outside |= uint32_t(uint32_t(src[k]) + most > 2 * most);
-    if (!ok || outside) return fail("dequantized coefficient");
+    if (!ok || AnyOutside(src, 16 * nb, most)) return fail("dequantized coefficient");
     for (int b = 0; b < nb; ++b) {
       int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
       const int32_t* from = src + 16 * b;
@@ -903,7 +909,7 @@ void Decoder::LumaLine(const int32_t* row, int yy, int32_t* to) const {
   const int k0 = k[0], k1 = k[1], k2 = k[2], k3 = k[3];
   const int b = 16 * (yy >> 2);
   for (int i = 0; i < 4 * mbw_; ++i) {  // blocks left to right
-    const int32_t* m = row + (i >> 2) * 256 + 64 * (i & 3) + b;
+    const int32_t* m = row + 64 * i + b;  // block i % 4 of macroblock i / 4
     int32_t* o = to + 4 * i;
     o[0] = m[k0];
     o[1] = m[k1];
@@ -982,11 +988,8 @@ void Decoder::EmitAs(T* o) {
   const bool colour = h_.format != kYOnly;
   const int nc = colour ? 3 : 1;
   constexpr int32_t kSafe = int32_t(1) << 28;
-  uint32_t outside = 0;
-  for (int c = 0; c < nc; ++c) {
-    const int32_t* l = lines_[size_t(c)].data() + x0;
-    for (int x = 0; x < w; ++x) outside |= uint32_t(l[x]) + uint32_t(kSafe) > uint32_t(2 * kSafe);
-  }
+  bool outside = false;
+  for (int c = 0; c < nc; ++c) outside |= AnyOutside(lines_[size_t(c)].data() + x0, w, uint32_t(kSafe));
   const int32_t* ly = lines_[0].data() + x0;
   if (!colour) {
     if (outside) {

@@ -866,6 +866,36 @@ inline int ChromaLpPos(const State& s, int i) {
 inline int GroupFirstChannel(const State&, int g) { return g; }
 inline int GroupLastChannel(const State& s, int g) { return Shared(s) && g == 1 ? 2 : g; }
 
+// Refine over a block's 15 HP (or a full LP block's) coefficients for the
+// fast reader, with at least one bit coded a coefficient: fields are cut
+// from one window while it holds the next field and its sign (at most 16
+// bits) within its 32 valid bits, instead of a window per field.
+inline void RefineBlock(FastReader& f, int32_t* blk, int bits, int trim) {
+  const int n = bits - trim;
+  uint64_t w = f.Window();
+  int used = 0;
+  for (int k = 1; k < 16; ++k) {
+    if (used + n + 1 > 32) {
+      f.pos += used;
+      w = f.Window();
+      used = 0;
+    }
+    int32_t& c = blk[kLowpassRefine[k]];
+    const int32_t q = c;
+    const uint32_t ref = uint32_t((w << used) >> (64 - n)) << trim;
+    used += n;
+    if (q != 0) {
+      const uint32_t m = (Mag(q) << bits) | ref;
+      c = int32_t(q < 0 ? 0u - m : m);
+    } else if (ref != 0) {
+      const bool neg = ((w << used) >> 63) != 0;
+      ++used;
+      c = int32_t(neg ? 0u - ref : ref);
+    }
+  }
+  f.pos += used;
+}
+
 // Group by group: the block's run/level code when its pattern bit is set,
 // then the model bits of the group's channels.
 template <class R>
@@ -880,7 +910,38 @@ inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
   }
   for (int g = 0; g < n; ++g) {
     const bool shared = Shared(s) && g == 1;
-    if ((cbp >> g) & 1) {
+    if constexpr (std::is_same_v<R, FastReader>) {
+      // coefficients straight to their places (see DecodeHP), model bits
+      // of a full block cut from shared windows
+      if ((cbp >> g) & 1) {
+        const int first = shared ? ChromaFirst(s) : 1;
+        const uint8_t* order = s.order[0];
+        const int cnt = DecodeBlockTo(r, s, kLpFirst, g > 0, first, [&](int p, int32_t v) {
+          if (shared) {
+            coef[16 * (1 + ((p - first) & 1)) + ChromaLpPos(s, (p - first) / 2)] = v;
+          } else {
+            coef[16 * g + order[p]] = v;
+            CountScan(s, 0, p);
+          }
+        });
+        if (cnt < 0) return RvtResult(cnt);
+        lm[g > 0] += cnt;
+      }
+      if (!shared) {
+        for (int ch = GroupFirstChannel(s, g); ch <= GroupLastChannel(s, g); ++ch) {
+          const int bits = s.modelBits[kLP][ch > 0];
+          if (bits > 0 && LpCount(s, ch) == 16) {
+            RefineBlock(r, coef + 16 * ch, bits, 0);
+          } else {
+            for (int k = 1; k < LpCount(s, ch); ++k) {
+              const int at = 16 * ch + LpRefinePos(s, ch, k);
+              coef[at] = Refine(r, coef[at], bits, 0);
+            }
+          }
+        }
+        continue;
+      }
+    } else if ((cbp >> g) & 1) {
       const int first = shared ? ChromaFirst(s) : 1;
       std::memset(val, 0, sizeof(val));
       const int cnt = DecodeBlock(r, s, kLpFirst, g > 0, first, val);
@@ -974,36 +1035,6 @@ inline RvtResult EncodeLP(Writer& w, State& s, const int32_t* coef) {
 // `trim`) from the flexbits reader `f`, which may be `r` itself: spatial
 // files interleave them with the coded parts.
 inline int HpBlockAt(const State& s, int ch, int i) { return HpBlocks(s, ch) == 16 ? kHpBlockOrder[i] : i; }
-
-// Refine over a block's 15 HP coefficients for the fast reader, with at
-// least one bit coded a coefficient: fields are cut from one window while
-// it holds the next field and its sign (at most 16 bits) within its 32
-// valid bits, instead of a window per field.
-inline void RefineBlock(FastReader& f, int32_t* blk, int bits, int trim) {
-  const int n = bits - trim;
-  uint64_t w = f.Window();
-  int used = 0;
-  for (int k = 1; k < 16; ++k) {
-    if (used + n + 1 > 32) {
-      f.pos += used;
-      w = f.Window();
-      used = 0;
-    }
-    int32_t& c = blk[kLowpassRefine[k]];
-    const int32_t q = c;
-    const uint32_t ref = uint32_t((w << used) >> (64 - n)) << trim;
-    used += n;
-    if (q != 0) {
-      const uint32_t m = (Mag(q) << bits) | ref;
-      c = int32_t(q < 0 ? 0u - m : m);
-    } else if (ref != 0) {
-      const bool neg = ((w << used) >> 63) != 0;
-      ++used;
-      c = int32_t(neg ? 0u - ref : ref);
-    }
-  }
-  f.pos += used;
-}
 
 template <class R, class F>
 inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, State& s, int32_t* coef) {
