@@ -6,6 +6,7 @@
 #include "jxr_filters.h"
 
 #include <cstdlib>
+#include <cstring>
 
 #include "jxr_walk.h"
 #include "rvtjp.h"
@@ -133,53 +134,98 @@ void Edge4(P pa, P pb, P pc, P pd, bool fine) {
   *pd = d;
 }
 
-int32_t ClipTowards(int32_t v, int32_t alt) {
-  if (v > 0) return alt > 0 ? (v < alt ? v : alt) : 0;
-  if (v < 0) return alt < 0 ? (v > alt ? v : alt) : 0;
-  return 0;
-}
-
 // A 4x4 window whose four 2x2 quads start at q0 (upper left quad's last
 // element is the window centre's neighbour), q2, q1, q3.  jxrlib's decoder
 // then pulls a small DC offset out of windows where the HP step is coarse
 // (or HP is absent); matching its output needs the same.
+//
+// The element-wise steps run on the four elements of each quad at once
+// (vector types of the compiler, so any target gets them): the same
+// operations, in the same order, lane by lane.
+typedef int32_t V4 __attribute__((vector_size(16)));
+typedef uint32_t U4 __attribute__((vector_size(16)));
+
+V4 Load4(const int32_t* p) {
+  V4 v;
+  std::memcpy(&v, p, sizeof(v));
+  return v;
+}
+void Store4(int32_t* p, V4 v) { std::memcpy(p, &v, sizeof(v)); }
+V4 Times3(V4 v) { return (v << 1) + v; }
+
 void Window(P q0, P q1, P q2, P q3, int32_t hpStep, bool hpAbsent, bool fine) {
-  // the quads in locals (no aliasing), so the element loops run as vectors
-  int32_t a[4], b[4], c[4], d[4];
-  for (int e = 0; e < 4; ++e) {
-    a[e] = q0[e];
-    b[e] = q1[e];
-    c[e] = q2[e];
-    d[e] = q3[e];
+  V4 a = Load4(q0), b = Load4(q1), c = Load4(q2), d = Load4(q3);
+  {  // Butterfly(q0, q2, q1, q3)
+    a += d;
+    c -= b;
+    const V4 t = (a - c) >> 1;
+    const V4 nb = t - d;
+    d = t - b;
+    a -= d;
+    c += nb;
+    b = nb;
   }
-  for (int e = 0; e < 4; ++e) Butterfly(a + e, c + e, b + e, d + e);
-  RotateOddOdd(d + 0, d + 1, d + 2, d + 3);
-  Rotate1(b[2], b[3]);
-  Rotate1(b[0], b[1]);
-  Rotate1(c[1], c[3]);
-  Rotate1(c[0], c[2]);
-  for (int e = 0; e < 4; ++e) ScalePair(a + e, d + e, fine);
-  for (int e = 0; e < 4; ++e) ScaleQuad(a + e, c + e, b + e, d + e);
-  if (!fine) {
-    for (int e = 0; e < 4; ++e) {
-      const int32_t sum = (a[e] + b[e] + c[e] + d[e]) >> 1;
-      int32_t dcl = int32_t(uint32_t(sum) * 595u + 65536u) >> 17;  // (wrapping, as 32-bit code does)
-      if ((std::abs(dcl) < hpStep && hpStep > 20) || hpAbsent) {
-        const int32_t alt = (a[e] - b[e] - c[e] + d[e]) >> 1;
-        dcl = ClipTowards(dcl, alt) >> 1;
-        a[e] -= dcl;
-        d[e] -= dcl;
-        c[e] += dcl;
-        b[e] += dcl;
-      }
+  int32_t e[4][4];
+  Store4(e[0], a);
+  Store4(e[1], b);
+  Store4(e[2], c);
+  Store4(e[3], d);
+  RotateOddOdd(&e[3][0], &e[3][1], &e[3][2], &e[3][3]);
+  Rotate1(e[1][2], e[1][3]);
+  Rotate1(e[1][0], e[1][1]);
+  Rotate1(e[2][1], e[2][3]);
+  Rotate1(e[2][0], e[2][2]);
+  a = Load4(e[0]);
+  b = Load4(e[1]);
+  c = Load4(e[2]);
+  d = Load4(e[3]);
+  {  // ScalePair(q0, q3)
+    a += d;
+    d = (a >> 1) - d;
+    a += Times3(d) >> 3;
+    d += Times3(a) >> 4;
+    if (fine) {
+      d += a >> 7;
+      d -= a >> 10;
     }
   }
-  for (int e = 0; e < 4; ++e) {
-    q0[e] = a[e];
-    q1[e] = b[e];
-    q2[e] = c[e];
-    q3[e] = d[e];
+  {  // ScaleQuad(q0, q2, q1, q3)
+    V4 qb = c, qc = b;
+    qb -= qc;
+    a += (Times3(d) + 4) >> 3;
+    d -= qb >> 1;
+    qc = ((a - qb) >> 1) - qc;
+    b = d;
+    d = qc;
+    a -= qc;
+    c = qb + b;
   }
+  if (!fine && (hpAbsent || hpStep > 20)) {
+    const V4 sum = (a + b + c + d) >> 1;
+    const U4 u = U4(sum);
+    // 595 sum + 65536, wrapping as 32-bit code does
+    V4 dcl = V4((u << 9) + (u << 6) + (u << 4) + (u << 1) + u + 65536u) >> 17;
+    V4 apply = {-1, -1, -1, -1};
+    if (!hpAbsent) {
+      const V4 sign = dcl >> 31;
+      apply = ((dcl ^ sign) - sign) < hpStep;
+    }
+    // towards zero, no further than alt, nothing when their signs differ
+    const V4 alt = (a - b - c + d) >> 1;
+    const V4 lower = dcl < alt, zero = {0, 0, 0, 0};
+    const V4 low = (dcl & lower) | (alt & ~lower), high = (alt & lower) | (dcl & ~lower);
+    const V4 both = (dcl > zero) & (alt > zero), none = (dcl < zero) & (alt < zero);
+    dcl = ((low & both) | (high & none)) >> 1;
+    dcl &= apply;
+    a -= dcl;
+    d -= dcl;
+    c += dcl;
+    b += dcl;
+  }
+  Store4(q0, a);
+  Store4(q1, b);
+  Store4(q2, c);
+  Store4(q3, d);
 }
 
 // The DC-level window on the corner between four macroblocks (p0 the
