@@ -38,8 +38,8 @@ inline bool InRange(int64_t v) { return v >= -kMaxCoef && v <= kMaxCoef; }
 // Whether any of n values lies outside -limit..limit (limit below 2^30):
 // limit - v and v + limit, taken modulo 2^32, both stay below 2^31 just
 // for the values inside, so one OR of them all tells (and vectorizes
-// without compares).
-inline bool AnyOutside(const int32_t* v, int n, uint32_t limit) {
+// without compares; built for AVX2 too, as ColourRow below).
+__attribute__((target_clones("avx2", "default"))) bool AnyOutside(const int32_t* v, int n, uint32_t limit) {
   uint32_t acc = 0;
   for (int k = 0; k < n; ++k) acc |= (limit - uint32_t(v[k])) | (uint32_t(v[k]) + limit);
   return (acc >> 31) != 0;
