@@ -6,13 +6,13 @@
 //
 // Coefficients are kept per channel in macroblock rows of the padded image
 // width, each 4x4 block holding its transform coefficients where the photo
-// core transform exports put them.  Grey and 4:4:4 images reconstruct as
-// they decode: once macroblock row y is decoded, corner row y of the
-// filter walk (block DC filters, first-level inverse transforms, pixel
-// filters) finishes row y - 1 of every channel, which is colour-converted
-// into the output at once (4:2:0 one row later: the last pixel row's
-// chroma mean needs the next chroma row).  In one tile column only a few
-// rows a channel are kept; with several, whole planes.
+// core transform exports put them.  Images reconstruct as they decode:
+// once macroblock row y is decoded, corner row y of the filter walk (block
+// DC filters, first-level inverse transforms, pixel filters) finishes row
+// y - 1 of every channel, which is colour-converted into the output at
+// once (4:2:0 one row later: the mean below its last pixel row needs the
+// next chroma row).  In one tile column only a few rows a channel are
+// kept; with several, whole planes.
 #include <algorithm>
 #include <array>
 #include <cstdlib>
