@@ -314,6 +314,16 @@ struct FastReader {
     pos += e >> 8;
     return e & 0xFF;
   }
+  // A symbol and the bit after it (a coefficient's index and its sign)
+  // from one window.
+  int SymbolAndBit(const Alphabet& a, int t, uint32_t* bit) {
+    const uint64_t w = Window();
+    const uint16_t e = kLuts.e[LutBase(a.symbols) + t][w >> 56];
+    const int len = e >> 8;
+    *bit = uint32_t((w << len) >> 63);
+    pos += len + 1;
+    return e & 0xFF;
+  }
 };
 
 // The writer: bits before the start position are kept, the rest of the
@@ -584,7 +594,9 @@ template <class Put>
 inline int DecodeBlockTo(FastReader& r, State& s, int group, bool chroma, int first, Put put) {
   const int idx = group + (chroma ? kIndexChr : kIndexLum);
   const int fst = group + (chroma ? kFirstChr : kFirstLum);
-  int sym = r.Symbol(AlphabetOf(12), s.table[fst]);
+  // each index comes with the sign of its coefficient
+  uint32_t neg;
+  int sym = r.SymbolAndBit(AlphabetOf(12), s.table[fst], &neg);
   AccountOf<12, FastReader>(s, fst, sym);
   bool sr = sym & 1;
   bool sl = sym & 2;
@@ -592,7 +604,6 @@ inline int DecodeBlockTo(FastReader& r, State& s, int group, bool chroma, int fi
   int cont = sr && srn == 1;
   int loc = first, count = 0;
   for (;;) {
-    const uint32_t neg = r.Bit();
     const uint32_t mag = sl ? DecodeLevel(r, s, group + kLevel + cont) : 1u;
     int run = 0;
     if (!sr) {
@@ -616,14 +627,17 @@ inline int DecodeBlockTo(FastReader& r, State& s, int group, bool chroma, int fi
     // `loc` is now the next coefficient's position; its index follows.
     const int after = loc + 1;
     if (after < 15) {
-      sym = r.Symbol(AlphabetOf(6), s.table[idx + cont]);
+      sym = r.SymbolAndBit(AlphabetOf(6), s.table[idx + cont], &neg);
       AccountOf<6, FastReader>(s, idx + cont, sym);
-    } else if (after == 15) {
-      if (!r.Bit()) sym = 0;
-      else if (!r.Bit()) sym = 2;
-      else sym = 1 + 2 * int(r.Bit());
     } else {
-      sym = int(r.Bit());
+      if (after == 15) {
+        if (!r.Bit()) sym = 0;
+        else if (!r.Bit()) sym = 2;
+        else sym = 1 + 2 * int(r.Bit());
+      } else {
+        sym = int(r.Bit());
+      }
+      neg = r.Bit();
     }
     srn = sym >> 1;
     cont &= int(srn == 1);
