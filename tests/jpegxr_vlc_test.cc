@@ -918,6 +918,67 @@ RVT_CHECKASM(rvtiVLCDecodeHP_JPEGXR_1u32s,
                                      k.in[2].as<int32_t>(), k.out[0].as<VLCState_JPEGXR>(),
                                      k.out[1].as<int32_t>());
                          }});
+// HP patterns: a few macroblocks' patterns coded from a moving context, or
+// random bytes; one decoded from the last boundary, with or without
+// neighbours.
+std::vector<test::Case> CbpCases(test::Rng& rng) {
+  std::vector<test::Case> out;
+  for (int t = 0; t < 80; ++t) {
+    const Format f = kFormats[rng.Uniform(0, 6)];
+    std::vector<uint8_t> st = NewState(f.format, f.channels);
+    const vlc::State& es = *reinterpret_cast<const vlc::State*>(st.data());
+    auto pattern = [&] {
+      std::vector<int32_t> p(size_t(f.channels));
+      for (int ch = 0; ch < f.channels; ++ch) {
+        const int32_t all = int32_t((1u << vlc::HpBlocks(es, ch)) - 1u);
+        p[size_t(ch)] = int32_t(rng.Uniform(0, all)) & (rng.Uniform(0, 1) ? all : int32_t(rng.Uniform(0, all)));
+      }
+      return p;
+    };
+    std::vector<uint8_t> data(1 << 14, 0);
+    int32_t pos = 0, spos = 0;
+    std::vector<uint8_t> start = st;
+    const std::vector<int32_t> left = pattern(), top = pattern();
+    const int mbs = int(rng.Uniform(1, 8));
+    for (int i = 0; i < mbs; ++i) {
+      if (i == mbs - 1) start = st, spos = pos;
+      rvtiVLCEncodeCBPHP_JPEGXR_32s1u(pattern().data(), left.data(), top.data(), S(st), data.data(), 1 << 14, &pos);
+      if (rng.Uniform(0, 2) == 0) rvtiVLCAdapt_JPEGXR(S(st), int32_t(rng.Uniform(1, 31)));
+    }
+    if (t % 4 == 3) rng.Fill(data.data(), data.size(), uint8_t(0), uint8_t(255));
+    const int32_t len = t % 5 == 4 ? int32_t(rng.Uniform(1, (pos + 7) / 8)) : (pos + 7) / 8 + 1;
+    test::Case k;
+    k.label = "format " + std::to_string(f.format);
+    test::Buf src = test::ArrayOf<uint8_t>(len);
+    std::memcpy(src.as<uint8_t>(), data.data(), size_t(len));
+    k.in.push_back(std::move(src));
+    test::Buf lt = test::ArrayOf<int32_t>(2 * f.channels);
+    std::memcpy(lt.as<int32_t>(), left.data(), 4 * left.size());
+    std::memcpy(lt.as<int32_t>() + f.channels, top.data(), 4 * top.size());
+    k.in.push_back(std::move(lt));
+    test::Buf sb = test::ArrayOf<uint8_t>(int(start.size()));
+    std::memcpy(sb.as<uint8_t>(), start.data(), start.size());
+    k.out.push_back(std::move(sb));
+    k.out.push_back(test::ArrayOf<int32_t>(f.channels));
+    test::Buf ps = test::ArrayOf<int32_t>(1);
+    ps.as<int32_t>()[0] = spos < len * 8 ? spos : 0;
+    k.out.push_back(std::move(ps));
+    k.arg[0] = len;
+    k.arg[1] = f.channels;
+    k.arg[2] = rng.Uniform(0, 3);  // neighbours: bit 0 left, bit 1 top
+    out.push_back(std::move(k));
+  }
+  return out;
+}
+
+RVT_CHECKASM(rvtiVLCDecodeCBPHP_JPEGXR_1u32s,
+             test::Cases{[](test::Rng& rng) { return CbpCases(rng); },
+                         [](auto fn, test::Case& k) {
+                           const int32_t* lt = k.in[1].as<int32_t>();
+                           return fn(k.in[0].as<uint8_t>(), int32_t(k.arg[0]), k.out[2].as<int32_t>(),
+                                     (k.arg[2] & 1) ? lt : nullptr, (k.arg[2] & 2) ? lt + k.arg[1] : nullptr,
+                                     k.out[0].as<VLCState_JPEGXR>(), k.out[1].as<int32_t>());
+                         }});
 RVT_CHECKASM(rvtiFLCRead_JPEGXR_1u32u,
              test::Cases{[](test::Rng& rng) {
                            std::vector<test::Case> out;

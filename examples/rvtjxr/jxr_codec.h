@@ -44,6 +44,11 @@ struct Picture {
   int channels = 0;
   int bits = 8;
   std::vector<uint16_t> samples;
+  // Set by a decoder's caller: 8-bit images without alpha then come back
+  // in `bytes` (samples left empty), which halves the memory a big image
+  // touches.
+  bool narrow = false;
+  std::vector<uint8_t> bytes;
 };
 
 // Where the coded image sits in a container, and what the container says.

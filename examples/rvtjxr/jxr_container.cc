@@ -78,6 +78,7 @@ bool ParseContainer(const uint8_t* data, size_t size, Container* out, std::strin
 bool DecodeFile(const uint8_t* data, size_t size, Picture* out, std::string* error, size_t maxPixels) {
   Container c;
   if (!ParseContainer(data, size, &c, error)) return false;
+  if (c.hasAlpha) out->narrow = false;  // the planes join in samples
   if (!DecodeImage(data + c.imageOffset, c.imageBytes, out, error, maxPixels)) return false;
   if (!c.hasAlpha) return true;
   // the planar alpha plane: a grey image of the same size, appended to

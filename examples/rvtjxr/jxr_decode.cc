@@ -6,12 +6,13 @@
 //
 // Coefficients are kept per channel in macroblock rows of the padded image
 // width, each 4x4 block holding its transform coefficients where the photo
-// core transform exports put them.  Grey and 4:4:4 images reconstruct as
-// they decode: once macroblock row y is decoded, corner row y of the
-// filter walk (block DC filters, first-level inverse transforms, pixel
-// filters) finishes row y - 1, which is colour-converted into the output
-// at once; in one tile column only two rows a channel are kept.  4:2:0 and
-// 4:2:2 keep whole planes and reconstruct after the last tile.
+// core transform exports put them.  Images reconstruct as they decode:
+// once macroblock row y is decoded, corner row y of the filter walk (block
+// DC filters, first-level inverse transforms, pixel filters) finishes row
+// y - 1 of every channel, which is colour-converted into the output at
+// once (4:2:0 one row later: the mean below its last pixel row needs the
+// next chroma row).  In one tile column only a few rows a channel are
+// kept; with several, whole planes.
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -33,6 +34,16 @@ enum Subband { kAll = 0, kNoFlex = 1, kNoHP = 2, kDCOnly = 3 };
 // 32-bit overflow on damaged streams.
 constexpr int64_t kMaxCoef = int64_t(1) << 24;
 inline bool InRange(int64_t v) { return v >= -kMaxCoef && v <= kMaxCoef; }
+
+// Whether any of n values lies outside -limit..limit (limit below 2^30):
+// limit - v and v + limit, taken modulo 2^32, both stay below 2^31 just
+// for the values inside, so one OR of them all tells (and vectorizes
+// without compares; built for AVX2 too, as ColourRow below).
+__attribute__((target_clones("avx2", "default"))) bool AnyOutside(const int32_t* v, int n, uint32_t limit) {
+  uint32_t acc = 0;
+  for (int k = 0; k < n; ++k) acc |= (limit - uint32_t(v[k])) | (uint32_t(v[k]) + limit);
+  return (acc >> 31) != 0;
+}
 
 // Header fields, most significant bit first; reads past the end give zeros
 // and mark the reader short.
@@ -253,6 +264,37 @@ void Butterfly2x2(int32_t& a, int32_t& b, int32_t& c0, int32_t& d) {
 }
 
 
+// One row of colour lines within +-2^28 (32-bit arithmetic cannot
+// overflow) to interleaved R, G, B.  The hottest loop of a colour decode:
+// also built for AVX2, which the processor picks when it has it (the same
+// code, so the same results).
+template <class T>
+__attribute__((always_inline)) inline void ColourRowBody(const int32_t* ly, const int32_t* lu, const int32_t* lv, int w,
+                                                         int32_t bias, int shift, int32_t top, T* o) {
+  for (int x = 0; x < w; ++x) {
+    int32_t g = ly[x] + bias, r = -lu[x], b = lv[x];
+    g -= r >> 1;
+    r -= ((b + 1) >> 1) - g;
+    b += r;
+    r >>= shift;
+    g >>= shift;
+    b >>= shift;
+    o[3 * x] = T(r < 0 ? 0 : r > top ? top : r);
+    o[3 * x + 1] = T(g < 0 ? 0 : g > top ? top : g);
+    o[3 * x + 2] = T(b < 0 ? 0 : b > top ? top : b);
+  }
+}
+__attribute__((target_clones("avx2", "default"))) void ColourRow(const int32_t* ly, const int32_t* lu,
+                                                                 const int32_t* lv, int w, int32_t bias, int shift,
+                                                                 int32_t top, uint8_t* o) {
+  ColourRowBody(ly, lu, lv, w, bias, shift, top, o);
+}
+__attribute__((target_clones("avx2", "default"))) void ColourRow(const int32_t* ly, const int32_t* lu,
+                                                                 const int32_t* lv, int w, int32_t bias, int shift,
+                                                                 int32_t top, uint16_t* o) {
+  ColourRowBody(ly, lu, lv, w, bias, shift, top, o);
+}
+
 class Decoder {
  public:
   Decoder(const Header& h, const uint8_t* data, size_t size) : h_(h), data_(data), size_(size) {
@@ -261,16 +303,25 @@ class Decoder {
     pw_ = mbw_ * 16;
     ph_ = mbh_ * 16;
     sub_ = h.format == k420 || h.format == k422;
-    // grey and 4:4:4 in one tile column: two macroblock rows a channel,
-    // row y in slot y & 1 (Advance finishes row y - 2 before row y is
-    // decoded); else whole planes
-    ring_ = !sub_ && h.tileX.size() == 1;
-    planes_.assign(size_t(h.channels), std::vector<int32_t>(size_t(pw_) * (ring_ ? 32 : ph_), 0));
+    // In one tile column, grey and 4:4:4 keep two macroblock rows a
+    // channel, row y in slot y & 1 (Advance finishes row y - 2 before row y
+    // is decoded); 4:2:0 and 4:2:2 luma three (the conversion runs a row
+    // behind), row y in slot y % 3.  Sub-sampled chroma rows lie one after
+    // another (the chroma walk reads rows y - 1 and y as one plane) in a
+    // window of kChromaSlots rows from row chromaBase_, slid down (its last
+    // two rows copied to the top) when it is full.  Several tile columns:
+    // whole planes.
+    ring_ = h.tileX.size() == 1;
+    const int lumaRows = ring_ ? (sub_ ? 3 : 2) : mbh_;
+    planes_.assign(size_t(h.channels), std::vector<int32_t>(size_t(pw_) * 16 * lumaRows, 0));
     if (sub_) {
-      const size_t chroma = size_t(mbw_) * mbh_ * (h.format == k420 ? 64 : 128);
-      planes_[1].assign(chroma, 0);
-      planes_[2].assign(chroma, 0);
+      chromaSlots_ = ring_ ? std::min(kChromaSlots, mbh_) : mbh_;
+      chromaRowLen_ = size_t(mbw_) * (h.format == k420 ? 64 : 128);
+      planes_[1].assign(chromaRowLen_ * chromaSlots_, 0);
+      planes_[2].assign(chromaRowLen_ * chromaSlots_, 0);
+      half_.assign(size_t(pw_), 0);
     }
+    for (std::vector<int32_t>& line : lines_) line.assign(size_t(pw_), 0);
     hpStep_.assign(size_t(h.channels), std::vector<int32_t>(size_t(mbw_) * mbh_, 0));
   }
 
@@ -279,12 +330,18 @@ class Decoder {
   void Begin(Picture* out);
   bool Run(size_t tilesAt, std::string* error);
   void Finish();
-  void Upsample();
 
  private:
   bool Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error);
   void Advance(int rowsDecoded);  // macroblock rows 0..rowsDecoded-1 are decoded
   void Convert(int py0, int py1);
+  void ConvertSub(int my);  // macroblock row my, up-sampling its chroma
+  void ChromaLine(int c, int cy, int32_t* to);
+  void LumaLine(const int32_t* row, int yy, int32_t* to) const;
+  void Emit(int py);  // the lines of padded row py into the output
+  template <class T>
+  void EmitAs(T* o);
+  void Slide(int my);  // makes room for chroma macroblock row my
   bool ReadTileQp(Cursor& dc, Cursor& lp, Cursor& hp, TileQp* q);
   bool Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band, std::vector<PredInfo>& row,
                   std::vector<PredInfo>& prev, std::string* error);
@@ -293,14 +350,20 @@ class Decoder {
   int32_t* Block(int c, int mx, int my, int bx, int by) {
     if (c > 0 && sub_) {
       const bool q = h_.format == k420;
-      return planes_[size_t(c)].data() + (size_t(my) * mbw_ + mx) * (q ? 64 : 128) + 16 * ((q ? 2 : 4) * bx + by);
+      return ChromaPlane(c) + ptrdiff_t(my) * ptrdiff_t(chromaRowLen_) + mx * (q ? 64 : 128) + 16 * ((q ? 2 : 4) * bx + by);
     }
     return Row(c, my) + size_t(mx) * 256 + 16 * (4 * bx + by);
   }
-  // Macroblock row my of a grey or 4:4:4 channel (my may be -1 or mbh:
+  // Macroblock row my of luma or a 4:4:4 channel (my may be -1 or mbh:
   // the walk touches nothing there).
   int32_t* Row(int c, int my) {
-    return planes_[size_t(c)].data() + ptrdiff_t(ring_ ? (my & 1) : my) * mbw_ * 256;
+    const int slot = !ring_ ? my : sub_ ? (my % 3 + 3) % 3 : my & 1;
+    return planes_[size_t(c)].data() + ptrdiff_t(slot) * mbw_ * 256;
+  }
+  // Where row 0 of a sub-sampled chroma channel would lie: rows in the
+  // window are at their usual offsets from it.
+  int32_t* ChromaPlane(int c) {
+    return planes_[size_t(c)].data() - ptrdiff_t(chromaBase_) * ptrdiff_t(chromaRowLen_);
   }
 
   const Header& h_;
@@ -315,6 +378,11 @@ class Decoder {
   Picture* out_ = nullptr;
   bool sub_ = false;  // 4:2:0 or 4:2:2
   bool ring_ = false;
+  static constexpr int kChromaSlots = 16;
+  int chromaSlots_ = 0, chromaBase_ = 0;
+  size_t chromaRowLen_ = 0;
+  std::vector<int32_t> lines_[3];  // one padded pixel row of each channel
+  std::vector<int32_t> half_;      // two chroma rows at half width
   int BlocksWide(int ch) const { return sub_ && ch > 0 ? 2 : 4; }
   int BlocksHigh(int ch) const { return sub_ && ch > 0 && h_.format == k420 ? 2 : 4; }
 };
@@ -484,6 +552,7 @@ bool Decoder::Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error
     for (int k = 0; k < 4; ++k) c[k] = &cur[k];
   }
   for (int my = y0; my < y1; ++my) {
+    if (sub_ && ring_) Slide(my);
     for (int mx = x0; mx < x1; ++mx) {
       if (!Macroblock(mx, my, x0, y0, q, c[0], row, prev, error)) return false;
     }
@@ -650,9 +719,18 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
   KeepForPrediction(me, dclp, nc, sub_);
 
   // HP: pattern, coefficients, prediction inside the macroblock
+  // (the decoder fills elements 1..15 of each block of a channel; the
+  // rest is zeroed here)
   int32_t hpc[16 * 256];
-  std::memset(hpc, 0, sizeof(int32_t) * 256 * size_t(nc));
-  for (int ch = 0; ch < nc; ++ch) me.cbp[ch] = 0;
+  for (int ch = 0; ch < nc; ++ch) {
+    me.cbp[ch] = 0;
+    const int nb = BlocksWide(ch) * BlocksHigh(ch);
+    if (!hpBand) {
+      std::memset(hpc + 256 * ch, 0, sizeof(int32_t) * 16 * size_t(nb));
+    } else {
+      for (int b = 0; b < nb; ++b) hpc[256 * ch + 16 * b] = 0;
+    }
+  }
   if (hpBand) {
     if (h_.frequency) {
       hpIndex = q.hpBits ? qpIndex(c[2], q.hpBits) : (q.hp.size() > 1 ? lpIndex : 0);
@@ -680,9 +758,9 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     if (r != rvtStatusOk) return fail("HP");
     if (adaptNow) rvtiVLCAdapt_JPEGXR(st, 4);
     // one test for the lot (a loop without exits vectorizes)
-    uint32_t outside = 0;
-    for (int k = 0; k < 256 * nc; ++k) {
-      outside |= uint32_t(uint32_t(hpc[k]) + uint32_t(kMaxCoef) > uint32_t(2 * kMaxCoef));
+    bool outside = false;
+    for (int ch = 0; ch < nc; ++ch) {
+      outside |= AnyOutside(hpc + 256 * ch, 16 * BlocksWide(ch) * BlocksHigh(ch), uint32_t(kMaxCoef));
     }
     if (outside) return fail("HP level");
     bool ok = true;
@@ -738,49 +816,19 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     }
     const int32_t shp = hpBand ? q.hp[size_t(hpIndex)][size_t(ch)] : 0;
     hpStep_[size_t(ch)][size_t(my) * mbw_ + mx] = shp;
+    // the HP products: one bound for the lot, then 32-bit products
+    const int32_t* src = hpc + 256 * ch;
+    const uint32_t most = shp > 0 ? uint32_t(kMaxCoef / shp) : uint32_t(kMaxCoef);  // largest level
+    if (!ok || AnyOutside(src, 16 * nb, most)) return fail("dequantized coefficient");
     for (int b = 0; b < nb; ++b) {
       int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
+      const int32_t* from = src + 16 * b;
       // chroma block DCs carry one bit less under scaled arithmetic
       blk[0] = (h_.scaled && ch > 0) ? d[b] * 2 : d[b];
-      for (int k = 1; k < 16; ++k) blk[kInBlock[k >> 2][k & 3]] = dq(hpc[256 * ch + 16 * b + k], shp);
+      for (int k = 1; k < 16; ++k) blk[kInBlock[k >> 2][k & 3]] = from[k] * shp;
     }
-    if (!ok) return fail("dequantized coefficient");
   }
   return true;
-}
-
-// Chroma back to full resolution over the padded image, as jxrlib does
-// before its colour conversion: sub-sampled samples land on the even
-// columns (and rows), each sample between two is their mean rounded up,
-// and the last column (row) repeats the one before it.  4:2:0 goes
-// vertical first.  The planes are left in luma layout.
-void Decoder::Upsample() {
-  const bool q = h_.format == k420;
-  const int cw = pw_ / 2, chh = q ? ph_ / 2 : ph_;
-  std::vector<int32_t> full(size_t(pw_) * ph_);
-  std::vector<int32_t> col(static_cast<size_t>(ph_));
-  for (int ch = 1; ch < 3; ++ch) {
-    const std::vector<int32_t>& src = planes_[size_t(ch)];
-    for (int x = 0; x < cw; ++x) {
-      // one chroma column at full height
-      if (q) {
-        for (int y = 0; y < chh; ++y) col[size_t(2 * y)] = src[ChromaAt(x, y, mbw_, true)];
-        for (int y = 1; y < ph_ - 1; y += 2) col[size_t(y)] = (col[size_t(y - 1)] + col[size_t(y + 1)] + 1) >> 1;
-        col[size_t(ph_ - 1)] = col[size_t(ph_ - 2)];
-      } else {
-        for (int y = 0; y < chh; ++y) col[size_t(y)] = src[ChromaAt(x, y, mbw_, false)];
-      }
-      for (int y = 0; y < ph_; ++y) full[PixelAt(2 * x, y, mbw_)] = col[size_t(y)];
-    }
-    for (int y = 0; y < ph_; ++y) {
-      for (int x = 1; x < pw_ - 1; x += 2) {
-        full[PixelAt(x, y, mbw_)] = (full[PixelAt(x - 1, y, mbw_)] + full[PixelAt(x + 1, y, mbw_)] + 1) >> 1;
-      }
-      full[PixelAt(pw_ - 1, y, mbw_)] = full[PixelAt(pw_ - 2, y, mbw_)];
-    }
-    planes_[size_t(ch)].swap(full);
-    full.assign(size_t(pw_) * ph_, 0);
-  }
 }
 
 void Decoder::Begin(Picture* out) {
@@ -790,81 +838,189 @@ void Decoder::Begin(Picture* out) {
   out->height = int(h_.height);
   out->bits = wide ? 16 : 8;
   out->channels = h_.format != kYOnly ? 3 : 1;
-  out->samples.assign(size_t(out->width) * out->height * out->channels, 0);
+  const size_t n = size_t(out->width) * out->height * out->channels;
+  out->samples.clear();
+  out->bytes.clear();
+  if (out->narrow && !wide) out->bytes.resize(n);
+  else out->samples.resize(n);
 }
 
-// Grey and 4:4:4: corner rows run (every channel) and their finished
-// macroblock rows are converted as soon as the macroblock rows they read
-// are decoded, while those rows are still in cache.  Sub-sampled chroma
-// waits for the whole image (its up-sampling is a pass of its own).
+// Corner rows run (every channel) and their finished macroblock rows are
+// converted as soon as the macroblock rows they read are decoded, while
+// those rows are still in cache.
 void Decoder::Advance(int rowsDecoded) {
-  if (sub_) return;
   const bool hpAbsent = h_.subband == kDCOnly || h_.subband == kNoHP;
+  const bool fine = h_.subversion != 0;
   while (corners_ <= mbh_ && (corners_ < rowsDecoded || rowsDecoded == mbh_)) {
-    for (int ch = 0; ch < h_.channels; ++ch) {
-      InverseTransformRow(Row(ch, corners_ - 1), Row(ch, corners_), mbw_, mbh_, h_.overlap, h_.subversion != 0, hpStep_[size_t(ch)],
-                          hpAbsent, corners_);
+    const int y = corners_;
+    const int lumaLike = sub_ ? 1 : h_.channels;
+    for (int ch = 0; ch < lumaLike; ++ch) {
+      InverseTransformRow(Row(ch, y - 1), Row(ch, y), mbw_, mbh_, h_.overlap, fine, hpStep_[size_t(ch)], hpAbsent, y);
     }
-    if (corners_ > 0) Convert(16 * (corners_ - 1), 16 * corners_);
+    if (!sub_) {
+      if (y > 0) Convert(16 * (y - 1), 16 * y);
+    } else {
+      // the DC compensation of the older filters reads the HP steps of
+      // the channel before
+      for (int ch = 1; ch < 3; ++ch) {
+        InverseTransformChromaRow(ChromaPlane(ch), mbw_, mbh_, h_.format == k420, h_.overlap, fine,
+                                  hpStep_[size_t(ch - 1)], hpAbsent, y);
+      }
+      // 4:2:0 rows wait for the first chroma row below them
+      const int lag = h_.format == k420 ? 2 : 1;
+      if (y >= lag) ConvertSub(y - lag);
+      if (y == mbh_ && lag == 2) ConvertSub(mbh_ - 1);
+    }
     ++corners_;
   }
 }
 
-void Decoder::Finish() {
-  if (!sub_) {
-    Advance(mbh_);
-    return;
-  }
-  const bool hpAbsent = h_.subband == kDCOnly || h_.subband == kNoHP;
-  InverseTransform(planes_[0].data(), mbw_, mbh_, h_.overlap, h_.subversion != 0, hpStep_[0], hpAbsent);
+void Decoder::Finish() { Advance(mbh_); }
+
+void Decoder::Slide(int my) {
+  if (my - chromaBase_ < chromaSlots_) return;
+  // rows my - 2 (still to convert) and my - 1 (still to filter) stay
+  const int keep = 2;
   for (int ch = 1; ch < 3; ++ch) {
-    InverseTransformChroma(planes_[size_t(ch)].data(), mbw_, mbh_, h_.format == k420, h_.overlap,
-                           h_.subversion != 0, hpStep_[size_t(ch - 1)], hpAbsent);
+    int32_t* p = planes_[size_t(ch)].data();
+    std::memmove(p, p + size_t(my - keep - chromaBase_) * chromaRowLen_, sizeof(int32_t) * keep * chromaRowLen_);
   }
-  Upsample();
-  Convert(0, ph_);
+  chromaBase_ = my - keep;
 }
 
-// Padded rows py0..py1 (those inside the image) to output samples.
+// Chroma row cy of channel c (padded, half width) into `to`.
+void Decoder::ChromaLine(int c, int cy, int32_t* to) {
+  const bool q = h_.format == k420;
+  const int mbHigh = q ? 8 : 16, mbSize = q ? 64 : 128;
+  const int yy = cy & (mbHigh - 1);
+  const int32_t* row = ChromaPlane(c) + ptrdiff_t(cy / mbHigh) * ptrdiff_t(chromaRowLen_);
+  int at[8];
+  for (int x = 0; x < 8; ++x) at[x] = int(ChromaAt(x, yy, 1, q));
+  for (int mx = 0; mx < mbw_; ++mx) {
+    const int32_t* m = row + mx * mbSize;
+    int32_t* o = to + 8 * mx;
+    for (int x = 0; x < 8; ++x) o[x] = m[at[x]];
+  }
+}
+
+// Pixel row yy of a macroblock row of luma layout into `to` (padded width).
+void Decoder::LumaLine(const int32_t* row, int yy, int32_t* to) const {
+  const uint8_t* k = kInBlock[yy & 3];
+  const int k0 = k[0], k1 = k[1], k2 = k[2], k3 = k[3];
+  const int b = 16 * (yy >> 2);
+  for (int i = 0; i < 4 * mbw_; ++i) {  // blocks left to right
+    const int32_t* m = row + 64 * i + b;  // block i % 4 of macroblock i / 4
+    int32_t* o = to + 4 * i;
+    o[0] = m[k0];
+    o[1] = m[k1];
+    o[2] = m[k2];
+    o[3] = m[k3];
+  }
+}
+
+// Sub-sampled chroma back to full resolution, as jxrlib does before its
+// colour conversion: chroma samples land on the even columns (and rows),
+// each sample between two is their mean rounded up, and the last column
+// (row) repeats the one before it; 4:2:0 goes vertical first.  Row by row
+// into the output, with the colour conversion.
+void Decoder::ConvertSub(int my) {
+  const bool q = h_.format == k420;
+  const int cw = pw_ / 2;
+  const int first = std::max(16 * my, int(h_.extraTop)), last = std::min(16 * my + 16, int(h_.extraTop) + out_->height);
+  const int32_t* luma = Row(0, my);
+  int32_t* half = half_.data();  // chroma rows at half width
+  int32_t* below = half + cw;
+  for (int py = first; py < last; ++py) {
+    LumaLine(luma, py & 15, lines_[0].data());
+    for (int c = 1; c < 3; ++c) {
+      const int cy = q ? py >> 1 : py;
+      ChromaLine(c, cy, half);
+      if (q && (py & 1) && py < ph_ - 1) {
+        ChromaLine(c, cy + 1, below);
+        for (int x = 0; x < cw; ++x) half[x] = (half[x] + below[x] + 1) >> 1;
+      }
+      int32_t* f = lines_[size_t(c)].data();
+      for (int x = 0; x < cw - 1; ++x) {
+        f[2 * x] = half[x];
+        f[2 * x + 1] = (half[x] + half[x + 1] + 1) >> 1;
+      }
+      f[pw_ - 2] = f[pw_ - 1] = half[cw - 1];
+    }
+    Emit(py);
+  }
+}
+
+// Padded rows py0..py1 of grey and 4:4:4 (those inside the image) to
+// output samples.
 void Decoder::Convert(int py0, int py1) {
+  const int first = std::max(py0, int(h_.extraTop)), last = std::min(py1, int(h_.extraTop) + out_->height);
+  for (int py = first; py < last; ++py) {
+    for (int c = 0; c < h_.channels; ++c) LumaLine(Row(c, py >> 4), py & 15, lines_[size_t(c)].data());
+    Emit(py);
+  }
+}
+
+// Colour-converts the lines (padded width) of padded row py into the
+// output.  Samples are centred on zero; scaled arithmetic keeps three more
+// bits, rounded off with 3 at 8 bits and 4 at 16, as jxrlib does.  Lines
+// within +-2^28 (all but damaged streams) convert in 32 bits, the rest in
+// 64, with the same results.
+void Decoder::Emit(int py) {
   Picture* out = out_;
   const int w = out->width;
-  // samples are centred on zero; scaled arithmetic keeps three more bits,
-  // rounded off with 3 at 8 bits and 4 at 16, as jxrlib does
+  const int nc = h_.format != kYOnly ? 3 : 1;
+  const size_t at = size_t(py - int(h_.extraTop)) * w * nc;
+  if (!out->bytes.empty()) {
+    EmitAs(out->bytes.data() + at);
+  } else {
+    EmitAs(out->samples.data() + at);
+  }
+}
+
+template <class T>
+void Decoder::EmitAs(T* o) {
+  Picture* out = out_;
+  const int w = out->width, x0 = int(h_.extraLeft);
   const bool wide = h_.outDepth == 2;
   const int shift = h_.scaled ? 3 : 0;
   const int32_t mid = wide ? 32768 : 128, top = wide ? 65535 : 255;
   const int32_t bias = h_.scaled ? (mid << 3) + (wide ? 4 : 3) : mid;
   const bool colour = h_.format != kYOnly;
-  auto clip = [top](int64_t v) { return uint16_t(v < 0 ? 0 : v > top ? top : v); };
-  const int x0 = int(h_.extraLeft);
-  const int32_t* plane[3] = {planes_[0].data(), colour ? planes_[1].data() : nullptr,
-                             colour ? planes_[2].data() : nullptr};
-  const size_t rowLen = size_t(mbw_) * 256;
-  const int first = std::max(py0, int(h_.extraTop)), last = std::min(py1, int(h_.extraTop) + out->height);
-  for (int py = first; py < last; ++py) {
-    const int y = py - int(h_.extraTop);
-    // the row's elements in a macroblock, column by column
-    int inMb[16];
-    for (int x = 0; x < 16; ++x) inMb[x] = int(PixelAt(x, py & 15, 1));
-    const size_t rowAt = size_t(ring_ ? (py >> 4) & 1 : py >> 4) * rowLen;
-    uint16_t* o = out->samples.data() + size_t(y) * w * out->channels;
-    for (int x = x0; x < x0 + w; ++x) {
-      const size_t at = rowAt + size_t(x >> 4) * 256 + size_t(inMb[x & 15]);
-      if (!colour) {
-        *o++ = clip((int64_t(plane[0][at]) + bias) >> shift);
-        continue;
+  const int nc = colour ? 3 : 1;
+  constexpr int32_t kSafe = int32_t(1) << 28;
+  bool outside = false;
+  for (int c = 0; c < nc; ++c) outside |= AnyOutside(lines_[size_t(c)].data() + x0, w, uint32_t(kSafe));
+  const int32_t* ly = lines_[0].data() + x0;
+  if (!colour) {
+    if (outside) {
+      for (int x = 0; x < w; ++x) {
+        const int64_t v = (int64_t(ly[x]) + bias) >> shift;
+        o[x] = T(v < 0 ? 0 : v > top ? top : v);
       }
-      int64_t g = int64_t(plane[0][at]) + bias, r = -int64_t(plane[1][at]), b = plane[2][at];
+      return;
+    }
+    for (int x = 0; x < w; ++x) {
+      const int32_t v = (ly[x] + bias) >> shift;
+      o[x] = T(v < 0 ? 0 : v > top ? top : v);
+    }
+    return;
+  }
+  const int32_t* lu = lines_[1].data() + x0;
+  const int32_t* lv = lines_[2].data() + x0;
+  if (outside) {
+    auto clip = [top](int64_t v) { return T(v < 0 ? 0 : v > top ? top : v); };
+    for (int x = 0; x < w; ++x) {
+      int64_t g = int64_t(ly[x]) + bias, r = -int64_t(lu[x]), b = lv[x];
       g -= r >> 1;
       r -= ((b + 1) >> 1) - g;
       b += r;
-      o[0] = clip(r >> shift);
-      o[1] = clip(g >> shift);
-      o[2] = clip(b >> shift);
-      o += 3;
+      o[3 * x] = clip(r >> shift);
+      o[3 * x + 1] = clip(g >> shift);
+      o[3 * x + 2] = clip(b >> shift);
     }
+    return;
   }
+  ColourRow(ly, lu, lv, w, bias, shift, top, o);
 }
 
 }  // namespace

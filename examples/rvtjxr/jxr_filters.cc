@@ -6,6 +6,7 @@
 #include "jxr_filters.h"
 
 #include <cstdlib>
+#include <cstring>
 
 #include "jxr_walk.h"
 #include "rvtjp.h"
@@ -133,38 +134,98 @@ void Edge4(P pa, P pb, P pc, P pd, bool fine) {
   *pd = d;
 }
 
-int32_t ClipTowards(int32_t v, int32_t alt) {
-  if (v > 0) return alt > 0 ? (v < alt ? v : alt) : 0;
-  if (v < 0) return alt < 0 ? (v > alt ? v : alt) : 0;
-  return 0;
-}
-
 // A 4x4 window whose four 2x2 quads start at q0 (upper left quad's last
 // element is the window centre's neighbour), q2, q1, q3.  jxrlib's decoder
 // then pulls a small DC offset out of windows where the HP step is coarse
 // (or HP is absent); matching its output needs the same.
+//
+// The element-wise steps run on the four elements of each quad at once
+// (vector types of the compiler, so any target gets them): the same
+// operations, in the same order, lane by lane.
+typedef int32_t V4 __attribute__((vector_size(16)));
+typedef uint32_t U4 __attribute__((vector_size(16)));
+
+V4 Load4(const int32_t* p) {
+  V4 v;
+  std::memcpy(&v, p, sizeof(v));
+  return v;
+}
+void Store4(int32_t* p, V4 v) { std::memcpy(p, &v, sizeof(v)); }
+V4 Times3(V4 v) { return (v << 1) + v; }
+
 void Window(P q0, P q1, P q2, P q3, int32_t hpStep, bool hpAbsent, bool fine) {
-  for (int e = 0; e < 4; ++e) Butterfly(q0 + e, q2 + e, q1 + e, q3 + e);
-  RotateOddOdd(q3 + 0, q3 + 1, q3 + 2, q3 + 3);
-  Rotate1(q1[2], q1[3]);
-  Rotate1(q1[0], q1[1]);
-  Rotate1(q2[1], q2[3]);
-  Rotate1(q2[0], q2[2]);
-  for (int e = 0; e < 4; ++e) ScalePair(q0 + e, q3 + e, fine);
-  for (int e = 0; e < 4; ++e) ScaleQuad(q0 + e, q2 + e, q1 + e, q3 + e);
-  if (fine) return;
-  for (int e = 0; e < 4; ++e) {
-    const int32_t sum = (q0[e] + q1[e] + q2[e] + q3[e]) >> 1;
-    int32_t dcl = int32_t(uint32_t(sum) * 595u + 65536u) >> 17;  // (wrapping, as 32-bit code does)
-    if ((std::abs(dcl) < hpStep && hpStep > 20) || hpAbsent) {
-      const int32_t alt = (q0[e] - q1[e] - q2[e] + q3[e]) >> 1;
-      dcl = ClipTowards(dcl, alt) >> 1;
-      q0[e] -= dcl;
-      q3[e] -= dcl;
-      q2[e] += dcl;
-      q1[e] += dcl;
+  V4 a = Load4(q0), b = Load4(q1), c = Load4(q2), d = Load4(q3);
+  {  // Butterfly(q0, q2, q1, q3)
+    a += d;
+    c -= b;
+    const V4 t = (a - c) >> 1;
+    const V4 nb = t - d;
+    d = t - b;
+    a -= d;
+    c += nb;
+    b = nb;
+  }
+  int32_t e[4][4];
+  Store4(e[0], a);
+  Store4(e[1], b);
+  Store4(e[2], c);
+  Store4(e[3], d);
+  RotateOddOdd(&e[3][0], &e[3][1], &e[3][2], &e[3][3]);
+  Rotate1(e[1][2], e[1][3]);
+  Rotate1(e[1][0], e[1][1]);
+  Rotate1(e[2][1], e[2][3]);
+  Rotate1(e[2][0], e[2][2]);
+  a = Load4(e[0]);
+  b = Load4(e[1]);
+  c = Load4(e[2]);
+  d = Load4(e[3]);
+  {  // ScalePair(q0, q3)
+    a += d;
+    d = (a >> 1) - d;
+    a += Times3(d) >> 3;
+    d += Times3(a) >> 4;
+    if (fine) {
+      d += a >> 7;
+      d -= a >> 10;
     }
   }
+  {  // ScaleQuad(q0, q2, q1, q3)
+    V4 qb = c, qc = b;
+    qb -= qc;
+    a += (Times3(d) + 4) >> 3;
+    d -= qb >> 1;
+    qc = ((a - qb) >> 1) - qc;
+    b = d;
+    d = qc;
+    a -= qc;
+    c = qb + b;
+  }
+  if (!fine && (hpAbsent || hpStep > 20)) {
+    const V4 sum = (a + b + c + d) >> 1;
+    const U4 u = U4(sum);
+    // 595 sum + 65536, wrapping as 32-bit code does
+    V4 dcl = V4((u << 9) + (u << 6) + (u << 4) + (u << 1) + u + 65536u) >> 17;
+    V4 apply = {-1, -1, -1, -1};
+    if (!hpAbsent) {
+      const V4 sign = dcl >> 31;
+      apply = ((dcl ^ sign) - sign) < hpStep;
+    }
+    // towards zero, no further than alt, nothing when their signs differ
+    const V4 alt = (a - b - c + d) >> 1;
+    const V4 lower = dcl < alt, zero = {0, 0, 0, 0};
+    const V4 low = (dcl & lower) | (alt & ~lower), high = (alt & lower) | (dcl & ~lower);
+    const V4 both = (dcl > zero) & (alt > zero), none = (dcl < zero) & (alt < zero);
+    dcl = ((low & both) | (high & none)) >> 1;
+    dcl &= apply;
+    a -= dcl;
+    d -= dcl;
+    c += dcl;
+    b += dcl;
+  }
+  Store4(q0, a);
+  Store4(q1, b);
+  Store4(q2, c);
+  Store4(q3, d);
 }
 
 // The DC-level window on the corner between four macroblocks (p0 the
@@ -340,16 +401,19 @@ void InverseTransform(int32_t* channel, int mbw, int mbh, int overlap, bool fine
   }
 }
 
-void InverseTransformChroma(int32_t* channel, int mbw, int mbh, bool is420, int overlap, bool fine,
-                            const std::vector<int32_t>& hpStep, bool hpAbsent) {
+void InverseTransformChromaRow(int32_t* channel, int mbw, int mbh, bool is420, int overlap, bool fine,
+                               const std::vector<int32_t>& hpStep, bool hpAbsent, int y) {
   PostFilter f{fine, hpAbsent, 0, {}};
-  for (int y = 0; y <= mbh; ++y) {
-    for (int x = 0; x <= mbw; ++x) {
-      f.step = StepAt(x, y, mbw, mbh, hpStep, hpAbsent);
-      WalkChromaCorner(f, channel, mbw, mbh, is420, overlap, fine, x, y);
-    }
+  for (int x = 0; x <= mbw; ++x) {
+    f.step = StepAt(x, y, mbw, mbh, hpStep, hpAbsent);
+    WalkChromaCorner(f, channel, mbw, mbh, is420, overlap, fine, x, y);
   }
   f.blocks.Flush();
+}
+
+void InverseTransformChroma(int32_t* channel, int mbw, int mbh, bool is420, int overlap, bool fine,
+                            const std::vector<int32_t>& hpStep, bool hpAbsent) {
+  for (int y = 0; y <= mbh; ++y) InverseTransformChromaRow(channel, mbw, mbh, is420, overlap, fine, hpStep, hpAbsent, y);
 }
 
 }  // namespace rvtjxr

@@ -53,6 +53,12 @@ void InverseTransformRow(int32_t* above, int32_t* here, int mbw, int mbh, int ov
 void InverseTransformChroma(int32_t* channel, int mbw, int mbh, bool is420, int overlap, bool fine,
                             const std::vector<int32_t>& hpStep, bool hpAbsent);
 
+// One corner row of InverseTransformChroma (rows 0..mbh in turn give its
+// result): row y finishes macroblock row y - 1; only rows y - 1 and y of
+// `channel` are touched, so they may sit in a window of a few rows.
+void InverseTransformChromaRow(int32_t* channel, int mbw, int mbh, bool is420, int overlap, bool fine,
+                               const std::vector<int32_t>& hpStep, bool hpAbsent, int y);
+
 // Index of pixel (x, y) of a chroma channel laid out as above.
 inline size_t ChromaAt(int x, int y, int mbw, bool is420) {
   if (is420) {

@@ -63,12 +63,15 @@ int Decode(const std::string& in, const std::string& out) {
   std::string error;
   if (!rvtjpeg::ReadFile(in, &data, &error)) return Fail(error);
   rvtjxr::Picture pic;
+  pic.narrow = true;
   if (!rvtjxr::DecodeFile(data.data(), data.size(), &pic, &error)) return Fail(in + ": " + error);
   if (pic.channels == 4) return WriteRgbaPng(out, pic);
   if (pic.bits == 8) {
     rvtjpeg::Image img;
-    img.Resize(pic.width, pic.height, pic.channels);
-    for (size_t i = 0; i < pic.samples.size(); ++i) img.pixels[i] = uint8_t(pic.samples[i]);
+    img.width = pic.width;
+    img.height = pic.height;
+    img.channels = pic.channels;
+    img.pixels.swap(pic.bytes);
     if (!rvtjpeg::WriteImage(out, img, &error)) return Fail(error);
     return 0;
   }

@@ -150,6 +150,10 @@ RvtResult DecodeCbpHPRef(const uint8_t* a, int32_t b, int32_t* c, const int32_t*
                          State* f, int32_t* g) {
   return DecodeCbpHPEntry<RefReader>(a, b, c, d, e, f, g);
 }
+RvtResult DecodeCbpHPFast(const uint8_t* a, int32_t b, int32_t* c, const int32_t* d, const int32_t* e,
+                          State* f, int32_t* g) {
+  return DecodeCbpHPEntry<FastReader>(a, b, c, d, e, f, g);
+}
 RvtResult DecodeHPRef(const uint8_t* a, int32_t b, int32_t* c, const uint8_t* d, int32_t e, int32_t* f,
                       int32_t g, int32_t h, const int32_t* i, State* j, int32_t* k) {
   return DecodeHPEntry<RefReader>(a, b, c, d, e, f, g, h, i, j, k);
@@ -180,6 +184,6 @@ RVT_IMPL_FAST(rvtiVLCDecodeLP_JPEGXR_1u32s, vlc::DecodeLPFast, vlc::DecodeLPRef)
 RVT_IMPL_PLAIN(rvtiVLCEncodeLP_JPEGXR_32s1u, vlc::EncodeLPEntry);
 RVT_IMPL_FAST(rvtiVLCDecodeHP_JPEGXR_1u32s, vlc::DecodeHPFast, vlc::DecodeHPRef);
 RVT_IMPL_PLAIN(rvtiVLCEncodeHP_JPEGXR_32s1u, vlc::EncodeHPEntry);
-RVT_IMPL_PLAIN(rvtiVLCDecodeCBPHP_JPEGXR_1u32s, vlc::DecodeCbpHPRef);
+RVT_IMPL_FAST(rvtiVLCDecodeCBPHP_JPEGXR_1u32s, vlc::DecodeCbpHPFast, vlc::DecodeCbpHPRef);
 RVT_IMPL_PLAIN(rvtiVLCEncodeCBPHP_JPEGXR_32s1u, vlc::EncodeCbpHPEntry);
 }  // namespace rvt

@@ -314,6 +314,16 @@ struct FastReader {
     pos += e >> 8;
     return e & 0xFF;
   }
+  // A symbol and the bit after it (a coefficient's index and its sign)
+  // from one window.
+  int SymbolAndBit(const Alphabet& a, int t, uint32_t* bit) {
+    const uint64_t w = Window();
+    const uint16_t e = kLuts.e[LutBase(a.symbols) + t][w >> 56];
+    const int len = e >> 8;
+    *bit = uint32_t((w << len) >> 63);
+    pos += len + 1;
+    return e & 0xFF;
+  }
 };
 
 // The writer: bits before the start position are kept, the rest of the
@@ -577,6 +587,65 @@ inline int DecodeBlock(R& r, State& s, int group, bool chroma, int first, int32_
   }
 }
 
+// DecodeBlock for the fast reader, handing each coefficient to put(position,
+// level) as it is decoded instead of through a zeroed array: no array to
+// clear and no second pass over the 15 positions.
+template <class Put>
+inline int DecodeBlockTo(FastReader& r, State& s, int group, bool chroma, int first, Put put) {
+  const int idx = group + (chroma ? kIndexChr : kIndexLum);
+  const int fst = group + (chroma ? kFirstChr : kFirstLum);
+  // each index comes with the sign of its coefficient
+  uint32_t neg;
+  int sym = r.SymbolAndBit(AlphabetOf(12), s.table[fst], &neg);
+  AccountOf<12, FastReader>(s, fst, sym);
+  bool sr = sym & 1;
+  bool sl = sym & 2;
+  int srn = sym >> 2;
+  int cont = sr && srn == 1;
+  int loc = first, count = 0;
+  for (;;) {
+    const uint32_t mag = sl ? DecodeLevel(r, s, group + kLevel + cont) : 1u;
+    int run = 0;
+    if (!sr) {
+      if (loc > 14) return rvtStatusErr;
+      run = DecodeRun(r, s, 15 - loc);
+    }
+    const int at = loc + run;
+    if (at > 15) return rvtStatusErr;  // a run longer than the block allows
+    put(at, int32_t(neg ? 0u - mag : mag));
+    ++count;
+    loc = at + 1;
+    if (srn == 0) return count;
+    sr = srn == 1;
+    if (!sr) {
+      if (loc > 14) return rvtStatusErr;
+      loc += DecodeRun(r, s, 15 - loc);
+      if (loc > 15) return rvtStatusErr;
+    } else if (loc > 15) {
+      return rvtStatusErr;
+    }
+    // `loc` is now the next coefficient's position; its index follows.
+    const int after = loc + 1;
+    if (after < 15) {
+      sym = r.SymbolAndBit(AlphabetOf(6), s.table[idx + cont], &neg);
+      AccountOf<6, FastReader>(s, idx + cont, sym);
+    } else {
+      if (after == 15) {
+        if (!r.Bit()) sym = 0;
+        else if (!r.Bit()) sym = 2;
+        else sym = 1 + 2 * int(r.Bit());
+      } else {
+        sym = int(r.Bit());
+      }
+      neg = r.Bit();
+    }
+    srn = sym >> 1;
+    cont &= int(srn == 1);
+    sl = sym & 1;
+    sr = true;  // its run is already read
+  }
+}
+
 inline void EncodeBlock(Writer& w, State& s, int group, bool chroma, int first, const int32_t* val) {
   const int idx = group + (chroma ? kIndexChr : kIndexLum);
   const int fst = group + (chroma ? kFirstChr : kFirstLum);
@@ -811,6 +880,36 @@ inline int ChromaLpPos(const State& s, int i) {
 inline int GroupFirstChannel(const State&, int g) { return g; }
 inline int GroupLastChannel(const State& s, int g) { return Shared(s) && g == 1 ? 2 : g; }
 
+// Refine over a block's 15 HP (or a full LP block's) coefficients for the
+// fast reader, with at least one bit coded a coefficient: fields are cut
+// from one window while it holds the next field and its sign (at most 16
+// bits) within its 32 valid bits, instead of a window per field.
+inline void RefineBlock(FastReader& f, int32_t* blk, int bits, int trim) {
+  const int n = bits - trim;
+  uint64_t w = f.Window();
+  int used = 0;
+  for (int k = 1; k < 16; ++k) {
+    if (used + n + 1 > 32) {
+      f.pos += used;
+      w = f.Window();
+      used = 0;
+    }
+    int32_t& c = blk[kLowpassRefine[k]];
+    const int32_t q = c;
+    const uint32_t ref = uint32_t((w << used) >> (64 - n)) << trim;
+    used += n;
+    if (q != 0) {
+      const uint32_t m = (Mag(q) << bits) | ref;
+      c = int32_t(q < 0 ? 0u - m : m);
+    } else if (ref != 0) {
+      const bool neg = ((w << used) >> 63) != 0;
+      ++used;
+      c = int32_t(neg ? 0u - ref : ref);
+    }
+  }
+  f.pos += used;
+}
+
 // Group by group: the block's run/level code when its pattern bit is set,
 // then the model bits of the group's channels.
 template <class R>
@@ -825,7 +924,38 @@ inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
   }
   for (int g = 0; g < n; ++g) {
     const bool shared = Shared(s) && g == 1;
-    if ((cbp >> g) & 1) {
+    if constexpr (std::is_same_v<R, FastReader>) {
+      // coefficients straight to their places (see DecodeHP), model bits
+      // of a full block cut from shared windows
+      if ((cbp >> g) & 1) {
+        const int first = shared ? ChromaFirst(s) : 1;
+        const uint8_t* order = s.order[0];
+        const int cnt = DecodeBlockTo(r, s, kLpFirst, g > 0, first, [&](int p, int32_t v) {
+          if (shared) {
+            coef[16 * (1 + ((p - first) & 1)) + ChromaLpPos(s, (p - first) / 2)] = v;
+          } else {
+            coef[16 * g + order[p]] = v;
+            CountScan(s, 0, p);
+          }
+        });
+        if (cnt < 0) return RvtResult(cnt);
+        lm[g > 0] += cnt;
+      }
+      if (!shared) {
+        for (int ch = GroupFirstChannel(s, g); ch <= GroupLastChannel(s, g); ++ch) {
+          const int bits = s.modelBits[kLP][ch > 0];
+          if (bits > 0 && LpCount(s, ch) == 16) {
+            RefineBlock(r, coef + 16 * ch, bits, 0);
+          } else {
+            for (int k = 1; k < LpCount(s, ch); ++k) {
+              const int at = 16 * ch + LpRefinePos(s, ch, k);
+              coef[at] = Refine(r, coef[at], bits, 0);
+            }
+          }
+        }
+        continue;
+      }
+    } else if ((cbp >> g) & 1) {
       const int first = shared ? ChromaFirst(s) : 1;
       std::memset(val, 0, sizeof(val));
       const int cnt = DecodeBlock(r, s, kLpFirst, g > 0, first, val);
@@ -920,36 +1050,6 @@ inline RvtResult EncodeLP(Writer& w, State& s, const int32_t* coef) {
 // files interleave them with the coded parts.
 inline int HpBlockAt(const State& s, int ch, int i) { return HpBlocks(s, ch) == 16 ? kHpBlockOrder[i] : i; }
 
-// Refine over a block's 15 HP coefficients for the fast reader, with at
-// least one bit coded a coefficient: fields are cut from one window while
-// it holds the next field and its sign (at most 16 bits) within its 32
-// valid bits, instead of a window per field.
-inline void RefineBlock(FastReader& f, int32_t* blk, int bits, int trim) {
-  const int n = bits - trim;
-  uint64_t w = f.Window();
-  int used = 0;
-  for (int k = 1; k < 16; ++k) {
-    if (used + n + 1 > 32) {
-      f.pos += used;
-      w = f.Window();
-      used = 0;
-    }
-    int32_t& c = blk[kLowpassRefine[k]];
-    const int32_t q = c;
-    const uint32_t ref = uint32_t((w << used) >> (64 - n)) << trim;
-    used += n;
-    if (q != 0) {
-      const uint32_t m = (Mag(q) << bits) | ref;
-      c = int32_t(q < 0 ? 0u - m : m);
-    } else if (ref != 0) {
-      const bool neg = ((w << used) >> 63) != 0;
-      ++used;
-      c = int32_t(neg ? 0u - ref : ref);
-    }
-  }
-  f.pos += used;
-}
-
 template <class R, class F>
 inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, State& s, int32_t* coef) {
   int32_t lm[2] = {0, 0};
@@ -961,7 +1061,20 @@ inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, St
       const int b = HpBlockAt(s, ch, i);
       int32_t* blk = coef + 256 * ch + 16 * b;
       for (int k = 1; k < 16; ++k) blk[k] = 0;
-      if ((cbp[ch] >> b) & 1) {
+      if constexpr (std::is_same_v<R, FastReader>) {
+        // coefficients land in the block as they come; a count moves only
+        // entries at or before its own position, so each position still
+        // maps through the order the block started with
+        if ((cbp[ch] >> b) & 1) {
+          const uint8_t* order = s.order[sc];
+          const int cnt = DecodeBlockTo(r, s, kHpFirst, ch > 0, 1, [&](int p, int32_t v) {
+            blk[order[p]] = v;
+            CountScan(s, sc, p);
+          });
+          if (cnt < 0) return RvtResult(cnt);
+          lm[ch > 0] += cnt;
+        }
+      } else if ((cbp[ch] >> b) & 1) {
         std::memset(val, 0, sizeof(val));
         const int cnt = DecodeBlock(r, s, kHpFirst, ch > 0, 1, val);
         if (cnt < 0) return RvtResult(cnt);
