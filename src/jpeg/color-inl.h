@@ -307,6 +307,17 @@ HWY_INLINE WPix LoadWide(Packed8<kBpp, kR, kB> l, const Rows& rows, int x) {
   Split(r, g, b, r, p);
   return p;
 }
+// 2N pixels of bytes in pixel order.
+template <int kBpp, int kR, int kB>
+HWY_INLINE void StoreBytes(Packed8<kBpp, kR, kB>, const Rows& rows, int x, VB r, VB g, VB b) {
+  const DB db;
+  if constexpr (kBpp == 3) {
+    hn::StoreInterleaved3(kR == 0 ? r : b, g, kR == 0 ? b : r, db, rows.d[0] + 3 * ptrdiff_t(x));
+  } else {
+    hn::StoreInterleaved4(kR == 0 ? r : b, g, kR == 0 ? b : r, hn::Set(db, rows.aval), db,
+                          rows.d[0] + 4 * ptrdiff_t(x));
+  }
+}
 template <int kBpp, int kR, int kB>
 HWY_INLINE void StoreWide(Packed8<kBpp, kR, kB>, const Rows& rows, int x, const WPix& p) {
   const DB db;
@@ -422,6 +433,17 @@ HWY_INLINE void Store(Streamed<Packed8<kBpp, kR, kB>>, const Rows& rows, int x, 
     StreamInterleaved3(kR == 0 ? r : b, g, kR == 0 ? b : r, d8, rows.d[0] + 3 * ptrdiff_t(x));
   } else {
     StreamInterleaved4(kR == 0 ? r : b, g, kR == 0 ? b : r, hn::Set(d8, rows.aval), d8,
+                       rows.d[0] + 4 * ptrdiff_t(x));
+  }
+}
+template <int kBpp, int kR, int kB>
+HWY_INLINE void StoreBytes(Streamed<Packed8<kBpp, kR, kB>>, const Rows& rows, int x, VB r, VB g,
+                           VB b) {
+  const DB db;
+  if constexpr (kBpp == 3) {
+    StreamInterleaved3(kR == 0 ? r : b, g, kR == 0 ? b : r, db, rows.d[0] + 3 * ptrdiff_t(x));
+  } else {
+    StreamInterleaved4(kR == 0 ? r : b, g, kR == 0 ? b : r, hn::Set(db, rows.aval), db,
                        rows.d[0] + 4 * ptrdiff_t(x));
   }
 }
@@ -625,32 +647,35 @@ HWY_INLINE void PixelsWide(const Rows& r, int x) {
   StoreWide(Dst{}, r, x, WPix{Apply(Arith{}, in.lo), Apply(Arith{}, in.hi)});
 }
 
-// InvHighHalf16 from 4:2:2 / 4:2:0 planes, 2N pixels from x (even).  The chroma
-// terms depend on the pair only, so they are formed once per pair and then
-// doubled in the order Unzip gives the luma.  With byte inputs no partial
-// sum of InvHighHalf16 comes near 16 bits (|sum| < 12000), so its constants fold:
-// R = (16Y + hi(Cr*128*11485) - 2863) >> 4, G = (16Y + 2175 - t) >> 4,
-// B = (16Y + hi(Cb*128*14516) - 3621) >> 4.
+// InvHighHalf16 from 4:2:2 / 4:2:0 planes, 2N pixels from x (even).  The
+// chroma terms depend on the pair only, so they are formed once per pair.
+// With byte inputs no partial sum of InvHighHalf16 comes near 16 bits
+// (|sum| < 12000), so its constants fold and the luma term leaves the
+// shift: R = clamp(Y + ((hi(Cr*128*11485) - 2863) >> 4)), G = clamp(Y +
+// ((2175 - t) >> 4)), B = clamp(Y + ((hi(Cb*128*14516) - 3621) >> 4)).  Each
+// chroma term d (|d| < 256) splits into max(d, 0) and max(-d, 0), bytes
+// doubled for the two pixels of the pair (the 16-bit lane of pair i is
+// bytes 2i, 2i + 1: pixel order), so the luma never leaves its bytes:
+// clamp(Y + d) = (Y +sat max(d, 0)) -sat max(-d, 0).
 template <class Dst>
 HWY_INLINE void InvHighHalf16PairsWide(const Rows& r, int x) {
-  const D16 d;
-  const Wide y = Unzip(hn::LoadU(DB(), r.s[0] + x));
+  const DU16 du;
+  const DB db;
+  const VB y = hn::LoadU(db, r.s[0] + x);
   const V16 cb7 = hn::ShiftLeft<7>(Widen(hn::LoadU(D8(), r.s[1] + x / 2)));
   const V16 cr7 = hn::ShiftLeft<7>(Widen(hn::LoadU(D8(), r.s[2] + x / 2)));
-  const V16 tr = hn::Sub(hn::MulHigh(cr7, K16(11485)), K16(2863));
-  const V16 tg =
-      hn::Sub(K16(2175), hn::Add(hn::MulHigh(cb7, K16(2819)), hn::MulHigh(cr7, K16(5850))));
-  const V16 tb = hn::Sub(hn::MulHigh(cb7, K16(14516)), K16(3621));
-  auto half = [&](V16 luma, V16 r_, V16 g_, V16 b_) RVT_COLOR_INLINE {
-    const V16 y16 = hn::ShiftLeft<4>(luma);
-    return Pix{hn::ShiftRight<4>(hn::Add(y16, r_)), hn::ShiftRight<4>(hn::Add(y16, g_)),
-               hn::ShiftRight<4>(hn::Add(y16, b_)), hn::Zero(d)};
+  const V16 dr = hn::ShiftRight<4>(hn::Sub(hn::MulHigh(cr7, K16(11485)), K16(2863)));
+  const V16 dg = hn::ShiftRight<4>(
+      hn::Sub(K16(2175), hn::Add(hn::MulHigh(cb7, K16(2819)), hn::MulHigh(cr7, K16(5850)))));
+  const V16 db_ = hn::ShiftRight<4>(hn::Sub(hn::MulHigh(cb7, K16(14516)), K16(3621)));
+  const VU16 twice = hn::Set(du, 0x0101);
+  auto add = [&](V16 d) RVT_COLOR_INLINE {
+    const V16 up = hn::Max(d, hn::Zero(D16()));
+    const VB plus = hn::BitCast(db, hn::Mul(hn::BitCast(du, up), twice));
+    const VB minus = hn::BitCast(db, hn::Mul(hn::BitCast(du, hn::Sub(up, d)), twice));
+    return hn::SaturatedSub(hn::SaturatedAdd(y, plus), minus);
   };
-  const WPix out{half(y.lo, hn::InterleaveLower(d, tr, tr), hn::InterleaveLower(d, tg, tg),
-                      hn::InterleaveLower(d, tb, tb)),
-                 half(y.hi, hn::InterleaveUpper(d, tr, tr), hn::InterleaveUpper(d, tg, tg),
-                      hn::InterleaveUpper(d, tb, tb))};
-  StoreWide(Dst{}, r, x, out);
+  StoreBytes(Dst{}, r, x, add(dr), add(dg), add(db_));
 }
 
 // Pixels [x0, x1): 2N at a time where the layouts allow, else N at a time,
@@ -709,12 +734,14 @@ HWY_INLINE void StreamSpan(const Rows& r, int x0, int x1) {
 }
 
 // Sums of horizontal pixel pairs of a byte vector, as 16-bit lanes in
-// pair order.
+// pair order (one multiply-add of the bytes by 1).
 template <class V>
 HWY_INLINE auto PairSums(V v) {
-  const hn::Repartition<uint16_t, hn::DFromV<V>> dh;
-  const auto w = hn::BitCast(dh, v);
-  return hn::Add(hn::And(w, hn::Set(dh, 0xFF)), hn::ShiftRight<8>(w));
+  const hn::DFromV<V> d8;
+  const hn::Repartition<int16_t, decltype(d8)> d16;
+  const hn::RebindToUnsigned<decltype(d16)> du16;
+  const auto ones = hn::BitCast(hn::RebindToSigned<decltype(d8)>(), hn::Set(d8, 1));
+  return hn::BitCast(du16, ops::MulAddPairs(d16, v, ones));
 }
 
 // Luma of 2N pixels of one row from x, stored (streamed when kStream);
