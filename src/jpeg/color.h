@@ -550,6 +550,24 @@ void PointRows(T* const* planes, int32_t step, int y, uint8_t** out) {
   for (int i = 0; i < L::kPlanes; ++i) out[i] = RowPtr(planes[i], step, y >> RowShiftOf<L>(i));
 }
 
+// The chroma rows of 4:2:2 and 4:2:0 planes never follow each other in
+// memory (the step is shared with the luma rows, twice as long), so the
+// hardware prefetchers lose those streams at each row's end and take a few
+// lines to find them again: the first lines of the next row of each plane
+// (rows s + step) are asked for before a row converts.
+inline constexpr int kPrefetchBytes = 256;
+template <class L>
+inline constexpr bool kHalfWidthChroma = false;
+template <int kN, int kCv>
+inline constexpr bool kHalfWidthChroma<Planes<kN, 2, kCv>> = true;
+inline void PrefetchNextChromaRow(const uint8_t* const* s, int32_t step) {
+  for (int k = 0; k < kPrefetchBytes; k += 64) {
+    __builtin_prefetch(s[1] + step + k);
+    __builtin_prefetch(s[2] + step + k);
+    __builtin_prefetch(s[0] + step + k);
+  }
+}
+
 // Checks the arguments of member M, then converts the region row by row
 // (two rows at a time for 411 forward members) with kRow, under the
 // threading rule when M threads.
@@ -581,6 +599,9 @@ RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi,
       r.stream = stream;
       PointRows<typename M::Src>(src, srcStep, y, r.s);
       PointRows<typename M::Dst>(dst, dstStep, y, r.d);
+      if constexpr (kHalfWidthChroma<typename M::Src>) {
+        if (y + 1 < roi.height) PrefetchNextChromaRow(r.s, srcStep);
+      }
       kRow(r, w);
     };
     if constexpr (M::kThreaded) {
