@@ -653,26 +653,44 @@ HWY_INLINE void PixelsWide(const Rows& r, int x) {
 // (|sum| < 12000), so its constants fold and the luma term leaves the
 // shift: R = clamp(Y + ((hi(Cr*128*11485) - 2863) >> 4)), G = clamp(Y +
 // ((2175 - t) >> 4)), B = clamp(Y + ((hi(Cb*128*14516) - 3621) >> 4)).  Each
-// chroma term d (|d| < 256) splits into max(d, 0) and max(-d, 0), bytes
-// doubled for the two pixels of the pair (the 16-bit lane of pair i is
-// bytes 2i, 2i + 1: pixel order), so the luma never leaves its bytes:
-// clamp(Y + d) = (Y +sat max(d, 0)) -sat max(-d, 0).
+// chroma term d (|d| < 256) splits into max(d, 0) and max(-d, 0), whose low
+// bytes one byte shuffle doubles for the two pixels of the pair (the 16-bit
+// lane of pair i is bytes 2i, 2i + 1: pixel order), so the luma never leaves
+// its bytes: clamp(Y + d) = (Y +sat max(d, 0)) -sat max(-d, 0).  The
+// constants live in a PairsK built once per span, outside the loops, and
+// opaque to the compiler, which would otherwise rebuild each from an
+// immediate on every step.
+template <class V>
+HWY_INLINE V Opaque(V v) {
+  __asm__("" : "+v"(v.raw));
+  return v;
+}
+struct PairsK {
+  V16 kr, kgb, kgr, kb, cr, cg, cb;
+  VB dup;
+  PairsK()
+      : kr(Opaque(K16(11485))), kgb(Opaque(K16(2819))), kgr(Opaque(K16(5850))),
+        kb(Opaque(K16(14516))), cr(Opaque(K16(2863))), cg(Opaque(K16(2175))),
+        cb(Opaque(K16(3621))) {
+    alignas(16) static constexpr uint8_t kDup[16] = {0, 0, 2, 2, 4, 4, 6, 6,
+                                                     8, 8, 10, 10, 12, 12, 14, 14};
+    dup = Opaque(hn::LoadDup128(DB(), kDup));
+  }
+};
 template <class Dst>
-HWY_INLINE void InvHighHalf16PairsWide(const Rows& r, int x) {
-  const DU16 du;
+HWY_INLINE void InvHighHalf16PairsWide(const Rows& r, int x, const PairsK& k) {
   const DB db;
   const VB y = hn::LoadU(db, r.s[0] + x);
   const V16 cb7 = hn::ShiftLeft<7>(Widen(hn::LoadU(D8(), r.s[1] + x / 2)));
   const V16 cr7 = hn::ShiftLeft<7>(Widen(hn::LoadU(D8(), r.s[2] + x / 2)));
-  const V16 dr = hn::ShiftRight<4>(hn::Sub(hn::MulHigh(cr7, K16(11485)), K16(2863)));
+  const V16 dr = hn::ShiftRight<4>(hn::Sub(hn::MulHigh(cr7, k.kr), k.cr));
   const V16 dg = hn::ShiftRight<4>(
-      hn::Sub(K16(2175), hn::Add(hn::MulHigh(cb7, K16(2819)), hn::MulHigh(cr7, K16(5850)))));
-  const V16 db_ = hn::ShiftRight<4>(hn::Sub(hn::MulHigh(cb7, K16(14516)), K16(3621)));
-  const VU16 twice = hn::Set(du, 0x0101);
+      hn::Sub(k.cg, hn::Add(hn::MulHigh(cb7, k.kgb), hn::MulHigh(cr7, k.kgr))));
+  const V16 db_ = hn::ShiftRight<4>(hn::Sub(hn::MulHigh(cb7, k.kb), k.cb));
   auto add = [&](V16 d) RVT_COLOR_INLINE {
     const V16 up = hn::Max(d, hn::Zero(D16()));
-    const VB plus = hn::BitCast(db, hn::Mul(hn::BitCast(du, up), twice));
-    const VB minus = hn::BitCast(db, hn::Mul(hn::BitCast(du, hn::Sub(up, d)), twice));
+    const VB plus = hn::TableLookupBytes(hn::BitCast(db, up), k.dup);
+    const VB minus = hn::TableLookupBytes(hn::BitCast(db, hn::Sub(up, d)), k.dup);
     return hn::SaturatedSub(hn::SaturatedAdd(y, plus), minus);
   };
   StoreBytes(Dst{}, r, x, add(dr), add(dg), add(db_));
@@ -685,8 +703,9 @@ HWY_INLINE void Span(const Rows& r, int x0, int x1) {
   int done = x0;
   if constexpr (std::is_same_v<Arith, InvHighHalf16> &&
                 (std::is_same_v<Src, Ycc422> || std::is_same_v<Src, Ycc411>)) {
+    const PairsK k;
     done = Steps(2 * Lanes(), x0, x1,
-                 [&](int x) RVT_COLOR_INLINE { InvHighHalf16PairsWide<Dst>(r, x); });
+                 [&](int x) RVT_COLOR_INLINE { InvHighHalf16PairsWide<Dst>(r, x, k); });
   } else if constexpr (kWideIn<Src> && kWideOut<Dst>) {
     done = Steps(2 * Lanes(), x0, x1,
                  [&](int x) RVT_COLOR_INLINE { PixelsWide<Src, Arith, Dst>(r, x); });
@@ -714,10 +733,11 @@ HWY_INLINE void StreamSpan(const Rows& r, int x0, int x1) {
       std::is_same_v<Src, Ycc422> || std::is_same_v<Src, Ycc411> || std::is_same_v<Src, YccC2>;
   const int n = kWide ? 2 * Lanes() : Lanes();
   const int unit = int(kWide ? hn::Lanes(DB()) : hn::Lanes(D8()));
+  const PairsK k;
   auto step = [&](auto dst, int x) RVT_COLOR_INLINE {
     using L = decltype(dst);
     if constexpr (kPairs) {
-      InvHighHalf16PairsWide<L>(r, x);
+      InvHighHalf16PairsWide<L>(r, x, k);
     } else if constexpr (kWide) {
       PixelsWide<Src, Arith, L>(r, x);
     } else {
