@@ -677,23 +677,38 @@ struct PairsK {
     dup = Opaque(hn::LoadDup128(DB(), kDup));
   }
 };
-template <class Dst>
-HWY_INLINE void InvHighHalf16PairsWide(const Rows& r, int x, const PairsK& k) {
+// The doubled terms of N pairs from column x (even): what each channel
+// adds to and subtracts from the luma bytes.
+struct PairTerms {
+  VB add[3], sub[3];
+};
+HWY_INLINE PairTerms PairTermsAt(const Rows& r, int x, const PairsK& k) {
   const DB db;
-  const VB y = hn::LoadU(db, r.s[0] + x);
   const V16 cb7 = hn::ShiftLeft<7>(Widen(hn::LoadU(D8(), r.s[1] + x / 2)));
   const V16 cr7 = hn::ShiftLeft<7>(Widen(hn::LoadU(D8(), r.s[2] + x / 2)));
-  const V16 dr = hn::ShiftRight<4>(hn::Sub(hn::MulHigh(cr7, k.kr), k.cr));
-  const V16 dg = hn::ShiftRight<4>(
-      hn::Sub(k.cg, hn::Add(hn::MulHigh(cb7, k.kgb), hn::MulHigh(cr7, k.kgr))));
-  const V16 db_ = hn::ShiftRight<4>(hn::Sub(hn::MulHigh(cb7, k.kb), k.cb));
-  auto add = [&](V16 d) RVT_COLOR_INLINE {
-    const V16 up = hn::Max(d, hn::Zero(D16()));
-    const VB plus = hn::TableLookupBytes(hn::BitCast(db, up), k.dup);
-    const VB minus = hn::TableLookupBytes(hn::BitCast(db, hn::Sub(up, d)), k.dup);
-    return hn::SaturatedSub(hn::SaturatedAdd(y, plus), minus);
-  };
-  StoreBytes(Dst{}, r, x, add(dr), add(dg), add(db_));
+  const V16 d[3] = {
+      hn::ShiftRight<4>(hn::Sub(hn::MulHigh(cr7, k.kr), k.cr)),
+      hn::ShiftRight<4>(hn::Sub(k.cg, hn::Add(hn::MulHigh(cb7, k.kgb), hn::MulHigh(cr7, k.kgr)))),
+      hn::ShiftRight<4>(hn::Sub(hn::MulHigh(cb7, k.kb), k.cb))};
+  PairTerms t;
+  for (int c = 0; c < 3; ++c) {
+    const V16 up = hn::Max(d[c], hn::Zero(D16()));
+    t.add[c] = hn::TableLookupBytes(hn::BitCast(db, up), k.dup);
+    t.sub[c] = hn::TableLookupBytes(hn::BitCast(db, hn::Sub(up, d[c])), k.dup);
+  }
+  return t;
+}
+// 2N pixels of row r (luma s[0], pixels d[0]) from x with the terms t.
+template <class Dst>
+HWY_INLINE void ApplyPairTerms(const Rows& r, int x, const PairTerms& t) {
+  const VB y = hn::LoadU(DB(), r.s[0] + x);
+  auto at = [&](int c)
+                RVT_COLOR_INLINE { return hn::SaturatedSub(hn::SaturatedAdd(y, t.add[c]), t.sub[c]); };
+  StoreBytes(Dst{}, r, x, at(0), at(1), at(2));
+}
+template <class Dst>
+HWY_INLINE void InvHighHalf16PairsWide(const Rows& r, int x, const PairsK& k) {
+  ApplyPairTerms<Dst>(r, x, PairTermsAt(r, x, k));
 }
 
 // Pixels [x0, x1): 2N at a time where the layouts allow, else N at a time,
@@ -751,6 +766,40 @@ HWY_INLINE void StreamSpan(const Rows& r, int x0, int x1) {
   for (; x + n <= x1; x += n) step(Streamed<Dst>{}, x);
   if (x < x1) step(Dst{}, x1 - n);
   hwy::FlushStream();
+}
+
+// 4:2:0 to pixels, both rows of a row pair (r0 and r1 = SecondRow(r0))
+// over the even columns [0, we), we >= 2N: the terms of each chroma step
+// serve both rows.  Streamed from an aligned column when the region asks
+// for it and both rows' pixels share their alignment; false (nothing
+// written) when they do not, for the rows to go one by one.
+template <class Dst>
+HWY_INLINE bool PairRows(const Rows& r0, const Rows& r1, int we) {
+  const int n = 2 * Lanes();
+  const PairsK k;
+  auto step = [&](auto dst, int x) RVT_COLOR_INLINE {
+    using L = decltype(dst);
+    const PairTerms t = PairTermsAt(r0, x, k);
+    ApplyPairTerms<L>(r0, x, t);
+    ApplyPairTerms<L>(r1, x, t);
+  };
+  if constexpr (kCanStream && kStreamBpp<Dst> != 0) {
+    if (r0.stream) {
+      const int unit = int(hn::Lanes(DB()));
+      const int xa = StreamStart<Dst>(r0, 0, unit, true);
+      if (xa < 0 || xa + n > we) return false;
+      const auto second = reinterpret_cast<uintptr_t>(r1.d[0] + kStreamBpp<Dst> * ptrdiff_t(xa));
+      if (second & uintptr_t(unit - 1)) return false;
+      if (xa > 0) step(Dst{}, 0);
+      int x = xa;
+      for (; x + n <= we; x += n) step(Streamed<Dst>{}, x);
+      if (x < we) step(Dst{}, we - n);
+      hwy::FlushStream();
+      return true;
+    }
+  }
+  Steps(n, 0, we, [&](int x) RVT_COLOR_INLINE { step(Dst{}, x); });
+  return true;
 }
 
 // Sums of horizontal pixel pairs of a byte vector, as 16-bit lanes in
@@ -899,6 +948,20 @@ void Row(const Rows& r, int w) {
       SubsampledRef<Src>(r, we, w);
     } else {
       SubsampledRef<Src>(r, 0, w);
+    }
+  } else if constexpr (M::kInvRowPairs) {
+    const int we = w & ~1;
+    const Rows r1 = SecondRow(r);
+    if (r.rows == 2 && we >= 2 * Lanes() && PairRows<Dst>(r, r1, we)) {
+      PixelsRef<Src, Arith, Dst>(r, we, w);
+      PixelsRef<Src, Arith, Dst>(r1, we, w);
+      return;
+    }
+    RowSpan<Src, Arith, Dst>(r, 0, we);
+    PixelsRef<Src, Arith, Dst>(r, we, w);
+    if (r.rows == 2) {
+      RowSpan<Src, Arith, Dst>(r1, 0, we);
+      PixelsRef<Src, Arith, Dst>(r1, we, w);
     }
   } else if constexpr (std::is_same_v<Src, Ycc422> || std::is_same_v<Src, Ycc411> ||
                        std::is_same_v<Src, YccC2>) {

@@ -328,6 +328,11 @@ struct Member {
   static constexpr bool kThreaded = kThreaded_;
   // 411 forward members convert two image rows per call.
   static constexpr bool kRowPairs = std::is_same_v<Dst_, Ycc411>;
+  // So do the 411 inverse members, which form the chroma terms of a chroma
+  // row once for the two image rows that share it: s[3] / d[3] point at the
+  // second row's luma and pixels when `rows` is 2.
+  static constexpr bool kInvRowPairs =
+      std::is_same_v<Src_, Ycc411> && std::is_same_v<Arith_, InvHighHalf16>;
 };
 
 // Every member: export, source layout, arithmetic, destination layout,
@@ -464,6 +469,16 @@ void SubsampledRef(const Rows& r, int x0, int x1) {
   }
 }
 
+// The second image row of a row pair of a 411 inverse member, as a row
+// of its own.
+inline Rows SecondRow(const Rows& r) {
+  Rows b = r;
+  b.rows = 1;
+  b.s[0] = r.s[3];
+  b.d[0] = r.d[3];
+  return b;
+}
+
 // The scalar row of a member.
 template <class M>
 void RowRef(const Rows& r, int w) {
@@ -477,6 +492,9 @@ void RowRef(const Rows& r, int w) {
     SubsampledRef<Src>(r, 0, w);
   } else {
     PixelsRef<Src, Arith, Dst>(r, 0, w);
+    if constexpr (M::kInvRowPairs) {
+      if (r.rows == 2) PixelsRef<Src, Arith, Dst>(SecondRow(r), 0, w);
+    }
   }
 }
 
@@ -560,11 +578,12 @@ template <class L>
 inline constexpr bool kHalfWidthChroma = false;
 template <int kN, int kCv>
 inline constexpr bool kHalfWidthChroma<Planes<kN, 2, kCv>> = true;
-inline void PrefetchNextChromaRow(const uint8_t* const* s, int32_t step) {
+// `luma` is the distance to the next luma row to convert.
+inline void PrefetchNextChromaRow(const uint8_t* const* s, int32_t step, ptrdiff_t luma) {
   for (int k = 0; k < kPrefetchBytes; k += 64) {
     __builtin_prefetch(s[1] + step + k);
     __builtin_prefetch(s[2] + step + k);
-    __builtin_prefetch(s[0] + step + k);
+    __builtin_prefetch(s[0] + luma + k);
   }
 }
 
@@ -591,6 +610,22 @@ RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi,
       }
       kRow(r, w);
     }
+  } else if constexpr (M::kInvRowPairs) {
+    static_assert(!M::kThreaded);
+    for (int y = 0; y < roi.height; y += 2) {
+      Rows r{};
+      r.rows = roi.height - y >= 2 ? 2 : 1;
+      r.aval = aval;
+      r.stream = stream;
+      PointRows<typename M::Src>(src, srcStep, y, r.s);
+      PointRows<typename M::Dst>(dst, dstStep, y, r.d);
+      if (r.rows == 2) {
+        r.s[3] = RowPtr(src[0], srcStep, y + 1);
+        r.d[3] = RowPtr(dst, dstStep, y + 1);
+        if (y + 2 < roi.height) PrefetchNextChromaRow(r.s, srcStep, 2 * ptrdiff_t(srcStep));
+      }
+      kRow(r, w);
+    }
   } else {
     auto one_row = [&](int y) {
       Rows r{};
@@ -600,7 +635,7 @@ RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi,
       PointRows<typename M::Src>(src, srcStep, y, r.s);
       PointRows<typename M::Dst>(dst, dstStep, y, r.d);
       if constexpr (kHalfWidthChroma<typename M::Src>) {
-        if (y + 1 < roi.height) PrefetchNextChromaRow(r.s, srcStep);
+        if (y + 1 < roi.height) PrefetchNextChromaRow(r.s, srcStep, srcStep);
       }
       kRow(r, w);
     };
