@@ -75,6 +75,16 @@ HWY_INLINE VB Rezip(V16 lo, V16 hi) { return ops::PackU8Blockwise(lo, hi); }
 
 HWY_INLINE void Put(VB v, uint8_t* p) { hn::StoreU(v, DB(), p); }
 
+// A value the compiler cannot see through: a constant so wrapped stays in
+// its register (or, loop-invariant, leaves the loop) instead of being
+// rebuilt from an immediate or a 16-byte table on every step, which the
+// compiler otherwise does with vector constants in these loops.
+template <class V>
+HWY_INLINE V Opaque(V v) {
+  __asm__("" : "+v"(v.raw));
+  return v;
+}
+
 // ------------------------------------------------------------ 32-bit sums
 
 // Two channels interleaved lane by lane (within each 128-bit block), so a
@@ -285,12 +295,42 @@ HWY_INLINE void Split(VB a, VB b, VB c, VB k, WPix& p) {
   p.hi = {wa.hi, wb.hi, wc.hi, wk.hi};
 }
 
+// Three channels of 2N interleaved bytes: the blocks transposed, then one
+// byte shuffle per channel and block set, with the shuffle tables Opaque.
+// Used on the AVX-512 targets, whose 32 registers hold the nine tables
+// (the 16 of AVX2 do not: spilled, they measured slower than the tables
+// rebuilt each step).
+inline constexpr bool kOwnDeinterleave3 = HWY_TARGET <= HWY_AVX3;
+HWY_INLINE void Deinterleave3(const uint8_t* p, VB& v0, VB& v1, VB& v2) {
+  const DB d;
+  constexpr uint8_t Z = 0x80;
+  alignas(16) static constexpr uint8_t kIdx[9][16] = {
+      {0, 3, 6, 9, 12, 15, Z, Z, Z, Z, Z, Z, Z, Z, Z, Z},
+      {Z, Z, Z, Z, Z, Z, 2, 5, 8, 11, 14, Z, Z, Z, Z, Z},
+      {Z, Z, Z, Z, Z, Z, Z, Z, Z, Z, Z, 1, 4, 7, 10, 13},
+      {1, 4, 7, 10, 13, Z, Z, Z, Z, Z, Z, Z, Z, Z, Z, Z},
+      {Z, Z, Z, Z, Z, 0, 3, 6, 9, 12, 15, Z, Z, Z, Z, Z},
+      {Z, Z, Z, Z, Z, Z, Z, Z, Z, Z, Z, 2, 5, 8, 11, 14},
+      {2, 5, 8, 11, 14, Z, Z, Z, Z, Z, Z, Z, Z, Z, Z, Z},
+      {Z, Z, Z, Z, Z, 1, 4, 7, 10, 13, Z, Z, Z, Z, Z, Z},
+      {Z, Z, Z, Z, Z, Z, Z, Z, Z, Z, 0, 3, 6, 9, 12, 15}};
+  VB a, b, c;
+  hn::detail::LoadTransposedBlocks3(d, p, a, b, c);
+  auto pick = [&](int i, VB v)
+                  RVT_COLOR_INLINE { return hn::TableLookupBytesOr0(v, Opaque(hn::LoadDup128(d, kIdx[i]))); };
+  v0 = hn::Or(hn::Or(pick(0, a), pick(1, b)), pick(2, c));
+  v1 = hn::Or(hn::Or(pick(3, a), pick(4, b)), pick(5, c));
+  v2 = hn::Or(hn::Or(pick(6, a), pick(7, b)), pick(8, c));
+}
+
 template <int kBpp, int kR, int kB>
 HWY_INLINE void LoadWideBytes(Packed8<kBpp, kR, kB>, const uint8_t* row, int x, VB& r, VB& g,
                               VB& b) {
   const DB db;
   VB c0, c1, c2, c3;
-  if constexpr (kBpp == 3) {
+  if constexpr (kBpp == 3 && kOwnDeinterleave3) {
+    Deinterleave3(row + 3 * ptrdiff_t(x), c0, c1, c2);
+  } else if constexpr (kBpp == 3) {
     hn::LoadInterleaved3(db, row + 3 * ptrdiff_t(x), c0, c1, c2);
   } else {
     hn::LoadInterleaved4(db, row + 4 * ptrdiff_t(x), c0, c1, c2, c3);
@@ -658,13 +698,7 @@ HWY_INLINE void PixelsWide(const Rows& r, int x) {
 // lane of pair i is bytes 2i, 2i + 1: pixel order), so the luma never leaves
 // its bytes: clamp(Y + d) = (Y +sat max(d, 0)) -sat max(-d, 0).  The
 // constants live in a PairsK built once per span, outside the loops, and
-// opaque to the compiler, which would otherwise rebuild each from an
-// immediate on every step.
-template <class V>
-HWY_INLINE V Opaque(V v) {
-  __asm__("" : "+v"(v.raw));
-  return v;
-}
+// Opaque.
 struct PairsK {
   V16 kr, kgb, kgr, kb, cr, cg, cb;
   VB dup;
