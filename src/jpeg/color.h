@@ -26,7 +26,8 @@ namespace rvt::color {
 // The rows one kernel call works on.  Packed layouts use s[0] / d[0];
 // planar ones one entry per plane.  The 411 forward kernel takes two image
 // rows: s[0], s[1] in, d[0] (Y of row 0), d[1] Cb, d[2] Cr, d[3] (Y of
-// row 1); `rows` says whether the second row exists.
+// row 1); `rows` says whether the second row exists.  So does the 411
+// inverse one: s[0] - s[2] and d[0] for row 0, s[3] (Y) and d[3] for row 1.
 struct Rows {
   const uint8_t* s[4];
   uint8_t* d[4];
@@ -571,8 +572,8 @@ void PointRows(T* const* planes, int32_t step, int y, uint8_t** out) {
 // The chroma rows of 4:2:2 and 4:2:0 planes never follow each other in
 // memory (the step is shared with the luma rows, twice as long), so the
 // hardware prefetchers lose those streams at each row's end and take a few
-// lines to find them again: the first lines of the next row of each plane
-// (rows s + step) are asked for before a row converts.
+// lines to find them again: the first lines of the next rows to convert
+// are asked for before a row (or row pair) converts.
 inline constexpr int kPrefetchBytes = 256;
 template <class L>
 inline constexpr bool kHalfWidthChroma = false;
@@ -588,7 +589,7 @@ inline void PrefetchNextChromaRow(const uint8_t* const* s, int32_t step, ptrdiff
 }
 
 // Checks the arguments of member M, then converts the region row by row
-// (two rows at a time for 411 forward members) with kRow, under the
+// (two rows at a time for 411 members) with kRow, under the
 // threading rule when M threads.
 template <class M, RowFn kRow, class S, class D>
 RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi, uint8_t aval) {
