@@ -2,7 +2,8 @@
 // every target, 1 and 2 threads, each beside a single-threaded memcpy of the
 // same traffic timed in alternation with it (x_memcpy = memcpy time / call
 // time), and, when OpenCV is installed, beside its RGB to YCrCb conversion
-// of the same frame (interleaved output; ours writes three planes).
+// of the same frame (interleaved output; ours writes three planes).  The
+// hot/ rows time the kernels alone on a cache-resident strip.
 #include <time.h>
 
 #include "bench_util.h"
@@ -137,7 +138,49 @@ void Targets(const std::string& name, const Impl<Fn>& impl, Body body) {
   }
 }
 
+// The kernel alone: 64 calls on a 960x4 region, small enough to stay in
+// L1/L2, by this thread's CPU time, so that a change to the arithmetic or
+// the shuffles shows apart from the memory traffic that the full-frame rows
+// above are bound by (ns_per_px).
+template <class Call>
+void Hot(benchmark::State& s, Call call) {
+  constexpr int kHotW = 960, kHotH = 4, kCalls = 64;
+  const int32_t old = rvtSetNumThreads(1);
+  for (auto _ : s) {
+    const double t0 = ThreadCpuSeconds();
+    for (int i = 0; i < kCalls; ++i) call(ImageSize{kHotW, kHotH});
+    benchmark::ClobberMemory();
+    s.SetIterationTime(ThreadCpuSeconds() - t0);
+  }
+  rvtSetNumThreads(old);
+  s.counters["ns_per_px"] =
+      benchmark::Counter(double(s.iterations()) * kCalls * kHotW * kHotH,
+                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+template <class Fn>
+void HotToPlanes(benchmark::State& s, Fn fn, int bpp) {
+  Frame& f = TheFrame();
+  Hot(s, [&](ImageSize roi) { fn(f.packed.data(), bpp * kW, f.p, kW, roi); });
+}
+template <class Fn>
+void HotFromPlanes(benchmark::State& s, Fn fn, int bpp) {
+  Frame& f = TheFrame();
+  Hot(s, [&](ImageSize roi) { fn(f.c, kW, f.packed.data(), bpp * kW, roi); });
+}
+
 int Register() {
+  Targets("hot/RGBToYCbCr_C3P3R", impl_rvtiRGBToYCbCr_JPEG_8u_C3P3R,
+          [](benchmark::State& s, auto fn) { HotToPlanes(s, fn, 3); });
+  Targets("hot/YCbCrToRGB_P3C3R", impl_rvtiYCbCrToRGB_JPEG_8u_P3C3R,
+          [](benchmark::State& s, auto fn) { HotFromPlanes(s, fn, 3); });
+  Targets("hot/RGBToYCbCr422_C3P3R", impl_rvtiRGBToYCbCr422_JPEG_8u_C3P3R,
+          [](benchmark::State& s, auto fn) { HotToPlanes(s, fn, 3); });
+  Targets("hot/YCbCr422ToRGB_P3C3R", impl_rvtiYCbCr422ToRGB_JPEG_8u_P3C3R,
+          [](benchmark::State& s, auto fn) { HotFromPlanes(s, fn, 3); });
+  Targets("hot/RGBToYCbCr411_C3P3R", impl_rvtiRGBToYCbCr411_JPEG_8u_C3P3R,
+          [](benchmark::State& s, auto fn) { HotToPlanes(s, fn, 3); });
+  Targets("hot/YCbCr411ToRGB_P3C3R", impl_rvtiYCbCr411ToRGB_JPEG_8u_P3C3R,
+          [](benchmark::State& s, auto fn) { HotFromPlanes(s, fn, 3); });
   for (int threads : {1, 2}) {
     const std::string t = "/threads:" + std::to_string(threads);
     const size_t full = kPixels, half = kPixels / 2, quarter = kPixels / 4;

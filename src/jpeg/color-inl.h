@@ -75,6 +75,16 @@ HWY_INLINE VB Rezip(V16 lo, V16 hi) { return ops::PackU8Blockwise(lo, hi); }
 
 HWY_INLINE void Put(VB v, uint8_t* p) { hn::StoreU(v, DB(), p); }
 
+// A value the compiler cannot see through: a constant so wrapped stays in
+// its register (or, loop-invariant, leaves the loop) instead of being
+// rebuilt from an immediate or a 16-byte table on every step, which the
+// compiler otherwise does with vector constants in these loops.
+template <class V>
+HWY_INLINE V Opaque(V v) {
+  __asm__("" : "+v"(v.raw));
+  return v;
+}
+
 // ------------------------------------------------------------ 32-bit sums
 
 // Two channels interleaved lane by lane (within each 128-bit block), so a
@@ -285,12 +295,42 @@ HWY_INLINE void Split(VB a, VB b, VB c, VB k, WPix& p) {
   p.hi = {wa.hi, wb.hi, wc.hi, wk.hi};
 }
 
+// Three channels of 2N interleaved bytes: the blocks transposed, then one
+// byte shuffle per channel and block set, with the shuffle tables Opaque.
+// Used on the AVX-512 targets, whose 32 registers hold the nine tables
+// (the 16 of AVX2 do not: spilled, they measured slower than the tables
+// rebuilt each step).
+inline constexpr bool kOwnDeinterleave3 = HWY_TARGET <= HWY_AVX3;
+HWY_INLINE void Deinterleave3(const uint8_t* p, VB& v0, VB& v1, VB& v2) {
+  const DB d;
+  constexpr uint8_t Z = 0x80;
+  alignas(16) static constexpr uint8_t kIdx[9][16] = {
+      {0, 3, 6, 9, 12, 15, Z, Z, Z, Z, Z, Z, Z, Z, Z, Z},
+      {Z, Z, Z, Z, Z, Z, 2, 5, 8, 11, 14, Z, Z, Z, Z, Z},
+      {Z, Z, Z, Z, Z, Z, Z, Z, Z, Z, Z, 1, 4, 7, 10, 13},
+      {1, 4, 7, 10, 13, Z, Z, Z, Z, Z, Z, Z, Z, Z, Z, Z},
+      {Z, Z, Z, Z, Z, 0, 3, 6, 9, 12, 15, Z, Z, Z, Z, Z},
+      {Z, Z, Z, Z, Z, Z, Z, Z, Z, Z, Z, 2, 5, 8, 11, 14},
+      {2, 5, 8, 11, 14, Z, Z, Z, Z, Z, Z, Z, Z, Z, Z, Z},
+      {Z, Z, Z, Z, Z, 1, 4, 7, 10, 13, Z, Z, Z, Z, Z, Z},
+      {Z, Z, Z, Z, Z, Z, Z, Z, Z, Z, 0, 3, 6, 9, 12, 15}};
+  VB a, b, c;
+  hn::detail::LoadTransposedBlocks3(d, p, a, b, c);
+  auto pick = [&](int i, VB v)
+                  RVT_COLOR_INLINE { return hn::TableLookupBytesOr0(v, Opaque(hn::LoadDup128(d, kIdx[i]))); };
+  v0 = hn::Or(hn::Or(pick(0, a), pick(1, b)), pick(2, c));
+  v1 = hn::Or(hn::Or(pick(3, a), pick(4, b)), pick(5, c));
+  v2 = hn::Or(hn::Or(pick(6, a), pick(7, b)), pick(8, c));
+}
+
 template <int kBpp, int kR, int kB>
 HWY_INLINE void LoadWideBytes(Packed8<kBpp, kR, kB>, const uint8_t* row, int x, VB& r, VB& g,
                               VB& b) {
   const DB db;
   VB c0, c1, c2, c3;
-  if constexpr (kBpp == 3) {
+  if constexpr (kBpp == 3 && kOwnDeinterleave3) {
+    Deinterleave3(row + 3 * ptrdiff_t(x), c0, c1, c2);
+  } else if constexpr (kBpp == 3) {
     hn::LoadInterleaved3(db, row + 3 * ptrdiff_t(x), c0, c1, c2);
   } else {
     hn::LoadInterleaved4(db, row + 4 * ptrdiff_t(x), c0, c1, c2, c3);
@@ -306,6 +346,17 @@ HWY_INLINE WPix LoadWide(Packed8<kBpp, kR, kB> l, const Rows& rows, int x) {
   WPix p;
   Split(r, g, b, r, p);
   return p;
+}
+// 2N pixels of bytes in pixel order.
+template <int kBpp, int kR, int kB>
+HWY_INLINE void StoreBytes(Packed8<kBpp, kR, kB>, const Rows& rows, int x, VB r, VB g, VB b) {
+  const DB db;
+  if constexpr (kBpp == 3) {
+    hn::StoreInterleaved3(kR == 0 ? r : b, g, kR == 0 ? b : r, db, rows.d[0] + 3 * ptrdiff_t(x));
+  } else {
+    hn::StoreInterleaved4(kR == 0 ? r : b, g, kR == 0 ? b : r, hn::Set(db, rows.aval), db,
+                          rows.d[0] + 4 * ptrdiff_t(x));
+  }
 }
 template <int kBpp, int kR, int kB>
 HWY_INLINE void StoreWide(Packed8<kBpp, kR, kB>, const Rows& rows, int x, const WPix& p) {
@@ -426,6 +477,17 @@ HWY_INLINE void Store(Streamed<Packed8<kBpp, kR, kB>>, const Rows& rows, int x, 
   }
 }
 template <int kBpp, int kR, int kB>
+HWY_INLINE void StoreBytes(Streamed<Packed8<kBpp, kR, kB>>, const Rows& rows, int x, VB r, VB g,
+                           VB b) {
+  const DB db;
+  if constexpr (kBpp == 3) {
+    StreamInterleaved3(kR == 0 ? r : b, g, kR == 0 ? b : r, db, rows.d[0] + 3 * ptrdiff_t(x));
+  } else {
+    StreamInterleaved4(kR == 0 ? r : b, g, kR == 0 ? b : r, hn::Set(db, rows.aval), db,
+                       rows.d[0] + 4 * ptrdiff_t(x));
+  }
+}
+template <int kBpp, int kR, int kB>
 HWY_INLINE void StoreWide(Streamed<Packed8<kBpp, kR, kB>>, const Rows& rows, int x,
                           const WPix& p) {
   const DB db;
@@ -453,6 +515,14 @@ template <int kBpp, int kR, int kB>
 inline constexpr int kStreamBpp<Packed8<kBpp, kR, kB>> = kBpp;
 template <int kN>
 inline constexpr int kStreamBpp<Planes<kN, 1, 1>> = 1;
+// A packed destination is a single stream of consecutive vectors, so with
+// the 32-byte vectors of AVX2 each line fills by two stores in a row.  That
+// measured faster for the row pairs from 4:2:0 planes (4K frame, thread CPU
+// 0.81x -> 0.95x memcpy), no better for the single rows of the other
+// members, which keep cached stores there.
+template <class Dst>
+inline constexpr bool kCanStreamTo =
+    kCanStream || (HWY_TARGET == HWY_AVX2 && kStreamBpp<Dst> >= 3);
 
 // The first column x in [x0, x0 + unit) (even when kEven) at which every
 // destination plane of L starts on a multiple of `unit` bytes, or -1.
@@ -625,32 +695,62 @@ HWY_INLINE void PixelsWide(const Rows& r, int x) {
   StoreWide(Dst{}, r, x, WPix{Apply(Arith{}, in.lo), Apply(Arith{}, in.hi)});
 }
 
-// InvHighHalf16 from 4:2:2 / 4:2:0 planes, 2N pixels from x (even).  The chroma
-// terms depend on the pair only, so they are formed once per pair and then
-// doubled in the order Unzip gives the luma.  With byte inputs no partial
-// sum of InvHighHalf16 comes near 16 bits (|sum| < 12000), so its constants fold:
-// R = (16Y + hi(Cr*128*11485) - 2863) >> 4, G = (16Y + 2175 - t) >> 4,
-// B = (16Y + hi(Cb*128*14516) - 3621) >> 4.
-template <class Dst>
-HWY_INLINE void InvHighHalf16PairsWide(const Rows& r, int x) {
-  const D16 d;
-  const Wide y = Unzip(hn::LoadU(DB(), r.s[0] + x));
+// InvHighHalf16 from 4:2:2 / 4:2:0 planes, 2N pixels from x (even).  The
+// chroma terms depend on the pair only, so they are formed once per pair.
+// With byte inputs no partial sum of InvHighHalf16 comes near 16 bits
+// (|sum| < 12000), so its constants fold and the luma term leaves the
+// shift: R = clamp(Y + ((hi(Cr*128*11485) - 2863) >> 4)), G = clamp(Y +
+// ((2175 - t) >> 4)), B = clamp(Y + ((hi(Cb*128*14516) - 3621) >> 4)).  Each
+// chroma term d (|d| < 256) splits into max(d, 0) and max(-d, 0), whose low
+// bytes one byte shuffle doubles for the two pixels of the pair (the 16-bit
+// lane of pair i is bytes 2i, 2i + 1: pixel order), so the luma never leaves
+// its bytes: clamp(Y + d) = (Y +sat max(d, 0)) -sat max(-d, 0).  The
+// constants live in a PairsK built once per span, outside the loops, and
+// Opaque.
+struct PairsK {
+  V16 kr, kgb, kgr, kb, cr, cg, cb;
+  VB dup;
+  PairsK()
+      : kr(Opaque(K16(11485))), kgb(Opaque(K16(2819))), kgr(Opaque(K16(5850))),
+        kb(Opaque(K16(14516))), cr(Opaque(K16(2863))), cg(Opaque(K16(2175))),
+        cb(Opaque(K16(3621))) {
+    alignas(16) static constexpr uint8_t kDup[16] = {0, 0, 2, 2, 4, 4, 6, 6,
+                                                     8, 8, 10, 10, 12, 12, 14, 14};
+    dup = Opaque(hn::LoadDup128(DB(), kDup));
+  }
+};
+// The doubled terms of N pairs from column x (even): what each channel
+// adds to and subtracts from the luma bytes.
+struct PairTerms {
+  VB add[3], sub[3];
+};
+HWY_INLINE PairTerms PairTermsAt(const Rows& r, int x, const PairsK& k) {
+  const DB db;
   const V16 cb7 = hn::ShiftLeft<7>(Widen(hn::LoadU(D8(), r.s[1] + x / 2)));
   const V16 cr7 = hn::ShiftLeft<7>(Widen(hn::LoadU(D8(), r.s[2] + x / 2)));
-  const V16 tr = hn::Sub(hn::MulHigh(cr7, K16(11485)), K16(2863));
-  const V16 tg =
-      hn::Sub(K16(2175), hn::Add(hn::MulHigh(cb7, K16(2819)), hn::MulHigh(cr7, K16(5850))));
-  const V16 tb = hn::Sub(hn::MulHigh(cb7, K16(14516)), K16(3621));
-  auto half = [&](V16 luma, V16 r_, V16 g_, V16 b_) RVT_COLOR_INLINE {
-    const V16 y16 = hn::ShiftLeft<4>(luma);
-    return Pix{hn::ShiftRight<4>(hn::Add(y16, r_)), hn::ShiftRight<4>(hn::Add(y16, g_)),
-               hn::ShiftRight<4>(hn::Add(y16, b_)), hn::Zero(d)};
-  };
-  const WPix out{half(y.lo, hn::InterleaveLower(d, tr, tr), hn::InterleaveLower(d, tg, tg),
-                      hn::InterleaveLower(d, tb, tb)),
-                 half(y.hi, hn::InterleaveUpper(d, tr, tr), hn::InterleaveUpper(d, tg, tg),
-                      hn::InterleaveUpper(d, tb, tb))};
-  StoreWide(Dst{}, r, x, out);
+  const V16 d[3] = {
+      hn::ShiftRight<4>(hn::Sub(hn::MulHigh(cr7, k.kr), k.cr)),
+      hn::ShiftRight<4>(hn::Sub(k.cg, hn::Add(hn::MulHigh(cb7, k.kgb), hn::MulHigh(cr7, k.kgr)))),
+      hn::ShiftRight<4>(hn::Sub(hn::MulHigh(cb7, k.kb), k.cb))};
+  PairTerms t;
+  for (int c = 0; c < 3; ++c) {
+    const V16 up = hn::Max(d[c], hn::Zero(D16()));
+    t.add[c] = hn::TableLookupBytes(hn::BitCast(db, up), k.dup);
+    t.sub[c] = hn::TableLookupBytes(hn::BitCast(db, hn::Sub(up, d[c])), k.dup);
+  }
+  return t;
+}
+// 2N pixels of row r (luma s[0], pixels d[0]) from x with the terms t.
+template <class Dst>
+HWY_INLINE void ApplyPairTerms(const Rows& r, int x, const PairTerms& t) {
+  const VB y = hn::LoadU(DB(), r.s[0] + x);
+  auto at = [&](int c)
+                RVT_COLOR_INLINE { return hn::SaturatedSub(hn::SaturatedAdd(y, t.add[c]), t.sub[c]); };
+  StoreBytes(Dst{}, r, x, at(0), at(1), at(2));
+}
+template <class Dst>
+HWY_INLINE void InvHighHalf16PairsWide(const Rows& r, int x, const PairsK& k) {
+  ApplyPairTerms<Dst>(r, x, PairTermsAt(r, x, k));
 }
 
 // Pixels [x0, x1): 2N at a time where the layouts allow, else N at a time,
@@ -660,8 +760,9 @@ HWY_INLINE void Span(const Rows& r, int x0, int x1) {
   int done = x0;
   if constexpr (std::is_same_v<Arith, InvHighHalf16> &&
                 (std::is_same_v<Src, Ycc422> || std::is_same_v<Src, Ycc411>)) {
+    const PairsK k;
     done = Steps(2 * Lanes(), x0, x1,
-                 [&](int x) RVT_COLOR_INLINE { InvHighHalf16PairsWide<Dst>(r, x); });
+                 [&](int x) RVT_COLOR_INLINE { InvHighHalf16PairsWide<Dst>(r, x, k); });
   } else if constexpr (kWideIn<Src> && kWideOut<Dst>) {
     done = Steps(2 * Lanes(), x0, x1,
                  [&](int x) RVT_COLOR_INLINE { PixelsWide<Src, Arith, Dst>(r, x); });
@@ -689,10 +790,11 @@ HWY_INLINE void StreamSpan(const Rows& r, int x0, int x1) {
       std::is_same_v<Src, Ycc422> || std::is_same_v<Src, Ycc411> || std::is_same_v<Src, YccC2>;
   const int n = kWide ? 2 * Lanes() : Lanes();
   const int unit = int(kWide ? hn::Lanes(DB()) : hn::Lanes(D8()));
+  const PairsK k;
   auto step = [&](auto dst, int x) RVT_COLOR_INLINE {
     using L = decltype(dst);
     if constexpr (kPairs) {
-      InvHighHalf16PairsWide<L>(r, x);
+      InvHighHalf16PairsWide<L>(r, x, k);
     } else if constexpr (kWide) {
       PixelsWide<Src, Arith, L>(r, x);
     } else {
@@ -708,13 +810,49 @@ HWY_INLINE void StreamSpan(const Rows& r, int x0, int x1) {
   hwy::FlushStream();
 }
 
+// 4:2:0 to pixels, both rows of a row pair (r0 and r1 = SecondRow(r0))
+// over the even columns [0, we), we >= 2N: the terms of each chroma step
+// serve both rows.  Streamed from an aligned column when the region asks
+// for it and both rows' pixels share their alignment; false (nothing
+// written) when they do not, for the rows to go one by one.
+template <class Dst>
+HWY_INLINE bool PairRows(const Rows& r0, const Rows& r1, int we) {
+  const int n = 2 * Lanes();
+  const PairsK k;
+  auto step = [&](auto dst, int x) RVT_COLOR_INLINE {
+    using L = decltype(dst);
+    const PairTerms t = PairTermsAt(r0, x, k);
+    ApplyPairTerms<L>(r0, x, t);
+    ApplyPairTerms<L>(r1, x, t);
+  };
+  if constexpr (kCanStreamTo<Dst> && kStreamBpp<Dst> != 0) {
+    if (r0.stream) {
+      const int unit = int(hn::Lanes(DB()));
+      const int xa = StreamStart<Dst>(r0, 0, unit, true);
+      if (xa < 0 || xa + n > we) return false;
+      const auto second = reinterpret_cast<uintptr_t>(r1.d[0] + kStreamBpp<Dst> * ptrdiff_t(xa));
+      if (second & uintptr_t(unit - 1)) return false;
+      if (xa > 0) step(Dst{}, 0);
+      int x = xa;
+      for (; x + n <= we; x += n) step(Streamed<Dst>{}, x);
+      if (x < we) step(Dst{}, we - n);
+      hwy::FlushStream();
+      return true;
+    }
+  }
+  Steps(n, 0, we, [&](int x) RVT_COLOR_INLINE { step(Dst{}, x); });
+  return true;
+}
+
 // Sums of horizontal pixel pairs of a byte vector, as 16-bit lanes in
-// pair order.
+// pair order (one multiply-add of the bytes by 1).
 template <class V>
 HWY_INLINE auto PairSums(V v) {
-  const hn::Repartition<uint16_t, hn::DFromV<V>> dh;
-  const auto w = hn::BitCast(dh, v);
-  return hn::Add(hn::And(w, hn::Set(dh, 0xFF)), hn::ShiftRight<8>(w));
+  const hn::DFromV<V> d8;
+  const hn::Repartition<int16_t, decltype(d8)> d16;
+  const hn::RebindToUnsigned<decltype(d16)> du16;
+  const auto ones = hn::BitCast(hn::RebindToSigned<decltype(d8)>(), hn::Set(d8, 1));
+  return hn::BitCast(du16, ops::MulAddPairs(d16, v, ones));
 }
 
 // Luma of 2N pixels of one row from x, stored (streamed when kStream);
@@ -852,6 +990,20 @@ void Row(const Rows& r, int w) {
       SubsampledRef<Src>(r, we, w);
     } else {
       SubsampledRef<Src>(r, 0, w);
+    }
+  } else if constexpr (M::kInvRowPairs) {
+    const int we = w & ~1;
+    const Rows r1 = SecondRow(r);
+    if (r.rows == 2 && we >= 2 * Lanes() && PairRows<Dst>(r, r1, we)) {
+      PixelsRef<Src, Arith, Dst>(r, we, w);
+      PixelsRef<Src, Arith, Dst>(r1, we, w);
+      return;
+    }
+    RowSpan<Src, Arith, Dst>(r, 0, we);
+    PixelsRef<Src, Arith, Dst>(r, we, w);
+    if (r.rows == 2) {
+      RowSpan<Src, Arith, Dst>(r1, 0, we);
+      PixelsRef<Src, Arith, Dst>(r1, we, w);
     }
   } else if constexpr (std::is_same_v<Src, Ycc422> || std::is_same_v<Src, Ycc411> ||
                        std::is_same_v<Src, YccC2>) {

@@ -26,7 +26,8 @@ namespace rvt::color {
 // The rows one kernel call works on.  Packed layouts use s[0] / d[0];
 // planar ones one entry per plane.  The 411 forward kernel takes two image
 // rows: s[0], s[1] in, d[0] (Y of row 0), d[1] Cb, d[2] Cr, d[3] (Y of
-// row 1); `rows` says whether the second row exists.
+// row 1); `rows` says whether the second row exists.  So does the 411
+// inverse one: s[0] - s[2] and d[0] for row 0, s[3] (Y) and d[3] for row 1.
 struct Rows {
   const uint8_t* s[4];
   uint8_t* d[4];
@@ -328,6 +329,11 @@ struct Member {
   static constexpr bool kThreaded = kThreaded_;
   // 411 forward members convert two image rows per call.
   static constexpr bool kRowPairs = std::is_same_v<Dst_, Ycc411>;
+  // So do the 411 inverse members, which form the chroma terms of a chroma
+  // row once for the two image rows that share it: s[3] / d[3] point at the
+  // second row's luma and pixels when `rows` is 2.
+  static constexpr bool kInvRowPairs =
+      std::is_same_v<Src_, Ycc411> && std::is_same_v<Arith_, InvHighHalf16>;
 };
 
 // Every member: export, source layout, arithmetic, destination layout,
@@ -464,6 +470,16 @@ void SubsampledRef(const Rows& r, int x0, int x1) {
   }
 }
 
+// The second image row of a row pair of a 411 inverse member, as a row
+// of its own.
+inline Rows SecondRow(const Rows& r) {
+  Rows b = r;
+  b.rows = 1;
+  b.s[0] = r.s[3];
+  b.d[0] = r.d[3];
+  return b;
+}
+
 // The scalar row of a member.
 template <class M>
 void RowRef(const Rows& r, int w) {
@@ -477,6 +493,9 @@ void RowRef(const Rows& r, int w) {
     SubsampledRef<Src>(r, 0, w);
   } else {
     PixelsRef<Src, Arith, Dst>(r, 0, w);
+    if constexpr (M::kInvRowPairs) {
+      if (r.rows == 2) PixelsRef<Src, Arith, Dst>(SecondRow(r), 0, w);
+    }
   }
 }
 
@@ -550,8 +569,27 @@ void PointRows(T* const* planes, int32_t step, int y, uint8_t** out) {
   for (int i = 0; i < L::kPlanes; ++i) out[i] = RowPtr(planes[i], step, y >> RowShiftOf<L>(i));
 }
 
+// The chroma rows of 4:2:2 and 4:2:0 planes never follow each other in
+// memory (the step is shared with the luma rows, twice as long), so the
+// hardware prefetchers lose those streams at each row's end and take a few
+// lines to find them again: the first lines of the next rows to convert
+// are asked for before a row (or row pair) converts.
+inline constexpr int kPrefetchBytes = 256;
+template <class L>
+inline constexpr bool kHalfWidthChroma = false;
+template <int kN, int kCv>
+inline constexpr bool kHalfWidthChroma<Planes<kN, 2, kCv>> = true;
+// `luma` is the distance to the next luma row to convert.
+inline void PrefetchNextChromaRow(const uint8_t* const* s, int32_t step, ptrdiff_t luma) {
+  for (int k = 0; k < kPrefetchBytes; k += 64) {
+    __builtin_prefetch(s[1] + step + k);
+    __builtin_prefetch(s[2] + step + k);
+    __builtin_prefetch(s[0] + luma + k);
+  }
+}
+
 // Checks the arguments of member M, then converts the region row by row
-// (two rows at a time for 411 forward members) with kRow, under the
+// (two rows at a time for 411 members) with kRow, under the
 // threading rule when M threads.
 template <class M, RowFn kRow, class S, class D>
 RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi, uint8_t aval) {
@@ -573,6 +611,22 @@ RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi,
       }
       kRow(r, w);
     }
+  } else if constexpr (M::kInvRowPairs) {
+    static_assert(!M::kThreaded);
+    for (int y = 0; y < roi.height; y += 2) {
+      Rows r{};
+      r.rows = roi.height - y >= 2 ? 2 : 1;
+      r.aval = aval;
+      r.stream = stream;
+      PointRows<typename M::Src>(src, srcStep, y, r.s);
+      PointRows<typename M::Dst>(dst, dstStep, y, r.d);
+      if (r.rows == 2) {
+        r.s[3] = RowPtr(src[0], srcStep, y + 1);
+        r.d[3] = RowPtr(dst, dstStep, y + 1);
+        if (y + 2 < roi.height) PrefetchNextChromaRow(r.s, srcStep, 2 * ptrdiff_t(srcStep));
+      }
+      kRow(r, w);
+    }
   } else {
     auto one_row = [&](int y) {
       Rows r{};
@@ -581,6 +635,9 @@ RvtResult Convert(S src, int32_t srcStep, D dst, int32_t dstStep, ImageSize roi,
       r.stream = stream;
       PointRows<typename M::Src>(src, srcStep, y, r.s);
       PointRows<typename M::Dst>(dst, dstStep, y, r.d);
+      if constexpr (kHalfWidthChroma<typename M::Src>) {
+        if (y + 1 < roi.height) PrefetchNextChromaRow(r.s, srcStep, srcStep);
+      }
       kRow(r, w);
     };
     if constexpr (M::kThreaded) {
