@@ -1,10 +1,11 @@
 // The rvtjxr encoder: image header, image plane header, index table, tile
-// packets and macroblocks.  Each channel is held in a plane of the padded
-// image size in the layout of jxr_filters.h; the whole plane gets the
-// forward transform (pre filters and first level) at once, then every
-// macroblock its second level, quantization, prediction and coefficient
-// coding, in the decoder's order (jxr_decode.cc) so that both sides keep
-// the same adaptive context.
+// packets and macroblocks.  Channels are held in the layout of
+// jxr_filters.h, two macroblock rows each: the pixels of row y come in,
+// the forward transform (pre filters and first level) runs as far as they
+// allow, which finishes row y - 1; then every macroblock of row y - 1 gets
+// its second level, quantization, prediction and coefficient coding, in
+// the decoder's order (jxr_decode.cc) so that both sides keep the same
+// adaptive context.  (4:2:x chroma still takes whole planes.)
 #include "jxr_encode.h"
 
 #include <algorithm>
@@ -128,20 +129,33 @@ class Encoder {
   bool Run(std::vector<uint8_t>* out, std::string* error);
 
  private:
+  // The coder of one tile column in the current tile row.
+  struct TileCoder {
+    std::vector<uint8_t> state;
+    std::vector<PredInfo> row, prev;
+  };
+  void ConvertRow(int y, int32_t* ly, int32_t* lu, int32_t* lv) const;
   void LoadPlanes();
+  void LoadRow(int my);
   void Transform();
   void Quantize(int mx, int my, int32_t* out);
-  bool Tile(int tx, int ty, std::vector<Stream>& bands, std::string* error);
-  bool Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vector<Stream>& bands,
+  bool CodeRow(int my, std::vector<std::vector<Stream>>& packets, std::string* error);
+  bool Macroblock(VLCState_JPEGXR* st, int mx, int my, int x0, int y0, int tileWidth, std::vector<Stream>& bands,
                   std::vector<PredInfo>& row, std::vector<PredInfo>& prev, std::string* error);
+  // Macroblock row my of channel c: grey and 4:4:4 channels keep two rows
+  // (my & 1), 4:2:x chroma the whole plane.
+  int32_t* Row(int c, int my) {
+    if (c > 0 && sub_) return planes_[size_t(c)].data() + size_t(my) * mbw_ * (format_ == k420 ? 64 : 128);
+    return planes_[size_t(c)].data() + size_t(stream_ ? my & 1 : my) * mbw_ * 256;
+  }
   // Block (bx, by) of macroblock (mx, my); 4:2:0 chroma macroblocks hold
   // 2x2 blocks, 4:2:2 ones 2x4 (the layout of jxr_filters.h).
   int32_t* Block(int c, int mx, int my, int bx, int by) {
     if (c > 0 && sub_) {
       const bool q = format_ == k420;
-      return planes_[size_t(c)].data() + (size_t(my) * mbw_ + mx) * (q ? 64 : 128) + 16 * ((q ? 2 : 4) * bx + by);
+      return Row(c, my) + size_t(mx) * (q ? 64 : 128) + 16 * ((q ? 2 : 4) * bx + by);
     }
-    return planes_[size_t(c)].data() + (size_t(my) * mbw_ + mx) * 256 + 16 * (4 * bx + by);
+    return Row(c, my) + size_t(mx) * 256 + 16 * (4 * bx + by);
   }
   int BlocksWide(int ch) const { return sub_ && ch > 0 ? 2 : 4; }
   int BlocksHigh(int ch) const { return sub_ && ch > 0 && format_ == k420 ? 2 : 4; }
@@ -151,12 +165,15 @@ class Encoder {
   int format_ = kYOnly, nc_ = 1, index_ = 0;
   bool scaled_ = false;
   bool sub_ = false;  // 4:2:0 or 4:2:2
+  bool stream_ = false;  // two macroblock rows a channel, not whole planes
   int mbw_ = 0, mbh_ = 0;
   std::vector<int> tileX_, tileY_;
   std::vector<Plane> planes_;
   std::array<int32_t, 16> dcStep_{}, lpStep_{}, hpStep_{};
   std::array<Quantizer, 16> dcQ_{}, lpQ_{}, hpQ_{};
-  std::vector<uint8_t> state_;
+  int32_t stateSize_ = 0;
+  std::vector<TileCoder> coders_;
+  std::vector<int32_t> lin_;  // a converted pixel row per channel
 };
 
 // Offsets inside a macroblock of the 16 pixels of row y (x & 15).
@@ -166,10 +183,11 @@ std::array<uint16_t, 16> RowOffsets(int y) {
   return o;
 }
 
-// A row of the padded width into a channel, macroblock by macroblock.
+// Pixel row y (0..15) of the padded width into a macroblock row of a
+// channel, macroblock by macroblock.
 void ScatterRow(const int32_t* row, int32_t* plane, int y, int mbw) {
   const std::array<uint16_t, 16> o = RowOffsets(y);
-  int32_t* mb = plane + size_t(y >> 4) * mbw * 256;
+  int32_t* mb = plane;
   for (int m = 0; m < mbw; ++m, mb += 256, row += 16) {
     for (int x = 0; x < 16; ++x) mb[o[size_t(x)]] = row[x];
   }
@@ -200,6 +218,48 @@ inline int32_t Taps5(int32_t d0, int32_t d1, int32_t d2, int32_t d3, int32_t d4)
 // (mirrored at the padded row's ends), then (4:2:0) down the half-width
 // rows, mirrored at the padded image's top and bottom; the half-width rows
 // live in a ring of 8, each output row made as soon as its lowest tap is.
+void Encoder::ConvertRow(int y, int32_t* ly, int32_t* lu, int32_t* lv) const {
+  const int shift = scaled_ ? 3 : 0;
+  const int32_t mid = int32_t(1) << (pic_.bits - 1);
+  const int cn = pic_.channels, w = pic_.width, pw = mbw_ * 16;
+  const uint16_t* s = pic_.samples.data() + size_t(std::min(y, pic_.height - 1)) * w * cn;
+  if (cn == 1) {
+    for (int x = 0; x < w; ++x) ly[x] = (int32_t(s[x]) - mid) * (1 << shift);
+  } else {
+    for (int x = 0; x < w; ++x, s += 3) {
+      const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
+                    b1 = int32_t(s[2]) * (1 << shift);
+      const int32_t b0 = b1 - r1;
+      const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
+      const int32_t g0 = g1 + (r0 >> 1);
+      ly[x] = g0 - mid * (1 << shift);
+      lu[x] = -r0;
+      lv[x] = b0;
+    }
+  }
+  for (int x = w; x < pw; ++x) {
+    ly[x] = ly[w - 1];
+    if (cn > 1) {
+      lu[x] = lu[w - 1];
+      lv[x] = lv[w - 1];
+    }
+  }
+}
+
+// The pixel rows of macroblock row my into the two-row planes of a grey
+// or 4:4:4 image.
+void Encoder::LoadRow(int my) {
+  const int pw = mbw_ * 16;
+  int32_t* ly = lin_.data() + 2;
+  int32_t* lu = ly + pw + 4;
+  int32_t* lv = lu + pw + 4;
+  int32_t* lines[3] = {ly, lu, lv};
+  for (int y = my * 16; y < my * 16 + 16; ++y) {
+    ConvertRow(y, ly, lu, lv);
+    for (int c = 0; c < nc_; ++c) ScatterRow(lines[c], Row(c, my), y & 15, mbw_);
+  }
+}
+
 void Encoder::LoadPlanes() {
   const int pw = mbw_ * 16, ph = mbh_ * 16, cw = pw / 2;
   const bool q = format_ == k420;
@@ -222,44 +282,12 @@ void Encoder::LoadPlanes() {
     }
     ScatterChromaRow(v, planes_[size_t(c + 1)].data(), y, mbw_, q);
   };
-  const int shift = scaled_ ? 3 : 0;
-  const int32_t mid = int32_t(1) << (pic_.bits - 1);
-  const int cn = pic_.channels, w = pic_.width;
-  // rows with two mirrored samples before and after, for the chroma filter
-  std::vector<int32_t> lin(size_t(pw + 4) * 3);
-  int32_t* ly = lin.data() + 2;
+  int32_t* ly = lin_.data() + 2;
   int32_t* lu = ly + pw + 4;
   int32_t* lv = lu + pw + 4;
   for (int y = 0; y < ph; ++y) {
-    const uint16_t* s = pic_.samples.data() + size_t(std::min(y, pic_.height - 1)) * w * cn;
-    if (cn == 1) {
-      for (int x = 0; x < w; ++x) ly[x] = (int32_t(s[x]) - mid) * (1 << shift);
-    } else {
-      for (int x = 0; x < w; ++x, s += 3) {
-        const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
-                      b1 = int32_t(s[2]) * (1 << shift);
-        const int32_t b0 = b1 - r1;
-        const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
-        const int32_t g0 = g1 + (r0 >> 1);
-        ly[x] = g0 - mid * (1 << shift);
-        lu[x] = -r0;
-        lv[x] = b0;
-      }
-    }
-    for (int x = w; x < pw; ++x) {
-      ly[x] = ly[w - 1];
-      if (cn > 1) {
-        lu[x] = lu[w - 1];
-        lv[x] = lv[w - 1];
-      }
-    }
-    ScatterRow(ly, planes_[0].data(), y, mbw_);
-    if (cn == 1) continue;
-    if (!sub_) {
-      ScatterRow(lu, planes_[1].data(), y, mbw_);
-      ScatterRow(lv, planes_[2].data(), y, mbw_);
-      continue;
-    }
+    ConvertRow(y, ly, lu, lv);
+    ScatterRow(ly, Row(0, y >> 4), y & 15, mbw_);
     int32_t* rows[2] = {lu, lv};
     for (int c = 0; c < 2; ++c) {
       int32_t* r = rows[c];
@@ -325,9 +353,9 @@ void Encoder::Quantize(int mx, int my, int32_t* out) {
   }
 }
 
-bool Encoder::Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vector<Stream>& bands,
-                         std::vector<PredInfo>& row, std::vector<PredInfo>& prev, std::string* error) {
-  auto* st = reinterpret_cast<VLCState_JPEGXR*>(state_.data());
+bool Encoder::Macroblock(VLCState_JPEGXR* st, int mx, int my, int x0, int y0, int tileWidth,
+                         std::vector<Stream>& bands, std::vector<PredInfo>& row, std::vector<PredInfo>& prev,
+                         std::string* error) {
   const bool freq = !opt_.spatial;
   Stream& dcs = bands[0];
   Stream& lps = freq ? bands[1] : bands[0];
@@ -487,32 +515,45 @@ bool Encoder::Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vec
   return true;
 }
 
-bool Encoder::Tile(int tx, int ty, std::vector<Stream>& bands, std::string* error) {
-  auto* st = reinterpret_cast<VLCState_JPEGXR*>(state_.data());
-  if (rvtiVLCInit_JPEGXR(format_, nc_, st, int32_t(state_.size())) != rvtStatusOk) {
-    *error = "coefficient coder refused the colour format";
-    return false;
-  }
-  // packet headers: a start code and the tile's number with the band
-  const int tileIndex = ty * int(tileX_.size()) + tx;
-  for (size_t k = 0; k < bands.size(); ++k) {
-    Stream& s = bands[k];
-    s.Reserve();
-    const uint32_t id = uint32_t(tileIndex << 3) | (opt_.spatial ? 0u : uint32_t(k + 1));
-    rvtiFLCWrite_JPEGXR_32u1u(1, 24, s.p(), s.len(), &s.pos);
-    rvtiFLCWrite_JPEGXR_32u1u(id & 0xFF, 8, s.p(), s.len(), &s.pos);
-  }
-  const int x0 = tileX_[size_t(tx)], y0 = tileY_[size_t(ty)];
-  const int x1 = size_t(tx + 1) < tileX_.size() ? tileX_[size_t(tx + 1)] : mbw_;
+// Macroblock row my of every tile column, each into its tile's packets:
+// a tile's coder starts (its packet headers, a fresh context) at the
+// tile's first row and finishes its packets after its last.
+bool Encoder::CodeRow(int my, std::vector<std::vector<Stream>>& packets, std::string* error) {
+  const int cols = int(tileX_.size());
+  const int ty = int(std::upper_bound(tileY_.begin(), tileY_.end(), my) - tileY_.begin()) - 1;
+  const int y0 = tileY_[size_t(ty)];
   const int y1 = size_t(ty + 1) < tileY_.size() ? tileY_[size_t(ty + 1)] : mbh_;
-  std::vector<PredInfo> row(size_t(x1 - x0)), prev(size_t(x1 - x0));
-  for (int my = y0; my < y1; ++my) {
-    for (int mx = x0; mx < x1; ++mx) {
-      if (!Macroblock(mx, my, x0, y0, x1 - x0, bands, row, prev, error)) return false;
+  for (int tx = 0; tx < cols; ++tx) {
+    TileCoder& tc = coders_[size_t(tx)];
+    auto* st = reinterpret_cast<VLCState_JPEGXR*>(tc.state.data());
+    std::vector<Stream>& bands = packets[size_t(ty * cols + tx)];
+    const int x0 = tileX_[size_t(tx)];
+    const int x1 = tx + 1 < cols ? tileX_[size_t(tx + 1)] : mbw_;
+    if (my == y0) {
+      if (rvtiVLCInit_JPEGXR(format_, nc_, st, stateSize_) != rvtStatusOk) {
+        *error = "coefficient coder refused the colour format";
+        return false;
+      }
+      // packet headers: a start code and the tile's number with the band
+      const int tileIndex = ty * cols + tx;
+      for (size_t k = 0; k < bands.size(); ++k) {
+        Stream& s = bands[k];
+        s.Reserve();
+        const uint32_t id = uint32_t(tileIndex << 3) | (opt_.spatial ? 0u : uint32_t(k + 1));
+        rvtiFLCWrite_JPEGXR_32u1u(1, 24, s.p(), s.len(), &s.pos);
+        rvtiFLCWrite_JPEGXR_32u1u(id & 0xFF, 8, s.p(), s.len(), &s.pos);
+      }
+      tc.row.assign(size_t(x1 - x0), PredInfo{});
+      tc.prev.assign(size_t(x1 - x0), PredInfo{});
     }
-    std::swap(row, prev);
+    for (int mx = x0; mx < x1; ++mx) {
+      if (!Macroblock(st, mx, my, x0, y0, x1 - x0, bands, tc.row, tc.prev, error)) return false;
+    }
+    std::swap(tc.row, tc.prev);
+    if (my == y1 - 1) {
+      for (Stream& s : bands) s.Finish();
+    }
   }
-  for (Stream& s : bands) s.Finish();
   return true;
 }
 
@@ -582,25 +623,43 @@ bool Encoder::Run(std::vector<uint8_t>* out, std::string* error) {
   }
   tileX_ = Split(mbw_, opt_.tileCols);
   tileY_ = Split(mbh_, opt_.tileRows);
-  int32_t size = 0;
-  if (rvtiVLCGetStateSize_JPEGXR(format_, nc_, &size) != rvtStatusOk) {
+  if (rvtiVLCGetStateSize_JPEGXR(format_, nc_, &stateSize_) != rvtStatusOk) {
     *error = "colour format not supported by the coefficient coder";
     return false;
   }
-  state_.assign(size_t(size), 0);
-
-  LoadPlanes();
-  Transform();
-
-  // tiles' packets, by tile and band
   const int nb = opt_.spatial ? 1 : 4;
   const int cols = int(tileX_.size()), rows = int(tileY_.size());
+  coders_.resize(size_t(cols));
+  for (TileCoder& tc : coders_) tc.state.assign(size_t(stateSize_), 0);
+  // tiles' packets, by tile and band
   std::vector<std::vector<Stream>> packets(size_t(cols) * rows);
-  for (int ty = 0; ty < rows; ++ty) {
-    for (int tx = 0; tx < cols; ++tx) {
-      std::vector<Stream>& bands = packets[size_t(ty * cols + tx)];
-      bands.resize(size_t(nb));
-      if (!Tile(tx, ty, bands, error)) return false;
+  for (auto& bands : packets) bands.resize(size_t(nb));
+
+  const int pw = mbw_ * 16;
+  // rows with two mirrored samples before and after, for the chroma filter
+  lin_.assign(size_t(pw + 4) * 3, 0);
+  stream_ = !sub_;
+  if (stream_) {
+    // Macroblock row by row: the pixels of row my in, the forward
+    // transform as far as they allow, then row my - 1 coded.
+    const size_t rowLen = size_t(mbw_) * 256;
+    planes_.assign(size_t(nc_), {});
+    for (Plane& pl : planes_) pl.resize(2 * rowLen);
+    ForwardRows fwd(mbw_, mbh_, opt_.overlap);
+    for (int my = 0; my <= mbh_; ++my) {
+      if (my < mbh_) LoadRow(my);
+      for (int c = 0; c < nc_; ++c) {
+        int32_t* here = planes_[size_t(c)].data() + (my & 1) * rowLen;
+        int32_t* above = planes_[size_t(c)].data() + ((my + 1) & 1) * rowLen;
+        fwd.Row(above, here, my);
+      }
+      if (my > 0 && !CodeRow(my - 1, packets, error)) return false;
+    }
+  } else {
+    LoadPlanes();
+    Transform();
+    for (int my = 0; my < mbh_; ++my) {
+      if (!CodeRow(my, packets, error)) return false;
     }
   }
 

@@ -165,24 +165,37 @@ void Post2x2Inv(P pa, P pb, P pc, P pd) {
   *pd = d;
 }
 
-// One step of the decoder's pass, to be undone.
-struct Step {
-  enum Kind : uint8_t { kEdge, kWindow, kCornerDC, kBlock, kPost2, kPost2x2, kSub, kAdd } kind;
-  P p[4];
-};
+using Step = PrefilterStep;
 
 // Lists the steps of the walk at one corner, to be undone backwards.
 struct StepList {
   Step* out;
   int n = 0;
-  void Edge(P a, P b, P c, P d) { out[n++] = {Step::kEdge, {a, b, c, d}}; }
-  void Window(P q0, P q1, P q2, P q3) { out[n++] = {Step::kWindow, {q0, q1, q2, q3}}; }
-  void CornerDC(P p0, P p1) { out[n++] = {Step::kCornerDC, {p0, p1, nullptr, nullptr}}; }
-  void Block(P p) { out[n++] = {Step::kBlock, {p, nullptr, nullptr, nullptr}}; }
-  void Post2(P a, P b) { out[n++] = {Step::kPost2, {a, b, nullptr, nullptr}}; }
-  void Post2x2(P a, P b, P c, P d) { out[n++] = {Step::kPost2x2, {a, b, c, d}}; }
-  void SubDC(P a, P b) { out[n++] = {Step::kSub, {a, b, nullptr, nullptr}}; }
-  void AddDC(P a, P b) { out[n++] = {Step::kAdd, {a, b, nullptr, nullptr}}; }
+  // with `lo` set, only the overlap filters' steps lying wholly in
+  // [lo, lo + len) are kept
+  const int32_t* lo = nullptr;
+  ptrdiff_t len = 0;
+  bool late = false;  // past the corner's block transforms
+  bool In(const int32_t* p) const { return p >= lo && p < lo + len; }
+  void Edge(P a, P b, P c, P d) {
+    if (lo && !(late && In(a) && In(b) && In(c) && In(d))) return;
+    out[n++] = {Step::kEdge, {a, b, c, d}, late};
+  }
+  void Window(P q0, P q1, P q2, P q3) {
+    if (lo && !(late && In(q0) && In(q1) && In(q2) && In(q3))) return;
+    out[n++] = {Step::kWindow, {q0, q1, q2, q3}, late};
+  }
+  void CornerDC(P p0, P p1) {
+    if (!lo) out[n++] = {Step::kCornerDC, {p0, p1, nullptr, nullptr}, false};
+  }
+  void Block(P p) {
+    late = true;
+    if (!lo) out[n++] = {Step::kBlock, {p, nullptr, nullptr, nullptr}, false};
+  }
+  void Post2(P a, P b) { out[n++] = {Step::kPost2, {a, b, nullptr, nullptr}, false}; }
+  void Post2x2(P a, P b, P c, P d) { out[n++] = {Step::kPost2x2, {a, b, c, d}, false}; }
+  void SubDC(P a, P b) { out[n++] = {Step::kSub, {a, b, nullptr, nullptr}, false}; }
+  void AddDC(P a, P b) { out[n++] = {Step::kAdd, {a, b, nullptr, nullptr}, false}; }
   // what the decoder cancels is lost (the encoder refuses such images)
   static void DropDC(P) {}
 };
@@ -201,6 +214,49 @@ void Undo(const Step& s) {
 }
 
 }  // namespace
+
+ForwardRows::ForwardRows(int mbw, int mbh, int overlap)
+    : mbw_(mbw), mbh_(mbh), overlap_(overlap), steps_(size_t(mbw + 1) * 128) {}
+
+// Every overlap filter of the first level covers samples no other one
+// covers, and precedes the block transforms of those samples; the second
+// level's filters cover block DCs of their own corner only.  So the steps
+// may be undone in any order that keeps, per sample, filter before block
+// transform before DC filter: corner row y's filters that reach into row
+// y, those of corner row y + 1 lying wholly in row y (they cover row y's
+// upper blocks, which corner row y transforms), then corner row y's block
+// transforms and DC filters.
+void ForwardRows::Row(int32_t* above, int32_t* here, int y) {
+  const ptrdiff_t rowLen = ptrdiff_t(mbw_) * 256;
+  Step* steps = steps_.data();
+  StepList row{steps};
+  for (int x = 0; x <= mbw_; ++x) {
+    row.late = false;
+    WalkCornerRows(row, above, here, mbw_, mbh_, overlap_, true, x, y);
+  }
+  // filters wholly in row y - 1 were undone by the previous row's call
+  auto inAbove = [&](const Step& s) {
+    for (P p : s.p) {
+      if (p && !(p >= above && p < above + rowLen)) return false;
+    }
+    return true;
+  };
+  for (int i = row.n - 1; i >= 0; --i) {
+    if (steps[i].late && (y == 0 || !inAbove(steps[i]))) Undo(steps[i]);
+  }
+  if (y < mbh_) {
+    // `above` stands in for row y + 1: nothing of it is kept
+    StepList next{steps + row.n, 0, here, rowLen};
+    for (int x = 0; x <= mbw_; ++x) {
+      next.late = false;
+      WalkCornerRows(next, here, above, mbw_, mbh_, overlap_, true, x, y + 1);
+    }
+    for (int i = next.n - 1; i >= 0; --i) Undo(steps[row.n + i]);
+  }
+  for (int i = row.n - 1; i >= 0; --i) {
+    if (!steps[i].late) Undo(steps[i]);
+  }
+}
 
 void ForwardTransformChroma(int32_t* channel, int mbw, int mbh, bool is420, int overlap) {
   Step steps[64];

@@ -8,6 +8,7 @@
 #define RVTJXR_JXR_PREFILTERS_H_
 
 #include <cstdint>
+#include <vector>
 
 namespace rvtjxr {
 
@@ -20,6 +21,30 @@ void ForwardTransform(int32_t* channel, int mbw, int mbh, int overlap);
 // is at least two macroblocks wide (one macroblock wide, the decoder's
 // corner correction loses the top-left DC under overlap 2).
 void ForwardTransformChroma(int32_t* channel, int mbw, int mbh, bool is420, int overlap);
+
+// One step of the decoder's walk, to be undone.
+struct PrefilterStep {
+  enum Kind : uint8_t { kEdge, kWindow, kCornerDC, kBlock, kPost2, kPost2x2, kSub, kAdd } kind;
+  int32_t* p[4];
+  bool late;  // after the corner's block transforms (a first-level filter)
+};
+
+// ForwardTransform for an encoder that holds two macroblock rows of a
+// channel (grey and 4:4:4 layout): call Row(above, here, y) for y = 0, 1,
+// ..., mbh with `here` holding the pixels of macroblock row y (unused when
+// y == mbh) and `above` row y - 1 as the previous call left it (unused when
+// y == 0); the two must not overlap.  Afterwards row y - 1 holds its
+// first-level coefficients, exactly those of ForwardTransform, while row y
+// has been filtered as far as its own pixels allow.
+class ForwardRows {
+ public:
+  ForwardRows(int mbw, int mbh, int overlap);
+  void Row(int32_t* above, int32_t* here, int y);
+
+ private:
+  int mbw_, mbh_, overlap_;
+  std::vector<PrefilterStep> steps_;
+};
 
 }  // namespace rvtjxr
 
