@@ -135,19 +135,14 @@ class Encoder {
     std::vector<PredInfo> row, prev;
   };
   void ConvertRow(int y, int32_t* ly, int32_t* lu, int32_t* lv) const;
-  void LoadPlanes();
   void LoadRow(int my);
-  void Transform();
+  void LoadSubsampled(int end);
   void Quantize(int mx, int my, int32_t* out);
   bool CodeRow(int my, std::vector<std::vector<Stream>>& packets, std::string* error);
   bool Macroblock(VLCState_JPEGXR* st, int mx, int my, int x0, int y0, int tileWidth, std::vector<Stream>& bands,
                   std::vector<PredInfo>& row, std::vector<PredInfo>& prev, std::string* error);
-  // Macroblock row my of channel c: grey and 4:4:4 channels keep two rows
-  // (my & 1), 4:2:x chroma the whole plane.
-  int32_t* Row(int c, int my) {
-    if (c > 0 && sub_) return planes_[size_t(c)].data() + size_t(my) * mbw_ * (format_ == k420 ? 64 : 128);
-    return planes_[size_t(c)].data() + size_t(stream_ ? my & 1 : my) * mbw_ * 256;
-  }
+  // Macroblock row my of channel c, in a ring of slots_ rows.
+  int32_t* Row(int c, int my) { return planes_[size_t(c)].data() + size_t(my % slots_) * rowLen_[size_t(c)]; }
   // Block (bx, by) of macroblock (mx, my); 4:2:0 chroma macroblocks hold
   // 2x2 blocks, 4:2:2 ones 2x4 (the layout of jxr_filters.h).
   int32_t* Block(int c, int mx, int my, int bx, int by) {
@@ -165,7 +160,10 @@ class Encoder {
   int format_ = kYOnly, nc_ = 1, index_ = 0;
   bool scaled_ = false;
   bool sub_ = false;  // 4:2:0 or 4:2:2
-  bool stream_ = false;  // two macroblock rows a channel, not whole planes
+  int slots_ = 2;  // rows kept: 3 when 4:2:x chroma runs a pixel row ahead
+  std::array<size_t, 3> rowLen_{};
+  int loaded_ = 0;  // pixel rows converted so far (4:2:x)
+  std::vector<int32_t> ring_, line_;  // 4:2:x chroma down-sampling
   int mbw_ = 0, mbh_ = 0;
   std::vector<int> tileX_, tileY_;
   std::vector<Plane> planes_;
@@ -193,12 +191,13 @@ void ScatterRow(const int32_t* row, int32_t* plane, int y, int mbw) {
   }
 }
 
-// A row of half the padded width into a 4:2:0 or 4:2:2 chroma channel.
+// Chroma row y (0..7 or 0..15) of half the padded width into a 4:2:0 or
+// 4:2:2 macroblock row.
 void ScatterChromaRow(const int32_t* row, int32_t* plane, int y, int mbw, bool q) {
   std::array<uint16_t, 8> o{};
   for (int x = 0; x < 8; ++x) o[size_t(x)] = uint16_t(ChromaAt(x, q ? (y & 7) : (y & 15), 1, q));
   const int mbRows = q ? 8 : 16, mbSize = q ? 64 : 128;
-  int32_t* mb = plane + size_t(y / mbRows) * mbw * mbSize;
+  int32_t* mb = plane;
   for (int m = 0; m < mbw; ++m, mb += mbSize, row += 8) {
     for (int x = 0; x < 8; ++x) mb[o[size_t(x)]] = row[x];
   }
@@ -209,15 +208,9 @@ inline int32_t Taps5(int32_t d0, int32_t d1, int32_t d2, int32_t d3, int32_t d4)
   return (((d1 + d2 + d3) << 2) + (d2 << 1) + d0 + d4 + 8) >> 4;
 }
 
-// Pixels into the planes (edges repeated into the padding), level shifted
-// and, for colour, through the reversible RGB-to-YUV lifting the decoder
-// undoes; lossy images carry three more bits.  Row by row: each padded row
-// is converted once into linear rows, then scattered into the macroblock
-// layout.  4:2:x chroma is down-sampled as jxrlib's encoder does it: a
-// 1 4 6 4 1 filter centred on the even samples, horizontally first
-// (mirrored at the padded row's ends), then (4:2:0) down the half-width
-// rows, mirrored at the padded image's top and bottom; the half-width rows
-// live in a ring of 8, each output row made as soon as its lowest tap is.
+// Pixel row y (edges repeated into the padding), level shifted and, for
+// colour, through the reversible RGB-to-YUV lifting the decoder undoes;
+// lossy images carry three more bits.
 void Encoder::ConvertRow(int y, int32_t* ly, int32_t* lu, int32_t* lv) const {
   const int shift = scaled_ ? 3 : 0;
   const int32_t mid = int32_t(1) << (pic_.bits - 1);
@@ -260,14 +253,17 @@ void Encoder::LoadRow(int my) {
   }
 }
 
-void Encoder::LoadPlanes() {
+// Pixel rows up to `end` of a 4:2:x image into the rows of the macroblock
+// layout.  Chroma is down-sampled as jxrlib's encoder does it: a 1 4 6 4 1
+// filter centred on the even samples, horizontally first (mirrored at the
+// padded row's ends), then (4:2:0) down the half-width rows, mirrored at
+// the padded image's top and bottom; the half-width rows live in a ring
+// of 8, each output row made as soon as its lowest tap is (4:2:0 chroma
+// rows so lag a pixel row behind).
+void Encoder::LoadSubsampled(int end) {
   const int pw = mbw_ * 16, ph = mbh_ * 16, cw = pw / 2;
   const bool q = format_ == k420;
-  planes_.assign(size_t(nc_), {});
-  planes_[0].resize(size_t(pw) * ph);
-  for (int ch = 1; ch < nc_; ++ch) planes_[size_t(ch)].resize(sub_ ? size_t(mbw_) * mbh_ * (q ? 64 : 128) : size_t(pw) * ph);
-  std::vector<int32_t> ring(sub_ ? size_t(cw) * 16 : 0), line(sub_ ? size_t(cw) : 0);
-  auto half = [&](int c, int y) { return ring.data() + size_t(c * 8 + (y & 7)) * cw; };
+  auto half = [&](int c, int y) { return ring_.data() + size_t(c * 8 + (y & 7)) * cw; };
   auto mirror = [ph](int i) { return i < 0 ? -i : i >= ph ? 2 * (ph - 1) - i : i; };
   // half-width row y (4:2:2) or the filtered row y (4:2:0) of chroma c
   auto emit = [&](int c, int y) {
@@ -275,17 +271,17 @@ void Encoder::LoadPlanes() {
     if (q) {
       const int32_t* r[5];
       for (int k = 0; k < 5; ++k) r[k] = half(c, mirror(2 * y - 2 + k));
-      for (int x = 0; x < cw; ++x) line[size_t(x)] = Taps5(r[0][x], r[1][x], r[2][x], r[3][x], r[4][x]);
-      v = line.data();
+      for (int x = 0; x < cw; ++x) line_[size_t(x)] = Taps5(r[0][x], r[1][x], r[2][x], r[3][x], r[4][x]);
+      v = line_.data();
     } else {
       v = half(c, y);
     }
-    ScatterChromaRow(v, planes_[size_t(c + 1)].data(), y, mbw_, q);
+    ScatterChromaRow(v, Row(c + 1, q ? y >> 3 : y >> 4), y, mbw_, q);
   };
   int32_t* ly = lin_.data() + 2;
   int32_t* lu = ly + pw + 4;
   int32_t* lv = lu + pw + 4;
-  for (int y = 0; y < ph; ++y) {
+  for (int y = loaded_; y < end; ++y) {
     ConvertRow(y, ly, lu, lv);
     ScatterRow(ly, Row(0, y >> 4), y & 15, mbw_);
     int32_t* rows[2] = {lu, lv};
@@ -302,15 +298,7 @@ void Encoder::LoadPlanes() {
       else if (y == ph - 1) emit(c, ph / 2 - 1);              // the last one's mirror
     }
   }
-}
-
-// The forward transform of every plane; the second level and the
-// quantization wait for each macroblock's turn in the coder (Quantize).
-void Encoder::Transform() {
-  for (int ch = 0; ch < nc_; ++ch) {
-    if (sub_ && ch > 0) ForwardTransformChroma(planes_[size_t(ch)].data(), mbw_, mbh_, format_ == k420, opt_.overlap);
-    else ForwardTransform(planes_[size_t(ch)].data(), mbw_, mbh_, opt_.overlap);
-  }
+  loaded_ = std::max(loaded_, end);
 }
 
 // Macroblock (mx, my)'s second level over its block DCs and the
@@ -638,29 +626,29 @@ bool Encoder::Run(std::vector<uint8_t>* out, std::string* error) {
   const int pw = mbw_ * 16;
   // rows with two mirrored samples before and after, for the chroma filter
   lin_.assign(size_t(pw + 4) * 3, 0);
-  stream_ = !sub_;
-  if (stream_) {
-    // Macroblock row by row: the pixels of row my in, the forward
-    // transform as far as they allow, then row my - 1 coded.
-    const size_t rowLen = size_t(mbw_) * 256;
-    planes_.assign(size_t(nc_), {});
-    for (Plane& pl : planes_) pl.resize(2 * rowLen);
-    ForwardRows fwd(mbw_, mbh_, opt_.overlap);
-    for (int my = 0; my <= mbh_; ++my) {
-      if (my < mbh_) LoadRow(my);
-      for (int c = 0; c < nc_; ++c) {
-        int32_t* here = planes_[size_t(c)].data() + (my & 1) * rowLen;
-        int32_t* above = planes_[size_t(c)].data() + ((my + 1) & 1) * rowLen;
-        fwd.Row(above, here, my);
-      }
-      if (my > 0 && !CodeRow(my - 1, packets, error)) return false;
+  // Macroblock row by row: the pixels of row my in, the forward transform
+  // as far as they allow, then row my - 1 coded.  4:2:0 chroma rows lag a
+  // pixel row, so 4:2:x images load a row ahead into a third slot.
+  slots_ = sub_ ? 3 : 2;
+  planes_.assign(size_t(nc_), {});
+  std::vector<ForwardRows> fwd;
+  for (int c = 0; c < nc_; ++c) {
+    const int chroma = c > 0 && sub_ ? opt_.chroma : 0;
+    rowLen_[size_t(c)] = size_t(mbw_) * (chroma == 420 ? 64 : chroma == 422 ? 128 : 256);
+    planes_[size_t(c)].resize(size_t(slots_) * rowLen_[size_t(c)]);
+    fwd.emplace_back(mbw_, mbh_, opt_.overlap, chroma);
+  }
+  if (sub_) {
+    ring_.assign(size_t(pw / 2) * 16, 0);
+    line_.assign(size_t(pw / 2), 0);
+  }
+  for (int my = 0; my <= mbh_; ++my) {
+    if (my < mbh_) {
+      if (sub_) LoadSubsampled(std::min(16 * my + 17, 16 * mbh_));
+      else LoadRow(my);
     }
-  } else {
-    LoadPlanes();
-    Transform();
-    for (int my = 0; my < mbh_; ++my) {
-      if (!CodeRow(my, packets, error)) return false;
-    }
+    for (int c = 0; c < nc_; ++c) fwd[size_t(c)].Row(Row(c, my + slots_ - 1), Row(c, my), my);
+    if (my > 0 && !CodeRow(my - 1, packets, error)) return false;
   }
 
   // image header

@@ -171,8 +171,8 @@ using Step = PrefilterStep;
 struct StepList {
   Step* out;
   int n = 0;
-  // with `lo` set, only the overlap filters' steps lying wholly in
-  // [lo, lo + len) are kept
+  // with `lo` set, only the first-level filters (those after the
+  // corner's block transforms) lying wholly in [lo, lo + len) are kept
   const int32_t* lo = nullptr;
   ptrdiff_t len = 0;
   bool late = false;  // past the corner's block transforms
@@ -192,10 +192,18 @@ struct StepList {
     late = true;
     if (!lo) out[n++] = {Step::kBlock, {p, nullptr, nullptr, nullptr}, false};
   }
-  void Post2(P a, P b) { out[n++] = {Step::kPost2, {a, b, nullptr, nullptr}, false}; }
-  void Post2x2(P a, P b, P c, P d) { out[n++] = {Step::kPost2x2, {a, b, c, d}, false}; }
-  void SubDC(P a, P b) { out[n++] = {Step::kSub, {a, b, nullptr, nullptr}, false}; }
-  void AddDC(P a, P b) { out[n++] = {Step::kAdd, {a, b, nullptr, nullptr}, false}; }
+  void Post2(P a, P b) {
+    if (!lo) out[n++] = {Step::kPost2, {a, b, nullptr, nullptr}, false};
+  }
+  void Post2x2(P a, P b, P c, P d) {
+    if (!lo) out[n++] = {Step::kPost2x2, {a, b, c, d}, false};
+  }
+  void SubDC(P a, P b) {
+    if (!lo) out[n++] = {Step::kSub, {a, b, nullptr, nullptr}, false};
+  }
+  void AddDC(P a, P b) {
+    if (!lo) out[n++] = {Step::kAdd, {a, b, nullptr, nullptr}, false};
+  }
   // what the decoder cancels is lost (the encoder refuses such images)
   static void DropDC(P) {}
 };
@@ -215,29 +223,62 @@ void Undo(const Step& s) {
 
 }  // namespace
 
-ForwardRows::ForwardRows(int mbw, int mbh, int overlap)
-    : mbw_(mbw), mbh_(mbh), overlap_(overlap), steps_(size_t(mbw + 1) * 128) {}
+ForwardRows::ForwardRows(int mbw, int mbh, int overlap, int chroma)
+    : mbw_(mbw),
+      mbh_(mbh),
+      overlap_(overlap),
+      chroma_(chroma),
+      rowLen_(ptrdiff_t(mbw) * (chroma == 420 ? 64 : chroma == 422 ? 128 : 256)),
+      steps_(size_t(mbw + 1) * 128),
+      rows_(chroma ? new int32_t[size_t(2 * rowLen_)] : nullptr) {}
+
+// The steps of corner row y, rows y - 1 and y at `above` and `here`.
+template <class List>
+void ForwardRows::Walk(List& list, int32_t* above, int32_t* here, int y) {
+  if (!chroma_) {
+    for (int x = 0; x <= mbw_; ++x) {
+      list.late = false;
+      WalkCornerRows(list, above, here, mbw_, mbh_, overlap_, true, x, y);
+    }
+    return;
+  }
+  // the walk's channel has row y - 1 at rows_ and row y right after it
+  int32_t* const base = rows_.get();
+  const int first = list.n;
+  const int32_t* lo = list.lo;
+  if (lo) list.lo = lo == above ? base : base + rowLen_;
+  int32_t* channel = reinterpret_cast<int32_t*>(reinterpret_cast<uintptr_t>(base) -
+                                                uintptr_t((ptrdiff_t(y) - 1) * rowLen_ * ptrdiff_t(sizeof(int32_t))));
+  for (int x = 0; x <= mbw_; ++x) {
+    list.late = false;
+    WalkChromaCorner(list, channel, mbw_, mbh_, chroma_ == 420, overlap_, true, x, y);
+  }
+  list.lo = lo;
+  for (int i = first; i < list.n; ++i) {
+    for (P& p : list.out[i].p) {
+      if (!p) continue;
+      const ptrdiff_t at = p - base;
+      p = at < rowLen_ ? above + at : here + (at - rowLen_);
+    }
+  }
+}
 
 // Every overlap filter of the first level covers samples no other one
 // covers, and precedes the block transforms of those samples; the second
-// level's filters cover block DCs of their own corner only.  So the steps
-// may be undone in any order that keeps, per sample, filter before block
-// transform before DC filter: corner row y's filters that reach into row
-// y, those of corner row y + 1 lying wholly in row y (they cover row y's
-// upper blocks, which corner row y transforms), then corner row y's block
-// transforms and DC filters.
+// level's steps cover block DCs of their own corner row only.  So the
+// steps may be undone in any order that keeps, per sample, filter before
+// block transform before DC steps: corner row y's filters that reach into
+// row y, those of corner row y + 1 lying wholly in row y (they cover row
+// y's upper blocks, which corner row y transforms), then corner row y's
+// block transforms and DC steps.
 void ForwardRows::Row(int32_t* above, int32_t* here, int y) {
-  const ptrdiff_t rowLen = ptrdiff_t(mbw_) * 256;
   Step* steps = steps_.data();
   StepList row{steps};
-  for (int x = 0; x <= mbw_; ++x) {
-    row.late = false;
-    WalkCornerRows(row, above, here, mbw_, mbh_, overlap_, true, x, y);
-  }
+  Walk(row, above, here, y);
   // filters wholly in row y - 1 were undone by the previous row's call
   auto inAbove = [&](const Step& s) {
     for (P p : s.p) {
-      if (p && !(p >= above && p < above + rowLen)) return false;
+      if (p && !(p >= above && p < above + rowLen_)) return false;
     }
     return true;
   };
@@ -246,11 +287,8 @@ void ForwardRows::Row(int32_t* above, int32_t* here, int y) {
   }
   if (y < mbh_) {
     // `above` stands in for row y + 1: nothing of it is kept
-    StepList next{steps + row.n, 0, here, rowLen};
-    for (int x = 0; x <= mbw_; ++x) {
-      next.late = false;
-      WalkCornerRows(next, here, above, mbw_, mbh_, overlap_, true, x, y + 1);
-    }
+    StepList next{steps + row.n, 0, here, rowLen_};
+    Walk(next, here, above, y + 1);
     for (int i = next.n - 1; i >= 0; --i) Undo(steps[row.n + i]);
   }
   for (int i = row.n - 1; i >= 0; --i) {

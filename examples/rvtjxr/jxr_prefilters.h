@@ -8,6 +8,7 @@
 #define RVTJXR_JXR_PREFILTERS_H_
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace rvtjxr {
@@ -29,21 +30,28 @@ struct PrefilterStep {
   bool late;  // after the corner's block transforms (a first-level filter)
 };
 
-// ForwardTransform for an encoder that holds two macroblock rows of a
-// channel (grey and 4:4:4 layout): call Row(above, here, y) for y = 0, 1,
-// ..., mbh with `here` holding the pixels of macroblock row y (unused when
-// y == mbh) and `above` row y - 1 as the previous call left it (unused when
-// y == 0); the two must not overlap.  Afterwards row y - 1 holds its
-// first-level coefficients, exactly those of ForwardTransform, while row y
-// has been filtered as far as its own pixels allow.
+// ForwardTransform (chroma: 420 or 422, ForwardTransformChroma; else 0)
+// for an encoder that holds a few macroblock rows of a channel: call
+// Row(above, here, y) for y = 0, 1, ..., mbh with `here` holding the
+// pixels of macroblock row y (unused when y == mbh) and `above` row y - 1
+// as the previous call left it (unused when y == 0); the two must not
+// overlap.  Afterwards row y - 1 holds its first-level coefficients,
+// exactly those of the whole-channel transform, while row y has been
+// filtered as far as its own pixels allow.
 class ForwardRows {
  public:
-  ForwardRows(int mbw, int mbh, int overlap);
+  ForwardRows(int mbw, int mbh, int overlap, int chroma = 0);
   void Row(int32_t* above, int32_t* here, int y);
 
  private:
-  int mbw_, mbh_, overlap_;
+  template <class List>
+  void Walk(List& list, int32_t* above, int32_t* here, int y);
+  int mbw_, mbh_, overlap_, chroma_;
+  ptrdiff_t rowLen_;
   std::vector<PrefilterStep> steps_;
+  // chroma: two rows the shared walk addresses as a whole channel; the
+  // steps it lists there are moved onto the rows in use
+  std::unique_ptr<int32_t[]> rows_;
 };
 
 }  // namespace rvtjxr
