@@ -127,6 +127,45 @@ void CornerDCInv(P p0, P p1) {
   ButterflyInv(p0 - 96, p0 + 96, p1 - 112, p1 + 80);
 }
 
+// First-level forward transforms, batched: the blocks are gathered into
+// one row of blocks and handed to the library in one call, which runs them
+// a vector group at a time (a lone block fills a group with copies of
+// itself).
+class BlockBatch {
+ public:
+  ~BlockBatch() { Flush(); }
+  void Add(P p) {
+    pending_[n_++] = p;
+    if (n_ == kMax) Flush();
+  }
+  void Flush() {
+    if (n_ == 0) return;
+    const int w = 4 * n_;
+    for (int i = 0; i < n_; ++i) {
+      const P p = pending_[i];
+      for (int r = 0; r < 4; ++r) {
+        int32_t* row = buf_ + r * w + 4 * i;
+        for (int k = 0; k < 4; ++k) row[k] = p[kInBlock[r][k]];
+      }
+    }
+    rvtiPCTFwd_JPEGXR_32s_C1IR(buf_, int32_t(sizeof(int32_t)) * w, {w, 4});
+    for (int i = 0; i < n_; ++i) {
+      const P p = pending_[i];
+      for (int r = 0; r < 4; ++r) {
+        const int32_t* row = buf_ + r * w + 4 * i;
+        for (int k = 0; k < 4; ++k) p[kInBlock[r][k]] = row[k];
+      }
+    }
+    n_ = 0;
+  }
+
+ private:
+  static constexpr int kMax = 32;
+  P pending_[kMax];
+  int n_ = 0;
+  int32_t buf_[16 * kMax];
+};
+
 void ForwardBlock(P p) {
   int32_t c[16];
   for (int r = 0; r < 4; ++r) {
@@ -270,7 +309,7 @@ void ForwardRows::Walk(List& list, int32_t* above, int32_t* here, int y) {
 // block transform before DC steps: corner row y's filters that reach into
 // row y, those of corner row y + 1 lying wholly in row y (they cover row
 // y's upper blocks, which corner row y transforms), then corner row y's
-// block transforms and DC steps.
+// block transforms (in batches) and DC steps.
 void ForwardRows::Row(int32_t* above, int32_t* here, int y) {
   Step* steps = steps_.data();
   StepList row{steps};
@@ -291,8 +330,16 @@ void ForwardRows::Row(int32_t* above, int32_t* here, int y) {
     Walk(next, here, above, y + 1);
     for (int i = next.n - 1; i >= 0; --i) Undo(steps[row.n + i]);
   }
+  // the block transforms all at once: a corner's DC steps only cover
+  // blocks of its own corner and the next one, all transformed by then
+  {
+    BlockBatch blocks;
+    for (int i = 0; i < row.n; ++i) {
+      if (steps[i].kind == Step::kBlock) blocks.Add(steps[i].p[0]);
+    }
+  }
   for (int i = row.n - 1; i >= 0; --i) {
-    if (!steps[i].late) Undo(steps[i]);
+    if (!steps[i].late && steps[i].kind != Step::kBlock) Undo(steps[i]);
   }
 }
 
