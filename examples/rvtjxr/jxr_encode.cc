@@ -302,9 +302,8 @@ void Encoder::LoadSubsampled(int end) {
 }
 
 // Macroblock (mx, my)'s second level over its block DCs and the
-// quantization of all its coefficients: HP in place in the planes, DC and
-// LP into o (16 per channel).  Run just before the macroblock is coded, so
-// its blocks are read and written once while they are in cache.
+// quantization of its DC and LP coefficients into o (16 per channel); the
+// coder quantizes the HP ones as it gathers them.
 void Encoder::Quantize(int mx, int my, int32_t* out) {
   for (int ch = 0; ch < nc_; ++ch) {
     const int bw = BlocksWide(ch), nb = bw * BlocksHigh(ch);
@@ -331,13 +330,6 @@ void Encoder::Quantize(int mx, int my, int32_t* out) {
     o[0] = dcQ_[size_t(ch)](d[0]);
     const Quantizer lp = lpQ_[size_t(ch)];
     for (int k = 1; k < nb; ++k) o[k] = lp(d[k]);
-    const int32_t shp = hpStep_[size_t(ch)];
-    if (shp == 1) continue;
-    const Quantizer hp = hpQ_[size_t(ch)];
-    for (int b = 0; b < nb; ++b) {
-      int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
-      for (int k = 1; k < 16; ++k) blk[k] = hp(blk[k]);
-    }
   }
 }
 
@@ -446,17 +438,23 @@ bool Encoder::Macroblock(VLCState_JPEGXR* st, int mx, int my, int x0, int y0, in
   KeepForPrediction(me, actual, nc_, sub_);
 
   // HP: the blocks' coefficients (block b row by row, k = 4 row + column),
-  // less their prediction inside the macroblock
+  // quantized, less their prediction inside the macroblock
   int32_t hp[16 * 256];
   int32_t tables[22], disc[44], bits[6];
   rvtiVLCGetTables_JPEGXR(st, tables, disc, bits);
   for (int ch = 0; ch < nc_; ++ch) {
     int32_t* p = hp + 256 * ch;
     const int bw = BlocksWide(ch), bh = BlocksHigh(ch), nb = bw * bh;
+    const Quantizer hq = hpQ_[size_t(ch)];
     for (int b = 0; b < nb; ++b) {
       const int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
-      p[16 * b] = 0;
-      for (int k = 1; k < 16; ++k) p[16 * b + k] = blk[kInBlock[k >> 2][k & 3]];
+      int32_t* q = p + 16 * b;
+      q[0] = 0;
+      if (hq.step == 1) {
+        for (int k = 1; k < 16; ++k) q[k] = blk[kInBlock[k >> 2][k & 3]];
+      } else {
+        for (int k = 1; k < 16; ++k) q[k] = hq(blk[kInBlock[k >> 2][k & 3]]);
+      }
     }
     if (acMode == 0) {
       for (int by = 0; by < bh; ++by) {
