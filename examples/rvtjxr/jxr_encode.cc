@@ -36,6 +36,12 @@ void ButterflyInv2x2(int32_t& a0, int32_t& b0, int32_t& c0, int32_t& d0) {
 }
 
 
+// Where coefficient k (4 row + column) of a block sits in the layout.
+constexpr uint8_t kRaster[16] = {kInBlock[0][0], kInBlock[0][1], kInBlock[0][2], kInBlock[0][3],
+                                 kInBlock[1][0], kInBlock[1][1], kInBlock[1][2], kInBlock[1][3],
+                                 kInBlock[2][0], kInBlock[2][1], kInBlock[2][2], kInBlock[2][3],
+                                 kInBlock[3][0], kInBlock[3][1], kInBlock[3][2], kInBlock[3][3]};
+
 // Header fields, most significant bit first.
 struct BitWriter {
   std::vector<uint8_t>* out;
@@ -76,11 +82,14 @@ struct Quantizer {
   Quantizer(int32_t s, bool nearest)
       : step(uint32_t(s)), bias(uint32_t(nearest ? s >> 1 : (s * 3 + 1) >> 3)), inv(~uint64_t(0) / uint32_t(s) + 1) {}
   // (step 1 leaves values as they are and never uses inv)
+  // (the sign is taken off and put back without a branch: coefficient
+  // signs are as good as random)
   int32_t operator()(int32_t v) const {
     if (step == 1) return v;
-    const uint64_t n = uint64_t(v < 0 ? 0u - uint32_t(v) : uint32_t(v)) + bias;
+    const uint32_t sign = uint32_t(v >> 31);
+    const uint64_t n = uint64_t((uint32_t(v) ^ sign) - sign) + bias;
     const uint32_t m = n >> 32 ? uint32_t(n / step) : uint32_t((static_cast<unsigned __int128>(inv) * n) >> 64);
-    return int32_t(v < 0 ? 0u - m : m);
+    return int32_t((m ^ sign) - sign);
   }
 };
 
@@ -451,9 +460,9 @@ bool Encoder::Macroblock(VLCState_JPEGXR* st, int mx, int my, int x0, int y0, in
       int32_t* q = p + 16 * b;
       q[0] = 0;
       if (hq.step == 1) {
-        for (int k = 1; k < 16; ++k) q[k] = blk[kInBlock[k >> 2][k & 3]];
+        for (int k = 1; k < 16; ++k) q[k] = blk[kRaster[k]];
       } else {
-        for (int k = 1; k < 16; ++k) q[k] = hq(blk[kInBlock[k >> 2][k & 3]]);
+        for (int k = 1; k < 16; ++k) q[k] = hq(blk[kRaster[k]]);
       }
     }
     if (acMode == 0) {
