@@ -205,7 +205,7 @@ void ScatterRow(const int32_t* row, int32_t* plane, int y, int mbw) {
 void ScatterChromaRow(const int32_t* row, int32_t* plane, int y, int mbw, bool q) {
   std::array<uint16_t, 8> o{};
   for (int x = 0; x < 8; ++x) o[size_t(x)] = uint16_t(ChromaAt(x, q ? (y & 7) : (y & 15), 1, q));
-  const int mbRows = q ? 8 : 16, mbSize = q ? 64 : 128;
+  const int mbSize = q ? 64 : 128;
   int32_t* mb = plane;
   for (int m = 0; m < mbw; ++m, mb += mbSize, row += 8) {
     for (int x = 0; x < 8; ++x) mb[o[size_t(x)]] = row[x];
@@ -654,7 +654,7 @@ bool Encoder::Run(std::vector<uint8_t>* out, std::string* error) {
       if (sub_) LoadSubsampled(std::min(16 * my + 17, 16 * mbh_));
       else LoadRow(my);
     }
-    for (int c = 0; c < nc_; ++c) fwd[size_t(c)].Row(Row(c, my + slots_ - 1), Row(c, my), my);
+    for (int c = 0; c < nc_; ++c) fwd[size_t(c)].Row(Row(c, my + slots_ - 1), Row(c, my), Row(c, my + 1), my);
     if (my > 0 && !CodeRow(my - 1, packets, error)) return false;
   }
 

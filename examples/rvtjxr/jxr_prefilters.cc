@@ -210,39 +210,18 @@ using Step = PrefilterStep;
 struct StepList {
   Step* out;
   int n = 0;
-  // with `lo` set, only the first-level filters (those after the
-  // corner's block transforms) lying wholly in [lo, lo + len) are kept
-  const int32_t* lo = nullptr;
-  ptrdiff_t len = 0;
   bool late = false;  // past the corner's block transforms
-  bool In(const int32_t* p) const { return p >= lo && p < lo + len; }
-  void Edge(P a, P b, P c, P d) {
-    if (lo && !(late && In(a) && In(b) && In(c) && In(d))) return;
-    out[n++] = {Step::kEdge, {a, b, c, d}, late};
-  }
-  void Window(P q0, P q1, P q2, P q3) {
-    if (lo && !(late && In(q0) && In(q1) && In(q2) && In(q3))) return;
-    out[n++] = {Step::kWindow, {q0, q1, q2, q3}, late};
-  }
-  void CornerDC(P p0, P p1) {
-    if (!lo) out[n++] = {Step::kCornerDC, {p0, p1, nullptr, nullptr}, false};
-  }
+  void Edge(P a, P b, P c, P d) { out[n++] = {Step::kEdge, {a, b, c, d}, late}; }
+  void Window(P q0, P q1, P q2, P q3) { out[n++] = {Step::kWindow, {q0, q1, q2, q3}, late}; }
+  void CornerDC(P p0, P p1) { out[n++] = {Step::kCornerDC, {p0, p1, nullptr, nullptr}, false}; }
   void Block(P p) {
     late = true;
-    if (!lo) out[n++] = {Step::kBlock, {p, nullptr, nullptr, nullptr}, false};
+    out[n++] = {Step::kBlock, {p, nullptr, nullptr, nullptr}, false};
   }
-  void Post2(P a, P b) {
-    if (!lo) out[n++] = {Step::kPost2, {a, b, nullptr, nullptr}, false};
-  }
-  void Post2x2(P a, P b, P c, P d) {
-    if (!lo) out[n++] = {Step::kPost2x2, {a, b, c, d}, false};
-  }
-  void SubDC(P a, P b) {
-    if (!lo) out[n++] = {Step::kSub, {a, b, nullptr, nullptr}, false};
-  }
-  void AddDC(P a, P b) {
-    if (!lo) out[n++] = {Step::kAdd, {a, b, nullptr, nullptr}, false};
-  }
+  void Post2(P a, P b) { out[n++] = {Step::kPost2, {a, b, nullptr, nullptr}, false}; }
+  void Post2x2(P a, P b, P c, P d) { out[n++] = {Step::kPost2x2, {a, b, c, d}, false}; }
+  void SubDC(P a, P b) { out[n++] = {Step::kSub, {a, b, nullptr, nullptr}, false}; }
+  void AddDC(P a, P b) { out[n++] = {Step::kAdd, {a, b, nullptr, nullptr}, false}; }
   // what the decoder cancels is lost (the encoder refuses such images)
   static void DropDC(P) {}
 };
@@ -268,7 +247,8 @@ ForwardRows::ForwardRows(int mbw, int mbh, int overlap, int chroma)
       overlap_(overlap),
       chroma_(chroma),
       rowLen_(ptrdiff_t(mbw) * (chroma == 420 ? 64 : chroma == 422 ? 128 : 256)),
-      steps_(size_t(mbw + 1) * 128),
+      stepsPerRow_(ptrdiff_t(mbw + 1) * 64),
+      steps_(size_t(2 * stepsPerRow_)),
       rows_(chroma ? new int32_t[size_t(2 * rowLen_)] : nullptr) {}
 
 // The steps of corner row y, rows y - 1 and y at `above` and `here`.
@@ -284,15 +264,12 @@ void ForwardRows::Walk(List& list, int32_t* above, int32_t* here, int y) {
   // the walk's channel has row y - 1 at rows_ and row y right after it
   int32_t* const base = rows_.get();
   const int first = list.n;
-  const int32_t* lo = list.lo;
-  if (lo) list.lo = lo == above ? base : base + rowLen_;
   int32_t* channel = reinterpret_cast<int32_t*>(reinterpret_cast<uintptr_t>(base) -
                                                 uintptr_t((ptrdiff_t(y) - 1) * rowLen_ * ptrdiff_t(sizeof(int32_t))));
   for (int x = 0; x <= mbw_; ++x) {
     list.late = false;
     WalkChromaCorner(list, channel, mbw_, mbh_, chroma_ == 420, overlap_, true, x, y);
   }
-  list.lo = lo;
   for (int i = first; i < list.n; ++i) {
     for (P& p : list.out[i].p) {
       if (!p) continue;
@@ -310,36 +287,46 @@ void ForwardRows::Walk(List& list, int32_t* above, int32_t* here, int y) {
 // row y, those of corner row y + 1 lying wholly in row y (they cover row
 // y's upper blocks, which corner row y transforms), then corner row y's
 // block transforms (in batches) and DC steps.
-void ForwardRows::Row(int32_t* above, int32_t* here, int y) {
-  Step* steps = steps_.data();
-  StepList row{steps};
-  Walk(row, above, here, y);
-  // filters wholly in row y - 1 were undone by the previous row's call
-  auto inAbove = [&](const Step& s) {
+void ForwardRows::Row(int32_t* above, int32_t* here, int32_t* next, int y) {
+  Step* const cur = steps_.data() + (y & 1) * stepsPerRow_;
+  Step* const nxt = steps_.data() + ((y + 1) & 1) * stepsPerRow_;
+  // corner row y was listed by the previous call, where its rows were
+  // `here` and `next`
+  if (y == 0) {
+    StepList first{cur};
+    Walk(first, above, here, 0);
+    count_[0] = first.n;
+  }
+  const int n = count_[y & 1];
+  const ptrdiff_t rowLen = rowLen_;
+  auto within = [rowLen](const Step& s, const int32_t* row) {
     for (P p : s.p) {
-      if (p && !(p >= above && p < above + rowLen_)) return false;
+      if (p && !(p >= row && p < row + rowLen)) return false;
     }
     return true;
   };
-  for (int i = row.n - 1; i >= 0; --i) {
-    if (steps[i].late && (y == 0 || !inAbove(steps[i]))) Undo(steps[i]);
+  // filters wholly in row y - 1 were undone by the previous call
+  for (int i = n - 1; i >= 0; --i) {
+    if (cur[i].late && (y == 0 || !within(cur[i], above))) Undo(cur[i]);
   }
   if (y < mbh_) {
-    // `above` stands in for row y + 1: nothing of it is kept
-    StepList next{steps + row.n, 0, here, rowLen_};
-    Walk(next, here, above, y + 1);
-    for (int i = next.n - 1; i >= 0; --i) Undo(steps[row.n + i]);
+    StepList list{nxt};
+    Walk(list, here, next, y + 1);
+    count_[(y + 1) & 1] = list.n;
+    for (int i = list.n - 1; i >= 0; --i) {
+      if (nxt[i].late && within(nxt[i], here)) Undo(nxt[i]);
+    }
   }
   // the block transforms all at once: a corner's DC steps only cover
   // blocks of its own corner and the next one, all transformed by then
   {
     BlockBatch blocks;
-    for (int i = 0; i < row.n; ++i) {
-      if (steps[i].kind == Step::kBlock) blocks.Add(steps[i].p[0]);
+    for (int i = 0; i < n; ++i) {
+      if (cur[i].kind == Step::kBlock) blocks.Add(cur[i].p[0]);
     }
   }
-  for (int i = row.n - 1; i >= 0; --i) {
-    if (!steps[i].late && steps[i].kind != Step::kBlock) Undo(steps[i]);
+  for (int i = n - 1; i >= 0; --i) {
+    if (!cur[i].late && cur[i].kind != Step::kBlock) Undo(cur[i]);
   }
 }
 

@@ -32,23 +32,28 @@ struct PrefilterStep {
 
 // ForwardTransform (chroma: 420 or 422, ForwardTransformChroma; else 0)
 // for an encoder that holds a few macroblock rows of a channel: call
-// Row(above, here, y) for y = 0, 1, ..., mbh with `here` holding the
-// pixels of macroblock row y (unused when y == mbh) and `above` row y - 1
-// as the previous call left it (unused when y == 0); the two must not
-// overlap.  Afterwards row y - 1 holds its first-level coefficients,
-// exactly those of the whole-channel transform, while row y has been
-// filtered as far as its own pixels allow.
+// Row(above, here, next, y) for y = 0, 1, ..., mbh with `here` holding the
+// pixels of macroblock row y (unused when y == mbh), `above` row y - 1 as
+// the previous call left it (unused when y == 0) and `next` where row
+// y + 1 will be (not read yet; it may be `above`).  Rows stay where they
+// are from call to call; `above` and `here` must not overlap.  Afterwards
+// row y - 1 holds its first-level coefficients, exactly those of the
+// whole-channel transform, while row y has been filtered as far as its
+// own pixels allow.
 class ForwardRows {
  public:
   ForwardRows(int mbw, int mbh, int overlap, int chroma = 0);
-  void Row(int32_t* above, int32_t* here, int y);
+  void Row(int32_t* above, int32_t* here, int32_t* next, int y);
 
  private:
   template <class List>
   void Walk(List& list, int32_t* above, int32_t* here, int y);
   int mbw_, mbh_, overlap_, chroma_;
   ptrdiff_t rowLen_;
+  // the steps of two corner rows, this call's and the next one's
+  ptrdiff_t stepsPerRow_;
   std::vector<PrefilterStep> steps_;
+  int count_[2] = {0, 0};
   // chroma: two rows the shared walk addresses as a whole channel; the
   // steps it lists there are moved onto the rows in use
   std::unique_ptr<int32_t[]> rows_;
