@@ -248,17 +248,50 @@ void Encoder::ConvertRow(int y, int32_t* ly, int32_t* lu, int32_t* lv) const {
   }
 }
 
-// The pixel rows of macroblock row my into the two-row planes of a grey
-// or 4:4:4 image.
+// The pixels of macroblock row my of a grey or 4:4:4 image into its
+// slots, converted as ConvertRow does (which works pixel by pixel, so the
+// padding is the converted last column and row), macroblock by
+// macroblock so that each macroblock's lines are written while in cache.
 void Encoder::LoadRow(int my) {
-  const int pw = mbw_ * 16;
-  int32_t* ly = lin_.data() + 2;
-  int32_t* lu = ly + pw + 4;
-  int32_t* lv = lu + pw + 4;
-  int32_t* lines[3] = {ly, lu, lv};
-  for (int y = my * 16; y < my * 16 + 16; ++y) {
-    ConvertRow(y, ly, lu, lv);
-    for (int c = 0; c < nc_; ++c) ScatterRow(lines[c], Row(c, my), y & 15, mbw_);
+  const int shift = scaled_ ? 3 : 0;
+  const int32_t mid = int32_t(1) << (pic_.bits - 1);
+  const int cn = pic_.channels, w = pic_.width;
+  // where pixel (x, y) of a macroblock sits in it
+  static const auto kAt = [] {
+    std::array<std::array<uint8_t, 16>, 16> at{};
+    for (int y = 0; y < 16; ++y) {
+      for (int x = 0; x < 16; ++x) at[size_t(y)][size_t(x)] = uint8_t(PixelAt(x, y, 1));
+    }
+    return at;
+  }();
+  const uint16_t* rows[16];
+  for (int r = 0; r < 16; ++r) rows[r] = pic_.samples.data() + size_t(std::min(16 * my + r, pic_.height - 1)) * w * cn;
+  int32_t* mby = Row(0, my);
+  int32_t* mbu = cn > 1 ? Row(1, my) : nullptr;
+  int32_t* mbv = cn > 1 ? Row(2, my) : nullptr;
+  for (int mx = 0; mx < mbw_; ++mx, mby += 256, mbu += cn > 1 ? 256 : 0, mbv += cn > 1 ? 256 : 0) {
+    const int x0 = 16 * mx;
+    int xs[16];
+    for (int k = 0; k < 16; ++k) xs[k] = std::min(x0 + k, w - 1);
+    for (int r = 0; r < 16; ++r) {
+      const std::array<uint8_t, 16>& at = kAt[size_t(r)];
+      const uint16_t* src = rows[r];
+      if (cn == 1) {
+        for (int k = 0; k < 16; ++k) mby[at[size_t(k)]] = (int32_t(src[xs[k]]) - mid) * (1 << shift);
+        continue;
+      }
+      for (int k = 0; k < 16; ++k) {
+        const uint16_t* s = src + 3 * xs[k];
+        const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
+                      b1 = int32_t(s[2]) * (1 << shift);
+        const int32_t b0 = b1 - r1;
+        const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
+        const int32_t g0 = g1 + (r0 >> 1);
+        mby[at[size_t(k)]] = g0 - mid * (1 << shift);
+        mbu[at[size_t(k)]] = -r0;
+        mbv[at[size_t(k)]] = b0;
+      }
+    }
   }
 }
 

@@ -249,16 +249,15 @@ ForwardRows::ForwardRows(int mbw, int mbh, int overlap, int chroma)
       rowLen_(ptrdiff_t(mbw) * (chroma == 420 ? 64 : chroma == 422 ? 128 : 256)),
       stepsPerRow_(ptrdiff_t(mbw + 1) * 64),
       steps_(size_t(2 * stepsPerRow_)),
+      at_(size_t(2 * (mbw + 2))),
       rows_(chroma ? new int32_t[size_t(2 * rowLen_)] : nullptr) {}
 
-// The steps of corner row y, rows y - 1 and y at `above` and `here`.
+// The steps of corner (x, y), rows y - 1 and y at `above` and `here`.
 template <class List>
-void ForwardRows::Walk(List& list, int32_t* above, int32_t* here, int y) {
+void ForwardRows::Walk(List& list, int32_t* above, int32_t* here, int x, int y) {
+  list.late = false;
   if (!chroma_) {
-    for (int x = 0; x <= mbw_; ++x) {
-      list.late = false;
-      WalkCornerRows(list, above, here, mbw_, mbh_, overlap_, true, x, y);
-    }
+    WalkCornerRows(list, above, here, mbw_, mbh_, overlap_, true, x, y);
     return;
   }
   // the walk's channel has row y - 1 at rows_ and row y right after it
@@ -266,10 +265,7 @@ void ForwardRows::Walk(List& list, int32_t* above, int32_t* here, int y) {
   const int first = list.n;
   int32_t* channel = reinterpret_cast<int32_t*>(reinterpret_cast<uintptr_t>(base) -
                                                 uintptr_t((ptrdiff_t(y) - 1) * rowLen_ * ptrdiff_t(sizeof(int32_t))));
-  for (int x = 0; x <= mbw_; ++x) {
-    list.late = false;
-    WalkChromaCorner(list, channel, mbw_, mbh_, chroma_ == 420, overlap_, true, x, y);
-  }
+  WalkChromaCorner(list, channel, mbw_, mbh_, chroma_ == 420, overlap_, true, x, y);
   for (int i = first; i < list.n; ++i) {
     for (P& p : list.out[i].p) {
       if (!p) continue;
@@ -281,23 +277,29 @@ void ForwardRows::Walk(List& list, int32_t* above, int32_t* here, int y) {
 
 // Every overlap filter of the first level covers samples no other one
 // covers, and precedes the block transforms of those samples; the second
-// level's steps cover block DCs of their own corner row only.  So the
-// steps may be undone in any order that keeps, per sample, filter before
-// block transform before DC steps: corner row y's filters that reach into
-// row y, those of corner row y + 1 lying wholly in row y (they cover row
-// y's upper blocks, which corner row y transforms), then corner row y's
-// block transforms (in batches) and DC steps.
+// level's steps cover block DCs of their own corner and the next one, and
+// those of different corners never meet.  So the steps may be undone in
+// any order that keeps, per sample, filter before block transform before
+// DC steps.  Corner by corner along the row, so that the samples stay in
+// cache: corner x's filters that reach into row y, those of corner
+// (x, y + 1) lying wholly in row y (they cover row y's upper blocks), the
+// block transforms of corner x - 1 (whose filters are all undone by then)
+// and the DC steps of corner x - 2 (whose blocks are all transformed).
 void ForwardRows::Row(int32_t* above, int32_t* here, int32_t* next, int y) {
   Step* const cur = steps_.data() + (y & 1) * stepsPerRow_;
   Step* const nxt = steps_.data() + ((y + 1) & 1) * stepsPerRow_;
+  int* const curAt = at_.data() + (y & 1) * (mbw_ + 2);
+  int* const nxtAt = at_.data() + ((y + 1) & 1) * (mbw_ + 2);
   // corner row y was listed by the previous call, where its rows were
   // `here` and `next`
   if (y == 0) {
     StepList first{cur};
-    Walk(first, above, here, 0);
-    count_[0] = first.n;
+    for (int x = 0; x <= mbw_; ++x) {
+      curAt[x] = first.n;
+      Walk(first, above, here, x, 0);
+    }
+    curAt[mbw_ + 1] = first.n;
   }
-  const int n = count_[y & 1];
   const ptrdiff_t rowLen = rowLen_;
   auto within = [rowLen](const Step& s, const int32_t* row) {
     for (P p : s.p) {
@@ -305,29 +307,35 @@ void ForwardRows::Row(int32_t* above, int32_t* here, int32_t* next, int y) {
     }
     return true;
   };
-  // filters wholly in row y - 1 were undone by the previous call
-  for (int i = n - 1; i >= 0; --i) {
-    if (cur[i].late && (y == 0 || !within(cur[i], above))) Undo(cur[i]);
-  }
-  if (y < mbh_) {
-    StepList list{nxt};
-    Walk(list, here, next, y + 1);
-    count_[(y + 1) & 1] = list.n;
-    for (int i = list.n - 1; i >= 0; --i) {
-      if (nxt[i].late && within(nxt[i], here)) Undo(nxt[i]);
+  StepList list{nxt};
+  BlockBatch blocks;
+  for (int x = 0; x <= mbw_ + 2; ++x) {
+    if (x <= mbw_) {
+      // filters wholly in row y - 1 were undone by the previous call
+      for (int i = curAt[x + 1] - 1; i >= curAt[x]; --i) {
+        if (cur[i].late && (y == 0 || !within(cur[i], above))) Undo(cur[i]);
+      }
+      if (y < mbh_) {
+        nxtAt[x] = list.n;
+        Walk(list, here, next, x, y + 1);
+        for (int i = list.n - 1; i >= nxtAt[x]; --i) {
+          if (nxt[i].late && within(nxt[i], here)) Undo(nxt[i]);
+        }
+      }
+    }
+    if (x >= 1 && x <= mbw_ + 1) {
+      for (int i = curAt[x - 1]; i < curAt[x]; ++i) {
+        if (cur[i].kind == Step::kBlock) blocks.Add(cur[i].p[0]);
+      }
+      blocks.Flush();
+    }
+    if (x >= 2) {
+      for (int i = curAt[x - 1] - 1; i >= curAt[x - 2]; --i) {
+        if (!cur[i].late && cur[i].kind != Step::kBlock) Undo(cur[i]);
+      }
     }
   }
-  // the block transforms all at once: a corner's DC steps only cover
-  // blocks of its own corner and the next one, all transformed by then
-  {
-    BlockBatch blocks;
-    for (int i = 0; i < n; ++i) {
-      if (cur[i].kind == Step::kBlock) blocks.Add(cur[i].p[0]);
-    }
-  }
-  for (int i = n - 1; i >= 0; --i) {
-    if (!cur[i].late && cur[i].kind != Step::kBlock) Undo(cur[i]);
-  }
+  nxtAt[mbw_ + 1] = list.n;
 }
 
 void ForwardTransformChroma(int32_t* channel, int mbw, int mbh, bool is420, int overlap) {

@@ -47,13 +47,13 @@ class ForwardRows {
 
  private:
   template <class List>
-  void Walk(List& list, int32_t* above, int32_t* here, int y);
+  void Walk(List& list, int32_t* above, int32_t* here, int x, int y);
   int mbw_, mbh_, overlap_, chroma_;
   ptrdiff_t rowLen_;
   // the steps of two corner rows, this call's and the next one's
   ptrdiff_t stepsPerRow_;
   std::vector<PrefilterStep> steps_;
-  int count_[2] = {0, 0};
+  std::vector<int> at_;  // where each corner's steps start, per list
   // chroma: two rows the shared walk addresses as a whole channel; the
   // steps it lists there are moved onto the rows in use
   std::unique_ptr<int32_t[]> rows_;
