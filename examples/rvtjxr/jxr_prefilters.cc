@@ -7,6 +7,7 @@
 #include "jxr_prefilters.h"
 
 #include <cstddef>
+#include <cstring>
 
 #include "jxr_filters.h"
 #include "jxr_walk.h"
@@ -96,15 +97,26 @@ void Edge4Inv(P pa, P pb, P pc, P pd) {
   *pd = d;
 }
 
+// (on copies of the quads: they never overlap, and knowing it lets the
+// compiler run the four lanes of each stage together)
 void WindowInv(P q0, P q1, P q2, P q3) {
-  for (int e = 0; e < 4; ++e) ScaleQuadInv(q0 + e, q2 + e, q1 + e, q3 + e);
-  for (int e = 0; e < 4; ++e) ScalePairInv(q0 + e, q3 + e);
-  Rotate1Inv(q2[0], q2[2]);
-  Rotate1Inv(q2[1], q2[3]);
-  Rotate1Inv(q1[0], q1[1]);
-  Rotate1Inv(q1[2], q1[3]);
-  RotateOddOddInv(q3 + 0, q3 + 1, q3 + 2, q3 + 3);
-  for (int e = 0; e < 4; ++e) ButterflyInv(q0 + e, q2 + e, q1 + e, q3 + e);
+  int32_t a[4], b[4], c[4], d[4];
+  std::memcpy(a, q0, sizeof a);
+  std::memcpy(b, q1, sizeof b);
+  std::memcpy(c, q2, sizeof c);
+  std::memcpy(d, q3, sizeof d);
+  for (int e = 0; e < 4; ++e) ScaleQuadInv(a + e, c + e, b + e, d + e);
+  for (int e = 0; e < 4; ++e) ScalePairInv(a + e, d + e);
+  Rotate1Inv(c[0], c[2]);
+  Rotate1Inv(c[1], c[3]);
+  Rotate1Inv(b[0], b[1]);
+  Rotate1Inv(b[2], b[3]);
+  RotateOddOddInv(d + 0, d + 1, d + 2, d + 3);
+  for (int e = 0; e < 4; ++e) ButterflyInv(a + e, c + e, b + e, d + e);
+  std::memcpy(q0, a, sizeof a);
+  std::memcpy(q1, b, sizeof b);
+  std::memcpy(q2, c, sizeof c);
+  std::memcpy(q3, d, sizeof d);
 }
 
 void CornerDCInv(P p0, P p1) {
@@ -247,32 +259,92 @@ ForwardRows::ForwardRows(int mbw, int mbh, int overlap, int chroma)
       overlap_(overlap),
       chroma_(chroma),
       rowLen_(ptrdiff_t(mbw) * (chroma == 420 ? 64 : chroma == 422 ? 128 : 256)),
-      stepsPerRow_(ptrdiff_t(mbw + 1) * 64),
-      steps_(size_t(2 * stepsPerRow_)),
-      at_(size_t(2 * (mbw + 2))),
-      rows_(chroma ? new int32_t[size_t(2 * rowLen_)] : nullptr) {}
+      rows_(chroma ? new int32_t[size_t(2 * rowLen_)] : nullptr) {
+  for (Pending& p : pending_) {
+    p.filters.reserve(size_t(mbw + 1) * 16);
+    p.dc.reserve(size_t(mbw + 1) * 12);
+    p.blocks.reserve(size_t(mbw + 1) * 16);
+    p.filtersAt.resize(size_t(mbw + 2));
+    p.dcAt.resize(size_t(mbw + 2));
+    p.blocksAt.resize(size_t(mbw + 2));
+  }
+}
 
-// The steps of corner (x, y), rows y - 1 and y at `above` and `here`.
-template <class List>
-void ForwardRows::Walk(List& list, int32_t* above, int32_t* here, int x, int y) {
-  list.late = false;
+void ForwardRows::Pending::Clear() {
+  filters.clear();
+  dc.clear();
+  blocks.clear();
+}
+
+void ForwardRows::Pending::Mark(int x) {
+  filtersAt[size_t(x)] = int(filters.size());
+  dcAt[size_t(x)] = int(dc.size());
+  blocksAt[size_t(x)] = int(blocks.size());
+}
+
+namespace {
+
+// Takes the steps of one corner as the walk hands them out: first-level
+// filters lying wholly in `upper` are undone at once, the others kept for
+// the next call; block transforms and second-level steps kept.  Chroma
+// walks address a stand-in pair of rows at `base`, moved onto the rows in
+// use.
+template <class Pending>
+struct RowSteps {
+  Pending& to;
+  const int32_t* upper;
+  ptrdiff_t rowLen;
+  const int32_t* base;  // null: the walk's pointers are the rows'
+  P above;
+  P here;
+  bool late = false;  // past the corner's block transforms
+
+  P M(P p) const {
+    if (!base) return p;
+    const ptrdiff_t at = p - base;
+    return at < rowLen ? above + at : here + (at - rowLen);
+  }
+  bool Upper(const int32_t* p) const { return p >= upper && p < upper + rowLen; }
+  void Filter(Step s) {
+    if (!late) {
+      to.dc.push_back(s);
+    } else if (Upper(s.p[0]) && Upper(s.p[1]) && Upper(s.p[2]) && Upper(s.p[3])) {
+      Undo(s);
+    } else {
+      to.filters.push_back(s);
+    }
+  }
+  void Edge(P a, P b, P c, P d) { Filter({Step::kEdge, {M(a), M(b), M(c), M(d)}, late}); }
+  void Window(P q0, P q1, P q2, P q3) { Filter({Step::kWindow, {M(q0), M(q1), M(q2), M(q3)}, late}); }
+  void CornerDC(P p0, P p1) { to.dc.push_back({Step::kCornerDC, {p0, p1, nullptr, nullptr}, false}); }
+  void Block(P p) {
+    late = true;
+    to.blocks.push_back(M(p));
+  }
+  void Post2(P a, P b) { to.dc.push_back({Step::kPost2, {M(a), M(b), nullptr, nullptr}, false}); }
+  void Post2x2(P a, P b, P c, P d) { to.dc.push_back({Step::kPost2x2, {M(a), M(b), M(c), M(d)}, false}); }
+  void SubDC(P a, P b) { to.dc.push_back({Step::kSub, {M(a), M(b), nullptr, nullptr}, false}); }
+  void AddDC(P a, P b) { to.dc.push_back({Step::kAdd, {M(a), M(b), nullptr, nullptr}, false}); }
+  static void DropDC(P) {}
+};
+
+}  // namespace
+
+// The steps of corner (x, y), rows y - 1 and y at `above` and `here`,
+// into `to` (the filters wholly in row y - 1 undone).
+void ForwardRows::Walk(Pending& to, int32_t* above, int32_t* here, int x, int y) {
+  to.Mark(x);
   if (!chroma_) {
-    WalkCornerRows(list, above, here, mbw_, mbh_, overlap_, true, x, y);
+    RowSteps<Pending> v{to, above, rowLen_, nullptr, above, here};
+    WalkCornerRows(v, above, here, mbw_, mbh_, overlap_, true, x, y);
     return;
   }
   // the walk's channel has row y - 1 at rows_ and row y right after it
   int32_t* const base = rows_.get();
-  const int first = list.n;
   int32_t* channel = reinterpret_cast<int32_t*>(reinterpret_cast<uintptr_t>(base) -
                                                 uintptr_t((ptrdiff_t(y) - 1) * rowLen_ * ptrdiff_t(sizeof(int32_t))));
-  WalkChromaCorner(list, channel, mbw_, mbh_, chroma_ == 420, overlap_, true, x, y);
-  for (int i = first; i < list.n; ++i) {
-    for (P& p : list.out[i].p) {
-      if (!p) continue;
-      const ptrdiff_t at = p - base;
-      p = at < rowLen_ ? above + at : here + (at - rowLen_);
-    }
-  }
+  RowSteps<Pending> v{to, above, rowLen_, base, above, here};
+  WalkChromaCorner(v, channel, mbw_, mbh_, chroma_ == 420, overlap_, true, x, y);
 }
 
 // Every overlap filter of the first level covers samples no other one
@@ -286,56 +358,31 @@ void ForwardRows::Walk(List& list, int32_t* above, int32_t* here, int x, int y) 
 // block transforms of corner x - 1 (whose filters are all undone by then)
 // and the DC steps of corner x - 2 (whose blocks are all transformed).
 void ForwardRows::Row(int32_t* above, int32_t* here, int32_t* next, int y) {
-  Step* const cur = steps_.data() + (y & 1) * stepsPerRow_;
-  Step* const nxt = steps_.data() + ((y + 1) & 1) * stepsPerRow_;
-  int* const curAt = at_.data() + (y & 1) * (mbw_ + 2);
-  int* const nxtAt = at_.data() + ((y + 1) & 1) * (mbw_ + 2);
+  Pending& cur = pending_[y & 1];
+  Pending& nxt = pending_[(y + 1) & 1];
   // corner row y was listed by the previous call, where its rows were
-  // `here` and `next`
+  // `here` and `next`; the first one's filters all lie in row 0
   if (y == 0) {
-    StepList first{cur};
-    for (int x = 0; x <= mbw_; ++x) {
-      curAt[x] = first.n;
-      Walk(first, above, here, x, 0);
-    }
-    curAt[mbw_ + 1] = first.n;
+    cur.Clear();
+    for (int x = 0; x <= mbw_; ++x) Walk(cur, here, here, x, 0);
+    cur.Mark(mbw_ + 1);
   }
-  const ptrdiff_t rowLen = rowLen_;
-  auto within = [rowLen](const Step& s, const int32_t* row) {
-    for (P p : s.p) {
-      if (p && !(p >= row && p < row + rowLen)) return false;
-    }
-    return true;
-  };
-  StepList list{nxt};
+  nxt.Clear();
   BlockBatch blocks;
   for (int x = 0; x <= mbw_ + 2; ++x) {
     if (x <= mbw_) {
-      // filters wholly in row y - 1 were undone by the previous call
-      for (int i = curAt[x + 1] - 1; i >= curAt[x]; --i) {
-        if (cur[i].late && (y == 0 || !within(cur[i], above))) Undo(cur[i]);
-      }
-      if (y < mbh_) {
-        nxtAt[x] = list.n;
-        Walk(list, here, next, x, y + 1);
-        for (int i = list.n - 1; i >= nxtAt[x]; --i) {
-          if (nxt[i].late && within(nxt[i], here)) Undo(nxt[i]);
-        }
-      }
+      for (int i = cur.filtersAt[size_t(x)]; i < cur.filtersAt[size_t(x + 1)]; ++i) Undo(cur.filters[size_t(i)]);
+      if (y < mbh_) Walk(nxt, here, next, x, y + 1);
     }
     if (x >= 1 && x <= mbw_ + 1) {
-      for (int i = curAt[x - 1]; i < curAt[x]; ++i) {
-        if (cur[i].kind == Step::kBlock) blocks.Add(cur[i].p[0]);
-      }
+      for (int i = cur.blocksAt[size_t(x - 1)]; i < cur.blocksAt[size_t(x)]; ++i) blocks.Add(cur.blocks[size_t(i)]);
       blocks.Flush();
     }
     if (x >= 2) {
-      for (int i = curAt[x - 1] - 1; i >= curAt[x - 2]; --i) {
-        if (!cur[i].late && cur[i].kind != Step::kBlock) Undo(cur[i]);
-      }
+      for (int i = cur.dcAt[size_t(x - 1)] - 1; i >= cur.dcAt[size_t(x - 2)]; --i) Undo(cur.dc[size_t(i)]);
     }
   }
-  nxtAt[mbw_ + 1] = list.n;
+  if (y < mbh_) nxt.Mark(mbw_ + 1);
 }
 
 void ForwardTransformChroma(int32_t* channel, int mbw, int mbh, bool is420, int overlap) {

@@ -46,14 +46,20 @@ class ForwardRows {
   void Row(int32_t* above, int32_t* here, int32_t* next, int y);
 
  private:
-  template <class List>
-  void Walk(List& list, int32_t* above, int32_t* here, int x, int y);
+  // What is left to undo of a corner row, corner by corner (the steps of
+  // corner x from at[x] to at[x + 1]): first-level filters reaching into
+  // its lower macroblock row, block transforms, second-level steps.
+  struct Pending {
+    std::vector<PrefilterStep> filters, dc;
+    std::vector<int32_t*> blocks;
+    std::vector<int> filtersAt, dcAt, blocksAt;
+    void Clear();
+    void Mark(int x);
+  };
+  void Walk(Pending& to, int32_t* above, int32_t* here, int x, int y);
   int mbw_, mbh_, overlap_, chroma_;
   ptrdiff_t rowLen_;
-  // the steps of two corner rows, this call's and the next one's
-  ptrdiff_t stepsPerRow_;
-  std::vector<PrefilterStep> steps_;
-  std::vector<int> at_;  // where each corner's steps start, per list
+  Pending pending_[2];  // this call's corner row and the next one
   // chroma: two rows the shared walk addresses as a whole channel; the
   // steps it lists there are moved onto the rows in use
   std::unique_ptr<int32_t[]> rows_;
