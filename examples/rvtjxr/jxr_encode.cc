@@ -145,6 +145,8 @@ class Encoder {
   };
   void ConvertRow(int y, int32_t* ly, int32_t* lu, int32_t* lv) const;
   void LoadRow(int my);
+  template <int cn>
+  void LoadRowOf(int my);
   void LoadSubsampled(int end);
   void Quantize(int mx, int my, int32_t* out);
   bool CodeRow(int my, std::vector<std::vector<Stream>>& packets, std::string* error);
@@ -253,43 +255,52 @@ void Encoder::ConvertRow(int y, int32_t* ly, int32_t* lu, int32_t* lv) const {
 // padding is the converted last column and row), macroblock by
 // macroblock so that each macroblock's lines are written while in cache.
 void Encoder::LoadRow(int my) {
+  if (pic_.channels == 1) LoadRowOf<1>(my);
+  else LoadRowOf<3>(my);
+}
+
+template <int cn>
+void Encoder::LoadRowOf(int my) {
   const int shift = scaled_ ? 3 : 0;
   const int32_t mid = int32_t(1) << (pic_.bits - 1);
-  const int cn = pic_.channels, w = pic_.width;
-  // where pixel (x, y) of a macroblock sits in it
-  static const auto kAt = [] {
-    std::array<std::array<uint8_t, 16>, 16> at{};
-    for (int y = 0; y < 16; ++y) {
-      for (int x = 0; x < 16; ++x) at[size_t(y)][size_t(x)] = uint8_t(PixelAt(x, y, 1));
-    }
-    return at;
-  }();
+  const int w = pic_.width;
   const uint16_t* rows[16];
   for (int r = 0; r < 16; ++r) rows[r] = pic_.samples.data() + size_t(std::min(16 * my + r, pic_.height - 1)) * w * cn;
-  int32_t* mby = Row(0, my);
-  int32_t* mbu = cn > 1 ? Row(1, my) : nullptr;
-  int32_t* mbv = cn > 1 ? Row(2, my) : nullptr;
-  for (int mx = 0; mx < mbw_; ++mx, mby += 256, mbu += cn > 1 ? 256 : 0, mbv += cn > 1 ? 256 : 0) {
+  int32_t* const out[3] = {Row(0, my), cn > 1 ? Row(1, my) : nullptr, cn > 1 ? Row(2, my) : nullptr};
+  int xs[16];
+  for (int mx = 0; mx < mbw_; ++mx) {
     const int x0 = 16 * mx;
-    int xs[16];
+    const bool inside = x0 + 16 <= w;
     for (int k = 0; k < 16; ++k) xs[k] = std::min(x0 + k, w - 1);
     for (int r = 0; r < 16; ++r) {
-      const std::array<uint8_t, 16>& at = kAt[size_t(r)];
       const uint16_t* src = rows[r];
-      if (cn == 1) {
-        for (int k = 0; k < 16; ++k) mby[at[size_t(k)]] = (int32_t(src[xs[k]]) - mid) * (1 << shift);
-        continue;
-      }
-      for (int k = 0; k < 16; ++k) {
-        const uint16_t* s = src + 3 * xs[k];
-        const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
-                      b1 = int32_t(s[2]) * (1 << shift);
-        const int32_t b0 = b1 - r1;
-        const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
-        const int32_t g0 = g1 + (r0 >> 1);
-        mby[at[size_t(k)]] = g0 - mid * (1 << shift);
-        mbu[at[size_t(k)]] = -r0;
-        mbv[at[size_t(k)]] = b0;
+      // the four pixels of a block row sit at a, a + 1, a + 5, a + 4
+      const size_t at = size_t(mx) * 256 + size_t(r >> 2) * 16 + kInBlock[r & 3][0];
+      for (int bx = 0; bx < 4; ++bx) {
+        int32_t v[3][4];
+        for (int k = 0; k < 4; ++k) {
+          const int x = inside ? x0 + 4 * bx + k : xs[4 * bx + k];
+          if constexpr (cn == 1) {
+            v[0][k] = (int32_t(src[x]) - mid) * (1 << shift);
+            continue;
+          }
+          const uint16_t* s = src + 3 * x;
+          const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
+                        b1 = int32_t(s[2]) * (1 << shift);
+          const int32_t b0 = b1 - r1;
+          const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
+          const int32_t g0 = g1 + (r0 >> 1);
+          v[0][k] = g0 - mid * (1 << shift);
+          v[1][k] = -r0;
+          v[2][k] = b0;
+        }
+        for (int c = 0; c < cn; ++c) {
+          int32_t* d = out[c] + at + 64 * bx;
+          d[0] = v[c][0];
+          d[1] = v[c][1];
+          d[5] = v[c][2];
+          d[4] = v[c][3];
+        }
       }
     }
   }
