@@ -185,20 +185,20 @@ class Encoder {
   std::vector<int32_t> lin_;  // a converted pixel row per channel
 };
 
-// Offsets inside a macroblock of the 16 pixels of row y (x & 15).
-std::array<uint16_t, 16> RowOffsets(int y) {
-  std::array<uint16_t, 16> o{};
-  for (int x = 0; x < 16; ++x) o[size_t(x)] = uint16_t(PixelAt(x, y & 15, 1));
-  return o;
-}
-
-// Pixel row y (0..15) of the padded width into a macroblock row of a
-// channel, macroblock by macroblock.
-void ScatterRow(const int32_t* row, int32_t* plane, int y, int mbw) {
-  const std::array<uint16_t, 16> o = RowOffsets(y);
-  int32_t* mb = plane;
-  for (int m = 0; m < mbw; ++m, mb += 256, row += 16) {
-    for (int x = 0; x < 16; ++x) mb[o[size_t(x)]] = row[x];
+// Pixel rows y..y + 3 (y a multiple of 4 below 16), `pw` apart, of the
+// padded width into a macroblock row, block line by block line.
+void ScatterBand(const int32_t* rows, int32_t* plane, int y, int mbw) {
+  const int pw = mbw * 16;
+  for (int r = 0; r < 4; ++r) {
+    const int32_t* row = rows + size_t(r) * pw;
+    // the four pixels of a block row sit at a, a + 1, a + 5, a + 4
+    int32_t* d = plane + (y >> 2) * 16 + kInBlock[r][0];
+    for (int b = 0; b < mbw * 4; ++b, d += 64, row += 4) {
+      d[0] = row[0];
+      d[1] = row[1];
+      d[5] = row[2];
+      d[4] = row[3];
+    }
   }
 }
 
@@ -331,12 +331,13 @@ void Encoder::LoadSubsampled(int end) {
     }
     ScatterChromaRow(v, Row(c + 1, q ? y >> 3 : y >> 4), y, mbw_, q);
   };
-  int32_t* ly = lin_.data() + 2;
-  int32_t* lu = ly + pw + 4;
+  int32_t* lu = lin_.data() + 2;
   int32_t* lv = lu + pw + 4;
   for (int y = loaded_; y < end; ++y) {
+    // luma goes in bands of four rows, whole block lines at a time
+    int32_t* ly = lv + pw + 4 + size_t(y & 3) * pw;
     ConvertRow(y, ly, lu, lv);
-    ScatterRow(ly, Row(0, y >> 4), y & 15, mbw_);
+    if ((y & 3) == 3) ScatterBand(ly - 3 * pw, Row(0, y >> 4), y & 12, mbw_);
     int32_t* rows[2] = {lu, lv};
     for (int c = 0; c < 2; ++c) {
       int32_t* r = rows[c];
@@ -675,8 +676,9 @@ bool Encoder::Run(std::vector<uint8_t>* out, std::string* error) {
   for (auto& bands : packets) bands.resize(size_t(nb));
 
   const int pw = mbw_ * 16;
-  // rows with two mirrored samples before and after, for the chroma filter
-  lin_.assign(size_t(pw + 4) * 3, 0);
+  // rows with two mirrored samples before and after, for the chroma
+  // filter, and 4:2:x luma's band of four
+  lin_.assign(size_t(pw + 4) * 3 + size_t(pw) * 4, 0);
   // Macroblock row by row: the pixels of row my in, the forward transform
   // as far as they allow, then row my - 1 coded.  4:2:0 chroma rows lag a
   // pixel row, so 4:2:x images load a row ahead into a third slot.
