@@ -150,6 +150,7 @@ class BlockBatch {
     pending_[n_++] = p;
     if (n_ == kMax) Flush();
   }
+  int Size() const { return n_; }
   void Flush() {
     if (n_ == 0) return;
     const int w = 4 * n_;
@@ -356,7 +357,8 @@ void ForwardRows::Walk(Pending& to, int32_t* above, int32_t* here, int x, int y)
 // cache: corner x's filters that reach into row y, those of corner
 // (x, y + 1) lying wholly in row y (they cover row y's upper blocks), the
 // block transforms of corner x - 1 (whose filters are all undone by then)
-// and the DC steps of corner x - 2 (whose blocks are all transformed).
+// and the DC steps of corner x - 2 (whose blocks are all transformed), or
+// later ones.
 void ForwardRows::Row(int32_t* above, int32_t* here, int32_t* next, int y) {
   Pending& cur = pending_[y & 1];
   Pending& nxt = pending_[(y + 1) & 1];
@@ -369,17 +371,23 @@ void ForwardRows::Row(int32_t* above, int32_t* here, int32_t* next, int y) {
   }
   nxt.Clear();
   BlockBatch blocks;
-  for (int x = 0; x <= mbw_ + 2; ++x) {
+  // the DC steps of corners before dcFrom are done; a batch is run once
+  // it holds 16 blocks (a vector group or two), the small chroma corners
+  // gathered over a few corners
+  int dcFrom = 0;
+  for (int x = 0; x <= mbw_ + 1; ++x) {
     if (x <= mbw_) {
       for (int i = cur.filtersAt[size_t(x)]; i < cur.filtersAt[size_t(x + 1)]; ++i) Undo(cur.filters[size_t(i)]);
       if (y < mbh_) Walk(nxt, here, next, x, y + 1);
     }
-    if (x >= 1 && x <= mbw_ + 1) {
+    if (x >= 1) {
       for (int i = cur.blocksAt[size_t(x - 1)]; i < cur.blocksAt[size_t(x)]; ++i) blocks.Add(cur.blocks[size_t(i)]);
+      if (blocks.Size() < 16 && x <= mbw_) continue;
       blocks.Flush();
-    }
-    if (x >= 2) {
-      for (int i = cur.dcAt[size_t(x - 1)] - 1; i >= cur.dcAt[size_t(x - 2)]; --i) Undo(cur.dc[size_t(i)]);
+      // blocks of corners up to x - 1 transformed: DC steps up to x - 2
+      for (; dcFrom <= x - 2 || (x > mbw_ && dcFrom <= mbw_); ++dcFrom) {
+        for (int i = cur.dcAt[size_t(dcFrom + 1)] - 1; i >= cur.dcAt[size_t(dcFrom)]; --i) Undo(cur.dc[size_t(i)]);
+      }
     }
   }
   if (y < mbh_) nxt.Mark(mbw_ + 1);
