@@ -1,11 +1,12 @@
 // The rvtjxr encoder: image header, image plane header, index table, tile
 // packets and macroblocks.  Channels are held in the layout of
-// jxr_filters.h, two macroblock rows each: the pixels of row y come in,
-// the forward transform (pre filters and first level) runs as far as they
-// allow, which finishes row y - 1; then every macroblock of row y - 1 gets
-// its second level, quantization, prediction and coefficient coding, in
-// the decoder's order (jxr_decode.cc) so that both sides keep the same
-// adaptive context.  (4:2:x chroma still takes whole planes.)
+// jxr_filters.h, a few macroblock rows each (two; three for 4:2:x, whose
+// chroma runs a pixel row ahead): the pixels of row y come in, the forward
+// transform (pre filters and first level) runs as far as they allow, which
+// finishes row y - 1; then every macroblock of row y - 1 gets its second
+// level, quantization, prediction and coefficient coding, in the decoder's
+// order (jxr_decode.cc) so that both sides keep the same adaptive context.
+// Tiles of a tile row are coded side by side, each with its own context.
 #include "jxr_encode.h"
 
 #include <algorithm>
