@@ -149,6 +149,7 @@ class Encoder {
   template <int cn>
   void LoadRowOf(int my);
   void LoadSubsampled(int end);
+  void SecondLevel(int my);
   void Quantize(int mx, int my, int32_t* out);
   bool CodeRow(int my, std::vector<std::vector<Stream>>& packets, std::string* error);
   bool Macroblock(VLCState_JPEGXR* st, int mx, int my, int x0, int y0, int tileWidth, std::vector<Stream>& bands,
@@ -184,6 +185,7 @@ class Encoder {
   int32_t stateSize_ = 0;
   std::vector<TileCoder> coders_;
   std::vector<int32_t> lin_;  // a converted pixel row per channel
+  std::vector<int32_t> dcs_;  // a macroblock row's block DCs, 4 rows a channel
 };
 
 // Pixel rows y..y + 3 (y a multiple of 4 below 16), `pw` apart, of the
@@ -356,21 +358,42 @@ void Encoder::LoadSubsampled(int end) {
   loaded_ = std::max(loaded_, end);
 }
 
-// Macroblock (mx, my)'s second level over its block DCs and the
-// quantization of its DC and LP coefficients into o (16 per channel); the
-// coder quantizes the HP ones as it gathers them.
+// Macroblock (mx, my)'s second level over its block DCs (4:2:x chroma;
+// the others' ran for the whole row) and the quantization of its DC and LP
+// coefficients into o (16 per channel); the coder quantizes the HP ones as
+// it gathers them.
+void Encoder::SecondLevel(int my) {
+  const size_t w = size_t(mbw_) * 4;
+  for (int ch = 0; ch < nc_; ++ch) {
+    if (BlocksWide(ch) != 4) continue;
+    // the 4x4 block DCs of every macroblock side by side, one call
+    int32_t* to = dcs_.data() + size_t(ch) * 4 * w;
+    const bool half = scaled_ && ch > 0;
+    for (int mx = 0; mx < mbw_; ++mx) {
+      for (int b = 0; b < 16; ++b) {
+        const int32_t v = Block(ch, mx, my, b % 4, b / 4)[0];
+        to[size_t(b / 4) * w + size_t(mx) * 4 + size_t(b % 4)] = half ? (v + 1) >> 1 : v;
+      }
+    }
+    rvtiPCTFwd_JPEGXR_32s_C1IR(to, int32_t(w * sizeof(int32_t)), {int32_t(w), 4});
+  }
+}
+
 void Encoder::Quantize(int mx, int my, int32_t* out) {
   for (int ch = 0; ch < nc_; ++ch) {
     const int bw = BlocksWide(ch), nb = bw * BlocksHigh(ch);
     int32_t d[16];
-    for (int b = 0; b < nb; ++b) {
-      const int32_t v = Block(ch, mx, my, b % bw, b / bw)[0];
-      // chroma block DCs carry one bit less under scaled arithmetic
-      d[b] = (scaled_ && ch > 0) ? (v + 1) >> 1 : v;
-    }
     if (nb == 16) {
-      rvtiPCTFwd_JPEGXR_32s_C1IR(d, 16, {4, 4});
+      // done for the whole row (SecondLevel)
+      const size_t w = size_t(mbw_) * 4;
+      const int32_t* from = dcs_.data() + size_t(ch) * 4 * w + size_t(mx) * 4;
+      for (int r = 0; r < 4; ++r) std::memcpy(d + 4 * r, from + size_t(r) * w, 4 * sizeof(int32_t));
     } else {
+      for (int b = 0; b < nb; ++b) {
+        // chroma block DCs carry one bit less under scaled arithmetic
+        const int32_t v = Block(ch, mx, my, b % bw, b / bw)[0];
+        d[b] = scaled_ ? (v + 1) >> 1 : v;
+      }
       // the chroma second level: the decoder's 2x2 butterflies undone,
       // then (4:2:2) the lifting pair between the halves' DCs
       ButterflyInv2x2(d[0], d[1], d[2], d[3]);
@@ -564,6 +587,7 @@ bool Encoder::CodeRow(int my, std::vector<std::vector<Stream>>& packets, std::st
   const int ty = int(std::upper_bound(tileY_.begin(), tileY_.end(), my) - tileY_.begin()) - 1;
   const int y0 = tileY_[size_t(ty)];
   const int y1 = size_t(ty + 1) < tileY_.size() ? tileY_[size_t(ty + 1)] : mbh_;
+  SecondLevel(my);
   for (int tx = 0; tx < cols; ++tx) {
     TileCoder& tc = coders_[size_t(tx)];
     auto* st = reinterpret_cast<VLCState_JPEGXR*>(tc.state.data());
@@ -680,6 +704,7 @@ bool Encoder::Run(std::vector<uint8_t>* out, std::string* error) {
   // rows with two mirrored samples before and after, for the chroma
   // filter, and 4:2:x luma's band of four
   lin_.assign(size_t(pw + 4) * 3 + size_t(pw) * 4, 0);
+  dcs_.assign(size_t(nc_) * 4 * size_t(pw / 4), 0);
   // Macroblock row by row: the pixels of row my in, the forward transform
   // as far as they allow, then row my - 1 coded.  4:2:0 chroma rows lag a
   // pixel row, so 4:2:x images load a row ahead into a third slot.
