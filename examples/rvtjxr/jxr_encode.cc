@@ -149,7 +149,7 @@ class Encoder {
   template <int cn>
   void LoadRowOf(int my);
   void LoadSubsampled(int end);
-  void SecondLevel(int my);
+  void SecondLevel(int my, int from, int to);
   void Quantize(int mx, int my, int32_t* out);
   bool CodeRow(int my, std::vector<std::vector<Stream>>& packets, std::string* error);
   bool Macroblock(VLCState_JPEGXR* st, int mx, int my, int x0, int y0, int tileWidth, std::vector<Stream>& bands,
@@ -186,6 +186,7 @@ class Encoder {
   std::vector<TileCoder> coders_;
   std::vector<int32_t> lin_;  // a converted pixel row per channel
   std::vector<int32_t> dcs_;  // a macroblock row's block DCs, 4 rows a channel
+  int dcsFrom_ = 0, dcsTo_ = 0;  // the macroblocks of dcs_ done
 };
 
 // Pixel rows y..y + 3 (y a multiple of 4 below 16), `pw` apart, of the
@@ -358,33 +359,37 @@ void Encoder::LoadSubsampled(int end) {
   loaded_ = std::max(loaded_, end);
 }
 
-// Macroblock (mx, my)'s second level over its block DCs (4:2:x chroma;
-// the others' ran for the whole row) and the quantization of its DC and LP
-// coefficients into o (16 per channel); the coder quantizes the HP ones as
-// it gathers them.
-void Encoder::SecondLevel(int my) {
+// The second level of macroblocks [from, to) of row my, grey and 4:4:4
+// channels: their 4x4 block DCs side by side, one library call.
+void Encoder::SecondLevel(int my, int from, int to) {
   const size_t w = size_t(mbw_) * 4;
   for (int ch = 0; ch < nc_; ++ch) {
     if (BlocksWide(ch) != 4) continue;
-    // the 4x4 block DCs of every macroblock side by side, one call
-    int32_t* to = dcs_.data() + size_t(ch) * 4 * w;
+    int32_t* d = dcs_.data() + size_t(ch) * 4 * w;
     const bool half = scaled_ && ch > 0;
-    for (int mx = 0; mx < mbw_; ++mx) {
+    for (int mx = from; mx < to; ++mx) {
       for (int b = 0; b < 16; ++b) {
         const int32_t v = Block(ch, mx, my, b % 4, b / 4)[0];
-        to[size_t(b / 4) * w + size_t(mx) * 4 + size_t(b % 4)] = half ? (v + 1) >> 1 : v;
+        d[size_t(b / 4) * w + size_t(mx) * 4 + size_t(b % 4)] = half ? (v + 1) >> 1 : v;
       }
     }
-    rvtiPCTFwd_JPEGXR_32s_C1IR(to, int32_t(w * sizeof(int32_t)), {int32_t(w), 4});
+    rvtiPCTFwd_JPEGXR_32s_C1IR(d + size_t(from) * 4, int32_t(w * sizeof(int32_t)), {4 * (to - from), 4});
   }
+  dcsFrom_ = from;
+  dcsTo_ = to;
 }
 
+// Macroblock (mx, my)'s second level over its block DCs (4:2:x chroma;
+// the others' run for 4 macroblocks at a time) and the quantization of its
+// DC and LP coefficients into o (16 per channel); the coder quantizes the
+// HP ones as it gathers them.
 void Encoder::Quantize(int mx, int my, int32_t* out) {
   for (int ch = 0; ch < nc_; ++ch) {
     const int bw = BlocksWide(ch), nb = bw * BlocksHigh(ch);
     int32_t d[16];
     if (nb == 16) {
-      // done for the whole row (SecondLevel)
+      // done for 4 macroblocks at a time, while they are in cache
+      if (ch == 0 && (mx < dcsFrom_ || mx >= dcsTo_)) SecondLevel(my, mx, std::min(mx + 4, mbw_));
       const size_t w = size_t(mbw_) * 4;
       const int32_t* from = dcs_.data() + size_t(ch) * 4 * w + size_t(mx) * 4;
       for (int r = 0; r < 4; ++r) std::memcpy(d + 4 * r, from + size_t(r) * w, 4 * sizeof(int32_t));
@@ -587,7 +592,7 @@ bool Encoder::CodeRow(int my, std::vector<std::vector<Stream>>& packets, std::st
   const int ty = int(std::upper_bound(tileY_.begin(), tileY_.end(), my) - tileY_.begin()) - 1;
   const int y0 = tileY_[size_t(ty)];
   const int y1 = size_t(ty + 1) < tileY_.size() ? tileY_[size_t(ty + 1)] : mbh_;
-  SecondLevel(my);
+  dcsFrom_ = dcsTo_ = 0;
   for (int tx = 0; tx < cols; ++tx) {
     TileCoder& tc = coders_[size_t(tx)];
     auto* st = reinterpret_cast<VLCState_JPEGXR*>(tc.state.data());
