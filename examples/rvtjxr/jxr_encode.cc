@@ -1,10 +1,12 @@
 // The rvtjxr encoder: image header, image plane header, index table, tile
-// packets and macroblocks.  Each channel is held in a plane of the padded
-// image size in the layout of jxr_filters.h; the whole plane gets the
-// forward transform (pre filters and first level) at once, then every
-// macroblock its second level, quantization, prediction and coefficient
-// coding, in the decoder's order (jxr_decode.cc) so that both sides keep
-// the same adaptive context.
+// packets and macroblocks.  Channels are held in the layout of
+// jxr_filters.h, a few macroblock rows each (two; three for 4:2:x, whose
+// chroma runs a pixel row ahead): the pixels of row y come in, the forward
+// transform (pre filters and first level) runs as far as they allow, which
+// finishes row y - 1; then every macroblock of row y - 1 gets its second
+// level, quantization, prediction and coefficient coding, in the decoder's
+// order (jxr_decode.cc) so that both sides keep the same adaptive context.
+// Tiles of a tile row are coded side by side, each with its own context.
 #include "jxr_encode.h"
 
 #include <algorithm>
@@ -34,6 +36,12 @@ void ButterflyInv2x2(int32_t& a0, int32_t& b0, int32_t& c0, int32_t& d0) {
   d0 = d;
 }
 
+
+// Where coefficient k (4 row + column) of a block sits in the layout.
+constexpr uint8_t kRaster[16] = {kInBlock[0][0], kInBlock[0][1], kInBlock[0][2], kInBlock[0][3],
+                                 kInBlock[1][0], kInBlock[1][1], kInBlock[1][2], kInBlock[1][3],
+                                 kInBlock[2][0], kInBlock[2][1], kInBlock[2][2], kInBlock[2][3],
+                                 kInBlock[3][0], kInBlock[3][1], kInBlock[3][2], kInBlock[3][3]};
 
 // Header fields, most significant bit first.
 struct BitWriter {
@@ -75,11 +83,14 @@ struct Quantizer {
   Quantizer(int32_t s, bool nearest)
       : step(uint32_t(s)), bias(uint32_t(nearest ? s >> 1 : (s * 3 + 1) >> 3)), inv(~uint64_t(0) / uint32_t(s) + 1) {}
   // (step 1 leaves values as they are and never uses inv)
+  // (the sign is taken off and put back without a branch: coefficient
+  // signs are as good as random)
   int32_t operator()(int32_t v) const {
     if (step == 1) return v;
-    const uint64_t n = uint64_t(v < 0 ? 0u - uint32_t(v) : uint32_t(v)) + bias;
+    const uint32_t sign = uint32_t(v >> 31);
+    const uint64_t n = uint64_t((uint32_t(v) ^ sign) - sign) + bias;
     const uint32_t m = n >> 32 ? uint32_t(n / step) : uint32_t((static_cast<unsigned __int128>(inv) * n) >> 64);
-    return int32_t(v < 0 ? 0u - m : m);
+    return int32_t((m ^ sign) - sign);
   }
 };
 
@@ -128,20 +139,31 @@ class Encoder {
   bool Run(std::vector<uint8_t>* out, std::string* error);
 
  private:
-  void LoadPlanes();
-  void Transform();
+  // The coder of one tile column in the current tile row.
+  struct TileCoder {
+    std::vector<uint8_t> state;
+    std::vector<PredInfo> row, prev;
+  };
+  void ConvertRow(int y, int32_t* ly, int32_t* lu, int32_t* lv) const;
+  void LoadRow(int my);
+  template <int cn>
+  void LoadRowOf(int my);
+  void LoadSubsampled(int end);
+  void SecondLevel(int my, int from, int to);
   void Quantize(int mx, int my, int32_t* out);
-  bool Tile(int tx, int ty, std::vector<Stream>& bands, std::string* error);
-  bool Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vector<Stream>& bands,
+  bool CodeRow(int my, std::vector<std::vector<Stream>>& packets, std::string* error);
+  bool Macroblock(VLCState_JPEGXR* st, int mx, int my, int x0, int y0, int tileWidth, std::vector<Stream>& bands,
                   std::vector<PredInfo>& row, std::vector<PredInfo>& prev, std::string* error);
+  // Macroblock row my of channel c, in a ring of slots_ rows.
+  int32_t* Row(int c, int my) { return planes_[size_t(c)].data() + size_t(my % slots_) * rowLen_[size_t(c)]; }
   // Block (bx, by) of macroblock (mx, my); 4:2:0 chroma macroblocks hold
   // 2x2 blocks, 4:2:2 ones 2x4 (the layout of jxr_filters.h).
   int32_t* Block(int c, int mx, int my, int bx, int by) {
     if (c > 0 && sub_) {
       const bool q = format_ == k420;
-      return planes_[size_t(c)].data() + (size_t(my) * mbw_ + mx) * (q ? 64 : 128) + 16 * ((q ? 2 : 4) * bx + by);
+      return Row(c, my) + size_t(mx) * (q ? 64 : 128) + 16 * ((q ? 2 : 4) * bx + by);
     }
-    return planes_[size_t(c)].data() + (size_t(my) * mbw_ + mx) * 256 + 16 * (4 * bx + by);
+    return Row(c, my) + size_t(mx) * 256 + 16 * (4 * bx + by);
   }
   int BlocksWide(int ch) const { return sub_ && ch > 0 ? 2 : 4; }
   int BlocksHigh(int ch) const { return sub_ && ch > 0 && format_ == k420 ? 2 : 4; }
@@ -151,36 +173,46 @@ class Encoder {
   int format_ = kYOnly, nc_ = 1, index_ = 0;
   bool scaled_ = false;
   bool sub_ = false;  // 4:2:0 or 4:2:2
+  int slots_ = 2;  // rows kept: 3 when 4:2:x chroma runs a pixel row ahead
+  std::array<size_t, 3> rowLen_{};
+  int loaded_ = 0;  // pixel rows converted so far (4:2:x)
+  std::vector<int32_t> ring_, line_;  // 4:2:x chroma down-sampling
   int mbw_ = 0, mbh_ = 0;
   std::vector<int> tileX_, tileY_;
   std::vector<Plane> planes_;
   std::array<int32_t, 16> dcStep_{}, lpStep_{}, hpStep_{};
   std::array<Quantizer, 16> dcQ_{}, lpQ_{}, hpQ_{};
-  std::vector<uint8_t> state_;
+  int32_t stateSize_ = 0;
+  std::vector<TileCoder> coders_;
+  std::vector<int32_t> lin_;  // a converted pixel row per channel
+  std::vector<int32_t> dcs_;  // a macroblock row's block DCs, 4 rows a channel
+  int dcsFrom_ = 0, dcsTo_ = 0;  // the macroblocks of dcs_ done
 };
 
-// Offsets inside a macroblock of the 16 pixels of row y (x & 15).
-std::array<uint16_t, 16> RowOffsets(int y) {
-  std::array<uint16_t, 16> o{};
-  for (int x = 0; x < 16; ++x) o[size_t(x)] = uint16_t(PixelAt(x, y & 15, 1));
-  return o;
-}
-
-// A row of the padded width into a channel, macroblock by macroblock.
-void ScatterRow(const int32_t* row, int32_t* plane, int y, int mbw) {
-  const std::array<uint16_t, 16> o = RowOffsets(y);
-  int32_t* mb = plane + size_t(y >> 4) * mbw * 256;
-  for (int m = 0; m < mbw; ++m, mb += 256, row += 16) {
-    for (int x = 0; x < 16; ++x) mb[o[size_t(x)]] = row[x];
+// Pixel rows y..y + 3 (y a multiple of 4 below 16), `pw` apart, of the
+// padded width into a macroblock row, block line by block line.
+void ScatterBand(const int32_t* rows, int32_t* plane, int y, int mbw) {
+  const int pw = mbw * 16;
+  for (int r = 0; r < 4; ++r) {
+    const int32_t* row = rows + size_t(r) * pw;
+    // the four pixels of a block row sit at a, a + 1, a + 5, a + 4
+    int32_t* d = plane + (y >> 2) * 16 + kInBlock[r][0];
+    for (int b = 0; b < mbw * 4; ++b, d += 64, row += 4) {
+      d[0] = row[0];
+      d[1] = row[1];
+      d[5] = row[2];
+      d[4] = row[3];
+    }
   }
 }
 
-// A row of half the padded width into a 4:2:0 or 4:2:2 chroma channel.
+// Chroma row y (0..7 or 0..15) of half the padded width into a 4:2:0 or
+// 4:2:2 macroblock row.
 void ScatterChromaRow(const int32_t* row, int32_t* plane, int y, int mbw, bool q) {
   std::array<uint16_t, 8> o{};
   for (int x = 0; x < 8; ++x) o[size_t(x)] = uint16_t(ChromaAt(x, q ? (y & 7) : (y & 15), 1, q));
-  const int mbRows = q ? 8 : 16, mbSize = q ? 64 : 128;
-  int32_t* mb = plane + size_t(y / mbRows) * mbw * mbSize;
+  const int mbSize = q ? 64 : 128;
+  int32_t* mb = plane;
   for (int m = 0; m < mbw; ++m, mb += mbSize, row += 8) {
     for (int x = 0; x < 8; ++x) mb[o[size_t(x)]] = row[x];
   }
@@ -191,23 +223,104 @@ inline int32_t Taps5(int32_t d0, int32_t d1, int32_t d2, int32_t d3, int32_t d4)
   return (((d1 + d2 + d3) << 2) + (d2 << 1) + d0 + d4 + 8) >> 4;
 }
 
-// Pixels into the planes (edges repeated into the padding), level shifted
-// and, for colour, through the reversible RGB-to-YUV lifting the decoder
-// undoes; lossy images carry three more bits.  Row by row: each padded row
-// is converted once into linear rows, then scattered into the macroblock
-// layout.  4:2:x chroma is down-sampled as jxrlib's encoder does it: a
-// 1 4 6 4 1 filter centred on the even samples, horizontally first
-// (mirrored at the padded row's ends), then (4:2:0) down the half-width
-// rows, mirrored at the padded image's top and bottom; the half-width rows
-// live in a ring of 8, each output row made as soon as its lowest tap is.
-void Encoder::LoadPlanes() {
+// Pixel row y (edges repeated into the padding), level shifted and, for
+// colour, through the reversible RGB-to-YUV lifting the decoder undoes;
+// lossy images carry three more bits.
+void Encoder::ConvertRow(int y, int32_t* ly, int32_t* lu, int32_t* lv) const {
+  const int shift = scaled_ ? 3 : 0;
+  const int32_t mid = int32_t(1) << (pic_.bits - 1);
+  const int cn = pic_.channels, w = pic_.width, pw = mbw_ * 16;
+  const uint16_t* s = pic_.samples.data() + size_t(std::min(y, pic_.height - 1)) * w * cn;
+  if (cn == 1) {
+    for (int x = 0; x < w; ++x) ly[x] = (int32_t(s[x]) - mid) * (1 << shift);
+  } else {
+    for (int x = 0; x < w; ++x, s += 3) {
+      const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
+                    b1 = int32_t(s[2]) * (1 << shift);
+      const int32_t b0 = b1 - r1;
+      const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
+      const int32_t g0 = g1 + (r0 >> 1);
+      ly[x] = g0 - mid * (1 << shift);
+      lu[x] = -r0;
+      lv[x] = b0;
+    }
+  }
+  for (int x = w; x < pw; ++x) {
+    ly[x] = ly[w - 1];
+    if (cn > 1) {
+      lu[x] = lu[w - 1];
+      lv[x] = lv[w - 1];
+    }
+  }
+}
+
+// The pixels of macroblock row my of a grey or 4:4:4 image into its
+// slots, converted as ConvertRow does (which works pixel by pixel, so the
+// padding is the converted last column and row), macroblock by
+// macroblock so that each macroblock's lines are written while in cache.
+void Encoder::LoadRow(int my) {
+  if (pic_.channels == 1) LoadRowOf<1>(my);
+  else LoadRowOf<3>(my);
+}
+
+template <int cn>
+void Encoder::LoadRowOf(int my) {
+  const int shift = scaled_ ? 3 : 0;
+  const int32_t mid = int32_t(1) << (pic_.bits - 1);
+  const int w = pic_.width;
+  const uint16_t* rows[16];
+  for (int r = 0; r < 16; ++r) rows[r] = pic_.samples.data() + size_t(std::min(16 * my + r, pic_.height - 1)) * w * cn;
+  int32_t* const out[3] = {Row(0, my), cn > 1 ? Row(1, my) : nullptr, cn > 1 ? Row(2, my) : nullptr};
+  int xs[16];
+  for (int mx = 0; mx < mbw_; ++mx) {
+    const int x0 = 16 * mx;
+    const bool inside = x0 + 16 <= w;
+    for (int k = 0; k < 16; ++k) xs[k] = std::min(x0 + k, w - 1);
+    for (int r = 0; r < 16; ++r) {
+      const uint16_t* src = rows[r];
+      // the four pixels of a block row sit at a, a + 1, a + 5, a + 4
+      const size_t at = size_t(mx) * 256 + size_t(r >> 2) * 16 + kInBlock[r & 3][0];
+      for (int bx = 0; bx < 4; ++bx) {
+        int32_t v[3][4];
+        for (int k = 0; k < 4; ++k) {
+          const int x = inside ? x0 + 4 * bx + k : xs[4 * bx + k];
+          if constexpr (cn == 1) {
+            v[0][k] = (int32_t(src[x]) - mid) * (1 << shift);
+            continue;
+          }
+          const uint16_t* s = src + 3 * x;
+          const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
+                        b1 = int32_t(s[2]) * (1 << shift);
+          const int32_t b0 = b1 - r1;
+          const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
+          const int32_t g0 = g1 + (r0 >> 1);
+          v[0][k] = g0 - mid * (1 << shift);
+          v[1][k] = -r0;
+          v[2][k] = b0;
+        }
+        for (int c = 0; c < cn; ++c) {
+          int32_t* d = out[c] + at + 64 * bx;
+          d[0] = v[c][0];
+          d[1] = v[c][1];
+          d[5] = v[c][2];
+          d[4] = v[c][3];
+        }
+      }
+    }
+  }
+}
+
+// Pixel rows up to `end` of a 4:2:x image into the rows of the macroblock
+// layout.  Chroma is down-sampled as jxrlib's encoder does it: a 1 4 6 4 1
+// filter centred on the even samples, horizontally first (mirrored at the
+// padded row's ends), then (4:2:0) down the half-width rows, mirrored at
+// the padded image's top and bottom; the half-width rows live in a ring
+// of 8, each output row made as soon as its lowest tap is (4:2:0 chroma
+// rows so lag a pixel row behind).
+void Encoder::LoadSubsampled(int end) {
   const int pw = mbw_ * 16, ph = mbh_ * 16, cw = pw / 2;
   const bool q = format_ == k420;
-  planes_.assign(size_t(nc_), {});
-  planes_[0].resize(size_t(pw) * ph);
-  for (int ch = 1; ch < nc_; ++ch) planes_[size_t(ch)].resize(sub_ ? size_t(mbw_) * mbh_ * (q ? 64 : 128) : size_t(pw) * ph);
-  std::vector<int32_t> ring(sub_ ? size_t(cw) * 16 : 0), line(sub_ ? size_t(cw) : 0);
-  auto half = [&](int c, int y) { return ring.data() + size_t(c * 8 + (y & 7)) * cw; };
+  auto half = [&](int c, int y) { return ring_.data() + size_t(c * 8 + (y & 7)) * cw; };
   auto mirror = [ph](int i) { return i < 0 ? -i : i >= ph ? 2 * (ph - 1) - i : i; };
   // half-width row y (4:2:2) or the filtered row y (4:2:0) of chroma c
   auto emit = [&](int c, int y) {
@@ -215,51 +328,20 @@ void Encoder::LoadPlanes() {
     if (q) {
       const int32_t* r[5];
       for (int k = 0; k < 5; ++k) r[k] = half(c, mirror(2 * y - 2 + k));
-      for (int x = 0; x < cw; ++x) line[size_t(x)] = Taps5(r[0][x], r[1][x], r[2][x], r[3][x], r[4][x]);
-      v = line.data();
+      for (int x = 0; x < cw; ++x) line_[size_t(x)] = Taps5(r[0][x], r[1][x], r[2][x], r[3][x], r[4][x]);
+      v = line_.data();
     } else {
       v = half(c, y);
     }
-    ScatterChromaRow(v, planes_[size_t(c + 1)].data(), y, mbw_, q);
+    ScatterChromaRow(v, Row(c + 1, q ? y >> 3 : y >> 4), y, mbw_, q);
   };
-  const int shift = scaled_ ? 3 : 0;
-  const int32_t mid = int32_t(1) << (pic_.bits - 1);
-  const int cn = pic_.channels, w = pic_.width;
-  // rows with two mirrored samples before and after, for the chroma filter
-  std::vector<int32_t> lin(size_t(pw + 4) * 3);
-  int32_t* ly = lin.data() + 2;
-  int32_t* lu = ly + pw + 4;
+  int32_t* lu = lin_.data() + 2;
   int32_t* lv = lu + pw + 4;
-  for (int y = 0; y < ph; ++y) {
-    const uint16_t* s = pic_.samples.data() + size_t(std::min(y, pic_.height - 1)) * w * cn;
-    if (cn == 1) {
-      for (int x = 0; x < w; ++x) ly[x] = (int32_t(s[x]) - mid) * (1 << shift);
-    } else {
-      for (int x = 0; x < w; ++x, s += 3) {
-        const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
-                      b1 = int32_t(s[2]) * (1 << shift);
-        const int32_t b0 = b1 - r1;
-        const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
-        const int32_t g0 = g1 + (r0 >> 1);
-        ly[x] = g0 - mid * (1 << shift);
-        lu[x] = -r0;
-        lv[x] = b0;
-      }
-    }
-    for (int x = w; x < pw; ++x) {
-      ly[x] = ly[w - 1];
-      if (cn > 1) {
-        lu[x] = lu[w - 1];
-        lv[x] = lv[w - 1];
-      }
-    }
-    ScatterRow(ly, planes_[0].data(), y, mbw_);
-    if (cn == 1) continue;
-    if (!sub_) {
-      ScatterRow(lu, planes_[1].data(), y, mbw_);
-      ScatterRow(lv, planes_[2].data(), y, mbw_);
-      continue;
-    }
+  for (int y = loaded_; y < end; ++y) {
+    // luma goes in bands of four rows, whole block lines at a time
+    int32_t* ly = lv + pw + 4 + size_t(y & 3) * pw;
+    ConvertRow(y, ly, lu, lv);
+    if ((y & 3) == 3) ScatterBand(ly - 3 * pw, Row(0, y >> 4), y & 12, mbw_);
     int32_t* rows[2] = {lu, lv};
     for (int c = 0; c < 2; ++c) {
       int32_t* r = rows[c];
@@ -274,33 +356,49 @@ void Encoder::LoadPlanes() {
       else if (y == ph - 1) emit(c, ph / 2 - 1);              // the last one's mirror
     }
   }
+  loaded_ = std::max(loaded_, end);
 }
 
-// The forward transform of every plane; the second level and the
-// quantization wait for each macroblock's turn in the coder (Quantize).
-void Encoder::Transform() {
+// The second level of macroblocks [from, to) of row my, grey and 4:4:4
+// channels: their 4x4 block DCs side by side, one library call.
+void Encoder::SecondLevel(int my, int from, int to) {
+  const size_t w = size_t(mbw_) * 4;
   for (int ch = 0; ch < nc_; ++ch) {
-    if (sub_ && ch > 0) ForwardTransformChroma(planes_[size_t(ch)].data(), mbw_, mbh_, format_ == k420, opt_.overlap);
-    else ForwardTransform(planes_[size_t(ch)].data(), mbw_, mbh_, opt_.overlap);
+    if (BlocksWide(ch) != 4) continue;
+    int32_t* d = dcs_.data() + size_t(ch) * 4 * w;
+    const bool half = scaled_ && ch > 0;
+    for (int mx = from; mx < to; ++mx) {
+      for (int b = 0; b < 16; ++b) {
+        const int32_t v = Block(ch, mx, my, b % 4, b / 4)[0];
+        d[size_t(b / 4) * w + size_t(mx) * 4 + size_t(b % 4)] = half ? (v + 1) >> 1 : v;
+      }
+    }
+    rvtiPCTFwd_JPEGXR_32s_C1IR(d + size_t(from) * 4, int32_t(w * sizeof(int32_t)), {4 * (to - from), 4});
   }
+  dcsFrom_ = from;
+  dcsTo_ = to;
 }
 
-// Macroblock (mx, my)'s second level over its block DCs and the
-// quantization of all its coefficients: HP in place in the planes, DC and
-// LP into o (16 per channel).  Run just before the macroblock is coded, so
-// its blocks are read and written once while they are in cache.
+// Macroblock (mx, my)'s second level over its block DCs (4:2:x chroma;
+// the others' run for 4 macroblocks at a time) and the quantization of its
+// DC and LP coefficients into o (16 per channel); the coder quantizes the
+// HP ones as it gathers them.
 void Encoder::Quantize(int mx, int my, int32_t* out) {
   for (int ch = 0; ch < nc_; ++ch) {
     const int bw = BlocksWide(ch), nb = bw * BlocksHigh(ch);
     int32_t d[16];
-    for (int b = 0; b < nb; ++b) {
-      const int32_t v = Block(ch, mx, my, b % bw, b / bw)[0];
-      // chroma block DCs carry one bit less under scaled arithmetic
-      d[b] = (scaled_ && ch > 0) ? (v + 1) >> 1 : v;
-    }
     if (nb == 16) {
-      rvtiPCTFwd_JPEGXR_32s_C1IR(d, 16, {4, 4});
+      // done for 4 macroblocks at a time, while they are in cache
+      if (ch == 0 && (mx < dcsFrom_ || mx >= dcsTo_)) SecondLevel(my, mx, std::min(mx + 4, mbw_));
+      const size_t w = size_t(mbw_) * 4;
+      const int32_t* from = dcs_.data() + size_t(ch) * 4 * w + size_t(mx) * 4;
+      for (int r = 0; r < 4; ++r) std::memcpy(d + 4 * r, from + size_t(r) * w, 4 * sizeof(int32_t));
     } else {
+      for (int b = 0; b < nb; ++b) {
+        // chroma block DCs carry one bit less under scaled arithmetic
+        const int32_t v = Block(ch, mx, my, b % bw, b / bw)[0];
+        d[b] = scaled_ ? (v + 1) >> 1 : v;
+      }
       // the chroma second level: the decoder's 2x2 butterflies undone,
       // then (4:2:2) the lifting pair between the halves' DCs
       ButterflyInv2x2(d[0], d[1], d[2], d[3]);
@@ -315,19 +413,12 @@ void Encoder::Quantize(int mx, int my, int32_t* out) {
     o[0] = dcQ_[size_t(ch)](d[0]);
     const Quantizer lp = lpQ_[size_t(ch)];
     for (int k = 1; k < nb; ++k) o[k] = lp(d[k]);
-    const int32_t shp = hpStep_[size_t(ch)];
-    if (shp == 1) continue;
-    const Quantizer hp = hpQ_[size_t(ch)];
-    for (int b = 0; b < nb; ++b) {
-      int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
-      for (int k = 1; k < 16; ++k) blk[k] = hp(blk[k]);
-    }
   }
 }
 
-bool Encoder::Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vector<Stream>& bands,
-                         std::vector<PredInfo>& row, std::vector<PredInfo>& prev, std::string* error) {
-  auto* st = reinterpret_cast<VLCState_JPEGXR*>(state_.data());
+bool Encoder::Macroblock(VLCState_JPEGXR* st, int mx, int my, int x0, int y0, int tileWidth,
+                         std::vector<Stream>& bands, std::vector<PredInfo>& row, std::vector<PredInfo>& prev,
+                         std::string* error) {
   const bool freq = !opt_.spatial;
   Stream& dcs = bands[0];
   Stream& lps = freq ? bands[1] : bands[0];
@@ -430,17 +521,23 @@ bool Encoder::Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vec
   KeepForPrediction(me, actual, nc_, sub_);
 
   // HP: the blocks' coefficients (block b row by row, k = 4 row + column),
-  // less their prediction inside the macroblock
+  // quantized, less their prediction inside the macroblock
   int32_t hp[16 * 256];
   int32_t tables[22], disc[44], bits[6];
   rvtiVLCGetTables_JPEGXR(st, tables, disc, bits);
   for (int ch = 0; ch < nc_; ++ch) {
     int32_t* p = hp + 256 * ch;
     const int bw = BlocksWide(ch), bh = BlocksHigh(ch), nb = bw * bh;
+    const Quantizer hq = hpQ_[size_t(ch)];
     for (int b = 0; b < nb; ++b) {
       const int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
-      p[16 * b] = 0;
-      for (int k = 1; k < 16; ++k) p[16 * b + k] = blk[kInBlock[k >> 2][k & 3]];
+      int32_t* q = p + 16 * b;
+      q[0] = 0;
+      if (hq.step == 1) {
+        for (int k = 1; k < 16; ++k) q[k] = blk[kRaster[k]];
+      } else {
+        for (int k = 1; k < 16; ++k) q[k] = hq(blk[kRaster[k]]);
+      }
     }
     if (acMode == 0) {
       for (int by = 0; by < bh; ++by) {
@@ -487,32 +584,46 @@ bool Encoder::Macroblock(int mx, int my, int x0, int y0, int tileWidth, std::vec
   return true;
 }
 
-bool Encoder::Tile(int tx, int ty, std::vector<Stream>& bands, std::string* error) {
-  auto* st = reinterpret_cast<VLCState_JPEGXR*>(state_.data());
-  if (rvtiVLCInit_JPEGXR(format_, nc_, st, int32_t(state_.size())) != rvtStatusOk) {
-    *error = "coefficient coder refused the colour format";
-    return false;
-  }
-  // packet headers: a start code and the tile's number with the band
-  const int tileIndex = ty * int(tileX_.size()) + tx;
-  for (size_t k = 0; k < bands.size(); ++k) {
-    Stream& s = bands[k];
-    s.Reserve();
-    const uint32_t id = uint32_t(tileIndex << 3) | (opt_.spatial ? 0u : uint32_t(k + 1));
-    rvtiFLCWrite_JPEGXR_32u1u(1, 24, s.p(), s.len(), &s.pos);
-    rvtiFLCWrite_JPEGXR_32u1u(id & 0xFF, 8, s.p(), s.len(), &s.pos);
-  }
-  const int x0 = tileX_[size_t(tx)], y0 = tileY_[size_t(ty)];
-  const int x1 = size_t(tx + 1) < tileX_.size() ? tileX_[size_t(tx + 1)] : mbw_;
+// Macroblock row my of every tile column, each into its tile's packets:
+// a tile's coder starts (its packet headers, a fresh context) at the
+// tile's first row and finishes its packets after its last.
+bool Encoder::CodeRow(int my, std::vector<std::vector<Stream>>& packets, std::string* error) {
+  const int cols = int(tileX_.size());
+  const int ty = int(std::upper_bound(tileY_.begin(), tileY_.end(), my) - tileY_.begin()) - 1;
+  const int y0 = tileY_[size_t(ty)];
   const int y1 = size_t(ty + 1) < tileY_.size() ? tileY_[size_t(ty + 1)] : mbh_;
-  std::vector<PredInfo> row(size_t(x1 - x0)), prev(size_t(x1 - x0));
-  for (int my = y0; my < y1; ++my) {
-    for (int mx = x0; mx < x1; ++mx) {
-      if (!Macroblock(mx, my, x0, y0, x1 - x0, bands, row, prev, error)) return false;
+  dcsFrom_ = dcsTo_ = 0;
+  for (int tx = 0; tx < cols; ++tx) {
+    TileCoder& tc = coders_[size_t(tx)];
+    auto* st = reinterpret_cast<VLCState_JPEGXR*>(tc.state.data());
+    std::vector<Stream>& bands = packets[size_t(ty * cols + tx)];
+    const int x0 = tileX_[size_t(tx)];
+    const int x1 = tx + 1 < cols ? tileX_[size_t(tx + 1)] : mbw_;
+    if (my == y0) {
+      if (rvtiVLCInit_JPEGXR(format_, nc_, st, stateSize_) != rvtStatusOk) {
+        *error = "coefficient coder refused the colour format";
+        return false;
+      }
+      // packet headers: a start code and the tile's number with the band
+      const int tileIndex = ty * cols + tx;
+      for (size_t k = 0; k < bands.size(); ++k) {
+        Stream& s = bands[k];
+        s.Reserve();
+        const uint32_t id = uint32_t(tileIndex << 3) | (opt_.spatial ? 0u : uint32_t(k + 1));
+        rvtiFLCWrite_JPEGXR_32u1u(1, 24, s.p(), s.len(), &s.pos);
+        rvtiFLCWrite_JPEGXR_32u1u(id & 0xFF, 8, s.p(), s.len(), &s.pos);
+      }
+      tc.row.assign(size_t(x1 - x0), PredInfo{});
+      tc.prev.assign(size_t(x1 - x0), PredInfo{});
     }
-    std::swap(row, prev);
+    for (int mx = x0; mx < x1; ++mx) {
+      if (!Macroblock(st, mx, my, x0, y0, x1 - x0, bands, tc.row, tc.prev, error)) return false;
+    }
+    std::swap(tc.row, tc.prev);
+    if (my == y1 - 1) {
+      for (Stream& s : bands) s.Finish();
+    }
   }
-  for (Stream& s : bands) s.Finish();
   return true;
 }
 
@@ -582,26 +693,46 @@ bool Encoder::Run(std::vector<uint8_t>* out, std::string* error) {
   }
   tileX_ = Split(mbw_, opt_.tileCols);
   tileY_ = Split(mbh_, opt_.tileRows);
-  int32_t size = 0;
-  if (rvtiVLCGetStateSize_JPEGXR(format_, nc_, &size) != rvtStatusOk) {
+  if (rvtiVLCGetStateSize_JPEGXR(format_, nc_, &stateSize_) != rvtStatusOk) {
     *error = "colour format not supported by the coefficient coder";
     return false;
   }
-  state_.assign(size_t(size), 0);
-
-  LoadPlanes();
-  Transform();
-
-  // tiles' packets, by tile and band
   const int nb = opt_.spatial ? 1 : 4;
   const int cols = int(tileX_.size()), rows = int(tileY_.size());
+  coders_.resize(size_t(cols));
+  for (TileCoder& tc : coders_) tc.state.assign(size_t(stateSize_), 0);
+  // tiles' packets, by tile and band
   std::vector<std::vector<Stream>> packets(size_t(cols) * rows);
-  for (int ty = 0; ty < rows; ++ty) {
-    for (int tx = 0; tx < cols; ++tx) {
-      std::vector<Stream>& bands = packets[size_t(ty * cols + tx)];
-      bands.resize(size_t(nb));
-      if (!Tile(tx, ty, bands, error)) return false;
+  for (auto& bands : packets) bands.resize(size_t(nb));
+
+  const int pw = mbw_ * 16;
+  // rows with two mirrored samples before and after, for the chroma
+  // filter, and 4:2:x luma's band of four
+  lin_.assign(size_t(pw + 4) * 3 + size_t(pw) * 4, 0);
+  dcs_.assign(size_t(nc_) * 4 * size_t(pw / 4), 0);
+  // Macroblock row by row: the pixels of row my in, the forward transform
+  // as far as they allow, then row my - 1 coded.  4:2:0 chroma rows lag a
+  // pixel row, so 4:2:x images load a row ahead into a third slot.
+  slots_ = sub_ ? 3 : 2;
+  planes_.assign(size_t(nc_), {});
+  std::vector<ForwardRows> fwd;
+  for (int c = 0; c < nc_; ++c) {
+    const int chroma = c > 0 && sub_ ? opt_.chroma : 0;
+    rowLen_[size_t(c)] = size_t(mbw_) * (chroma == 420 ? 64 : chroma == 422 ? 128 : 256);
+    planes_[size_t(c)].resize(size_t(slots_) * rowLen_[size_t(c)]);
+    fwd.emplace_back(mbw_, mbh_, opt_.overlap, chroma);
+  }
+  if (sub_) {
+    ring_.assign(size_t(pw / 2) * 16, 0);
+    line_.assign(size_t(pw / 2), 0);
+  }
+  for (int my = 0; my <= mbh_; ++my) {
+    if (my < mbh_) {
+      if (sub_) LoadSubsampled(std::min(16 * my + 17, 16 * mbh_));
+      else LoadRow(my);
     }
+    for (int c = 0; c < nc_; ++c) fwd[size_t(c)].Row(Row(c, my + slots_ - 1), Row(c, my), Row(c, my + 1), my);
+    if (my > 0 && !CodeRow(my - 1, packets, error)) return false;
   }
 
   // image header

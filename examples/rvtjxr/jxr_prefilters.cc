@@ -7,6 +7,7 @@
 #include "jxr_prefilters.h"
 
 #include <cstddef>
+#include <cstring>
 
 #include "jxr_filters.h"
 #include "jxr_walk.h"
@@ -96,15 +97,26 @@ void Edge4Inv(P pa, P pb, P pc, P pd) {
   *pd = d;
 }
 
+// (on copies of the quads: they never overlap, and knowing it lets the
+// compiler run the four lanes of each stage together)
 void WindowInv(P q0, P q1, P q2, P q3) {
-  for (int e = 0; e < 4; ++e) ScaleQuadInv(q0 + e, q2 + e, q1 + e, q3 + e);
-  for (int e = 0; e < 4; ++e) ScalePairInv(q0 + e, q3 + e);
-  Rotate1Inv(q2[0], q2[2]);
-  Rotate1Inv(q2[1], q2[3]);
-  Rotate1Inv(q1[0], q1[1]);
-  Rotate1Inv(q1[2], q1[3]);
-  RotateOddOddInv(q3 + 0, q3 + 1, q3 + 2, q3 + 3);
-  for (int e = 0; e < 4; ++e) ButterflyInv(q0 + e, q2 + e, q1 + e, q3 + e);
+  int32_t a[4], b[4], c[4], d[4];
+  std::memcpy(a, q0, sizeof a);
+  std::memcpy(b, q1, sizeof b);
+  std::memcpy(c, q2, sizeof c);
+  std::memcpy(d, q3, sizeof d);
+  for (int e = 0; e < 4; ++e) ScaleQuadInv(a + e, c + e, b + e, d + e);
+  for (int e = 0; e < 4; ++e) ScalePairInv(a + e, d + e);
+  Rotate1Inv(c[0], c[2]);
+  Rotate1Inv(c[1], c[3]);
+  Rotate1Inv(b[0], b[1]);
+  Rotate1Inv(b[2], b[3]);
+  RotateOddOddInv(d + 0, d + 1, d + 2, d + 3);
+  for (int e = 0; e < 4; ++e) ButterflyInv(a + e, c + e, b + e, d + e);
+  std::memcpy(q0, a, sizeof a);
+  std::memcpy(q1, b, sizeof b);
+  std::memcpy(q2, c, sizeof c);
+  std::memcpy(q3, d, sizeof d);
 }
 
 void CornerDCInv(P p0, P p1) {
@@ -126,6 +138,46 @@ void CornerDCInv(P p0, P p1) {
   ButterflyInv(p0 - 32, p0 + 32, p1 - 48, p1 + 16);
   ButterflyInv(p0 - 96, p0 + 96, p1 - 112, p1 + 80);
 }
+
+// First-level forward transforms, batched: the blocks are gathered into
+// one row of blocks and handed to the library in one call, which runs them
+// a vector group at a time (a lone block fills a group with copies of
+// itself).
+class BlockBatch {
+ public:
+  ~BlockBatch() { Flush(); }
+  void Add(P p) {
+    pending_[n_++] = p;
+    if (n_ == kMax) Flush();
+  }
+  int Size() const { return n_; }
+  void Flush() {
+    if (n_ == 0) return;
+    const int w = 4 * n_;
+    for (int i = 0; i < n_; ++i) {
+      const P p = pending_[i];
+      for (int r = 0; r < 4; ++r) {
+        int32_t* row = buf_ + r * w + 4 * i;
+        for (int k = 0; k < 4; ++k) row[k] = p[kInBlock[r][k]];
+      }
+    }
+    rvtiPCTFwd_JPEGXR_32s_C1IR(buf_, int32_t(sizeof(int32_t)) * w, {w, 4});
+    for (int i = 0; i < n_; ++i) {
+      const P p = pending_[i];
+      for (int r = 0; r < 4; ++r) {
+        const int32_t* row = buf_ + r * w + 4 * i;
+        for (int k = 0; k < 4; ++k) p[kInBlock[r][k]] = row[k];
+      }
+    }
+    n_ = 0;
+  }
+
+ private:
+  static constexpr int kMax = 32;
+  P pending_[kMax];
+  int n_ = 0;
+  int32_t buf_[16 * kMax];
+};
 
 void ForwardBlock(P p) {
   int32_t c[16];
@@ -165,24 +217,24 @@ void Post2x2Inv(P pa, P pb, P pc, P pd) {
   *pd = d;
 }
 
-// One step of the decoder's pass, to be undone.
-struct Step {
-  enum Kind : uint8_t { kEdge, kWindow, kCornerDC, kBlock, kPost2, kPost2x2, kSub, kAdd } kind;
-  P p[4];
-};
+using Step = PrefilterStep;
 
 // Lists the steps of the walk at one corner, to be undone backwards.
 struct StepList {
   Step* out;
   int n = 0;
-  void Edge(P a, P b, P c, P d) { out[n++] = {Step::kEdge, {a, b, c, d}}; }
-  void Window(P q0, P q1, P q2, P q3) { out[n++] = {Step::kWindow, {q0, q1, q2, q3}}; }
-  void CornerDC(P p0, P p1) { out[n++] = {Step::kCornerDC, {p0, p1, nullptr, nullptr}}; }
-  void Block(P p) { out[n++] = {Step::kBlock, {p, nullptr, nullptr, nullptr}}; }
-  void Post2(P a, P b) { out[n++] = {Step::kPost2, {a, b, nullptr, nullptr}}; }
-  void Post2x2(P a, P b, P c, P d) { out[n++] = {Step::kPost2x2, {a, b, c, d}}; }
-  void SubDC(P a, P b) { out[n++] = {Step::kSub, {a, b, nullptr, nullptr}}; }
-  void AddDC(P a, P b) { out[n++] = {Step::kAdd, {a, b, nullptr, nullptr}}; }
+  bool late = false;  // past the corner's block transforms
+  void Edge(P a, P b, P c, P d) { out[n++] = {Step::kEdge, {a, b, c, d}, late}; }
+  void Window(P q0, P q1, P q2, P q3) { out[n++] = {Step::kWindow, {q0, q1, q2, q3}, late}; }
+  void CornerDC(P p0, P p1) { out[n++] = {Step::kCornerDC, {p0, p1, nullptr, nullptr}, false}; }
+  void Block(P p) {
+    late = true;
+    out[n++] = {Step::kBlock, {p, nullptr, nullptr, nullptr}, false};
+  }
+  void Post2(P a, P b) { out[n++] = {Step::kPost2, {a, b, nullptr, nullptr}, false}; }
+  void Post2x2(P a, P b, P c, P d) { out[n++] = {Step::kPost2x2, {a, b, c, d}, false}; }
+  void SubDC(P a, P b) { out[n++] = {Step::kSub, {a, b, nullptr, nullptr}, false}; }
+  void AddDC(P a, P b) { out[n++] = {Step::kAdd, {a, b, nullptr, nullptr}, false}; }
   // what the decoder cancels is lost (the encoder refuses such images)
   static void DropDC(P) {}
 };
@@ -201,6 +253,145 @@ void Undo(const Step& s) {
 }
 
 }  // namespace
+
+ForwardRows::ForwardRows(int mbw, int mbh, int overlap, int chroma)
+    : mbw_(mbw),
+      mbh_(mbh),
+      overlap_(overlap),
+      chroma_(chroma),
+      rowLen_(ptrdiff_t(mbw) * (chroma == 420 ? 64 : chroma == 422 ? 128 : 256)),
+      rows_(chroma ? new int32_t[size_t(2 * rowLen_)] : nullptr) {
+  for (Pending& p : pending_) {
+    p.filters.reserve(size_t(mbw + 1) * 16);
+    p.dc.reserve(size_t(mbw + 1) * 12);
+    p.blocks.reserve(size_t(mbw + 1) * 16);
+    p.filtersAt.resize(size_t(mbw + 2));
+    p.dcAt.resize(size_t(mbw + 2));
+    p.blocksAt.resize(size_t(mbw + 2));
+  }
+}
+
+void ForwardRows::Pending::Clear() {
+  filters.clear();
+  dc.clear();
+  blocks.clear();
+}
+
+void ForwardRows::Pending::Mark(int x) {
+  filtersAt[size_t(x)] = int(filters.size());
+  dcAt[size_t(x)] = int(dc.size());
+  blocksAt[size_t(x)] = int(blocks.size());
+}
+
+namespace {
+
+// Takes the steps of one corner as the walk hands them out: first-level
+// filters lying wholly in `upper` are undone at once, the others kept for
+// the next call; block transforms and second-level steps kept.  Chroma
+// walks address a stand-in pair of rows at `base`, moved onto the rows in
+// use.
+template <class Pending>
+struct RowSteps {
+  Pending& to;
+  const int32_t* upper;
+  ptrdiff_t rowLen;
+  const int32_t* base;  // null: the walk's pointers are the rows'
+  P above;
+  P here;
+  bool late = false;  // past the corner's block transforms
+
+  P M(P p) const {
+    if (!base) return p;
+    const ptrdiff_t at = p - base;
+    return at < rowLen ? above + at : here + (at - rowLen);
+  }
+  bool Upper(const int32_t* p) const { return p >= upper && p < upper + rowLen; }
+  void Filter(Step s) {
+    if (!late) {
+      to.dc.push_back(s);
+    } else if (Upper(s.p[0]) && Upper(s.p[1]) && Upper(s.p[2]) && Upper(s.p[3])) {
+      Undo(s);
+    } else {
+      to.filters.push_back(s);
+    }
+  }
+  void Edge(P a, P b, P c, P d) { Filter({Step::kEdge, {M(a), M(b), M(c), M(d)}, late}); }
+  void Window(P q0, P q1, P q2, P q3) { Filter({Step::kWindow, {M(q0), M(q1), M(q2), M(q3)}, late}); }
+  void CornerDC(P p0, P p1) { to.dc.push_back({Step::kCornerDC, {p0, p1, nullptr, nullptr}, false}); }
+  void Block(P p) {
+    late = true;
+    to.blocks.push_back(M(p));
+  }
+  void Post2(P a, P b) { to.dc.push_back({Step::kPost2, {M(a), M(b), nullptr, nullptr}, false}); }
+  void Post2x2(P a, P b, P c, P d) { to.dc.push_back({Step::kPost2x2, {M(a), M(b), M(c), M(d)}, false}); }
+  void SubDC(P a, P b) { to.dc.push_back({Step::kSub, {M(a), M(b), nullptr, nullptr}, false}); }
+  void AddDC(P a, P b) { to.dc.push_back({Step::kAdd, {M(a), M(b), nullptr, nullptr}, false}); }
+  static void DropDC(P) {}
+};
+
+}  // namespace
+
+// The steps of corner (x, y), rows y - 1 and y at `above` and `here`,
+// into `to` (the filters wholly in row y - 1 undone).
+void ForwardRows::Walk(Pending& to, int32_t* above, int32_t* here, int x, int y) {
+  to.Mark(x);
+  if (!chroma_) {
+    RowSteps<Pending> v{to, above, rowLen_, nullptr, above, here};
+    WalkCornerRows(v, above, here, mbw_, mbh_, overlap_, true, x, y);
+    return;
+  }
+  // the walk's channel has row y - 1 at rows_ and row y right after it
+  int32_t* const base = rows_.get();
+  int32_t* channel = reinterpret_cast<int32_t*>(reinterpret_cast<uintptr_t>(base) -
+                                                uintptr_t((ptrdiff_t(y) - 1) * rowLen_ * ptrdiff_t(sizeof(int32_t))));
+  RowSteps<Pending> v{to, above, rowLen_, base, above, here};
+  WalkChromaCorner(v, channel, mbw_, mbh_, chroma_ == 420, overlap_, true, x, y);
+}
+
+// Every overlap filter of the first level covers samples no other one
+// covers, and precedes the block transforms of those samples; the second
+// level's steps cover block DCs of their own corner and the next one, and
+// those of different corners never meet.  So the steps may be undone in
+// any order that keeps, per sample, filter before block transform before
+// DC steps.  Corner by corner along the row, so that the samples stay in
+// cache: corner x's filters that reach into row y, those of corner
+// (x, y + 1) lying wholly in row y (they cover row y's upper blocks), the
+// block transforms of corner x - 1 (whose filters are all undone by then)
+// and the DC steps of corner x - 2 (whose blocks are all transformed), or
+// later ones.
+void ForwardRows::Row(int32_t* above, int32_t* here, int32_t* next, int y) {
+  Pending& cur = pending_[y & 1];
+  Pending& nxt = pending_[(y + 1) & 1];
+  // corner row y was listed by the previous call, where its rows were
+  // `here` and `next`; the first one's filters all lie in row 0
+  if (y == 0) {
+    cur.Clear();
+    for (int x = 0; x <= mbw_; ++x) Walk(cur, here, here, x, 0);
+    cur.Mark(mbw_ + 1);
+  }
+  nxt.Clear();
+  BlockBatch blocks;
+  // the DC steps of corners before dcFrom are done; a batch is run once
+  // it holds 16 blocks (a vector group or two), the small chroma corners
+  // gathered over a few corners
+  int dcFrom = 0;
+  for (int x = 0; x <= mbw_ + 1; ++x) {
+    if (x <= mbw_) {
+      for (int i = cur.filtersAt[size_t(x)]; i < cur.filtersAt[size_t(x + 1)]; ++i) Undo(cur.filters[size_t(i)]);
+      if (y < mbh_) Walk(nxt, here, next, x, y + 1);
+    }
+    if (x >= 1) {
+      for (int i = cur.blocksAt[size_t(x - 1)]; i < cur.blocksAt[size_t(x)]; ++i) blocks.Add(cur.blocks[size_t(i)]);
+      if (blocks.Size() < 16 && x <= mbw_) continue;
+      blocks.Flush();
+      // blocks of corners up to x - 1 transformed: DC steps up to x - 2
+      for (; dcFrom <= x - 2 || (x > mbw_ && dcFrom <= mbw_); ++dcFrom) {
+        for (int i = cur.dcAt[size_t(dcFrom + 1)] - 1; i >= cur.dcAt[size_t(dcFrom)]; --i) Undo(cur.dc[size_t(i)]);
+      }
+    }
+  }
+  if (y < mbh_) nxt.Mark(mbw_ + 1);
+}
 
 void ForwardTransformChroma(int32_t* channel, int mbw, int mbh, bool is420, int overlap) {
   Step steps[64];

@@ -5,7 +5,10 @@
 # QP 30.  Times are seconds, CPU (user + system) and wall; ratios are
 # JxrEncApp's time over rvtjxr's (above 1: rvtjxr faster).  A second
 # rvtjxr binary (an earlier build) gets its own columns, measured in the
-# same run.
+# same run, and both then encode crops of the test photos (sizes off the
+# macroblock grid, one and two macroblocks wide and high; grey, RGB 4:4:4,
+# 4:2:2, 4:2:0, 8 and 16 bits) under every combination of QP 1/30, overlap
+# 0/1/2, tilings and both orders: the files must be the same bytes.
 #
 #   examples/rvtjxr/rvtjxr_encode_bench.sh RVTJXR TESTDATA_DIR [RVTJXR_BEFORE]
 set -euo pipefail
@@ -63,3 +66,42 @@ for img in "${rgb[@]}"; do
     row "$(basename "$img" .ppm) RGB $c QP 30" "-i $img -c 9 -d $d -q 30" "$img" "-q 30 -chroma $c"
   done
 done
+
+[[ -z $before ]] && exit 0
+n=0 differ=0
+crops=()
+for s in "16 16" "17 9" "31 33" "47 18" "33 100" "100 17" "129 77"; do
+  set -- $s
+  "$before" crop "$data/camera.png" "$tmp/g_$1x$2.pgm" $1 $2 && crops+=("$tmp/g_$1x$2.pgm")
+  "$before" crop "$data/coffee.png" "$tmp/c_$1x$2.ppm" $1 $2 && crops+=("$tmp/c_$1x$2.ppm")
+done
+"$before" crop "$data/coffee.png" "$tmp/c16_75x41.ppm" 75 41 16 && crops+=("$tmp/c16_75x41.ppm")
+"$before" crop "$data/camera.png" "$tmp/g16_75x41.pgm" 75 41 16 && crops+=("$tmp/g16_75x41.pgm")
+for f in "${crops[@]}"; do
+  b=$(basename "$f")
+  dims=${b#*_}; dims=${dims%.*}; w=${dims%x*}; h=${dims#*x}
+  chromas="-"; [[ $f == *.ppm ]] && chromas="444 422 420"
+  for c in $chromas; do
+    for q in 1 30; do
+      for o in 0 1 2; do
+        for t in 1x1 2x1 1x2 2x3; do
+          (( (w + 15) / 16 < ${t%x*} || (h + 15) / 16 < ${t#*x} )) && continue
+          for sp in "" -spatial; do
+            opts="-q $q -overlap $o -tiles $t $sp"
+            [[ $c != - ]] && opts="$opts -chroma $c"
+            ra=0 rb=0
+            "$before" encode "$f" "$tmp/x.jxr" $opts 2>/dev/null || ra=$?
+            "$tool" encode "$f" "$tmp/y.jxr" $opts 2>/dev/null || rb=$?
+            n=$((n + 1))
+            if [[ $ra != "$rb" ]] || { [[ $ra == 0 ]] && ! cmp -s "$tmp/x.jxr" "$tmp/y.jxr"; }; then
+              echo "DIFFER $b $opts (exit $ra, $rb)"
+              differ=$((differ + 1))
+            fi
+          done
+        done
+      done
+    done
+  done
+done
+echo "byte comparison with the earlier build: $n encodes, $differ differ"
+[[ $differ == 0 ]]
