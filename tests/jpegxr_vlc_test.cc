@@ -1156,5 +1156,55 @@ TEST(JpegXrVlc, SubsampledHpPatternOfTheFirstMacroblock) {
   }
 }
 
+
+// The fast readers resolve whole codes (index with its sign, level with its
+// extra bits, run with its extra bits) from per-table look-ups: every
+// table of every slot (the run table's second one too, which adaptation
+// never reaches), any model bits, near-empty or random streams cut short
+// anywhere, each band decoded by both readers from the same context.
+TEST(JpegXrVlc, FastReadersMatchTheReferenceInEveryTable) {
+  test::Rng rng(29);
+  for (int t = 0; t < 3000; ++t) {
+    const Format f = kFormats[rng.Uniform(0, 6)];
+    std::vector<uint8_t> st = NewState(f.format, f.channels);
+    State& s0 = *reinterpret_cast<State*>(st.data());
+    for (int k = 0; k < vlc::kSlots; ++k) {
+      s0.table[k] = int32_t(rng.Uniform(0, uint32_t(vlc::kSlotTables[k] - 1)));
+      s0.disc[k] = int32_t(rng.Uniform(0, 128)) - 64;
+      s0.disc1[k] = int32_t(rng.Uniform(0, 128)) - 64;
+    }
+    for (auto& b : s0.modelBits) b[0] = int32_t(rng.Uniform(0, 15)), b[1] = int32_t(rng.Uniform(0, 15));
+    const int32_t len = int32_t(rng.Uniform(1, 64));
+    std::vector<uint8_t> data(size_t(len) + 8);
+    rng.Fill(data.data(), data.size(), uint8_t(0), uint8_t(255));
+    if (t % 3 == 0) {  // mostly zeros: long runs and last positions
+      for (auto& b : data) b = rng.Uniform(0, 7) ? uint8_t(0) : b;
+    }
+    const int32_t at = int32_t(rng.Uniform(0, uint32_t(8 * len)));
+    std::vector<int32_t> cbp(16);
+    for (auto& c : cbp) c = int32_t(rng.Uniform(0, 0xFFFF));
+    const int32_t trim = int32_t(rng.Uniform(0, 15)), scan = int32_t(rng.Uniform(0, 1));
+    const int band = t % 3;
+    auto run = [&](auto reader, std::vector<int32_t>& coef, State& s, int32_t& pos) {
+      using R = decltype(reader);
+      pos = at;
+      if (band == 0) return vlc::DecodeDCEntry<R>(data.data(), len, &pos, &s, coef.data());
+      if (band == 1) return vlc::DecodeLPEntry<R>(data.data(), len, &pos, &s, coef.data());
+      int32_t fpos = 0;
+      return vlc::DecodeHPEntry<R>(data.data(), len, &pos, nullptr, 0, &fpos, trim, scan, cbp.data(), &s,
+                                   coef.data());
+    };
+    std::vector<int32_t> cr(4096, 7), cf(4096, 7);
+    State sr = s0, sf = s0;
+    int32_t pr = 0, pf = 0;
+    const RvtResult rr = run(vlc::RefReader{}, cr, sr, pr);
+    const RvtResult rf = run(vlc::FastReader{}, cf, sf, pf);
+    ASSERT_EQ(rr, rf) << "case " << t << " band " << band;
+    ASSERT_EQ(pr, pf) << "case " << t;
+    ASSERT_EQ(cr, cf) << "case " << t;
+    ASSERT_EQ(std::memcmp(&sr, &sf, sizeof(State)), 0) << "case " << t;
+  }
+}
+
 }  // namespace
 }  // namespace rvt

@@ -86,18 +86,20 @@ inline constexpr int8_t kSlotTables[kSlots] = {2, 1, 2, 2, 5, 4, 4, 5, 4, 4, 2,
 inline RvtResult CheckState(const State* s) {
   RVT_CHECK(CheckPtr(s));
   if (s->magic != kMagic || CheckFormat(s->format, s->channels) != rvtStatusOk) return rvtStatusBadArg;
-  for (int k = 0; k < kSlots; ++k) {
-    if (uint32_t(s->table[k]) >= uint32_t(kSlotTables[k])) return rvtStatusBadArg;
+  bool bad = false;
+  for (int k = 0; k < kSlots; ++k) bad |= uint32_t(s->table[k]) >= uint32_t(kSlotTables[k]);
+  if (bad) return rvtStatusBadArg;
+  uint32_t bits = 0;
+  for (int b = 0; b < 3; ++b) bits |= uint32_t(s->modelBits[b][0]) | uint32_t(s->modelBits[b][1]);
+  if (bits > 15) return rvtStatusBadArg;
+  // every order entry below 16: no high nibble in any of the 48 bytes
+  uint64_t high = 0;
+  for (int i = 0; i < 6; ++i) {
+    uint64_t v;
+    std::memcpy(&v, &s->order[0][0] + 8 * i, 8);
+    high |= v;
   }
-  for (int b = 0; b < 3; ++b) {
-    for (int j = 0; j < 2; ++j) {
-      if (s->modelBits[b][j] < 0 || s->modelBits[b][j] > 15) return rvtStatusBadArg;
-    }
-    for (int i = 0; i < 16; ++i) {
-      if (s->order[b][i] > 15) return rvtStatusBadArg;
-    }
-  }
-  return rvtStatusOk;
+  return (high & 0xF0F0F0F0F0F0F0F0u) ? rvtStatusBadArg : rvtStatusOk;
 }
 
 // The discriminant steps of a symbol: code lengths of the table below
@@ -283,7 +285,7 @@ struct FastReader {
   uint64_t word = 0;   // the 8 bytes from byte `at`, most significant first
   int64_t at = -64;
   // At least 32 valid bits from the position, most significant first.
-  uint64_t Window() {
+  __attribute__((always_inline)) uint64_t Window() {
     if (pos - at * 8 > 32) {
       at = pos >> 3;
       const int64_t bytes = end >> 3;
@@ -291,11 +293,17 @@ struct FastReader {
         std::memcpy(&word, p + at, 8);
         word = __builtin_bswap64(word);
       } else {
-        word = 0;
-        for (int64_t i = at; i < at + 8; ++i) word = (word << 8) | (i < bytes ? p[i] : 0u);
+        word = TailWord(p, at, bytes);
       }
     }
     return word << (pos - at * 8);
+  }
+  // The 8 bytes from `at` near the end, zeros past it (out of line: the
+  // reader's fields stay in registers around it).
+  __attribute__((noinline)) static uint64_t TailWord(const uint8_t* p, int64_t at, int64_t bytes) {
+    uint64_t w = 0;
+    for (int64_t i = at; i < at + 8; ++i) w = (w << 8) | (i < bytes ? p[i] : 0u);
+    return w;
   }
   uint32_t Bit() {
     const uint32_t b = uint32_t(Window() >> 63);
@@ -312,16 +320,6 @@ struct FastReader {
   int Symbol(const Alphabet& a, int t) {
     const uint16_t e = kLuts.e[LutBase(a.symbols) + t][Window() >> 56];
     pos += e >> 8;
-    return e & 0xFF;
-  }
-  // A symbol and the bit after it (a coefficient's index and its sign)
-  // from one window.
-  int SymbolAndBit(const Alphabet& a, int t, uint32_t* bit) {
-    const uint64_t w = Window();
-    const uint16_t e = kLuts.e[LutBase(a.symbols) + t][w >> 56];
-    const int len = e >> 8;
-    *bit = uint32_t((w << len) >> 63);
-    pos += len + 1;
     return e & 0xFF;
   }
 };
@@ -431,6 +429,60 @@ inline constexpr StepTable kSteps6 = MakeStepTable(kAlpha6);
 inline constexpr StepTable kSteps7 = MakeStepTable(kAlpha7);
 inline constexpr StepTable kSteps12 = MakeStepTable(kAlpha12);
 
+// A coefficient's index symbol (6 or 12 symbols) resolved with the sign
+// that follows it and the discriminant steps it makes in one look-up of
+// the next B bits (the longest code and its sign): per entry the symbol
+// (bits 0-3), the sign (bit 4), the bits taken (8-11), the lower and upper
+// discriminant steps (signed bytes 2 and 3).
+template <int B>
+struct IndexLut {
+  uint32_t e[5][1 << B];
+};
+template <int B>
+constexpr IndexLut<B> MakeIndexLut(const Alphabet& a, const StepTable& st) {
+  IndexLut<B> l{};
+  for (int t = 0; t < a.tables; ++t) {
+    for (int k = 0; k < a.symbols; ++k) {
+      const Code c = a.code[t][k];
+      const int lo = c.code << (B - c.len), n = 1 << (B - c.len);
+      for (int i = 0; i < n; ++i) {
+        const uint32_t neg = uint32_t(i >> (B - c.len - 1)) & 1u;
+        l.e[t][lo + i] = uint32_t(k) | neg << 4 | uint32_t(c.len + 1) << 8 | uint32_t(uint8_t(st.lo[t][k])) << 16 |
+                         uint32_t(uint8_t(st.hi[t][k])) << 24;
+      }
+    }
+  }
+  return l;
+}
+inline constexpr IndexLut<6> kIndex6 = MakeIndexLut<6>(kAlpha6, kSteps6);
+inline constexpr IndexLut<9> kIndex12 = MakeIndexLut<9>(kAlpha12, kSteps12);
+
+// `t` the slot's table; the steps add to `lo` and `hi` (the slot's
+// discriminants, wrapping).
+template <int N>
+inline int IndexAndSign(FastReader& r, int t, uint32_t& lo, uint32_t& hi, uint32_t* neg) {
+  static_assert(N == 6 || N == 12);
+  constexpr int B = N == 6 ? 6 : 9;
+  const IndexLut<B>& lut = [] () -> const IndexLut<B>& {
+    if constexpr (N == 6) return kIndex6;
+    else return kIndex12;
+  }();
+  const uint32_t e = lut.e[t][r.Window() >> (64 - B)];
+  r.pos += (e >> 8) & 15;
+  lo += uint32_t(int32_t(int8_t(e >> 16)));
+  hi += uint32_t(int32_t(int8_t(e >> 24)));
+  *neg = (e >> 4) & 1u;
+  return int(e & 15u);
+}
+template <int N>
+inline int IndexAndSign(FastReader& r, State& s, int slot, uint32_t* neg) {
+  uint32_t lo = uint32_t(s.disc[slot]), hi = uint32_t(s.disc1[slot]);
+  const int sym = IndexAndSign<N>(r, s.table[slot], lo, hi, neg);
+  s.disc[slot] = int32_t(lo);
+  s.disc1[slot] = int32_t(hi);
+  return sym;
+}
+
 // Account for a symbol of the N-symbol alphabet: the reference looks the
 // alphabet up, the fast reader's decoders use the tables above.
 template <int N, class R>
@@ -446,12 +498,61 @@ inline void AccountOf(State& s, int slot, int sym) {
   }
 }
 
+// Levels below the escape with their extra bits, from one look-up of the
+// next 8 bits (the longest code and its bits): per entry the level (bits
+// 0-7, 0 for the escape), the bits taken (8-11) and the discriminant step
+// (signed byte 2).
+struct LevelLut {
+  uint32_t e[2][256];
+};
+constexpr LevelLut MakeLevelLut() {
+  LevelLut l{};
+  for (int t = 0; t < 2; ++t) {
+    for (int k = 0; k < 7; ++k) {
+      const Code c = kAlpha7.code[t][k];
+      const int extra = k < 6 ? kLevelBits[k] : 0;
+      const int lo = c.code << (8 - c.len), n = 1 << (8 - c.len);
+      for (int i = 0; i < n; ++i) {
+        const uint32_t level = k < 6 ? uint32_t(kLevelBase[k] + (i >> (8 - c.len - extra))) : 0u;
+        l.e[t][lo + i] = level | uint32_t(c.len + extra) << 8 | uint32_t(uint8_t(kSteps7.lo[t][k])) << 16;
+      }
+    }
+  }
+  return l;
+}
+inline constexpr LevelLut kLevels = MakeLevelLut();
+
+// The level after the escape code.
+template <class R>
+inline uint32_t LevelEscape(R& r);
+
+// A level from the fast reader: table `t`, the step added to `disc`.
+inline uint32_t LevelOf(FastReader& r, int t, uint32_t& disc) {
+  const uint32_t e = kLevels.e[t][r.Window() >> 56];
+  r.pos += (e >> 8) & 15;
+  disc += uint32_t(int32_t(int8_t(e >> 16)));
+  if (e & 0xFF) return e & 0xFF;
+  return LevelEscape(r);
+}
+
 // Absolute level 2 and up, from the level table of `slot`.
 template <class R>
 inline uint32_t DecodeLevel(R& r, State& s, int slot) {
-  const int sym = r.Symbol(AlphabetOf(7), s.table[slot]);
-  AccountOf<7, R>(s, slot, sym);
-  if (sym < 6) return uint32_t(kLevelBase[sym]) + r.Bits(kLevelBits[sym]);
+  if constexpr (std::is_same_v<R, FastReader>) {
+    uint32_t d = uint32_t(s.disc[slot]);
+    const uint32_t level = LevelOf(r, s.table[slot], d);
+    s.disc[slot] = int32_t(d);
+    return level;
+  } else {
+    const int sym = r.Symbol(AlphabetOf(7), s.table[slot]);
+    AccountOf<7, R>(s, slot, sym);
+    if (sym < 6) return uint32_t(kLevelBase[sym]) + r.Bits(kLevelBits[sym]);
+    return LevelEscape(r);
+  }
+}
+
+template <class R>
+inline uint32_t LevelEscape(R& r) {
   int fixed = int(r.Bits(4)) + 4;
   if (fixed == 19) {
     fixed += int(r.Bits(2));
@@ -488,9 +589,47 @@ inline void EncodeLevel(Writer& w, State& s, int slot, uint32_t level) {
 // Largest absolute level the escape codes: 2 + 2^29 + 2^29 - 1.
 constexpr uint32_t kMaxLevel = 2u + (1u << 30) - 1u;
 
+// Runs with their extra bits, by run table and bin, from one look-up of
+// the next 8 bits: the run (bits 0-7) and the bits taken (8-11).
+struct RunLut {
+  uint16_t e[2][3][256];
+};
+constexpr RunLut MakeRunLut() {
+  RunLut l{};
+  for (int t = 0; t < 2; ++t) {
+    for (int bin = 0; bin < 3; ++bin) {
+      for (int k = 0; k < 5; ++k) {
+        const Code c = kAlpha5.code[t][k];
+        const int extra = kRunBits[bin][k];
+        const int lo = c.code << (8 - c.len), n = 1 << (8 - c.len);
+        for (int i = 0; i < n; ++i) {
+          l.e[t][bin][lo + i] = uint16_t((kRunBase[bin][k] + (i >> (8 - c.len - extra))) | (c.len + extra) << 8);
+        }
+      }
+    }
+  }
+  return l;
+}
+inline constexpr RunLut kRuns = MakeRunLut();
+
 // A run of 1..maxRun zeros before a coefficient known to follow one.
 template <class R>
 inline int DecodeRun(R& r, State& s, int maxRun) {
+  if constexpr (std::is_same_v<R, FastReader>) {
+    const uint64_t w = r.Window();
+    if (maxRun < 5) {  // up to maxRun - 1 zeros ended by a one
+      const int z = int(__builtin_clzll(w | (uint64_t(1) << 59)));
+      if (z < maxRun - 1) {
+        r.pos += z + 1;
+        return z + 1;
+      }
+      r.pos += maxRun - 1;
+      return maxRun;
+    }
+    const uint16_t e = kRuns.e[s.table[kRun]][RunBin(maxRun)][w >> 56];
+    r.pos += e >> 8;
+    return e & 0xFF;
+  }
   if (maxRun < 5) {
     if (maxRun == 1 || r.Bit()) return 1;
     if (maxRun == 2 || r.Bit()) return 2;
@@ -591,13 +730,12 @@ inline int DecodeBlock(R& r, State& s, int group, bool chroma, int first, int32_
 // level) as it is decoded instead of through a zeroed array: no array to
 // clear and no second pass over the 15 positions.
 template <class Put>
-inline int DecodeBlockTo(FastReader& r, State& s, int group, bool chroma, int first, Put put) {
+inline int DecodeBlockOn(FastReader& r, State& s, int group, bool chroma, int first, Put put) {
   const int idx = group + (chroma ? kIndexChr : kIndexLum);
   const int fst = group + (chroma ? kFirstChr : kFirstLum);
   // each index comes with the sign of its coefficient
   uint32_t neg;
-  int sym = r.SymbolAndBit(AlphabetOf(12), s.table[fst], &neg);
-  AccountOf<12, FastReader>(s, fst, sym);
+  int sym = IndexAndSign<12>(r, s, fst, &neg);
   bool sr = sym & 1;
   bool sl = sym & 2;
   int srn = sym >> 2;
@@ -627,8 +765,7 @@ inline int DecodeBlockTo(FastReader& r, State& s, int group, bool chroma, int fi
     // `loc` is now the next coefficient's position; its index follows.
     const int after = loc + 1;
     if (after < 15) {
-      sym = r.SymbolAndBit(AlphabetOf(6), s.table[idx + cont], &neg);
-      AccountOf<6, FastReader>(s, idx + cont, sym);
+      sym = IndexAndSign<6>(r, s, idx + cont, &neg);
     } else {
       if (after == 15) {
         if (!r.Bit()) sym = 0;
@@ -644,6 +781,14 @@ inline int DecodeBlockTo(FastReader& r, State& s, int group, bool chroma, int fi
     sl = sym & 1;
     sr = true;  // its run is already read
   }
+}
+
+template <class Put>
+inline int DecodeBlockTo(FastReader& r, State& s, int group, bool chroma, int first, Put put) {
+  FastReader l = r;
+  const int n = DecodeBlockOn(l, s, group, chroma, first, put);
+  r = l;
+  return n;
 }
 
 inline void EncodeBlock(Writer& w, State& s, int group, bool chroma, int first, const int32_t* val) {
@@ -920,7 +1065,8 @@ inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
   CountLpCbp(s, n, cbp);
   int32_t val[16];
   for (int ch = 0; ch < s.channels; ++ch) {
-    for (int k = 1; k < LpCount(s, ch); ++k) coef[16 * ch + k] = 0;
+    const int m = LpCount(s, ch);
+    for (int k = 1; k < m; ++k) coef[16 * ch + k] = 0;
   }
   for (int g = 0; g < n; ++g) {
     const bool shared = Shared(s) && g == 1;
@@ -944,10 +1090,11 @@ inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
       if (!shared) {
         for (int ch = GroupFirstChannel(s, g); ch <= GroupLastChannel(s, g); ++ch) {
           const int bits = s.modelBits[kLP][ch > 0];
-          if (bits > 0 && LpCount(s, ch) == 16) {
+          const int m = LpCount(s, ch);
+          if (bits > 0 && m == 16) {
             RefineBlock(r, coef + 16 * ch, bits, 0);
-          } else {
-            for (int k = 1; k < LpCount(s, ch); ++k) {
+          } else if (bits > 0) {
+            for (int k = 1; k < m; ++k) {
               const int at = 16 * ch + LpRefinePos(s, ch, k);
               coef[at] = Refine(r, coef[at], bits, 0);
             }
@@ -1057,15 +1204,17 @@ inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, St
   const int sc = 1 + scan;
   for (int ch = 0; ch < s.channels; ++ch) {
     const int bits = s.modelBits[kHP][ch > 0];
-    for (int i = 0; i < HpBlocks(s, ch); ++i) {
-      const int b = HpBlockAt(s, ch, i);
+    const int nb = HpBlocks(s, ch);
+    const int32_t pattern = cbp[ch];
+    for (int i = 0; i < nb; ++i) {
+      const int b = nb == 16 ? kHpBlockOrder[i] : i;
       int32_t* blk = coef + 256 * ch + 16 * b;
       for (int k = 1; k < 16; ++k) blk[k] = 0;
       if constexpr (std::is_same_v<R, FastReader>) {
         // coefficients land in the block as they come; a count moves only
         // entries at or before its own position, so each position still
         // maps through the order the block started with
-        if ((cbp[ch] >> b) & 1) {
+        if ((pattern >> b) & 1) {
           const uint8_t* order = s.order[sc];
           const int cnt = DecodeBlockTo(r, s, kHpFirst, ch > 0, 1, [&](int p, int32_t v) {
             blk[order[p]] = v;
@@ -1074,7 +1223,7 @@ inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, St
           if (cnt < 0) return RvtResult(cnt);
           lm[ch > 0] += cnt;
         }
-      } else if ((cbp[ch] >> b) & 1) {
+      } else if ((pattern >> b) & 1) {
         std::memset(val, 0, sizeof(val));
         const int cnt = DecodeBlock(r, s, kHpFirst, ch > 0, 1, val);
         if (cnt < 0) return RvtResult(cnt);
@@ -1141,9 +1290,9 @@ inline RvtResult EncodeHP(Writer& w, Writer& f, int trim, int scan, const int32_
 // Bit i of a coded 16-block pattern is block kHpBlockOrder[i] (an
 // involution); 4:2:0 / 4:2:2 chroma patterns are in raster order already.
 inline int32_t QuadToRaster(int32_t v) {
-  int32_t o = 0;
-  for (int i = 0; i < 16; ++i) o |= ((v >> i) & 1) << kHpBlockOrder[i];
-  return o;
+  // the second and third blocks of each quad row trade places (bits 2, 3
+  // with 4, 5 and 10, 11 with 12, 13); the order is its own inverse
+  return (v & 0xC3C3) | ((v & 0x0C0C) << 2) | ((v >> 2) & 0x0C0C);
 }
 
 // The pattern of 1..4 set bits of a nibble: a 5-symbol code (none, one,
@@ -1364,7 +1513,8 @@ inline RvtResult DecodeHPEntry(const uint8_t* src, int32_t len, int32_t* pos, co
   else status = DecodeHP(r, r, trim, scan, cbp, s, tmp);
   if (status != rvtStatusOk) return status;
   for (int ch = 0; ch < s.channels; ++ch) {
-    for (int b = 0; b < HpBlocks(s, ch); ++b) {
+    const int nb = HpBlocks(s, ch);
+    for (int b = 0; b < nb; ++b) {
       std::memcpy(coef + 256 * ch + 16 * b + 1, tmp + 256 * ch + 16 * b + 1, 15 * sizeof(int32_t));
     }
   }
