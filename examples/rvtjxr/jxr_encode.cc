@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -93,6 +94,23 @@ struct Quantizer {
     return int32_t((m ^ sign) - sign);
   }
 };
+
+// Quantizer's values for a run of coefficients at once: the magnitude plus
+// the bias is below 2^33, so its double quotient by the step is never
+// rounded up to the next integer and truncating it gives the exact
+// integer quotient.  Steps of 2 and up only (the quotient then fits).
+#if defined(__x86_64__) && defined(__GNUC__)
+#define RVTJXR_CLONED __attribute__((target_clones("avx2", "default")))
+#else
+#define RVTJXR_CLONED
+#endif
+RVTJXR_CLONED void QuantizeSpan(const int32_t* __restrict in, int32_t* __restrict out, int n, double step,
+                                double bias) {
+  for (int i = 0; i < n; ++i) {
+    const int32_t m = int32_t((std::fabs(double(in[i])) + bias) / step);
+    out[i] = in[i] < 0 ? -m : m;
+  }
+}
 
 // A growing coefficient stream: a packet header, then what the coefficient
 // encoders append.
@@ -543,15 +561,19 @@ bool Encoder::Macroblock(VLCState_JPEGXR* st, int mx, int my, int x0, int y0, in
     int32_t* p = hp + 256 * ch;
     const int bw = BlocksWide(ch), bh = BlocksHigh(ch), nb = bw * bh;
     const Quantizer hq = hpQ_[size_t(ch)];
+    // the macroblock's blocks lie one after another (DCs quantized too,
+    // then dropped)
+    int32_t quantized[256];
+    const int32_t* all = Block(ch, mx, my, 0, 0);
+    if (hq.step != 1) {
+      QuantizeSpan(all, quantized, 16 * nb, double(hq.step), double(hq.bias));
+      all = quantized;
+    }
     for (int b = 0; b < nb; ++b) {
-      const int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
+      const int32_t* blk = all + 16 * ((b % bw) * bh + b / bw);
       int32_t* q = p + 16 * b;
       q[0] = 0;
-      if (hq.step == 1) {
-        for (int k = 1; k < 16; ++k) q[k] = blk[kRaster[k]];
-      } else {
-        for (int k = 1; k < 16; ++k) q[k] = hq(blk[kRaster[k]]);
-      }
+      for (int k = 1; k < 16; ++k) q[k] = blk[kRaster[k]];
     }
     if (acMode == 0) {
       for (int by = 0; by < bh; ++by) {
