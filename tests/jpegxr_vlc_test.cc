@@ -1186,7 +1186,13 @@ std::vector<test::Case> EncodeHpCases(test::Rng& rng) {
                                    1 << 17, &pos, flexScratch.data(), 1 << 16, &fpos, 0);
       if (rng.Uniform(0, 1)) rvtiVLCAdapt_JPEGXR(S(st), int32_t(rng.Uniform(1, 31)));
     }
-    const Mb m = macroblock();
+    Mb m = macroblock();
+    if (t % 4 == 3) {  // no model bits: the escape's largest level, or past it (refused)
+      bits[0] = bits[1] = 0;
+      const int32_t big[4] = {int32_t(vlc::kMaxLevel), -int32_t(vlc::kMaxLevel), int32_t(vlc::kMaxLevel + 1),
+                              INT32_MIN};
+      m.hp[16 * rng.Uniform(0, 15) + rng.Uniform(1, 15)] = big[rng.Uniform(0, 3)];
+    }
     const bool sep = rng.Uniform(0, 1);
     const int32_t start = int32_t(rng.Uniform(0, 40)), fstart = int32_t(rng.Uniform(0, 40));
     const int32_t roomy = 256 * f.channels * 100 / 8 + 64;
