@@ -469,26 +469,6 @@ inline constexpr StepTable kSteps6 = MakeStepTable(kAlpha6);
 inline constexpr StepTable kSteps7 = MakeStepTable(kAlpha7);
 inline constexpr StepTable kSteps12 = MakeStepTable(kAlpha12);
 
-// PutCounted of the N-symbol alphabet: the reference writer's way, or for
-// the roomy one, its code and both discriminant steps from the tables above.
-template <int N, class W>
-__attribute__((always_inline)) inline void PutCountedOf(W& w, State& s, int slot, int sym, uint32_t tail = 0,
-                                                        int tailBits = 0) {
-  static_assert(N == 6 || N == 7 || N == 12);
-  if constexpr (std::is_same_v<W, RoomyWriter>) {
-    constexpr const Alphabet& a = N == 6 ? kAlpha6 : N == 7 ? kAlpha7 : kAlpha12;
-    static_assert(a.tables >= 2 && a.symbols == N);
-    const StepTable& st = N == 6 ? kSteps6 : N == 7 ? kSteps7 : kSteps12;
-    const int t = s.table[slot];
-    const Code c = a.code[t][sym];
-    w.Put((uint32_t(c.code) << tailBits) | tail, c.len + tailBits);
-    s.disc[slot] = int32_t(uint32_t(s.disc[slot]) + uint32_t(int32_t(st.lo[t][sym])));
-    if constexpr (N != 7) s.disc1[slot] = int32_t(uint32_t(s.disc1[slot]) + uint32_t(int32_t(st.hi[t][sym])));
-  } else {
-    PutCounted(w, s, AlphabetOf(N), slot, sym, tail, tailBits);
-  }
-}
-
 // Account for a symbol of the N-symbol alphabet: the reference looks the
 // alphabet up, the fast reader's decoders use the tables above.
 template <int N, class R>
@@ -516,6 +496,26 @@ inline uint32_t DecodeLevel(R& r, State& s, int slot) {
     if (fixed == 22) fixed += int(r.Bits(3));
   }
   return 2u + (1u << fixed) + r.Bits(fixed);
+}
+
+// PutCounted of the N-symbol alphabet: the reference writer's way, or for
+// the roomy one, its code and both discriminant steps from the step tables.
+template <int N, class W>
+__attribute__((always_inline)) inline void PutCountedOf(W& w, State& s, int slot, int sym, uint32_t tail = 0,
+                                                        int tailBits = 0) {
+  static_assert(N == 6 || N == 7 || N == 12);
+  if constexpr (std::is_same_v<W, RoomyWriter>) {
+    constexpr const Alphabet& a = N == 6 ? kAlpha6 : N == 7 ? kAlpha7 : kAlpha12;
+    static_assert(a.tables >= 2 && a.symbols == N);
+    const StepTable& st = N == 6 ? kSteps6 : N == 7 ? kSteps7 : kSteps12;
+    const int t = s.table[slot];
+    const Code c = a.code[t][sym];
+    w.Put((uint32_t(c.code) << tailBits) | tail, c.len + tailBits);
+    s.disc[slot] = int32_t(uint32_t(s.disc[slot]) + uint32_t(int32_t(st.lo[t][sym])));
+    if constexpr (N != 7) s.disc1[slot] = int32_t(uint32_t(s.disc1[slot]) + uint32_t(int32_t(st.hi[t][sym])));
+  } else {
+    PutCounted(w, s, AlphabetOf(N), slot, sym, tail, tailBits);
+  }
 }
 
 template <class W>
