@@ -1206,5 +1206,84 @@ TEST(JpegXrVlc, FastReadersMatchTheReferenceInEveryTable) {
   }
 }
 
+// HP macroblocks coded from a context that has moved (model bits over and
+// under the trim), into buffers with bits before the start to keep, with
+// room to spare (the fast run) or barely any (the careful one), flexbits
+// in the stream or apart.
+std::vector<test::Case> EncodeHpCases(test::Rng& rng) {
+  std::vector<test::Case> out;
+  for (int t = 0; t < 120; ++t) {
+    const Format f = kFormats[rng.Uniform(0, 6)];
+    std::vector<uint8_t> st = NewState(f.format, f.channels);
+    auto& bits = reinterpret_cast<vlc::State*>(st.data())->modelBits[vlc::kHP];
+    bits[0] = int(rng.Uniform(0, 10)), bits[1] = int(rng.Uniform(0, 10));
+    std::vector<uint8_t> scratch(1 << 17), flexScratch(1 << 16);
+    std::vector<int32_t> cbp(size_t(f.channels));
+    auto macroblock = [&] {
+      Mb m = RandomMb(rng, f.channels, int(rng.Uniform(0, 3)));
+      if (rng.Uniform(0, 1)) {  // magnitudes around the model bits
+        for (size_t k = 0; k < m.hp.size(); ++k) {
+          const int b = bits[k >= 256] + 2;
+          if (k % 16 && rng.Uniform(0, 2)) m.hp[k] = int32_t(rng.Uniform(0, 2u << b)) - int32_t(1 << b);
+        }
+      }
+      return m;
+    };
+    for (int i = int(rng.Uniform(0, 4)); i > 0; --i) {
+      int32_t pos = 0, fpos = 0;
+      const Mb m = macroblock();
+      rvtiVLCEncodeHP_JPEGXR_32s1u(m.hp.data(), int32_t(rng.Uniform(0, 1)), S(st), cbp.data(), scratch.data(),
+                                   1 << 17, &pos, flexScratch.data(), 1 << 16, &fpos, 0);
+      if (rng.Uniform(0, 1)) rvtiVLCAdapt_JPEGXR(S(st), int32_t(rng.Uniform(1, 31)));
+    }
+    Mb m = macroblock();
+    if (t % 4 == 3) {  // no model bits: the escape's largest level, or past it (refused)
+      bits[0] = bits[1] = 0;
+      const int32_t big[4] = {int32_t(vlc::kMaxLevel), -int32_t(vlc::kMaxLevel), int32_t(vlc::kMaxLevel + 1),
+                              INT32_MIN};
+      m.hp[16 * rng.Uniform(0, 15) + rng.Uniform(1, 15)] = big[rng.Uniform(0, 3)];
+    }
+    const bool sep = rng.Uniform(0, 1);
+    const int32_t start = int32_t(rng.Uniform(0, 40)), fstart = int32_t(rng.Uniform(0, 40));
+    const int32_t roomy = 256 * f.channels * 100 / 8 + 64;
+    const int32_t len = t % 3 == 2 ? int32_t(rng.Uniform(6, 600)) : roomy;
+    const int32_t flexLen = !sep ? 0 : t % 5 == 4 ? int32_t(rng.Uniform(6, 300)) : roomy;
+    test::Case k;
+    k.label = "format " + std::to_string(f.format) + " channels " + std::to_string(f.channels);
+    test::Buf coef = test::ArrayOf<int32_t>(256 * f.channels);
+    std::memcpy(coef.as<int32_t>(), m.hp.data(), 4 * m.hp.size());
+    k.in.push_back(std::move(coef));
+    test::Buf sb = test::ArrayOf<uint8_t>(int(st.size()));
+    std::memcpy(sb.as<uint8_t>(), st.data(), st.size());
+    k.out.push_back(std::move(sb));
+    k.out.push_back(test::ArrayOf<int32_t>(f.channels));
+    test::Buf dst = test::ArrayOf<uint8_t>(len);
+    rng.Fill(dst.as<uint8_t>(), size_t(len), uint8_t(0), uint8_t(255));
+    k.out.push_back(std::move(dst));
+    test::Buf flex = test::ArrayOf<uint8_t>(sep ? flexLen : 1);
+    rng.Fill(flex.as<uint8_t>(), size_t(sep ? flexLen : 1), uint8_t(0), uint8_t(255));
+    k.out.push_back(std::move(flex));
+    test::Buf ps = test::ArrayOf<int32_t>(2);
+    ps.as<int32_t>()[0] = start, ps.as<int32_t>()[1] = fstart;
+    k.out.push_back(std::move(ps));
+    k.arg[0] = len;
+    k.arg[1] = flexLen;
+    k.arg[2] = int32_t(rng.Uniform(0, 5));  // trim
+    k.arg[3] = int32_t(rng.Uniform(0, 1));  // scan
+    out.push_back(std::move(k));
+  }
+  return out;
+}
+
+RVT_CHECKASM(rvtiVLCEncodeHP_JPEGXR_32s1u,
+             test::Cases{[](test::Rng& rng) { return EncodeHpCases(rng); },
+                         [](auto fn, test::Case& k) {
+                           int32_t* ps = k.out[4].as<int32_t>();
+                           return fn(k.in[0].as<int32_t>(), int32_t(k.arg[3]), k.out[0].as<VLCState_JPEGXR>(),
+                                     k.out[1].as<int32_t>(), k.out[2].as<uint8_t>(), int32_t(k.arg[0]), ps,
+                                     k.arg[1] ? k.out[3].as<uint8_t>() : nullptr, int32_t(k.arg[1]), ps + 1,
+                                     int32_t(k.arg[2]));
+                         }});
+
 }  // namespace
 }  // namespace rvt

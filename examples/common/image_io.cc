@@ -1,6 +1,10 @@
 #include "image_io.h"
 
 #include <png.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
@@ -366,6 +370,64 @@ bool WriteImage16(const std::string& path, const Image16& image, std::string* er
     *error = "write error on " + path;
     return false;
   }
+  return true;
+}
+
+bool MappedPnm8::Open(const std::string& path) {
+  Close();
+  const int fd = open(path.c_str(), O_RDONLY);
+  if (fd < 0) return false;
+  struct stat sb;
+  if (fstat(fd, &sb) == 0 && S_ISREG(sb.st_mode) && sb.st_size > 16) {
+    size_ = size_t(sb.st_size);
+    void* m = mmap(nullptr, size_, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+    base_ = m == MAP_FAILED ? nullptr : static_cast<const uint8_t*>(m);
+  }
+  close(fd);
+  if (base_ && Parse()) return true;
+  Close();
+  return false;
+}
+
+void MappedPnm8::Close() {
+  if (base_) munmap(const_cast<uint8_t*>(base_), size_);
+  base_ = nullptr;
+  size_ = 0;
+  samples = nullptr;
+  width = height = channels = 0;
+}
+
+// The header as ReadPnm takes it: numbers between white space and
+// comments, one white-space byte after the last.
+bool MappedPnm8::Parse() {
+  if (base_[0] != 'P' || (base_[1] != '5' && base_[1] != '6')) return false;
+  size_t i = 2;
+  int v[3];
+  for (int k = 0; k < 3; ++k) {
+    for (;;) {
+      if (i >= size_) return false;
+      if (base_[i] == '#') {
+        while (i < size_ && base_[i] != '\n') ++i;
+      } else if (base_[i] == ' ' || base_[i] == '\t' || base_[i] == '\r' || base_[i] == '\n') {
+        ++i;
+      } else {
+        break;
+      }
+    }
+    if (base_[i] < '0' || base_[i] > '9') return false;
+    long n = 0;
+    while (i < size_ && base_[i] >= '0' && base_[i] <= '9') {
+      n = n * 10 + (base_[i++] - '0');
+      if (n > 65535) return false;
+    }
+    if (i >= size_) return false;
+    v[k] = int(n);
+    ++i;  // the white-space byte after the number
+  }
+  if (v[0] < 1 || v[1] < 1 || v[2] != 255) return false;
+  if (size_ - i < size_t(v[0]) * size_t(v[1]) * (base_[1] == '6' ? 3u : 1u)) return false;
+  width = v[0], height = v[1], channels = base_[1] == '6' ? 3 : 1;
+  samples = base_ + i;
   return true;
 }
 

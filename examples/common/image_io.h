@@ -70,6 +70,27 @@ bool ReadImage16(const std::string& path, Image16* image, std::string* error);
 // PGM/PPM with maxval 2^precision - 1.  Samples are written as they are.
 bool WriteImage16(const std::string& path, const Image16& image, std::string* error);
 
+// An 8-bit binary PGM/PPM (maxval 255) mapped read-only, so that a coder
+// can read the samples where the file's pages lie, with no copy and no
+// 16-bit image.  Open returns false (leaving nothing open) for anything
+// else, which is the general readers' job.
+class MappedPnm8 {
+ public:
+  MappedPnm8() = default;
+  MappedPnm8(const MappedPnm8&) = delete;
+  MappedPnm8& operator=(const MappedPnm8&) = delete;
+  ~MappedPnm8() { Close(); }
+  bool Open(const std::string& path);
+  void Close();
+  int width = 0, height = 0, channels = 0;
+  const uint8_t* samples = nullptr;  // rows of width * channels bytes
+
+ private:
+  bool Parse();
+  const uint8_t* base_ = nullptr;
+  size_t size_ = 0;
+};
+
 }  // namespace rvtjpeg
 
 #endif  // RVTJPEG_IMAGE_IO_H_

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -94,6 +95,23 @@ struct Quantizer {
   }
 };
 
+// Quantizer's values for a run of coefficients at once: the magnitude plus
+// the bias is below 2^33, so its double quotient by the step is never
+// rounded up to the next integer and truncating it gives the exact
+// integer quotient.  Steps of 2 and up only (the quotient then fits).
+#if defined(__x86_64__) && defined(__GNUC__)
+#define RVTJXR_CLONED __attribute__((target_clones("avx2", "default")))
+#else
+#define RVTJXR_CLONED
+#endif
+RVTJXR_CLONED void QuantizeSpan(const int32_t* __restrict in, int32_t* __restrict out, int n, double step,
+                                double bias) {
+  for (int i = 0; i < n; ++i) {
+    const int32_t m = int32_t((std::fabs(double(in[i])) + bias) / step);
+    out[i] = in[i] < 0 ? -m : m;
+  }
+}
+
 // A growing coefficient stream: a packet header, then what the coefficient
 // encoders append.
 struct Stream {
@@ -135,7 +153,7 @@ using Plane = std::vector<int32_t, DefaultInit<int32_t>>;
 
 class Encoder {
  public:
-  Encoder(const Picture& pic, const EncodeOptions& opt) : pic_(pic), opt_(opt) {}
+  Encoder(const Picture& pic, const uint8_t* bytes, const EncodeOptions& opt) : pic_(pic), bytes_(bytes), opt_(opt) {}
   bool Run(std::vector<uint8_t>* out, std::string* error);
 
  private:
@@ -145,9 +163,11 @@ class Encoder {
     std::vector<PredInfo> row, prev;
   };
   void ConvertRow(int y, int32_t* ly, int32_t* lu, int32_t* lv) const;
+  template <class S>
+  void ConvertRowOf(const S* s, int32_t* ly, int32_t* lu, int32_t* lv) const;
   void LoadRow(int my);
-  template <int cn>
-  void LoadRowOf(int my);
+  template <int cn, class S>
+  void LoadRowOf(const S* pixels, int my);
   void LoadSubsampled(int end);
   void SecondLevel(int my, int from, int to);
   void Quantize(int mx, int my, int32_t* out);
@@ -169,6 +189,7 @@ class Encoder {
   int BlocksHigh(int ch) const { return sub_ && ch > 0 && format_ == k420 ? 2 : 4; }
 
   const Picture& pic_;
+  const uint8_t* bytes_;  // 8-bit pixels lying elsewhere (pic_.samples then empty)
   const EncodeOptions& opt_;
   int format_ = kYOnly, nc_ = 1, index_ = 0;
   bool scaled_ = false;
@@ -227,10 +248,16 @@ inline int32_t Taps5(int32_t d0, int32_t d1, int32_t d2, int32_t d3, int32_t d4)
 // colour, through the reversible RGB-to-YUV lifting the decoder undoes;
 // lossy images carry three more bits.
 void Encoder::ConvertRow(int y, int32_t* ly, int32_t* lu, int32_t* lv) const {
+  const size_t at = size_t(std::min(y, pic_.height - 1)) * size_t(pic_.width) * size_t(pic_.channels);
+  if (bytes_) ConvertRowOf(bytes_ + at, ly, lu, lv);
+  else ConvertRowOf(pic_.samples.data() + at, ly, lu, lv);
+}
+
+template <class S>
+void Encoder::ConvertRowOf(const S* s, int32_t* ly, int32_t* lu, int32_t* lv) const {
   const int shift = scaled_ ? 3 : 0;
   const int32_t mid = int32_t(1) << (pic_.bits - 1);
   const int cn = pic_.channels, w = pic_.width, pw = mbw_ * 16;
-  const uint16_t* s = pic_.samples.data() + size_t(std::min(y, pic_.height - 1)) * w * cn;
   if (cn == 1) {
     for (int x = 0; x < w; ++x) ly[x] = (int32_t(s[x]) - mid) * (1 << shift);
   } else {
@@ -259,17 +286,22 @@ void Encoder::ConvertRow(int y, int32_t* ly, int32_t* lu, int32_t* lv) const {
 // padding is the converted last column and row), macroblock by
 // macroblock so that each macroblock's lines are written while in cache.
 void Encoder::LoadRow(int my) {
-  if (pic_.channels == 1) LoadRowOf<1>(my);
-  else LoadRowOf<3>(my);
+  if (bytes_) {
+    if (pic_.channels == 1) LoadRowOf<1>(bytes_, my);
+    else LoadRowOf<3>(bytes_, my);
+  } else {
+    if (pic_.channels == 1) LoadRowOf<1>(pic_.samples.data(), my);
+    else LoadRowOf<3>(pic_.samples.data(), my);
+  }
 }
 
-template <int cn>
-void Encoder::LoadRowOf(int my) {
+template <int cn, class S>
+void Encoder::LoadRowOf(const S* pixels, int my) {
   const int shift = scaled_ ? 3 : 0;
   const int32_t mid = int32_t(1) << (pic_.bits - 1);
   const int w = pic_.width;
-  const uint16_t* rows[16];
-  for (int r = 0; r < 16; ++r) rows[r] = pic_.samples.data() + size_t(std::min(16 * my + r, pic_.height - 1)) * w * cn;
+  const S* rows[16];
+  for (int r = 0; r < 16; ++r) rows[r] = pixels + size_t(std::min(16 * my + r, pic_.height - 1)) * w * cn;
   int32_t* const out[3] = {Row(0, my), cn > 1 ? Row(1, my) : nullptr, cn > 1 ? Row(2, my) : nullptr};
   int xs[16];
   for (int mx = 0; mx < mbw_; ++mx) {
@@ -277,7 +309,7 @@ void Encoder::LoadRowOf(int my) {
     const bool inside = x0 + 16 <= w;
     for (int k = 0; k < 16; ++k) xs[k] = std::min(x0 + k, w - 1);
     for (int r = 0; r < 16; ++r) {
-      const uint16_t* src = rows[r];
+      const S* src = rows[r];
       // the four pixels of a block row sit at a, a + 1, a + 5, a + 4
       const size_t at = size_t(mx) * 256 + size_t(r >> 2) * 16 + kInBlock[r & 3][0];
       for (int bx = 0; bx < 4; ++bx) {
@@ -288,7 +320,7 @@ void Encoder::LoadRowOf(int my) {
             v[0][k] = (int32_t(src[x]) - mid) * (1 << shift);
             continue;
           }
-          const uint16_t* s = src + 3 * x;
+          const S* s = src + 3 * x;
           const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
                         b1 = int32_t(s[2]) * (1 << shift);
           const int32_t b0 = b1 - r1;
@@ -529,15 +561,19 @@ bool Encoder::Macroblock(VLCState_JPEGXR* st, int mx, int my, int x0, int y0, in
     int32_t* p = hp + 256 * ch;
     const int bw = BlocksWide(ch), bh = BlocksHigh(ch), nb = bw * bh;
     const Quantizer hq = hpQ_[size_t(ch)];
+    // the macroblock's blocks lie one after another (DCs quantized too,
+    // then dropped)
+    int32_t quantized[256];
+    const int32_t* all = Block(ch, mx, my, 0, 0);
+    if (hq.step != 1) {
+      QuantizeSpan(all, quantized, 16 * nb, double(hq.step), double(hq.bias));
+      all = quantized;
+    }
     for (int b = 0; b < nb; ++b) {
-      const int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
+      const int32_t* blk = all + 16 * ((b % bw) * bh + b / bw);
       int32_t* q = p + 16 * b;
       q[0] = 0;
-      if (hq.step == 1) {
-        for (int k = 1; k < 16; ++k) q[k] = blk[kRaster[k]];
-      } else {
-        for (int k = 1; k < 16; ++k) q[k] = hq(blk[kRaster[k]]);
-      }
+      for (int k = 1; k < 16; ++k) q[k] = blk[kRaster[k]];
     }
     if (acMode == 0) {
       for (int by = 0; by < bh; ++by) {
@@ -639,7 +675,9 @@ std::vector<int> Split(int m, int n) {
 
 bool Encoder::Run(std::vector<uint8_t>* out, std::string* error) {
   const Picture& p = pic_;
-  if (p.width < 1 || p.height < 1 || p.samples.size() != size_t(p.width) * p.height * size_t(p.channels)) {
+  if (p.width < 1 || p.height < 1 ||
+      (bytes_ ? p.bits != 8 || !p.samples.empty()
+              : p.samples.size() != size_t(p.width) * p.height * size_t(p.channels))) {
     *error = "empty or inconsistent picture";
     return false;
   }
@@ -817,15 +855,34 @@ void Le32(std::vector<uint8_t>& o, uint32_t v) {
 }  // namespace
 
 bool EncodeImage(const Picture& pic, const EncodeOptions& opt, std::vector<uint8_t>* out, std::string* error) {
-  Encoder e(pic, opt);
+  Encoder e(pic, nullptr, opt);
   return e.Run(out, error);
 }
 
-// The container: header, the pixel format identifier, one directory with
-// its entries in ascending tag order, then the coded image.
+namespace {
+
+// The container around the coded image.
+bool Contain(const Picture& pic, const std::vector<uint8_t>& image, std::vector<uint8_t>* out, std::string* error);
+
+}  // namespace
+
 bool EncodeFile(const Picture& pic, const EncodeOptions& opt, std::vector<uint8_t>* out, std::string* error) {
   std::vector<uint8_t> image;
-  if (!EncodeImage(pic, opt, &image, error)) return false;
+  return EncodeImage(pic, opt, &image, error) && Contain(pic, image, out, error);
+}
+
+bool EncodeFile8(const Picture& shape, const uint8_t* pixels, const EncodeOptions& opt, std::vector<uint8_t>* out,
+                 std::string* error) {
+  std::vector<uint8_t> image;
+  Encoder e(shape, pixels, opt);
+  return e.Run(&image, error) && Contain(shape, image, out, error);
+}
+
+namespace {
+
+// The container: header, the pixel format identifier, one directory with
+// its entries in ascending tag order, then the coded image.
+bool Contain(const Picture& pic, const std::vector<uint8_t>& image, std::vector<uint8_t>* out, std::string* error) {
   if (image.size() > 0xFFFFFF00u) {
     *error = "coded image too large for the container";
     return false;
@@ -835,8 +892,7 @@ bool EncodeFile(const Picture& pic, const EncodeOptions& opt, std::vector<uint8_
                                       0xb1, 0x85, 0x3d, 0x77, 0x76, 0x8d, 0xc9};
   const uint8_t last = pic.channels == 1 ? (pic.bits == 8 ? 0x08 : 0x0b) : (pic.bits == 8 ? 0x0d : 0x15);
   std::vector<uint8_t>& o = *out;
-  o.clear();
-  o.insert(o.end(), {'I', 'I', 0xBC, 0x01});
+  o.assign({'I', 'I', 0xBC, 0x01});
   Le32(o, 0x20);
   o.insert(o.end(), kFormat, kFormat + 15);
   o.push_back(last);
@@ -863,4 +919,5 @@ bool EncodeFile(const Picture& pic, const EncodeOptions& opt, std::vector<uint8_
   return true;
 }
 
+}  // namespace
 }  // namespace rvtjxr

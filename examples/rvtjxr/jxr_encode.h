@@ -30,6 +30,11 @@ struct EncodeOptions {
 bool EncodeImage(const Picture& pic, const EncodeOptions& opt, std::vector<uint8_t>* out, std::string* error);
 // The whole file: the container around EncodeImage's output.
 bool EncodeFile(const Picture& pic, const EncodeOptions& opt, std::vector<uint8_t>* out, std::string* error);
+// The same for 8-bit pixels that lie elsewhere (a mapped file, say): rows
+// of width * channels bytes at `pixels`, `shape` their size, channels and
+// bits (8) with no samples.  Each row is read as the encoder reaches it.
+bool EncodeFile8(const Picture& shape, const uint8_t* pixels, const EncodeOptions& opt, std::vector<uint8_t>* out,
+                 std::string* error);
 
 }  // namespace rvtjxr
 

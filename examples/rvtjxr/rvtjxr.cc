@@ -119,8 +119,20 @@ int Encode(const std::vector<std::string>& args) {
       return Fail("unknown encode option " + a);
     }
   }
-  rvtjpeg::Image16 img;
   std::string error;
+  std::vector<uint8_t> out;
+  rvtjpeg::MappedPnm8 pnm8;  // 8-bit PNM: the encoder reads the file's rows in place
+  if (pnm8.Open(args[1])) {
+    rvtjxr::Picture shape;
+    shape.width = pnm8.width;
+    shape.height = pnm8.height;
+    shape.channels = pnm8.channels;
+    if (!rvtjxr::EncodeFile8(shape, pnm8.samples, opt, &out, &error)) return Fail(args[1] + ": " + error);
+    pnm8.Close();
+    if (!rvtjpeg::WriteFile(args[2], out.data(), out.size(), &error)) return Fail(error);
+    return 0;
+  }
+  rvtjpeg::Image16 img;
   if (!rvtjpeg::ReadImage16(args[1], &img, &error)) return Fail(error);
   if (img.precision != 8 && img.precision != 16) return Fail("only 8- and 16-bit images can be encoded");
   if (img.channels != 1 && img.channels != 3) return Fail("only grey and RGB images can be encoded");
@@ -130,7 +142,6 @@ int Encode(const std::vector<std::string>& args) {
   pic.channels = img.channels;
   pic.bits = img.precision;
   pic.samples = std::move(img.samples);
-  std::vector<uint8_t> out;
   if (!rvtjxr::EncodeFile(pic, opt, &out, &error)) return Fail(args[1] + ": " + error);
   if (!rvtjpeg::WriteFile(args[2], out.data(), out.size(), &error)) return Fail(error);
   return 0;

@@ -111,6 +111,57 @@ RvtResult EncodeHPEntry(const int32_t* coef, int32_t scan, State* st, int32_t* c
   return status;
 }
 
+// CheckRange's HP case without a branch a coefficient: true when no VLC
+// part reaches 2^30 (their OR stays below), which is within the escape's
+// reach; the exact check settles the rest.
+bool WellInRange(const State& s, const int32_t* coef) {
+  uint32_t any = 0;
+  for (int ch = 0; ch < s.channels; ++ch) {
+    const int bits = s.modelBits[kHP][ch > 0];
+    const int32_t* c = coef + 256 * ch;
+    const int n = 16 * HpBlocks(s, ch);
+    uint32_t acc = 0;
+    for (int i = 0; i < n; ++i) acc |= (Mag(c[i]) >> bits) & ((i & 15) ? ~0u : 0u);  // (not the DC places)
+    any |= acc;
+  }
+  static_assert((1u << 30) <= kMaxLevel);
+  return any < (1u << 30);
+}
+
+// The fast form: when the room left takes the worst case, one run with the
+// roomy writers; else the reference's way.
+RvtResult EncodeHPFast(const int32_t* coef, int32_t scan, State* st, int32_t* cbp, uint8_t* dst, int32_t len,
+                       int32_t* pos, uint8_t* flex, int32_t flexLen, int32_t* flexPos, int32_t trim) {
+  RVT_CHECK(CheckPtr(coef));
+  if (scan < 0 || scan > 1) return rvtStatusBadArg;
+  RVT_CHECK(CheckState(st));
+  RVT_CHECK(CheckPtr(cbp));
+  RVT_CHECK(CheckCursor(dst, len, pos));
+  if (flex) RVT_CHECK(CheckCursor(flex, flexLen, flexPos));
+  if (trim < 0 || trim > 15) return rvtStatusBadArg;
+  if (!WellInRange(*st, coef)) RVT_CHECK(CheckRange(*st, coef, kHP));
+  const int64_t bound = 256 * st->channels * kBitsPerCoef + 64;
+  if (EndBits(len) - *pos < bound || (flex && EndBits(flexLen) - *flexPos < bound)) {
+    return EncodeHPEntry(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim);
+  }
+  State s = *st;
+  int32_t out[16];
+  RoomyWriter w(dst, *pos);
+  if (flex) {
+    RoomyWriter f(flex, *flexPos);
+    EncodeHPRoomy(w, f, trim, scan, coef, s, out);
+    f.Flush();
+    *flexPos = int32_t(f.pos);
+  } else {
+    EncodeHPRoomy(w, w, trim, scan, coef, s, out);
+  }
+  w.Flush();
+  *st = s;
+  *pos = int32_t(w.pos);
+  for (int ch = 0; ch < st->channels; ++ch) cbp[ch] = out[ch];
+  return rvtStatusOk;
+}
+
 RvtResult EncodeCbpHPEntry(const int32_t* cbp, const int32_t* left, const int32_t* top, State* st, uint8_t* dst,
                            int32_t len, int32_t* pos) {
   RVT_CHECK(CheckPtr(cbp));
@@ -183,7 +234,7 @@ RVT_IMPL_PLAIN(rvtiVLCEncodeDC_JPEGXR_32s1u, vlc::EncodeDCEntry);
 RVT_IMPL_FAST(rvtiVLCDecodeLP_JPEGXR_1u32s, vlc::DecodeLPFast, vlc::DecodeLPRef);
 RVT_IMPL_PLAIN(rvtiVLCEncodeLP_JPEGXR_32s1u, vlc::EncodeLPEntry);
 RVT_IMPL_FAST(rvtiVLCDecodeHP_JPEGXR_1u32s, vlc::DecodeHPFast, vlc::DecodeHPRef);
-RVT_IMPL_PLAIN(rvtiVLCEncodeHP_JPEGXR_32s1u, vlc::EncodeHPEntry);
+RVT_IMPL_FAST(rvtiVLCEncodeHP_JPEGXR_32s1u, vlc::EncodeHPFast, vlc::EncodeHPEntry);
 RVT_IMPL_FAST(rvtiVLCDecodeCBPHP_JPEGXR_1u32s, vlc::DecodeCbpHPFast, vlc::DecodeCbpHPRef);
 RVT_IMPL_PLAIN(rvtiVLCEncodeCBPHP_JPEGXR_32s1u, vlc::EncodeCbpHPEntry);
 }  // namespace rvt

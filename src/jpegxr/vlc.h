@@ -390,11 +390,49 @@ struct Writer {
   bool Short() const { return pos > end; }
 };
 
+// The writer of the encoders' fast forms, for runs the caller has made sure
+// fit: no dry run and no end to watch.  The bits of the first byte before
+// the position are kept, as Writer keeps them.
+struct RoomyWriter {
+  uint8_t* p;
+  int64_t pos;
+  uint64_t acc;
+  int nb;
+  int64_t at;
+  int64_t start;
+  RoomyWriter(uint8_t* dst, int64_t from) : p(dst), pos(from), at(from >> 3), start(from) {
+    nb = int(from & 7);
+    acc = nb ? uint64_t(p[at] >> (8 - nb)) : 0u;
+  }
+  __attribute__((always_inline)) void Put(uint32_t v, int n) {
+    const uint32_t m = n >= 32 ? ~0u : (1u << n) - 1u;
+    acc = (acc << n) | (v & m);
+    nb += n;
+    pos += n;
+    if (nb >= 32) {
+      const uint32_t out = __builtin_bswap32(uint32_t(acc >> (nb - 32)));
+      std::memcpy(p + at, &out, 4);
+      at += 4;
+      nb -= 32;
+    }
+  }
+  // (a run that wrote nothing leaves its first byte as it was)
+  void Flush() {
+    if (pos == start) return;
+    while (nb >= 8) {
+      p[at++] = uint8_t(acc >> (nb - 8));
+      nb -= 8;
+    }
+    if (nb > 0) p[at] = uint8_t(acc << (8 - nb));
+  }
+};
+
 // An encoder's symbol of a slot whose alphabet it names (`a`, the one
 // SlotSymbols gives): its code, then the discriminants as Account keeps
 // them, folded for the alphabet at compile time.
 // `tail`: tailBits bits written right after the code, in the same put.
-inline void PutCounted(Writer& w, State& s, const Alphabet& a, int slot, int sym, uint32_t tail = 0,
+template <class W>
+inline void PutCounted(W& w, State& s, const Alphabet& a, int slot, int sym, uint32_t tail = 0,
                        int tailBits = 0) {
   const int t = s.table[slot];
   w.Put((uint32_t(a.code[t][sym].code) << tailBits) | tail, a.code[t][sym].len + tailBits);
@@ -561,15 +599,36 @@ inline uint32_t LevelEscape(R& r) {
   return 2u + (1u << fixed) + r.Bits(fixed);
 }
 
-inline void EncodeLevel(Writer& w, State& s, int slot, uint32_t level) {
+// PutCounted of the N-symbol alphabet: the reference writer's way, or for
+// the roomy one, its code and both discriminant steps from the step tables.
+template <int N, class W>
+__attribute__((always_inline)) inline void PutCountedOf(W& w, State& s, int slot, int sym, uint32_t tail = 0,
+                                                        int tailBits = 0) {
+  static_assert(N == 6 || N == 7 || N == 12);
+  if constexpr (std::is_same_v<W, RoomyWriter>) {
+    constexpr const Alphabet& a = N == 6 ? kAlpha6 : N == 7 ? kAlpha7 : kAlpha12;
+    static_assert(a.tables >= 2 && a.symbols == N);
+    const StepTable& st = N == 6 ? kSteps6 : N == 7 ? kSteps7 : kSteps12;
+    const int t = s.table[slot];
+    const Code c = a.code[t][sym];
+    w.Put((uint32_t(c.code) << tailBits) | tail, c.len + tailBits);
+    s.disc[slot] = int32_t(uint32_t(s.disc[slot]) + uint32_t(int32_t(st.lo[t][sym])));
+    if constexpr (N != 7) s.disc1[slot] = int32_t(uint32_t(s.disc1[slot]) + uint32_t(int32_t(st.hi[t][sym])));
+  } else {
+    PutCounted(w, s, AlphabetOf(N), slot, sym, tail, tailBits);
+  }
+}
+
+template <class W>
+inline void EncodeLevel(W& w, State& s, int slot, uint32_t level) {
   // the symbol of levels 2..17; the escape above
   static constexpr int8_t kSymOf[18] = {0, 0, 0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5};
   if (level < 18) {
     const int sym = kSymOf[level];
-    PutCounted(w, s, AlphabetOf(7), slot, sym, level - uint32_t(kLevelBase[sym]), kLevelBits[sym]);
+    PutCountedOf<7>(w, s, slot, sym, level - uint32_t(kLevelBase[sym]), kLevelBits[sym]);
     return;
   }
-  PutCounted(w, s, AlphabetOf(7), slot, 6);
+  PutCountedOf<7>(w, s, slot, 6);
   const uint32_t v = level - 2;
   int fixed = 31 - __builtin_clz(v);
   const uint32_t rest = v - (1u << fixed);
@@ -642,7 +701,8 @@ inline int DecodeRun(R& r, State& s, int maxRun) {
   return kRunBase[bin][sym] + int(r.Bits(kRunBits[bin][sym]));
 }
 
-inline void EncodeRun(Writer& w, State& s, int maxRun, int run) {
+template <class W>
+inline void EncodeRun(W& w, State& s, int maxRun, int run) {
   if (maxRun < 5) {  // run - 1 zeros and a one; the longest run drops the one
     if (run < maxRun) w.Put(1, run);
     else w.Put(0, maxRun - 1);
@@ -791,13 +851,12 @@ inline int DecodeBlockTo(FastReader& r, State& s, int group, bool chroma, int fi
   return n;
 }
 
-inline void EncodeBlock(Writer& w, State& s, int group, bool chroma, int first, const int32_t* val) {
+// (`at`: the n positions of nonzero values, ascending)
+template <class W>
+inline void EncodeBlockAt(W& w, State& s, int group, bool chroma, int first, const int32_t* val, const int* at,
+                          int n) {
   const int idx = group + (chroma ? kIndexChr : kIndexLum);
   const int fst = group + (chroma ? kFirstChr : kFirstLum);
-  int at[16], n = 0;
-  for (int p = first; p < 16; ++p) {
-    if (val[p] != 0) at[n++] = p;
-  }
   auto next = [&](int i) { return i + 1 >= n ? 0 : at[i + 1] == at[i] + 1 ? 1 : 2; };
   auto mag = [&](int i) { return val[at[i]] < 0 ? 0u - uint32_t(val[at[i]]) : uint32_t(val[at[i]]); };
   int cont = 0, loc = first;
@@ -808,14 +867,14 @@ inline void EncodeBlock(Writer& w, State& s, int group, bool chroma, int first, 
     if (i == 0) {
       const bool sr = at[0] == first;
       const int sym = int(sr) | (int(sl) << 1) | (srn << 2);
-      PutCounted(w, s, AlphabetOf(12), fst, sym, sign, 1);
+      PutCountedOf<12>(w, s, fst, sym, sign, 1);
       cont = sr && srn == 1;
     } else {
       if (at[i] != loc) EncodeRun(w, s, 15 - loc, at[i] - loc);
       const int after = at[i] + 1;
       const int sym = int(sl) | (srn << 1);
       if (after < 15) {
-        PutCounted(w, s, AlphabetOf(6), idx + cont, sym, sign, 1);
+        PutCountedOf<6>(w, s, idx + cont, sym, sign, 1);
       } else if (after == 15) {
         if (sym == 0) w.Put(0 | sign, 2);
         else if (sym == 2) w.Put(4 | sign, 3);
@@ -829,6 +888,14 @@ inline void EncodeBlock(Writer& w, State& s, int group, bool chroma, int first, 
     if (i == 0 && at[0] != first) EncodeRun(w, s, 15 - first, at[0] - first);
     loc = at[i] + 1;
   }
+}
+
+inline void EncodeBlock(Writer& w, State& s, int group, bool chroma, int first, const int32_t* val) {
+  int at[16], n = 0;
+  for (int p = first; p < 16; ++p) {
+    if (val[p] != 0) at[n++] = p;
+  }
+  EncodeBlockAt(w, s, group, chroma, first, val, at, n);
 }
 
 // The adaptive scan: a coefficient found at scan index p counts there, and
@@ -882,7 +949,8 @@ inline int32_t VlcPart(int32_t v, int bits) {
   const uint32_t q = Mag(v) >> bits;
   return int32_t(v < 0 ? 0u - q : q);
 }
-inline void EncodeRefine(Writer& w, int32_t v, int bits, int trim) {
+template <class W>
+inline void EncodeRefine(W& w, int32_t v, int bits, int trim) {
   if (bits == 0) return;
   const uint32_t m = Mag(v);
   const uint32_t ref = (m & ((1u << bits) - 1u)) >> trim;
@@ -1283,6 +1351,44 @@ inline RvtResult EncodeHP(Writer& w, Writer& f, int trim, int scan, const int32_
   }
   UpdateModel(s, kHP, lm[0], lm[1]);
   return rvtStatusOk;
+}
+
+// EncodeHP with the nonzero positions of a block gathered once as a mask
+// (the coder and the scan counts walk its set bits), refinements of blocks
+// whose model bits are all trimmed skipped, and the roomy writers.
+inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, const int32_t* coef, State& s,
+                          int32_t* cbp) {
+  int32_t lm[2] = {0, 0};
+  int32_t val[16];
+  int at[16];
+  const int sc = 1 + scan;
+  for (int ch = 0; ch < s.channels; ++ch) {
+    const int bits = s.modelBits[kHP][ch > 0];
+    const int blocks = HpBlocks(s, ch);
+    cbp[ch] = 0;
+    for (int i = 0; i < blocks; ++i) {
+      const int b = HpBlockAt(s, ch, i);
+      const int32_t* blk = coef + 256 * ch + 16 * b;
+      uint32_t mask = 0;
+      val[0] = 0;
+      for (int p = 1; p < 16; ++p) {
+        val[p] = VlcPart(blk[s.order[sc][p]], bits);
+        mask |= uint32_t(val[p] != 0) << p;
+      }
+      if (mask) {
+        cbp[ch] |= 1 << b;
+        int n = 0;
+        for (uint32_t m = mask; m; m &= m - 1) at[n++] = __builtin_ctz(m);
+        EncodeBlockAt(w, s, kHpFirst, ch > 0, 1, val, at, n);
+        lm[ch > 0] += n;
+        for (int k = 0; k < n; ++k) CountScan(s, sc, at[k]);
+      }
+      if (bits > trim) {
+        for (int k = 1; k < 16; ++k) EncodeRefine(f, blk[kLowpassRefine[k]], bits, trim);
+      }
+    }
+  }
+  UpdateModel(s, kHP, lm[0], lm[1]);
 }
 
 // ------------------------------------------------------------ HP coded-block pattern
