@@ -181,6 +181,13 @@ int Register() {
           [](benchmark::State& s, auto fn) { HotToPlanes(s, fn, 3); });
   Targets("hot/YCbCr411ToRGB_P3C3R", impl_rvtiYCbCr411ToRGB_JPEG_8u_P3C3R,
           [](benchmark::State& s, auto fn) { HotFromPlanes(s, fn, 3); });
+  Targets("hot/YCbCr422ToRGB_C2C3R", impl_rvtiYCbCr422ToRGB_JPEG_8u_C2C3R,
+          [](benchmark::State& s, auto fn) {
+            Frame& f = TheFrame();
+            Hot(s, [&](ImageSize roi) {
+              fn(f.planes[0].data(), 2 * kW, f.packed.data(), 3 * kW, roi);
+            });
+          });
   for (int threads : {1, 2}) {
     const std::string t = "/threads:" + std::to_string(threads);
     const size_t full = kPixels, half = kPixels / 2, quarter = kPixels / 4;

@@ -1,6 +1,8 @@
 // Chroma sampling over a 3840x2160 plane (down: full plane to 1920x1080;
 // up: 1920x1080 with a one-sample margin to the full plane), every target,
 // 1 and 2 threads, against memcpy of the same traffic in the same run.
+#include <time.h>
+
 #include "bench_util.h"
 
 namespace rvt {
@@ -78,6 +80,36 @@ void RunUp(benchmark::State& s, RegionFn fn, int threads, double memcpy_ns) {
   rvtSetNumThreads(old);
 }
 
+// The kernel alone, on a strip small enough to stay in L1/L2: 64 calls on a
+// 1920x8 destination (up) or source (down), by this thread's CPU time, so a
+// change to the arithmetic shows apart from the memory traffic the 4K rows
+// are bound by.  ns_per_px counts full-size pixels.
+void RunHot(benchmark::State& s, RegionFn fn, bool up) {
+  Planes& p = P();
+  constexpr int kHotW = 1920, kHotH = 8, kCalls = 64;
+  const int32_t step = kCw + 2;
+  const int32_t old = rvtSetNumThreads(1);
+  for (auto _ : s) {
+    timespec a, b;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &a);
+    for (int i = 0; i < kCalls; ++i) {
+      if (up) {
+        fn(p.half.data() + step + 1, step, {kHotW / 2, kHotH / 2}, p.full.data(), kW,
+           {kHotW, kHotH});
+      } else {
+        fn(p.full.data(), kW, {kHotW, kHotH}, p.half.data(), kCw, {kHotW / 2, kHotH / 2});
+      }
+    }
+    benchmark::ClobberMemory();
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &b);
+    s.SetIterationTime(double(b.tv_sec - a.tv_sec) + 1e-9 * double(b.tv_nsec - a.tv_nsec));
+  }
+  rvtSetNumThreads(old);
+  s.counters["ns_per_px"] =
+      benchmark::Counter(double(s.iterations()) * kCalls * kHotW * kHotH,
+                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
 // The row forms as a codec calls them, one output row per call.
 template <class Fn>
 void RunDownRows(benchmark::State& s, Fn fn, double memcpy_ns) {
@@ -110,6 +142,18 @@ void RunUpRows(benchmark::State& s, Fn fn, double memcpy_ns) {
 
 int Register() {
   const double mc = bench::MemcpyNs(kTraffic / 2);
+  for (const auto& t : test::AllTargets(impl_rvtiSampleUpH2V2_JPEG_8u_C1R)) {
+    const RegionFn fn = t.fn;
+    benchmark::RegisterBenchmark(("hot/UpH2V2/" + std::string(t.name)).c_str(),
+                                 [fn](benchmark::State& s) { RunHot(s, fn, true); })
+        ->UseManualTime();
+  }
+  for (const auto& t : test::AllTargets(impl_rvtiSampleDownH2V2_JPEG_8u_C1R)) {
+    const RegionFn fn = t.fn;
+    benchmark::RegisterBenchmark(("hot/DownH2V2/" + std::string(t.name)).c_str(),
+                                 [fn](benchmark::State& s) { RunHot(s, fn, false); })
+        ->UseManualTime();
+  }
   for (int threads : {1, 2}) {
     const std::string suffix = "/threads:" + std::to_string(threads);
     bench::RegisterTargets("DownH2V2" + suffix, impl_rvtiSampleDownH2V2_JPEG_8u_C1R,
