@@ -37,10 +37,7 @@
 #include <type_traits>
 #include <vector>
 
-#include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "image_io.h"
 #include "j2k_codestream.h"
@@ -234,71 +231,6 @@ RVTJ2K_SPLIT(SplitRow3WI, uint16_t, int32_t)
 RVTJ2K_SPLIT(SplitRow3BF, uint8_t, float)
 RVTJ2K_SPLIT(SplitRow3BI, uint8_t, int32_t)
 #undef RVTJ2K_SPLIT
-
-// An 8-bit binary PGM/PPM (maxval 255) mapped read-only: the samples are
-// read where the file's pages lie, with no copy and no 16-bit image.
-// Anything else is left to the general reader.
-class MappedPnm8 {
- public:
-  bool Open(const std::string& path) {
-    const int fd = open(path.c_str(), O_RDONLY);
-    if (fd < 0) return false;
-    struct stat sb;
-    if (fstat(fd, &sb) == 0 && sb.st_size > 16) {
-      size_ = size_t(sb.st_size);
-      void* m = mmap(nullptr, size_, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
-      base_ = m == MAP_FAILED ? nullptr : static_cast<const uint8_t*>(m);
-    }
-    close(fd);
-    if (base_ && Parse()) return true;
-    Close();
-    return false;
-  }
-  void Close() {
-    if (base_) munmap(const_cast<uint8_t*>(base_), size_);
-    base_ = nullptr;
-  }
-  ~MappedPnm8() { Close(); }
-  int width = 0, height = 0, channels = 0;
-  const uint8_t* samples = nullptr;
-
- private:
-  // The header as the general reader takes it: numbers between white space
-  // and comments, one white-space byte after the last.
-  bool Parse() {
-    if (base_[0] != 'P' || (base_[1] != '5' && base_[1] != '6')) return false;
-    size_t i = 2;
-    int v[3];
-    for (int k = 0; k < 3; ++k) {
-      for (;;) {
-        if (i >= size_) return false;
-        if (base_[i] == '#') {
-          while (i < size_ && base_[i] != '\n') ++i;
-        } else if (base_[i] == ' ' || base_[i] == '\t' || base_[i] == '\r' || base_[i] == '\n') {
-          ++i;
-        } else {
-          break;
-        }
-      }
-      if (base_[i] < '0' || base_[i] > '9') return false;
-      long n = 0;
-      while (i < size_ && base_[i] >= '0' && base_[i] <= '9') {
-        n = n * 10 + (base_[i++] - '0');
-        if (n > 65535) return false;
-      }
-      if (i >= size_) return false;
-      v[k] = int(n);
-      ++i;  // the white-space byte after the number
-    }
-    if (v[0] < 1 || v[1] < 1 || v[2] != 255) return false;
-    width = v[0], height = v[1], channels = base_[1] == '6' ? 3 : 1;
-    if (size_ - i < size_t(width) * size_t(height) * size_t(channels)) return false;
-    samples = base_ + i;
-    return true;
-  }
-  const uint8_t* base_ = nullptr;
-  size_t size_ = 0;
-};
 
 // Where one level's high-pass bands go when the row pass quantizes them
 // on their way out: rows above lowRows hold LL and HL, the others LH and
@@ -530,7 +462,7 @@ struct Encoder {
   int W = 0, H = 0, C = 0, TW = 0, TH = 0, levels = 0;
   std::vector<Tile> tiles;
   std::vector<double> bandDelta, bandNorm;  // per QCD entry
-  MappedPnm8 pnm8;  // the samples, when an 8-bit PNM (img.samples stays empty)
+  rvtjpeg::MappedPnm8 pnm8;  // the samples, when an 8-bit PNM (img.samples stays empty)
 
   void Load() {
     std::string err;
