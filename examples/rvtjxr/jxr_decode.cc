@@ -334,6 +334,7 @@ class Decoder {
  private:
   bool Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error);
   void Advance(int rowsDecoded);  // macroblock rows 0..rowsDecoded-1 are decoded
+  void Early(int my, int mx);       // macroblocks 0..mx of row my are decoded
   void Convert(int py0, int py1);
   void ConvertSub(int my);  // macroblock row my, up-sampling its chroma
   void ChromaLine(int c, int cy, int32_t* to);
@@ -375,6 +376,7 @@ class Decoder {
   std::vector<std::vector<int32_t>> hpStep_;  // per channel, per macroblock
   int trim_ = 0;
   int corners_ = 0;  // corner rows reconstructed
+  int earlyRow_ = -1, earlyX_ = 0;  // luma corners 0..earlyX_-1 of row earlyRow_ already run
   Picture* out_ = nullptr;
   bool sub_ = false;  // 4:2:0 or 4:2:2
   bool ring_ = false;
@@ -555,6 +557,7 @@ bool Decoder::Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error
     if (sub_ && ring_) Slide(my);
     for (int mx = x0; mx < x1; ++mx) {
       if (!Macroblock(mx, my, x0, y0, q, c[0], row, prev, error)) return false;
+      if (ring_ && (mx & 3) == 3) Early(my, mx);
     }
     std::swap(row, prev);
     if (h_.tileX.size() == 1) Advance(my + 1);
@@ -854,8 +857,10 @@ void Decoder::Advance(int rowsDecoded) {
   while (corners_ <= mbh_ && (corners_ < rowsDecoded || rowsDecoded == mbh_)) {
     const int y = corners_;
     const int lumaLike = sub_ ? 1 : h_.channels;
+    const int from = earlyRow_ == y ? earlyX_ : 0;
     for (int ch = 0; ch < lumaLike; ++ch) {
-      InverseTransformRow(Row(ch, y - 1), Row(ch, y), mbw_, mbh_, h_.overlap, fine, hpStep_[size_t(ch)], hpAbsent, y);
+      InverseTransformRowSpan(Row(ch, y - 1), Row(ch, y), mbw_, mbh_, h_.overlap, fine, hpStep_[size_t(ch)], hpAbsent,
+                              y, from, mbw_ + 1);
     }
     if (!sub_) {
       if (y > 0) Convert(16 * (y - 1), 16 * y);
@@ -876,6 +881,25 @@ void Decoder::Advance(int rowsDecoded) {
 }
 
 void Decoder::Finish() { Advance(mbh_); }
+
+// Luma-like corners of a row run a few macroblocks behind the decoder,
+// while their macroblocks are still in cache (the corner after macroblock
+// mx reads only it and the ones before).
+void Decoder::Early(int my, int mx) {
+  if (corners_ != my) return;
+  if (earlyRow_ != my) {
+    earlyRow_ = my;
+    earlyX_ = 0;
+  }
+  const bool hpAbsent = h_.subband == kDCOnly || h_.subband == kNoHP;
+  const bool fine = h_.subversion != 0;
+  const int lumaLike = sub_ ? 1 : h_.channels;
+  for (int ch = 0; ch < lumaLike; ++ch) {
+    InverseTransformRowSpan(Row(ch, my - 1), Row(ch, my), mbw_, mbh_, h_.overlap, fine, hpStep_[size_t(ch)], hpAbsent,
+                            my, earlyX_, mx + 1);
+  }
+  earlyX_ = mx + 1;
+}
 
 void Decoder::Slide(int my) {
   if (my - chromaBase_ < chromaSlots_) return;

@@ -162,6 +162,15 @@ void CornerDC(P p0, P p1, bool fine) {
   ScaleQuad(p0 - 16, p1 - 64, p0 + 48, p1 + 0);
 }
 
+typedef int32_t V4 __attribute__((vector_size(16)));
+
+inline V4 Load4(const int32_t* p) {
+  V4 v;
+  std::memcpy(&v, p, sizeof(v));
+  return v;
+}
+inline void Store4(int32_t* p, V4 v) { std::memcpy(p, &v, sizeof(v)); }
+
 // First-level inverse transforms, batched: the walk's blocks are gathered
 // into one row of blocks (raster order) and handed to the library in one
 // call, which runs them a vector group at a time; a lone 4x4 block would
@@ -177,20 +186,25 @@ class BlockBatch {
   void Flush() {
     if (n_ == 0) return;
     const int w = 4 * n_;
+    // a block's quads to its rows and back
     for (int i = 0; i < n_; ++i) {
       const P p = pending_[i];
-      for (int r = 0; r < 4; ++r) {
-        int32_t* row = buf_ + r * w + 4 * i;
-        for (int k = 0; k < 4; ++k) row[k] = p[kInBlock[r][k]];
-      }
+      const V4 q0 = Load4(p), q1 = Load4(p + 4), q2 = Load4(p + 8), q3 = Load4(p + 12);
+      int32_t* row = buf_ + 4 * i;
+      Store4(row, __builtin_shufflevector(q0, q1, 0, 1, 5, 4));
+      Store4(row + w, __builtin_shufflevector(q0, q1, 2, 3, 7, 6));
+      Store4(row + 2 * w, __builtin_shufflevector(q2, q3, 2, 3, 7, 6));
+      Store4(row + 3 * w, __builtin_shufflevector(q2, q3, 0, 1, 5, 4));
     }
     rvtiPCTInv_JPEGXR_32s_C1IR(buf_, int32_t(sizeof(int32_t)) * w, {w, 4});
     for (int i = 0; i < n_; ++i) {
       const P p = pending_[i];
-      for (int r = 0; r < 4; ++r) {
-        const int32_t* row = buf_ + r * w + 4 * i;
-        for (int k = 0; k < 4; ++k) p[kInBlock[r][k]] = row[k];
-      }
+      const int32_t* row = buf_ + 4 * i;
+      const V4 r0 = Load4(row), r1 = Load4(row + w), r2 = Load4(row + 2 * w), r3 = Load4(row + 3 * w);
+      Store4(p, __builtin_shufflevector(r0, r1, 0, 1, 4, 5));
+      Store4(p + 4, __builtin_shufflevector(r0, r1, 3, 2, 7, 6));
+      Store4(p + 8, __builtin_shufflevector(r3, r2, 0, 1, 4, 5));
+      Store4(p + 12, __builtin_shufflevector(r3, r2, 3, 2, 7, 6));
     }
     n_ = 0;
   }
@@ -257,21 +271,35 @@ void Post2x2(P pa, P pb, P pc, P pd, bool fine) {
 typedef int32_t V8 __attribute__((vector_size(32)));
 typedef uint32_t U8 __attribute__((vector_size(32)));
 
+// 4x4 transposes within each 128-bit half: element k of row w to element
+// w of row k.
+inline void Transpose(const V8* in, V8* out) {
+  const V8 t0 = __builtin_shufflevector(in[0], in[1], 0, 8, 1, 9, 4, 12, 5, 13);
+  const V8 t1 = __builtin_shufflevector(in[0], in[1], 2, 10, 3, 11, 6, 14, 7, 15);
+  const V8 t2 = __builtin_shufflevector(in[2], in[3], 0, 8, 1, 9, 4, 12, 5, 13);
+  const V8 t3 = __builtin_shufflevector(in[2], in[3], 2, 10, 3, 11, 6, 14, 7, 15);
+  out[0] = __builtin_shufflevector(t0, t2, 0, 1, 8, 9, 4, 5, 12, 13);
+  out[1] = __builtin_shufflevector(t0, t2, 2, 3, 10, 11, 6, 7, 14, 15);
+  out[2] = __builtin_shufflevector(t1, t3, 0, 1, 8, 9, 4, 5, 12, 13);
+  out[3] = __builtin_shufflevector(t1, t3, 2, 3, 10, 11, 6, 7, 14, 15);
+}
+
 RVTJXR_FILTER_CLONED void Windows8(P const* quads, const int32_t* steps, int n, bool hpAbsent, bool fine) {
-  alignas(32) int32_t s[16][8];
   alignas(32) int32_t st[8];
   for (int g = 0; g < n; g += 8) {
     const int m = n - g < 8 ? n - g : 8;
-    for (int w = 0; w < 8; ++w) {
-      const int i = w < m ? g + w : g;  // idle lanes repeat the first window
-      for (int q = 0; q < 4; ++q) {
-        const int32_t* p = quads[4 * i + q];
-        for (int k = 0; k < 4; ++k) s[4 * q + k][w] = p[k];
-      }
-      st[w] = steps[i];
-    }
     V8 e[16];
-    for (int k = 0; k < 16; ++k) std::memcpy(&e[k], s[k], sizeof(V8));
+    // lanes 0..3 and 4..7 hold windows w and w + 4; idle lanes repeat
+    // the group's first window
+    for (int w = 0; w < 8; ++w) st[w] = steps[w < m ? g + w : g];
+    for (int q = 0; q < 4; ++q) {
+      V8 r[4];
+      for (int w = 0; w < 4; ++w) {
+        const int lo = w < m ? g + w : g, hi = w + 4 < m ? g + w + 4 : g;
+        r[w] = __builtin_shufflevector(Load4(quads[4 * lo + q]), Load4(quads[4 * hi + q]), 0, 1, 2, 3, 4, 5, 6, 7);
+      }
+      Transpose(r, e + 4 * q);
+    }
     V8* a = e;
     V8* b = e + 4;
     V8* c = e + 8;
@@ -366,11 +394,12 @@ RVTJXR_FILTER_CLONED void Windows8(P const* quads, const int32_t* steps, int n, 
         b[k] += dcl;
       }
     }
-    for (int k = 0; k < 16; ++k) std::memcpy(s[k], &e[k], sizeof(V8));
-    for (int w = 0; w < m; ++w) {
-      for (int q = 0; q < 4; ++q) {
-        int32_t* p = quads[4 * (g + w) + q];
-        for (int k = 0; k < 4; ++k) p[k] = s[4 * q + k][w];
+    for (int q = 0; q < 4; ++q) {
+      V8 r[4];
+      Transpose(e + 4 * q, r);
+      for (int w = 0; w < 4; ++w) {
+        if (w < m) Store4(quads[4 * (g + w) + q], __builtin_shufflevector(r[w], r[w], 0, 1, 2, 3));
+        if (w + 4 < m) Store4(quads[4 * (g + w + 4) + q], __builtin_shufflevector(r[w], r[w], 4, 5, 6, 7));
       }
     }
   }
@@ -444,14 +473,19 @@ int32_t StepAt(int x, int y, int mbw, int mbh, const std::vector<int32_t>& hpSte
 
 }  // namespace
 
-void InverseTransformRow(int32_t* above, int32_t* here, int mbw, int mbh, int overlap, bool fine,
-                         const std::vector<int32_t>& hpStep, bool hpAbsent, int y) {
+void InverseTransformRowSpan(int32_t* above, int32_t* here, int mbw, int mbh, int overlap, bool fine,
+                             const std::vector<int32_t>& hpStep, bool hpAbsent, int y, int x0, int x1) {
   PostFilter f(fine, hpAbsent);
-  for (int x = 0; x <= mbw; ++x) {
+  for (int x = x0; x < x1; ++x) {
     f.step = StepAt(x, y, mbw, mbh, hpStep, hpAbsent);
     WalkCornerRows(f, above, here, mbw, mbh, overlap, fine, x, y);
   }
   f.Flush();
+}
+
+void InverseTransformRow(int32_t* above, int32_t* here, int mbw, int mbh, int overlap, bool fine,
+                         const std::vector<int32_t>& hpStep, bool hpAbsent, int y) {
+  InverseTransformRowSpan(above, here, mbw, mbh, overlap, fine, hpStep, hpAbsent, y, 0, mbw + 1);
 }
 
 void InverseTransform(int32_t* channel, int mbw, int mbh, int overlap, bool fine,
