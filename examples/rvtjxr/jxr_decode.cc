@@ -927,18 +927,29 @@ void Decoder::ChromaLine(int c, int cy, int32_t* to) {
   }
 }
 
-// Pixel row yy of a macroblock row of luma layout into `to` (padded width).
+// Pixel row yy of a macroblock row of luma layout into `to` (padded width):
+// a block's row lies in two of its 2x2 quads, rows 0 and 1 in the first
+// two, 2 and 3 in the last two (see kInBlock), one shuffle each.
 void Decoder::LumaLine(const int32_t* row, int yy, int32_t* to) const {
-  const uint8_t* k = kInBlock[yy & 3];
-  const int k0 = k[0], k1 = k[1], k2 = k[2], k3 = k[3];
-  const int b = 16 * (yy >> 2);
-  for (int i = 0; i < 4 * mbw_; ++i) {  // blocks left to right
-    const int32_t* m = row + 64 * i + b;  // block i % 4 of macroblock i / 4
-    int32_t* o = to + 4 * i;
-    o[0] = m[k0];
-    o[1] = m[k1];
-    o[2] = m[k2];
-    o[3] = m[k3];
+  typedef int32_t V4 __attribute__((vector_size(16)));
+  const int r = yy & 3;
+  const int32_t* m = row + 16 * (yy >> 2) + (r >= 2 ? 8 : 0);
+  auto at = [](const int32_t* p) {
+    V4 v;
+    std::memcpy(&v, p, sizeof(v));
+    return v;
+  };
+  const int n = 4 * mbw_;  // blocks left to right
+  if (r == 1 || r == 2) {
+    for (int i = 0; i < n; ++i) {
+      const V4 v = __builtin_shufflevector(at(m + 64 * i), at(m + 64 * i + 4), 2, 3, 7, 6);
+      std::memcpy(to + 4 * i, &v, sizeof(v));
+    }
+  } else {
+    for (int i = 0; i < n; ++i) {
+      const V4 v = __builtin_shufflevector(at(m + 64 * i), at(m + 64 * i + 4), 0, 1, 5, 4);
+      std::memcpy(to + 4 * i, &v, sizeof(v));
+    }
   }
 }
 
