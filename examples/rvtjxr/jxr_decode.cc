@@ -918,12 +918,27 @@ void Decoder::ChromaLine(int c, int cy, int32_t* to) {
   const int mbHigh = q ? 8 : 16, mbSize = q ? 64 : 128;
   const int yy = cy & (mbHigh - 1);
   const int32_t* row = ChromaPlane(c) + ptrdiff_t(cy / mbHigh) * ptrdiff_t(chromaRowLen_);
-  int at[8];
-  for (int x = 0; x < 8; ++x) at[x] = int(ChromaAt(x, yy, 1, q));
-  for (int mx = 0; mx < mbw_; ++mx) {
-    const int32_t* m = row + mx * mbSize;
-    int32_t* o = to + 8 * mx;
-    for (int x = 0; x < 8; ++x) o[x] = m[at[x]];
+  // the row's left and right halves: one block row each, in two quads
+  typedef int32_t V4 __attribute__((vector_size(16)));
+  const int r = yy & 3;
+  const int32_t* m = row + 16 * (yy >> 2) + (r >= 2 ? 8 : 0);
+  const int right = q ? 32 : 64;
+  auto at = [](const int32_t* p) {
+    V4 v;
+    std::memcpy(&v, p, sizeof(v));
+    return v;
+  };
+  auto put = [](int32_t* p, V4 v) { std::memcpy(p, &v, sizeof(v)); };
+  if (r == 1 || r == 2) {
+    for (int mx = 0; mx < mbw_; ++mx, m += mbSize) {
+      put(to + 8 * mx, __builtin_shufflevector(at(m), at(m + 4), 2, 3, 7, 6));
+      put(to + 8 * mx + 4, __builtin_shufflevector(at(m + right), at(m + right + 4), 2, 3, 7, 6));
+    }
+  } else {
+    for (int mx = 0; mx < mbw_; ++mx, m += mbSize) {
+      put(to + 8 * mx, __builtin_shufflevector(at(m), at(m + 4), 0, 1, 5, 4));
+      put(to + 8 * mx + 4, __builtin_shufflevector(at(m + right), at(m + right + 4), 0, 1, 5, 4));
+    }
   }
 }
 
