@@ -284,19 +284,20 @@ inline void Transpose(const V8* in, V8* out) {
   out[3] = __builtin_shufflevector(t1, t3, 2, 3, 10, 11, 6, 7, 14, 15);
 }
 
+// quads and steps run on to a multiple of eight windows (the idle lanes
+// of the last group: any window, only read).
 RVTJXR_FILTER_CLONED void Windows8(P const* quads, const int32_t* steps, int n, bool hpAbsent, bool fine) {
   alignas(32) int32_t st[8];
   for (int g = 0; g < n; g += 8) {
     const int m = n - g < 8 ? n - g : 8;
     V8 e[16];
-    // lanes 0..3 and 4..7 hold windows w and w + 4; idle lanes repeat
-    // the group's first window
-    for (int w = 0; w < 8; ++w) st[w] = steps[w < m ? g + w : g];
+    // lanes 0..3 and 4..7 hold windows w and w + 4
+    std::memcpy(st, steps + g, sizeof(st));
     for (int q = 0; q < 4; ++q) {
       V8 r[4];
       for (int w = 0; w < 4; ++w) {
-        const int lo = w < m ? g + w : g, hi = w + 4 < m ? g + w + 4 : g;
-        r[w] = __builtin_shufflevector(Load4(quads[4 * lo + q]), Load4(quads[4 * hi + q]), 0, 1, 2, 3, 4, 5, 6, 7);
+        r[w] = __builtin_shufflevector(Load4(quads[4 * (g + w) + q]), Load4(quads[4 * (g + w + 4) + q]), 0, 1, 2, 3, 4,
+                                       5, 6, 7);
       }
       Transpose(r, e + 4 * q);
     }
@@ -397,6 +398,13 @@ RVTJXR_FILTER_CLONED void Windows8(P const* quads, const int32_t* steps, int n, 
     for (int q = 0; q < 4; ++q) {
       V8 r[4];
       Transpose(e + 4 * q, r);
+      if (m == 8) {
+        for (int w = 0; w < 4; ++w) {
+          Store4(quads[4 * (g + w) + q], __builtin_shufflevector(r[w], r[w], 0, 1, 2, 3));
+          Store4(quads[4 * (g + w + 4) + q], __builtin_shufflevector(r[w], r[w], 4, 5, 6, 7));
+        }
+        continue;
+      }
       for (int w = 0; w < 4; ++w) {
         if (w < m) Store4(quads[4 * (g + w) + q], __builtin_shufflevector(r[w], r[w], 0, 1, 2, 3));
         if (w + 4 < m) Store4(quads[4 * (g + w + 4) + q], __builtin_shufflevector(r[w], r[w], 4, 5, 6, 7));
@@ -422,6 +430,10 @@ struct PostFilter {
   void Flush() {
     blocks.Flush();
     if (windows == 0) return;
+    for (int i = windows; i & 7; ++i) {  // idle lanes: copies of the first window
+      for (int q = 0; q < 4; ++q) quads[4 * i + q] = quads[q];
+      steps[i] = steps[0];
+    }
     Windows8(quads, steps, windows, hpAbsent, fine);
     windows = 0;
   }
