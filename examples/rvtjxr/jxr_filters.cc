@@ -262,12 +262,12 @@ void Post2x2(P pa, P pb, P pc, P pd, bool fine) {
 // decoder then pulls a small DC offset out of windows where the HP step is
 // coarse (or HP is absent); matching its output needs the same.
 //
-// The windows of a corner row, batched.  A row's windows never
+// The windows of a corner row are batched.  A row's windows never
 // overlap each other, nor the DC windows and block transforms of the
 // corners after theirs, so the walk's windows can wait until a batch is
 // full or a step that might share samples with them comes; then they run
-// eight at a time, one window a lane, with the blocks they read
-// transformed first.
+// eight at a time, one window a lane (16 vectors: element k of quad q in
+// vector 4 q + k), with the blocks they read transformed first.
 typedef int32_t V8 __attribute__((vector_size(32)));
 typedef uint32_t U8 __attribute__((vector_size(32)));
 
