@@ -334,6 +334,7 @@ class Decoder {
  private:
   bool Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error);
   void Advance(int rowsDecoded);  // macroblock rows 0..rowsDecoded-1 are decoded
+  void Early(int my, int mx);       // macroblocks 0..mx of row my are decoded
   void Convert(int py0, int py1);
   void ConvertSub(int my);  // macroblock row my, up-sampling its chroma
   void ChromaLine(int c, int cy, int32_t* to);
@@ -375,6 +376,7 @@ class Decoder {
   std::vector<std::vector<int32_t>> hpStep_;  // per channel, per macroblock
   int trim_ = 0;
   int corners_ = 0;  // corner rows reconstructed
+  int earlyRow_ = -1, earlyX_ = 0;  // luma corners 0..earlyX_-1 of row earlyRow_ already run
   Picture* out_ = nullptr;
   bool sub_ = false;  // 4:2:0 or 4:2:2
   bool ring_ = false;
@@ -555,6 +557,7 @@ bool Decoder::Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error
     if (sub_ && ring_) Slide(my);
     for (int mx = x0; mx < x1; ++mx) {
       if (!Macroblock(mx, my, x0, y0, q, c[0], row, prev, error)) return false;
+      if (ring_ && (mx & 3) == 3) Early(my, mx);
     }
     std::swap(row, prev);
     if (h_.tileX.size() == 1) Advance(my + 1);
@@ -854,8 +857,10 @@ void Decoder::Advance(int rowsDecoded) {
   while (corners_ <= mbh_ && (corners_ < rowsDecoded || rowsDecoded == mbh_)) {
     const int y = corners_;
     const int lumaLike = sub_ ? 1 : h_.channels;
+    const int from = earlyRow_ == y ? earlyX_ : 0;
     for (int ch = 0; ch < lumaLike; ++ch) {
-      InverseTransformRow(Row(ch, y - 1), Row(ch, y), mbw_, mbh_, h_.overlap, fine, hpStep_[size_t(ch)], hpAbsent, y);
+      InverseTransformRowSpan(Row(ch, y - 1), Row(ch, y), mbw_, mbh_, h_.overlap, fine, hpStep_[size_t(ch)], hpAbsent,
+                              y, from, mbw_ + 1);
     }
     if (!sub_) {
       if (y > 0) Convert(16 * (y - 1), 16 * y);
@@ -877,6 +882,25 @@ void Decoder::Advance(int rowsDecoded) {
 
 void Decoder::Finish() { Advance(mbh_); }
 
+// Luma-like corners of a row run a few macroblocks behind the decoder,
+// while their macroblocks are still in cache (the corner after macroblock
+// mx reads only it and the ones before).
+void Decoder::Early(int my, int mx) {
+  if (corners_ != my) return;
+  if (earlyRow_ != my) {
+    earlyRow_ = my;
+    earlyX_ = 0;
+  }
+  const bool hpAbsent = h_.subband == kDCOnly || h_.subband == kNoHP;
+  const bool fine = h_.subversion != 0;
+  const int lumaLike = sub_ ? 1 : h_.channels;
+  for (int ch = 0; ch < lumaLike; ++ch) {
+    InverseTransformRowSpan(Row(ch, my - 1), Row(ch, my), mbw_, mbh_, h_.overlap, fine, hpStep_[size_t(ch)], hpAbsent,
+                            my, earlyX_, mx + 1);
+  }
+  earlyX_ = mx + 1;
+}
+
 void Decoder::Slide(int my) {
   if (my - chromaBase_ < chromaSlots_) return;
   // rows my - 2 (still to convert) and my - 1 (still to filter) stay
@@ -894,27 +918,53 @@ void Decoder::ChromaLine(int c, int cy, int32_t* to) {
   const int mbHigh = q ? 8 : 16, mbSize = q ? 64 : 128;
   const int yy = cy & (mbHigh - 1);
   const int32_t* row = ChromaPlane(c) + ptrdiff_t(cy / mbHigh) * ptrdiff_t(chromaRowLen_);
-  int at[8];
-  for (int x = 0; x < 8; ++x) at[x] = int(ChromaAt(x, yy, 1, q));
-  for (int mx = 0; mx < mbw_; ++mx) {
-    const int32_t* m = row + mx * mbSize;
-    int32_t* o = to + 8 * mx;
-    for (int x = 0; x < 8; ++x) o[x] = m[at[x]];
+  // the row's left and right halves: one block row each, in two quads
+  typedef int32_t V4 __attribute__((vector_size(16)));
+  const int r = yy & 3;
+  const int32_t* m = row + 16 * (yy >> 2) + (r >= 2 ? 8 : 0);
+  const int right = q ? 32 : 64;
+  auto at = [](const int32_t* p) {
+    V4 v;
+    std::memcpy(&v, p, sizeof(v));
+    return v;
+  };
+  auto put = [](int32_t* p, V4 v) { std::memcpy(p, &v, sizeof(v)); };
+  if (r == 1 || r == 2) {
+    for (int mx = 0; mx < mbw_; ++mx, m += mbSize) {
+      put(to + 8 * mx, __builtin_shufflevector(at(m), at(m + 4), 2, 3, 7, 6));
+      put(to + 8 * mx + 4, __builtin_shufflevector(at(m + right), at(m + right + 4), 2, 3, 7, 6));
+    }
+  } else {
+    for (int mx = 0; mx < mbw_; ++mx, m += mbSize) {
+      put(to + 8 * mx, __builtin_shufflevector(at(m), at(m + 4), 0, 1, 5, 4));
+      put(to + 8 * mx + 4, __builtin_shufflevector(at(m + right), at(m + right + 4), 0, 1, 5, 4));
+    }
   }
 }
 
-// Pixel row yy of a macroblock row of luma layout into `to` (padded width).
+// Pixel row yy of a macroblock row of luma layout into `to` (padded width):
+// a block's row lies in two of its 2x2 quads, rows 0 and 1 in the first
+// two, 2 and 3 in the last two (see kInBlock), one shuffle each.
 void Decoder::LumaLine(const int32_t* row, int yy, int32_t* to) const {
-  const uint8_t* k = kInBlock[yy & 3];
-  const int k0 = k[0], k1 = k[1], k2 = k[2], k3 = k[3];
-  const int b = 16 * (yy >> 2);
-  for (int i = 0; i < 4 * mbw_; ++i) {  // blocks left to right
-    const int32_t* m = row + 64 * i + b;  // block i % 4 of macroblock i / 4
-    int32_t* o = to + 4 * i;
-    o[0] = m[k0];
-    o[1] = m[k1];
-    o[2] = m[k2];
-    o[3] = m[k3];
+  typedef int32_t V4 __attribute__((vector_size(16)));
+  const int r = yy & 3;
+  const int32_t* m = row + 16 * (yy >> 2) + (r >= 2 ? 8 : 0);
+  auto at = [](const int32_t* p) {
+    V4 v;
+    std::memcpy(&v, p, sizeof(v));
+    return v;
+  };
+  const int n = 4 * mbw_;  // blocks left to right
+  if (r == 1 || r == 2) {
+    for (int i = 0; i < n; ++i) {
+      const V4 v = __builtin_shufflevector(at(m + 64 * i), at(m + 64 * i + 4), 2, 3, 7, 6);
+      std::memcpy(to + 4 * i, &v, sizeof(v));
+    }
+  } else {
+    for (int i = 0; i < n; ++i) {
+      const V4 v = __builtin_shufflevector(at(m + 64 * i), at(m + 64 * i + 4), 0, 1, 5, 4);
+      std::memcpy(to + 4 * i, &v, sizeof(v));
+    }
   }
 }
 

@@ -16,6 +16,12 @@ namespace {
 
 using P = int32_t*;
 
+#if defined(__x86_64__) && defined(__GNUC__)
+#define RVTJXR_FILTER_CLONED __attribute__((target_clones("avx2", "default")))
+#else
+#define RVTJXR_FILTER_CLONED
+#endif
+
 void Rotate1(int32_t& a, int32_t& b) {
   a -= (b + 1) >> 1;
   b += (a + 1) >> 1;
@@ -134,100 +140,6 @@ void Edge4(P pa, P pb, P pc, P pd, bool fine) {
   *pd = d;
 }
 
-// A 4x4 window whose four 2x2 quads start at q0 (upper left quad's last
-// element is the window centre's neighbour), q2, q1, q3.  jxrlib's decoder
-// then pulls a small DC offset out of windows where the HP step is coarse
-// (or HP is absent); matching its output needs the same.
-//
-// The element-wise steps run on the four elements of each quad at once
-// (vector types of the compiler, so any target gets them): the same
-// operations, in the same order, lane by lane.
-typedef int32_t V4 __attribute__((vector_size(16)));
-typedef uint32_t U4 __attribute__((vector_size(16)));
-
-V4 Load4(const int32_t* p) {
-  V4 v;
-  std::memcpy(&v, p, sizeof(v));
-  return v;
-}
-void Store4(int32_t* p, V4 v) { std::memcpy(p, &v, sizeof(v)); }
-V4 Times3(V4 v) { return (v << 1) + v; }
-
-void Window(P q0, P q1, P q2, P q3, int32_t hpStep, bool hpAbsent, bool fine) {
-  V4 a = Load4(q0), b = Load4(q1), c = Load4(q2), d = Load4(q3);
-  {  // Butterfly(q0, q2, q1, q3)
-    a += d;
-    c -= b;
-    const V4 t = (a - c) >> 1;
-    const V4 nb = t - d;
-    d = t - b;
-    a -= d;
-    c += nb;
-    b = nb;
-  }
-  int32_t e[4][4];
-  Store4(e[0], a);
-  Store4(e[1], b);
-  Store4(e[2], c);
-  Store4(e[3], d);
-  RotateOddOdd(&e[3][0], &e[3][1], &e[3][2], &e[3][3]);
-  Rotate1(e[1][2], e[1][3]);
-  Rotate1(e[1][0], e[1][1]);
-  Rotate1(e[2][1], e[2][3]);
-  Rotate1(e[2][0], e[2][2]);
-  a = Load4(e[0]);
-  b = Load4(e[1]);
-  c = Load4(e[2]);
-  d = Load4(e[3]);
-  {  // ScalePair(q0, q3)
-    a += d;
-    d = (a >> 1) - d;
-    a += Times3(d) >> 3;
-    d += Times3(a) >> 4;
-    if (fine) {
-      d += a >> 7;
-      d -= a >> 10;
-    }
-  }
-  {  // ScaleQuad(q0, q2, q1, q3)
-    V4 qb = c, qc = b;
-    qb -= qc;
-    a += (Times3(d) + 4) >> 3;
-    d -= qb >> 1;
-    qc = ((a - qb) >> 1) - qc;
-    b = d;
-    d = qc;
-    a -= qc;
-    c = qb + b;
-  }
-  if (!fine && (hpAbsent || hpStep > 20)) {
-    const V4 sum = (a + b + c + d) >> 1;
-    const U4 u = U4(sum);
-    // 595 sum + 65536, wrapping as 32-bit code does
-    V4 dcl = V4((u << 9) + (u << 6) + (u << 4) + (u << 1) + u + 65536u) >> 17;
-    V4 apply = {-1, -1, -1, -1};
-    if (!hpAbsent) {
-      const V4 sign = dcl >> 31;
-      apply = ((dcl ^ sign) - sign) < hpStep;
-    }
-    // towards zero, no further than alt, nothing when their signs differ
-    const V4 alt = (a - b - c + d) >> 1;
-    const V4 lower = dcl < alt, zero = {0, 0, 0, 0};
-    const V4 low = (dcl & lower) | (alt & ~lower), high = (alt & lower) | (dcl & ~lower);
-    const V4 both = (dcl > zero) & (alt > zero), none = (dcl < zero) & (alt < zero);
-    dcl = ((low & both) | (high & none)) >> 1;
-    dcl &= apply;
-    a -= dcl;
-    d -= dcl;
-    c += dcl;
-    b += dcl;
-  }
-  Store4(q0, a);
-  Store4(q1, b);
-  Store4(q2, c);
-  Store4(q3, d);
-}
-
 // The DC-level window on the corner between four macroblocks (p0 the
 // upper row's macroblock right of the corner, p1 the lower row's).
 void CornerDC(P p0, P p1, bool fine) {
@@ -250,6 +162,15 @@ void CornerDC(P p0, P p1, bool fine) {
   ScaleQuad(p0 - 16, p1 - 64, p0 + 48, p1 + 0);
 }
 
+typedef int32_t V4 __attribute__((vector_size(16)));
+
+inline V4 Load4(const int32_t* p) {
+  V4 v;
+  std::memcpy(&v, p, sizeof(v));
+  return v;
+}
+inline void Store4(int32_t* p, V4 v) { std::memcpy(p, &v, sizeof(v)); }
+
 // First-level inverse transforms, batched: the walk's blocks are gathered
 // into one row of blocks (raster order) and handed to the library in one
 // call, which runs them a vector group at a time; a lone 4x4 block would
@@ -265,20 +186,25 @@ class BlockBatch {
   void Flush() {
     if (n_ == 0) return;
     const int w = 4 * n_;
+    // a block's quads to its rows and back
     for (int i = 0; i < n_; ++i) {
       const P p = pending_[i];
-      for (int r = 0; r < 4; ++r) {
-        int32_t* row = buf_ + r * w + 4 * i;
-        for (int k = 0; k < 4; ++k) row[k] = p[kInBlock[r][k]];
-      }
+      const V4 q0 = Load4(p), q1 = Load4(p + 4), q2 = Load4(p + 8), q3 = Load4(p + 12);
+      int32_t* row = buf_ + 4 * i;
+      Store4(row, __builtin_shufflevector(q0, q1, 0, 1, 5, 4));
+      Store4(row + w, __builtin_shufflevector(q0, q1, 2, 3, 7, 6));
+      Store4(row + 2 * w, __builtin_shufflevector(q2, q3, 2, 3, 7, 6));
+      Store4(row + 3 * w, __builtin_shufflevector(q2, q3, 0, 1, 5, 4));
     }
     rvtiPCTInv_JPEGXR_32s_C1IR(buf_, int32_t(sizeof(int32_t)) * w, {w, 4});
     for (int i = 0; i < n_; ++i) {
       const P p = pending_[i];
-      for (int r = 0; r < 4; ++r) {
-        const int32_t* row = buf_ + r * w + 4 * i;
-        for (int k = 0; k < 4; ++k) p[kInBlock[r][k]] = row[k];
-      }
+      const int32_t* row = buf_ + 4 * i;
+      const V4 r0 = Load4(row), r1 = Load4(row + w), r2 = Load4(row + 2 * w), r3 = Load4(row + 3 * w);
+      Store4(p, __builtin_shufflevector(r0, r1, 0, 1, 4, 5));
+      Store4(p + 4, __builtin_shufflevector(r0, r1, 3, 2, 7, 6));
+      Store4(p + 8, __builtin_shufflevector(r3, r2, 0, 1, 4, 5));
+      Store4(p + 12, __builtin_shufflevector(r3, r2, 3, 2, 7, 6));
     }
     n_ = 0;
   }
@@ -331,44 +257,221 @@ void Post2x2(P pa, P pb, P pc, P pd, bool fine) {
   *pd = d;
 }
 
-// Runs the walk's steps as they come.  step: the HP step of the
+// A 4x4 window is given by its four 2x2 quads q0 (the upper left one,
+// its last element the window centre's neighbour), q2, q1, q3.  jxrlib's
+// decoder then pulls a small DC offset out of windows where the HP step is
+// coarse (or HP is absent); matching its output needs the same.
+//
+// The windows of a corner row are batched.  A row's windows never
+// overlap each other, nor the DC windows and block transforms of the
+// corners after theirs, so the walk's windows can wait until a batch is
+// full or a step that might share samples with them comes; then they run
+// eight at a time, one window a lane (16 vectors: element k of quad q in
+// vector 4 q + k), with the blocks they read transformed first.
+typedef int32_t V8 __attribute__((vector_size(32)));
+typedef uint32_t U8 __attribute__((vector_size(32)));
+
+// 4x4 transposes within each 128-bit half: element k of row w to element
+// w of row k.
+inline void Transpose(const V8* in, V8* out) {
+  const V8 t0 = __builtin_shufflevector(in[0], in[1], 0, 8, 1, 9, 4, 12, 5, 13);
+  const V8 t1 = __builtin_shufflevector(in[0], in[1], 2, 10, 3, 11, 6, 14, 7, 15);
+  const V8 t2 = __builtin_shufflevector(in[2], in[3], 0, 8, 1, 9, 4, 12, 5, 13);
+  const V8 t3 = __builtin_shufflevector(in[2], in[3], 2, 10, 3, 11, 6, 14, 7, 15);
+  out[0] = __builtin_shufflevector(t0, t2, 0, 1, 8, 9, 4, 5, 12, 13);
+  out[1] = __builtin_shufflevector(t0, t2, 2, 3, 10, 11, 6, 7, 14, 15);
+  out[2] = __builtin_shufflevector(t1, t3, 0, 1, 8, 9, 4, 5, 12, 13);
+  out[3] = __builtin_shufflevector(t1, t3, 2, 3, 10, 11, 6, 7, 14, 15);
+}
+
+// quads and steps run on to a multiple of eight windows (the idle lanes
+// of the last group: any window, only read).
+RVTJXR_FILTER_CLONED void Windows8(P const* quads, const int32_t* steps, int n, bool hpAbsent, bool fine) {
+  alignas(32) int32_t st[8];
+  for (int g = 0; g < n; g += 8) {
+    const int m = n - g < 8 ? n - g : 8;
+    V8 e[16];
+    // lanes 0..3 and 4..7 hold windows w and w + 4
+    std::memcpy(st, steps + g, sizeof(st));
+    for (int q = 0; q < 4; ++q) {
+      V8 r[4];
+      for (int w = 0; w < 4; ++w) {
+        r[w] = __builtin_shufflevector(Load4(quads[4 * (g + w) + q]), Load4(quads[4 * (g + w + 4) + q]), 0, 1, 2, 3, 4,
+                                       5, 6, 7);
+      }
+      Transpose(r, e + 4 * q);
+    }
+    V8* a = e;
+    V8* b = e + 4;
+    V8* c = e + 8;
+    V8* d = e + 12;
+    for (int k = 0; k < 4; ++k) {  // Butterfly(q0, q2, q1, q3)
+      a[k] += d[k];
+      c[k] -= b[k];
+      const V8 t = (a[k] - c[k]) >> 1;
+      const V8 nb = t - d[k];
+      d[k] = t - b[k];
+      a[k] -= d[k];
+      c[k] += nb;
+      b[k] = nb;
+    }
+    {  // RotateOddOdd on q3
+      V8 ra = d[0], rb = d[1], rc = d[2], rd = d[3];
+      rd += ra;
+      rc -= rb;
+      const V8 t1 = rd >> 1, t2 = rc >> 1;
+      ra -= t1;
+      rb += t2;
+      ra -= (((rb << 1) + rb) + 6) >> 3;
+      rb += (((ra << 1) + ra) + 2) >> 2;
+      ra -= (((rb << 1) + rb) + 4) >> 3;
+      rb -= t2;
+      ra += t1;
+      rc += rb;
+      rd -= ra;
+      d[0] = ra;
+      d[1] = rb;
+      d[2] = rc;
+      d[3] = rd;
+    }
+    auto rotate = [](V8& x, V8& y) {
+      x -= (y + 1) >> 1;
+      y += (x + 1) >> 1;
+    };
+    rotate(b[2], b[3]);
+    rotate(b[0], b[1]);
+    rotate(c[1], c[3]);
+    rotate(c[0], c[2]);
+    for (int k = 0; k < 4; ++k) {
+      V8 va = a[k], vb = b[k], vc = c[k], vd = d[k];
+      // ScalePair(q0, q3)
+      va += vd;
+      vd = (va >> 1) - vd;
+      va += ((vd << 1) + vd) >> 3;
+      vd += ((va << 1) + va) >> 4;
+      if (fine) {
+        vd += va >> 7;
+        vd -= va >> 10;
+      }
+      // ScaleQuad(q0, q2, q1, q3)
+      V8 qb = vc, qc = vb;
+      qb -= qc;
+      va += (((vd << 1) + vd) + 4) >> 3;
+      vd -= qb >> 1;
+      qc = ((va - qb) >> 1) - qc;
+      vb = vd;
+      vd = qc;
+      va -= qc;
+      vc = qb + vb;
+      a[k] = va;
+      b[k] = vb;
+      c[k] = vc;
+      d[k] = vd;
+    }
+    if (!fine) {
+      V8 step;
+      std::memcpy(&step, st, sizeof(step));
+      const V8 twenty = V8{} + 20, zero = V8{};
+      const V8 active = hpAbsent ? V8{} - 1 : step > twenty;
+      for (int k = 0; k < 4; ++k) {
+        const V8 sum = (a[k] + b[k] + c[k] + d[k]) >> 1;
+        const U8 u = U8(sum);
+        // 595 sum + 65536, wrapping as 32-bit code does
+        V8 dcl = V8((u << 9) + (u << 6) + (u << 4) + (u << 1) + u + 65536u) >> 17;
+        V8 apply = active;
+        if (!hpAbsent) {
+          const V8 sign = dcl >> 31;
+          apply &= ((dcl ^ sign) - sign) < step;
+        }
+        const V8 alt = (a[k] - b[k] - c[k] + d[k]) >> 1;
+        const V8 lower = dcl < alt;
+        const V8 low = (dcl & lower) | (alt & ~lower), high = (alt & lower) | (dcl & ~lower);
+        const V8 both = (dcl > zero) & (alt > zero), none = (dcl < zero) & (alt < zero);
+        dcl = ((low & both) | (high & none)) >> 1;
+        dcl &= apply;
+        a[k] -= dcl;
+        d[k] -= dcl;
+        c[k] += dcl;
+        b[k] += dcl;
+      }
+    }
+    for (int q = 0; q < 4; ++q) {
+      V8 r[4];
+      Transpose(e + 4 * q, r);
+      if (m == 8) {
+        for (int w = 0; w < 4; ++w) {
+          Store4(quads[4 * (g + w) + q], __builtin_shufflevector(r[w], r[w], 0, 1, 2, 3));
+          Store4(quads[4 * (g + w + 4) + q], __builtin_shufflevector(r[w], r[w], 4, 5, 6, 7));
+        }
+        continue;
+      }
+      for (int w = 0; w < 4; ++w) {
+        if (w < m) Store4(quads[4 * (g + w) + q], __builtin_shufflevector(r[w], r[w], 0, 1, 2, 3));
+        if (w + 4 < m) Store4(quads[4 * (g + w + 4) + q], __builtin_shufflevector(r[w], r[w], 4, 5, 6, 7));
+      }
+    }
+  }
+}
+
+// Runs the walk's steps: block transforms and windows batched, the rest
+// as they come (after what is pending).  step: the HP step of the
 // macroblock a row decoder would have decoded last at the corner.
 struct PostFilter {
   bool fine;
   bool hpAbsent;
-  int32_t step;
+  int32_t step = 0;
   BlockBatch blocks;
-  void Edge(P a, P b, P c, P d) {
+  static constexpr int kMaxWindows = 64;
+  int windows = 0;
+  P quads[4 * kMaxWindows];
+  int32_t steps[kMaxWindows];
+
+  PostFilter(bool f, bool absent) : fine(f), hpAbsent(absent) {}
+  void Flush() {
     blocks.Flush();
+    if (windows == 0) return;
+    for (int i = windows; i & 7; ++i) {  // idle lanes: copies of the first window
+      for (int q = 0; q < 4; ++q) quads[4 * i + q] = quads[q];
+      steps[i] = steps[0];
+    }
+    Windows8(quads, steps, windows, hpAbsent, fine);
+    windows = 0;
+  }
+  void Edge(P a, P b, P c, P d) {
+    Flush();
     Edge4(a, b, c, d, fine);
   }
   void Window(P q0, P q1, P q2, P q3) {
-    blocks.Flush();
-    rvtjxr::Window(q0, q1, q2, q3, step, hpAbsent, fine);
+    P* q = quads + 4 * windows;
+    q[0] = q0;
+    q[1] = q1;
+    q[2] = q2;
+    q[3] = q3;
+    steps[windows] = step;
+    if (++windows == kMaxWindows) Flush();
   }
-  void CornerDC(P p0, P p1) {
-    blocks.Flush();
-    rvtjxr::CornerDC(p0, p1, fine);
-  }
+  // Between macroblocks x - 1 and x, on DCs of blocks not transformed yet
+  // and no pending window's: nothing to wait for.
+  void CornerDC(P p0, P p1) { rvtjxr::CornerDC(p0, p1, fine); }
   void Block(P p) { blocks.Add(p); }
   void Post2(P a, P b) {
-    blocks.Flush();
+    Flush();
     rvtjxr::Post2(a, b, fine);
   }
   void Post2x2(P a, P b, P c, P d) {
-    blocks.Flush();
+    Flush();
     rvtjxr::Post2x2(a, b, c, d, fine);
   }
   void SubDC(P a, P b) {
-    blocks.Flush();
+    Flush();
     *a -= *b;
   }
   void AddDC(P a, P b) {
-    blocks.Flush();
+    Flush();
     *a += *b;
   }
   void DropDC(P p) {
-    blocks.Flush();
+    Flush();
     *p = 0;
   }
 };
@@ -382,14 +485,19 @@ int32_t StepAt(int x, int y, int mbw, int mbh, const std::vector<int32_t>& hpSte
 
 }  // namespace
 
-void InverseTransformRow(int32_t* above, int32_t* here, int mbw, int mbh, int overlap, bool fine,
-                         const std::vector<int32_t>& hpStep, bool hpAbsent, int y) {
-  PostFilter f{fine, hpAbsent, 0, {}};
-  for (int x = 0; x <= mbw; ++x) {
+void InverseTransformRowSpan(int32_t* above, int32_t* here, int mbw, int mbh, int overlap, bool fine,
+                             const std::vector<int32_t>& hpStep, bool hpAbsent, int y, int x0, int x1) {
+  PostFilter f(fine, hpAbsent);
+  for (int x = x0; x < x1; ++x) {
     f.step = StepAt(x, y, mbw, mbh, hpStep, hpAbsent);
     WalkCornerRows(f, above, here, mbw, mbh, overlap, fine, x, y);
   }
-  f.blocks.Flush();
+  f.Flush();
+}
+
+void InverseTransformRow(int32_t* above, int32_t* here, int mbw, int mbh, int overlap, bool fine,
+                         const std::vector<int32_t>& hpStep, bool hpAbsent, int y) {
+  InverseTransformRowSpan(above, here, mbw, mbh, overlap, fine, hpStep, hpAbsent, y, 0, mbw + 1);
 }
 
 void InverseTransform(int32_t* channel, int mbw, int mbh, int overlap, bool fine,
@@ -403,12 +511,12 @@ void InverseTransform(int32_t* channel, int mbw, int mbh, int overlap, bool fine
 
 void InverseTransformChromaRow(int32_t* channel, int mbw, int mbh, bool is420, int overlap, bool fine,
                                const std::vector<int32_t>& hpStep, bool hpAbsent, int y) {
-  PostFilter f{fine, hpAbsent, 0, {}};
+  PostFilter f(fine, hpAbsent);
   for (int x = 0; x <= mbw; ++x) {
     f.step = StepAt(x, y, mbw, mbh, hpStep, hpAbsent);
     WalkChromaCorner(f, channel, mbw, mbh, is420, overlap, fine, x, y);
   }
-  f.blocks.Flush();
+  f.Flush();
 }
 
 void InverseTransformChroma(int32_t* channel, int mbw, int mbh, bool is420, int overlap, bool fine,

@@ -43,6 +43,13 @@ void InverseTransform(int32_t* channel, int mbw, int mbh, int overlap, bool fine
 void InverseTransformRow(int32_t* above, int32_t* here, int mbw, int mbh, int overlap, bool fine,
                          const std::vector<int32_t>& hpStep, bool hpAbsent, int y);
 
+// Corners x0..x1 - 1 of row y of InverseTransformRow: a row's corners
+// run in spans, in order, give its result.  Corner x reads macroblocks
+// x - 1 and x of both rows only, so a decoder can run it as soon as
+// macroblock x is decoded, while that is still in cache.
+void InverseTransformRowSpan(int32_t* above, int32_t* here, int mbw, int mbh, int overlap, bool fine,
+                             const std::vector<int32_t>& hpStep, bool hpAbsent, int y, int x0, int x1);
+
 // The same for a 4:2:0 (8x8 macroblocks, 2x2 blocks: block (bx, by) at
 // 16 * (2 bx + by), macroblock (x, y) at 64 * (y * mbw + x)) or 4:2:2 (8
 // wide by 16 high, 2x4 blocks: 16 * (4 bx + by), 128 elements a
