@@ -257,6 +257,24 @@ std::vector<uint8_t> LibjpegScanData(bool s444 = false) {
   return std::vector<uint8_t>(scan.bytes.begin() + long(scan.data_start), scan.bytes.end() - 2);
 }
 
+// libjpeg-turbo writes the coefficients it read to memory with the same
+// tables and sampling, and frees the result.
+void WriteCoefsOnce(jpeg_decompress_struct& d, jvirt_barray_ptr* arrays) {
+  jpeg_compress_struct c;
+  jpeg_error_mgr cerr;
+  c.err = jpeg_std_error(&cerr);
+  jpeg_create_compress(&c);
+  unsigned char* out = nullptr;
+  unsigned long size = 0;
+  jpeg_mem_dest(&c, &out, &size);
+  jpeg_copy_critical_parameters(&d, &c);
+  jpeg_write_coefficients(&c, arrays);
+  jpeg_finish_compress(&c);
+  jpeg_destroy_compress(&c);
+  benchmark::DoNotOptimize(out);
+  free(out);
+}
+
 void ReadCoefsOnce(const std::vector<uint8_t>& jpeg, bool transcode = false) {
   jpeg_decompress_struct d;
   jpeg_error_mgr err;
@@ -265,21 +283,7 @@ void ReadCoefsOnce(const std::vector<uint8_t>& jpeg, bool transcode = false) {
   jpeg_mem_src(&d, jpeg.data(), static_cast<unsigned long>(jpeg.size()));
   jpeg_read_header(&d, TRUE);
   jvirt_barray_ptr* arrays = jpeg_read_coefficients(&d);
-  if (transcode) {
-    jpeg_compress_struct c;
-    jpeg_error_mgr cerr;
-    c.err = jpeg_std_error(&cerr);
-    jpeg_create_compress(&c);
-    unsigned char* out = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&c, &out, &size);
-    jpeg_copy_critical_parameters(&d, &c);
-    jpeg_write_coefficients(&c, arrays);
-    jpeg_finish_compress(&c);
-    jpeg_destroy_compress(&c);
-    benchmark::DoNotOptimize(out);
-    free(out);
-  }
+  if (transcode) WriteCoefsOnce(d, arrays);
   jpeg_finish_decompress(&d);
   jpeg_destroy_decompress(&d);
 }
@@ -334,21 +338,7 @@ double LibjpegWriteMs(const std::vector<uint8_t>& jpeg) {
   jpeg_mem_src(&d, jpeg.data(), static_cast<unsigned long>(jpeg.size()));
   jpeg_read_header(&d, TRUE);
   jvirt_barray_ptr* arrays = jpeg_read_coefficients(&d);
-  const double ms = MinMs([&] {
-    jpeg_compress_struct c;
-    jpeg_error_mgr cerr;
-    c.err = jpeg_std_error(&cerr);
-    jpeg_create_compress(&c);
-    unsigned char* out = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&c, &out, &size);
-    jpeg_copy_critical_parameters(&d, &c);
-    jpeg_write_coefficients(&c, arrays);
-    jpeg_finish_compress(&c);
-    jpeg_destroy_compress(&c);
-    benchmark::DoNotOptimize(out);
-    free(out);
-  });
+  const double ms = MinMs([&] { WriteCoefsOnce(d, arrays); });
   jpeg_finish_decompress(&d);
   jpeg_destroy_decompress(&d);
   return ms;
