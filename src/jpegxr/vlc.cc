@@ -90,9 +90,10 @@ RvtResult EncodeLPEntry(const int32_t* coef, State* st, uint8_t* dst, int32_t le
                     [&](Writer& w, Writer&, State& s) { return EncodeLP(w, s, coef); });
 }
 
-RvtResult EncodeHPEntry(const int32_t* coef, int32_t scan, State* st, int32_t* cbp, uint8_t* dst,
-                        int32_t len, int32_t* pos, uint8_t* flex, int32_t flexLen, int32_t* flexPos,
-                        int32_t trim) {
+// The HP encoder's argument checks, in argument order (the coefficient
+// range is checked after them, by each form its own way).
+RvtResult CheckHPArgs(const int32_t* coef, int32_t scan, State* st, int32_t* cbp, uint8_t* dst, int32_t len,
+                      int32_t* pos, uint8_t* flex, int32_t flexLen, int32_t* flexPos, int32_t trim) {
   RVT_CHECK(CheckPtr(coef));
   if (scan < 0 || scan > 1) return rvtStatusBadArg;
   RVT_CHECK(CheckState(st));
@@ -100,7 +101,12 @@ RvtResult EncodeHPEntry(const int32_t* coef, int32_t scan, State* st, int32_t* c
   RVT_CHECK(CheckCursor(dst, len, pos));
   if (flex) RVT_CHECK(CheckCursor(flex, flexLen, flexPos));
   if (trim < 0 || trim > 15) return rvtStatusBadArg;
-  RVT_CHECK(CheckRange(*st, coef, kHP));
+  return rvtStatusOk;
+}
+
+// The reference encoding of checked arguments.
+RvtResult EncodeHPChecked(const int32_t* coef, int32_t scan, State* st, int32_t* cbp, uint8_t* dst, int32_t len,
+                          int32_t* pos, uint8_t* flex, int32_t flexLen, int32_t* flexPos, int32_t trim) {
   int32_t out[16];
   const RvtResult status =
       EncodeBand(dst, len, pos, flex, flexLen, flexPos, st, 256 * st->channels,
@@ -109,6 +115,14 @@ RvtResult EncodeHPEntry(const int32_t* coef, int32_t scan, State* st, int32_t* c
     for (int ch = 0; ch < st->channels; ++ch) cbp[ch] = out[ch];
   }
   return status;
+}
+
+RvtResult EncodeHPEntry(const int32_t* coef, int32_t scan, State* st, int32_t* cbp, uint8_t* dst,
+                        int32_t len, int32_t* pos, uint8_t* flex, int32_t flexLen, int32_t* flexPos,
+                        int32_t trim) {
+  RVT_CHECK(CheckHPArgs(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim));
+  RVT_CHECK(CheckRange(*st, coef, kHP));
+  return EncodeHPChecked(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim);
 }
 
 // CheckRange's HP case without a branch a coefficient: true when no VLC
@@ -132,17 +146,11 @@ bool WellInRange(const State& s, const int32_t* coef) {
 // roomy writers; else the reference's way.
 RvtResult EncodeHPFast(const int32_t* coef, int32_t scan, State* st, int32_t* cbp, uint8_t* dst, int32_t len,
                        int32_t* pos, uint8_t* flex, int32_t flexLen, int32_t* flexPos, int32_t trim) {
-  RVT_CHECK(CheckPtr(coef));
-  if (scan < 0 || scan > 1) return rvtStatusBadArg;
-  RVT_CHECK(CheckState(st));
-  RVT_CHECK(CheckPtr(cbp));
-  RVT_CHECK(CheckCursor(dst, len, pos));
-  if (flex) RVT_CHECK(CheckCursor(flex, flexLen, flexPos));
-  if (trim < 0 || trim > 15) return rvtStatusBadArg;
+  RVT_CHECK(CheckHPArgs(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim));
   if (!WellInRange(*st, coef)) RVT_CHECK(CheckRange(*st, coef, kHP));
   const int64_t bound = 256 * st->channels * kBitsPerCoef + 64;
   if (EndBits(len) - *pos < bound || (flex && EndBits(flexLen) - *flexPos < bound)) {
-    return EncodeHPEntry(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim);
+    return EncodeHPChecked(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim);
   }
   State s = *st;
   int32_t out[16];
