@@ -43,7 +43,7 @@ namespace hn = hwy::HWY_NAMESPACE;
 //                shift count as it stands; 0 for codes longer than 8 bits);
 //   bits 24..31  the code length, and bits 40..47 63 - s, for reading the
 //                value bits from the buffer;
-//   bits 48..62  the symbol's column of kRunSteps, ((len - 1) * 16 + s) * 64.
+//   bits 48..62  the symbol's column of kRunSteps.
 // An AC entry (AcEntry) is laid out for the shortest chain from one
 // lookup to the next (the entry is the shift count as it stands) and the
 // fewest instructions besides (the value one rotate from a 16-bit store):
@@ -55,8 +55,15 @@ namespace hn = hwy::HWY_NAMESPACE;
 //                q90 photo's AC coefficients, so one lookup resolves them);
 //                kSlow set: the code length (bits 16..23, 0 for bits no
 //                code of up to kBits bits covers) and 63 - s (bits 24..31);
-//   bits 48..62  the column of kRunSteps;
+//   bits 32..39  the zig-zag advance of a second symbol whose code and
+//                value bits follow within the kBits bits (0 when none; its
+//                value is then 0 and stored first, under the first's);
+//   bits 40..47  that second coefficient (|v| < 128: s2 <= 7);
+//   bits 48..62  the column of kRunSteps (of the pair, when two);
 //   bit 63       kSlow: the value is not in the entry (a sign test).
+// Bits 0..7 count the bits of both symbols of a pair.  A pair after the
+// block's last coefficient runs into the next block: the position after it
+// tells (see fast_block), and the careful decoder takes that block.
 constexpr int kDcBits = 8, kAcBits = 10;
 static_assert(kAcBits <= kMaxStepLength, "every looked-up code has its step column");
 // The advance of an end of block: past every real position, so the one
@@ -74,7 +81,7 @@ HWY_INLINE uint64_t BufferEntry(uint32_t len, uint32_t sym) {
   const uint32_t s = sym & 15, run = sym >> 4;
   const uint32_t advance = s != 0 ? run + 1 : (run == 15 ? 16 : kEobAdvance);
   return (len + s) | (advance << 8) | (uint64_t(len) << 24) | (uint64_t(63 - s) << 40) |
-         (uint64_t(((len - 1) * 16 + s) * 64) << 48);
+         (uint64_t(((len - 1) * 16 + s) * kStepStride) << 48);
 }
 
 // The entry of the AC symbol sym with code length len for the kBits bits i
@@ -83,7 +90,8 @@ template <int kBits>
 HWY_INLINE uint64_t AcEntry(uint32_t len, uint32_t sym, uint32_t i) {
   const uint32_t s = sym & 15, run = sym >> 4;
   const uint32_t advance = s != 0 ? run + 1 : (run == 15 ? 16 : kEobAdvance);
-  const uint64_t e = (len + s) | (advance << 8) | (uint64_t(((len - 1) * 16 + s) * 64) << 48);
+  const uint64_t e =
+      (len + s) | (advance << 8) | (uint64_t(((len - 1) * 16 + s) * kStepStride) << 48);
   if (len + s > uint32_t(kBits)) return e | kSlow | (len << 16) | ((63 - s) << 24);
   const int32_t v =
       s == 0 ? 0 : Extend((i >> (uint32_t(kBits) - len - s)) & ((1u << s) - 1), int(s));
@@ -126,10 +134,11 @@ HWY_NOINLINE void BuildDcTable(const DecodeHuffmanSpec* t, FastTable<kDcBits>* o
 template <int kBits>
 HWY_NOINLINE void BuildAcTable(const DecodeHuffmanSpec* t, FastTable<kBits>* out) {
   constexpr uint32_t kSpread = 1u << (kBits - 8);
+  uint64_t single[1 << kBits];
   for (uint32_t p = 0; p < 256; ++p) {
     const uint32_t le = t->lookup[p];
     const uint32_t len = (le >> 16) & 0xFF;
-    uint64_t* dst = out->e + p * kSpread;
+    uint64_t* dst = single + p * kSpread;
     if (len - 1 < 8) {
       const uint32_t sym = le & 0xFF, s = sym & 15;
       if (s == 0 || len + s <= 8 || len + s > uint32_t(kBits)) {
@@ -145,6 +154,24 @@ HWY_NOINLINE void BuildAcTable(const DecodeHuffmanSpec* t, FastTable<kBits>* out
       uint32_t n = 0, sym = 0;
       dst[j] = SearchedCode<kBits>(t, i, &n, &sym) ? AcEntry<kBits>(n, sym, i) : kSlow;
     }
+  }
+  // Pairs: a symbol other than an end of block whose bits leave room for
+  // the next one's.
+  constexpr uint32_t kMask = (1u << kBits) - 1;
+  for (uint32_t i = 0; i <= kMask; ++i) {
+    const uint64_t e = single[i];
+    const uint32_t used = uint32_t(e & 63);
+    out->e[i] = e;
+    if (int64_t(e) < 0 || uint32_t(e >> 8 & 0xFF) == kEobAdvance || used >= uint32_t(kBits)) {
+      continue;
+    }
+    const uint64_t e2 = single[(i << used) & kMask];
+    const uint32_t used2 = uint32_t(e2 & 63);
+    if (int64_t(e2) < 0 || used + used2 > uint32_t(kBits)) continue;
+    const uint32_t c1 = uint32_t(e >> 48) / kStepStride, c2 = uint32_t(e2 >> 48) / kStepStride;
+    const uint64_t col = kPairColumns.at[c1 >> 4][c1 & 15][c2 >> 4][c2 & 15];
+    out->e[i] = (e & 0xFFFFFF00) | (used + used2) | ((e2 & 0xFF00) << 24) |
+                (uint64_t(uint8_t(e2 >> 16)) << 40) | (col << 48);
   }
 }
 
@@ -237,9 +264,9 @@ HWY_NOINLINE Refilled RefillBytes(uint64_t buf, int nb, const uint8_t* rp) {
 // block.  An end of block moves the position by kEobAdvance and stores its
 // 0 on the DC coefficient, which is written after the AC ones.
 struct ZigzagFastTable {
-  uint8_t v[64 + kEobAdvance];
+  uint8_t v[256];  // a pair past the block's end reaches 63 + 16 + kEobAdvance
   constexpr ZigzagFastTable() : v() {
-    for (int k = 1; k < 64 + int(kEobAdvance); ++k) {
+    for (int k = 1; k < 256; ++k) {
       v[k] = k <= 64 ? kNaturalOfZigzag[k - 1] : (k < int(kEobAdvance) ? 63 : 0);
     }
   }
@@ -441,8 +468,13 @@ inline RvtResult DecodeRun(const Args& a) {
       buf <<= (e & 63);
       nb -= uint32_t(e);
       k += uint8_t(e >> 8);
-      // A ZRL stores its 0 on a position no coefficient has reached yet.
+      const size_t k2 = k + uint8_t(e >> 32);
+      // The second coefficient first: without one it is a 0 on the first's
+      // position.  A ZRL stores its 0 on a position no coefficient has
+      // reached yet.
+      block[zigzag[k2]] = int16_t(int8_t(e >> 40));
       block[zigzag[k]] = int16_t((e >> 16) | (e << 48));  // a rotate brings the value down
+      k = k2;
       return k <= 63;
     };
     // The DC symbol took at most 31 bits of the block's refill, which
@@ -453,10 +485,14 @@ inline RvtResult DecodeRun(const Args& a) {
         if (!ac() || !ac()) break;
       }
     }
+    // The block ends on position 64 or after an end of block; past 64
+    // it ran into the guard positions or a pair took a symbol of the next
+    // block: the careful decoder takes those.
     if (!ok) return false;
     if (k >= kEobAdvance) {
       k -= kEobAdvance;
-    } else if (k > 72) {
+      if (k > 63) return false;
+    } else if (k != 64) {
       return false;
     }
     block[0] = dc_value;

@@ -75,37 +75,81 @@ inline RvtResult Check(const Args& a) {
 // 25..32) below 8 bits before the code; a code of up to 8 bits comes from
 // its lookup, a longer one takes 9 bits (filling below 9) and then one bit
 // at a time (filling at 0); below s bits it fills again before the value.
-// Entry ((len - 1) * 16 + s) * 64 + c holds the count after, so each
-// symbol's column is one cache line.  The fast lookups hold codes of up to
-// 10 bits, so the columns stop there; column 160 (kKeepColumn) leaves the
-// count as it is, for symbols whose steps were taken elsewhere.  (The bytes
-// it read follow from the counts and the bits taken.)
+// Returns the count after.
+constexpr int CarefulStep(int len, int s, int c) {
+  int vc = c;
+  const auto need = [&vc](int n) {
+    if (vc < n) vc += 8 * ((32 - vc) >> 3);
+  };
+  const auto take = [&](int n) {
+    need(n);
+    vc -= n;
+  };
+  need(8);
+  if (len <= 8) {
+    vc -= len;
+  } else {
+    take(9);
+    for (int b = 9; b < len; ++b) take(1);
+  }
+  if (s > 0) take(s);
+  return vc;
+}
+
+// The careful counts after a symbol, or after two in a row, by the count
+// before: entry column + c holds the count after, one column of
+// kStepStride bytes per (code length, s) and per pair of them.  The fast
+// lookups hold codes of up to 10 bits, so the columns stop there: symbol
+// (len, s) has column ((len - 1) * 16 + s) * kStepStride; kKeepColumn leaves
+// the count as it is, for symbols whose steps were taken elsewhere; then
+// one column per pair (len1, s1, len2, s2) whose bits, all four, fit in 10
+// (kPairColumns.at).  (The bytes read follow from the counts and the bits
+// taken.)
 constexpr int kMaxStepLength = 10;
-constexpr int kKeepColumn = kMaxStepLength * 16 * 64;
+constexpr int kStepStride = 48;  // counts 0..32
+constexpr int kKeepColumn = kMaxStepLength * 16 * kStepStride;
+constexpr int kPairs = 495;  // (len1 - 1) + s1 + (len2 - 1) + s2 <= kMaxStepLength - 2
+struct PairColumns {
+  // Indexed by len1 - 1, s1, len2 - 1, s2; the column of the pair, 0 when
+  // its bits do not fit.
+  uint16_t at[10][10][10][10];
+  int n = 0;
+  constexpr PairColumns() : at() {
+    for (int l1 = 1; l1 <= 10; ++l1) {
+      for (int s1 = 0; l1 + s1 <= 9; ++s1) {
+        for (int l2 = 1; l1 + s1 + l2 <= 10; ++l2) {
+          for (int s2 = 0; l1 + s1 + l2 + s2 <= 10; ++s2) {
+            at[l1 - 1][s1][l2 - 1][s2] = uint16_t(kKeepColumn + (1 + n++) * kStepStride);
+          }
+        }
+      }
+    }
+  }
+};
+inline constexpr PairColumns kPairColumns{};
+static_assert(kPairColumns.n == kPairs);
+constexpr int kStepBytes = kKeepColumn + (1 + kPairs) * kStepStride;
+static_assert(kStepBytes <= 32768, "a step column fits 15 bits of a lookup entry");
 struct RunSteps {
-  uint8_t step[kKeepColumn + 64];
+  uint8_t step[kStepBytes];
   constexpr RunSteps() : step() {
     for (int c = 0; c <= 32; ++c) step[kKeepColumn + c] = uint8_t(c);
     for (int len = 1; len <= kMaxStepLength; ++len) {
       for (int s = 0; s < 16; ++s) {
         for (int c = 0; c <= 32; ++c) {
-          int vc = c;
-          const auto need = [&vc](int n) {
-            if (vc < n) vc += 8 * ((32 - vc) >> 3);
-          };
-          const auto take = [&](int n) {
-            need(n);
-            vc -= n;
-          };
-          need(8);
-          if (len <= 8) {
-            vc -= len;
-          } else {
-            take(9);
-            for (int b = 9; b < len; ++b) take(1);
+          step[((len - 1) * 16 + s) * kStepStride + c] = uint8_t(CarefulStep(len, s, c));
+        }
+      }
+    }
+    for (int l1 = 1; l1 <= 10; ++l1) {
+      for (int s1 = 0; l1 + s1 <= 9; ++s1) {
+        for (int l2 = 1; l1 + s1 + l2 <= 10; ++l2) {
+          for (int s2 = 0; l1 + s1 + l2 + s2 <= 10; ++s2) {
+            const int col = kPairColumns.at[l1 - 1][s1][l2 - 1][s2];
+            for (int c = 0; c <= 32; ++c) {
+              step[col + c] = uint8_t(CarefulStep(l2, s2, CarefulStep(l1, s1, c)));
+            }
           }
-          if (s > 0) take(s);
-          step[((len - 1) * 16 + s) * 64 + c] = uint8_t(vc);
         }
       }
     }
