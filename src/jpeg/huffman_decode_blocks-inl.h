@@ -81,7 +81,7 @@ HWY_INLINE uint64_t BufferEntry(uint32_t len, uint32_t sym) {
   const uint32_t s = sym & 15, run = sym >> 4;
   const uint32_t advance = s != 0 ? run + 1 : (run == 15 ? 16 : kEobAdvance);
   return (len + s) | (advance << 8) | (uint64_t(len) << 24) | (uint64_t(63 - s) << 40) |
-         (uint64_t(((len - 1) * 16 + s) * kStepStride) << 48);
+         (uint64_t(((len - 1) * 16 + s) * 64) << 48);
 }
 
 // The entry of the AC symbol sym with code length len for the kBits bits i
@@ -91,7 +91,7 @@ HWY_INLINE uint64_t AcEntry(uint32_t len, uint32_t sym, uint32_t i) {
   const uint32_t s = sym & 15, run = sym >> 4;
   const uint32_t advance = s != 0 ? run + 1 : (run == 15 ? 16 : kEobAdvance);
   const uint64_t e =
-      (len + s) | (advance << 8) | (uint64_t(((len - 1) * 16 + s) * kStepStride) << 48);
+      (len + s) | (advance << 8) | (uint64_t(((len - 1) * 16 + s) * 64) << 48);
   if (len + s > uint32_t(kBits)) return e | kSlow | (len << 16) | ((63 - s) << 24);
   const int32_t v =
       s == 0 ? 0 : Extend((i >> (uint32_t(kBits) - len - s)) & ((1u << s) - 1), int(s));
@@ -168,8 +168,9 @@ HWY_NOINLINE void BuildAcTable(const DecodeHuffmanSpec* t, FastTable<kBits>* out
     const uint64_t e2 = single[(i << used) & kMask];
     const uint32_t used2 = uint32_t(e2 & 63);
     if (int64_t(e2) < 0 || used + used2 > uint32_t(kBits)) continue;
-    const uint32_t c1 = uint32_t(e >> 48) / kStepStride, c2 = uint32_t(e2 >> 48) / kStepStride;
-    const uint64_t col = kPairColumns.at[c1 >> 4][c1 & 15][c2 >> 4][c2 & 15];
+    // The columns of single symbols are their (len - 1) * 16 + s from bit 54.
+    const uint64_t col =
+        kPairColumns.at[kPairColumns.short_of[e >> 54]][kPairColumns.short_of[e2 >> 54]];
     out->e[i] = (e & 0xFFFFFF00) | (used + used2) | ((e2 & 0xFF00) << 24) |
                 (uint64_t(uint8_t(e2 >> 16)) << 40) | (col << 48);
   }

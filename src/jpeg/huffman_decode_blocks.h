@@ -97,29 +97,37 @@ constexpr int CarefulStep(int len, int s, int c) {
 }
 
 // The careful counts after a symbol, or after two in a row, by the count
-// before: entry column + c holds the count after, one column of
-// kStepStride bytes per (code length, s) and per pair of them.  The fast
-// lookups hold codes of up to 10 bits, so the columns stop there: symbol
-// (len, s) has column ((len - 1) * 16 + s) * kStepStride; kKeepColumn leaves
-// the count as it is, for symbols whose steps were taken elsewhere; then
-// one column per pair (len1, s1, len2, s2) whose bits, all four, fit in 10
-// (kPairColumns.at).  (The bytes read follow from the counts and the bits
-// taken.)
+// before: entry column + c holds the count after.  The fast lookups hold
+// codes of up to 10 bits, so the columns stop there: symbol (len, s) has
+// column ((len - 1) * 16 + s) * 64 (one cache line); kKeepColumn leaves the
+// count as it is, for symbols whose steps were taken elsewhere; then one
+// column of kPairStride bytes per pair (len1, s1, len2, s2) whose bits, all
+// four, fit in 10 (kPairColumns).  (The bytes read follow from the counts
+// and the bits taken.)
 constexpr int kMaxStepLength = 10;
-constexpr int kStepStride = 48;  // counts 0..32
-constexpr int kKeepColumn = kMaxStepLength * 16 * kStepStride;
+constexpr int kKeepColumn = kMaxStepLength * 16 * 64;
+constexpr int kPairStride = 33;  // counts 0..32
+// Symbols (len, s) with len + s <= kMaxStepLength.
+constexpr int kShortSymbols = kMaxStepLength * (kMaxStepLength + 1) / 2;
 constexpr int kPairs = 495;  // (len1 - 1) + s1 + (len2 - 1) + s2 <= kMaxStepLength - 2
 struct PairColumns {
-  // Indexed by len1 - 1, s1, len2 - 1, s2; the column of the pair, 0 when
-  // its bits do not fit.
-  uint16_t at[10][10][10][10];
+  // short_of[(len - 1) * 16 + s]: the symbol's index among the short ones,
+  // kShortSymbols for a longer one; at[u1][u2]: the column of the pair,
+  // 0 when its bits do not fit.
+  uint8_t short_of[kMaxStepLength * 16];
+  uint16_t at[kShortSymbols][kShortSymbols];
   int n = 0;
-  constexpr PairColumns() : at() {
+  constexpr PairColumns() : short_of(), at() {
+    int u = 0;
+    for (int c = 0; c < kMaxStepLength * 16; ++c) {
+      short_of[c] = uint8_t((c >> 4) + 1 + (c & 15) <= kMaxStepLength ? u++ : kShortSymbols);
+    }
     for (int l1 = 1; l1 <= 10; ++l1) {
       for (int s1 = 0; l1 + s1 <= 9; ++s1) {
         for (int l2 = 1; l1 + s1 + l2 <= 10; ++l2) {
           for (int s2 = 0; l1 + s1 + l2 + s2 <= 10; ++s2) {
-            at[l1 - 1][s1][l2 - 1][s2] = uint16_t(kKeepColumn + (1 + n++) * kStepStride);
+            at[short_of[(l1 - 1) * 16 + s1]][short_of[(l2 - 1) * 16 + s2]] =
+                uint16_t(kKeepColumn + 64 + n++ * kPairStride);
           }
         }
       }
@@ -128,7 +136,7 @@ struct PairColumns {
 };
 inline constexpr PairColumns kPairColumns{};
 static_assert(kPairColumns.n == kPairs);
-constexpr int kStepBytes = kKeepColumn + (1 + kPairs) * kStepStride;
+constexpr int kStepBytes = kKeepColumn + 64 + kPairs * kPairStride;
 static_assert(kStepBytes <= 32768, "a step column fits 15 bits of a lookup entry");
 struct RunSteps {
   uint8_t step[kStepBytes];
@@ -137,7 +145,7 @@ struct RunSteps {
     for (int len = 1; len <= kMaxStepLength; ++len) {
       for (int s = 0; s < 16; ++s) {
         for (int c = 0; c <= 32; ++c) {
-          step[((len - 1) * 16 + s) * kStepStride + c] = uint8_t(CarefulStep(len, s, c));
+          step[((len - 1) * 16 + s) * 64 + c] = uint8_t(CarefulStep(len, s, c));
         }
       }
     }
@@ -145,7 +153,8 @@ struct RunSteps {
       for (int s1 = 0; l1 + s1 <= 9; ++s1) {
         for (int l2 = 1; l1 + s1 + l2 <= 10; ++l2) {
           for (int s2 = 0; l1 + s1 + l2 + s2 <= 10; ++s2) {
-            const int col = kPairColumns.at[l1 - 1][s1][l2 - 1][s2];
+            const int col = kPairColumns.at[kPairColumns.short_of[(l1 - 1) * 16 + s1]]
+                                           [kPairColumns.short_of[(l2 - 1) * 16 + s2]];
             for (int c = 0; c <= 32; ++c) {
               step[col + c] = uint8_t(CarefulStep(l2, s2, CarefulStep(l1, s1, c)));
             }
