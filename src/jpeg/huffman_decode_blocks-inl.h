@@ -340,11 +340,12 @@ inline RvtResult DecodeRun(const Args& a) {
     const int c = a.comp[b];
     slots[b] = {dct[c], act[c], a.dc[c], a.ac[c], &a.last_dc[c]};
   }
-  // The step and zig-zag tables copied into the frame: the loop reaches
-  // them from the stack pointer and keeps no register for their addresses.
-  alignas(64) uint8_t steps[sizeof(kRunSteps.step)];
+  // The zig-zag table copied into the frame: the loop reaches it from the
+  // stack pointer and keeps no register for its address.  The step table
+  // (26 KB with its pair columns) is read where it is: its base is in a
+  // register either way.
+  const uint8_t* const steps = kRunSteps.step;
   alignas(64) uint8_t zigzag[sizeof(kZigzagFast.v)];
-  std::memcpy(steps, kRunSteps.step, sizeof(steps));
   std::memcpy(zigzag, kZigzagFast.v, sizeof(zigzag));
   int* const done_out = a.done;
   int16_t* block = a.dst;
