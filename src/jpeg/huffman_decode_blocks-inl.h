@@ -505,44 +505,54 @@ inline RvtResult DecodeRun(const Args& a) {
 
   load(*a.pos);
   int last_done = -1;  // coefficients done of the last fast block since the load
-  bool fast = *a.marker == 0;
-  const ptrdiff_t fast_end = len - kFastMargin;  // fast blocks while rp - src is at most this
+  // Fast blocks while rp is at most `limit` (none after a marker); the
+  // counts go to the caller's list or, without one, to `unused` (one
+  // unconditional store per block); one loop over the blocks, the slot
+  // wrapping at the end of the pattern.
+  const uintptr_t fast_end = len >= kFastMargin ? uintptr_t(src) + uintptr_t(len - kFastMargin) : 0;
+  uintptr_t limit = *a.marker == 0 ? fast_end : 0;
+  int unused;
+  int* dp = done_out ? done_out : &unused;
+  const ptrdiff_t dstep = done_out ? 1 : 0;
   const hn::CappedTag<int16_t, 16> d;  // the blocks need not be 64-byte aligned
-  int i = 0;
-  for (int m = 0; m < nmcus; ++m) {
-    for (int b = 0; b < nblocks; ++b, ++i, block += 64) {
-      const Slot& sl = slots[b];
-      if (HWY_LIKELY(fast && rp - src <= fast_end)) {
-        for (size_t j = 0; j < 64; j += hn::Lanes(d)) hn::StoreU(hn::Zero(d), d, block + j);
-        const uint64_t buf0 = buf;
-        const uint32_t nb0 = nb;
-        const uint8_t* const rp0 = rp;
-        const uint8_t* const vcp0 = vcp;
-        const bool stuffed0 = stuffed;
-        int done;
-        if (HWY_LIKELY(fast_block(sl, &done))) {
-          if (done_out) done_out[i] = done;
-          last_done = done;
-          continue;
-        }
-        buf = buf0;
-        nb = nb0;
-        rp = rp0;
-        vcp = vcp0;
-        stuffed = stuffed0;
+  const Slot* sl = slots;
+  const Slot* const slots_end = slots + nblocks;
+  int16_t* const blocks_end = block + size_t(64) * size_t(nmcus) * size_t(nblocks);
+  for (; block != blocks_end; block += 64, dp += dstep) {
+    if (HWY_LIKELY(uintptr_t(rp) <= limit)) {
+      for (size_t j = 0; j < 64; j += hn::Lanes(d)) hn::StoreU(hn::Zero(d), d, block + j);
+      const uint64_t buf0 = buf;
+      const uint32_t nb0 = nb;
+      const uint8_t* const rp0 = rp;
+      const uint8_t* const vcp0 = vcp;
+      const bool stuffed0 = stuffed;
+      int done;
+      if (HWY_LIKELY(fast_block(*sl, &done))) {
+        *dp = done;
+        last_done = done;
+        sl = sl + 1 == slots_end ? slots : sl + 1;
+        continue;
       }
-      store();
-      if (last_done >= 0) a.st->coefsDone = uint32_t(last_done);
-      const RvtResult r = CarefulBlock(a, i);
-      if (r != rvtStatusOk) {
-        *a.nblocks_done = i;
-        return r;
-      }
-      load(*a.pos);
-      fast = *a.marker == 0;
-      last_done = -1;
+      buf = buf0;
+      nb = nb0;
+      rp = rp0;
+      vcp = vcp0;
+      stuffed = stuffed0;
     }
+    const int i = int((block - a.dst) / 64);
+    store();
+    if (last_done >= 0) a.st->coefsDone = uint32_t(last_done);
+    const RvtResult r = CarefulBlock(a, i);
+    if (r != rvtStatusOk) {
+      *a.nblocks_done = i;
+      return r;
+    }
+    load(*a.pos);
+    limit = *a.marker == 0 ? fast_end : 0;
+    last_done = -1;
+    sl = sl + 1 == slots_end ? slots : sl + 1;
   }
+  const int i = int((block - a.dst) / 64);
   store();
   if (last_done >= 0) a.st->coefsDone = uint32_t(last_done);
   *a.nblocks_done = i;
