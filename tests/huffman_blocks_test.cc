@@ -384,6 +384,91 @@ TEST(HuffmanBlocks, ValuesOfEverySizeAtTheirEndsAfterEveryRun) {
   }
 }
 
+// Short codes, so that most look-ups hold two symbols: every pairing of
+// coefficient, zero run (ZRL), end of block and codes of 9, 10 and 12 bits,
+// blocks that end on coefficient 63 (the bits after them are the next
+// block's DC code), decoded in runs of random length so that the state is
+// compared after every stretch of pairs.
+TEST(HuffmanBlocks, ShortCodesInPairsAsTheBlockDecoder) {
+  // DC: sizes 0..2 in 2 bits, 3 in 3.  AC: 0/1 and EOB in 2 bits, 0/2 in 3,
+  // ZRL and 1/1 in 4, 2/1 and 0/3 in 5, 4/1 and 1/2 in 9, 0/4 and 3/1 in
+  // 10, 14/1 in 12.
+  const test::HuffTable dct{{0, 3, 1}, {0, 1, 2, 3}};
+  const test::HuffTable act{{0, 2, 1, 2, 2, 0, 0, 0, 2, 2, 0, 1},
+                            {0x01, 0x00, 0x02, 0xF0, 0x11, 0x21, 0x03, 0x41, 0x12, 0x04, 0x31, 0xE1}};
+  const test::EncSpec edc(dct), eac(act);
+  const test::DecSpec ddc(dct), dac(act);
+  ASSERT_TRUE(edc.ok && eac.ok && ddc.ok && dac.ok);
+  test::Rng rng(7321);
+  // Runs the table codes, each with the largest size it has.
+  static const int kRuns[][2] = {{0, 4}, {0, 1}, {0, 2}, {1, 2}, {2, 1}, {3, 1}, {4, 1}, {14, 1},
+                                 {16, 4}, {17, 1}, {18, 1}, {30, 1}};
+  constexpr int kBlocks = 3000;
+  std::vector<int16_t> src(size_t(kBlocks) * 64, 0);
+  int16_t dc = 0;
+  for (int n = 0; n < kBlocks; ++n) {
+    int16_t* b = &src[size_t(n) * 64];
+    dc = int16_t(dc + rng.Uniform(-7, 7));
+    b[0] = dc;
+    const bool full = rng.Uniform(0, 2) == 0;  // to coefficient 63, no end of block
+    for (int k = 1; k <= 63;) {
+      if (!full && rng.Uniform(0, 7) == 0) break;
+      const auto& rs = kRuns[size_t(rng.Uniform(0, 11))];
+      int run = rs[0], smax = rs[1];
+      if (k + run > 63) run = 0, smax = 4;
+      const int sz = int(rng.Uniform(1, smax));
+      const int v = int(rng.Uniform(1 << (sz - 1), (1 << sz) - 1));
+      k += run;
+      b[kNaturalOfZigzag[k]] = int16_t(rng.Uniform(0, 1) ? v : -v);
+      ++k;
+    }
+  }
+  std::vector<uint8_t> bytes(src.size() * 4 + 64);
+  EncodeHuffmanState est = test::FreshEncodeState();
+  int16_t edcp = 0;
+  int pos = 0;
+  for (int n = 0; n < kBlocks; ++n) {
+    ASSERT_EQ(rvtiEncodeHuffman8x8_JPEG_16s1u_C1(&src[size_t(n) * 64], bytes.data(),
+                                                 int(bytes.size()), &pos, &edcp, &edc.spec,
+                                                 &eac.spec, &est, 0),
+              rvtStatusOk);
+  }
+  rvtiEncodeHuffman8x8_JPEG_16s1u_C1(nullptr, bytes.data(), int(bytes.size()), &pos, nullptr,
+                                     nullptr, nullptr, &est, 1);
+  bytes.resize(size_t(pos));
+  bytes.insert(bytes.end(), {0xFF, 0xD9});
+  const DecodeHuffmanSpec* dcs[4] = {&ddc.spec, &ddc.spec, &ddc.spec, &ddc.spec};
+  const DecodeHuffmanSpec* acs[4] = {&dac.spec, &dac.spec, &dac.spec, &dac.spec};
+  const int comp[1] = {0};
+  for (const auto& t : test::AllTargets(kRun)) {
+    Session want, got;
+    std::vector<int16_t> blk(64), out(size_t(kBlocks) * 64);
+    std::vector<int> done(kBlocks);
+    for (int at = 0; at < kBlocks;) {
+      const int n = std::min(kBlocks - at, int(rng.Uniform(1, 300)));
+      int nd = -1;
+      ASSERT_EQ(t.fn(bytes.data(), int(bytes.size()), &got.pos, &out[size_t(at) * 64], n, comp, 1,
+                     got.dc, &got.marker, dcs, acs, &got.st, &done[size_t(at)], &nd),
+                rvtStatusOk)
+          << t.name;
+      ASSERT_EQ(nd, n) << t.name;
+      for (int i = at; i < at + n; ++i) {
+        ASSERT_EQ(rvtiDecodeHuffman8x8_JPEG_1u16s_C1(bytes.data(), int(bytes.size()), &want.pos,
+                                                     blk.data(), &want.dc[0], &want.marker,
+                                                     &ddc.spec, &dac.spec, &want.st),
+                  rvtStatusOk);
+        ASSERT_TRUE(std::equal(blk.begin(), blk.end(), &src[size_t(i) * 64])) << "block " << i;
+        ASSERT_EQ(done[size_t(i)], int(want.st.coefsDone)) << t.name << ", block " << i;
+      }
+      at += n;
+      ASSERT_EQ(got.pos, want.pos) << t.name << " after block " << at;
+      ASSERT_EQ(std::memcmp(&got.st, &want.st, sizeof want.st), 0) << t.name << " after block " << at;
+      ASSERT_EQ(got.dc[0], want.dc[0]) << t.name;
+    }
+    EXPECT_EQ(out, src) << t.name;
+  }
+}
+
 // The differential check: runs over photo scans and damaged ones.
 std::vector<test::Case> RunCases(test::Rng& rng) {
   std::vector<test::Case> out;
