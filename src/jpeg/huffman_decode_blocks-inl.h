@@ -330,6 +330,7 @@ inline RvtResult DecodeRun(const Args& a) {
   // otherwise reach them.
   struct Slot {
     const FastTable<kDcBits>* dct;
+    const FastTable<kDcBits>* next_dct;  // of the block after it
     const FastTable<kAcBits>* act;
     const DecodeHuffmanSpec* dcs;
     const DecodeHuffmanSpec* acs;
@@ -338,8 +339,9 @@ inline RvtResult DecodeRun(const Args& a) {
   const int nblocks = a.nblocks, nmcus = a.nmcus, len = a.len;
   for (int b = 0; b < nblocks; ++b) {
     const int c = a.comp[b];
-    slots[b] = {dct[c], act[c], a.dc[c], a.ac[c], &a.last_dc[c]};
+    slots[b] = {dct[c], nullptr, act[c], a.dc[c], a.ac[c], &a.last_dc[c]};
   }
+  for (int b = 0; b < nblocks; ++b) slots[b].next_dct = slots[b + 1 < nblocks ? b + 1 : 0].dct;
   // The zig-zag table copied into the frame: the loop reaches it from the
   // stack pointer and keeps no register for its address.  The step table
   // (26 KB with its pair columns) is read where it is: its base is in a
@@ -420,9 +422,21 @@ inline RvtResult DecodeRun(const Args& a) {
   // the careful decoder must take it.  A looked-up code takes at most 25
   // bits with its value; the search, up to 31, refills after itself, so the
   // 56 bits of a refill always suffice for the next two symbols.
+  // The next block's DC entry, looked up as the block before it ends (its
+  // code's first 8 bits are there unless fewer are left, which `ahead`
+  // tells): the lookup then waits neither for the bookkeeping between the
+  // blocks nor for the refill.
+  uint64_t dc_ahead = 0;
+  bool ahead = false;
   const auto fast_block = [&](const Slot& sl, int* done) HWY_ATTR -> bool {
+    const bool use_ahead = ahead;
     if (!refill()) return false;
-    uint64_t e = sl.dct->e[buf >> (64 - kDcBits)];
+    uint64_t e;
+    if (HWY_LIKELY(use_ahead)) {
+      e = dc_ahead;
+    } else {
+      e = sl.dct->e[buf >> (64 - kDcBits)];
+    }
     int32_t v;
     if (HWY_UNLIKELY(uint8_t(e) == 0)) {
       const Searched r = SearchCoefficient(Regs{buf, int(nb & 63), int(vcp - steps)}, sl.dcs);
@@ -487,6 +501,8 @@ inline RvtResult DecodeRun(const Args& a) {
         if (!ac() || !ac()) break;
       }
     }
+    dc_ahead = sl.next_dct->e[buf >> (64 - kDcBits)];
+    ahead = (nb & 63) >= 8;
     // The block ends on position 64 or after an end of block; past 64
     // it ran into the guard positions or a pair took a symbol of the next
     // block: the careful decoder takes those.
@@ -526,6 +542,7 @@ inline RvtResult DecodeRun(const Args& a) {
       const uint8_t* const rp0 = rp;
       const uint8_t* const vcp0 = vcp;
       const bool stuffed0 = stuffed;
+      const bool ahead0 = ahead;
       int done;
       if (HWY_LIKELY(fast_block(*sl, &done))) {
         *dp = done;
@@ -538,6 +555,7 @@ inline RvtResult DecodeRun(const Args& a) {
       rp = rp0;
       vcp = vcp0;
       stuffed = stuffed0;
+      ahead = ahead0;
     }
     const int i = int((block - a.dst) / 64);
     store();
@@ -548,6 +566,7 @@ inline RvtResult DecodeRun(const Args& a) {
       return r;
     }
     load(*a.pos);
+    ahead = false;
     limit = *a.marker == 0 ? fast_end : 0;
     last_done = -1;
     sl = sl + 1 == slots_end ? slots : sl + 1;
