@@ -5,7 +5,8 @@
 // Once per call the kernel turns each table the run uses into a lookup (8
 // bits for DC, 10 for AC) that gives, per code, everything the loop needs
 // (bits taken, the careful reader's step, the zig-zag advance, and for an
-// AC code whose value bits lie in the 10 bits the coefficient itself),
+// AC code whose value bits lie in the 10 bits the coefficient itself, and
+// a second coefficient when the next symbol's bits follow within them),
 // then decodes block after block with the bit buffer in registers, writing
 // the caller's position and state back once, at the end.  Other value
 // bits are read without a branch.
