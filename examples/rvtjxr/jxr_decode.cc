@@ -295,6 +295,53 @@ __attribute__((target_clones("avx2", "default"))) void ColourRow(const int32_t* 
   ColourRowBody(ly, lu, lv, w, bias, shift, top, o);
 }
 
+// The HP products of a macroblock's nb = bw * bh blocks (coefficients in
+// raster order, coef[16 b + 4 r + c], blocks row by row) with their DCs
+// dc[b] into the block layout: block (bx, by) at to + 16 * (bh bx + by),
+// kInBlock's order within it.  kInBlock keeps rows 0-1 in the first eight
+// places and rows 2-3 in the last eight, so each half is one shuffle.
+// Products within 32 bits (the caller has checked).
+__attribute__((target_clones("avx2", "default"))) void PlaceBlocks(const int32_t* coef, const int32_t* dc,
+                                                                   int32_t step, int bw, int bh, int32_t* to) {
+  typedef int32_t V8 __attribute__((vector_size(32)));
+  static_assert(kInBlock[0][2] == 5 && kInBlock[1][0] == 2 && kInBlock[3][1] == 9);
+  const V8 lo = {0, 1, 4, 5, 3, 2, 7, 6}, hi = {4, 5, 0, 1, 7, 6, 3, 2};
+  for (int by = 0; by < bh; ++by) {
+    for (int bx = 0; bx < bw; ++bx) {
+      const int b = bw * by + bx;
+      V8 a, c;
+      std::memcpy(&a, coef + 16 * b, sizeof(a));
+      std::memcpy(&c, coef + 16 * b + 8, sizeof(c));
+      a = __builtin_shuffle(a, lo) * step;
+      c = __builtin_shuffle(c, hi) * step;
+      a[0] = dc[b];
+      int32_t* blk = to + 16 * (bh * bx + by);
+      std::memcpy(blk, &a, sizeof(a));
+      std::memcpy(blk + 8, &c, sizeof(c));
+    }
+  }
+}
+
+// One grey line within +-2^28 to samples, built for AVX2 as ColourRow is.
+template <class T>
+__attribute__((always_inline)) inline void GreyRowBody(const int32_t* ly, int w, int32_t bias, int shift, int32_t top,
+                                                       T* o) {
+  for (int x = 0; x < w; ++x) {
+    int32_t v = (ly[x] + bias) >> shift;
+    v = v < 0 ? 0 : v;
+    v = v > top ? top : v;
+    o[x] = T(v);
+  }
+}
+__attribute__((target_clones("avx2", "default"))) void GreyRow(const int32_t* ly, int w, int32_t bias, int shift,
+                                                               int32_t top, uint8_t* o) {
+  GreyRowBody(ly, w, bias, shift, top, o);
+}
+__attribute__((target_clones("avx2", "default"))) void GreyRow(const int32_t* ly, int w, int32_t bias, int shift,
+                                                               int32_t top, uint16_t* o) {
+  GreyRowBody(ly, w, bias, shift, top, o);
+}
+
 class Decoder {
  public:
   Decoder(const Header& h, const uint8_t* data, size_t size) : h_(h), data_(data), size_(size) {
@@ -823,13 +870,11 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     const int32_t* src = hpc + 256 * ch;
     const uint32_t most = shp > 0 ? uint32_t(kMaxCoef / shp) : uint32_t(kMaxCoef);  // largest level
     if (!ok || AnyOutside(src, 16 * nb, most)) return fail("dequantized coefficient");
-    for (int b = 0; b < nb; ++b) {
-      int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
-      const int32_t* from = src + 16 * b;
-      // chroma block DCs carry one bit less under scaled arithmetic
-      blk[0] = (h_.scaled && ch > 0) ? d[b] * 2 : d[b];
-      for (int k = 1; k < 16; ++k) blk[kInBlock[k >> 2][k & 3]] = from[k] * shp;
+    // chroma block DCs carry one bit less under scaled arithmetic
+    if (h_.scaled && ch > 0) {
+      for (int b = 0; b < nb; ++b) d[b] *= 2;
     }
+    PlaceBlocks(src, d, shp, bw, bh, Block(ch, mx, my, 0, 0));
   }
   return true;
 }
@@ -1049,10 +1094,7 @@ void Decoder::EmitAs(T* o) {
       }
       return;
     }
-    for (int x = 0; x < w; ++x) {
-      const int32_t v = (ly[x] + bias) >> shift;
-      o[x] = T(v < 0 ? 0 : v > top ? top : v);
-    }
+    GreyRow(ly, w, bias, shift, top, o);
     return;
   }
   const int32_t* lu = lines_[1].data() + x0;
