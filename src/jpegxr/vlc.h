@@ -495,6 +495,56 @@ constexpr IndexLut<B> MakeIndexLut(const Alphabet& a, const StepTable& st) {
 inline constexpr IndexLut<6> kIndex6 = MakeIndexLut<6>(kAlpha6, kSteps6);
 inline constexpr IndexLut<9> kIndex12 = MakeIndexLut<9>(kAlpha12, kSteps12);
 
+// The 6-symbol index of a coefficient, and when it is a lone 1 whose
+// successor comes right after it (symbol 2: no level, no run), that
+// successor's index too, from one look-up of the next 10 bits (the longest
+// lone-1 code and its sign, then the longest code and its sign).  Per entry
+// the last symbol (bits 0-3) and its sign (bit 4), whether a lone 1 came
+// first (bit 5) and its sign (bit 6), the bits taken (8-11), the lower and
+// upper discriminant steps of both symbols (signed bytes 2 and 3): both
+// codes come from one table, so their steps add.
+constexpr int kPairBits = 10;
+constexpr int kLoneOne = 2;
+struct PairLut {
+  uint32_t e[4][1 << kPairBits];
+};
+// The symbol of the code the top bits of v (`bits` wide) start with.
+constexpr int PrefixSymbol(const Alphabet& a, int t, uint32_t v, int bits) {
+  for (int k = 0; k < a.symbols; ++k) {
+    const Code c = a.code[t][k];
+    if ((v >> (bits - c.len)) == c.code) return k;
+  }
+  return -1;
+}
+constexpr PairLut MakePairLut() {
+  PairLut l{};
+  constexpr int B = kPairBits;
+  for (int t = 0; t < 4; ++t) {
+    for (uint32_t v = 0; v < (1u << B); ++v) {
+      const int k = PrefixSymbol(kAlpha6, t, v, B);
+      const int len = kAlpha6.code[t][k].len + 1;
+      uint32_t neg = (v >> (B - len)) & 1u;
+      int lo = kSteps6.lo[t][k], hi = kSteps6.hi[t][k];
+      uint32_t e;
+      if (k != kLoneOne) {
+        e = uint32_t(k) | neg << 4 | uint32_t(len) << 8;
+      } else {  // the rest holds the successor's code and sign whole
+        const uint32_t rest = v & ((1u << (B - len)) - 1u);
+        const int k2 = PrefixSymbol(kAlpha6, t, rest, B - len);
+        const int len2 = kAlpha6.code[t][k2].len + 1;
+        const uint32_t neg2 = (rest >> (B - len - len2)) & 1u;
+        lo += kSteps6.lo[t][k2];
+        hi += kSteps6.hi[t][k2];
+        e = uint32_t(k2) | neg2 << 4 | 1u << 5 | neg << 6 | uint32_t(len + len2) << 8;
+      }
+      l.e[t][v] = e | uint32_t(uint8_t(int8_t(lo))) << 16 | uint32_t(uint8_t(int8_t(hi))) << 24;
+    }
+  }
+  return l;
+}
+inline constexpr PairLut kPair6 = MakePairLut();
+static_assert(kAlpha6.tables == 4);
+
 // `t` the slot's table; the steps add to `lo` and `hi` (the slot's
 // discriminants, wrapping).
 template <int N>
@@ -824,7 +874,22 @@ inline int DecodeBlockOn(FastReader& r, State& s, int group, bool chroma, int fi
     }
     // `loc` is now the next coefficient's position; its index follows.
     const int after = loc + 1;
-    if (after < 15) {
+    if (after < 14) {
+      // a lone 1 right before its successor comes with the successor's
+      // index, which is then still a table one (its position below 14)
+      const int slot = idx + cont;
+      const uint32_t e = kPair6.e[s.table[slot]][r.Window() >> (64 - kPairBits)];
+      r.pos += (e >> 8) & 15;
+      s.disc[slot] = int32_t(uint32_t(s.disc[slot]) + uint32_t(int32_t(int8_t(e >> 16))));
+      s.disc1[slot] = int32_t(uint32_t(s.disc1[slot]) + uint32_t(int32_t(int8_t(e >> 24))));
+      sym = int(e & 15u);
+      neg = (e >> 4) & 1u;
+      if (e & 32u) {
+        put(loc, (e & 64u) ? -1 : 1);
+        ++count;
+        ++loc;
+      }
+    } else if (after == 14) {
       sym = IndexAndSign<6>(r, s, idx + cont, &neg);
     } else {
       if (after == 15) {
