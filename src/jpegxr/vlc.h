@@ -1623,17 +1623,32 @@ inline RvtResult CheckCursor(const uint8_t* p, int32_t len, const int32_t* pos) 
 }
 inline int64_t EndBits(int32_t len) { return (len < kMaxBytes ? len : kMaxBytes) * int64_t(8); }
 
-// Decoding of one band: on a copy of the context into scratch
-// coefficients; `commit` copies what the band writes.
+// The context of one band's decoding.  The reference works on a copy and
+// stores it when the band decoded; the fast form works on the caller's
+// context and puts a copy back when the band fails: one copy, not two.
+template <class R, class Body>
+inline RvtResult OnContext(State* st, Body body) {
+  if constexpr (std::is_same_v<R, FastReader>) {
+    const State keep = *st;
+    const RvtResult status = body(*st);
+    if (status != rvtStatusOk) *st = keep;
+    return status;
+  } else {
+    State s = *st;
+    const RvtResult status = body(s);
+    if (status == rvtStatusOk) *st = s;
+    return status;
+  }
+}
+
+// Decoding of one band into scratch coefficients, the caller copying what
+// the band writes.
 template <class R, class Body>
 inline RvtResult DecodeBand(const uint8_t* src, int32_t len, int32_t* pos, State* st, Body body) {
-  State s = *st;
   R r{src, EndBits(len), *pos};
-  const RvtResult status = body(r, s);
-  if (status != rvtStatusOk) return status;
-  *st = s;
-  *pos = int32_t(r.pos);
-  return rvtStatusOk;
+  const RvtResult status = OnContext<R>(st, [&](State& s) { return body(r, s); });
+  if (status == rvtStatusOk) *pos = int32_t(r.pos);
+  return status;
 }
 
 template <class R>
@@ -1676,20 +1691,19 @@ inline RvtResult DecodeHPEntry(const uint8_t* src, int32_t len, int32_t* pos, co
   RVT_CHECK(CheckState(st));
   RVT_CHECK(CheckPtr(coef));
   int32_t tmp[16 * 256];
-  State s = *st;
   R r{src, EndBits(len), *pos};
-  RvtResult status;
   R f{flex, flex ? EndBits(flexLen) : 0, flex ? *flexPos : 0};
-  if (flex) status = DecodeHP(r, f, trim, scan, cbp, s, tmp);
-  else status = DecodeHP(r, r, trim, scan, cbp, s, tmp);
+  const RvtResult status = OnContext<R>(st, [&](State& s) {
+    return flex ? DecodeHP(r, f, trim, scan, cbp, s, tmp) : DecodeHP(r, r, trim, scan, cbp, s, tmp);
+  });
   if (status != rvtStatusOk) return status;
+  const State& s = *st;
   for (int ch = 0; ch < s.channels; ++ch) {
     const int nb = HpBlocks(s, ch);
     for (int b = 0; b < nb; ++b) {
       std::memcpy(coef + 256 * ch + 16 * b + 1, tmp + 256 * ch + 16 * b + 1, 15 * sizeof(int32_t));
     }
   }
-  *st = s;
   *pos = int32_t(r.pos);
   if (flex) *flexPos = int32_t(f.pos);
   return rvtStatusOk;
@@ -1701,19 +1715,18 @@ inline RvtResult DecodeCbpHPEntry(const uint8_t* src, int32_t len, int32_t* pos,
   RVT_CHECK(CheckCursor(src, len, pos));
   RVT_CHECK(CheckState(st));
   RVT_CHECK(CheckPtr(cbp));
-  State s = *st;
+  const State& s = *st;  // (its format)
   int32_t l[16], t[16], out[16];
   for (int ch = 0; ch < s.channels; ++ch) {
     const bool quads = HpBlocks(s, ch) == 16;
     if (left) l[ch] = quads ? QuadToRaster(left[ch]) : left[ch];
     if (top) t[ch] = quads ? QuadToRaster(top[ch]) : top[ch];
   }
-  R r{src, EndBits(len), *pos};
-  const RvtResult status = DecodeCbpHP(r, s, left ? l : nullptr, top ? t : nullptr, out);
+  const RvtResult status = DecodeBand<R>(src, len, pos, st, [&](R& r, State& c) {
+    return DecodeCbpHP(r, c, left ? l : nullptr, top ? t : nullptr, out);
+  });
   if (status != rvtStatusOk) return status;
   for (int ch = 0; ch < s.channels; ++ch) cbp[ch] = HpBlocks(s, ch) == 16 ? QuadToRaster(out[ch]) : out[ch];
-  *st = s;
-  *pos = int32_t(r.pos);
   return rvtStatusOk;
 }
 
