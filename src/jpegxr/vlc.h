@@ -12,6 +12,7 @@
 #ifndef RVT_JPEGXR_VLC_H_
 #define RVT_JPEGXR_VLC_H_
 
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -86,8 +87,14 @@ inline constexpr int8_t kSlotTables[kSlots] = {2, 1, 2, 2, 5, 4, 4, 5, 4, 4, 2,
 inline RvtResult CheckState(const State* s) {
   RVT_CHECK(CheckPtr(s));
   if (s->magic != kMagic || CheckFormat(s->format, s->channels) != rvtStatusOk) return rvtStatusBadArg;
-  bool bad = false;
-  for (int k = 0; k < kSlots; ++k) bad |= uint32_t(s->table[k]) >= uint32_t(kSlotTables[k]);
+  // (32-bit limits: the loop runs as vectors)
+  static constexpr auto kLimits = [] {
+    std::array<uint32_t, kSlots> l{};
+    for (int k = 0; k < kSlots; ++k) l[size_t(k)] = uint32_t(kSlotTables[k]);
+    return l;
+  }();
+  uint32_t bad = 0;
+  for (int k = 0; k < kSlots; ++k) bad |= uint32_t(uint32_t(s->table[k]) >= kLimits[size_t(k)]);
   if (bad) return rvtStatusBadArg;
   uint32_t bits = 0;
   for (int b = 0; b < 3; ++b) bits |= uint32_t(s->modelBits[b][0]) | uint32_t(s->modelBits[b][1]);
