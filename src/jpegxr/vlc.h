@@ -1173,6 +1173,7 @@ inline void RefineBlock(FastReader& f, int32_t* blk, int bits, int trim) {
   const int n = bits - trim;
   uint64_t w = f.Window();
   int used = 0;
+#pragma GCC unroll 15
   for (int k = 1; k < 16; ++k) {
     if (used + n + 1 > 32) {
       f.pos += used;
