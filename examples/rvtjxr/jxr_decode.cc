@@ -305,15 +305,14 @@ __attribute__((target_clones("avx2", "default"))) void PlaceBlocks(const int32_t
                                                                    int32_t step, int bw, int bh, int32_t* to) {
   typedef int32_t V8 __attribute__((vector_size(32)));
   static_assert(kInBlock[0][2] == 5 && kInBlock[1][0] == 2 && kInBlock[3][1] == 9);
-  const V8 lo = {0, 1, 4, 5, 3, 2, 7, 6}, hi = {4, 5, 0, 1, 7, 6, 3, 2};
   for (int by = 0; by < bh; ++by) {
     for (int bx = 0; bx < bw; ++bx) {
       const int b = bw * by + bx;
       V8 a, c;
       std::memcpy(&a, coef + 16 * b, sizeof(a));
       std::memcpy(&c, coef + 16 * b + 8, sizeof(c));
-      a = __builtin_shuffle(a, lo) * step;
-      c = __builtin_shuffle(c, hi) * step;
+      a = __builtin_shufflevector(a, a, 0, 1, 4, 5, 3, 2, 7, 6) * step;
+      c = __builtin_shufflevector(c, c, 4, 5, 0, 1, 7, 6, 3, 2) * step;
       a[0] = dc[b];
       int32_t* blk = to + 16 * (bh * bx + by);
       std::memcpy(blk, &a, sizeof(a));
