@@ -1206,6 +1206,105 @@ TEST(JpegXrVlc, FastReadersMatchTheReferenceInEveryTable) {
   }
 }
 
+// The paired index look-up against the reference reader: every 10-bit
+// window of every 6-symbol table gives the code and sign the reference
+// reads, and after a lone 1 (no level, successor right after it) also the
+// successor's code and sign; the bits taken and the discriminant steps of
+// both as the reference counts them.
+TEST(JpegXrVlc, PairedIndexLookUpMatchesTwoReferenceCodes) {
+  const vlc::Alphabet& a = vlc::AlphabetOf(6);
+  const int slot = vlc::kHpFirst + vlc::kIndexLum;
+  for (int t = 0; t < a.tables; ++t) {
+    for (uint32_t v = 0; v < (1u << vlc::kPairBits); ++v) {
+      const uint32_t word = v << (32 - vlc::kPairBits);
+      const uint8_t bytes[4] = {uint8_t(word >> 24), uint8_t(word >> 16), uint8_t(word >> 8), uint8_t(word)};
+      vlc::RefReader r{bytes, 32, 0};
+      State s{};
+      vlc::InitState(s, 0, 1);
+      s.table[slot] = t;
+      int sym = r.Symbol(a, t);
+      vlc::Account(s, slot, sym);
+      uint32_t neg = r.Bit();
+      const bool pair = sym == 2;
+      const uint32_t lone = neg;
+      if (pair) {
+        sym = r.Symbol(a, t);
+        vlc::Account(s, slot, sym);
+        neg = r.Bit();
+      }
+      const uint32_t e = vlc::kPair6.e[t][v];
+      ASSERT_LE(r.pos, vlc::kPairBits) << "table " << t << " bits " << v;
+      EXPECT_EQ(int(e & 15), sym) << "table " << t << " bits " << v;
+      EXPECT_EQ((e >> 4) & 1, neg) << "table " << t << " bits " << v;
+      EXPECT_EQ(((e >> 5) & 1) != 0, pair) << "table " << t << " bits " << v;
+      if (pair) EXPECT_EQ((e >> 6) & 1, lone) << "table " << t << " bits " << v;
+      EXPECT_EQ(int64_t((e >> 8) & 15), r.pos) << "table " << t << " bits " << v;
+      EXPECT_EQ(int(int8_t(e >> 16)), s.disc[slot]) << "table " << t << " bits " << v;
+      EXPECT_EQ(int(int8_t(e >> 24)), s.disc1[slot]) << "table " << t << " bits " << v;
+    }
+  }
+}
+
+// Stretches of +-1 in consecutive scan positions (the paired look-ups),
+// starting and ending anywhere, the end at the fixed codes of positions 14
+// and 15 too, with levels and runs around them, from every index table:
+// both readers decode what was coded, to the same positions and context.
+TEST(JpegXrVlc, StretchesOfOnesDecodeAnywhereInTheBlock) {
+  test::Rng rng(41);
+  for (int t = 0; t < 400; ++t) {
+    const Format f = kFormats[rng.Uniform(0, 6)];
+    std::vector<uint8_t> enc = NewState(f.format, f.channels);
+    State& s = *reinterpret_cast<State*>(enc.data());
+    for (int k = vlc::kHpFirst; k < vlc::kHpFirst + 8; ++k) {
+      s.table[k] = int32_t(rng.Uniform(0, uint32_t(vlc::kSlotTables[k] - 1)));
+    }
+    for (auto& b : s.modelBits[vlc::kHP]) b = rng.Uniform(0, 2) == 2 ? 1 : 0;
+    const State start = s;
+    std::vector<uint8_t> buf(1 << 14, 0);
+    int32_t pos = 0;
+    std::vector<std::vector<int32_t>> mbs, cbps;
+    std::vector<int> scans;
+    for (int m = 0; m < 6; ++m) {
+      // one block a macroblock, placed through the scan order as it stands
+      const int scan = int(rng.Uniform(0, 1)), ch = int(rng.Uniform(0, uint32_t(f.channels - 1)));
+      const int bits = s.modelBits[vlc::kHP][ch > 0];
+      const uint8_t* order = s.order[1 + scan];
+      std::vector<int32_t> hp(256 * size_t(f.channels), 0);
+      int32_t* blk = hp.data() + 256 * ch + 16 * rng.Uniform(0, uint32_t(vlc::HpBlocks(s, ch) - 1));
+      const int from = int(rng.Uniform(1, 15)), to = int(rng.Uniform(uint32_t(from), 15));
+      for (int p = from; p <= to; ++p) {
+        const int32_t v = int32_t((1u << bits) + rng.Uniform(0, (1u << bits) - 1));
+        blk[order[p]] = rng.Uniform(0, 1) ? -v : v;
+      }
+      if (rng.Uniform(0, 1)) blk[order[rng.Uniform(1, 15)]] = int32_t(rng.Uniform(2, 40) << bits);  // a level
+      std::vector<int32_t> cbp(16, 0);
+      ASSERT_EQ(rvtiVLCEncodeHP_JPEGXR_32s1u(hp.data(), scan, S(enc), cbp.data(), buf.data(), 1 << 14, &pos,
+                                             nullptr, 0, nullptr, 0),
+                rvtStatusOk);
+      mbs.push_back(hp);
+      cbps.push_back(cbp);
+      scans.push_back(scan);
+    }
+    auto decode = [&](auto reader, State& st) {
+      using R = decltype(reader);
+      int32_t at = 0, fpos = 0;
+      for (size_t m = 0; m < mbs.size(); ++m) {
+        std::vector<int32_t> out(mbs[m].size(), 0);
+        EXPECT_EQ(vlc::DecodeHPEntry<R>(buf.data(), 1 << 14, &at, nullptr, 0, &fpos, 0, scans[m], cbps[m].data(),
+                                        &st, out.data()),
+                  rvtStatusOk);
+        EXPECT_EQ(out, mbs[m]) << "case " << t << " macroblock " << m;
+      }
+      EXPECT_EQ(at, pos) << "case " << t;
+      EXPECT_EQ(std::memcmp(&st, &s, sizeof(State)), 0) << "case " << t;
+    };
+    State sr = start, sf = start;
+    decode(vlc::RefReader{}, sr);
+    decode(vlc::FastReader{}, sf);
+    if (HasFailure()) return;
+  }
+}
+
 // HP macroblocks coded from a context that has moved (model bits over and
 // under the trim), into buffers with bits before the start to keep, with
 // room to spare (the fast run) or barely any (the careful one), flexbits

@@ -18,6 +18,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <immintrin.h>
+
 #include "jxr_codec.h"
 #include "jxr_filters.h"
 #include "rvtjp.h"
@@ -284,15 +286,133 @@ __attribute__((always_inline)) inline void ColourRowBody(const int32_t* ly, cons
     o[3 * x + 2] = T(b < 0 ? 0 : b > top ? top : b);
   }
 }
-__attribute__((target_clones("avx2", "default"))) void ColourRow(const int32_t* ly, const int32_t* lu,
-                                                                 const int32_t* lv, int w, int32_t bias, int shift,
-                                                                 int32_t top, uint8_t* o) {
-  ColourRowBody(ly, lu, lv, w, bias, shift, top, o);
+// The shuffles that interleave 16 R, G and B bytes into 48: output vector
+// k, channel c: byte i takes pixel (16 k + i) / 3 when (16 k + i) % 3 is c.
+struct InterleaveMasks {
+  uint8_t m[3][3][16];
+};
+constexpr InterleaveMasks MakeInterleaveMasks() {
+  InterleaveMasks t{};
+  for (int k = 0; k < 3; ++k) {
+    for (int c = 0; c < 3; ++c) {
+      for (int i = 0; i < 16; ++i) {
+        const int j = 16 * k + i;
+        t.m[k][c][i] = uint8_t(j % 3 == c ? j / 3 : 0x80);
+      }
+    }
+  }
+  return t;
+}
+inline constexpr InterleaveMasks kInterleave = MakeInterleaveMasks();
+
+// ColourRowBody for 8-bit samples (top 255) with AVX2, 16 pixels a step:
+// the same arithmetic in 32-bit lanes, clamped by the saturating packs to
+// 16 bits and then to 0..255 (which for any 32-bit value is the clamp to
+// 0..255), interleaved by byte shuffles.  Returns the pixels done.
+#define RVTJXR_AVX2 __attribute__((target("avx2"), always_inline)) inline
+// Eight pixels' R, G, B (shifted, not clamped) from 32-bit lanes.
+RVTJXR_AVX2 void ColourEight(const int32_t* ly, const int32_t* lu, const int32_t* lv, __m256i bias, __m128i count,
+                             __m256i& r, __m256i& g, __m256i& b) {
+  const __m256i y = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(ly));
+  const __m256i u = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(lu));
+  b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(lv));
+  r = _mm256_sub_epi32(_mm256_setzero_si256(), u);
+  g = _mm256_sub_epi32(_mm256_add_epi32(y, bias), _mm256_srai_epi32(r, 1));
+  r = _mm256_sub_epi32(r, _mm256_sub_epi32(_mm256_srai_epi32(_mm256_add_epi32(b, _mm256_set1_epi32(1)), 1), g));
+  b = _mm256_add_epi32(b, r);
+  r = _mm256_sra_epi32(r, count);
+  g = _mm256_sra_epi32(g, count);
+  b = _mm256_sra_epi32(b, count);
+}
+// 16 lanes to 16 clamped bytes, in order.
+RVTJXR_AVX2 __m128i ClampedBytes(__m256i lo, __m256i hi) {
+  const __m256i s = _mm256_permute4x64_epi64(_mm256_packs_epi32(lo, hi), 0xD8);
+  return _mm_packus_epi16(_mm256_castsi256_si128(s), _mm256_extracti128_si256(s, 1));
+}
+
+// ColourRowBody for 8-bit samples (top 255) with AVX2, 16 pixels a step:
+// the same arithmetic in 32-bit lanes, clamped by the saturating packs to
+// 16 bits and then to 0..255 (which for any 32-bit value is the clamp to
+// 0..255), interleaved by byte shuffles.  Returns the pixels done.
+__attribute__((target("avx2"))) int ColourRowAvx2(const int32_t* ly, const int32_t* lu, const int32_t* lv, int w,
+                                                  int32_t bias, int shift, uint8_t* o) {
+  const __m256i vbias = _mm256_set1_epi32(bias);
+  const __m128i count = _mm_cvtsi32_si128(shift);
+  __m128i mask[3][3];
+  for (int k = 0; k < 3; ++k) {
+    for (int c = 0; c < 3; ++c) mask[k][c] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kInterleave.m[k][c]));
+  }
+  int x = 0;
+  for (; x + 16 <= w; x += 16) {
+    __m256i r0, g0, b0, r1, g1, b1;
+    ColourEight(ly + x, lu + x, lv + x, vbias, count, r0, g0, b0);
+    ColourEight(ly + x + 8, lu + x + 8, lv + x + 8, vbias, count, r1, g1, b1);
+    const __m128i r = ClampedBytes(r0, r1), g = ClampedBytes(g0, g1), b = ClampedBytes(b0, b1);
+    for (int k = 0; k < 3; ++k) {
+      const __m128i v = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(r, mask[k][0]), _mm_shuffle_epi8(g, mask[k][1])),
+                                     _mm_shuffle_epi8(b, mask[k][2]));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 3 * x + 16 * k), v);
+    }
+  }
+  return x;
+}
+
+void ColourRow(const int32_t* ly, const int32_t* lu, const int32_t* lv, int w, int32_t bias, int shift, int32_t top,
+               uint8_t* o) {
+  static const bool avx2 = __builtin_cpu_supports("avx2");
+  const int x = avx2 && top == 255 ? ColourRowAvx2(ly, lu, lv, w, bias, shift, o) : 0;
+  ColourRowBody(ly + x, lu + x, lv + x, w - x, bias, shift, top, o + 3 * x);
 }
 __attribute__((target_clones("avx2", "default"))) void ColourRow(const int32_t* ly, const int32_t* lu,
                                                                  const int32_t* lv, int w, int32_t bias, int shift,
                                                                  int32_t top, uint16_t* o) {
   ColourRowBody(ly, lu, lv, w, bias, shift, top, o);
+}
+
+// The HP products of a macroblock's nb = bw * bh blocks (coefficients in
+// raster order, coef[16 b + 4 r + c], blocks row by row) with their DCs
+// dc[b] into the block layout: block (bx, by) at to + 16 * (bh bx + by),
+// kInBlock's order within it.  kInBlock keeps rows 0-1 in the first eight
+// places and rows 2-3 in the last eight, so each half is one shuffle.
+// Products within 32 bits (the caller has checked).
+__attribute__((target_clones("avx2", "default"))) void PlaceBlocks(const int32_t* coef, const int32_t* dc,
+                                                                   int32_t step, int bw, int bh, int32_t* to) {
+  typedef int32_t V8 __attribute__((vector_size(32)));
+  static_assert(kInBlock[0][2] == 5 && kInBlock[1][0] == 2 && kInBlock[3][1] == 9);
+  for (int by = 0; by < bh; ++by) {
+    for (int bx = 0; bx < bw; ++bx) {
+      const int b = bw * by + bx;
+      V8 a, c;
+      std::memcpy(&a, coef + 16 * b, sizeof(a));
+      std::memcpy(&c, coef + 16 * b + 8, sizeof(c));
+      a = __builtin_shufflevector(a, a, 0, 1, 4, 5, 3, 2, 7, 6) * step;
+      c = __builtin_shufflevector(c, c, 4, 5, 0, 1, 7, 6, 3, 2) * step;
+      a[0] = dc[b];
+      int32_t* blk = to + 16 * (bh * bx + by);
+      std::memcpy(blk, &a, sizeof(a));
+      std::memcpy(blk + 8, &c, sizeof(c));
+    }
+  }
+}
+
+// One grey line within +-2^28 to samples, built for AVX2 as ColourRow is.
+template <class T>
+__attribute__((always_inline)) inline void GreyRowBody(const int32_t* ly, int w, int32_t bias, int shift, int32_t top,
+                                                       T* o) {
+  for (int x = 0; x < w; ++x) {
+    int32_t v = (ly[x] + bias) >> shift;
+    v = v < 0 ? 0 : v;
+    v = v > top ? top : v;
+    o[x] = T(v);
+  }
+}
+__attribute__((target_clones("avx2", "default"))) void GreyRow(const int32_t* ly, int w, int32_t bias, int shift,
+                                                               int32_t top, uint8_t* o) {
+  GreyRowBody(ly, w, bias, shift, top, o);
+}
+__attribute__((target_clones("avx2", "default"))) void GreyRow(const int32_t* ly, int w, int32_t bias, int shift,
+                                                               int32_t top, uint16_t* o) {
+  GreyRowBody(ly, w, bias, shift, top, o);
 }
 
 class Decoder {
@@ -823,13 +943,11 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     const int32_t* src = hpc + 256 * ch;
     const uint32_t most = shp > 0 ? uint32_t(kMaxCoef / shp) : uint32_t(kMaxCoef);  // largest level
     if (!ok || AnyOutside(src, 16 * nb, most)) return fail("dequantized coefficient");
-    for (int b = 0; b < nb; ++b) {
-      int32_t* blk = Block(ch, mx, my, b % bw, b / bw);
-      const int32_t* from = src + 16 * b;
-      // chroma block DCs carry one bit less under scaled arithmetic
-      blk[0] = (h_.scaled && ch > 0) ? d[b] * 2 : d[b];
-      for (int k = 1; k < 16; ++k) blk[kInBlock[k >> 2][k & 3]] = from[k] * shp;
+    // chroma block DCs carry one bit less under scaled arithmetic
+    if (h_.scaled && ch > 0) {
+      for (int b = 0; b < nb; ++b) d[b] *= 2;
     }
+    PlaceBlocks(src, d, shp, bw, bh, Block(ch, mx, my, 0, 0));
   }
   return true;
 }
@@ -1049,10 +1167,7 @@ void Decoder::EmitAs(T* o) {
       }
       return;
     }
-    for (int x = 0; x < w; ++x) {
-      const int32_t v = (ly[x] + bias) >> shift;
-      o[x] = T(v < 0 ? 0 : v > top ? top : v);
-    }
+    GreyRow(ly, w, bias, shift, top, o);
     return;
   }
   const int32_t* lu = lines_[1].data() + x0;

@@ -12,6 +12,7 @@
 #ifndef RVT_JPEGXR_VLC_H_
 #define RVT_JPEGXR_VLC_H_
 
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -86,8 +87,14 @@ inline constexpr int8_t kSlotTables[kSlots] = {2, 1, 2, 2, 5, 4, 4, 5, 4, 4, 2,
 inline RvtResult CheckState(const State* s) {
   RVT_CHECK(CheckPtr(s));
   if (s->magic != kMagic || CheckFormat(s->format, s->channels) != rvtStatusOk) return rvtStatusBadArg;
-  bool bad = false;
-  for (int k = 0; k < kSlots; ++k) bad |= uint32_t(s->table[k]) >= uint32_t(kSlotTables[k]);
+  // (32-bit limits: the loop runs as vectors)
+  static constexpr auto kLimits = [] {
+    std::array<uint32_t, kSlots> l{};
+    for (int k = 0; k < kSlots; ++k) l[size_t(k)] = uint32_t(kSlotTables[k]);
+    return l;
+  }();
+  uint32_t bad = 0;
+  for (int k = 0; k < kSlots; ++k) bad |= uint32_t(uint32_t(s->table[k]) >= kLimits[size_t(k)]);
   if (bad) return rvtStatusBadArg;
   uint32_t bits = 0;
   for (int b = 0; b < 3; ++b) bits |= uint32_t(s->modelBits[b][0]) | uint32_t(s->modelBits[b][1]);
@@ -495,6 +502,56 @@ constexpr IndexLut<B> MakeIndexLut(const Alphabet& a, const StepTable& st) {
 inline constexpr IndexLut<6> kIndex6 = MakeIndexLut<6>(kAlpha6, kSteps6);
 inline constexpr IndexLut<9> kIndex12 = MakeIndexLut<9>(kAlpha12, kSteps12);
 
+// The 6-symbol index of a coefficient, and when it is a lone 1 whose
+// successor comes right after it (symbol 2: no level, no run), that
+// successor's index too, from one look-up of the next 10 bits (the longest
+// lone-1 code and its sign, then the longest code and its sign).  Per entry
+// the last symbol (bits 0-3) and its sign (bit 4), whether a lone 1 came
+// first (bit 5) and its sign (bit 6), the bits taken (8-11), the lower and
+// upper discriminant steps of both symbols (signed bytes 2 and 3): both
+// codes come from one table, so their steps add.
+constexpr int kPairBits = 10;
+constexpr int kLoneOne = 2;
+struct PairLut {
+  uint32_t e[4][1 << kPairBits];
+};
+// The symbol of the code the top bits of v (`bits` wide) start with.
+constexpr int PrefixSymbol(const Alphabet& a, int t, uint32_t v, int bits) {
+  for (int k = 0; k < a.symbols; ++k) {
+    const Code c = a.code[t][k];
+    if ((v >> (bits - c.len)) == c.code) return k;
+  }
+  return -1;
+}
+constexpr PairLut MakePairLut() {
+  PairLut l{};
+  constexpr int B = kPairBits;
+  for (int t = 0; t < 4; ++t) {
+    for (uint32_t v = 0; v < (1u << B); ++v) {
+      const int k = PrefixSymbol(kAlpha6, t, v, B);
+      const int len = kAlpha6.code[t][k].len + 1;
+      uint32_t neg = (v >> (B - len)) & 1u;
+      int lo = kSteps6.lo[t][k], hi = kSteps6.hi[t][k];
+      uint32_t e;
+      if (k != kLoneOne) {
+        e = uint32_t(k) | neg << 4 | uint32_t(len) << 8;
+      } else {  // the rest holds the successor's code and sign whole
+        const uint32_t rest = v & ((1u << (B - len)) - 1u);
+        const int k2 = PrefixSymbol(kAlpha6, t, rest, B - len);
+        const int len2 = kAlpha6.code[t][k2].len + 1;
+        const uint32_t neg2 = (rest >> (B - len - len2)) & 1u;
+        lo += kSteps6.lo[t][k2];
+        hi += kSteps6.hi[t][k2];
+        e = uint32_t(k2) | neg2 << 4 | 1u << 5 | neg << 6 | uint32_t(len + len2) << 8;
+      }
+      l.e[t][v] = e | uint32_t(uint8_t(int8_t(lo))) << 16 | uint32_t(uint8_t(int8_t(hi))) << 24;
+    }
+  }
+  return l;
+}
+inline constexpr PairLut kPair6 = MakePairLut();
+static_assert(kAlpha6.tables == 4);
+
 // `t` the slot's table; the steps add to `lo` and `hi` (the slot's
 // discriminants, wrapping).
 template <int N>
@@ -824,7 +881,22 @@ inline int DecodeBlockOn(FastReader& r, State& s, int group, bool chroma, int fi
     }
     // `loc` is now the next coefficient's position; its index follows.
     const int after = loc + 1;
-    if (after < 15) {
+    if (after < 14) {
+      // a lone 1 right before its successor comes with the successor's
+      // index, which is then still a table one (its position below 14)
+      const int slot = idx + cont;
+      const uint32_t e = kPair6.e[s.table[slot]][r.Window() >> (64 - kPairBits)];
+      r.pos += (e >> 8) & 15;
+      s.disc[slot] = int32_t(uint32_t(s.disc[slot]) + uint32_t(int32_t(int8_t(e >> 16))));
+      s.disc1[slot] = int32_t(uint32_t(s.disc1[slot]) + uint32_t(int32_t(int8_t(e >> 24))));
+      sym = int(e & 15u);
+      neg = (e >> 4) & 1u;
+      if (e & 32u) {
+        put(loc, (e & 64u) ? -1 : 1);
+        ++count;
+        ++loc;
+      }
+    } else if (after == 14) {
       sym = IndexAndSign<6>(r, s, idx + cont, &neg);
     } else {
       if (after == 15) {
@@ -1101,6 +1173,7 @@ inline void RefineBlock(FastReader& f, int32_t* blk, int bits, int trim) {
   const int n = bits - trim;
   uint64_t w = f.Window();
   int used = 0;
+#pragma GCC unroll 15
   for (int k = 1; k < 16; ++k) {
     if (used + n + 1 > 32) {
       f.pos += used;
@@ -1558,17 +1631,32 @@ inline RvtResult CheckCursor(const uint8_t* p, int32_t len, const int32_t* pos) 
 }
 inline int64_t EndBits(int32_t len) { return (len < kMaxBytes ? len : kMaxBytes) * int64_t(8); }
 
-// Decoding of one band: on a copy of the context into scratch
-// coefficients; `commit` copies what the band writes.
+// The context of one band's decoding.  The reference works on a copy and
+// stores it when the band decoded; the fast form works on the caller's
+// context and puts a copy back when the band fails: one copy, not two.
+template <class R, class Body>
+inline RvtResult OnContext(State* st, Body body) {
+  if constexpr (std::is_same_v<R, FastReader>) {
+    const State keep = *st;
+    const RvtResult status = body(*st);
+    if (status != rvtStatusOk) *st = keep;
+    return status;
+  } else {
+    State s = *st;
+    const RvtResult status = body(s);
+    if (status == rvtStatusOk) *st = s;
+    return status;
+  }
+}
+
+// Decoding of one band into scratch coefficients, the caller copying what
+// the band writes.
 template <class R, class Body>
 inline RvtResult DecodeBand(const uint8_t* src, int32_t len, int32_t* pos, State* st, Body body) {
-  State s = *st;
   R r{src, EndBits(len), *pos};
-  const RvtResult status = body(r, s);
-  if (status != rvtStatusOk) return status;
-  *st = s;
-  *pos = int32_t(r.pos);
-  return rvtStatusOk;
+  const RvtResult status = OnContext<R>(st, [&](State& s) { return body(r, s); });
+  if (status == rvtStatusOk) *pos = int32_t(r.pos);
+  return status;
 }
 
 template <class R>
@@ -1611,20 +1699,19 @@ inline RvtResult DecodeHPEntry(const uint8_t* src, int32_t len, int32_t* pos, co
   RVT_CHECK(CheckState(st));
   RVT_CHECK(CheckPtr(coef));
   int32_t tmp[16 * 256];
-  State s = *st;
   R r{src, EndBits(len), *pos};
-  RvtResult status;
   R f{flex, flex ? EndBits(flexLen) : 0, flex ? *flexPos : 0};
-  if (flex) status = DecodeHP(r, f, trim, scan, cbp, s, tmp);
-  else status = DecodeHP(r, r, trim, scan, cbp, s, tmp);
+  const RvtResult status = OnContext<R>(st, [&](State& s) {
+    return flex ? DecodeHP(r, f, trim, scan, cbp, s, tmp) : DecodeHP(r, r, trim, scan, cbp, s, tmp);
+  });
   if (status != rvtStatusOk) return status;
+  const State& s = *st;
   for (int ch = 0; ch < s.channels; ++ch) {
     const int nb = HpBlocks(s, ch);
     for (int b = 0; b < nb; ++b) {
       std::memcpy(coef + 256 * ch + 16 * b + 1, tmp + 256 * ch + 16 * b + 1, 15 * sizeof(int32_t));
     }
   }
-  *st = s;
   *pos = int32_t(r.pos);
   if (flex) *flexPos = int32_t(f.pos);
   return rvtStatusOk;
@@ -1636,19 +1723,18 @@ inline RvtResult DecodeCbpHPEntry(const uint8_t* src, int32_t len, int32_t* pos,
   RVT_CHECK(CheckCursor(src, len, pos));
   RVT_CHECK(CheckState(st));
   RVT_CHECK(CheckPtr(cbp));
-  State s = *st;
+  const State& s = *st;  // (its format)
   int32_t l[16], t[16], out[16];
   for (int ch = 0; ch < s.channels; ++ch) {
     const bool quads = HpBlocks(s, ch) == 16;
     if (left) l[ch] = quads ? QuadToRaster(left[ch]) : left[ch];
     if (top) t[ch] = quads ? QuadToRaster(top[ch]) : top[ch];
   }
-  R r{src, EndBits(len), *pos};
-  const RvtResult status = DecodeCbpHP(r, s, left ? l : nullptr, top ? t : nullptr, out);
+  const RvtResult status = DecodeBand<R>(src, len, pos, st, [&](R& r, State& c) {
+    return DecodeCbpHP(r, c, left ? l : nullptr, top ? t : nullptr, out);
+  });
   if (status != rvtStatusOk) return status;
   for (int ch = 0; ch < s.channels; ++ch) cbp[ch] = HpBlocks(s, ch) == 16 ? QuadToRaster(out[ch]) : out[ch];
-  *st = s;
-  *pos = int32_t(r.pos);
   return rvtStatusOk;
 }
 
