@@ -125,21 +125,22 @@ RvtResult EncodeHPEntry(const int32_t* coef, int32_t scan, State* st, int32_t* c
   return EncodeHPChecked(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim);
 }
 
-// CheckRange's HP case without a branch a coefficient: true when no VLC
-// part reaches 2^30 (their OR stays below), which is within the escape's
-// reach; the exact check settles the rest.
-bool WellInRange(const State& s, const int32_t* coef) {
+// HpBlockOr of every HP block into ors (16 ch + b); returns the OR of
+// them shifted by their model bits.  Below 2^30 no VLC part is out of the
+// escape's reach; else CheckRange settles it.
+uint32_t HpBlockOrs(const State& s, const int32_t* coef, uint32_t* ors) {
   uint32_t any = 0;
   for (int ch = 0; ch < s.channels; ++ch) {
     const int bits = s.modelBits[kHP][ch > 0];
-    const int32_t* c = coef + 256 * ch;
-    const int n = 16 * HpBlocks(s, ch);
     uint32_t acc = 0;
-    for (int i = 0; i < n; ++i) acc |= (Mag(c[i]) >> bits) & ((i & 15) ? ~0u : 0u);  // (not the DC places)
-    any |= acc;
+    for (int b = 0; b < HpBlocks(s, ch); ++b) {
+      ors[16 * ch + b] = HpBlockOr(coef + 256 * ch + 16 * b);
+      acc |= ors[16 * ch + b];
+    }
+    any |= acc >> bits;
   }
   static_assert((1u << 30) <= kMaxLevel);
-  return any < (1u << 30);
+  return any;
 }
 
 // The fast form: when the room left takes the worst case, one run with the
@@ -147,7 +148,8 @@ bool WellInRange(const State& s, const int32_t* coef) {
 RvtResult EncodeHPFast(const int32_t* coef, int32_t scan, State* st, int32_t* cbp, uint8_t* dst, int32_t len,
                        int32_t* pos, uint8_t* flex, int32_t flexLen, int32_t* flexPos, int32_t trim) {
   RVT_CHECK(CheckHPArgs(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim));
-  if (!WellInRange(*st, coef)) RVT_CHECK(CheckRange(*st, coef, kHP));
+  uint32_t ors[16 * 16];
+  if (HpBlockOrs(*st, coef, ors) >= (1u << 30)) RVT_CHECK(CheckRange(*st, coef, kHP));
   const int64_t bound = 256 * st->channels * kBitsPerCoef + 64;
   if (EndBits(len) - *pos < bound || (flex && EndBits(flexLen) - *flexPos < bound)) {
     return EncodeHPChecked(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim);
@@ -157,11 +159,11 @@ RvtResult EncodeHPFast(const int32_t* coef, int32_t scan, State* st, int32_t* cb
   RoomyWriter w(dst, *pos);
   if (flex) {
     RoomyWriter f(flex, *flexPos);
-    EncodeHPRoomy(w, f, trim, scan, coef, s, out);
+    EncodeHPRoomy(w, f, trim, scan, coef, ors, s, out);
     f.Flush();
     *flexPos = int32_t(f.pos);
   } else {
-    EncodeHPRoomy(w, w, trim, scan, coef, s, out);
+    EncodeHPRoomy(w, w, trim, scan, coef, ors, s, out);
   }
   w.Flush();
   *st = s;

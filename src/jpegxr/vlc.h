@@ -1353,11 +1353,66 @@ inline RvtResult EncodeHP(Writer& w, Writer& f, int trim, int scan, const int32_
   return rvtStatusOk;
 }
 
-// EncodeHP with the nonzero positions of a block gathered once as a mask
-// (the coder and the scan counts walk its set bits), refinements of blocks
-// whose model bits are all trimmed skipped, and the roomy writers.
-inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, const int32_t* coef, State& s,
-                          int32_t* cbp) {
+// The OR of the magnitudes of a block's HP coefficients (positions 1..15):
+// its VLC parts are all zero exactly when this shifted by the model bits
+// is, and its refinements when its low model bits are.
+inline uint32_t HpBlockOr(const int32_t* blk) {
+  using V = uint32_t __attribute__((vector_size(16)));
+  using VS = int32_t __attribute__((vector_size(16)));
+  V a, b, c, d;
+  std::memcpy(&a, blk, 16);
+  std::memcpy(&b, blk + 4, 16);
+  std::memcpy(&c, blk + 8, 16);
+  std::memcpy(&d, blk + 12, 16);
+  auto mag = [](V v) {
+    const V sign = (V)((VS)v >> 31);
+    return (v ^ sign) - sign;
+  };
+  const V keep = {0u, ~0u, ~0u, ~0u};  // (not the DC)
+  const V o = (mag(a) & keep) | mag(b) | mag(c) | mag(d);
+  return o[0] | o[1] | o[2] | o[3];
+}
+
+// The refinements of a block (EncodeRefine of each coefficient in the
+// refinement order) two coefficients a put when their codes fit together.
+inline void RefineRoomy(RoomyWriter& f, const int32_t* blk, uint32_t blockOr, int bits, int trim) {
+  const int n0 = bits - trim;
+  const uint32_t low = (1u << bits) - 1u;
+  if (((blockOr & low) >> trim) == 0) {  // every refinement zero, none signed
+    for (int left = 15 * n0; left > 0; left -= 32) f.Put(0, left < 32 ? left : 32);
+    return;
+  }
+  // a value wholly in the refinement carries its sign right after it
+  auto code = [&](int k, int& n) {
+    const int32_t v = blk[kLowpassRefine[k]];
+    const uint32_t m = Mag(v);
+    const uint32_t ref = (m & low) >> trim;
+    const uint32_t solo = uint32_t(m <= low) & uint32_t(ref != 0);
+    n = n0 + int(solo);
+    return (ref << solo) | (solo & (uint32_t(v) >> 31));
+  };
+  int k = 1;
+  if (n0 <= 15) {
+    for (; k < 15; k += 2) {
+      int n1, n2;
+      const uint32_t c1 = code(k, n1), c2 = code(k + 1, n2);
+      f.Put((c1 << n2) | c2, n1 + n2);
+    }
+  }
+  for (; k < 16; ++k) {
+    int n;
+    const uint32_t c = code(k, n);
+    f.Put(c, n);
+  }
+}
+
+// EncodeHP with blocks whose VLC parts are all zero known from `ors`
+// (HpBlockOr of block b of channel ch at 16 ch + b), the nonzero positions
+// of the others gathered once as a mask (the coder and the scan counts
+// walk its set bits), refinements of blocks whose model bits are all
+// trimmed skipped, and the roomy writers.
+inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, const int32_t* coef,
+                          const uint32_t* ors, State& s, int32_t* cbp) {
   int32_t lm[2] = {0, 0};
   int32_t val[16];
   int at[16];
@@ -1369,13 +1424,14 @@ inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, co
     for (int i = 0; i < blocks; ++i) {
       const int b = HpBlockAt(s, ch, i);
       const int32_t* blk = coef + 256 * ch + 16 * b;
-      uint32_t mask = 0;
-      val[0] = 0;
-      for (int p = 1; p < 16; ++p) {
-        val[p] = VlcPart(blk[s.order[sc][p]], bits);
-        mask |= uint32_t(val[p] != 0) << p;
-      }
-      if (mask) {
+      const uint32_t blockOr = ors[16 * ch + b];
+      if ((blockOr >> bits) != 0) {
+        uint32_t mask = 0;
+        val[0] = 0;
+        for (int p = 1; p < 16; ++p) {
+          val[p] = VlcPart(blk[s.order[sc][p]], bits);
+          mask |= uint32_t(val[p] != 0) << p;
+        }
         cbp[ch] |= 1 << b;
         int n = 0;
         for (uint32_t m = mask; m; m &= m - 1) at[n++] = __builtin_ctz(m);
@@ -1383,9 +1439,7 @@ inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, co
         lm[ch > 0] += n;
         for (int k = 0; k < n; ++k) CountScan(s, sc, at[k]);
       }
-      if (bits > trim) {
-        for (int k = 1; k < 16; ++k) EncodeRefine(f, blk[kLowpassRefine[k]], bits, trim);
-      }
+      if (bits > trim) RefineRoomy(f, blk, blockOr, bits, trim);
     }
   }
   UpdateModel(s, kHP, lm[0], lm[1]);
