@@ -1285,5 +1285,83 @@ RVT_CHECKASM(rvtiVLCEncodeHP_JPEGXR_32s1u,
                                      int32_t(k.arg[2]));
                          }});
 
+// DC or LP macroblocks coded from a context that has moved (model bits,
+// tables, the LP scan order and pattern counters), magnitudes around the
+// model bits, now and then one at or past the escape's reach (refused);
+// into buffers with bits before the start to keep, with room to spare (the
+// fast run) or barely any (the careful one).
+std::vector<test::Case> EncodeLowCases(test::Rng& rng, int band) {
+  auto encode = [band](const int32_t* c, VLCState_JPEGXR* st, uint8_t* d, int32_t n, int32_t* p) {
+    return band == vlc::kDC ? rvtiVLCEncodeDC_JPEGXR_32s1u(c, st, d, n, p)
+                            : rvtiVLCEncodeLP_JPEGXR_32s1u(c, st, d, n, p);
+  };
+  std::vector<test::Case> out;
+  for (int t = 0; t < 160; ++t) {
+    const Format f = kFormats[rng.Uniform(0, 6)];
+    std::vector<uint8_t> st = NewState(f.format, f.channels);
+    auto& bits = reinterpret_cast<vlc::State*>(st.data())->modelBits[band];
+    std::vector<uint8_t> scratch(1 << 14);
+    auto macroblock = [&] {
+      Mb m = RandomMb(rng, f.channels, 0);
+      for (size_t k = 0; k < m.dclp.size(); ++k) {
+        const int b = bits[k >= 16] + 2;
+        const uint32_t r = rng.Uniform(0, 3);
+        if (r == 0) m.dclp[k] = 0;
+        else if (r == 1) m.dclp[k] = int32_t(rng.Uniform(0, 2u << b)) - int32_t(1 << b);
+      }
+      return m;
+    };
+    for (int i = int(rng.Uniform(0, 6)); i > 0; --i) {
+      bits[0] = int(rng.Uniform(0, 10)), bits[1] = int(rng.Uniform(0, 10));
+      int32_t pos = 0;
+      const Mb m = macroblock();
+      encode(m.dclp.data(), S(st), scratch.data(), 1 << 14, &pos);
+      if (rng.Uniform(0, 1)) rvtiVLCAdapt_JPEGXR(S(st), int32_t(rng.Uniform(1, 31)));
+    }
+    Mb m = macroblock();
+    if (t % 4 == 3) {  // no model bits: the escape's largest level, or past it
+      bits[0] = bits[1] = 0;
+      const int32_t big[4] = {int32_t(vlc::kMaxLevel) - (band == vlc::kDC), -int32_t(vlc::kMaxLevel),
+                              int32_t(vlc::kMaxLevel + 1), INT32_MIN};
+      m.dclp[16 * rng.Uniform(0, uint32_t(f.channels) - 1) + (band == vlc::kDC ? 0 : rng.Uniform(1, 3))] =
+          big[rng.Uniform(0, 3)];
+    }
+    const int32_t start = int32_t(rng.Uniform(0, 40));
+    const int32_t roomy = (16 * f.channels + 1) * 100 / 8 + 64;
+    const int32_t len = t % 3 == 2 ? int32_t(rng.Uniform(6, 200)) : roomy;
+    test::Case k;
+    k.label = "band " + std::to_string(band) + " format " + std::to_string(f.format) + " channels " +
+              std::to_string(f.channels);
+    test::Buf coef = test::ArrayOf<int32_t>(16 * f.channels);
+    std::memcpy(coef.as<int32_t>(), m.dclp.data(), 4 * m.dclp.size());
+    k.in.push_back(std::move(coef));
+    test::Buf sb = test::ArrayOf<uint8_t>(int(st.size()));
+    std::memcpy(sb.as<uint8_t>(), st.data(), st.size());
+    k.out.push_back(std::move(sb));
+    test::Buf dst = test::ArrayOf<uint8_t>(len);
+    rng.Fill(dst.as<uint8_t>(), size_t(len), uint8_t(0), uint8_t(255));
+    k.out.push_back(std::move(dst));
+    test::Buf ps = test::ArrayOf<int32_t>(1);
+    ps.as<int32_t>()[0] = start;
+    k.out.push_back(std::move(ps));
+    k.arg[0] = len;
+    out.push_back(std::move(k));
+  }
+  return out;
+}
+
+template <class Fn>
+RvtResult EncodeLowCase(Fn fn, test::Case& k) {
+  return fn(k.in[0].as<int32_t>(), k.out[0].as<VLCState_JPEGXR>(), k.out[1].as<uint8_t>(), int32_t(k.arg[0]),
+            k.out[2].as<int32_t>());
+}
+
+RVT_CHECKASM(rvtiVLCEncodeDC_JPEGXR_32s1u,
+             test::Cases{[](test::Rng& rng) { return EncodeLowCases(rng, vlc::kDC); },
+                         [](auto fn, test::Case& k) { return EncodeLowCase(fn, k); }});
+RVT_CHECKASM(rvtiVLCEncodeLP_JPEGXR_32s1u,
+             test::Cases{[](test::Rng& rng) { return EncodeLowCases(rng, vlc::kLP); },
+                         [](auto fn, test::Case& k) { return EncodeLowCase(fn, k); }});
+
 }  // namespace
 }  // namespace rvt

@@ -72,22 +72,53 @@ RvtResult FlcWrite(uint32_t value, int32_t n, uint8_t* dst, int32_t len, int32_t
   return rvtStatusOk;
 }
 
-RvtResult EncodeDCEntry(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos) {
+// The DC and LP encoders' argument checks, in argument order, with the
+// coefficient range.
+RvtResult CheckLowArgs(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos, int band) {
   RVT_CHECK(CheckPtr(coef));
   RVT_CHECK(CheckState(st));
   RVT_CHECK(CheckCursor(dst, len, pos));
-  RVT_CHECK(CheckRange(*st, coef, kDC));
+  return CheckRange(*st, coef, band);
+}
+
+RvtResult EncodeDCEntry(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos) {
+  RVT_CHECK(CheckLowArgs(coef, st, dst, len, pos, kDC));
   return EncodeBand(dst, len, pos, nullptr, 0, nullptr, st, st->channels,
                     [&](Writer& w, Writer&, State& s) { return EncodeDC(w, s, coef); });
 }
 
 RvtResult EncodeLPEntry(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos) {
-  RVT_CHECK(CheckPtr(coef));
-  RVT_CHECK(CheckState(st));
-  RVT_CHECK(CheckCursor(dst, len, pos));
-  RVT_CHECK(CheckRange(*st, coef, kLP));
+  RVT_CHECK(CheckLowArgs(coef, st, dst, len, pos, kLP));
   return EncodeBand(dst, len, pos, nullptr, 0, nullptr, st, 16 * st->channels + 1,
                     [&](Writer& w, Writer&, State& s) { return EncodeLP(w, s, coef); });
+}
+
+// The DC and LP fast forms: when the room left takes the worst case (the
+// reference's bound), one run with the roomy writer; else the reference's
+// way.  Checked coefficients never make the body fail.
+template <int band, class Body>
+RvtResult EncodeLowFast(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos, Body body) {
+  RVT_CHECK(CheckLowArgs(coef, st, dst, len, pos, band));
+  const int64_t coefs = band == kDC ? st->channels : 16 * st->channels + 1;
+  if (EndBits(len) - *pos < coefs * kBitsPerCoef + 64) {
+    return EncodeBand(dst, len, pos, nullptr, 0, nullptr, st, coefs,
+                      [&](Writer& w, Writer&, State& s) { return body(w, s); });
+  }
+  State s = *st;
+  RoomyWriter w(dst, *pos);
+  body(w, s);
+  w.Flush();
+  *st = s;
+  *pos = int32_t(w.pos);
+  return rvtStatusOk;
+}
+
+RvtResult EncodeDCFast(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos) {
+  return EncodeLowFast<kDC>(coef, st, dst, len, pos, [&](auto& w, State& s) { return EncodeDC(w, s, coef); });
+}
+
+RvtResult EncodeLPFast(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos) {
+  return EncodeLowFast<kLP>(coef, st, dst, len, pos, [&](auto& w, State& s) { return EncodeLP(w, s, coef); });
 }
 
 // The HP encoder's argument checks, in argument order (the coefficient
@@ -240,9 +271,9 @@ RVT_IMPL_PLAIN(rvtiVLCGetTables_JPEGXR, vlc::GetTables);
 RVT_IMPL_FAST(rvtiFLCRead_JPEGXR_1u32u, vlc::FlcReadFast, vlc::FlcReadRef);
 RVT_IMPL_PLAIN(rvtiFLCWrite_JPEGXR_32u1u, vlc::FlcWrite);
 RVT_IMPL_FAST(rvtiVLCDecodeDC_JPEGXR_1u32s, vlc::DecodeDCFast, vlc::DecodeDCRef);
-RVT_IMPL_PLAIN(rvtiVLCEncodeDC_JPEGXR_32s1u, vlc::EncodeDCEntry);
+RVT_IMPL_FAST(rvtiVLCEncodeDC_JPEGXR_32s1u, vlc::EncodeDCFast, vlc::EncodeDCEntry);
 RVT_IMPL_FAST(rvtiVLCDecodeLP_JPEGXR_1u32s, vlc::DecodeLPFast, vlc::DecodeLPRef);
-RVT_IMPL_PLAIN(rvtiVLCEncodeLP_JPEGXR_32s1u, vlc::EncodeLPEntry);
+RVT_IMPL_FAST(rvtiVLCEncodeLP_JPEGXR_32s1u, vlc::EncodeLPFast, vlc::EncodeLPEntry);
 RVT_IMPL_FAST(rvtiVLCDecodeHP_JPEGXR_1u32s, vlc::DecodeHPFast, vlc::DecodeHPRef);
 RVT_IMPL_FAST(rvtiVLCEncodeHP_JPEGXR_32s1u, vlc::EncodeHPFast, vlc::EncodeHPEntry);
 RVT_IMPL_FAST(rvtiVLCDecodeCBPHP_JPEGXR_1u32s, vlc::DecodeCbpHPFast, vlc::DecodeCbpHPRef);

@@ -890,7 +890,8 @@ inline void EncodeBlockAt(W& w, State& s, int group, bool chroma, int first, con
   }
 }
 
-inline void EncodeBlock(Writer& w, State& s, int group, bool chroma, int first, const int32_t* val) {
+template <class W>
+inline void EncodeBlock(W& w, State& s, int group, bool chroma, int first, const int32_t* val) {
   int at[16], n = 0;
   for (int p = first; p < 16; ++p) {
     if (val[p] != 0) at[n++] = p;
@@ -991,14 +992,15 @@ inline RvtResult DecodeDC(R& r, State& s, int32_t* coef) {
   return r.Short() ? rvtStatusOutOfBuffer : rvtStatusOk;
 }
 
-inline RvtResult EncodeDC(Writer& w, State& s, const int32_t* coef) {
+template <class W>
+inline RvtResult EncodeDC(W& w, State& s, const int32_t* coef) {
   int32_t lm[2] = {0, 0};
   if (IsColour(s.format)) {
     int pattern = 0;
     for (int ch = 0; ch < 3; ++ch) {
       if ((Mag(coef[16 * ch]) >> s.modelBits[kDC][ch > 0]) != 0) pattern |= 4 >> ch;
     }
-    w.Symbol(kAlpha8, 0, pattern);
+    w.Put(kAlpha8.code[0][pattern].code, kAlpha8.code[0][pattern].len);
   }
   for (int ch = 0; ch < s.channels; ++ch) {
     const int c = ch > 0;
@@ -1043,7 +1045,8 @@ inline int DecodeLpCbp(R& r, State& s, int n) {
   return cbp;
 }
 
-inline void EncodeLpCbp(Writer& w, const State& s, int n, int cbp) {
+template <class W>
+inline void EncodeLpCbp(W& w, const State& s, int n, int cbp) {
   const int full = n * 4 - 5;
   if (s.cbpCountZero <= 0 || s.cbpCountMax < 0) {
     const int p = s.cbpCountMax < s.cbpCountZero ? full - cbp : cbp;
@@ -1205,7 +1208,8 @@ inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
   return r.Short() ? rvtStatusOutOfBuffer : rvtStatusOk;
 }
 
-inline RvtResult EncodeLP(Writer& w, State& s, const int32_t* coef) {
+template <class W>
+inline RvtResult EncodeLP(W& w, State& s, const int32_t* coef) {
   int32_t lm[2] = {0, 0};
   const int n = LpGroups(s);
   int32_t q[16][16] = {};
