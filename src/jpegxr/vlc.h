@@ -86,9 +86,28 @@ inline constexpr int8_t kSlotTables[kSlots] = {2, 1, 2, 2, 5, 4, 4, 5, 4, 4, 2,
 inline RvtResult CheckState(const State* s) {
   RVT_CHECK(CheckPtr(s));
   if (s->magic != kMagic || CheckFormat(s->format, s->channels) != rvtStatusOk) return rvtStatusBadArg;
-  bool bad = false;
-  for (int k = 0; k < kSlots; ++k) bad |= uint32_t(s->table[k]) >= uint32_t(kSlotTables[k]);
-  if (bad) return rvtStatusBadArg;
+  // every table index against its slot's count, four slots a compare
+  using V = uint32_t __attribute__((vector_size(16)));
+  using VS = int32_t __attribute__((vector_size(16)));
+  static_assert(kSlots == 22);
+  static constexpr uint32_t kLimits[24] = {
+      uint32_t(kSlotTables[0]),  uint32_t(kSlotTables[1]),  uint32_t(kSlotTables[2]),  uint32_t(kSlotTables[3]),
+      uint32_t(kSlotTables[4]),  uint32_t(kSlotTables[5]),  uint32_t(kSlotTables[6]),  uint32_t(kSlotTables[7]),
+      uint32_t(kSlotTables[8]),  uint32_t(kSlotTables[9]),  uint32_t(kSlotTables[10]), uint32_t(kSlotTables[11]),
+      uint32_t(kSlotTables[12]), uint32_t(kSlotTables[13]), uint32_t(kSlotTables[14]), uint32_t(kSlotTables[15]),
+      uint32_t(kSlotTables[16]), uint32_t(kSlotTables[17]), uint32_t(kSlotTables[18]), uint32_t(kSlotTables[19]),
+      uint32_t(kSlotTables[20]), uint32_t(kSlotTables[21]), ~0u,                       ~0u};
+  uint32_t idx[24];
+  std::memcpy(idx, s->table, sizeof(s->table));
+  idx[22] = idx[23] = 0;
+  VS badv = {0, 0, 0, 0};
+  for (int i = 0; i < 24; i += 4) {
+    V v, lim;
+    std::memcpy(&v, idx + i, 16);
+    std::memcpy(&lim, kLimits + i, 16);
+    badv |= (VS)(v >= lim);
+  }
+  if ((badv[0] | badv[1] | badv[2] | badv[3]) != 0) return rvtStatusBadArg;
   uint32_t bits = 0;
   for (int b = 0; b < 3; ++b) bits |= uint32_t(s->modelBits[b][0]) | uint32_t(s->modelBits[b][1]);
   if (bits > 15) return rvtStatusBadArg;
@@ -1377,6 +1396,102 @@ inline uint32_t HpBlockOr(const int32_t* blk) {
   return o[0] | o[1] | o[2] | o[3];
 }
 
+// VlcPart of a block's 16 coefficients in block order, a vector at a time.
+inline void HpVlcParts(const int32_t* blk, int bits, int32_t* part) {
+  using V = uint32_t __attribute__((vector_size(16)));
+  using VS = int32_t __attribute__((vector_size(16)));
+  for (int i = 0; i < 16; i += 4) {
+    V v;
+    std::memcpy(&v, blk + i, 16);
+    const V sign = (V)((VS)v >> 31);
+    const V q = ((v ^ sign) - sign) >> bits;
+    const V r = (q ^ sign) - sign;
+    std::memcpy(part + i, &r, 16);
+  }
+}
+
+// EncodeRun's puts by run table, longest run and run: the bits (0-7) and
+// their count (8-15).
+struct RunCodes {
+  uint16_t e[2][16][16];
+};
+constexpr RunCodes MakeRunCodes() {
+  RunCodes rc{};
+  for (int t = 0; t < 2; ++t) {
+    for (int maxRun = 1; maxRun < 16; ++maxRun) {
+      for (int run = 1; run <= maxRun; ++run) {
+        uint32_t v = 0;
+        int n = 0;
+        if (maxRun < 5) {
+          v = run < maxRun ? 1u : 0u;
+          n = run < maxRun ? run : maxRun - 1;
+        } else {
+          const int bin = maxRun >= 11 ? 0 : maxRun >= 7 ? 1 : 2;
+          int sym = 4;
+          for (int k = 0; k < 5; ++k) {
+            if (run < kRunBase[bin][k] + (1 << kRunBits[bin][k])) {
+              sym = k;
+              break;
+            }
+          }
+          const Code c = kAlpha5.code[t][sym];
+          const int b = kRunBits[bin][sym];
+          v = (uint32_t(c.code) << b) | uint32_t(run - kRunBase[bin][sym]);
+          n = c.len + b;
+        }
+        rc.e[t][maxRun][run] = uint16_t(v | uint32_t(n) << 8);
+      }
+    }
+  }
+  return rc;
+}
+inline constexpr RunCodes kRunCodes = MakeRunCodes();
+
+// EncodeBlockAt for the roomy writer, each coefficient's magnitude, sign
+// and what follows it taken once.
+inline void EncodeBlockRoomy(RoomyWriter& w, State& s, int group, bool chroma, int first, const int32_t* val,
+                             const int* at, int n) {
+  const int idx = group + (chroma ? kIndexChr : kIndexLum);
+  const int fst = group + (chroma ? kFirstChr : kFirstLum);
+  int cont = 0, loc = first;
+  for (int i = 0; i < n; ++i) {
+    const int here = at[i];
+    const int32_t v = val[here];
+    const uint32_t mg = Mag(v);
+    const int srn = i + 1 >= n ? 0 : at[i + 1] == here + 1 ? 1 : 2;
+    const bool sl = mg > 1;
+    const uint32_t sign = uint32_t(v) >> 31;
+    if (i == 0) {
+      const bool sr = here == first;
+      PutCountedOf<12>(w, s, fst, int(sr) | (int(sl) << 1) | (srn << 2), sign, 1);
+      cont = sr && srn == 1;
+    } else {
+      if (here != loc) {
+        const uint32_t e = kRunCodes.e[s.table[kRun]][15 - loc][here - loc];
+        w.Put(e & 0xFF, int(e >> 8));
+      }
+      const int after = here + 1;
+      const int sym = int(sl) | (srn << 1);
+      if (after < 15) {
+        PutCountedOf<6>(w, s, idx + cont, sym, sign, 1);
+      } else if (after == 15) {
+        if (sym == 0) w.Put(0 | sign, 2);
+        else if (sym == 2) w.Put(4 | sign, 3);
+        else w.Put((sym == 1 ? 12u : 14u) | sign, 4);
+      } else {
+        w.Put(uint32_t(sym) << 1 | sign, 2);
+      }
+      cont &= int(srn == 1);
+    }
+    if (sl) EncodeLevel(w, s, group + kLevel + cont, mg);
+    if (i == 0 && here != first) {
+      const uint32_t e = kRunCodes.e[s.table[kRun]][15 - first][here - first];
+      w.Put(e & 0xFF, int(e >> 8));
+    }
+    loc = here + 1;
+  }
+}
+
 // The refinements of a block (EncodeRefine of each coefficient in the
 // refinement order) two coefficients a put when their codes fit together.
 inline void RefineRoomy(RoomyWriter& f, const int32_t* blk, uint32_t blockOr, int bits, int trim) {
@@ -1430,16 +1545,18 @@ inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, co
       const int32_t* blk = coef + 256 * ch + 16 * b;
       const uint32_t blockOr = ors[16 * ch + b];
       if ((blockOr >> bits) != 0) {
+        int32_t part[16];
+        HpVlcParts(blk, bits, part);
         uint32_t mask = 0;
         val[0] = 0;
         for (int p = 1; p < 16; ++p) {
-          val[p] = VlcPart(blk[s.order[sc][p]], bits);
+          val[p] = part[s.order[sc][p]];
           mask |= uint32_t(val[p] != 0) << p;
         }
         cbp[ch] |= 1 << b;
         int n = 0;
         for (uint32_t m = mask; m; m &= m - 1) at[n++] = __builtin_ctz(m);
-        EncodeBlockAt(w, s, kHpFirst, ch > 0, 1, val, at, n);
+        EncodeBlockRoomy(w, s, kHpFirst, ch > 0, 1, val, at, n);
         lm[ch > 0] += n;
         for (int k = 0; k < n; ++k) CountScan(s, sc, at[k]);
       }
