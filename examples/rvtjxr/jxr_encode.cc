@@ -112,6 +112,20 @@ RVTJXR_CLONED void QuantizeSpan(const int32_t* __restrict in, int32_t* __restric
   }
 }
 
+// The OR of the magnitudes of 16 coefficients, four at a time.
+uint32_t MagnitudeOr(const int32_t* c) {
+  using V = uint32_t __attribute__((vector_size(16)));
+  using VS = int32_t __attribute__((vector_size(16)));
+  V o = {0, 0, 0, 0};
+  for (int i = 0; i < 16; i += 4) {
+    V v;
+    std::memcpy(&v, c + i, 16);
+    const V sign = (V)((VS)v >> 31);
+    o |= (v ^ sign) - sign;
+  }
+  return o[0] | o[1] | o[2] | o[3];
+}
+
 // A growing coefficient stream: a packet header, then what the coefficient
 // encoders append.
 struct Stream {
@@ -592,13 +606,9 @@ bool Encoder::Macroblock(VLCState_JPEGXR* st, int mx, int my, int x0, int y0, in
     const int mb = bits[4 + (ch > 0)];
     me.cbp[ch] = 0;
     for (int b = 0; b < nb; ++b) {
-      // the largest magnitude passes the model bits exactly when their OR does
-      uint32_t any = 0;
-      for (int k = 1; k < 16; ++k) {
-        const int32_t v = p[16 * b + k];
-        any |= v < 0 ? 0u - uint32_t(v) : uint32_t(v);
-      }
-      if ((any >> mb) != 0) me.cbp[ch] |= 1 << b;
+      // the largest magnitude passes the model bits exactly when their OR
+      // does (the DC place holds 0)
+      if ((MagnitudeOr(p + 16 * b) >> mb) != 0) me.cbp[ch] |= 1 << b;
     }
   }
   if (resetScan) rvtiVLCAdapt_JPEGXR(st, 16);
