@@ -38,12 +38,6 @@ void ButterflyInv2x2(int32_t& a0, int32_t& b0, int32_t& c0, int32_t& d0) {
 }
 
 
-// Where coefficient k (4 row + column) of a block sits in the layout.
-constexpr uint8_t kRaster[16] = {kInBlock[0][0], kInBlock[0][1], kInBlock[0][2], kInBlock[0][3],
-                                 kInBlock[1][0], kInBlock[1][1], kInBlock[1][2], kInBlock[1][3],
-                                 kInBlock[2][0], kInBlock[2][1], kInBlock[2][2], kInBlock[2][3],
-                                 kInBlock[3][0], kInBlock[3][1], kInBlock[3][2], kInBlock[3][3]};
-
 // Header fields, most significant bit first.
 struct BitWriter {
   std::vector<uint8_t>* out;
@@ -586,8 +580,8 @@ bool Encoder::Macroblock(VLCState_JPEGXR* st, int mx, int my, int x0, int y0, in
     for (int b = 0; b < nb; ++b) {
       const int32_t* blk = all + 16 * ((b % bw) * bh + b / bw);
       int32_t* q = p + 16 * b;
+      BlockToRows(blk, q, 4);
       q[0] = 0;
-      for (int k = 1; k < 16; ++k) q[k] = blk[kRaster[k]];
     }
     if (acMode == 0) {
       for (int by = 0; by < bh; ++by) {

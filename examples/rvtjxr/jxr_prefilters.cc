@@ -154,21 +154,9 @@ class BlockBatch {
   void Flush() {
     if (n_ == 0) return;
     const int w = 4 * n_;
-    for (int i = 0; i < n_; ++i) {
-      const P p = pending_[i];
-      for (int r = 0; r < 4; ++r) {
-        int32_t* row = buf_ + r * w + 4 * i;
-        for (int k = 0; k < 4; ++k) row[k] = p[kInBlock[r][k]];
-      }
-    }
+    for (int i = 0; i < n_; ++i) BlockToRows(pending_[i], buf_ + 4 * i, w);
     rvtiPCTFwd_JPEGXR_32s_C1IR(buf_, int32_t(sizeof(int32_t)) * w, {w, 4});
-    for (int i = 0; i < n_; ++i) {
-      const P p = pending_[i];
-      for (int r = 0; r < 4; ++r) {
-        const int32_t* row = buf_ + r * w + 4 * i;
-        for (int k = 0; k < 4; ++k) p[kInBlock[r][k]] = row[k];
-      }
-    }
+    for (int i = 0; i < n_; ++i) RowsToBlock(buf_ + 4 * i, w, pending_[i]);
     n_ = 0;
   }
 
