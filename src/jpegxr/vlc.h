@@ -1447,21 +1447,26 @@ constexpr RunCodes MakeRunCodes() {
 }
 inline constexpr RunCodes kRunCodes = MakeRunCodes();
 
-// EncodeBlockAt for the roomy writer, each coefficient's magnitude, sign
-// and what follows it taken once.
+// EncodeBlockAt for the roomy writer over `mask`, the positions of the
+// nonzero values (bits first..15): each coefficient's magnitude, sign and
+// successor taken once, runs from one table, levels below the escape in
+// line.
 inline void EncodeBlockRoomy(RoomyWriter& w, State& s, int group, bool chroma, int first, const int32_t* val,
-                             const int* at, int n) {
+                             uint32_t mask) {
+  static constexpr int8_t kSymOf[18] = {0, 0, 0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5};
   const int idx = group + (chroma ? kIndexChr : kIndexLum);
   const int fst = group + (chroma ? kFirstChr : kFirstLum);
   int cont = 0, loc = first;
-  for (int i = 0; i < n; ++i) {
-    const int here = at[i];
+  for (uint32_t m = mask; m; m &= m - 1) {
+    const int here = __builtin_ctz(m);
     const int32_t v = val[here];
     const uint32_t mg = Mag(v);
-    const int srn = i + 1 >= n ? 0 : at[i + 1] == here + 1 ? 1 : 2;
+    // what follows: nothing, the next position, or a run first
+    const uint32_t rest = (m & (m - 1)) >> (here + 1);
+    const int srn = rest == 0 ? 0 : 2 - int(rest & 1);
     const bool sl = mg > 1;
     const uint32_t sign = uint32_t(v) >> 31;
-    if (i == 0) {
+    if (m == mask) {
       const bool sr = here == first;
       PutCountedOf<12>(w, s, fst, int(sr) | (int(sl) << 1) | (srn << 2), sign, 1);
       cont = sr && srn == 1;
@@ -1483,8 +1488,16 @@ inline void EncodeBlockRoomy(RoomyWriter& w, State& s, int group, bool chroma, i
       }
       cont &= int(srn == 1);
     }
-    if (sl) EncodeLevel(w, s, group + kLevel + cont, mg);
-    if (i == 0 && here != first) {
+    if (sl) {
+      const int slot = group + kLevel + cont;
+      if (mg < 18) {
+        const int sym = kSymOf[mg];
+        PutCountedOf<7>(w, s, slot, sym, mg - uint32_t(kLevelBase[sym]), kLevelBits[sym]);
+      } else {
+        EncodeLevel(w, s, slot, mg);
+      }
+    }
+    if (m == mask && here != first) {
       const uint32_t e = kRunCodes.e[s.table[kRun]][15 - first][here - first];
       w.Put(e & 0xFF, int(e >> 8));
     }
@@ -1534,7 +1547,6 @@ inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, co
                           const uint32_t* ors, State& s, int32_t* cbp) {
   int32_t lm[2] = {0, 0};
   int32_t val[16];
-  int at[16];
   const int sc = 1 + scan;
   for (int ch = 0; ch < s.channels; ++ch) {
     const int bits = s.modelBits[kHP][ch > 0];
@@ -1554,11 +1566,9 @@ inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, co
           mask |= uint32_t(val[p] != 0) << p;
         }
         cbp[ch] |= 1 << b;
-        int n = 0;
-        for (uint32_t m = mask; m; m &= m - 1) at[n++] = __builtin_ctz(m);
-        EncodeBlockRoomy(w, s, kHpFirst, ch > 0, 1, val, at, n);
-        lm[ch > 0] += n;
-        for (int k = 0; k < n; ++k) CountScan(s, sc, at[k]);
+        EncodeBlockRoomy(w, s, kHpFirst, ch > 0, 1, val, mask);
+        lm[ch > 0] += __builtin_popcount(mask);
+        for (uint32_t m = mask; m; m &= m - 1) CountScan(s, sc, __builtin_ctz(m));
       }
       if (bits > trim) RefineRoomy(f, blk, blockOr, bits, trim);
     }
