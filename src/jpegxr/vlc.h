@@ -435,6 +435,18 @@ struct RoomyWriter {
       nb -= 32;
     }
   }
+  // Put of a value known to fit its n bits (1..32).
+  __attribute__((always_inline)) void PutFit(uint32_t v, int n) {
+    acc = (acc << n) | v;
+    nb += n;
+    pos += n;
+    if (nb >= 32) {
+      const uint32_t out = __builtin_bswap32(uint32_t(acc >> (nb - 32)));
+      std::memcpy(p + at, &out, 4);
+      at += 4;
+      nb -= 32;
+    }
+  }
   // (a run that wrote nothing leaves its first byte as it was)
   void Flush() {
     if (pos == start) return;
@@ -630,7 +642,7 @@ __attribute__((always_inline)) inline void PutCountedOf(W& w, State& s, int slot
     const StepTable& st = N == 6 ? kSteps6 : N == 7 ? kSteps7 : kSteps12;
     const int t = s.table[slot];
     const Code c = a.code[t][sym];
-    w.Put((uint32_t(c.code) << tailBits) | tail, c.len + tailBits);
+    w.PutFit((uint32_t(c.code) << tailBits) | tail, c.len + tailBits);
     s.disc[slot] = int32_t(uint32_t(s.disc[slot]) + uint32_t(int32_t(st.lo[t][sym])));
     if constexpr (N != 7) s.disc1[slot] = int32_t(uint32_t(s.disc1[slot]) + uint32_t(int32_t(st.hi[t][sym])));
   } else {
@@ -1473,18 +1485,18 @@ inline void EncodeBlockRoomy(RoomyWriter& w, State& s, int group, bool chroma, i
     } else {
       if (here != loc) {
         const uint32_t e = kRunCodes.e[s.table[kRun]][15 - loc][here - loc];
-        w.Put(e & 0xFF, int(e >> 8));
+        w.PutFit(e & 0xFF, int(e >> 8));
       }
       const int after = here + 1;
       const int sym = int(sl) | (srn << 1);
       if (after < 15) {
         PutCountedOf<6>(w, s, idx + cont, sym, sign, 1);
       } else if (after == 15) {
-        if (sym == 0) w.Put(0 | sign, 2);
-        else if (sym == 2) w.Put(4 | sign, 3);
-        else w.Put((sym == 1 ? 12u : 14u) | sign, 4);
+        if (sym == 0) w.PutFit(0 | sign, 2);
+        else if (sym == 2) w.PutFit(4 | sign, 3);
+        else w.PutFit((sym == 1 ? 12u : 14u) | sign, 4);
       } else {
-        w.Put(uint32_t(sym) << 1 | sign, 2);
+        w.PutFit(uint32_t(sym) << 1 | sign, 2);
       }
       cont &= int(srn == 1);
     }
@@ -1499,7 +1511,7 @@ inline void EncodeBlockRoomy(RoomyWriter& w, State& s, int group, bool chroma, i
     }
     if (m == mask && here != first) {
       const uint32_t e = kRunCodes.e[s.table[kRun]][15 - first][here - first];
-      w.Put(e & 0xFF, int(e >> 8));
+      w.PutFit(e & 0xFF, int(e >> 8));
     }
     loc = here + 1;
   }
@@ -1511,7 +1523,7 @@ inline void RefineRoomy(RoomyWriter& f, const int32_t* blk, uint32_t blockOr, in
   const int n0 = bits - trim;
   const uint32_t low = (1u << bits) - 1u;
   if (((blockOr & low) >> trim) == 0) {  // every refinement zero, none signed
-    for (int left = 15 * n0; left > 0; left -= 32) f.Put(0, left < 32 ? left : 32);
+    for (int left = 15 * n0; left > 0; left -= 32) f.PutFit(0, left < 32 ? left : 32);
     return;
   }
   // a value wholly in the refinement carries its sign right after it
@@ -1528,13 +1540,13 @@ inline void RefineRoomy(RoomyWriter& f, const int32_t* blk, uint32_t blockOr, in
     for (; k < 15; k += 2) {
       int n1, n2;
       const uint32_t c1 = code(k, n1), c2 = code(k + 1, n2);
-      f.Put((c1 << n2) | c2, n1 + n2);
+      f.PutFit((c1 << n2) | c2, n1 + n2);
     }
   }
   for (; k < 16; ++k) {
     int n;
     const uint32_t c = code(k, n);
-    f.Put(c, n);
+    f.PutFit(c, n);
   }
 }
 
