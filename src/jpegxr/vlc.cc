@@ -118,7 +118,14 @@ RvtResult EncodeDCFast(const int32_t* coef, State* st, uint8_t* dst, int32_t len
 }
 
 RvtResult EncodeLPFast(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos) {
-  return EncodeLowFast<kLP>(coef, st, dst, len, pos, [&](auto& w, State& s) { return EncodeLP(w, s, coef); });
+  return EncodeLowFast<kLP>(coef, st, dst, len, pos, [&](auto& w, State& s) {
+    if constexpr (std::is_same_v<std::decay_t<decltype(w)>, RoomyWriter>) {
+      EncodeLPRoomy(w, s, coef);
+      return rvtStatusOk;
+    } else {
+      return EncodeLP(w, s, coef);
+    }
+  });
 }
 
 // The HP encoder's argument checks, in argument order (the coefficient

@@ -1588,6 +1588,71 @@ inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, co
   UpdateModel(s, kHP, lm[0], lm[1]);
 }
 
+// EncodeLP for the roomy writer and coefficients whose range has been
+// checked: the layout's counts taken once, the blocks through
+// EncodeBlockRoomy, the refinements of unshared channels through
+// RefineRoomy.
+inline void EncodeLPRoomy(RoomyWriter& w, State& s, const int32_t* coef) {
+  int32_t lm[2] = {0, 0};
+  const int channels = s.channels;
+  const bool sharing = Shared(s);
+  const int n = sharing ? 2 : channels;
+  const int chromaCount = LpCount(s, 1);
+  int32_t q[16][16];
+  uint32_t ors[16];
+  int cbp = 0;
+  for (int ch = 0; ch < channels; ++ch) {
+    const int bits = s.modelBits[kLP][ch > 0];
+    const int count = ch == 0 ? 16 : chromaCount;
+    if (count == 16) {
+      HpVlcParts(coef + 16 * ch, bits, q[ch]);
+      ors[ch] = HpBlockOr(coef + 16 * ch);
+      if ((ors[ch] >> bits) != 0) cbp |= 1 << (sharing && ch > 1 ? 1 : ch);
+      continue;
+    }
+    for (int k = 1; k < count; ++k) {
+      q[ch][k] = VlcPart(coef[16 * ch + k], bits);
+      if (q[ch][k]) cbp |= 1 << (sharing && ch > 1 ? 1 : ch);
+    }
+  }
+  EncodeLpCbp(w, s, n, cbp);
+  CountLpCbp(s, n, cbp);
+  int32_t val[16];
+  for (int g = 0; g < n; ++g) {
+    const bool shared = sharing && g == 1;
+    if ((cbp >> g) & 1) {
+      const int first = shared ? ChromaFirst(s) : 1;
+      uint32_t mask = 0;
+      if (shared) {
+        for (int p = first; p < 16; ++p) {
+          val[p] = q[1 + ((p - first) & 1)][ChromaLpPos(s, (p - first) / 2)];
+          mask |= uint32_t(val[p] != 0) << p;
+        }
+      } else {
+        for (int p = 1; p < 16; ++p) {
+          val[p] = q[g][s.order[0][p]];
+          mask |= uint32_t(val[p] != 0) << p;
+        }
+      }
+      EncodeBlockRoomy(w, s, kLpFirst, g > 0, first, val, mask);
+      lm[g > 0] += __builtin_popcount(mask);
+      if (!shared) {
+        for (uint32_t m = mask; m; m &= m - 1) CountScan(s, 0, __builtin_ctz(m));
+      }
+    }
+    if (shared) {
+      const int bits = s.modelBits[kLP][1];
+      for (int k = 1; k < chromaCount; ++k) {
+        for (int ch = 1; ch <= 2; ++ch) EncodeRefine(w, coef[16 * ch + k], bits, 0);
+      }
+      continue;
+    }
+    const int bits = s.modelBits[kLP][g > 0];
+    if (bits > 0) RefineRoomy(w, coef + 16 * g, ors[g], bits, 0);
+  }
+  UpdateModel(s, kLP, lm[0], lm[1]);
+}
+
 // ------------------------------------------------------------ HP coded-block pattern
 
 // Bit i of a coded 16-block pattern is block kHpBlockOrder[i] (an
