@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <type_traits>
 #include <utility>
 
 #include "jxr_filters.h"
@@ -118,6 +119,21 @@ uint32_t MagnitudeOr(const int32_t* c) {
     o |= (v ^ sign) - sign;
   }
   return o[0] | o[1] | o[2] | o[3];
+}
+
+// ConvertRow's colour lifting over a run of 8-bit RGB pixels.
+RVTJXR_CLONED void ConvertRgbSpan(const uint8_t* __restrict s, int32_t* __restrict ly, int32_t* __restrict lu,
+                                  int32_t* __restrict lv, int n, int shift, int32_t mid) {
+  for (int x = 0; x < n; ++x) {
+    const int32_t r1 = int32_t(s[3 * x]) * (1 << shift), g1 = int32_t(s[3 * x + 1]) * (1 << shift),
+                  b1 = int32_t(s[3 * x + 2]) * (1 << shift);
+    const int32_t b0 = b1 - r1;
+    const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
+    const int32_t g0 = g1 + (r0 >> 1);
+    ly[x] = g0 - mid * (1 << shift);
+    lu[x] = -r0;
+    lv[x] = b0;
+  }
 }
 
 // A growing coefficient stream: a packet header, then what the coefficient
@@ -268,6 +284,8 @@ void Encoder::ConvertRowOf(const S* s, int32_t* ly, int32_t* lu, int32_t* lv) co
   const int cn = pic_.channels, w = pic_.width, pw = mbw_ * 16;
   if (cn == 1) {
     for (int x = 0; x < w; ++x) ly[x] = (int32_t(s[x]) - mid) * (1 << shift);
+  } else if constexpr (std::is_same_v<S, uint8_t>) {
+    ConvertRgbSpan(s, ly, lu, lv, w, shift, mid);
   } else {
     for (int x = 0; x < w; ++x, s += 3) {
       const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
@@ -320,6 +338,23 @@ void Encoder::LoadRowOf(const S* pixels, int my) {
       const S* src = rows[r];
       // the four pixels of a block row sit at a, a + 1, a + 5, a + 4
       const size_t at = size_t(mx) * 256 + size_t(r >> 2) * 16 + kInBlock[r & 3][0];
+      if constexpr (cn == 3 && std::is_same_v<S, uint8_t>) {
+        if (inside) {  // 16 pixels converted a vector at a time
+          int32_t conv[3][16];
+          ConvertRgbSpan(src + 3 * x0, conv[0], conv[1], conv[2], 16, shift, mid);
+          for (int c = 0; c < 3; ++c) {
+            for (int bx = 0; bx < 4; ++bx) {
+              int32_t* d = out[c] + at + 64 * bx;
+              const int32_t* v = conv[c] + 4 * bx;
+              d[0] = v[0];
+              d[1] = v[1];
+              d[5] = v[2];
+              d[4] = v[3];
+            }
+          }
+          continue;
+        }
+      }
       for (int bx = 0; bx < 4; ++bx) {
         int32_t v[3][4];
         for (int k = 0; k < 4; ++k) {
