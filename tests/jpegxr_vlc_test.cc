@@ -1243,6 +1243,11 @@ std::vector<test::Case> EncodeHpCases(test::Rng& rng) {
                               INT32_MIN};
       m.hp[16 * rng.Uniform(0, 15) + rng.Uniform(1, 15)] = big[rng.Uniform(0, 3)];
     }
+    if (t % 7 == 6) {  // scan orders no coder keeps, which a state may still hold
+      auto* vs = reinterpret_cast<vlc::State*>(st.data());
+      vs->order[1][rng.Uniform(1, 15)] = 0;  // the DC's place
+      vs->order[2][rng.Uniform(1, 15)] = uint8_t(rng.Uniform(0, 15));
+    }
     const bool sep = rng.Uniform(0, 1);
     const int32_t start = int32_t(rng.Uniform(0, 40)), fstart = int32_t(rng.Uniform(0, 40));
     const int32_t roomy = 256 * f.channels * 100 / 8 + 64;
@@ -1325,6 +1330,9 @@ std::vector<test::Case> EncodeLowCases(test::Rng& rng, int band) {
                               int32_t(vlc::kMaxLevel + 1), INT32_MIN};
       m.dclp[16 * rng.Uniform(0, uint32_t(f.channels) - 1) + (band == vlc::kDC ? 0 : rng.Uniform(1, 3))] =
           big[rng.Uniform(0, 3)];
+    }
+    if (t % 7 == 6) {  // an LP scan order no coder keeps
+      reinterpret_cast<vlc::State*>(st.data())->order[0][rng.Uniform(1, 15)] = 0;  // the DC's place
     }
     const int32_t start = int32_t(rng.Uniform(0, 40));
     const int32_t roomy = (16 * f.channels + 1) * 100 / 8 + 64;

@@ -94,13 +94,13 @@ RvtResult EncodeLPEntry(const int32_t* coef, State* st, uint8_t* dst, int32_t le
 }
 
 // The DC and LP fast forms: when the room left takes the worst case (the
-// reference's bound), one run with the roomy writer; else the reference's
-// way.  Checked coefficients never make the body fail.
+// reference's bound) and the LP scan order is one the coders keep, one run
+// with the roomy writer; else the reference's way.  Checked coefficients never make the body fail.
 template <int band, class Body>
 RvtResult EncodeLowFast(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos, Body body) {
   RVT_CHECK(CheckLowArgs(coef, st, dst, len, pos, band));
   const int64_t coefs = band == kDC ? st->channels : 16 * st->channels + 1;
-  if (EndBits(len) - *pos < coefs * kBitsPerCoef + 64) {
+  if (EndBits(len) - *pos < coefs * kBitsPerCoef + 64 || (band == kLP && !ScanIsPermutation(*st, 0))) {
     return EncodeBand(dst, len, pos, nullptr, 0, nullptr, st, coefs,
                       [&](Writer& w, Writer&, State& s) { return body(w, s); });
   }
@@ -181,15 +181,17 @@ uint32_t HpBlockOrs(const State& s, const int32_t* coef, uint32_t* ors) {
   return any;
 }
 
-// The fast form: when the room left takes the worst case, one run with the
-// roomy writers; else the reference's way.
+// The fast form: when the room left takes the worst case and the scan
+// order is one the coders keep, one run with the roomy writers; else the
+// reference's way.
 RvtResult EncodeHPFast(const int32_t* coef, int32_t scan, State* st, int32_t* cbp, uint8_t* dst, int32_t len,
                        int32_t* pos, uint8_t* flex, int32_t flexLen, int32_t* flexPos, int32_t trim) {
   RVT_CHECK(CheckHPArgs(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim));
   uint32_t ors[16 * 16];
   if (HpBlockOrs(*st, coef, ors) >= (1u << 30)) RVT_CHECK(CheckRange(*st, coef, kHP));
   const int64_t bound = 256 * st->channels * kBitsPerCoef + 64;
-  if (EndBits(len) - *pos < bound || (flex && EndBits(flexLen) - *flexPos < bound)) {
+  if (EndBits(len) - *pos < bound || (flex && EndBits(flexLen) - *flexPos < bound) ||
+      !ScanIsPermutation(*st, 1 + scan)) {
     return EncodeHPChecked(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim);
   }
   State s = *st;

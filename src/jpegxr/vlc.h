@@ -1408,6 +1408,15 @@ inline uint32_t HpBlockOr(const int32_t* blk) {
   return o[0] | o[1] | o[2] | o[3];
 }
 
+// Whether a scan order takes every position 1..15 once (as every state the
+// coders keep does; a state handed in may hold any order entries below 16,
+// which the fast forms leave to the references).
+inline bool ScanIsPermutation(const State& s, int scan) {
+  uint32_t seen = 0;
+  for (int p = 1; p < 16; ++p) seen |= 1u << s.order[scan][p];
+  return seen == 0xFFFEu;
+}
+
 // VlcPart of a block's 16 coefficients in block order, a vector at a time.
 inline void HpVlcParts(const int32_t* blk, int bits, int32_t* part) {
   using V = uint32_t __attribute__((vector_size(16)));
