@@ -1535,28 +1535,31 @@ inline void RefineRoomy(RoomyWriter& f, const int32_t* blk, uint32_t blockOr, in
     for (int left = 15 * n0; left > 0; left -= 32) f.PutFit(0, left < 32 ? left : 32);
     return;
   }
-  // a value wholly in the refinement carries its sign right after it
-  auto code = [&](int k, int& n) {
-    const int32_t v = blk[kLowpassRefine[k]];
-    const uint32_t m = Mag(v);
-    const uint32_t ref = (m & low) >> trim;
-    const uint32_t solo = uint32_t(m <= low) & uint32_t(ref != 0);
-    n = n0 + int(solo);
-    return (ref << solo) | (solo & (uint32_t(v) >> 31));
-  };
+  // every coefficient's code and length in block order, a vector at a
+  // time: a value wholly in the refinement carries its sign right after it
+  using V = uint32_t __attribute__((vector_size(16)));
+  using VS = int32_t __attribute__((vector_size(16)));
+  uint32_t codes[16], lens[16];
+  for (int i = 0; i < 16; i += 4) {
+    V v;
+    std::memcpy(&v, blk + i, 16);
+    const V sign = (V)((VS)v >> 31);
+    const V m = (v ^ sign) - sign;
+    const V ref = (m & low) >> trim;
+    const V solo = (V)(m <= low) & (V)(ref != 0);  // all ones or zero
+    const V c = ref + (ref & solo) + (sign & solo & 1u);
+    const V n = uint32_t(n0) - solo;
+    std::memcpy(codes + i, &c, 16);
+    std::memcpy(lens + i, &n, 16);
+  }
   int k = 1;
   if (n0 <= 15) {
     for (; k < 15; k += 2) {
-      int n1, n2;
-      const uint32_t c1 = code(k, n1), c2 = code(k + 1, n2);
-      f.PutFit((c1 << n2) | c2, n1 + n2);
+      const int a = kLowpassRefine[k], b = kLowpassRefine[k + 1];
+      f.PutFit((codes[a] << lens[b]) | codes[b], int(lens[a] + lens[b]));
     }
   }
-  for (; k < 16; ++k) {
-    int n;
-    const uint32_t c = code(k, n);
-    f.PutFit(c, n);
-  }
+  for (; k < 16; ++k) f.PutFit(codes[kLowpassRefine[k]], int(lens[kLowpassRefine[k]]));
 }
 
 // EncodeHP with blocks whose VLC parts are all zero known from `ors`
