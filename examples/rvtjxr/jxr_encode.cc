@@ -268,6 +268,16 @@ inline int32_t Taps5(int32_t d0, int32_t d1, int32_t d2, int32_t d3, int32_t d4)
   return (((d1 + d2 + d3) << 2) + (d2 << 1) + d0 + d4 + 8) >> 4;
 }
 
+// The filter across a row (r[-2..2 n + 1] valid) at its even samples, and
+// down five rows, each a loop the compiler runs a vector at a time.
+RVTJXR_CLONED void TapsAcross(const int32_t* __restrict r, int32_t* __restrict h, int n) {
+  for (int x = 0; x < n; ++x) h[x] = Taps5(r[2 * x - 2], r[2 * x - 1], r[2 * x], r[2 * x + 1], r[2 * x + 2]);
+}
+RVTJXR_CLONED void TapsDown(const int32_t* r0, const int32_t* r1, const int32_t* r2, const int32_t* r3,
+                            const int32_t* r4, int32_t* __restrict out, int n) {
+  for (int x = 0; x < n; ++x) out[x] = Taps5(r0[x], r1[x], r2[x], r3[x], r4[x]);
+}
+
 // Pixel row y (edges repeated into the padding), level shifted and, for
 // colour, through the reversible RGB-to-YUV lifting the decoder undoes;
 // lossy images carry three more bits.
@@ -403,7 +413,7 @@ void Encoder::LoadSubsampled(int end) {
     if (q) {
       const int32_t* r[5];
       for (int k = 0; k < 5; ++k) r[k] = half(c, mirror(2 * y - 2 + k));
-      for (int x = 0; x < cw; ++x) line_[size_t(x)] = Taps5(r[0][x], r[1][x], r[2][x], r[3][x], r[4][x]);
+      TapsDown(r[0], r[1], r[2], r[3], r[4], line_.data(), cw);
       v = line_.data();
     } else {
       v = half(c, y);
@@ -425,7 +435,7 @@ void Encoder::LoadSubsampled(int end) {
       r[pw] = r[pw - 2];
       r[pw + 1] = r[pw - 3];
       int32_t* h = half(c, y);
-      for (int x = 0; x < cw; ++x) h[x] = Taps5(r[2 * x - 2], r[2 * x - 1], r[2 * x], r[2 * x + 1], r[2 * x + 2]);
+      TapsAcross(r, h, cw);
       if (!q) emit(c, y);
       else if ((y & 1) == 0 && y >= 2) emit(c, y / 2 - 1);  // taps down to row y
       else if (y == ph - 1) emit(c, ph / 2 - 1);              // the last one's mirror
