@@ -1472,8 +1472,9 @@ inline constexpr RunCodes kRunCodes = MakeRunCodes();
 // nonzero values (bits first..15): each coefficient's magnitude, sign and
 // successor taken once, runs from one table, levels below the escape in
 // line.
-inline void EncodeBlockRoomy(RoomyWriter& w, State& s, int group, bool chroma, int first, const int32_t* val,
+inline void EncodeBlockRoomy(RoomyWriter& out, State& s, int group, bool chroma, int first, const int32_t* val,
                              uint32_t mask) {
+  RoomyWriter w = out;  // (its fields stay in registers)
   static constexpr int8_t kSymOf[18] = {0, 0, 0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5};
   const int idx = group + (chroma ? kIndexChr : kIndexLum);
   const int fst = group + (chroma ? kFirstChr : kFirstLum);
@@ -1515,7 +1516,9 @@ inline void EncodeBlockRoomy(RoomyWriter& w, State& s, int group, bool chroma, i
         const int sym = kSymOf[mg];
         PutCountedOf<7>(w, s, slot, sym, mg - uint32_t(kLevelBase[sym]), kLevelBits[sym]);
       } else {
-        EncodeLevel(w, s, slot, mg);
+        RoomyWriter e = w;
+        EncodeLevel(e, s, slot, mg);
+        w = e;
       }
     }
     if (m == mask && here != first) {
@@ -1524,15 +1527,18 @@ inline void EncodeBlockRoomy(RoomyWriter& w, State& s, int group, bool chroma, i
     }
     loc = here + 1;
   }
+  out = w;
 }
 
 // The refinements of a block (EncodeRefine of each coefficient in the
 // refinement order) two coefficients a put when their codes fit together.
-inline void RefineRoomy(RoomyWriter& f, const int32_t* blk, uint32_t blockOr, int bits, int trim) {
+inline void RefineRoomy(RoomyWriter& out, const int32_t* blk, uint32_t blockOr, int bits, int trim) {
+  RoomyWriter f = out;  // (its fields stay in registers)
   const int n0 = bits - trim;
   const uint32_t low = (1u << bits) - 1u;
   if (((blockOr & low) >> trim) == 0) {  // every refinement zero, none signed
     for (int left = 15 * n0; left > 0; left -= 32) f.PutFit(0, left < 32 ? left : 32);
+    out = f;
     return;
   }
   // every coefficient's code and length in block order, a vector at a
@@ -1560,6 +1566,7 @@ inline void RefineRoomy(RoomyWriter& f, const int32_t* blk, uint32_t blockOr, in
     }
   }
   for (; k < 16; ++k) f.PutFit(codes[kLowpassRefine[k]], int(lens[kLowpassRefine[k]]));
+  out = f;
 }
 
 // EncodeHP with blocks whose VLC parts are all zero known from `ors`
