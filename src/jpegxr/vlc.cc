@@ -93,6 +93,13 @@ RvtResult EncodeLPEntry(const int32_t* coef, State* st, uint8_t* dst, int32_t le
                     [&](Writer& w, Writer&, State& s) { return EncodeLP(w, s, coef); });
 }
 
+// Whether the context lies apart from n bytes at p: the fast forms then
+// code on it in place rather than on a copy.
+bool Apart(const State* st, const void* p, size_t n) {
+  const uintptr_t a = reinterpret_cast<uintptr_t>(st), b = reinterpret_cast<uintptr_t>(p);
+  return a + sizeof(State) <= b || b + n <= a;
+}
+
 // The DC and LP fast forms: when the room left takes the worst case (the
 // reference's bound) and the LP scan order is one the coders keep, one run
 // with the roomy writer; else the reference's way.  Checked coefficients never make the body fail.
@@ -104,11 +111,15 @@ RvtResult EncodeLowFast(const int32_t* coef, State* st, uint8_t* dst, int32_t le
     return EncodeBand(dst, len, pos, nullptr, 0, nullptr, st, coefs,
                       [&](Writer& w, Writer&, State& s) { return body(w, s); });
   }
-  State s = *st;
   RoomyWriter w(dst, *pos);
-  body(w, s);
+  if (Apart(st, dst, size_t(len)) && Apart(st, coef, 64 * size_t(st->channels))) {
+    body(w, *st);
+  } else {
+    State s = *st;
+    body(w, s);
+    *st = s;
+  }
   w.Flush();
-  *st = s;
   *pos = int32_t(w.pos);
   return rvtStatusOk;
 }
@@ -194,7 +205,11 @@ RvtResult EncodeHPFast(const int32_t* coef, int32_t scan, State* st, int32_t* cb
       !ScanIsPermutation(*st, 1 + scan)) {
     return EncodeHPChecked(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim);
   }
-  State s = *st;
+  const bool apart = Apart(st, dst, size_t(len)) && Apart(st, coef, 1024 * size_t(st->channels)) &&
+                     (!flex || (Apart(st, flex, size_t(flexLen)) && Apart(st, flexPos, sizeof(int32_t))));
+  State copy;
+  if (!apart) copy = *st;
+  State& s = apart ? *st : copy;
   int32_t out[16];
   RoomyWriter w(dst, *pos);
   if (flex) {
@@ -206,7 +221,7 @@ RvtResult EncodeHPFast(const int32_t* coef, int32_t scan, State* st, int32_t* cb
     EncodeHPRoomy(w, w, trim, scan, coef, ors, s, out);
   }
   w.Flush();
-  *st = s;
+  if (!apart) *st = s;
   *pos = int32_t(w.pos);
   for (int ch = 0; ch < st->channels; ++ch) cbp[ch] = out[ch];
   return rvtStatusOk;
