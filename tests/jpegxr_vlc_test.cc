@@ -1371,5 +1371,55 @@ RVT_CHECKASM(rvtiVLCEncodeLP_JPEGXR_32s1u,
              test::Cases{[](test::Rng& rng) { return EncodeLowCases(rng, vlc::kLP); },
                          [](auto fn, test::Case& k) { return EncodeLowCase(fn, k); }});
 
+// A context lying inside the output buffer (the coders' writes reach it
+// while they run): every form gives the reference's bytes, position and
+// status, so no fast form may code on such a context in place.
+TEST(JpegXrVlcEncode, ContextInsideTheOutputGivesTheReferenceResult) {
+  test::Rng rng(33);
+  for (const Format& f : kFormats) {
+    std::vector<uint8_t> st = NewState(f.format, f.channels);
+    std::vector<uint8_t> scratch(1 << 16);
+    std::vector<int32_t> cbp(size_t(f.channels));
+    for (int i = 0; i < 3; ++i) {  // a context that has moved
+      int32_t a = 0, b = 0, c = 0;
+      const Mb m = RandomMb(rng, f.channels, 2);
+      rvtiVLCEncodeDC_JPEGXR_32s1u(m.dclp.data(), S(st), scratch.data(), 1 << 16, &a);
+      rvtiVLCEncodeLP_JPEGXR_32s1u(m.dclp.data(), S(st), scratch.data(), 1 << 16, &b);
+      rvtiVLCEncodeHP_JPEGXR_32s1u(m.hp.data(), 0, S(st), cbp.data(), scratch.data(), 1 << 16, &c, nullptr, 0,
+                                   nullptr, 0);
+    }
+    const Mb m = RandomMb(rng, f.channels, 2);
+    const size_t at = 0;  // (the coders write over it from their first word)
+    std::vector<uint8_t> pristine(at + st.size() + (1 << 14), 0x5A);
+    std::memcpy(pristine.data() + at, st.data(), st.size());
+    const int32_t len = int32_t(pristine.size());
+    for (int band = 0; band < 3; ++band) {
+      auto run = [&](auto fn, std::vector<uint8_t>& buf, int32_t& pos) {
+        auto* inside = reinterpret_cast<VLCState_JPEGXR*>(buf.data() + at);
+        if constexpr (std::is_same_v<decltype(fn), decltype(&rvtiVLCEncodeHP_JPEGXR_32s1u)>) {
+          return fn(m.hp.data(), 1, inside, cbp.data(), buf.data(), len, &pos, nullptr, 0, nullptr, 0);
+        } else {
+          return fn(m.dclp.data(), inside, buf.data(), len, &pos);
+        }
+      };
+      auto check = [&](const auto& impl) {
+        std::vector<uint8_t> want = pristine;
+        int32_t wantPos = 0;
+        const RvtResult r = run(test::Reference(impl), want, wantPos);
+        for (const auto& t : test::AllTargets(impl)) {
+          std::vector<uint8_t> got = pristine;
+          int32_t pos = 0;
+          EXPECT_EQ(run(t.fn, got, pos), r) << t.name << " band " << band << " format " << f.format;
+          EXPECT_EQ(pos, wantPos) << t.name << " band " << band << " format " << f.format;
+          EXPECT_TRUE(got == want) << t.name << " band " << band << " format " << f.format;
+        }
+      };
+      if (band == 0) check(impl_rvtiVLCEncodeDC_JPEGXR_32s1u);
+      else if (band == 1) check(impl_rvtiVLCEncodeLP_JPEGXR_32s1u);
+      else check(impl_rvtiVLCEncodeHP_JPEGXR_32s1u);
+    }
+  }
+}
+
 }  // namespace
 }  // namespace rvt

@@ -114,12 +114,13 @@ RvtResult EncodeLowFast(const int32_t* coef, State* st, uint8_t* dst, int32_t le
   RoomyWriter w(dst, *pos);
   if (Apart(st, dst, size_t(len)) && Apart(st, coef, 64 * size_t(st->channels))) {
     body(w, *st);
-  } else {
+    w.Flush();
+  } else {  // (the context last, over what the writer left)
     State s = *st;
     body(w, s);
+    w.Flush();
     *st = s;
   }
-  w.Flush();
   *pos = int32_t(w.pos);
   return rvtStatusOk;
 }
