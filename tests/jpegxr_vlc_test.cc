@@ -1342,6 +1342,11 @@ std::vector<test::Case> EncodeHpCases(test::Rng& rng) {
                               INT32_MIN};
       m.hp[16 * rng.Uniform(0, 15) + rng.Uniform(1, 15)] = big[rng.Uniform(0, 3)];
     }
+    if (t % 7 == 6) {  // scan orders no coder keeps, which a state may still hold
+      auto* vs = reinterpret_cast<vlc::State*>(st.data());
+      vs->order[1][rng.Uniform(1, 15)] = 0;  // the DC's place
+      vs->order[2][rng.Uniform(1, 15)] = uint8_t(rng.Uniform(0, 15));
+    }
     const bool sep = rng.Uniform(0, 1);
     const int32_t start = int32_t(rng.Uniform(0, 40)), fstart = int32_t(rng.Uniform(0, 40));
     const int32_t roomy = 256 * f.channels * 100 / 8 + 64;
@@ -1383,6 +1388,137 @@ RVT_CHECKASM(rvtiVLCEncodeHP_JPEGXR_32s1u,
                                      k.arg[1] ? k.out[3].as<uint8_t>() : nullptr, int32_t(k.arg[1]), ps + 1,
                                      int32_t(k.arg[2]));
                          }});
+
+// DC or LP macroblocks coded from a context that has moved (model bits,
+// tables, the LP scan order and pattern counters), magnitudes around the
+// model bits, now and then one at or past the escape's reach (refused);
+// into buffers with bits before the start to keep, with room to spare (the
+// fast run) or barely any (the careful one).
+std::vector<test::Case> EncodeLowCases(test::Rng& rng, int band) {
+  auto encode = [band](const int32_t* c, VLCState_JPEGXR* st, uint8_t* d, int32_t n, int32_t* p) {
+    return band == vlc::kDC ? rvtiVLCEncodeDC_JPEGXR_32s1u(c, st, d, n, p)
+                            : rvtiVLCEncodeLP_JPEGXR_32s1u(c, st, d, n, p);
+  };
+  std::vector<test::Case> out;
+  for (int t = 0; t < 160; ++t) {
+    const Format f = kFormats[rng.Uniform(0, 6)];
+    std::vector<uint8_t> st = NewState(f.format, f.channels);
+    auto& bits = reinterpret_cast<vlc::State*>(st.data())->modelBits[band];
+    std::vector<uint8_t> scratch(1 << 14);
+    auto macroblock = [&] {
+      Mb m = RandomMb(rng, f.channels, 0);
+      for (size_t k = 0; k < m.dclp.size(); ++k) {
+        const int b = bits[k >= 16] + 2;
+        const uint32_t r = rng.Uniform(0, 3);
+        if (r == 0) m.dclp[k] = 0;
+        else if (r == 1) m.dclp[k] = int32_t(rng.Uniform(0, 2u << b)) - int32_t(1 << b);
+      }
+      return m;
+    };
+    for (int i = int(rng.Uniform(0, 6)); i > 0; --i) {
+      bits[0] = int(rng.Uniform(0, 10)), bits[1] = int(rng.Uniform(0, 10));
+      int32_t pos = 0;
+      const Mb m = macroblock();
+      encode(m.dclp.data(), S(st), scratch.data(), 1 << 14, &pos);
+      if (rng.Uniform(0, 1)) rvtiVLCAdapt_JPEGXR(S(st), int32_t(rng.Uniform(1, 31)));
+    }
+    Mb m = macroblock();
+    if (t % 4 == 3) {  // no model bits: the escape's largest level, or past it
+      bits[0] = bits[1] = 0;
+      const int32_t big[4] = {int32_t(vlc::kMaxLevel) - (band == vlc::kDC), -int32_t(vlc::kMaxLevel),
+                              int32_t(vlc::kMaxLevel + 1), INT32_MIN};
+      m.dclp[16 * rng.Uniform(0, uint32_t(f.channels) - 1) + (band == vlc::kDC ? 0 : rng.Uniform(1, 3))] =
+          big[rng.Uniform(0, 3)];
+    }
+    if (t % 7 == 6) {  // an LP scan order no coder keeps
+      reinterpret_cast<vlc::State*>(st.data())->order[0][rng.Uniform(1, 15)] = 0;  // the DC's place
+    }
+    const int32_t start = int32_t(rng.Uniform(0, 40));
+    const int32_t roomy = (16 * f.channels + 1) * 100 / 8 + 64;
+    const int32_t len = t % 3 == 2 ? int32_t(rng.Uniform(6, 200)) : roomy;
+    test::Case k;
+    k.label = "band " + std::to_string(band) + " format " + std::to_string(f.format) + " channels " +
+              std::to_string(f.channels);
+    test::Buf coef = test::ArrayOf<int32_t>(16 * f.channels);
+    std::memcpy(coef.as<int32_t>(), m.dclp.data(), 4 * m.dclp.size());
+    k.in.push_back(std::move(coef));
+    test::Buf sb = test::ArrayOf<uint8_t>(int(st.size()));
+    std::memcpy(sb.as<uint8_t>(), st.data(), st.size());
+    k.out.push_back(std::move(sb));
+    test::Buf dst = test::ArrayOf<uint8_t>(len);
+    rng.Fill(dst.as<uint8_t>(), size_t(len), uint8_t(0), uint8_t(255));
+    k.out.push_back(std::move(dst));
+    test::Buf ps = test::ArrayOf<int32_t>(1);
+    ps.as<int32_t>()[0] = start;
+    k.out.push_back(std::move(ps));
+    k.arg[0] = len;
+    out.push_back(std::move(k));
+  }
+  return out;
+}
+
+template <class Fn>
+RvtResult EncodeLowCase(Fn fn, test::Case& k) {
+  return fn(k.in[0].as<int32_t>(), k.out[0].as<VLCState_JPEGXR>(), k.out[1].as<uint8_t>(), int32_t(k.arg[0]),
+            k.out[2].as<int32_t>());
+}
+
+RVT_CHECKASM(rvtiVLCEncodeDC_JPEGXR_32s1u,
+             test::Cases{[](test::Rng& rng) { return EncodeLowCases(rng, vlc::kDC); },
+                         [](auto fn, test::Case& k) { return EncodeLowCase(fn, k); }});
+RVT_CHECKASM(rvtiVLCEncodeLP_JPEGXR_32s1u,
+             test::Cases{[](test::Rng& rng) { return EncodeLowCases(rng, vlc::kLP); },
+                         [](auto fn, test::Case& k) { return EncodeLowCase(fn, k); }});
+
+// A context lying inside the output buffer (the coders' writes reach it
+// while they run): every form gives the reference's bytes, position and
+// status, so no fast form may code on such a context in place.
+TEST(JpegXrVlcEncode, ContextInsideTheOutputGivesTheReferenceResult) {
+  test::Rng rng(33);
+  for (const Format& f : kFormats) {
+    std::vector<uint8_t> st = NewState(f.format, f.channels);
+    std::vector<uint8_t> scratch(1 << 16);
+    std::vector<int32_t> cbp(size_t(f.channels));
+    for (int i = 0; i < 3; ++i) {  // a context that has moved
+      int32_t a = 0, b = 0, c = 0;
+      const Mb m = RandomMb(rng, f.channels, 2);
+      rvtiVLCEncodeDC_JPEGXR_32s1u(m.dclp.data(), S(st), scratch.data(), 1 << 16, &a);
+      rvtiVLCEncodeLP_JPEGXR_32s1u(m.dclp.data(), S(st), scratch.data(), 1 << 16, &b);
+      rvtiVLCEncodeHP_JPEGXR_32s1u(m.hp.data(), 0, S(st), cbp.data(), scratch.data(), 1 << 16, &c, nullptr, 0,
+                                   nullptr, 0);
+    }
+    const Mb m = RandomMb(rng, f.channels, 2);
+    const size_t at = 0;  // (the coders write over it from their first word)
+    std::vector<uint8_t> pristine(at + st.size() + (1 << 14), 0x5A);
+    std::memcpy(pristine.data() + at, st.data(), st.size());
+    const int32_t len = int32_t(pristine.size());
+    for (int band = 0; band < 3; ++band) {
+      auto run = [&](auto fn, std::vector<uint8_t>& buf, int32_t& pos) {
+        auto* inside = reinterpret_cast<VLCState_JPEGXR*>(buf.data() + at);
+        if constexpr (std::is_same_v<decltype(fn), decltype(&rvtiVLCEncodeHP_JPEGXR_32s1u)>) {
+          return fn(m.hp.data(), 1, inside, cbp.data(), buf.data(), len, &pos, nullptr, 0, nullptr, 0);
+        } else {
+          return fn(m.dclp.data(), inside, buf.data(), len, &pos);
+        }
+      };
+      auto check = [&](const auto& impl) {
+        std::vector<uint8_t> want = pristine;
+        int32_t wantPos = 0;
+        const RvtResult r = run(test::Reference(impl), want, wantPos);
+        for (const auto& t : test::AllTargets(impl)) {
+          std::vector<uint8_t> got = pristine;
+          int32_t pos = 0;
+          EXPECT_EQ(run(t.fn, got, pos), r) << t.name << " band " << band << " format " << f.format;
+          EXPECT_EQ(pos, wantPos) << t.name << " band " << band << " format " << f.format;
+          EXPECT_TRUE(got == want) << t.name << " band " << band << " format " << f.format;
+        }
+      };
+      if (band == 0) check(impl_rvtiVLCEncodeDC_JPEGXR_32s1u);
+      else if (band == 1) check(impl_rvtiVLCEncodeLP_JPEGXR_32s1u);
+      else check(impl_rvtiVLCEncodeHP_JPEGXR_32s1u);
+    }
+  }
+}
 
 }  // namespace
 }  // namespace rvt

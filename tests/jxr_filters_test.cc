@@ -72,4 +72,26 @@ TEST(RvtjxrPostFilters, SpansGiveTheWholeChannelResult) {
   EXPECT_EQ(checked, 3 * 3 * 5 * 2 * 3);
 }
 
+// A block between the layout and raster rows: every element lands where
+// kInBlock says, at any row stride, and nothing between the rows is
+// touched; the way back restores the block.
+TEST(RvtjxrLayout, BlocksToRasterRowsAndBack) {
+  int32_t block[16];
+  for (int i = 0; i < 16; ++i) block[i] = 100 + i;
+  for (ptrdiff_t stride : {4, 7, 36}) {
+    std::vector<int32_t> rows(size_t(3 * stride + 4), -1);
+    rvtjxr::BlockToRows(block, rows.data(), stride);
+    for (int r = 0; r < 4; ++r) {
+      for (int c = 0; c < 4; ++c) {
+        EXPECT_EQ(rows[size_t(r * stride + c)], block[rvtjxr::kInBlock[r][c]]) << r << "," << c;
+      }
+      for (ptrdiff_t c = 4; r < 3 && c < stride; ++c) EXPECT_EQ(rows[size_t(r * stride + c)], -1);
+    }
+    int32_t back[16];
+    std::fill(back, back + 16, 0);
+    rvtjxr::RowsToBlock(rows.data(), stride, back);
+    EXPECT_TRUE(std::equal(back, back + 16, block)) << "stride " << stride;
+  }
+}
+
 }  // namespace

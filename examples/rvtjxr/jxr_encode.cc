@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <type_traits>
 #include <utility>
 
 #include "jxr_filters.h"
@@ -37,12 +38,6 @@ void ButterflyInv2x2(int32_t& a0, int32_t& b0, int32_t& c0, int32_t& d0) {
   d0 = d;
 }
 
-
-// Where coefficient k (4 row + column) of a block sits in the layout.
-constexpr uint8_t kRaster[16] = {kInBlock[0][0], kInBlock[0][1], kInBlock[0][2], kInBlock[0][3],
-                                 kInBlock[1][0], kInBlock[1][1], kInBlock[1][2], kInBlock[1][3],
-                                 kInBlock[2][0], kInBlock[2][1], kInBlock[2][2], kInBlock[2][3],
-                                 kInBlock[3][0], kInBlock[3][1], kInBlock[3][2], kInBlock[3][3]};
 
 // Header fields, most significant bit first.
 struct BitWriter {
@@ -109,6 +104,35 @@ RVTJXR_CLONED void QuantizeSpan(const int32_t* __restrict in, int32_t* __restric
   for (int i = 0; i < n; ++i) {
     const int32_t m = int32_t((std::fabs(double(in[i])) + bias) / step);
     out[i] = in[i] < 0 ? -m : m;
+  }
+}
+
+// The OR of the magnitudes of 16 coefficients, four at a time.
+uint32_t MagnitudeOr(const int32_t* c) {
+  using V = uint32_t __attribute__((vector_size(16)));
+  using VS = int32_t __attribute__((vector_size(16)));
+  V o = {0, 0, 0, 0};
+  for (int i = 0; i < 16; i += 4) {
+    V v;
+    std::memcpy(&v, c + i, 16);
+    const V sign = (V)((VS)v >> 31);
+    o |= (v ^ sign) - sign;
+  }
+  return o[0] | o[1] | o[2] | o[3];
+}
+
+// ConvertRow's colour lifting over a run of 8-bit RGB pixels.
+RVTJXR_CLONED void ConvertRgbSpan(const uint8_t* __restrict s, int32_t* __restrict ly, int32_t* __restrict lu,
+                                  int32_t* __restrict lv, int n, int shift, int32_t mid) {
+  for (int x = 0; x < n; ++x) {
+    const int32_t r1 = int32_t(s[3 * x]) * (1 << shift), g1 = int32_t(s[3 * x + 1]) * (1 << shift),
+                  b1 = int32_t(s[3 * x + 2]) * (1 << shift);
+    const int32_t b0 = b1 - r1;
+    const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
+    const int32_t g0 = g1 + (r0 >> 1);
+    ly[x] = g0 - mid * (1 << shift);
+    lu[x] = -r0;
+    lv[x] = b0;
   }
 }
 
@@ -244,6 +268,16 @@ inline int32_t Taps5(int32_t d0, int32_t d1, int32_t d2, int32_t d3, int32_t d4)
   return (((d1 + d2 + d3) << 2) + (d2 << 1) + d0 + d4 + 8) >> 4;
 }
 
+// The filter across a row (r[-2..2 n + 1] valid) at its even samples, and
+// down five rows, each a loop the compiler runs a vector at a time.
+RVTJXR_CLONED void TapsAcross(const int32_t* __restrict r, int32_t* __restrict h, int n) {
+  for (int x = 0; x < n; ++x) h[x] = Taps5(r[2 * x - 2], r[2 * x - 1], r[2 * x], r[2 * x + 1], r[2 * x + 2]);
+}
+RVTJXR_CLONED void TapsDown(const int32_t* r0, const int32_t* r1, const int32_t* r2, const int32_t* r3,
+                            const int32_t* r4, int32_t* __restrict out, int n) {
+  for (int x = 0; x < n; ++x) out[x] = Taps5(r0[x], r1[x], r2[x], r3[x], r4[x]);
+}
+
 // Pixel row y (edges repeated into the padding), level shifted and, for
 // colour, through the reversible RGB-to-YUV lifting the decoder undoes;
 // lossy images carry three more bits.
@@ -260,6 +294,8 @@ void Encoder::ConvertRowOf(const S* s, int32_t* ly, int32_t* lu, int32_t* lv) co
   const int cn = pic_.channels, w = pic_.width, pw = mbw_ * 16;
   if (cn == 1) {
     for (int x = 0; x < w; ++x) ly[x] = (int32_t(s[x]) - mid) * (1 << shift);
+  } else if constexpr (std::is_same_v<S, uint8_t>) {
+    ConvertRgbSpan(s, ly, lu, lv, w, shift, mid);
   } else {
     for (int x = 0; x < w; ++x, s += 3) {
       const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
@@ -312,6 +348,23 @@ void Encoder::LoadRowOf(const S* pixels, int my) {
       const S* src = rows[r];
       // the four pixels of a block row sit at a, a + 1, a + 5, a + 4
       const size_t at = size_t(mx) * 256 + size_t(r >> 2) * 16 + kInBlock[r & 3][0];
+      if constexpr (cn == 3 && std::is_same_v<S, uint8_t>) {
+        if (inside) {  // 16 pixels converted a vector at a time
+          int32_t conv[3][16];
+          ConvertRgbSpan(src + 3 * x0, conv[0], conv[1], conv[2], 16, shift, mid);
+          for (int c = 0; c < 3; ++c) {
+            for (int bx = 0; bx < 4; ++bx) {
+              int32_t* d = out[c] + at + 64 * bx;
+              const int32_t* v = conv[c] + 4 * bx;
+              d[0] = v[0];
+              d[1] = v[1];
+              d[5] = v[2];
+              d[4] = v[3];
+            }
+          }
+          continue;
+        }
+      }
       for (int bx = 0; bx < 4; ++bx) {
         int32_t v[3][4];
         for (int k = 0; k < 4; ++k) {
@@ -360,7 +413,7 @@ void Encoder::LoadSubsampled(int end) {
     if (q) {
       const int32_t* r[5];
       for (int k = 0; k < 5; ++k) r[k] = half(c, mirror(2 * y - 2 + k));
-      for (int x = 0; x < cw; ++x) line_[size_t(x)] = Taps5(r[0][x], r[1][x], r[2][x], r[3][x], r[4][x]);
+      TapsDown(r[0], r[1], r[2], r[3], r[4], line_.data(), cw);
       v = line_.data();
     } else {
       v = half(c, y);
@@ -382,7 +435,7 @@ void Encoder::LoadSubsampled(int end) {
       r[pw] = r[pw - 2];
       r[pw + 1] = r[pw - 3];
       int32_t* h = half(c, y);
-      for (int x = 0; x < cw; ++x) h[x] = Taps5(r[2 * x - 2], r[2 * x - 1], r[2 * x], r[2 * x + 1], r[2 * x + 2]);
+      TapsAcross(r, h, cw);
       if (!q) emit(c, y);
       else if ((y & 1) == 0 && y >= 2) emit(c, y / 2 - 1);  // taps down to row y
       else if (y == ph - 1) emit(c, ph / 2 - 1);              // the last one's mirror
@@ -572,8 +625,8 @@ bool Encoder::Macroblock(VLCState_JPEGXR* st, int mx, int my, int x0, int y0, in
     for (int b = 0; b < nb; ++b) {
       const int32_t* blk = all + 16 * ((b % bw) * bh + b / bw);
       int32_t* q = p + 16 * b;
+      BlockToRows(blk, q, 4);
       q[0] = 0;
-      for (int k = 1; k < 16; ++k) q[k] = blk[kRaster[k]];
     }
     if (acMode == 0) {
       for (int by = 0; by < bh; ++by) {
@@ -592,13 +645,9 @@ bool Encoder::Macroblock(VLCState_JPEGXR* st, int mx, int my, int x0, int y0, in
     const int mb = bits[4 + (ch > 0)];
     me.cbp[ch] = 0;
     for (int b = 0; b < nb; ++b) {
-      // the largest magnitude passes the model bits exactly when their OR does
-      uint32_t any = 0;
-      for (int k = 1; k < 16; ++k) {
-        const int32_t v = p[16 * b + k];
-        any |= v < 0 ? 0u - uint32_t(v) : uint32_t(v);
-      }
-      if ((any >> mb) != 0) me.cbp[ch] |= 1 << b;
+      // the largest magnitude passes the model bits exactly when their OR
+      // does (the DC place holds 0)
+      if ((MagnitudeOr(p + 16 * b) >> mb) != 0) me.cbp[ch] |= 1 << b;
     }
   }
   if (resetScan) rvtiVLCAdapt_JPEGXR(st, 16);

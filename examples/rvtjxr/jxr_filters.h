@@ -13,10 +13,49 @@
 #include <cstddef>
 #include <cstdint>
 #include <vector>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace rvtjxr {
 
 inline constexpr uint8_t kInBlock[4][4] = {{0, 1, 5, 4}, {2, 3, 7, 6}, {10, 11, 15, 14}, {8, 9, 13, 12}};
+
+// Block p of the layout into rows r of raster order (row r at out + r
+// stride), and back.  Each raster row takes two elements of each of two
+// layout quarters, so a row is one two-source shuffle.
+inline void BlockToRows(const int32_t* p, int32_t* out, ptrdiff_t stride) {
+#if defined(__SSE2__)
+  const __m128 a = _mm_castsi128_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+  const __m128 b = _mm_castsi128_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4)));
+  const __m128 c = _mm_castsi128_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 8)));
+  const __m128 d = _mm_castsi128_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 12)));
+  auto put = [](int32_t* o, __m128 v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(o), _mm_castps_si128(v)); };
+  put(out, _mm_shuffle_ps(a, b, _MM_SHUFFLE(0, 1, 1, 0)));
+  put(out + stride, _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 3, 3, 2)));
+  put(out + 2 * stride, _mm_shuffle_ps(c, d, _MM_SHUFFLE(2, 3, 3, 2)));
+  put(out + 3 * stride, _mm_shuffle_ps(c, d, _MM_SHUFFLE(0, 1, 1, 0)));
+#else
+  for (int r = 0; r < 4; ++r) {
+    for (int k = 0; k < 4; ++k) out[r * stride + k] = p[kInBlock[r][k]];
+  }
+#endif
+}
+inline void RowsToBlock(const int32_t* in, ptrdiff_t stride, int32_t* p) {
+#if defined(__SSE2__)
+  auto get = [](const int32_t* i) { return _mm_castsi128_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(i))); };
+  auto put = [](int32_t* o, __m128 v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(o), _mm_castps_si128(v)); };
+  const __m128 r0 = get(in), r1 = get(in + stride), r2 = get(in + 2 * stride), r3 = get(in + 3 * stride);
+  put(p, _mm_shuffle_ps(r0, r1, _MM_SHUFFLE(1, 0, 1, 0)));
+  put(p + 4, _mm_shuffle_ps(r0, r1, _MM_SHUFFLE(2, 3, 2, 3)));
+  put(p + 8, _mm_shuffle_ps(r3, r2, _MM_SHUFFLE(1, 0, 1, 0)));
+  put(p + 12, _mm_shuffle_ps(r3, r2, _MM_SHUFFLE(2, 3, 2, 3)));
+#else
+  for (int r = 0; r < 4; ++r) {
+    for (int k = 0; k < 4; ++k) p[kInBlock[r][k]] = in[r * stride + k];
+  }
+#endif
+}
 
 // Index of pixel (x, y) of a channel `mbw` macroblocks wide.
 inline size_t PixelAt(int x, int y, int mbw) {

@@ -72,22 +72,72 @@ RvtResult FlcWrite(uint32_t value, int32_t n, uint8_t* dst, int32_t len, int32_t
   return rvtStatusOk;
 }
 
-RvtResult EncodeDCEntry(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos) {
+// The DC and LP encoders' argument checks, in argument order, with the
+// coefficient range.
+RvtResult CheckLowArgs(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos, int band) {
   RVT_CHECK(CheckPtr(coef));
   RVT_CHECK(CheckState(st));
   RVT_CHECK(CheckCursor(dst, len, pos));
-  RVT_CHECK(CheckRange(*st, coef, kDC));
+  return CheckRange(*st, coef, band);
+}
+
+RvtResult EncodeDCEntry(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos) {
+  RVT_CHECK(CheckLowArgs(coef, st, dst, len, pos, kDC));
   return EncodeBand(dst, len, pos, nullptr, 0, nullptr, st, st->channels,
                     [&](Writer& w, Writer&, State& s) { return EncodeDC(w, s, coef); });
 }
 
 RvtResult EncodeLPEntry(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos) {
-  RVT_CHECK(CheckPtr(coef));
-  RVT_CHECK(CheckState(st));
-  RVT_CHECK(CheckCursor(dst, len, pos));
-  RVT_CHECK(CheckRange(*st, coef, kLP));
+  RVT_CHECK(CheckLowArgs(coef, st, dst, len, pos, kLP));
   return EncodeBand(dst, len, pos, nullptr, 0, nullptr, st, 16 * st->channels + 1,
                     [&](Writer& w, Writer&, State& s) { return EncodeLP(w, s, coef); });
+}
+
+// Whether the context lies apart from n bytes at p: the fast forms then
+// code on it in place rather than on a copy.
+bool Apart(const State* st, const void* p, size_t n) {
+  const uintptr_t a = reinterpret_cast<uintptr_t>(st), b = reinterpret_cast<uintptr_t>(p);
+  return a + sizeof(State) <= b || b + n <= a;
+}
+
+// The DC and LP fast forms: when the room left takes the worst case (the
+// reference's bound) and the LP scan order is one the coders keep, one run
+// with the roomy writer; else the reference's way.  Checked coefficients never make the body fail.
+template <int band, class Body>
+RvtResult EncodeLowFast(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos, Body body) {
+  RVT_CHECK(CheckLowArgs(coef, st, dst, len, pos, band));
+  const int64_t coefs = band == kDC ? st->channels : 16 * st->channels + 1;
+  if (EndBits(len) - *pos < coefs * kBitsPerCoef + 64 || (band == kLP && !ScanIsPermutation(*st, 0))) {
+    return EncodeBand(dst, len, pos, nullptr, 0, nullptr, st, coefs,
+                      [&](Writer& w, Writer&, State& s) { return body(w, s); });
+  }
+  RoomyWriter w(dst, *pos);
+  if (Apart(st, dst, size_t(len)) && Apart(st, coef, 64 * size_t(st->channels))) {
+    body(w, *st);
+    w.Flush();
+  } else {  // (the context last, over what the writer left)
+    State s = *st;
+    body(w, s);
+    w.Flush();
+    *st = s;
+  }
+  *pos = int32_t(w.pos);
+  return rvtStatusOk;
+}
+
+RvtResult EncodeDCFast(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos) {
+  return EncodeLowFast<kDC>(coef, st, dst, len, pos, [&](auto& w, State& s) { return EncodeDC(w, s, coef); });
+}
+
+RvtResult EncodeLPFast(const int32_t* coef, State* st, uint8_t* dst, int32_t len, int32_t* pos) {
+  return EncodeLowFast<kLP>(coef, st, dst, len, pos, [&](auto& w, State& s) {
+    if constexpr (std::is_same_v<std::decay_t<decltype(w)>, RoomyWriter>) {
+      EncodeLPRoomy(w, s, coef);
+      return rvtStatusOk;
+    } else {
+      return EncodeLP(w, s, coef);
+    }
+  });
 }
 
 // The HP encoder's argument checks, in argument order (the coefficient
@@ -125,46 +175,54 @@ RvtResult EncodeHPEntry(const int32_t* coef, int32_t scan, State* st, int32_t* c
   return EncodeHPChecked(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim);
 }
 
-// CheckRange's HP case without a branch a coefficient: true when no VLC
-// part reaches 2^30 (their OR stays below), which is within the escape's
-// reach; the exact check settles the rest.
-bool WellInRange(const State& s, const int32_t* coef) {
+// HpBlockOr of every HP block into ors (16 ch + b); returns the OR of
+// them shifted by their model bits.  Below 2^30 no VLC part is out of the
+// escape's reach; else CheckRange settles it.
+uint32_t HpBlockOrs(const State& s, const int32_t* coef, uint32_t* ors) {
   uint32_t any = 0;
   for (int ch = 0; ch < s.channels; ++ch) {
     const int bits = s.modelBits[kHP][ch > 0];
-    const int32_t* c = coef + 256 * ch;
-    const int n = 16 * HpBlocks(s, ch);
     uint32_t acc = 0;
-    for (int i = 0; i < n; ++i) acc |= (Mag(c[i]) >> bits) & ((i & 15) ? ~0u : 0u);  // (not the DC places)
-    any |= acc;
+    for (int b = 0; b < HpBlocks(s, ch); ++b) {
+      ors[16 * ch + b] = HpBlockOr(coef + 256 * ch + 16 * b);
+      acc |= ors[16 * ch + b];
+    }
+    any |= acc >> bits;
   }
   static_assert((1u << 30) <= kMaxLevel);
-  return any < (1u << 30);
+  return any;
 }
 
-// The fast form: when the room left takes the worst case, one run with the
-// roomy writers; else the reference's way.
+// The fast form: when the room left takes the worst case and the scan
+// order is one the coders keep, one run with the roomy writers; else the
+// reference's way.
 RvtResult EncodeHPFast(const int32_t* coef, int32_t scan, State* st, int32_t* cbp, uint8_t* dst, int32_t len,
                        int32_t* pos, uint8_t* flex, int32_t flexLen, int32_t* flexPos, int32_t trim) {
   RVT_CHECK(CheckHPArgs(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim));
-  if (!WellInRange(*st, coef)) RVT_CHECK(CheckRange(*st, coef, kHP));
+  uint32_t ors[16 * 16];
+  if (HpBlockOrs(*st, coef, ors) >= (1u << 30)) RVT_CHECK(CheckRange(*st, coef, kHP));
   const int64_t bound = 256 * st->channels * kBitsPerCoef + 64;
-  if (EndBits(len) - *pos < bound || (flex && EndBits(flexLen) - *flexPos < bound)) {
+  if (EndBits(len) - *pos < bound || (flex && EndBits(flexLen) - *flexPos < bound) ||
+      !ScanIsPermutation(*st, 1 + scan)) {
     return EncodeHPChecked(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim);
   }
-  State s = *st;
+  const bool apart = Apart(st, dst, size_t(len)) && Apart(st, coef, 1024 * size_t(st->channels)) &&
+                     (!flex || (Apart(st, flex, size_t(flexLen)) && Apart(st, flexPos, sizeof(int32_t))));
+  State copy;
+  if (!apart) copy = *st;
+  State& s = apart ? *st : copy;
   int32_t out[16];
   RoomyWriter w(dst, *pos);
   if (flex) {
     RoomyWriter f(flex, *flexPos);
-    EncodeHPRoomy(w, f, trim, scan, coef, s, out);
+    EncodeHPRoomy(w, f, trim, scan, coef, ors, s, out);
     f.Flush();
     *flexPos = int32_t(f.pos);
   } else {
-    EncodeHPRoomy(w, w, trim, scan, coef, s, out);
+    EncodeHPRoomy(w, w, trim, scan, coef, ors, s, out);
   }
   w.Flush();
-  *st = s;
+  if (!apart) *st = s;
   *pos = int32_t(w.pos);
   for (int ch = 0; ch < st->channels; ++ch) cbp[ch] = out[ch];
   return rvtStatusOk;
@@ -238,9 +296,9 @@ RVT_IMPL_PLAIN(rvtiVLCGetTables_JPEGXR, vlc::GetTables);
 RVT_IMPL_FAST(rvtiFLCRead_JPEGXR_1u32u, vlc::FlcReadFast, vlc::FlcReadRef);
 RVT_IMPL_PLAIN(rvtiFLCWrite_JPEGXR_32u1u, vlc::FlcWrite);
 RVT_IMPL_FAST(rvtiVLCDecodeDC_JPEGXR_1u32s, vlc::DecodeDCFast, vlc::DecodeDCRef);
-RVT_IMPL_PLAIN(rvtiVLCEncodeDC_JPEGXR_32s1u, vlc::EncodeDCEntry);
+RVT_IMPL_FAST(rvtiVLCEncodeDC_JPEGXR_32s1u, vlc::EncodeDCFast, vlc::EncodeDCEntry);
 RVT_IMPL_FAST(rvtiVLCDecodeLP_JPEGXR_1u32s, vlc::DecodeLPFast, vlc::DecodeLPRef);
-RVT_IMPL_PLAIN(rvtiVLCEncodeLP_JPEGXR_32s1u, vlc::EncodeLPEntry);
+RVT_IMPL_FAST(rvtiVLCEncodeLP_JPEGXR_32s1u, vlc::EncodeLPFast, vlc::EncodeLPEntry);
 RVT_IMPL_FAST(rvtiVLCDecodeHP_JPEGXR_1u32s, vlc::DecodeHPFast, vlc::DecodeHPRef);
 RVT_IMPL_FAST(rvtiVLCEncodeHP_JPEGXR_32s1u, vlc::EncodeHPFast, vlc::EncodeHPEntry);
 RVT_IMPL_FAST(rvtiVLCDecodeCBPHP_JPEGXR_1u32s, vlc::DecodeCbpHPFast, vlc::DecodeCbpHPRef);

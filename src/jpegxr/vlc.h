@@ -423,6 +423,18 @@ struct RoomyWriter {
       nb -= 32;
     }
   }
+  // Put of a value known to fit its n bits (1..32).
+  __attribute__((always_inline)) void PutFit(uint32_t v, int n) {
+    acc = (acc << n) | v;
+    nb += n;
+    pos += n;
+    if (nb >= 32) {
+      const uint32_t out = __builtin_bswap32(uint32_t(acc >> (nb - 32)));
+      std::memcpy(p + at, &out, 4);
+      at += 4;
+      nb -= 32;
+    }
+  }
   // (a run that wrote nothing leaves its first byte as it was)
   void Flush() {
     if (pos == start) return;
@@ -668,7 +680,7 @@ __attribute__((always_inline)) inline void PutCountedOf(W& w, State& s, int slot
     const StepTable& st = N == 6 ? kSteps6 : N == 7 ? kSteps7 : kSteps12;
     const int t = s.table[slot];
     const Code c = a.code[t][sym];
-    w.Put((uint32_t(c.code) << tailBits) | tail, c.len + tailBits);
+    w.PutFit((uint32_t(c.code) << tailBits) | tail, c.len + tailBits);
     s.disc[slot] = int32_t(uint32_t(s.disc[slot]) + uint32_t(int32_t(st.lo[t][sym])));
     if constexpr (N != 7) s.disc1[slot] = int32_t(uint32_t(s.disc1[slot]) + uint32_t(int32_t(st.hi[t][sym])));
   } else {
@@ -962,7 +974,8 @@ inline void EncodeBlockAt(W& w, State& s, int group, bool chroma, int first, con
   }
 }
 
-inline void EncodeBlock(Writer& w, State& s, int group, bool chroma, int first, const int32_t* val) {
+template <class W>
+inline void EncodeBlock(W& w, State& s, int group, bool chroma, int first, const int32_t* val) {
   int at[16], n = 0;
   for (int p = first; p < 16; ++p) {
     if (val[p] != 0) at[n++] = p;
@@ -1063,14 +1076,15 @@ inline RvtResult DecodeDC(R& r, State& s, int32_t* coef) {
   return r.Short() ? rvtStatusOutOfBuffer : rvtStatusOk;
 }
 
-inline RvtResult EncodeDC(Writer& w, State& s, const int32_t* coef) {
+template <class W>
+inline RvtResult EncodeDC(W& w, State& s, const int32_t* coef) {
   int32_t lm[2] = {0, 0};
   if (IsColour(s.format)) {
     int pattern = 0;
     for (int ch = 0; ch < 3; ++ch) {
       if ((Mag(coef[16 * ch]) >> s.modelBits[kDC][ch > 0]) != 0) pattern |= 4 >> ch;
     }
-    w.Symbol(kAlpha8, 0, pattern);
+    w.Put(kAlpha8.code[0][pattern].code, kAlpha8.code[0][pattern].len);
   }
   for (int ch = 0; ch < s.channels; ++ch) {
     const int c = ch > 0;
@@ -1115,7 +1129,8 @@ inline int DecodeLpCbp(R& r, State& s, int n) {
   return cbp;
 }
 
-inline void EncodeLpCbp(Writer& w, const State& s, int n, int cbp) {
+template <class W>
+inline void EncodeLpCbp(W& w, const State& s, int n, int cbp) {
   const int full = n * 4 - 5;
   if (s.cbpCountZero <= 0 || s.cbpCountMax < 0) {
     const int p = s.cbpCountMax < s.cbpCountZero ? full - cbp : cbp;
@@ -1278,7 +1293,8 @@ inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
   return r.Short() ? rvtStatusOutOfBuffer : rvtStatusOk;
 }
 
-inline RvtResult EncodeLP(Writer& w, State& s, const int32_t* coef) {
+template <class W>
+inline RvtResult EncodeLP(W& w, State& s, const int32_t* coef) {
   int32_t lm[2] = {0, 0};
   const int n = LpGroups(s);
   int32_t q[16][16] = {};
@@ -1426,14 +1442,196 @@ inline RvtResult EncodeHP(Writer& w, Writer& f, int trim, int scan, const int32_
   return rvtStatusOk;
 }
 
-// EncodeHP with the nonzero positions of a block gathered once as a mask
-// (the coder and the scan counts walk its set bits), refinements of blocks
-// whose model bits are all trimmed skipped, and the roomy writers.
-inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, const int32_t* coef, State& s,
-                          int32_t* cbp) {
+// The OR of the magnitudes of a block's HP coefficients (positions 1..15):
+// its VLC parts are all zero exactly when this shifted by the model bits
+// is, and its refinements when its low model bits are.
+inline uint32_t HpBlockOr(const int32_t* blk) {
+  using V = uint32_t __attribute__((vector_size(16)));
+  using VS = int32_t __attribute__((vector_size(16)));
+  V a, b, c, d;
+  std::memcpy(&a, blk, 16);
+  std::memcpy(&b, blk + 4, 16);
+  std::memcpy(&c, blk + 8, 16);
+  std::memcpy(&d, blk + 12, 16);
+  auto mag = [](V v) {
+    const V sign = (V)((VS)v >> 31);
+    return (v ^ sign) - sign;
+  };
+  const V keep = {0u, ~0u, ~0u, ~0u};  // (not the DC)
+  const V o = (mag(a) & keep) | mag(b) | mag(c) | mag(d);
+  return o[0] | o[1] | o[2] | o[3];
+}
+
+// Whether a scan order takes every position 1..15 once (as every state the
+// coders keep does; a state handed in may hold any order entries below 16,
+// which the fast forms leave to the references).
+inline bool ScanIsPermutation(const State& s, int scan) {
+  uint32_t seen = 0;
+  for (int p = 1; p < 16; ++p) seen |= 1u << s.order[scan][p];
+  return seen == 0xFFFEu;
+}
+
+// VlcPart of a block's 16 coefficients in block order, a vector at a time.
+inline void HpVlcParts(const int32_t* blk, int bits, int32_t* part) {
+  using V = uint32_t __attribute__((vector_size(16)));
+  using VS = int32_t __attribute__((vector_size(16)));
+  for (int i = 0; i < 16; i += 4) {
+    V v;
+    std::memcpy(&v, blk + i, 16);
+    const V sign = (V)((VS)v >> 31);
+    const V q = ((v ^ sign) - sign) >> bits;
+    const V r = (q ^ sign) - sign;
+    std::memcpy(part + i, &r, 16);
+  }
+}
+
+// EncodeRun's puts by run table, longest run and run: the bits (0-7) and
+// their count (8-15).
+struct RunCodes {
+  uint16_t e[2][16][16];
+};
+constexpr RunCodes MakeRunCodes() {
+  RunCodes rc{};
+  for (int t = 0; t < 2; ++t) {
+    for (int maxRun = 1; maxRun < 16; ++maxRun) {
+      for (int run = 1; run <= maxRun; ++run) {
+        uint32_t v = 0;
+        int n = 0;
+        if (maxRun < 5) {
+          v = run < maxRun ? 1u : 0u;
+          n = run < maxRun ? run : maxRun - 1;
+        } else {
+          const int bin = maxRun >= 11 ? 0 : maxRun >= 7 ? 1 : 2;
+          int sym = 4;
+          for (int k = 0; k < 5; ++k) {
+            if (run < kRunBase[bin][k] + (1 << kRunBits[bin][k])) {
+              sym = k;
+              break;
+            }
+          }
+          const Code c = kAlpha5.code[t][sym];
+          const int b = kRunBits[bin][sym];
+          v = (uint32_t(c.code) << b) | uint32_t(run - kRunBase[bin][sym]);
+          n = c.len + b;
+        }
+        rc.e[t][maxRun][run] = uint16_t(v | uint32_t(n) << 8);
+      }
+    }
+  }
+  return rc;
+}
+inline constexpr RunCodes kRunCodes = MakeRunCodes();
+
+// EncodeBlockAt for the roomy writer over `mask`, the positions of the
+// nonzero values (bits first..15): each coefficient's magnitude, sign and
+// successor taken once, runs from one table, levels below the escape in
+// line.
+inline void EncodeBlockRoomy(RoomyWriter& out, State& s, int group, bool chroma, int first, const int32_t* val,
+                             uint32_t mask) {
+  RoomyWriter w = out;  // (its fields stay in registers)
+  static constexpr int8_t kSymOf[18] = {0, 0, 0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5};
+  const int idx = group + (chroma ? kIndexChr : kIndexLum);
+  const int fst = group + (chroma ? kFirstChr : kFirstLum);
+  int cont = 0, loc = first;
+  for (uint32_t m = mask; m; m &= m - 1) {
+    const int here = __builtin_ctz(m);
+    const int32_t v = val[here];
+    const uint32_t mg = Mag(v);
+    // what follows: nothing, the next position, or a run first
+    const uint32_t rest = (m & (m - 1)) >> (here + 1);
+    const int srn = rest == 0 ? 0 : 2 - int(rest & 1);
+    const bool sl = mg > 1;
+    const uint32_t sign = uint32_t(v) >> 31;
+    if (m == mask) {
+      const bool sr = here == first;
+      PutCountedOf<12>(w, s, fst, int(sr) | (int(sl) << 1) | (srn << 2), sign, 1);
+      cont = sr && srn == 1;
+    } else {
+      if (here != loc) {
+        const uint32_t e = kRunCodes.e[s.table[kRun]][15 - loc][here - loc];
+        w.PutFit(e & 0xFF, int(e >> 8));
+      }
+      const int after = here + 1;
+      const int sym = int(sl) | (srn << 1);
+      if (after < 15) {
+        PutCountedOf<6>(w, s, idx + cont, sym, sign, 1);
+      } else if (after == 15) {
+        if (sym == 0) w.PutFit(0 | sign, 2);
+        else if (sym == 2) w.PutFit(4 | sign, 3);
+        else w.PutFit((sym == 1 ? 12u : 14u) | sign, 4);
+      } else {
+        w.PutFit(uint32_t(sym) << 1 | sign, 2);
+      }
+      cont &= int(srn == 1);
+    }
+    if (sl) {
+      const int slot = group + kLevel + cont;
+      if (mg < 18) {
+        const int sym = kSymOf[mg];
+        PutCountedOf<7>(w, s, slot, sym, mg - uint32_t(kLevelBase[sym]), kLevelBits[sym]);
+      } else {
+        RoomyWriter e = w;
+        EncodeLevel(e, s, slot, mg);
+        w = e;
+      }
+    }
+    if (m == mask && here != first) {
+      const uint32_t e = kRunCodes.e[s.table[kRun]][15 - first][here - first];
+      w.PutFit(e & 0xFF, int(e >> 8));
+    }
+    loc = here + 1;
+  }
+  out = w;
+}
+
+// The refinements of a block (EncodeRefine of each coefficient in the
+// refinement order) two coefficients a put when their codes fit together.
+inline void RefineRoomy(RoomyWriter& out, const int32_t* blk, uint32_t blockOr, int bits, int trim) {
+  RoomyWriter f = out;  // (its fields stay in registers)
+  const int n0 = bits - trim;
+  const uint32_t low = (1u << bits) - 1u;
+  if (((blockOr & low) >> trim) == 0) {  // every refinement zero, none signed
+    for (int left = 15 * n0; left > 0; left -= 32) f.PutFit(0, left < 32 ? left : 32);
+    out = f;
+    return;
+  }
+  // every coefficient's code and length in block order, a vector at a
+  // time: a value wholly in the refinement carries its sign right after it
+  using V = uint32_t __attribute__((vector_size(16)));
+  using VS = int32_t __attribute__((vector_size(16)));
+  uint32_t codes[16], lens[16];
+  for (int i = 0; i < 16; i += 4) {
+    V v;
+    std::memcpy(&v, blk + i, 16);
+    const V sign = (V)((VS)v >> 31);
+    const V m = (v ^ sign) - sign;
+    const V ref = (m & low) >> trim;
+    const V solo = (V)(m <= low) & (V)(ref != 0);  // all ones or zero
+    const V c = ref + (ref & solo) + (sign & solo & 1u);
+    const V n = uint32_t(n0) - solo;
+    std::memcpy(codes + i, &c, 16);
+    std::memcpy(lens + i, &n, 16);
+  }
+  int k = 1;
+  if (n0 <= 15) {
+    for (; k < 15; k += 2) {
+      const int a = kLowpassRefine[k], b = kLowpassRefine[k + 1];
+      f.PutFit((codes[a] << lens[b]) | codes[b], int(lens[a] + lens[b]));
+    }
+  }
+  for (; k < 16; ++k) f.PutFit(codes[kLowpassRefine[k]], int(lens[kLowpassRefine[k]]));
+  out = f;
+}
+
+// EncodeHP with blocks whose VLC parts are all zero known from `ors`
+// (HpBlockOr of block b of channel ch at 16 ch + b), the nonzero positions
+// of the others gathered once as a mask (the coder and the scan counts
+// walk its set bits), refinements of blocks whose model bits are all
+// trimmed skipped, and the roomy writers.
+inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, const int32_t* coef,
+                          const uint32_t* ors, State& s, int32_t* cbp) {
   int32_t lm[2] = {0, 0};
   int32_t val[16];
-  int at[16];
   const int sc = 1 + scan;
   for (int ch = 0; ch < s.channels; ++ch) {
     const int bits = s.modelBits[kHP][ch > 0];
@@ -1442,26 +1640,90 @@ inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, co
     for (int i = 0; i < blocks; ++i) {
       const int b = HpBlockAt(s, ch, i);
       const int32_t* blk = coef + 256 * ch + 16 * b;
-      uint32_t mask = 0;
-      val[0] = 0;
-      for (int p = 1; p < 16; ++p) {
-        val[p] = VlcPart(blk[s.order[sc][p]], bits);
-        mask |= uint32_t(val[p] != 0) << p;
-      }
-      if (mask) {
+      const uint32_t blockOr = ors[16 * ch + b];
+      if ((blockOr >> bits) != 0) {
+        int32_t part[16];
+        HpVlcParts(blk, bits, part);
+        uint32_t mask = 0;
+        val[0] = 0;
+        for (int p = 1; p < 16; ++p) {
+          val[p] = part[s.order[sc][p]];
+          mask |= uint32_t(val[p] != 0) << p;
+        }
         cbp[ch] |= 1 << b;
-        int n = 0;
-        for (uint32_t m = mask; m; m &= m - 1) at[n++] = __builtin_ctz(m);
-        EncodeBlockAt(w, s, kHpFirst, ch > 0, 1, val, at, n);
-        lm[ch > 0] += n;
-        for (int k = 0; k < n; ++k) CountScan(s, sc, at[k]);
+        EncodeBlockRoomy(w, s, kHpFirst, ch > 0, 1, val, mask);
+        lm[ch > 0] += __builtin_popcount(mask);
+        for (uint32_t m = mask; m; m &= m - 1) CountScan(s, sc, __builtin_ctz(m));
       }
-      if (bits > trim) {
-        for (int k = 1; k < 16; ++k) EncodeRefine(f, blk[kLowpassRefine[k]], bits, trim);
-      }
+      if (bits > trim) RefineRoomy(f, blk, blockOr, bits, trim);
     }
   }
   UpdateModel(s, kHP, lm[0], lm[1]);
+}
+
+// EncodeLP for the roomy writer and coefficients whose range has been
+// checked: the layout's counts taken once, the blocks through
+// EncodeBlockRoomy, the refinements of unshared channels through
+// RefineRoomy.
+inline void EncodeLPRoomy(RoomyWriter& w, State& s, const int32_t* coef) {
+  int32_t lm[2] = {0, 0};
+  const int channels = s.channels;
+  const bool sharing = Shared(s);
+  const int n = sharing ? 2 : channels;
+  const int chromaCount = LpCount(s, 1);
+  int32_t q[16][16];
+  uint32_t ors[16];
+  int cbp = 0;
+  for (int ch = 0; ch < channels; ++ch) {
+    const int bits = s.modelBits[kLP][ch > 0];
+    const int count = ch == 0 ? 16 : chromaCount;
+    if (count == 16) {
+      HpVlcParts(coef + 16 * ch, bits, q[ch]);
+      ors[ch] = HpBlockOr(coef + 16 * ch);
+      if ((ors[ch] >> bits) != 0) cbp |= 1 << (sharing && ch > 1 ? 1 : ch);
+      continue;
+    }
+    for (int k = 1; k < count; ++k) {
+      q[ch][k] = VlcPart(coef[16 * ch + k], bits);
+      if (q[ch][k]) cbp |= 1 << (sharing && ch > 1 ? 1 : ch);
+    }
+  }
+  EncodeLpCbp(w, s, n, cbp);
+  CountLpCbp(s, n, cbp);
+  int32_t val[16];
+  for (int g = 0; g < n; ++g) {
+    const bool shared = sharing && g == 1;
+    if ((cbp >> g) & 1) {
+      const int first = shared ? ChromaFirst(s) : 1;
+      uint32_t mask = 0;
+      if (shared) {
+        for (int p = first; p < 16; ++p) {
+          val[p] = q[1 + ((p - first) & 1)][ChromaLpPos(s, (p - first) / 2)];
+          mask |= uint32_t(val[p] != 0) << p;
+        }
+      } else {
+        for (int p = 1; p < 16; ++p) {
+          val[p] = q[g][s.order[0][p]];
+          mask |= uint32_t(val[p] != 0) << p;
+        }
+      }
+      EncodeBlockRoomy(w, s, kLpFirst, g > 0, first, val, mask);
+      lm[g > 0] += __builtin_popcount(mask);
+      if (!shared) {
+        for (uint32_t m = mask; m; m &= m - 1) CountScan(s, 0, __builtin_ctz(m));
+      }
+    }
+    if (shared) {
+      const int bits = s.modelBits[kLP][1];
+      for (int k = 1; k < chromaCount; ++k) {
+        for (int ch = 1; ch <= 2; ++ch) EncodeRefine(w, coef[16 * ch + k], bits, 0);
+      }
+      continue;
+    }
+    const int bits = s.modelBits[kLP][g > 0];
+    if (bits > 0) RefineRoomy(w, coef + 16 * g, ors[g], bits, 0);
+  }
+  UpdateModel(s, kLP, lm[0], lm[1]);
 }
 
 // ------------------------------------------------------------ HP coded-block pattern
