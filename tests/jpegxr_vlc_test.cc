@@ -1520,5 +1520,56 @@ TEST(JpegXrVlcEncode, ContextInsideTheOutputGivesTheReferenceResult) {
   }
 }
 
+
+// A context lying inside the source (the bands read its bytes as coded
+// bits while decoding moves it): every form gives the reference's status,
+// position, context and coefficients, so no fast form may decode on such a
+// context in place.
+TEST(JpegXrVlcDecode, ContextInsideTheSourceGivesTheReferenceResult) {
+  test::Rng rng(34);
+  for (const Format& f : kFormats) {
+    const std::vector<uint8_t> st = NewState(f.format, f.channels);
+    for (int i = 0; i < 40; ++i) {
+      std::vector<uint8_t> pristine(st.size() + 512);
+      std::memcpy(pristine.data(), st.data(), st.size());
+      rng.Fill(pristine.data() + st.size(), 512, uint8_t(0), uint8_t(255));
+      const int32_t len = int32_t(pristine.size());
+      const int32_t start = int32_t(rng.Uniform(0, 8 * int64_t(st.size()) - 1));
+      const int32_t trim = int32_t(rng.Uniform(0, 3));
+      std::vector<int32_t> cbp(size_t(f.channels), 0xFFFF);
+      for (int band = 0; band < 3; ++band) {
+        auto run = [&](auto fn, std::vector<uint8_t>& buf, int32_t& pos, std::vector<int32_t>& coef) {
+          auto* inside = reinterpret_cast<VLCState_JPEGXR*>(buf.data());
+          if constexpr (std::is_same_v<decltype(fn), decltype(&rvtiVLCDecodeHP_JPEGXR_1u32s)>) {
+            return fn(buf.data(), len, &pos, nullptr, 0, nullptr, trim, 0, cbp.data(), inside, coef.data());
+          } else {
+            return fn(buf.data(), len, &pos, inside, coef.data());
+          }
+        };
+        auto check = [&](const auto& impl) {
+          std::vector<uint8_t> want = pristine;
+          std::vector<int32_t> wantCoef(256 * size_t(f.channels), 7);
+          int32_t wantPos = start;
+          const RvtResult r = run(test::Reference(impl), want, wantPos, wantCoef);
+          for (const auto& t : test::AllTargets(impl)) {
+            std::vector<uint8_t> got = pristine;
+            std::vector<int32_t> coef(256 * size_t(f.channels), 7);
+            int32_t pos = start;
+            const std::string where = std::string(t.name) + " band " + std::to_string(band) + " format " +
+                                      std::to_string(f.format) + " case " + std::to_string(i);
+            EXPECT_EQ(run(t.fn, got, pos, coef), r) << where;
+            EXPECT_EQ(pos, wantPos) << where;
+            EXPECT_TRUE(got == want) << where;
+            EXPECT_TRUE(coef == wantCoef) << where;
+          }
+        };
+        if (band == 0) check(impl_rvtiVLCDecodeDC_JPEGXR_1u32s);
+        else if (band == 1) check(impl_rvtiVLCDecodeLP_JPEGXR_1u32s);
+        else check(impl_rvtiVLCDecodeHP_JPEGXR_1u32s);
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace rvt

@@ -93,13 +93,6 @@ RvtResult EncodeLPEntry(const int32_t* coef, State* st, uint8_t* dst, int32_t le
                     [&](Writer& w, Writer&, State& s) { return EncodeLP(w, s, coef); });
 }
 
-// Whether the context lies apart from n bytes at p: the fast forms then
-// code on it in place rather than on a copy.
-bool Apart(const State* st, const void* p, size_t n) {
-  const uintptr_t a = reinterpret_cast<uintptr_t>(st), b = reinterpret_cast<uintptr_t>(p);
-  return a + sizeof(State) <= b || b + n <= a;
-}
-
 // The DC and LP fast forms: when the room left takes the worst case (the
 // reference's bound) and the LP scan order is one the coders keep, one run
 // with the roomy writer; else the reference's way.  Checked coefficients never make the body fail.

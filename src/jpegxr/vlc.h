@@ -1893,22 +1893,30 @@ inline RvtResult CheckCursor(const uint8_t* p, int32_t len, const int32_t* pos) 
 }
 inline int64_t EndBits(int32_t len) { return (len < kMaxBytes ? len : kMaxBytes) * int64_t(8); }
 
+// Whether the context lies apart from n bytes at p: the fast forms then
+// code on it in place rather than on a copy (a context inside a buffer the
+// call reads or writes gives the reference's result either way).
+inline bool Apart(const State* st, const void* p, size_t n) {
+  const uintptr_t a = reinterpret_cast<uintptr_t>(st), b = reinterpret_cast<uintptr_t>(p);
+  return a + sizeof(State) <= b || b + n <= a;
+}
+
 // The context of one band's decoding.  The reference works on a copy and
-// stores it when the band decoded; the fast form works on the caller's
-// context and puts a copy back when the band fails: one copy, not two.
+// stores it when the band decoded; the fast form, when the context lies
+// apart from what the band reads, works on the caller's context and puts a
+// copy back when the band fails: one copy, not two.
 template <class R, class Body>
-inline RvtResult OnContext(State* st, Body body) {
-  if constexpr (std::is_same_v<R, FastReader>) {
+inline RvtResult OnContext(State* st, bool apart, Body body) {
+  if (std::is_same_v<R, FastReader> && apart) {
     const State keep = *st;
     const RvtResult status = body(*st);
     if (status != rvtStatusOk) *st = keep;
     return status;
-  } else {
-    State s = *st;
-    const RvtResult status = body(s);
-    if (status == rvtStatusOk) *st = s;
-    return status;
   }
+  State s = *st;
+  const RvtResult status = body(s);
+  if (status == rvtStatusOk) *st = s;
+  return status;
 }
 
 // Decoding of one band into scratch coefficients, the caller copying what
@@ -1916,7 +1924,7 @@ inline RvtResult OnContext(State* st, Body body) {
 template <class R, class Body>
 inline RvtResult DecodeBand(const uint8_t* src, int32_t len, int32_t* pos, State* st, Body body) {
   R r{src, EndBits(len), *pos};
-  const RvtResult status = OnContext<R>(st, [&](State& s) { return body(r, s); });
+  const RvtResult status = OnContext<R>(st, Apart(st, src, size_t(len)), [&](State& s) { return body(r, s); });
   if (status == rvtStatusOk) *pos = int32_t(r.pos);
   return status;
 }
@@ -1963,7 +1971,9 @@ inline RvtResult DecodeHPEntry(const uint8_t* src, int32_t len, int32_t* pos, co
   int32_t tmp[16 * 256];
   R r{src, EndBits(len), *pos};
   R f{flex, flex ? EndBits(flexLen) : 0, flex ? *flexPos : 0};
-  const RvtResult status = OnContext<R>(st, [&](State& s) {
+  const bool apart = Apart(st, src, size_t(len)) && (!flex || Apart(st, flex, size_t(flexLen))) &&
+                     Apart(st, cbp, sizeof(int32_t) * size_t(st->channels));
+  const RvtResult status = OnContext<R>(st, apart, [&](State& s) {
     return flex ? DecodeHP(r, f, trim, scan, cbp, s, tmp) : DecodeHP(r, r, trim, scan, cbp, s, tmp);
   });
   if (status != rvtStatusOk) return status;
