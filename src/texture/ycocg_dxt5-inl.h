@@ -1,5 +1,5 @@
-// Scaled YCoCg in DXT5 blocks: the vector decoder row of one target.  No
-// checks here.  The DXT5 palette and indices come from the DXT5 kernels
+// Scaled YCoCg in DXT5 blocks: the vector decoder row and the encoder's
+// kernels of one target.  No checks here.  The DXT5 palette and indices come from the DXT5 kernels
 // (one block per 128-bit block); each pixel row is then transformed in
 // 32-bit lanes, one pixel per lane.  The quotients are taken in single
 // precision, where every numerator (below 2^13), divisor (at most 526) and
@@ -16,6 +16,7 @@
 #include <hwy/highway.h>
 
 #include "texture/bc_decode-inl.h"
+#include "texture/bc_encode-inl.h"
 #include "texture/ycocg_dxt5.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -78,6 +79,128 @@ void Row(const uint8_t* src, uint8_t* dst, int32_t step, int32_t width, int rows
   }
   bc_decode::BlocksRef<YCoCg>(src, dst, step, width, rows, b);
 }
+
+// ------------------------------------------------------------ encoding
+
+// Eval: the 16 pixels' (co, cg) in 16-bit pairs, every entry's distance
+// 2 dco^2 + 3 dcg^2 by one multiply-add of pairs into 32 bits (the
+// differences stay within +-9696, three times that within 16 bits, and
+// the sum below 2^29).  A lane's running minimum moves only on a strictly
+// smaller distance, so the lowest index wins a tie as in the reference.
+// The distances of the pixels of one lane (at most four) add up in 32
+// unsigned bits, the lanes in 64.
+inline Part EvalPart(const Chroma& t, int r0, int g0, int r1, int g1, int blue) {
+  const hn::CappedTag<int16_t, 32> d16;
+  const hn::Repartition<int32_t, decltype(d16)> d32;
+  const hn::Repartition<uint32_t, decltype(d16)> du;
+  constexpr size_t kMaxPixels = 16;
+  const size_t n16 = hn::Lanes(d16), n32 = n16 / 2;
+  Part p;
+  p.c0 = uint16_t(r0 << 11 | g0 << 5 | blue);
+  p.c1 = uint16_t(r1 << 11 | g1 << 5 | blue);
+  const int er0 = Expand5(r0), er1 = Expand5(r1), eg0 = Expand6(g0), eg1 = Expand6(g1);
+  const int pr[4] = {er0, er1, (2 * er0 + er1) / 3, (er0 + 2 * er1) / 3};
+  const int pg[4] = {eg0, eg1, (2 * eg0 + eg1) / 3, (eg0 + 2 * eg1) / 3};
+  hn::Vec<decltype(d16)> entry[4];
+  for (int e = 0; e < 4; ++e) {
+    const uint32_t w = uint32_t(uint16_t(12 * (pr[e] - 128))) | uint32_t(12 * (pg[e] - 128)) << 16;
+    entry[e] = hn::BitCast(d16, hn::Set(du, w));
+  }
+  const auto weight = hn::BitCast(d16, hn::Set(du, 2u | 3u << 16));
+  auto total = hn::Zero(du), bits = hn::Zero(du);
+  auto shift = hn::ShiftLeft<1>(hn::Iota(du, 0));
+  const auto step = hn::Set(du, uint32_t(2 * n32));
+  for (size_t at = 0; at < 2 * kMaxPixels; at += n16) {
+    const auto x = hn::LoadU(d16, t.pair + at);
+    auto dist = [&](int e) {
+      const auto dx = hn::Sub(entry[e], x);
+      auto unused = hn::Zero(d32);
+      return hn::ReorderWidenMulAccumulate(d32, dx, hn::Mul(dx, weight), hn::Zero(d32), unused);
+    };
+    auto best = dist(0);
+    auto k = hn::Zero(d32);
+    for (int e = 1; e < 4; ++e) {
+      const auto d = dist(e);
+      const auto less = hn::Lt(d, best);
+      best = hn::IfThenElse(less, d, best);
+      k = hn::IfThenElse(less, hn::Set(d32, e), k);
+    }
+    total = hn::Add(total, hn::BitCast(du, best));
+    bits = hn::Or(bits, hn::BitCast(du, k) << shift);
+    shift = hn::Add(shift, step);
+  }
+  alignas(64) uint32_t sums[kMaxPixels], words[kMaxPixels];
+  hn::Store(total, du, sums);
+  hn::Store(bits, du, words);
+  int64_t err = 0;
+  uint32_t idx = 0;
+  for (size_t i = 0; i < n32; ++i) err += sums[i], idx |= words[i];
+  p.idx = idx;
+  p.err = err;
+  return p;
+}
+
+// OneValue: the two-thirds entries of every endpoint pair in a table, in
+// the reference's order (first endpoint outer); each lane keeps its first
+// least square distance to v (the same single-precision difference and
+// square), then the least distance over the lanes and, of the lanes at it,
+// the earliest pair.
+template <int kBits>
+struct TwoThirds {
+  static constexpr int kMax = (1 << kBits) - 1, kCount = (kMax + 1) * (kMax + 1);
+  alignas(64) float v[kCount];
+  constexpr TwoThirds() : v() {
+    for (int a = 0; a <= kMax; ++a) {
+      for (int b = 0; b <= kMax; ++b) {
+        const int ea = kBits == 5 ? (a << 3 | a >> 2) : (a << 2 | a >> 4);
+        const int eb = kBits == 5 ? (b << 3 | b >> 2) : (b << 2 | b >> 4);
+        v[a * (kMax + 1) + b] = float((2 * ea + eb) / 3);
+      }
+    }
+  }
+};
+inline constexpr TwoThirds<5> kTwoThirds5{};
+inline constexpr TwoThirds<6> kTwoThirds6{};
+
+template <int kBits>
+HWY_INLINE int NearestPair(float v) {
+  const hn::CappedTag<float, 16> df;
+  const hn::RebindToSigned<decltype(df)> di;
+  const size_t n = hn::Lanes(df);
+  const auto& tab = kBits == 5 ? kTwoThirds5.v : kTwoThirds6.v;
+  constexpr int kCount = TwoThirds<kBits>::kCount;
+  const auto target = hn::Set(df, v);
+  auto best = hn::Set(df, 1e30f);
+  auto at = hn::Zero(di), i = hn::Iota(di, 0);
+  const auto step = hn::Set(di, int32_t(n));
+  for (int k = 0; k < kCount; k += int(n)) {
+    const auto d = hn::Sub(hn::Load(df, tab + k), target);
+    const auto sq = hn::Mul(d, d);
+    const auto less = hn::Lt(sq, best);
+    best = hn::IfThenElse(less, sq, best);
+    at = hn::IfThenElse(hn::RebindMask(di, less), i, at);
+    i = hn::Add(i, step);
+  }
+  const auto least = hn::MinOfLanes(df, best);
+  const auto first = hn::IfThenElse(hn::RebindMask(di, hn::Eq(best, least)), at, hn::Set(di, kCount));
+  return hn::GetLane(hn::MinOfLanes(di, first));
+}
+
+inline void OneValuePair(float v, int bits, int* e0, int* e1) {
+  if (bits == 5) {
+    const int k = NearestPair<5>(v);
+    *e0 = k >> 5, *e1 = k & 31;
+  } else {
+    const int k = NearestPair<6>(v);
+    *e0 = k >> 6, *e1 = k & 63;
+  }
+}
+
+struct Kernels {
+  static constexpr EvalFn kEval = EvalPart;
+  static constexpr OneValueFn kOneValue = OneValuePair;
+  static constexpr bc_encode::ChannelFn kChannel = bc_encode::HWY_NAMESPACE::EncodeChannel;
+};
 
 }  // namespace rvt::ycocg_dxt5::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();

@@ -56,6 +56,9 @@ inline RvtResult DecodeRef(const uint8_t* s, uint8_t* d, int32_t step, ImageSize
 // (R - B) / 2 and (G - R - B + Y') / 3, so luma error is partly taken up.
 struct Chroma {
   int co[16], cg[16];
+  // The same, co and cg of each pixel side by side in 16 bits (every value
+  // lies within +-8160), for the vector kernels.
+  alignas(64) int16_t pair[32];
 };
 
 // A candidate colour part and its error: sum of 2 dco^2 + 3 dcg^2 in
@@ -134,13 +137,26 @@ inline void OneValue(float v, int bits, int* e0, int* e1) {
   }
 }
 
+// The kernels K: the evaluation of a colour part (kEval), the pair for a
+// tile of one chroma (kOneValue), the luma channel block (kChannel).
+using EvalFn = Part (*)(const Chroma& t, int r0, int g0, int r1, int g1, int blue);
+using OneValueFn = void (*)(float v, int bits, int* e0, int* e1);
+
+struct RefKernels {
+  static constexpr EvalFn kEval = Eval;
+  static constexpr OneValueFn kOneValue = OneValue;
+  static constexpr bc_encode::ChannelFn kChannel = bc_encode::EncodeChannel;
+};
+
 // The colour part at one scale.  Every quality: the bounding box of the
 // chroma (its diagonal along their correlation), inset by 1/16 of its
 // extent on each side.  Quality 1: a tile of one chroma takes the best pair
 // for it; otherwise the box without inset is tried as well, and up to two
 // least-squares refinements follow.  Quality 2: up to eight refinements,
 // then each endpoint component moved by one while the error drops.
-inline Part Fit(const Chroma& t, int blue, int quality) {
+template <class K>
+Part Fit(const Chroma& t, int blue, int quality) {
+  constexpr EvalFn Eval = K::kEval;
   float lo[2] = {1e30f, 1e30f}, hi[2] = {-1e30f, -1e30f}, mean[2] = {};
   bool one = true;
   for (int i = 0; i < 16; ++i) {
@@ -154,8 +170,8 @@ inline Part Fit(const Chroma& t, int blue, int quality) {
   }
   if (one && quality >= 1) {
     int r0 = 0, r1 = 0, g0 = 0, g1 = 0;
-    OneValue(lo[0], 5, &r0, &r1);
-    OneValue(lo[1], 6, &g0, &g1);
+    K::kOneValue(lo[0], 5, &r0, &r1);
+    K::kOneValue(lo[1], 6, &g0, &g1);
     const Part p = Eval(t, r0, g0, r1, g1, blue);
     const Part q = Eval(t, Quant(lo[0], 31), Quant(lo[1], 63), Quant(lo[0], 31), Quant(lo[1], 63), blue);
     return q.err < p.err ? q : p;
@@ -209,7 +225,8 @@ inline Part Fit(const Chroma& t, int blue, int quality) {
 // The largest scale of 4, 2, 1 at which every chroma of the tile fits the
 // stored range (-128..127 around 128); quality 2 fits at all three scales
 // and keeps the one of least RGB error (the larger scale on a tie).
-inline void EncodeTile(const int px[16][3], const uint8_t luma[16], int quality, uint8_t* out) {
+template <class K>
+void EncodeTile(const int px[16][3], const uint8_t luma[16], int quality, uint8_t* out) {
   int span = 0;  // max |chroma| in twelfths at scale 1
   for (int i = 0; i < 16; ++i) {
     const int co = 6 * (px[i][0] - px[i][2]), cg = 4 * (px[i][1] - px[i][0] - px[i][2] + luma[i]);
@@ -225,8 +242,9 @@ inline void EncodeTile(const int px[16][3], const uint8_t luma[16], int quality,
     for (int i = 0; i < 16; ++i) {
       t.co[i] = 6 * s * (px[i][0] - px[i][2]);
       t.cg[i] = 4 * s * (px[i][1] - px[i][0] - px[i][2] + luma[i]);
+      t.pair[2 * i] = int16_t(t.co[i]), t.pair[2 * i + 1] = int16_t(t.cg[i]);
     }
-    const Part p = Fit(t, s - 1, quality);
+    const Part p = Fit<K>(t, s - 1, quality);
     const int64_t rgb = p.err * (16 / (s * s));  // error in RGB, times 16 * 144
     if (rgb < best_rgb) best = p, best_rgb = rgb;
   }
@@ -238,8 +256,8 @@ inline void EncodeTile(const int px[16][3], const uint8_t luma[16], int quality,
 // Every tile in block order: the luma Y = (R + 2G + B + 2) >> 2 as a BC4
 // channel of the same quality in bytes 0-7, then the chroma for the luma
 // as decoded in bytes 8-15.  Alpha is not read.
-inline RvtResult EncodeRef(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi,
-                           int quality) {
+template <class K>
+RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, int quality) {
   RVT_CHECK(bc_encode::Check(src, step, dst, roi, quality));
   uint8_t v[3][16], y[16], luma[16];
   int px[16][3];
@@ -250,12 +268,16 @@ inline RvtResult EncodeRef(const uint8_t* src, int32_t step, uint8_t* dst, Image
         for (int c = 0; c < 3; ++c) px[i][c] = v[c][i];
         y[i] = uint8_t((v[0][i] + 2 * v[1][i] + v[2][i] + 2) >> 2);
       }
-      bc_encode::EncodeChannel(y, quality, dst);
+      K::kChannel(y, quality, dst);
       bc_decode::ChannelBlock(dst, luma, 1);
-      EncodeTile(px, luma, quality, dst + 8);
+      EncodeTile<K>(px, luma, quality, dst + 8);
     }
   }
   return rvtStatusOk;
+}
+
+inline RvtResult EncodeRef(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
+  return Encode<RefKernels>(s, step, d, roi, q);
 }
 
 }  // namespace rvt::ycocg_dxt5
