@@ -4,7 +4,9 @@
 // palette, then the inverse transform per pixel) and of the encoder (the
 // luma as a BC4 channel, the chroma as a two-dimensional endpoint fit with
 // the blue field held), the checks (those of the other texture exports) and
-// the region walks.
+// the region walks.  The encoder's search is written once over its kernels
+// (RefKernels here, each target's in the -inl.h); its float steps are the
+// same operations in the same order for every set of kernels.
 #ifndef RVT_TEXTURE_YCOCG_DXT5_H_
 #define RVT_TEXTURE_YCOCG_DXT5_H_
 
@@ -253,9 +255,10 @@ void EncodeTile(const int px[16][3], const uint8_t luma[16], int quality, uint8_
   for (int k = 0; k < 4; ++k) out[4 + k] = uint8_t(best.idx >> (8 * k));
 }
 
-// Every tile in block order: the luma Y = (R + 2G + B + 2) >> 2 as a BC4
-// channel of the same quality in bytes 0-7, then the chroma for the luma
-// as decoded in bytes 8-15.  Alpha is not read.
+// Every tile in block order, over the kernels K: the luma
+// Y = (R + 2G + B + 2) >> 2 as a BC4 channel of the same quality in bytes
+// 0-7, then the chroma for the luma as decoded in bytes 8-15.  Alpha is not
+// read.
 template <class K>
 RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, int quality) {
   RVT_CHECK(bc_encode::Check(src, step, dst, roi, quality));
