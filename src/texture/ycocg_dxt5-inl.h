@@ -82,6 +82,18 @@ void Row(const uint8_t* src, uint8_t* dst, int32_t step, int32_t width, int rows
 
 // ------------------------------------------------------------ encoding
 
+// StoredOf: the same conversion, division and sum, each exactly rounded,
+// on whole vectors.
+inline void StoredValues(Chroma* t) {
+  const hn::CappedTag<float, 16> df;
+  const hn::RebindToSigned<decltype(df)> di;
+  const auto twelve = hn::Set(df, 12.0f), mid = hn::Set(df, 128.0f);
+  for (size_t i = 0; i < 16; i += hn::Lanes(df)) {
+    hn::Store(hn::Add(mid, hn::Div(hn::ConvertTo(df, hn::LoadU(di, t->co + i)), twelve)), df, t->x[0] + i);
+    hn::Store(hn::Add(mid, hn::Div(hn::ConvertTo(df, hn::LoadU(di, t->cg + i)), twelve)), df, t->x[1] + i);
+  }
+}
+
 // Eval: the 16 pixels' (co, cg) in 16-bit pairs, every entry's distance
 // 2 dco^2 + 3 dcg^2 by one multiply-add of pairs into 32 bits (the
 // differences stay within +-9696, three times that within 16 bits, and
@@ -197,6 +209,7 @@ inline void OneValuePair(float v, int bits, int* e0, int* e1) {
 }
 
 struct Kernels {
+  static constexpr StoredFn kStored = StoredValues;
   static constexpr EvalFn kEval = EvalPart;
   static constexpr OneValueFn kOneValue = OneValuePair;
   static constexpr bc_encode::ChannelFn kChannel = bc_encode::HWY_NAMESPACE::EncodeChannel;

@@ -61,6 +61,8 @@ struct Chroma {
   // The same, co and cg of each pixel side by side in 16 bits (every value
   // lies within +-8160), for the vector kernels.
   alignas(64) int16_t pair[32];
+  // Their stored values, Stored(co[i]) and Stored(cg[i]).
+  alignas(64) float x[2][16];
 };
 
 // A candidate colour part and its error: sum of 2 dco^2 + 3 dcg^2 in
@@ -111,7 +113,7 @@ inline bool Refit(const Chroma& t, const Part& p, float a[2], float b[2]) {
   float aa = 0, ab = 0, bb = 0, ax[2] = {}, bx[2] = {};
   for (int i = 0; i < 16; ++i) {
     const float w0 = kW[p.idx >> (2 * i) & 3], w1 = 1.0f - w0;
-    const float x[2] = {Stored(t.co[i]), Stored(t.cg[i])};
+    const float x[2] = {t.x[0][i], t.x[1][i]};
     aa += w0 * w0, ab += w0 * w1, bb += w1 * w1;
     for (int c = 0; c < 2; ++c) ax[c] += w0 * x[c], bx[c] += w1 * x[c];
   }
@@ -139,12 +141,20 @@ inline void OneValue(float v, int bits, int* e0, int* e1) {
   }
 }
 
-// The kernels K: the evaluation of a colour part (kEval), the pair for a
-// tile of one chroma (kOneValue), the luma channel block (kChannel).
+// The stored values of a tile's chroma (t->x from t->co and t->cg).
+inline void StoredOf(Chroma* t) {
+  for (int i = 0; i < 16; ++i) t->x[0][i] = Stored(t->co[i]), t->x[1][i] = Stored(t->cg[i]);
+}
+
+// The kernels K: the stored values (kStored), the evaluation of a colour
+// part (kEval), the pair for a tile of one chroma (kOneValue), the luma
+// channel block (kChannel).
+using StoredFn = void (*)(Chroma* t);
 using EvalFn = Part (*)(const Chroma& t, int r0, int g0, int r1, int g1, int blue);
 using OneValueFn = void (*)(float v, int bits, int* e0, int* e1);
 
 struct RefKernels {
+  static constexpr StoredFn kStored = StoredOf;
   static constexpr EvalFn kEval = Eval;
   static constexpr OneValueFn kOneValue = OneValue;
   static constexpr bc_encode::ChannelFn kChannel = bc_encode::EncodeChannel;
@@ -162,7 +172,7 @@ Part Fit(const Chroma& t, int blue, int quality) {
   float lo[2] = {1e30f, 1e30f}, hi[2] = {-1e30f, -1e30f}, mean[2] = {};
   bool one = true;
   for (int i = 0; i < 16; ++i) {
-    const float x[2] = {Stored(t.co[i]), Stored(t.cg[i])};
+    const float x[2] = {t.x[0][i], t.x[1][i]};
     for (int c = 0; c < 2; ++c) {
       lo[c] = x[c] < lo[c] ? x[c] : lo[c];
       hi[c] = x[c] > hi[c] ? x[c] : hi[c];
@@ -179,7 +189,7 @@ Part Fit(const Chroma& t, int blue, int quality) {
     return q.err < p.err ? q : p;
   }
   float cov = 0;
-  for (int i = 0; i < 16; ++i) cov += (Stored(t.co[i]) - mean[0]) * (Stored(t.cg[i]) - mean[1]);
+  for (int i = 0; i < 16; ++i) cov += (t.x[0][i] - mean[0]) * (t.x[1][i] - mean[1]);
   auto box = [&](float inset_div) {
     float a[2], b[2];
     for (int c = 0; c < 2; ++c) {
@@ -246,6 +256,7 @@ void EncodeTile(const int px[16][3], const uint8_t luma[16], int quality, uint8_
       t.cg[i] = 4 * s * (px[i][1] - px[i][0] - px[i][2] + luma[i]);
       t.pair[2 * i] = int16_t(t.co[i]), t.pair[2 * i + 1] = int16_t(t.cg[i]);
     }
+    K::kStored(&t);
     const Part p = Fit<K>(t, s - 1, quality);
     const int64_t rgb = p.err * (16 / (s * s));  // error in RGB, times 16 * 144
     if (rgb < best_rgb) best = p, best_rgb = rgb;
