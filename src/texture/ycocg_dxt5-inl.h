@@ -82,15 +82,45 @@ void Row(const uint8_t* src, uint8_t* dst, int32_t step, int32_t width, int rows
 
 // ------------------------------------------------------------ encoding
 
-// StoredOf: the same conversion, division and sum, each exactly rounded,
-// on whole vectors.
-inline void StoredValues(Chroma* t) {
-  const hn::CappedTag<float, 16> df;
-  const hn::RebindToSigned<decltype(df)> di;
+// SpanOf and ChromaOf in 32-bit lanes, a pixel per lane; the stored
+// values by the same conversion, division and sum, each exactly rounded.
+using DC32 = hn::CappedTag<int32_t, 16>;
+
+HWY_INLINE void LoadTile(DC32 d, const uint8_t v[3][16], const uint8_t luma[16], size_t i, hn::Vec<DC32>* co,
+                         hn::Vec<DC32>* cg) {
+  const hn::Rebind<uint8_t, DC32> d8;
+  const auto r = hn::PromoteTo(d, hn::LoadU(d8, v[0] + i)), g = hn::PromoteTo(d, hn::LoadU(d8, v[1] + i));
+  const auto b = hn::PromoteTo(d, hn::LoadU(d8, v[2] + i)), y = hn::PromoteTo(d, hn::LoadU(d8, luma + i));
+  *co = hn::Sub(r, b);
+  *cg = hn::Add(hn::Sub(g, hn::Add(r, b)), y);
+}
+
+inline int SpanOfTile(const uint8_t v[3][16], const uint8_t luma[16]) {
+  const DC32 d;
+  auto span = hn::Zero(d);
+  for (size_t i = 0; i < 16; i += hn::Lanes(d)) {
+    hn::Vec<DC32> co, cg;
+    LoadTile(d, v, luma, i, &co, &cg);
+    span = hn::Max(span, hn::Max(hn::Abs(hn::Mul(co, hn::Set(d, 6))), hn::Abs(hn::ShiftLeft<2>(cg))));
+  }
+  return hn::GetLane(hn::MaxOfLanes(d, span));
+}
+
+inline void ChromaOfTile(const uint8_t v[3][16], const uint8_t luma[16], int s, Chroma* t) {
+  const DC32 d;
+  const hn::Rebind<float, DC32> df;
+  const hn::Repartition<int16_t, DC32> d16;
   const auto twelve = hn::Set(df, 12.0f), mid = hn::Set(df, 128.0f);
-  for (size_t i = 0; i < 16; i += hn::Lanes(df)) {
-    hn::Store(hn::Add(mid, hn::Div(hn::ConvertTo(df, hn::LoadU(di, t->co + i)), twelve)), df, t->x[0] + i);
-    hn::Store(hn::Add(mid, hn::Div(hn::ConvertTo(df, hn::LoadU(di, t->cg + i)), twelve)), df, t->x[1] + i);
+  for (size_t i = 0; i < 16; i += hn::Lanes(d)) {
+    hn::Vec<DC32> co, cg;
+    LoadTile(d, v, luma, i, &co, &cg);
+    co = hn::Mul(co, hn::Set(d, 6 * s)), cg = hn::Mul(cg, hn::Set(d, 4 * s));
+    hn::StoreU(co, d, t->co + i);
+    hn::StoreU(cg, d, t->cg + i);
+    const auto pair = hn::Or(hn::And(co, hn::Set(d, 0xFFFF)), hn::ShiftLeft<16>(cg));
+    hn::StoreU(hn::BitCast(d16, pair), d16, t->pair + 2 * i);
+    hn::Store(hn::Add(mid, hn::Div(hn::ConvertTo(df, co), twelve)), df, t->x[0] + i);
+    hn::Store(hn::Add(mid, hn::Div(hn::ConvertTo(df, cg), twelve)), df, t->x[1] + i);
   }
 }
 
@@ -209,7 +239,8 @@ inline void OneValuePair(float v, int bits, int* e0, int* e1) {
 }
 
 struct Kernels {
-  static constexpr StoredFn kStored = StoredValues;
+  static constexpr SpanFn kSpan = SpanOfTile;
+  static constexpr ChromaFn kChroma = ChromaOfTile;
   static constexpr EvalFn kEval = EvalPart;
   static constexpr OneValueFn kOneValue = OneValuePair;
   static constexpr bc_encode::ChannelFn kChannel = bc_encode::HWY_NAMESPACE::EncodeChannel;

@@ -141,20 +141,39 @@ inline void OneValue(float v, int bits, int* e0, int* e1) {
   }
 }
 
-// The stored values of a tile's chroma (t->x from t->co and t->cg).
-inline void StoredOf(Chroma* t) {
-  for (int i = 0; i < 16; ++i) t->x[0][i] = Stored(t->co[i]), t->x[1][i] = Stored(t->cg[i]);
+// The largest |co| or |cg| of a tile (red, green, blue planes v, decoded
+// luma) at scale 1.
+inline int SpanOf(const uint8_t v[3][16], const uint8_t luma[16]) {
+  int span = 0;
+  for (int i = 0; i < 16; ++i) {
+    const int co = 6 * (v[0][i] - v[2][i]), cg = 4 * (v[1][i] - v[0][i] - v[2][i] + luma[i]);
+    span = co > span ? co : -co > span ? -co : span;
+    span = cg > span ? cg : -cg > span ? -cg : span;
+  }
+  return span;
 }
 
-// The kernels K: the stored values (kStored), the evaluation of a colour
-// part (kEval), the pair for a tile of one chroma (kOneValue), the luma
-// channel block (kChannel).
-using StoredFn = void (*)(Chroma* t);
+// The chroma of a tile at scale s in every form Chroma holds.
+inline void ChromaOf(const uint8_t v[3][16], const uint8_t luma[16], int s, Chroma* t) {
+  for (int i = 0; i < 16; ++i) {
+    t->co[i] = 6 * s * (v[0][i] - v[2][i]);
+    t->cg[i] = 4 * s * (v[1][i] - v[0][i] - v[2][i] + luma[i]);
+    t->pair[2 * i] = int16_t(t->co[i]), t->pair[2 * i + 1] = int16_t(t->cg[i]);
+    t->x[0][i] = Stored(t->co[i]), t->x[1][i] = Stored(t->cg[i]);
+  }
+}
+
+// The kernels K: the tile's span and chroma (kSpan, kChroma), the
+// evaluation of a colour part (kEval), the pair for a tile of one chroma
+// (kOneValue), the luma channel block (kChannel).
+using SpanFn = int (*)(const uint8_t v[3][16], const uint8_t luma[16]);
+using ChromaFn = void (*)(const uint8_t v[3][16], const uint8_t luma[16], int s, Chroma* t);
 using EvalFn = Part (*)(const Chroma& t, int r0, int g0, int r1, int g1, int blue);
 using OneValueFn = void (*)(float v, int bits, int* e0, int* e1);
 
 struct RefKernels {
-  static constexpr StoredFn kStored = StoredOf;
+  static constexpr SpanFn kSpan = SpanOf;
+  static constexpr ChromaFn kChroma = ChromaOf;
   static constexpr EvalFn kEval = Eval;
   static constexpr OneValueFn kOneValue = OneValue;
   static constexpr bc_encode::ChannelFn kChannel = bc_encode::EncodeChannel;
@@ -238,25 +257,15 @@ Part Fit(const Chroma& t, int blue, int quality) {
 // stored range (-128..127 around 128); quality 2 fits at all three scales
 // and keeps the one of least RGB error (the larger scale on a tie).
 template <class K>
-void EncodeTile(const int px[16][3], const uint8_t luma[16], int quality, uint8_t* out) {
-  int span = 0;  // max |chroma| in twelfths at scale 1
-  for (int i = 0; i < 16; ++i) {
-    const int co = 6 * (px[i][0] - px[i][2]), cg = 4 * (px[i][1] - px[i][0] - px[i][2] + luma[i]);
-    span = co > span ? co : -co > span ? -co : span;
-    span = cg > span ? cg : -cg > span ? -cg : span;
-  }
+void EncodeTile(const uint8_t v[3][16], const uint8_t luma[16], int quality, uint8_t* out) {
+  const int span = K::kSpan(v, luma);  // max |chroma| in twelfths at scale 1
   const int first = span * 4 <= 127 * 12 ? 4 : span * 2 <= 127 * 12 ? 2 : 1;
   Part best;
   int64_t best_rgb = INT64_MAX;
   for (int s = 4; s >= 1; s /= 2) {
     if (quality < 2 && s != first) continue;
     Chroma t;
-    for (int i = 0; i < 16; ++i) {
-      t.co[i] = 6 * s * (px[i][0] - px[i][2]);
-      t.cg[i] = 4 * s * (px[i][1] - px[i][0] - px[i][2] + luma[i]);
-      t.pair[2 * i] = int16_t(t.co[i]), t.pair[2 * i + 1] = int16_t(t.cg[i]);
-    }
-    K::kStored(&t);
+    K::kChroma(v, luma, s, &t);
     const Part p = Fit<K>(t, s - 1, quality);
     const int64_t rgb = p.err * (16 / (s * s));  // error in RGB, times 16 * 144
     if (rgb < best_rgb) best = p, best_rgb = rgb;
@@ -274,17 +283,13 @@ template <class K>
 RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, int quality) {
   RVT_CHECK(bc_encode::Check(src, step, dst, roi, quality));
   uint8_t v[3][16], y[16], luma[16];
-  int px[16][3];
   for (int64_t ty = 0; ty < roi.height; ty += 4) {
     for (int64_t tx = 0; tx < roi.width; tx += 4, dst += 16) {
       for (int c = 0; c < 3; ++c) bc_encode::Gather(src, step, roi, tx, ty, 4, c, v[c]);
-      for (int i = 0; i < 16; ++i) {
-        for (int c = 0; c < 3; ++c) px[i][c] = v[c][i];
-        y[i] = uint8_t((v[0][i] + 2 * v[1][i] + v[2][i] + 2) >> 2);
-      }
+      for (int i = 0; i < 16; ++i) y[i] = uint8_t((v[0][i] + 2 * v[1][i] + v[2][i] + 2) >> 2);
       K::kChannel(y, quality, dst);
       bc_decode::ChannelBlock(dst, luma, 1);
-      EncodeTile<K>(px, luma, quality, dst + 8);
+      EncodeTile<K>(v, luma, quality, dst + 8);
     }
   }
   return rvtStatusOk;
