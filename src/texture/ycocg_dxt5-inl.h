@@ -238,12 +238,19 @@ inline void OneValuePair(float v, int bits, int* e0, int* e1) {
   }
 }
 
+// LumaBlocks: quality 0 on as many tiles at once as the vector has 128-bit
+// blocks, the others tile by tile.
+inline void LumaOfTiles(const uint8_t* y, int count, int quality, uint8_t* out, size_t stride) {
+  if (quality == 0) return bc_encode::HWY_NAMESPACE::EncodeChannelsQ0(y, count, out, stride);
+  for (int g = 0; g < count; ++g) bc_encode::HWY_NAMESPACE::EncodeChannel(y + 16 * g, quality, out + size_t(g) * stride);
+}
+
 struct Kernels {
   static constexpr SpanFn kSpan = SpanOfTile;
   static constexpr ChromaFn kChroma = ChromaOfTile;
   static constexpr EvalFn kEval = EvalPart;
   static constexpr OneValueFn kOneValue = OneValuePair;
-  static constexpr bc_encode::ChannelFn kChannel = bc_encode::HWY_NAMESPACE::EncodeChannel;
+  static constexpr LumaFn kLuma = LumaOfTiles;
 };
 
 }  // namespace rvt::ycocg_dxt5::HWY_NAMESPACE

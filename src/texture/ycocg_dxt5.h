@@ -163,9 +163,17 @@ inline void ChromaOf(const uint8_t v[3][16], const uint8_t luma[16], int s, Chro
   }
 }
 
+// The luma channel blocks of `count` tiles side by side (16 values each
+// in y, readable to 64 bytes past them), tile g's block to
+// out + g * stride.
+inline void LumaBlocks(const uint8_t* y, int count, int quality, uint8_t* out, size_t stride) {
+  for (int g = 0; g < count; ++g) bc_encode::EncodeChannel(y + 16 * g, quality, out + size_t(g) * stride);
+}
+
 // The kernels K: the tile's span and chroma (kSpan, kChroma), the
 // evaluation of a colour part (kEval), the pair for a tile of one chroma
-// (kOneValue), the luma channel block (kChannel).
+// (kOneValue), the luma channel blocks of a row of tiles (kLuma).
+using LumaFn = void (*)(const uint8_t* y, int count, int quality, uint8_t* out, size_t stride);
 using SpanFn = int (*)(const uint8_t v[3][16], const uint8_t luma[16]);
 using ChromaFn = void (*)(const uint8_t v[3][16], const uint8_t luma[16], int s, Chroma* t);
 using EvalFn = Part (*)(const Chroma& t, int r0, int g0, int r1, int g1, int blue);
@@ -176,7 +184,7 @@ struct RefKernels {
   static constexpr ChromaFn kChroma = ChromaOf;
   static constexpr EvalFn kEval = Eval;
   static constexpr OneValueFn kOneValue = OneValue;
-  static constexpr bc_encode::ChannelFn kChannel = bc_encode::EncodeChannel;
+  static constexpr LumaFn kLuma = LumaBlocks;
 };
 
 // The colour part at one scale.  Every quality: the bounding box of the
@@ -278,18 +286,26 @@ void EncodeTile(const uint8_t v[3][16], const uint8_t luma[16], int quality, uin
 // Every tile in block order, over the kernels K: the luma
 // Y = (R + 2G + B + 2) >> 2 as a BC4 channel of the same quality in bytes
 // 0-7, then the chroma for the luma as decoded in bytes 8-15.  Alpha is not
-// read.
+// read.  The luma of up to sixteen tiles of a row of blocks at a time.
 template <class K>
 RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, int quality) {
   RVT_CHECK(bc_encode::Check(src, step, dst, roi, quality));
-  uint8_t v[3][16], y[16], luma[16];
+  constexpr int kBatch = 16;
+  uint8_t v[kBatch][3][16], luma[16];
+  alignas(64) uint8_t y[16 * kBatch + 64] = {};
+  const int64_t tiles = (int64_t(roi.width) + 3) / 4;
   for (int64_t ty = 0; ty < roi.height; ty += 4) {
-    for (int64_t tx = 0; tx < roi.width; tx += 4, dst += 16) {
-      for (int c = 0; c < 3; ++c) bc_encode::Gather(src, step, roi, tx, ty, 4, c, v[c]);
-      for (int i = 0; i < 16; ++i) y[i] = uint8_t((v[0][i] + 2 * v[1][i] + v[2][i] + 2) >> 2);
-      K::kChannel(y, quality, dst);
-      bc_decode::ChannelBlock(dst, luma, 1);
-      EncodeTile<K>(v, luma, quality, dst + 8);
+    for (int64_t t0 = 0; t0 < tiles; t0 += kBatch) {
+      const int count = int(tiles - t0 < kBatch ? tiles - t0 : kBatch);
+      for (int g = 0; g < count; ++g) {
+        for (int c = 0; c < 3; ++c) bc_encode::Gather(src, step, roi, 4 * (t0 + g), ty, 4, c, v[g][c]);
+        for (int i = 0; i < 16; ++i) y[16 * g + i] = uint8_t((v[g][0][i] + 2 * v[g][1][i] + v[g][2][i] + 2) >> 2);
+      }
+      K::kLuma(y, count, quality, dst, 16);
+      for (int g = 0; g < count; ++g, dst += 16) {
+        bc_decode::ChannelBlock(dst, luma, 1);
+        EncodeTile<K>(v[g], luma, quality, dst + 8);
+      }
     }
   }
   return rvtStatusOk;
