@@ -200,18 +200,19 @@ auto DecodeCases() {
 RVT_CHECKASM(rvtiTextureDecodeBlockToRGBA_YCoCgDXT5_8u_C1C4R, DecodeCases());
 
 // The texture encoders' cases, then tiles the chroma search meets at its
-// ends, every quality, sizes with partial edge tiles, every third walking
-// upwards: saturated colours per pixel (the widest chroma, scale 1; at
-// quality 2 the larger scales clip), one colour per tile (saturated or
-// near grey: the one-chroma pair), two colours per tile of small chroma
-// (scale 4), and near greys with a little noise.
+// ends, every quality, sizes with partial edge tiles and rows of more than
+// sixteen tiles, every third walking upwards: saturated colours per pixel
+// (the widest chroma, scale 1; at quality 2 the larger scales clip), one
+// colour per tile (saturated or near grey: the one-chroma pair), two
+// colours per tile of small chroma (scale 4), and near greys with a little
+// noise.
 auto EncodeCases() {
   auto base = test::EncodeCases(4, 16);
   const auto make = base.make;
   return test::Cases{
       [make](test::Rng& rng) {
         std::vector<test::Case> out = make(rng);
-        const ImageSize sizes[] = {{4, 4}, {1, 1}, {13, 7}, {8, 8}, {30, 9}, {6, 3}, {64, 16}, {17, 5}};
+        const ImageSize sizes[] = {{4, 4}, {1, 1}, {13, 7}, {8, 8}, {30, 9}, {6, 3}, {64, 16}, {17, 5}, {70, 5}, {131, 8}};
         for (int kind = 0; kind < 4; ++kind) {
           for (size_t n = 0; n < std::size(sizes); ++n) {
             for (int q = 0; q <= 2; ++q) {
