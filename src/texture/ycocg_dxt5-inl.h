@@ -238,6 +238,37 @@ inline void OneValuePair(float v, int bits, int* e0, int* e1) {
   }
 }
 
+// PlanesOf: each row's bytes grouped by channel, the four rows' groups
+// transposed in 32-bit words; the luma in 16-bit lanes.
+inline void PlanesOfTile(const uint8_t* at, int32_t step, uint8_t v[3][16], uint8_t y[16]) {
+  const hn::Full128<uint8_t> d8;
+  const hn::Full128<uint32_t> d32;
+  const hn::Full128<uint64_t> d64;
+  const hn::Full128<uint16_t> d16;
+  const hn::Full64<uint8_t> dh;
+  alignas(16) static constexpr uint8_t kGroup[16] = {0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15};
+  const auto group = hn::Load(d8, kGroup);
+  hn::Vec128<uint32_t> row[4];
+  for (int r = 0; r < 4; ++r) row[r] = hn::BitCast(d32, hn::TableLookupBytes(hn::LoadU(d8, at + ptrdiff_t(r) * step), group));
+  const auto rg01 = hn::BitCast(d64, hn::InterleaveLower(d32, row[0], row[1]));  // R0 R1 G0 G1
+  const auto rg23 = hn::BitCast(d64, hn::InterleaveLower(d32, row[2], row[3]));
+  const auto ba01 = hn::BitCast(d64, hn::InterleaveUpper(d32, row[0], row[1]));  // B0 B1 A0 A1
+  const auto ba23 = hn::BitCast(d64, hn::InterleaveUpper(d32, row[2], row[3]));
+  const auto r = hn::BitCast(d8, hn::InterleaveLower(d64, rg01, rg23));
+  const auto g = hn::BitCast(d8, hn::InterleaveUpper(d64, rg01, rg23));
+  const auto b = hn::BitCast(d8, hn::InterleaveLower(d64, ba01, ba23));
+  hn::StoreU(r, d8, v[0]);
+  hn::StoreU(g, d8, v[1]);
+  hn::StoreU(b, d8, v[2]);
+  auto luma = [&](auto rr, auto gg, auto bb) {
+    const auto sum = hn::Add(hn::Add(hn::PromoteTo(d16, rr), hn::ShiftLeft<1>(hn::PromoteTo(d16, gg))),
+                             hn::Add(hn::PromoteTo(d16, bb), hn::Set(d16, 2)));
+    return hn::DemoteTo(dh, hn::BitCast(hn::Full128<int16_t>(), hn::ShiftRight<2>(sum)));
+  };
+  hn::StoreU(luma(hn::LowerHalf(dh, r), hn::LowerHalf(dh, g), hn::LowerHalf(dh, b)), dh, y);
+  hn::StoreU(luma(hn::UpperHalf(dh, r), hn::UpperHalf(dh, g), hn::UpperHalf(dh, b)), dh, y + 8);
+}
+
 // LumaBlocks: quality 0 on as many tiles at once as the vector has 128-bit
 // blocks, the others tile by tile.
 inline void LumaOfTiles(const uint8_t* y, int count, int quality, uint8_t* out, size_t stride) {
@@ -251,6 +282,7 @@ struct Kernels {
   static constexpr EvalFn kEval = EvalPart;
   static constexpr OneValueFn kOneValue = OneValuePair;
   static constexpr LumaFn kLuma = LumaOfTiles;
+  static constexpr PlanesFn kPlanes = PlanesOfTile;
 };
 
 }  // namespace rvt::ycocg_dxt5::HWY_NAMESPACE

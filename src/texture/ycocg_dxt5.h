@@ -163,6 +163,17 @@ inline void ChromaOf(const uint8_t v[3][16], const uint8_t luma[16], int s, Chro
   }
 }
 
+// The red, green and blue planes of the inside tile at `at` (RGBA pixels)
+// and its luma Y = (R + 2G + B + 2) >> 2.
+inline void PlanesOf(const uint8_t* at, int32_t step, uint8_t v[3][16], uint8_t y[16]) {
+  for (int r = 0; r < 4; ++r, at += step) {
+    for (int k = 0; k < 4; ++k) {
+      for (int c = 0; c < 3; ++c) v[c][4 * r + k] = at[4 * k + c];
+    }
+  }
+  for (int i = 0; i < 16; ++i) y[i] = uint8_t((v[0][i] + 2 * v[1][i] + v[2][i] + 2) >> 2);
+}
+
 // The luma channel blocks of `count` tiles side by side (16 values each
 // in y, readable to 64 bytes past them), tile g's block to
 // out + g * stride.
@@ -170,9 +181,11 @@ inline void LumaBlocks(const uint8_t* y, int count, int quality, uint8_t* out, s
   for (int g = 0; g < count; ++g) bc_encode::EncodeChannel(y + 16 * g, quality, out + size_t(g) * stride);
 }
 
-// The kernels K: the tile's span and chroma (kSpan, kChroma), the
+// The kernels K: an inside tile's planes (kPlanes), its span and chroma
+// (kSpan, kChroma), the
 // evaluation of a colour part (kEval), the pair for a tile of one chroma
 // (kOneValue), the luma channel blocks of a row of tiles (kLuma).
+using PlanesFn = void (*)(const uint8_t* at, int32_t step, uint8_t v[3][16], uint8_t y[16]);
 using LumaFn = void (*)(const uint8_t* y, int count, int quality, uint8_t* out, size_t stride);
 using SpanFn = int (*)(const uint8_t v[3][16], const uint8_t luma[16]);
 using ChromaFn = void (*)(const uint8_t v[3][16], const uint8_t luma[16], int s, Chroma* t);
@@ -185,6 +198,7 @@ struct RefKernels {
   static constexpr EvalFn kEval = Eval;
   static constexpr OneValueFn kOneValue = OneValue;
   static constexpr LumaFn kLuma = LumaBlocks;
+  static constexpr PlanesFn kPlanes = PlanesOf;
 };
 
 // The colour part at one scale.  Every quality: the bounding box of the
@@ -298,7 +312,12 @@ RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, 
     for (int64_t t0 = 0; t0 < tiles; t0 += kBatch) {
       const int count = int(tiles - t0 < kBatch ? tiles - t0 : kBatch);
       for (int g = 0; g < count; ++g) {
-        for (int c = 0; c < 3; ++c) bc_encode::Gather(src, step, roi, 4 * (t0 + g), ty, 4, c, v[g][c]);
+        const int64_t tx = 4 * (t0 + g);
+        if (tx + 4 <= roi.width && ty + 4 <= roi.height) {
+          K::kPlanes(src + ptrdiff_t(ty) * step + 4 * tx, step, v[g], y + 16 * g);
+          continue;
+        }
+        for (int c = 0; c < 3; ++c) bc_encode::Gather(src, step, roi, tx, ty, 4, c, v[g][c]);
         for (int i = 0; i < 16; ++i) y[16 * g + i] = uint8_t((v[g][0][i] + 2 * v[g][1][i] + v[g][2][i] + 2) >> 2);
       }
       K::kLuma(y, count, quality, dst, 16);
