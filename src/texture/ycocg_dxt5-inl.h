@@ -1,7 +1,7 @@
 // Scaled YCoCg in DXT5 blocks: the vector decoder row and the encoder's
-// kernels of one target.  No checks here.  The DXT5 palette and indices come from the DXT5 kernels
-// (one block per 128-bit block); each pixel row is then transformed in
-// 32-bit lanes, one pixel per lane.  The quotients are taken in single
+// kernels of one target.  No checks here.  Decoding: the DXT5 palette and
+// indices come from the DXT5 kernels (one block per 128-bit block); each
+// pixel row is then transformed in 32-bit lanes, one pixel per lane.  The quotients are taken in single
 // precision, where every numerator (below 2^13), divisor (at most 526) and
 // product of a quotient and divisor is exact: one reciprocal per pixel, a
 // floor of the product, and a correction by the remainder give the integer
