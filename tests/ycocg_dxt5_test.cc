@@ -2,13 +2,14 @@
 // against the layout's real-valued formula over any DXT5 decoder's
 // pixels, the encoder's edge tiles and exact tiles, photos round trip per
 // quality beside the DXT1 and DXT5 colour encoders, and every target of the
-// decoder against the reference.
+// decoder and of the encoder against the reference.
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 
 #include "checkasm.h"
 #include "photo.h"
+#include "texture_encode_cases.h"
 
 namespace rvt {
 namespace {
@@ -197,6 +198,66 @@ auto DecodeCases() {
       }};
 }
 RVT_CHECKASM(rvtiTextureDecodeBlockToRGBA_YCoCgDXT5_8u_C1C4R, DecodeCases());
+
+// The texture encoders' cases, then tiles the chroma search meets at its
+// ends, every quality, sizes with partial edge tiles and rows of more than
+// sixteen tiles, every third walking upwards: saturated colours per pixel
+// (the widest chroma, scale 1; at quality 2 the larger scales clip), one
+// colour per tile (saturated or near grey: the one-chroma pair), two
+// colours per tile of small chroma (scale 4), and near greys with a little
+// noise.
+auto EncodeCases() {
+  auto base = test::EncodeCases(4, 16);
+  const auto make = base.make;
+  return test::Cases{
+      [make](test::Rng& rng) {
+        std::vector<test::Case> out = make(rng);
+        const ImageSize sizes[] = {{4, 4}, {1, 1}, {13, 7}, {8, 8}, {30, 9}, {6, 3}, {64, 16}, {17, 5}, {70, 5}, {131, 8}};
+        for (int kind = 0; kind < 4; ++kind) {
+          for (size_t n = 0; n < std::size(sizes); ++n) {
+            for (int q = 0; q <= 2; ++q) {
+              const ImageSize roi = sizes[n];
+              test::Case c;
+              c.roi = roi;
+              c.arg[0] = q;
+              c.arg[1] = (n + q) % 3 == 2;
+              c.label = std::to_string(roi.width) + "x" + std::to_string(roi.height) + " q" + std::to_string(q) +
+                        " chroma kind " + std::to_string(kind) + (c.arg[1] ? ", negative step" : "");
+              c.in.push_back(test::PlaneOf<uint8_t>(roi.width * 4, roi.height, roi.width * 4 + int(n % 7), int(n % 5)));
+              uint8_t tile[64][3];  // per tile: two colours
+              for (auto& t : tile) {
+                for (int ch = 0; ch < 3; ++ch) t[ch] = uint8_t(rng.Uniform(0, 255));
+                if (kind == 1 && rng.Uniform(0, 1)) {
+                  for (int ch = 0; ch < 3; ++ch) t[ch] = uint8_t(rng.Uniform(0, 1) * 255);
+                }
+              }
+              for (int y = 0; y < roi.height; ++y) {
+                for (int x = 0; x < roi.width; ++x) {
+                  uint8_t* px = c.in[0].row<uint8_t>(y) + 4 * x;
+                  const uint8_t* t = tile[(y / 4 * 16 + x / 4) % 64];
+                  const int grey = int(rng.Uniform(0, 255));
+                  for (int ch = 0; ch < 3; ++ch) {
+                    switch (kind) {
+                      case 0: px[ch] = uint8_t(rng.Uniform(0, 1) * 255); break;
+                      case 1: px[ch] = t[ch]; break;
+                      case 2: px[ch] = uint8_t(std::clamp(t[0] + ((x + y) & 1 ? 9 : -7) * (ch - 1), 0, 255)); break;
+                      default: px[ch] = uint8_t(std::clamp(grey + int(rng.Uniform(-3, 3)), 0, 255)); break;
+                    }
+                  }
+                  px[3] = uint8_t(rng.Uniform(0, 255));
+                }
+              }
+              const int blocks = (roi.width + 3) / 4 * ((roi.height + 3) / 4);
+              c.out.push_back(test::ArrayOf<uint8_t>(blocks * 16, int(n % 3)));
+              out.push_back(std::move(c));
+            }
+          }
+        }
+        return out;
+      },
+      base.call};
+}
+RVT_CHECKASM(rvtiTextureEncodeBlockFromYCoCg_DXT5_8u_C4C1R, EncodeCases());
 
 }  // namespace
 }  // namespace rvt

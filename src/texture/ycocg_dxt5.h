@@ -4,7 +4,9 @@
 // palette, then the inverse transform per pixel) and of the encoder (the
 // luma as a BC4 channel, the chroma as a two-dimensional endpoint fit with
 // the blue field held), the checks (those of the other texture exports) and
-// the region walks.
+// the region walks.  The encoder's search is written once over its kernels
+// (RefKernels here, each target's in the -inl.h); its float steps are the
+// same operations in the same order for every set of kernels.
 #ifndef RVT_TEXTURE_YCOCG_DXT5_H_
 #define RVT_TEXTURE_YCOCG_DXT5_H_
 
@@ -56,6 +58,11 @@ inline RvtResult DecodeRef(const uint8_t* s, uint8_t* d, int32_t step, ImageSize
 // (R - B) / 2 and (G - R - B + Y') / 3, so luma error is partly taken up.
 struct Chroma {
   int co[16], cg[16];
+  // The same, co and cg of each pixel side by side in 16 bits (every value
+  // lies within +-8160), for the vector kernels.
+  alignas(64) int16_t pair[32];
+  // Their stored values, Stored(co[i]) and Stored(cg[i]).
+  alignas(64) float x[2][16];
 };
 
 // A candidate colour part and its error: sum of 2 dco^2 + 3 dcg^2 in
@@ -106,7 +113,7 @@ inline bool Refit(const Chroma& t, const Part& p, float a[2], float b[2]) {
   float aa = 0, ab = 0, bb = 0, ax[2] = {}, bx[2] = {};
   for (int i = 0; i < 16; ++i) {
     const float w0 = kW[p.idx >> (2 * i) & 3], w1 = 1.0f - w0;
-    const float x[2] = {Stored(t.co[i]), Stored(t.cg[i])};
+    const float x[2] = {t.x[0][i], t.x[1][i]};
     aa += w0 * w0, ab += w0 * w1, bb += w1 * w1;
     for (int c = 0; c < 2; ++c) ax[c] += w0 * x[c], bx[c] += w1 * x[c];
   }
@@ -134,17 +141,79 @@ inline void OneValue(float v, int bits, int* e0, int* e1) {
   }
 }
 
+// The largest |co| or |cg| of a tile (red, green, blue planes v, decoded
+// luma) at scale 1.
+inline int SpanOf(const uint8_t v[3][16], const uint8_t luma[16]) {
+  int span = 0;
+  for (int i = 0; i < 16; ++i) {
+    const int co = 6 * (v[0][i] - v[2][i]), cg = 4 * (v[1][i] - v[0][i] - v[2][i] + luma[i]);
+    span = co > span ? co : -co > span ? -co : span;
+    span = cg > span ? cg : -cg > span ? -cg : span;
+  }
+  return span;
+}
+
+// The chroma of a tile at scale s in every form Chroma holds.
+inline void ChromaOf(const uint8_t v[3][16], const uint8_t luma[16], int s, Chroma* t) {
+  for (int i = 0; i < 16; ++i) {
+    t->co[i] = 6 * s * (v[0][i] - v[2][i]);
+    t->cg[i] = 4 * s * (v[1][i] - v[0][i] - v[2][i] + luma[i]);
+    t->pair[2 * i] = int16_t(t->co[i]), t->pair[2 * i + 1] = int16_t(t->cg[i]);
+    t->x[0][i] = Stored(t->co[i]), t->x[1][i] = Stored(t->cg[i]);
+  }
+}
+
+// The red, green and blue planes of the inside tile at `at` (RGBA pixels)
+// and its luma Y = (R + 2G + B + 2) >> 2.
+inline void PlanesOf(const uint8_t* at, int32_t step, uint8_t v[3][16], uint8_t y[16]) {
+  for (int r = 0; r < 4; ++r, at += step) {
+    for (int k = 0; k < 4; ++k) {
+      for (int c = 0; c < 3; ++c) v[c][4 * r + k] = at[4 * k + c];
+    }
+  }
+  for (int i = 0; i < 16; ++i) y[i] = uint8_t((v[0][i] + 2 * v[1][i] + v[2][i] + 2) >> 2);
+}
+
+// The luma channel blocks of `count` tiles side by side (16 values each
+// in y, readable to 64 bytes past them), tile g's block to
+// out + g * stride.
+inline void LumaBlocks(const uint8_t* y, int count, int quality, uint8_t* out, size_t stride) {
+  for (int g = 0; g < count; ++g) bc_encode::EncodeChannel(y + 16 * g, quality, out + size_t(g) * stride);
+}
+
+// The kernels K: an inside tile's planes (kPlanes), its span and chroma
+// (kSpan, kChroma), the
+// evaluation of a colour part (kEval), the pair for a tile of one chroma
+// (kOneValue), the luma channel blocks of a row of tiles (kLuma).
+using PlanesFn = void (*)(const uint8_t* at, int32_t step, uint8_t v[3][16], uint8_t y[16]);
+using LumaFn = void (*)(const uint8_t* y, int count, int quality, uint8_t* out, size_t stride);
+using SpanFn = int (*)(const uint8_t v[3][16], const uint8_t luma[16]);
+using ChromaFn = void (*)(const uint8_t v[3][16], const uint8_t luma[16], int s, Chroma* t);
+using EvalFn = Part (*)(const Chroma& t, int r0, int g0, int r1, int g1, int blue);
+using OneValueFn = void (*)(float v, int bits, int* e0, int* e1);
+
+struct RefKernels {
+  static constexpr SpanFn kSpan = SpanOf;
+  static constexpr ChromaFn kChroma = ChromaOf;
+  static constexpr EvalFn kEval = Eval;
+  static constexpr OneValueFn kOneValue = OneValue;
+  static constexpr LumaFn kLuma = LumaBlocks;
+  static constexpr PlanesFn kPlanes = PlanesOf;
+};
+
 // The colour part at one scale.  Every quality: the bounding box of the
 // chroma (its diagonal along their correlation), inset by 1/16 of its
 // extent on each side.  Quality 1: a tile of one chroma takes the best pair
 // for it; otherwise the box without inset is tried as well, and up to two
 // least-squares refinements follow.  Quality 2: up to eight refinements,
 // then each endpoint component moved by one while the error drops.
-inline Part Fit(const Chroma& t, int blue, int quality) {
+template <class K>
+Part Fit(const Chroma& t, int blue, int quality) {
+  constexpr EvalFn Eval = K::kEval;
   float lo[2] = {1e30f, 1e30f}, hi[2] = {-1e30f, -1e30f}, mean[2] = {};
   bool one = true;
   for (int i = 0; i < 16; ++i) {
-    const float x[2] = {Stored(t.co[i]), Stored(t.cg[i])};
+    const float x[2] = {t.x[0][i], t.x[1][i]};
     for (int c = 0; c < 2; ++c) {
       lo[c] = x[c] < lo[c] ? x[c] : lo[c];
       hi[c] = x[c] > hi[c] ? x[c] : hi[c];
@@ -154,14 +223,14 @@ inline Part Fit(const Chroma& t, int blue, int quality) {
   }
   if (one && quality >= 1) {
     int r0 = 0, r1 = 0, g0 = 0, g1 = 0;
-    OneValue(lo[0], 5, &r0, &r1);
-    OneValue(lo[1], 6, &g0, &g1);
+    K::kOneValue(lo[0], 5, &r0, &r1);
+    K::kOneValue(lo[1], 6, &g0, &g1);
     const Part p = Eval(t, r0, g0, r1, g1, blue);
     const Part q = Eval(t, Quant(lo[0], 31), Quant(lo[1], 63), Quant(lo[0], 31), Quant(lo[1], 63), blue);
     return q.err < p.err ? q : p;
   }
   float cov = 0;
-  for (int i = 0; i < 16; ++i) cov += (Stored(t.co[i]) - mean[0]) * (Stored(t.cg[i]) - mean[1]);
+  for (int i = 0; i < 16; ++i) cov += (t.x[0][i] - mean[0]) * (t.x[1][i] - mean[1]);
   auto box = [&](float inset_div) {
     float a[2], b[2];
     for (int c = 0; c < 2; ++c) {
@@ -209,24 +278,17 @@ inline Part Fit(const Chroma& t, int blue, int quality) {
 // The largest scale of 4, 2, 1 at which every chroma of the tile fits the
 // stored range (-128..127 around 128); quality 2 fits at all three scales
 // and keeps the one of least RGB error (the larger scale on a tie).
-inline void EncodeTile(const int px[16][3], const uint8_t luma[16], int quality, uint8_t* out) {
-  int span = 0;  // max |chroma| in twelfths at scale 1
-  for (int i = 0; i < 16; ++i) {
-    const int co = 6 * (px[i][0] - px[i][2]), cg = 4 * (px[i][1] - px[i][0] - px[i][2] + luma[i]);
-    span = co > span ? co : -co > span ? -co : span;
-    span = cg > span ? cg : -cg > span ? -cg : span;
-  }
+template <class K>
+void EncodeTile(const uint8_t v[3][16], const uint8_t luma[16], int quality, uint8_t* out) {
+  const int span = K::kSpan(v, luma);  // max |chroma| in twelfths at scale 1
   const int first = span * 4 <= 127 * 12 ? 4 : span * 2 <= 127 * 12 ? 2 : 1;
   Part best;
   int64_t best_rgb = INT64_MAX;
   for (int s = 4; s >= 1; s /= 2) {
     if (quality < 2 && s != first) continue;
     Chroma t;
-    for (int i = 0; i < 16; ++i) {
-      t.co[i] = 6 * s * (px[i][0] - px[i][2]);
-      t.cg[i] = 4 * s * (px[i][1] - px[i][0] - px[i][2] + luma[i]);
-    }
-    const Part p = Fit(t, s - 1, quality);
+    K::kChroma(v, luma, s, &t);
+    const Part p = Fit<K>(t, s - 1, quality);
     const int64_t rgb = p.err * (16 / (s * s));  // error in RGB, times 16 * 144
     if (rgb < best_rgb) best = p, best_rgb = rgb;
   }
@@ -235,27 +297,41 @@ inline void EncodeTile(const int px[16][3], const uint8_t luma[16], int quality,
   for (int k = 0; k < 4; ++k) out[4 + k] = uint8_t(best.idx >> (8 * k));
 }
 
-// Every tile in block order: the luma Y = (R + 2G + B + 2) >> 2 as a BC4
-// channel of the same quality in bytes 0-7, then the chroma for the luma
-// as decoded in bytes 8-15.  Alpha is not read.
-inline RvtResult EncodeRef(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi,
-                           int quality) {
+// Every tile in block order, over the kernels K: the luma
+// Y = (R + 2G + B + 2) >> 2 as a BC4 channel of the same quality in bytes
+// 0-7, then the chroma for the luma as decoded in bytes 8-15.  Alpha is not
+// read.  The luma of up to sixteen tiles of a row of blocks at a time.
+template <class K>
+RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, int quality) {
   RVT_CHECK(bc_encode::Check(src, step, dst, roi, quality));
-  uint8_t v[3][16], y[16], luma[16];
-  int px[16][3];
+  constexpr int kBatch = 16;
+  uint8_t v[kBatch][3][16], luma[16];
+  alignas(64) uint8_t y[16 * kBatch + 64] = {};
+  const int64_t tiles = (int64_t(roi.width) + 3) / 4;
   for (int64_t ty = 0; ty < roi.height; ty += 4) {
-    for (int64_t tx = 0; tx < roi.width; tx += 4, dst += 16) {
-      for (int c = 0; c < 3; ++c) bc_encode::Gather(src, step, roi, tx, ty, 4, c, v[c]);
-      for (int i = 0; i < 16; ++i) {
-        for (int c = 0; c < 3; ++c) px[i][c] = v[c][i];
-        y[i] = uint8_t((v[0][i] + 2 * v[1][i] + v[2][i] + 2) >> 2);
+    for (int64_t t0 = 0; t0 < tiles; t0 += kBatch) {
+      const int count = int(tiles - t0 < kBatch ? tiles - t0 : kBatch);
+      for (int g = 0; g < count; ++g) {
+        const int64_t tx = 4 * (t0 + g);
+        if (tx + 4 <= roi.width && ty + 4 <= roi.height) {
+          K::kPlanes(src + ptrdiff_t(ty) * step + 4 * tx, step, v[g], y + 16 * g);
+          continue;
+        }
+        for (int c = 0; c < 3; ++c) bc_encode::Gather(src, step, roi, tx, ty, 4, c, v[g][c]);
+        for (int i = 0; i < 16; ++i) y[16 * g + i] = uint8_t((v[g][0][i] + 2 * v[g][1][i] + v[g][2][i] + 2) >> 2);
       }
-      bc_encode::EncodeChannel(y, quality, dst);
-      bc_decode::ChannelBlock(dst, luma, 1);
-      EncodeTile(px, luma, quality, dst + 8);
+      K::kLuma(y, count, quality, dst, 16);
+      for (int g = 0; g < count; ++g, dst += 16) {
+        bc_decode::ChannelBlock(dst, luma, 1);
+        EncodeTile<K>(v[g], luma, quality, dst + 8);
+      }
     }
   }
   return rvtStatusOk;
+}
+
+inline RvtResult EncodeRef(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
+  return Encode<RefKernels>(s, step, d, roi, q);
 }
 
 }  // namespace rvt::ycocg_dxt5
