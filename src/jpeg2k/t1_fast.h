@@ -147,24 +147,14 @@ constexpr std::array<State, 94> BuildStates() {
 }
 inline constexpr std::array<State, 94> kStates = BuildStates();
 
-// The decoder's rows apart: Qe << 16 by context byte, and the context byte
-// after a renormalisation by context byte and "the symbol was the LPS", so
-// a decision loads what it uses and nothing else.
+// The lazy decoder's fast test needs Qe alone: its own row of Qe << 16
+// by context byte.
 constexpr std::array<uint32_t, 94> BuildDecQe() {
   std::array<uint32_t, 94> t{};
   for (size_t i = 0; i < 94; ++i) t[i] = kStates[i].qe;
   return t;
 }
-constexpr std::array<uint8_t, 188> BuildDecNext() {
-  std::array<uint8_t, 188> t{};
-  for (size_t i = 0; i < 94; ++i) {
-    t[2 * i] = kStates[i].nmps;
-    t[2 * i + 1] = kStates[i].nlps;
-  }
-  return t;
-}
 inline constexpr std::array<uint32_t, 94> kDecQe = BuildDecQe();
-inline constexpr std::array<uint8_t, 188> kDecNext = BuildDecNext();
 
 // The coding side knows the symbol before it looks: its rows are indexed
 // by context byte and symbol, and say whether the symbol is the LPS and
@@ -218,10 +208,14 @@ RVT_T1_INLINE void ByteIn(MqDecoder& m, const Source& s) {
 // successor state, all by selects; the interval is then renormalised by as
 // many bits as it needs at once (counted from its leading zeros), stopping
 // only where a byte comes in.  Coin-flip contexts (refinement, signs)
-// would mispredict a branch every other symbol.
+// would mispredict a branch every other symbol.  Qe and both successors
+// come in one load of the state's row: a run of symbols in one context
+// (the usual case) waits on each one's successor, and a second load,
+// indexed by the LPS test, would put its latency on that chain.
 RVT_T1_INLINE int DecodeSym(MqDecoder& m, const Source& s, uint8_t& cx) {
   const unsigned k = cx;
-  const uint32_t qe = kDecQe[k];
+  const State st = kStates[k];
+  const uint32_t qe = st.qe;
   const uint32_t a = m.a - qe;
   const uint32_t x = m.c < qe ? ~0u : 0u;  // lower sub-interval (the LPS one before exchange)
   const unsigned lps = (x & 1) ^ unsigned(a < qe);
@@ -229,7 +223,8 @@ RVT_T1_INLINE int DecodeSym(MqDecoder& m, const Source& s, uint8_t& cx) {
   const uint32_t an = (qe & x) | (a & ~x);
   m.c -= qe & ~x;
   const uint32_t renorm = an < 0x80000000u ? ~0u : 0u;
-  cx = uint8_t((kDecNext[2 * k + lps] & renorm) | (k & ~renorm));
+  const uint32_t next = lps ? st.nlps : st.nmps;
+  cx = uint8_t((next & renorm) | (k & ~renorm));
   const int n = __builtin_clz(an);
   if (__builtin_expect(n <= m.ct, 1)) {
     m.a = an << n;
