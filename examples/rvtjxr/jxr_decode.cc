@@ -39,12 +39,38 @@ inline bool InRange(int64_t v) { return v >= -kMaxCoef && v <= kMaxCoef; }
 
 // Whether any of n values lies outside -limit..limit (limit below 2^30):
 // limit - v and v + limit, taken modulo 2^32, both stay below 2^31 just
-// for the values inside, so one OR of them all tells (and vectorizes
-// without compares; built for AVX2 too, as ColourRow below).
-__attribute__((target_clones("avx2", "default"))) bool AnyOutside(const int32_t* v, int n, uint32_t limit) {
+// for the values inside, so one OR of them all tells.
+inline bool AnyOutsideBody(const int32_t* v, int n, uint32_t limit) {
   uint32_t acc = 0;
   for (int k = 0; k < n; ++k) acc |= (limit - uint32_t(v[k])) | (uint32_t(v[k]) + limit);
   return (acc >> 31) != 0;
+}
+// With AVX2 the smallest and the largest are kept lane-wise over 32 values
+// a step (one min and one max for each 8), then compared once.
+__attribute__((target("avx2"))) bool AnyOutsideAvx2(const int32_t* v, int n, uint32_t limit) {
+  __m256i lo0 = _mm256_setzero_si256(), hi0 = lo0;
+  int k = 0;
+  for (; k + 32 <= n; k += 32) {
+    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(v + k));
+    const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(v + k + 8));
+    const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(v + k + 16));
+    const __m256i d = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(v + k + 24));
+    lo0 = _mm256_min_epi32(_mm256_min_epi32(_mm256_min_epi32(a, b), _mm256_min_epi32(c, d)), lo0);
+    hi0 = _mm256_max_epi32(_mm256_max_epi32(_mm256_max_epi32(a, b), _mm256_max_epi32(c, d)), hi0);
+  }
+  for (; k + 8 <= n; k += 8) {
+    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(v + k));
+    lo0 = _mm256_min_epi32(lo0, a);
+    hi0 = _mm256_max_epi32(hi0, a);
+  }
+  const __m256i top = _mm256_set1_epi32(int32_t(limit)), bottom = _mm256_set1_epi32(-int32_t(limit));
+  const __m256i out = _mm256_or_si256(_mm256_cmpgt_epi32(hi0, top),
+                                      _mm256_cmpgt_epi32(bottom, lo0));
+  return !_mm256_testz_si256(out, out) || AnyOutsideBody(v + k, n - k, limit);
+}
+bool AnyOutside(const int32_t* v, int n, uint32_t limit) {
+  static const bool avx2 = __builtin_cpu_supports("avx2");
+  return avx2 ? AnyOutsideAvx2(v, n, limit) : AnyOutsideBody(v, n, limit);
 }
 
 // Header fields, most significant bit first; reads past the end give zeros
@@ -880,16 +906,14 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     }
     if (r != rvtStatusOk) return fail("HP");
     if (adaptNow) rvtiVLCAdapt_JPEGXR(st, 4);
-    // one test for the lot (a loop without exits vectorizes)
-    bool outside = false;
-    for (int ch = 0; ch < nc; ++ch) {
-      outside |= AnyOutside(hpc + 256 * ch, 16 * BlocksWide(ch) * BlocksHigh(ch), uint32_t(kMaxCoef));
-    }
-    if (outside) return fail("HP level");
+    // Levels are bounded once, after dequantization (a bound at most
+    // kMaxCoef); those the prediction below adds to are bounded here, before
+    // and after, and their predecessors are either bounded sums or levels
+    // left for that later test.
     bool ok = true;
     auto add = [&ok](int32_t& to, int32_t from) {
       const int64_t v = int64_t(to) + from;
-      ok &= InRange(v);
+      ok &= InRange(to) & InRange(v);
       to = ok ? int32_t(v) : 0;
     };
     for (int ch = 0; ch < nc; ++ch) {
