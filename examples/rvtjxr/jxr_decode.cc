@@ -1054,44 +1054,11 @@ void Decoder::Slide(int my) {
   chromaBase_ = my - keep;
 }
 
-// Chroma row cy of channel c (padded, half width) into `to`.
-void Decoder::ChromaLine(int c, int cy, int32_t* to) {
-  const bool q = h_.format == k420;
-  const int mbHigh = q ? 8 : 16, mbSize = q ? 64 : 128;
-  const int yy = cy & (mbHigh - 1);
-  const int32_t* row = ChromaPlane(c) + ptrdiff_t(cy / mbHigh) * ptrdiff_t(chromaRowLen_);
-  // the row's left and right halves: one block row each, in two quads
-  typedef int32_t V4 __attribute__((vector_size(16)));
-  const int r = yy & 3;
-  const int32_t* m = row + 16 * (yy >> 2) + (r >= 2 ? 8 : 0);
-  const int right = q ? 32 : 64;
-  auto at = [](const int32_t* p) {
-    V4 v;
-    std::memcpy(&v, p, sizeof(v));
-    return v;
-  };
-  auto put = [](int32_t* p, V4 v) { std::memcpy(p, &v, sizeof(v)); };
-  if (r == 1 || r == 2) {
-    for (int mx = 0; mx < mbw_; ++mx, m += mbSize) {
-      put(to + 8 * mx, __builtin_shufflevector(at(m), at(m + 4), 2, 3, 7, 6));
-      put(to + 8 * mx + 4, __builtin_shufflevector(at(m + right), at(m + right + 4), 2, 3, 7, 6));
-    }
-  } else {
-    for (int mx = 0; mx < mbw_; ++mx, m += mbSize) {
-      put(to + 8 * mx, __builtin_shufflevector(at(m), at(m + 4), 0, 1, 5, 4));
-      put(to + 8 * mx + 4, __builtin_shufflevector(at(m + right), at(m + right + 4), 0, 1, 5, 4));
-    }
-  }
-}
-
-// Pixel row yy of a macroblock row of luma layout into `to` (padded width):
-// a block's row lies in two of its 2x2 quads, rows 0 and 1 in the first
-// two, 2 and 3 in the last two (see kInBlock), one shuffle each.
 // LumaLine's copy two blocks a step with AVX2 (one shuffle for both
 // blocks' four samples, quads 64 elements apart); returns the blocks done.
-__attribute__((target("avx2"), always_inline)) inline __m256 QuadPair(const int32_t* p) {
+__attribute__((target("avx2"), always_inline)) inline __m256 QuadPair(const int32_t* p, int apart = 64) {
   const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-  const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 64));
+  const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + apart));
   return _mm256_castsi256_ps(_mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1));
 }
 __attribute__((target("avx2"))) int BlockLineAvx2(const int32_t* m, int n, bool odd, int32_t* to) {
@@ -1127,6 +1094,59 @@ __attribute__((target("avx2"))) int WidenRowAvx2(const int32_t* half, int cw, in
   return x;
 }
 
+// The same for ChromaLine: a chroma macroblock's two blocks of a row,
+// `right` elements apart, a step; the macroblocks `size` apart.
+__attribute__((target("avx2"))) void ChromaLineAvx2(const int32_t* m, int mbw, int size, int right, bool odd,
+                                                    int32_t* to) {
+  if (odd) {
+    for (int mx = 0; mx < mbw; ++mx, m += size) {
+      const __m256 v = _mm256_shuffle_ps(QuadPair(m, right), QuadPair(m + 4, right), _MM_SHUFFLE(2, 3, 3, 2));
+      _mm256_storeu_ps(reinterpret_cast<float*>(to + 8 * mx), v);
+    }
+  } else {
+    for (int mx = 0; mx < mbw; ++mx, m += size) {
+      const __m256 v = _mm256_shuffle_ps(QuadPair(m, right), QuadPair(m + 4, right), _MM_SHUFFLE(0, 1, 1, 0));
+      _mm256_storeu_ps(reinterpret_cast<float*>(to + 8 * mx), v);
+    }
+  }
+}
+
+// Chroma row cy of channel c (padded, half width) into `to`.
+void Decoder::ChromaLine(int c, int cy, int32_t* to) {
+  const bool q = h_.format == k420;
+  const int mbHigh = q ? 8 : 16, mbSize = q ? 64 : 128;
+  const int yy = cy & (mbHigh - 1);
+  const int32_t* row = ChromaPlane(c) + ptrdiff_t(cy / mbHigh) * ptrdiff_t(chromaRowLen_);
+  // the row's left and right halves: one block row each, in two quads
+  typedef int32_t V4 __attribute__((vector_size(16)));
+  const int r = yy & 3;
+  const int32_t* m = row + 16 * (yy >> 2) + (r >= 2 ? 8 : 0);
+  const int right = q ? 32 : 64;
+  auto at = [](const int32_t* p) {
+    V4 v;
+    std::memcpy(&v, p, sizeof(v));
+    return v;
+  };
+  auto put = [](int32_t* p, V4 v) { std::memcpy(p, &v, sizeof(v)); };
+  static const bool avx2 = __builtin_cpu_supports("avx2");
+  if (avx2) {
+    ChromaLineAvx2(m, mbw_, mbSize, right, r == 1 || r == 2, to);
+  } else if (r == 1 || r == 2) {
+    for (int mx = 0; mx < mbw_; ++mx, m += mbSize) {
+      put(to + 8 * mx, __builtin_shufflevector(at(m), at(m + 4), 2, 3, 7, 6));
+      put(to + 8 * mx + 4, __builtin_shufflevector(at(m + right), at(m + right + 4), 2, 3, 7, 6));
+    }
+  } else {
+    for (int mx = 0; mx < mbw_; ++mx, m += mbSize) {
+      put(to + 8 * mx, __builtin_shufflevector(at(m), at(m + 4), 0, 1, 5, 4));
+      put(to + 8 * mx + 4, __builtin_shufflevector(at(m + right), at(m + right + 4), 0, 1, 5, 4));
+    }
+  }
+}
+
+// Pixel row yy of a macroblock row of luma layout into `to` (padded width):
+// a block's row lies in two of its 2x2 quads, rows 0 and 1 in the first
+// two, 2 and 3 in the last two (see kInBlock), one shuffle each.
 void Decoder::LumaLine(const int32_t* row, int yy, int32_t* to) const {
   typedef int32_t V4 __attribute__((vector_size(16)));
   const int r = yy & 3;
