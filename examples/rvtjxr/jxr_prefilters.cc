@@ -7,6 +7,7 @@
 #include "jxr_prefilters.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 #include "jxr_filters.h"
@@ -423,8 +424,12 @@ struct ForwardRows::WindowBatch {
   static constexpr int kMax = 64;
   P quads[4 * kMax];
   int n = 0;
-  void Add(const PrefilterStep& s) {
-    std::memcpy(quads + 4 * n, s.p, sizeof(s.p));
+  void Add(P q0, P q1, P q2, P q3) {
+    P* at = quads + 4 * n;
+    at[0] = q0;
+    at[1] = q1;
+    at[2] = q2;
+    at[3] = q3;
     if (++n == kMax) Flush();
   }
   void Flush() {
@@ -435,7 +440,7 @@ struct ForwardRows::WindowBatch {
   }
   // a first-level filter: a window joins the batch, the rest is undone now
   void Take(const PrefilterStep& s) {
-    if (s.kind == PrefilterStep::kWindow) Add(s);
+    if (s.kind == PrefilterStep::kWindow) Add(s.p[0], s.p[1], s.p[2], s.p[3]);
     else Undo(s);
   }
 };
@@ -463,7 +468,9 @@ struct RowSteps {
     const ptrdiff_t at = p - base;
     return at < rowLen ? above + at : here + (at - rowLen);
   }
-  bool Upper(const int32_t* p) const { return p >= upper && p < upper + rowLen; }
+  bool Upper(const int32_t* p) const {
+    return uintptr_t(p) - uintptr_t(upper) < uintptr_t(rowLen) * sizeof(int32_t);
+  }
   void Filter(Step s) {
     if (!late) {
       to.dc.push_back(s);
@@ -474,7 +481,11 @@ struct RowSteps {
     }
   }
   void Edge(P a, P b, P c, P d) { Filter({Step::kEdge, {M(a), M(b), M(c), M(d)}, late}); }
-  void Window(P q0, P q1, P q2, P q3) { Filter({Step::kWindow, {M(q0), M(q1), M(q2), M(q3)}, late}); }
+  void Window(P q0, P q1, P q2, P q3) {
+    q0 = M(q0), q1 = M(q1), q2 = M(q2), q3 = M(q3);
+    if (late && Upper(q0) && Upper(q1) && Upper(q2) && Upper(q3)) windows.Add(q0, q1, q2, q3);
+    else Filter({Step::kWindow, {q0, q1, q2, q3}, late});
+  }
   void CornerDC(P p0, P p1) { to.dc.push_back({Step::kCornerDC, {p0, p1, nullptr, nullptr}, false}); }
   void Block(P p) {
     late = true;
