@@ -402,12 +402,11 @@ struct Writer {
 // the position are kept, as Writer keeps them.
 struct RoomyWriter {
   uint8_t* p;
-  int64_t pos;
   uint64_t acc;
-  int nb;
+  int nb;  // bits in acc not written yet: the position is 8 at + nb
   int64_t at;
   int64_t start;
-  RoomyWriter(uint8_t* dst, int64_t from) : p(dst), pos(from), at(from >> 3), start(from) {
+  RoomyWriter(uint8_t* dst, int64_t from) : p(dst), at(from >> 3), start(from) {
     nb = int(from & 7);
     acc = nb ? uint64_t(p[at] >> (8 - nb)) : 0u;
   }
@@ -415,7 +414,6 @@ struct RoomyWriter {
     const uint32_t m = n >= 32 ? ~0u : (1u << n) - 1u;
     acc = (acc << n) | (v & m);
     nb += n;
-    pos += n;
     if (nb >= 32) {
       const uint32_t out = __builtin_bswap32(uint32_t(acc >> (nb - 32)));
       std::memcpy(p + at, &out, 4);
@@ -427,7 +425,6 @@ struct RoomyWriter {
   __attribute__((always_inline)) void PutFit(uint32_t v, int n) {
     acc = (acc << n) | v;
     nb += n;
-    pos += n;
     if (nb >= 32) {
       const uint32_t out = __builtin_bswap32(uint32_t(acc >> (nb - 32)));
       std::memcpy(p + at, &out, 4);
@@ -435,9 +432,10 @@ struct RoomyWriter {
       nb -= 32;
     }
   }
+  int64_t Pos() const { return 8 * at + nb; }
   // (a run that wrote nothing leaves its first byte as it was)
   void Flush() {
-    if (pos == start) return;
+    if (Pos() == start) return;
     while (nb >= 8) {
       p[at++] = uint8_t(acc >> (nb - 8));
       nb -= 8;
