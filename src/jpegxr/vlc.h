@@ -1549,10 +1549,6 @@ constexpr RunCodes MakeRunCodes() {
 }
 inline constexpr RunCodes kRunCodes = MakeRunCodes();
 
-// EncodeBlockAt for the roomy writer over `mask`, the positions of the
-// nonzero values (bits first..15): each coefficient's magnitude, sign and
-// successor taken once, runs from one table, levels below the escape in
-// line.
 // The most bits one coefficient of EncodeBlockRoomy puts below the level
 // escape: a run, its index with the sign, its level; at most 32, so that
 // one Settle a coefficient keeps the writer's 64 bits from overflowing.
@@ -1583,8 +1579,15 @@ constexpr int MaxCoefBits() {
 }
 static_assert(MaxCoefBits() <= 32);
 
+// EncodeBlockAt for the roomy writer over `mask`, the positions of the
+// nonzero values (bits first..15): each coefficient's magnitude, sign and
+// successor taken once, runs from one table, levels below the escape in
+// line.
+// kCount (HP): each coefficient's count in scan `scan` taken as it is
+// coded (the coder reads neither the counts nor the order).
+template <bool kCount = false>
 inline void EncodeBlockRoomy(RoomyWriter& out, State& s, int group, bool chroma, int first, const int32_t* val,
-                             uint32_t mask) {
+                             uint32_t mask, int scan = 0) {
   RoomyWriter w = out;  // (its fields stay in registers)
   RoomyAppender a{w};  // a coefficient's puts, settled once (kMaxCoefBits)
   static constexpr int8_t kSymOf[18] = {0, 0, 0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5};
@@ -1639,6 +1642,7 @@ inline void EncodeBlockRoomy(RoomyWriter& out, State& s, int group, bool chroma,
       a.PutFit(e & 0xFF, int(e >> 8));
     }
     w.Settle();
+    if constexpr (kCount) CountScan(s, scan, here);
     loc = here + 1;
   }
   out = w;
@@ -1711,10 +1715,8 @@ inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, co
           mask |= uint32_t(val[p] != 0) << p;
         }
         cbp[ch] |= 1 << b;
-        EncodeBlockRoomy(w, s, kHpFirst, ch > 0, 1, val, mask);
-        int ones = 0;  // (the count of set bits, in the walk the counts make anyway)
-        for (uint32_t m = mask; m; m &= m - 1, ++ones) CountScan(s, sc, __builtin_ctz(m));
-        lm[ch > 0] += ones;
+        EncodeBlockRoomy<true>(w, s, kHpFirst, ch > 0, 1, val, mask, sc);
+        lm[ch > 0] += Ones16(mask);
       }
       if (bits > trim) RefineRoomy(f, blk, blockOr, bits, trim);
     }
