@@ -56,6 +56,8 @@ std::vector<Shape> Shapes() {
       for (int mbw : {1, 2, 3, 6}) {
         for (int mbh : {1, 2, 5}) v.push_back({chroma, mbw, mbh, overlap});
       }
+      // wide enough that the windows gathered along a row overflow a batch
+      v.push_back({chroma, 21, 3, overlap});
     }
   }
   return v;

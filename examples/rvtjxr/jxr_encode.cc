@@ -199,7 +199,10 @@ class Encoder {
   bool Macroblock(VLCState_JPEGXR* st, int mx, int my, int x0, int y0, int tileWidth, std::vector<Stream>& bands,
                   std::vector<PredInfo>& row, std::vector<PredInfo>& prev, std::string* error);
   // Macroblock row my of channel c, in a ring of slots_ rows.
-  int32_t* Row(int c, int my) { return planes_[size_t(c)].data() + size_t(my % slots_) * rowLen_[size_t(c)]; }
+  int32_t* Row(int c, int my) {
+    const int slot = slots_ == 2 ? my & 1 : my % 3;  // (no divide: two or three slots)
+    return planes_[size_t(c)].data() + size_t(slot) * rowLen_[size_t(c)];
+  }
   // Block (bx, by) of macroblock (mx, my); 4:2:0 chroma macroblocks hold
   // 2x2 blocks, 4:2:2 ones 2x4 (the layout of jxr_filters.h).
   int32_t* Block(int c, int mx, int my, int bx, int by) {
@@ -452,9 +455,10 @@ void Encoder::SecondLevel(int my, int from, int to) {
     if (BlocksWide(ch) != 4) continue;
     int32_t* d = dcs_.data() + size_t(ch) * 4 * w;
     const bool half = scaled_ && ch > 0;
+    const int32_t* row = Row(ch, my);  // (full 4x4 block grids: Block's layout, the slot found once)
     for (int mx = from; mx < to; ++mx) {
       for (int b = 0; b < 16; ++b) {
-        const int32_t v = Block(ch, mx, my, b % 4, b / 4)[0];
+        const int32_t v = row[size_t(mx) * 256 + 16 * (4 * (b % 4) + b / 4)];
         d[size_t(b / 4) * w + size_t(mx) * 4 + size_t(b % 4)] = half ? (v + 1) >> 1 : v;
       }
     }

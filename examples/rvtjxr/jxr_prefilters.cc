@@ -7,6 +7,7 @@
 #include "jxr_prefilters.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 #include "jxr_filters.h"
@@ -154,6 +155,112 @@ void WindowInv(P q0, P q1, P q2, P q3) {
   std::memcpy(q1, &b, sizeof b);
   std::memcpy(q2, &c, sizeof c);
   std::memcpy(q3, &d, sizeof d);
+}
+
+#if defined(__x86_64__) && defined(__GNUC__)
+#define RVTJXR_PREFILTER_CLONED __attribute__((target_clones("avx2", "default")))
+#else
+#define RVTJXR_PREFILTER_CLONED
+#endif
+
+using V8 = int32_t __attribute__((vector_size(32)));
+
+// 4x4 transposes within each 128-bit half: element k of row w to element
+// w of row k (its own inverse).
+inline void Transpose8(const V8* in, V8* out) {
+  const V8 t0 = __builtin_shufflevector(in[0], in[1], 0, 8, 1, 9, 4, 12, 5, 13);
+  const V8 t1 = __builtin_shufflevector(in[0], in[1], 2, 10, 3, 11, 6, 14, 7, 15);
+  const V8 t2 = __builtin_shufflevector(in[2], in[3], 0, 8, 1, 9, 4, 12, 5, 13);
+  const V8 t3 = __builtin_shufflevector(in[2], in[3], 2, 10, 3, 11, 6, 14, 7, 15);
+  out[0] = __builtin_shufflevector(t0, t2, 0, 1, 8, 9, 4, 5, 12, 13);
+  out[1] = __builtin_shufflevector(t0, t2, 2, 3, 10, 11, 6, 7, 14, 15);
+  out[2] = __builtin_shufflevector(t1, t3, 0, 1, 8, 9, 4, 5, 12, 13);
+  out[3] = __builtin_shufflevector(t1, t3, 2, 3, 10, 11, 6, 7, 14, 15);
+}
+
+// WindowInv of eight windows that share no sample (quads[4 w + q] is
+// quad q of window w), one window a lane: element k of quad q in e[4 q + k].
+RVTJXR_PREFILTER_CLONED void Windows8Inv(P const* quads) {
+  V8 e[16];
+  for (int q = 0; q < 4; ++q) {
+    V8 r[4];
+    for (int w = 0; w < 4; ++w) {
+      V4 lo, hi;  // (joined in registers: no store of halves read back whole)
+      std::memcpy(&lo, quads[4 * w + q], sizeof lo);
+      std::memcpy(&hi, quads[4 * (w + 4) + q], sizeof hi);
+      r[w] = __builtin_shufflevector(lo, hi, 0, 1, 2, 3, 4, 5, 6, 7);
+    }
+    Transpose8(r, e + 4 * q);
+  }
+  V8* a = e;
+  V8* b = e + 4;
+  V8* c = e + 8;
+  V8* d = e + 12;
+  for (int k = 0; k < 4; ++k) {
+    {  // ScaleQuadInv(a, c, b, d)
+      const V8 a2 = a[k] + d[k], b1 = c[k] - b[k];
+      const V8 cc = ((a2 - b1) >> 1) - d[k];
+      const V8 dd = b[k] + (b1 >> 1);
+      a[k] = a2 - ((dd + (dd << 1) + 4) >> 3);
+      c[k] = b1 + cc;
+      b[k] = cc;
+      d[k] = dd;
+    }
+    {  // ScalePairInv(a, d)
+      V8 va = a[k], vd = d[k];
+      vd += va >> 10;
+      vd -= va >> 7;
+      vd -= (va + (va << 1)) >> 4;
+      va -= (vd + (vd << 1)) >> 3;
+      vd = (va >> 1) - vd;
+      va -= vd;
+      a[k] = va;
+      d[k] = vd;
+    }
+  }
+  auto rotate = [](V8& x, V8& y) {  // Rotate1Inv
+    y -= (x + 1) >> 1;
+    x += (y + 1) >> 1;
+  };
+  rotate(c[0], c[2]);
+  rotate(c[1], c[3]);
+  rotate(b[0], b[1]);
+  rotate(b[2], b[3]);
+  {  // RotateOddOddInv(d0, d1, d2, d3)
+    V8 ra = d[0], rb = d[1];
+    const V8 c1 = d[2] - rb, d1 = d[3] + ra;
+    const V8 t1 = d1 >> 1, t2 = c1 >> 1;
+    ra -= t1;
+    rb += t2;
+    ra += (rb + (rb << 1) + 4) >> 3;
+    rb -= (ra + (ra << 1) + 2) >> 2;
+    ra += (rb + (rb << 1) + 6) >> 3;
+    ra += t1;
+    rb -= t2;
+    d[0] = ra;
+    d[1] = rb;
+    d[2] = c1 + rb;
+    d[3] = d1 - ra;
+  }
+  for (int k = 0; k < 4; ++k) {  // ButterflyInv(a, c, b, d)
+    const V8 s = a[k] + d[k], t0 = c[k] - b[k];
+    const V8 t = (s - t0) >> 1;
+    const V8 dd = t - b[k], cc = t - d[k];
+    a[k] = s - dd;
+    c[k] = t0 + cc;
+    b[k] = cc;
+    d[k] = dd;
+  }
+  for (int q = 0; q < 4; ++q) {
+    V8 r[4];
+    Transpose8(e + 4 * q, r);
+    for (int w = 0; w < 4; ++w) {
+      const V4 lo = __builtin_shufflevector(r[w], r[w], 0, 1, 2, 3);
+      const V4 hi = __builtin_shufflevector(r[w], r[w], 4, 5, 6, 7);
+      std::memcpy(quads[4 * w + q], &lo, sizeof lo);
+      std::memcpy(quads[4 * (w + 4) + q], &hi, sizeof hi);
+    }
+  }
 }
 
 void CornerDCInv(P p0, P p1) {
@@ -308,6 +415,34 @@ void ForwardRows::Pending::Mark(int x) {
   blocksAt[size_t(x)] = int(blocks.size());
 }
 
+// Windows of the first level to undo, gathered so that eight go at once:
+// those filters share no sample with each other or with any edge filter,
+// so only the block transforms must wait for them (Flush first).
+struct ForwardRows::WindowBatch {
+  static constexpr int kMax = 64;
+  P quads[4 * kMax];
+  int n = 0;
+  void Add(P q0, P q1, P q2, P q3) {
+    P* at = quads + 4 * n;
+    at[0] = q0;
+    at[1] = q1;
+    at[2] = q2;
+    at[3] = q3;
+    if (++n == kMax) Flush();
+  }
+  void Flush() {
+    int w = 0;
+    for (; w + 8 <= n; w += 8) Windows8Inv(quads + 4 * w);
+    for (; w < n; ++w) WindowInv(quads[4 * w], quads[4 * w + 1], quads[4 * w + 2], quads[4 * w + 3]);
+    n = 0;
+  }
+  // a first-level filter: a window joins the batch, the rest is undone now
+  void Take(const PrefilterStep& s) {
+    if (s.kind == PrefilterStep::kWindow) Add(s.p[0], s.p[1], s.p[2], s.p[3]);
+    else Undo(s);
+  }
+};
+
 namespace {
 
 // Takes the steps of one corner as the walk hands them out: first-level
@@ -318,6 +453,7 @@ namespace {
 template <class Pending>
 struct RowSteps {
   Pending& to;
+  ForwardRows::WindowBatch& windows;
   const int32_t* upper;
   ptrdiff_t rowLen;
   const int32_t* base;  // null: the walk's pointers are the rows'
@@ -330,18 +466,24 @@ struct RowSteps {
     const ptrdiff_t at = p - base;
     return at < rowLen ? above + at : here + (at - rowLen);
   }
-  bool Upper(const int32_t* p) const { return p >= upper && p < upper + rowLen; }
+  bool Upper(const int32_t* p) const {
+    return uintptr_t(p) - uintptr_t(upper) < uintptr_t(rowLen) * sizeof(int32_t);
+  }
   void Filter(Step s) {
     if (!late) {
       to.dc.push_back(s);
     } else if (Upper(s.p[0]) && Upper(s.p[1]) && Upper(s.p[2]) && Upper(s.p[3])) {
-      Undo(s);
+      windows.Take(s);
     } else {
       to.filters.push_back(s);
     }
   }
   void Edge(P a, P b, P c, P d) { Filter({Step::kEdge, {M(a), M(b), M(c), M(d)}, late}); }
-  void Window(P q0, P q1, P q2, P q3) { Filter({Step::kWindow, {M(q0), M(q1), M(q2), M(q3)}, late}); }
+  void Window(P q0, P q1, P q2, P q3) {
+    q0 = M(q0), q1 = M(q1), q2 = M(q2), q3 = M(q3);
+    if (late && Upper(q0) && Upper(q1) && Upper(q2) && Upper(q3)) windows.Add(q0, q1, q2, q3);
+    else Filter({Step::kWindow, {q0, q1, q2, q3}, late});
+  }
   void CornerDC(P p0, P p1) { to.dc.push_back({Step::kCornerDC, {p0, p1, nullptr, nullptr}, false}); }
   void Block(P p) {
     late = true;
@@ -358,10 +500,10 @@ struct RowSteps {
 
 // The steps of corner (x, y), rows y - 1 and y at `above` and `here`,
 // into `to` (the filters wholly in row y - 1 undone).
-void ForwardRows::Walk(Pending& to, int32_t* above, int32_t* here, int x, int y) {
+void ForwardRows::Walk(Pending& to, WindowBatch& windows, int32_t* above, int32_t* here, int x, int y) {
   to.Mark(x);
   if (!chroma_) {
-    RowSteps<Pending> v{to, above, rowLen_, nullptr, above, here};
+    RowSteps<Pending> v{to, windows, above, rowLen_, nullptr, above, here};
     WalkCornerRows(v, above, here, mbw_, mbh_, overlap_, true, x, y);
     return;
   }
@@ -369,7 +511,7 @@ void ForwardRows::Walk(Pending& to, int32_t* above, int32_t* here, int x, int y)
   int32_t* const base = rows_.get();
   int32_t* channel = reinterpret_cast<int32_t*>(reinterpret_cast<uintptr_t>(base) -
                                                 uintptr_t((ptrdiff_t(y) - 1) * rowLen_ * ptrdiff_t(sizeof(int32_t))));
-  RowSteps<Pending> v{to, above, rowLen_, base, above, here};
+  RowSteps<Pending> v{to, windows, above, rowLen_, base, above, here};
   WalkChromaCorner(v, channel, mbw_, mbh_, chroma_ == 420, overlap_, true, x, y);
 }
 
@@ -389,9 +531,10 @@ void ForwardRows::Row(int32_t* above, int32_t* here, int32_t* next, int y) {
   Pending& nxt = pending_[(y + 1) & 1];
   // corner row y was listed by the previous call, where its rows were
   // `here` and `next`; the first one's filters all lie in row 0
+  WindowBatch windows;
   if (y == 0) {
     cur.Clear();
-    for (int x = 0; x <= mbw_; ++x) Walk(cur, here, here, x, 0);
+    for (int x = 0; x <= mbw_; ++x) Walk(cur, windows, here, here, x, 0);
     cur.Mark(mbw_ + 1);
   }
   nxt.Clear();
@@ -402,12 +545,13 @@ void ForwardRows::Row(int32_t* above, int32_t* here, int32_t* next, int y) {
   int dcFrom = 0;
   for (int x = 0; x <= mbw_ + 1; ++x) {
     if (x <= mbw_) {
-      for (int i = cur.filtersAt[size_t(x)]; i < cur.filtersAt[size_t(x + 1)]; ++i) Undo(cur.filters[size_t(i)]);
-      if (y < mbh_) Walk(nxt, here, next, x, y + 1);
+      for (int i = cur.filtersAt[size_t(x)]; i < cur.filtersAt[size_t(x + 1)]; ++i) windows.Take(cur.filters[size_t(i)]);
+      if (y < mbh_) Walk(nxt, windows, here, next, x, y + 1);
     }
     if (x >= 1) {
       for (int i = cur.blocksAt[size_t(x - 1)]; i < cur.blocksAt[size_t(x)]; ++i) blocks.Add(cur.blocks[size_t(i)]);
       if (blocks.Size() < 16 && x <= mbw_) continue;
+      windows.Flush();
       blocks.Flush();
       // blocks of corners up to x - 1 transformed: DC steps up to x - 2
       for (; dcFrom <= x - 2 || (x > mbw_ && dcFrom <= mbw_); ++dcFrom) {
@@ -415,6 +559,8 @@ void ForwardRows::Row(int32_t* above, int32_t* here, int32_t* next, int y) {
       }
     }
   }
+  windows.Flush();
+  blocks.Flush();
   if (y < mbh_) nxt.Mark(mbw_ + 1);
 }
 

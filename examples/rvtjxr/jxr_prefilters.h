@@ -44,6 +44,7 @@ class ForwardRows {
  public:
   ForwardRows(int mbw, int mbh, int overlap, int chroma = 0);
   void Row(int32_t* above, int32_t* here, int32_t* next, int y);
+  struct WindowBatch;  // (the row's windows, undone eight at a time)
 
  private:
   // What is left to undo of a corner row, corner by corner (the steps of
@@ -56,7 +57,7 @@ class ForwardRows {
     void Clear();
     void Mark(int x);
   };
-  void Walk(Pending& to, int32_t* above, int32_t* here, int x, int y);
+  void Walk(Pending& to, WindowBatch& windows, int32_t* above, int32_t* here, int x, int y);
   int mbw_, mbh_, overlap_, chroma_;
   ptrdiff_t rowLen_;
   Pending pending_[2];  // this call's corner row and the next one

@@ -114,7 +114,7 @@ RvtResult EncodeLowFast(const int32_t* coef, State* st, uint8_t* dst, int32_t le
     w.Flush();
     *st = s;
   }
-  *pos = int32_t(w.pos);
+  *pos = int32_t(w.Pos());
   return rvtStatusOk;
 }
 
@@ -210,13 +210,13 @@ RvtResult EncodeHPFast(const int32_t* coef, int32_t scan, State* st, int32_t* cb
     RoomyWriter f(flex, *flexPos);
     EncodeHPRoomy(w, f, trim, scan, coef, ors, s, out);
     f.Flush();
-    *flexPos = int32_t(f.pos);
+    *flexPos = int32_t(f.Pos());
   } else {
     EncodeHPRoomy(w, w, trim, scan, coef, ors, s, out);
   }
   w.Flush();
   if (!apart) *st = s;
-  *pos = int32_t(w.pos);
+  *pos = int32_t(w.Pos());
   for (int ch = 0; ch < st->channels; ++ch) cbp[ch] = out[ch];
   return rvtStatusOk;
 }

@@ -402,12 +402,11 @@ struct Writer {
 // the position are kept, as Writer keeps them.
 struct RoomyWriter {
   uint8_t* p;
-  int64_t pos;
   uint64_t acc;
-  int nb;
+  int nb;  // bits in acc not written yet: the position is 8 at + nb
   int64_t at;
   int64_t start;
-  RoomyWriter(uint8_t* dst, int64_t from) : p(dst), pos(from), at(from >> 3), start(from) {
+  RoomyWriter(uint8_t* dst, int64_t from) : p(dst), at(from >> 3), start(from) {
     nb = int(from & 7);
     acc = nb ? uint64_t(p[at] >> (8 - nb)) : 0u;
   }
@@ -415,7 +414,6 @@ struct RoomyWriter {
     const uint32_t m = n >= 32 ? ~0u : (1u << n) - 1u;
     acc = (acc << n) | (v & m);
     nb += n;
-    pos += n;
     if (nb >= 32) {
       const uint32_t out = __builtin_bswap32(uint32_t(acc >> (nb - 32)));
       std::memcpy(p + at, &out, 4);
@@ -427,7 +425,6 @@ struct RoomyWriter {
   __attribute__((always_inline)) void PutFit(uint32_t v, int n) {
     acc = (acc << n) | v;
     nb += n;
-    pos += n;
     if (nb >= 32) {
       const uint32_t out = __builtin_bswap32(uint32_t(acc >> (nb - 32)));
       std::memcpy(p + at, &out, 4);
@@ -435,15 +432,36 @@ struct RoomyWriter {
       nb -= 32;
     }
   }
+  // Put without the word check, for runs of puts whose bits add up to 32
+  // or fewer after a Settle (or construction): Settle ends the run.
+  __attribute__((always_inline)) void Append(uint32_t v, int n) {
+    acc = (acc << n) | v;
+    nb += n;
+  }
+  __attribute__((always_inline)) void Settle() {
+    if (nb >= 32) {
+      const uint32_t out = __builtin_bswap32(uint32_t(acc >> (nb - 32)));
+      std::memcpy(p + at, &out, 4);
+      at += 4;
+      nb -= 32;
+    }
+  }
+  int64_t Pos() const { return 8 * at + nb; }
   // (a run that wrote nothing leaves its first byte as it was)
   void Flush() {
-    if (pos == start) return;
+    if (Pos() == start) return;
     while (nb >= 8) {
       p[at++] = uint8_t(acc >> (nb - 8));
       nb -= 8;
     }
     if (nb > 0) p[at] = uint8_t(acc << (8 - nb));
   }
+};
+
+// A RoomyWriter whose puts are Appends (its owner settles).
+struct RoomyAppender {
+  RoomyWriter& w;
+  __attribute__((always_inline)) void PutFit(uint32_t v, int n) { w.Append(v, n); }
 };
 
 // An encoder's symbol of a slot whose alphabet it names (`a`, the one
@@ -674,7 +692,7 @@ template <int N, class W>
 __attribute__((always_inline)) inline void PutCountedOf(W& w, State& s, int slot, int sym, uint32_t tail = 0,
                                                         int tailBits = 0) {
   static_assert(N == 6 || N == 7 || N == 12);
-  if constexpr (std::is_same_v<W, RoomyWriter>) {
+  if constexpr (std::is_same_v<W, RoomyWriter> || std::is_same_v<W, RoomyAppender>) {
     constexpr const Alphabet& a = N == 6 ? kAlpha6 : N == 7 ? kAlpha7 : kAlpha12;
     static_assert(a.tables >= 2 && a.symbols == N);
     const StepTable& st = N == 6 ? kSteps6 : N == 7 ? kSteps7 : kSteps12;
@@ -1471,6 +1489,15 @@ inline bool ScanIsPermutation(const State& s, int scan) {
   return seen == 0xFFFEu;
 }
 
+// The set bits of a 16-bit mask in a few register steps (the baseline
+// target has no bit-count instruction, and the library call costs more).
+inline int Ones16(uint32_t x) {
+  x -= (x >> 1) & 0x5555u;
+  x = (x & 0x3333u) + ((x >> 2) & 0x3333u);
+  x = (x + (x >> 4)) & 0x0F0Fu;
+  return int((x + (x >> 8)) & 0x1Fu);
+}
+
 // VlcPart of a block's 16 coefficients in block order, a vector at a time.
 inline void HpVlcParts(const int32_t* blk, int bits, int32_t* part) {
   using V = uint32_t __attribute__((vector_size(16)));
@@ -1522,13 +1549,47 @@ constexpr RunCodes MakeRunCodes() {
 }
 inline constexpr RunCodes kRunCodes = MakeRunCodes();
 
+// The most bits one coefficient of EncodeBlockRoomy puts below the level
+// escape: a run, its index with the sign, its level; at most 32, so that
+// one Settle a coefficient keeps the writer's 64 bits from overflowing.
+constexpr int MaxCodeLen(const Alphabet& a, int symbols) {
+  int m = 0;
+  for (int t = 0; t < a.tables; ++t) {
+    for (int k = 0; k < symbols; ++k) m = a.code[t][k].len > m ? a.code[t][k].len : m;
+  }
+  return m;
+}
+constexpr int MaxCoefBits() {
+  int run = 0;
+  for (const auto& table : kRunCodes.e) {
+    for (const auto& row : table) {
+      for (uint16_t e : row) run = (e >> 8) > run ? (e >> 8) : run;
+    }
+  }
+  int level = 0;
+  for (int t = 0; t < kAlpha7.tables; ++t) {
+    for (int k = 0; k < 6; ++k) {
+      const int n = kAlpha7.code[t][k].len + int(kLevelBits[k]);
+      level = n > level ? n : level;
+    }
+  }
+  const int a = MaxCodeLen(kAlpha12, 12), b = MaxCodeLen(kAlpha6, 6);
+  const int index = (a > b ? a : b) > 3 ? (a > b ? a : b) + 1 : 4;
+  return run + index + level;
+}
+static_assert(MaxCoefBits() <= 32);
+
 // EncodeBlockAt for the roomy writer over `mask`, the positions of the
 // nonzero values (bits first..15): each coefficient's magnitude, sign and
 // successor taken once, runs from one table, levels below the escape in
 // line.
+// kCount (HP): each coefficient's count in scan `scan` taken as it is
+// coded (the coder reads neither the counts nor the order).
+template <bool kCount = false>
 inline void EncodeBlockRoomy(RoomyWriter& out, State& s, int group, bool chroma, int first, const int32_t* val,
-                             uint32_t mask) {
+                             uint32_t mask, int scan = 0) {
   RoomyWriter w = out;  // (its fields stay in registers)
+  RoomyAppender a{w};  // a coefficient's puts, settled once (kMaxCoefBits)
   static constexpr int8_t kSymOf[18] = {0, 0, 0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5};
   const int idx = group + (chroma ? kIndexChr : kIndexLum);
   const int fst = group + (chroma ? kFirstChr : kFirstLum);
@@ -1544,23 +1605,23 @@ inline void EncodeBlockRoomy(RoomyWriter& out, State& s, int group, bool chroma,
     const uint32_t sign = uint32_t(v) >> 31;
     if (m == mask) {
       const bool sr = here == first;
-      PutCountedOf<12>(w, s, fst, int(sr) | (int(sl) << 1) | (srn << 2), sign, 1);
+      PutCountedOf<12>(a, s, fst, int(sr) | (int(sl) << 1) | (srn << 2), sign, 1);
       cont = sr && srn == 1;
     } else {
       if (here != loc) {
         const uint32_t e = kRunCodes.e[s.table[kRun]][15 - loc][here - loc];
-        w.PutFit(e & 0xFF, int(e >> 8));
+        a.PutFit(e & 0xFF, int(e >> 8));
       }
       const int after = here + 1;
       const int sym = int(sl) | (srn << 1);
       if (after < 15) {
-        PutCountedOf<6>(w, s, idx + cont, sym, sign, 1);
+        PutCountedOf<6>(a, s, idx + cont, sym, sign, 1);
       } else if (after == 15) {
-        if (sym == 0) w.PutFit(0 | sign, 2);
-        else if (sym == 2) w.PutFit(4 | sign, 3);
-        else w.PutFit((sym == 1 ? 12u : 14u) | sign, 4);
+        if (sym == 0) a.PutFit(0 | sign, 2);
+        else if (sym == 2) a.PutFit(4 | sign, 3);
+        else a.PutFit((sym == 1 ? 12u : 14u) | sign, 4);
       } else {
-        w.PutFit(uint32_t(sym) << 1 | sign, 2);
+        a.PutFit(uint32_t(sym) << 1 | sign, 2);
       }
       cont &= int(srn == 1);
     }
@@ -1568,8 +1629,9 @@ inline void EncodeBlockRoomy(RoomyWriter& out, State& s, int group, bool chroma,
       const int slot = group + kLevel + cont;
       if (mg < 18) {
         const int sym = kSymOf[mg];
-        PutCountedOf<7>(w, s, slot, sym, mg - uint32_t(kLevelBase[sym]), kLevelBits[sym]);
+        PutCountedOf<7>(a, s, slot, sym, mg - uint32_t(kLevelBase[sym]), kLevelBits[sym]);
       } else {
+        w.Settle();
         RoomyWriter e = w;
         EncodeLevel(e, s, slot, mg);
         w = e;
@@ -1577,8 +1639,10 @@ inline void EncodeBlockRoomy(RoomyWriter& out, State& s, int group, bool chroma,
     }
     if (m == mask && here != first) {
       const uint32_t e = kRunCodes.e[s.table[kRun]][15 - first][here - first];
-      w.PutFit(e & 0xFF, int(e >> 8));
+      a.PutFit(e & 0xFF, int(e >> 8));
     }
+    w.Settle();
+    if constexpr (kCount) CountScan(s, scan, here);
     loc = here + 1;
   }
   out = w;
@@ -1651,9 +1715,8 @@ inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, co
           mask |= uint32_t(val[p] != 0) << p;
         }
         cbp[ch] |= 1 << b;
-        EncodeBlockRoomy(w, s, kHpFirst, ch > 0, 1, val, mask);
-        lm[ch > 0] += __builtin_popcount(mask);
-        for (uint32_t m = mask; m; m &= m - 1) CountScan(s, sc, __builtin_ctz(m));
+        EncodeBlockRoomy<true>(w, s, kHpFirst, ch > 0, 1, val, mask, sc);
+        lm[ch > 0] += Ones16(mask);
       }
       if (bits > trim) RefineRoomy(f, blk, blockOr, bits, trim);
     }
@@ -1708,7 +1771,7 @@ inline void EncodeLPRoomy(RoomyWriter& w, State& s, const int32_t* coef) {
         }
       }
       EncodeBlockRoomy(w, s, kLpFirst, g > 0, first, val, mask);
-      lm[g > 0] += __builtin_popcount(mask);
+      lm[g > 0] += Ones16(mask);
       if (!shared) {
         for (uint32_t m = mask; m; m &= m - 1) CountScan(s, 0, __builtin_ctz(m));
       }
