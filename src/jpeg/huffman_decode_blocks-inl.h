@@ -158,7 +158,10 @@ template <int kBits>
 HWY_NOINLINE void BuildAcTable(const DecodeHuffmanSpec* t, FastTable<kBits>* out) {
   constexpr uint32_t kSpread = 1u << (kBits - 8);
   uint64_t single[1 << kBits];
-  for (uint32_t p = 0; p < 256; ++p) {
+  // With whole runs (below) an entry of a code whose value is not past the
+  // prefix stands for every prefix that starts with its bits.
+  const bool whole = WholeRuns(t);
+  for (uint32_t p = 0; p < 256;) {
     const uint32_t le = t->lookup[p];
     const uint32_t len = (le >> 16) & 0xFF;
     uint64_t* dst = single + p * kSpread;
@@ -166,14 +169,19 @@ HWY_NOINLINE void BuildAcTable(const DecodeHuffmanSpec* t, FastTable<kBits>* out
       const uint32_t sym = le & 0xFF, s = sym & 15;
       if (s == 0 || len + s <= 8 || len + s > uint32_t(kBits)) {
         const uint64_t e = AcEntry<kBits>(len, sym, p * kSpread);
-        for (uint32_t j = 0; j < kSpread; ++j) dst[j] = e;
+        const uint32_t bits = s == 0 || len + s > uint32_t(kBits) ? len : len + s;
+        const uint32_t run = whole ? 1u << (8 - bits) : 1u;
+        for (uint32_t j = 0; j < run * kSpread; ++j) dst[j] = e;
+        p += run;
       } else {
         for (uint32_t j = 0; j < kSpread; ++j) dst[j] = AcEntry<kBits>(len, sym, p * kSpread + j);
+        ++p;
       }
       continue;
     }
+    ++p;
     for (uint32_t j = 0; j < kSpread; ++j) {
-      const uint32_t i = p * kSpread + j;
+      const uint32_t i = (p - 1) * kSpread + j;
       uint32_t n = 0, sym = 0;
       dst[j] = SearchedCode<kBits>(t, i, &n, &sym) ? AcEntry<kBits>(n, sym, i) : kSlow;
     }
@@ -190,7 +198,7 @@ HWY_NOINLINE void BuildAcTable(const DecodeHuffmanSpec* t, FastTable<kBits>* out
   };
   // A lookup with broken runs gives a symbol by the bits past the 8 it
   // looks at, which the second symbol of a pair does not see: no pairs.
-  if (!WholeRuns(t)) {
+  if (!whole) {
     std::memcpy(out->e, single, sizeof(single));
     return;
   }
