@@ -128,6 +128,28 @@ HWY_NOINLINE void BuildDcTable(const DecodeHuffmanSpec* t, FastTable<kDcBits>* o
   }
 }
 
+// True when every code of up to 8 bits the careful lookup holds covers the
+// aligned run of 2^(8 - len) prefixes that start with it, with the same
+// symbol and length throughout (as the reader reads them), as a built spec
+// does; then every AC entry depends only on the bits its symbol takes.
+HWY_INLINE bool WholeRuns(const DecodeHuffmanSpec* t) {
+  for (uint32_t p = 0; p < 256;) {
+    const uint32_t le = t->lookup[p] & 0x00FF00FFu;
+    const uint32_t len = le >> 16;
+    if (len - 1 >= 8) {
+      ++p;
+      continue;
+    }
+    const uint32_t run = 1u << (8 - len);
+    if ((p & (run - 1)) != 0) return false;
+    for (uint32_t q = 1; q < run; ++q) {
+      if ((t->lookup[p + q] & 0x00FF00FFu) != le) return false;
+    }
+    p += run;
+  }
+  return true;
+}
+
 // The AC lookup, codes of up to 8 bits from the careful reader's lookup and
 // longer ones from its search.  Per 8-bit prefix only the value bits of
 // the kBits bits differ, and only when code and value end past the
@@ -136,7 +158,10 @@ template <int kBits>
 HWY_NOINLINE void BuildAcTable(const DecodeHuffmanSpec* t, FastTable<kBits>* out) {
   constexpr uint32_t kSpread = 1u << (kBits - 8);
   uint64_t single[1 << kBits];
-  for (uint32_t p = 0; p < 256; ++p) {
+  // With whole runs (below) an entry of a code whose value is not past the
+  // prefix stands for every prefix that starts with its bits.
+  const bool whole = WholeRuns(t);
+  for (uint32_t p = 0; p < 256;) {
     const uint32_t le = t->lookup[p];
     const uint32_t len = (le >> 16) & 0xFF;
     uint64_t* dst = single + p * kSpread;
@@ -144,14 +169,19 @@ HWY_NOINLINE void BuildAcTable(const DecodeHuffmanSpec* t, FastTable<kBits>* out
       const uint32_t sym = le & 0xFF, s = sym & 15;
       if (s == 0 || len + s <= 8 || len + s > uint32_t(kBits)) {
         const uint64_t e = AcEntry<kBits>(len, sym, p * kSpread);
-        for (uint32_t j = 0; j < kSpread; ++j) dst[j] = e;
+        const uint32_t bits = s == 0 || len + s > uint32_t(kBits) ? len : len + s;
+        const uint32_t run = whole ? 1u << (8 - bits) : 1u;
+        for (uint32_t j = 0; j < run * kSpread; ++j) dst[j] = e;
+        p += run;
       } else {
         for (uint32_t j = 0; j < kSpread; ++j) dst[j] = AcEntry<kBits>(len, sym, p * kSpread + j);
+        ++p;
       }
       continue;
     }
+    ++p;
     for (uint32_t j = 0; j < kSpread; ++j) {
-      const uint32_t i = p * kSpread + j;
+      const uint32_t i = (p - 1) * kSpread + j;
       uint32_t n = 0, sym = 0;
       dst[j] = SearchedCode<kBits>(t, i, &n, &sym) ? AcEntry<kBits>(n, sym, i) : kSlow;
     }
@@ -159,21 +189,53 @@ HWY_NOINLINE void BuildAcTable(const DecodeHuffmanSpec* t, FastTable<kBits>* out
   // Pairs: a symbol other than an end of block whose bits leave room for
   // the next one's.
   constexpr uint32_t kMask = (1u << kBits) - 1;
-  for (uint32_t i = 0; i <= kMask; ++i) {
-    const uint64_t e = single[i];
-    const uint32_t used = uint32_t(e & 63);
-    out->e[i] = e;
-    if (int64_t(e) < 0 || uint32_t(e >> 8 & 0xFF) == kEobAdvance || used >= uint32_t(kBits)) {
-      continue;
-    }
-    const uint64_t e2 = single[(i << used) & kMask];
-    const uint32_t used2 = uint32_t(e2 & 63);
-    if (int64_t(e2) < 0 || used + used2 > uint32_t(kBits)) continue;
+  const auto pair = [](uint64_t e, uint64_t e2) -> uint64_t {
     // The columns of single symbols are their (len - 1) * 16 + s from bit 54.
     const uint64_t col =
         kPairColumns.at[kPairColumns.short_of[e >> 54]][kPairColumns.short_of[e2 >> 54]];
-    out->e[i] = (e & 0xFFFFFF00) | (used + used2) | ((e2 & 0xFF00) << 24) |
-                (uint64_t(uint8_t(e2 >> 16)) << 40) | (col << 48);
+    return (e & 0xFFFFFF00) | ((e & 63) + (e2 & 63)) | ((e2 & 0xFF00) << 24) |
+           (uint64_t(uint8_t(e2 >> 16)) << 40) | (col << 48);
+  };
+  // A lookup with broken runs gives a symbol by the bits past the 8 it
+  // looks at, which the second symbol of a pair does not see: no pairs.
+  if (!whole) {
+    std::memcpy(out->e, single, sizeof(single));
+    return;
+  }
+  // With whole runs, an entry that holds its value depends only on its
+  // used bits: it covers an aligned run of 2^(kBits - used) entries, and a
+  // pair one of 2^(kBits - used - used2), each made once and filled (an
+  // entry without its value goes alone).  Walking from 0 by whole runs
+  // lands on the start of every run.
+  const auto fill = [out](uint32_t i, uint32_t n, uint64_t e) {
+    for (uint32_t j = 0; j < n; ++j) out->e[i + j] = e;
+  };
+  for (uint32_t i = 0; i <= kMask;) {
+    const uint64_t e = single[i];
+    const uint32_t used = uint32_t(e & 63);
+    if (int64_t(e) < 0) {
+      out->e[i++] = e;
+      continue;
+    }
+    const uint32_t run = 1u << (uint32_t(kBits) - used);
+    if (uint32_t(e >> 8 & 0xFF) == kEobAdvance || used >= uint32_t(kBits)) {
+      fill(i, run, e);
+      i += run;
+      continue;
+    }
+    // The next symbol from the kBits - used bits j that follow.
+    for (uint32_t j = 0; j < run;) {
+      const uint64_t e2 = single[j << used];
+      const uint32_t used2 = uint32_t(e2 & 63);
+      if (int64_t(e2) < 0 || used + used2 > uint32_t(kBits)) {
+        out->e[i + j++] = e;
+        continue;
+      }
+      const uint32_t run2 = 1u << (uint32_t(kBits) - used - used2);
+      fill(i + j, run2, pair(e, e2));
+      j += run2;
+    }
+    i += run;
   }
 }
 
