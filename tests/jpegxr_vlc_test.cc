@@ -1213,7 +1213,7 @@ TEST(JpegXrVlc, FastReadersMatchTheReferenceInEveryTable) {
 // both as the reference counts them.
 TEST(JpegXrVlc, PairedIndexLookUpMatchesTwoReferenceCodes) {
   const vlc::Alphabet& a = vlc::AlphabetOf(6);
-  const int slot = vlc::kHpFirst + vlc::kIndexLum;
+  const int slot = int(vlc::kHpFirst) + int(vlc::kIndexLum);
   for (int t = 0; t < a.tables; ++t) {
     for (uint32_t v = 0; v < (1u << vlc::kPairBits); ++v) {
       const uint32_t word = v << (32 - vlc::kPairBits);

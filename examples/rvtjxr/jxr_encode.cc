@@ -121,19 +121,23 @@ uint32_t MagnitudeOr(const int32_t* c) {
   return o[0] | o[1] | o[2] | o[3];
 }
 
+// The colour lifting of one RGB pixel into line x.
+template <class S>
+inline void LiftRgb(const S* s, int x, int32_t* ly, int32_t* lu, int32_t* lv, int shift, int32_t mid) {
+  const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
+                b1 = int32_t(s[2]) * (1 << shift);
+  const int32_t b0 = b1 - r1;
+  const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
+  const int32_t g0 = g1 + (r0 >> 1);
+  ly[x] = g0 - mid * (1 << shift);
+  lu[x] = -r0;
+  lv[x] = b0;
+}
+
 // ConvertRow's colour lifting over a run of 8-bit RGB pixels.
 RVTJXR_CLONED void ConvertRgbSpan(const uint8_t* __restrict s, int32_t* __restrict ly, int32_t* __restrict lu,
                                   int32_t* __restrict lv, int n, int shift, int32_t mid) {
-  for (int x = 0; x < n; ++x) {
-    const int32_t r1 = int32_t(s[3 * x]) * (1 << shift), g1 = int32_t(s[3 * x + 1]) * (1 << shift),
-                  b1 = int32_t(s[3 * x + 2]) * (1 << shift);
-    const int32_t b0 = b1 - r1;
-    const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
-    const int32_t g0 = g1 + (r0 >> 1);
-    ly[x] = g0 - mid * (1 << shift);
-    lu[x] = -r0;
-    lv[x] = b0;
-  }
+  for (int x = 0; x < n; ++x) LiftRgb(s + 3 * x, x, ly, lu, lv, shift, mid);
 }
 
 // A growing coefficient stream: a packet header, then what the coefficient
@@ -300,16 +304,7 @@ void Encoder::ConvertRowOf(const S* s, int32_t* ly, int32_t* lu, int32_t* lv) co
   } else if constexpr (std::is_same_v<S, uint8_t>) {
     ConvertRgbSpan(s, ly, lu, lv, w, shift, mid);
   } else {
-    for (int x = 0; x < w; ++x, s += 3) {
-      const int32_t r1 = int32_t(s[0]) * (1 << shift), g1 = int32_t(s[1]) * (1 << shift),
-                    b1 = int32_t(s[2]) * (1 << shift);
-      const int32_t b0 = b1 - r1;
-      const int32_t r0 = r1 + ((b0 + 1) >> 1) - g1;
-      const int32_t g0 = g1 + (r0 >> 1);
-      ly[x] = g0 - mid * (1 << shift);
-      lu[x] = -r0;
-      lv[x] = b0;
-    }
+    for (int x = 0; x < w; ++x) LiftRgb(s + 3 * x, x, ly, lu, lv, shift, mid);
   }
   for (int x = w; x < pw; ++x) {
     ly[x] = ly[w - 1];

@@ -271,19 +271,6 @@ void Post2x2(P pa, P pb, P pc, P pd, bool fine) {
 typedef int32_t V8 __attribute__((vector_size(32)));
 typedef uint32_t U8 __attribute__((vector_size(32)));
 
-// 4x4 transposes within each 128-bit half: element k of row w to element
-// w of row k.
-inline void Transpose(const V8* in, V8* out) {
-  const V8 t0 = __builtin_shufflevector(in[0], in[1], 0, 8, 1, 9, 4, 12, 5, 13);
-  const V8 t1 = __builtin_shufflevector(in[0], in[1], 2, 10, 3, 11, 6, 14, 7, 15);
-  const V8 t2 = __builtin_shufflevector(in[2], in[3], 0, 8, 1, 9, 4, 12, 5, 13);
-  const V8 t3 = __builtin_shufflevector(in[2], in[3], 2, 10, 3, 11, 6, 14, 7, 15);
-  out[0] = __builtin_shufflevector(t0, t2, 0, 1, 8, 9, 4, 5, 12, 13);
-  out[1] = __builtin_shufflevector(t0, t2, 2, 3, 10, 11, 6, 7, 14, 15);
-  out[2] = __builtin_shufflevector(t1, t3, 0, 1, 8, 9, 4, 5, 12, 13);
-  out[3] = __builtin_shufflevector(t1, t3, 2, 3, 10, 11, 6, 7, 14, 15);
-}
-
 // quads and steps run on to a multiple of eight windows (the idle lanes
 // of the last group: any window, only read).
 RVTJXR_FILTER_CLONED void Windows8(P const* quads, const int32_t* steps, int n, bool hpAbsent, bool fine) {
@@ -299,7 +286,7 @@ RVTJXR_FILTER_CLONED void Windows8(P const* quads, const int32_t* steps, int n, 
         r[w] = __builtin_shufflevector(Load4(quads[4 * (g + w) + q]), Load4(quads[4 * (g + w + 4) + q]), 0, 1, 2, 3, 4,
                                        5, 6, 7);
       }
-      Transpose(r, e + 4 * q);
+      TransposeHalves(r, e + 4 * q);
     }
     V8* a = e;
     V8* b = e + 4;
@@ -397,7 +384,7 @@ RVTJXR_FILTER_CLONED void Windows8(P const* quads, const int32_t* steps, int n, 
     }
     for (int q = 0; q < 4; ++q) {
       V8 r[4];
-      Transpose(e + 4 * q, r);
+      TransposeHalves(e + 4 * q, r);
       if (m == 8) {
         for (int w = 0; w < 4; ++w) {
           Store4(quads[4 * (g + w) + q], __builtin_shufflevector(r[w], r[w], 0, 1, 2, 3));

@@ -57,6 +57,22 @@ inline void RowsToBlock(const int32_t* in, ptrdiff_t stride, int32_t* p) {
 #endif
 }
 
+// Four 8-lane vectors, one 4x4 window a half: 4x4 transposes within each
+// 128-bit half, element k of row w to element w of row k (its own
+// inverse).  The batched overlap filters of both directions (eight windows
+// at a time, one a lane) load and store through it.
+typedef int32_t V8i __attribute__((vector_size(32)));
+inline void TransposeHalves(const V8i* in, V8i* out) {
+  const V8i t0 = __builtin_shufflevector(in[0], in[1], 0, 8, 1, 9, 4, 12, 5, 13);
+  const V8i t1 = __builtin_shufflevector(in[0], in[1], 2, 10, 3, 11, 6, 14, 7, 15);
+  const V8i t2 = __builtin_shufflevector(in[2], in[3], 0, 8, 1, 9, 4, 12, 5, 13);
+  const V8i t3 = __builtin_shufflevector(in[2], in[3], 2, 10, 3, 11, 6, 14, 7, 15);
+  out[0] = __builtin_shufflevector(t0, t2, 0, 1, 8, 9, 4, 5, 12, 13);
+  out[1] = __builtin_shufflevector(t0, t2, 2, 3, 10, 11, 6, 7, 14, 15);
+  out[2] = __builtin_shufflevector(t1, t3, 0, 1, 8, 9, 4, 5, 12, 13);
+  out[3] = __builtin_shufflevector(t1, t3, 2, 3, 10, 11, 6, 7, 14, 15);
+}
+
 // Index of pixel (x, y) of a channel `mbw` macroblocks wide.
 inline size_t PixelAt(int x, int y, int mbw) {
   return (size_t(y >> 4) * mbw + size_t(x >> 4)) * 256 + size_t(16 * (4 * ((x & 15) >> 2) + ((y & 15) >> 2))) +

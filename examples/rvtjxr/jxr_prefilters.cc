@@ -165,19 +165,6 @@ void WindowInv(P q0, P q1, P q2, P q3) {
 
 using V8 = int32_t __attribute__((vector_size(32)));
 
-// 4x4 transposes within each 128-bit half: element k of row w to element
-// w of row k (its own inverse).
-inline void Transpose8(const V8* in, V8* out) {
-  const V8 t0 = __builtin_shufflevector(in[0], in[1], 0, 8, 1, 9, 4, 12, 5, 13);
-  const V8 t1 = __builtin_shufflevector(in[0], in[1], 2, 10, 3, 11, 6, 14, 7, 15);
-  const V8 t2 = __builtin_shufflevector(in[2], in[3], 0, 8, 1, 9, 4, 12, 5, 13);
-  const V8 t3 = __builtin_shufflevector(in[2], in[3], 2, 10, 3, 11, 6, 14, 7, 15);
-  out[0] = __builtin_shufflevector(t0, t2, 0, 1, 8, 9, 4, 5, 12, 13);
-  out[1] = __builtin_shufflevector(t0, t2, 2, 3, 10, 11, 6, 7, 14, 15);
-  out[2] = __builtin_shufflevector(t1, t3, 0, 1, 8, 9, 4, 5, 12, 13);
-  out[3] = __builtin_shufflevector(t1, t3, 2, 3, 10, 11, 6, 7, 14, 15);
-}
-
 // WindowInv of eight windows that share no sample (quads[4 w + q] is
 // quad q of window w), one window a lane: element k of quad q in e[4 q + k].
 RVTJXR_PREFILTER_CLONED void Windows8Inv(P const* quads) {
@@ -190,7 +177,7 @@ RVTJXR_PREFILTER_CLONED void Windows8Inv(P const* quads) {
       std::memcpy(&hi, quads[4 * (w + 4) + q], sizeof hi);
       r[w] = __builtin_shufflevector(lo, hi, 0, 1, 2, 3, 4, 5, 6, 7);
     }
-    Transpose8(r, e + 4 * q);
+    TransposeHalves(r, e + 4 * q);
   }
   V8* a = e;
   V8* b = e + 4;
@@ -253,7 +240,7 @@ RVTJXR_PREFILTER_CLONED void Windows8Inv(P const* quads) {
   }
   for (int q = 0; q < 4; ++q) {
     V8 r[4];
-    Transpose8(e + 4 * q, r);
+    TransposeHalves(e + 4 * q, r);
     for (int w = 0; w < 4; ++w) {
       const V4 lo = __builtin_shufflevector(r[w], r[w], 0, 1, 2, 3);
       const V4 hi = __builtin_shufflevector(r[w], r[w], 4, 5, 6, 7);

@@ -412,25 +412,12 @@ struct RoomyWriter {
   }
   __attribute__((always_inline)) void Put(uint32_t v, int n) {
     const uint32_t m = n >= 32 ? ~0u : (1u << n) - 1u;
-    acc = (acc << n) | (v & m);
-    nb += n;
-    if (nb >= 32) {
-      const uint32_t out = __builtin_bswap32(uint32_t(acc >> (nb - 32)));
-      std::memcpy(p + at, &out, 4);
-      at += 4;
-      nb -= 32;
-    }
+    PutFit(v & m, n);
   }
   // Put of a value known to fit its n bits (1..32).
   __attribute__((always_inline)) void PutFit(uint32_t v, int n) {
-    acc = (acc << n) | v;
-    nb += n;
-    if (nb >= 32) {
-      const uint32_t out = __builtin_bswap32(uint32_t(acc >> (nb - 32)));
-      std::memcpy(p + at, &out, 4);
-      at += 4;
-      nb -= 32;
-    }
+    Append(v, n);
+    Settle();
   }
   // Put without the word check, for runs of puts whose bits add up to 32
   // or fewer after a Settle (or construction): Settle ends the run.
