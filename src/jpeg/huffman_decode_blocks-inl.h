@@ -91,8 +91,7 @@ template <int kBits>
 HWY_INLINE uint64_t AcEntry(uint32_t len, uint32_t sym, uint32_t i) {
   const uint32_t s = sym & 15, run = sym >> 4;
   const uint32_t advance = s != 0 ? run + 1 : (run == 15 ? 16 : kEobAdvance);
-  const uint64_t e =
-      (len + s) | (advance << 8) | (uint64_t(((len - 1) * 16 + s) * 64) << 48);
+  const uint64_t e = (len + s) | (advance << 8) | (uint64_t(((len - 1) * 16 + s) * 64) << 48);
   if (len + s > uint32_t(kBits)) return e | kSlow | (len << 16) | ((63 - s) << 24);
   const int32_t v =
       s == 0 ? 0 : Extend((i >> (uint32_t(kBits) - len - s)) & ((1u << s) - 1), int(s));
@@ -179,12 +178,12 @@ HWY_NOINLINE void BuildAcTable(const DecodeHuffmanSpec* t, FastTable<kBits>* out
       }
       continue;
     }
-    ++p;
     for (uint32_t j = 0; j < kSpread; ++j) {
-      const uint32_t i = (p - 1) * kSpread + j;
+      const uint32_t i = p * kSpread + j;
       uint32_t n = 0, sym = 0;
       dst[j] = SearchedCode<kBits>(t, i, &n, &sym) ? AcEntry<kBits>(n, sym, i) : kSlow;
     }
+    ++p;
   }
   // Pairs: a symbol other than an end of block whose bits leave room for
   // the next one's.
