@@ -1069,6 +1069,73 @@ TEST(JpegXrVlc, BlockPatternsRoundTrip) {
   }
 }
 
+// Patterns coded from a context that has moved (counts, modes, tables),
+// against neighbours or tile edges, into buffers with bits before the
+// start to keep, with room to spare (the fast run) or barely any (the
+// careful one), now and then a pattern with a bit past its blocks.
+std::vector<test::Case> EncodeCbpCases(test::Rng& rng) {
+  std::vector<test::Case> out;
+  for (int t = 0; t < 160; ++t) {
+    const Format f = kFormats[rng.Uniform(0, 6)];
+    std::vector<uint8_t> st = NewState(f.format, f.channels);
+    const vlc::State& es = *reinterpret_cast<const vlc::State*>(st.data());
+    auto pattern = [&] {
+      std::vector<int32_t> p(size_t(2 * f.channels));
+      for (int ch = 0; ch < f.channels; ++ch) {
+        const int32_t all = int32_t((1u << vlc::HpBlocks(es, ch)) - 1u);
+        const uint32_t kind = rng.Uniform(0, 2);
+        const int32_t r = int32_t(rng.Uniform(0, all)) & int32_t(rng.Uniform(0, all));
+        p[size_t(ch)] = kind == 0 ? r : kind == 1 ? all & ~r : int32_t(rng.Uniform(0, all));
+        p[size_t(f.channels + ch)] = int32_t(rng.Uniform(0, 0xFFFFFF));  // (neighbours unchecked)
+      }
+      return p;
+    };
+    std::vector<uint8_t> scratch(1 << 12);
+    for (int i = int(rng.Uniform(0, 12)); i > 0; --i) {
+      int32_t pos = 0;
+      const std::vector<int32_t> p = pattern();
+      rvtiVLCEncodeCBPHP_JPEGXR_32s1u(p.data(), i & 1 ? p.data() + f.channels : nullptr,
+                                      i & 2 ? p.data() + f.channels : nullptr, S(st), scratch.data(), 1 << 12, &pos);
+      if (rng.Uniform(0, 2) == 0) rvtiVLCAdapt_JPEGXR(S(st), int32_t(rng.Uniform(1, 31)));
+    }
+    std::vector<int32_t> p = pattern(), n = pattern();
+    if (t % 11 == 10) p[rng.Uniform(0, uint32_t(f.channels) - 1)] |= 1 << 16;
+    const int32_t start = int32_t(rng.Uniform(0, 40));
+    const int32_t roomy = (f.channels + 1) * 100 / 8 + 16;
+    const int32_t len = t % 3 == 2 ? int32_t(rng.Uniform(6, 40)) : roomy;
+    test::Case k;
+    k.label = "format " + std::to_string(f.format) + " channels " + std::to_string(f.channels);
+    test::Buf in = test::ArrayOf<int32_t>(3 * f.channels);
+    std::memcpy(in.as<int32_t>(), p.data(), 4 * size_t(f.channels));
+    std::memcpy(in.as<int32_t>() + f.channels, n.data(), 4 * size_t(2 * f.channels));
+    k.in.push_back(std::move(in));
+    test::Buf sb = test::ArrayOf<uint8_t>(int(st.size()));
+    std::memcpy(sb.as<uint8_t>(), st.data(), st.size());
+    k.out.push_back(std::move(sb));
+    test::Buf dst = test::ArrayOf<uint8_t>(len);
+    rng.Fill(dst.as<uint8_t>(), size_t(len), uint8_t(0), uint8_t(255));
+    k.out.push_back(std::move(dst));
+    test::Buf ps = test::ArrayOf<int32_t>(1);
+    ps.as<int32_t>()[0] = start;
+    k.out.push_back(std::move(ps));
+    k.arg[0] = len;
+    k.arg[1] = f.channels;
+    k.arg[2] = rng.Uniform(0, 3);  // neighbours: bit 0 left, bit 1 top
+    out.push_back(std::move(k));
+  }
+  return out;
+}
+
+RVT_CHECKASM(rvtiVLCEncodeCBPHP_JPEGXR_32s1u,
+             test::Cases{[](test::Rng& rng) { return EncodeCbpCases(rng); },
+                         [](auto fn, test::Case& k) {
+                           const int32_t* in = k.in[0].as<int32_t>();
+                           const int32_t nc = int32_t(k.arg[1]);
+                           return fn(in, (k.arg[2] & 1) ? in + nc : nullptr, (k.arg[2] & 2) ? in + 2 * nc : nullptr,
+                                     k.out[0].as<VLCState_JPEGXR>(), k.out[1].as<uint8_t>(), int32_t(k.arg[0]),
+                                     k.out[2].as<int32_t>());
+                         }});
+
 // ------------------------------------------------------------ 4:2:0 and 4:2:2 chroma
 
 // Bits written most significant first, from a string of '0' and '1'.
@@ -1492,11 +1559,18 @@ TEST(JpegXrVlcEncode, ContextInsideTheOutputGivesTheReferenceResult) {
     std::vector<uint8_t> pristine(at + st.size() + (1 << 14), 0x5A);
     std::memcpy(pristine.data() + at, st.data(), st.size());
     const int32_t len = int32_t(pristine.size());
-    for (int band = 0; band < 3; ++band) {
+    std::vector<int32_t> pattern(size_t(f.channels));
+    for (int ch = 0; ch < f.channels; ++ch) {
+      pattern[size_t(ch)] = int32_t(rng.Uniform(0, 0xFFFF)) & int32_t((1u << vlc::HpBlocks(
+                                *reinterpret_cast<const State*>(st.data()), ch)) - 1u);
+    }
+    for (int band = 0; band < 4; ++band) {
       auto run = [&](auto fn, std::vector<uint8_t>& buf, int32_t& pos) {
         auto* inside = reinterpret_cast<VLCState_JPEGXR*>(buf.data() + at);
         if constexpr (std::is_same_v<decltype(fn), decltype(&rvtiVLCEncodeHP_JPEGXR_32s1u)>) {
           return fn(m.hp.data(), 1, inside, cbp.data(), buf.data(), len, &pos, nullptr, 0, nullptr, 0);
+        } else if constexpr (std::is_same_v<decltype(fn), decltype(&rvtiVLCEncodeCBPHP_JPEGXR_32s1u)>) {
+          return fn(pattern.data(), pattern.data(), nullptr, inside, buf.data(), len, &pos);
         } else {
           return fn(m.dclp.data(), inside, buf.data(), len, &pos);
         }
@@ -1515,7 +1589,8 @@ TEST(JpegXrVlcEncode, ContextInsideTheOutputGivesTheReferenceResult) {
       };
       if (band == 0) check(impl_rvtiVLCEncodeDC_JPEGXR_32s1u);
       else if (band == 1) check(impl_rvtiVLCEncodeLP_JPEGXR_32s1u);
-      else check(impl_rvtiVLCEncodeHP_JPEGXR_32s1u);
+      else if (band == 2) check(impl_rvtiVLCEncodeHP_JPEGXR_32s1u);
+      else check(impl_rvtiVLCEncodeCBPHP_JPEGXR_32s1u);
     }
   }
 }

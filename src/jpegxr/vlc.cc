@@ -1,10 +1,113 @@
 // JPEG XR coefficient coding: the entries and descriptors.  The decoders'
 // fast forms read through a 64-bit window and code tables indexed by the
 // next 8 bits (plain x86-64 code); the references read one bit at a time.
-#include "jpegxr/vlc.h"
+// The HP encoder's fast form is built per target: it finds a block's
+// nonzero positions in scan order with one byte shuffle.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "jpegxr/vlc.cc"
+#include <hwy/foreach_target.h>  // IWYU pragma: keep
+#include <hwy/highway.h>
 
 #include "frame/dispatch.h"
+#include "jpegxr/vlc.h"
 
+HWY_BEFORE_NAMESPACE();
+namespace rvt::vlc::HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+// The scan-order mask of a block's nonzero VLC parts (bit p: the part at
+// order[p], p 1..15): their flags in block order as bytes, then one
+// shuffle by the order.
+inline uint32_t HpScanMask(const int32_t* blk, const uint8_t* order, int bits) {
+  const hn::Full128<int32_t> d32;
+  const hn::Full128<uint32_t> du32;
+  const hn::Full128<int16_t> d16;
+  const hn::Full64<int8_t> d8h;
+  const hn::Full128<int8_t> d8;
+  const hn::Full128<uint8_t> du8;
+  auto flags = [&](int i) {  // -1 where the part is nonzero
+    const auto m = hn::BitCast(du32, hn::Abs(hn::LoadU(d32, blk + i)));
+    return hn::BitCast(d32, hn::VecFromMask(du32, hn::Ne(hn::ShiftRightSame(m, bits), hn::Zero(du32))));
+  };
+  const auto lo = hn::ReorderDemote2To(d16, flags(0), flags(4));
+  const auto hi = hn::ReorderDemote2To(d16, flags(8), flags(12));
+  const auto bytes = hn::BitCast(du8, hn::Combine(d8, hn::DemoteTo(d8h, hi), hn::DemoteTo(d8h, lo)));
+  const auto scan = hn::TableLookupBytes(bytes, hn::LoadU(du8, order));
+  uint8_t out[8];
+  hn::StoreMaskBits(du8, hn::Ne(scan, hn::Zero(du8)), out);
+  return (uint32_t(out[0]) | uint32_t(out[1]) << 8) & 0xFFFEu;
+}
+
+// EncodeHP with blocks whose VLC parts are all zero known from `ors`
+// (HpBlockOr of block b of channel ch at 16 ch + b), the nonzero positions
+// of the others gathered once as a scan-order mask (the coder and the scan
+// counts walk its set bits), each value read at its turn, refinements of
+// blocks whose model bits are all trimmed skipped, and the roomy writers.
+// The scan order is a permutation (the caller checks).
+inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, const int32_t* coef,
+                          const uint32_t* ors, State& s, int32_t* cbp) {
+  int32_t lm[2] = {0, 0};
+  const int sc = 1 + scan;
+  const uint8_t* order = s.order[sc];
+  for (int ch = 0; ch < s.channels; ++ch) {
+    const int bits = s.modelBits[kHP][ch > 0];
+    const int blocks = HpBlocks(s, ch);
+    cbp[ch] = 0;
+    for (int i = 0; i < blocks; ++i) {
+      const int b = HpBlockAt(s, ch, i);
+      const int32_t* blk = coef + 256 * ch + 16 * b;
+      const uint32_t blockOr = ors[16 * ch + b];
+      if ((blockOr >> bits) != 0) {
+        const uint32_t mask = HpScanMask(blk, order, bits);
+        cbp[ch] |= 1 << b;
+        EncodeBlockRoomy(w, s, kHpFirst, ch > 0, 1, HpPartAt{blk, order, bits}, mask, HpCount{s, sc});
+        lm[ch > 0] += Ones16(mask);
+      }
+      if (bits > trim) RefineRoomy(f, blk, blockOr, bits, trim);
+    }
+  }
+  UpdateModel(s, kHP, lm[0], lm[1]);
+}
+
+// The fast form: when the room left takes the worst case and the scan
+// order is one the coders keep, one run with the roomy writers; else the
+// reference's way.
+RvtResult EncodeHPFast(const int32_t* coef, int32_t scan, State* st, int32_t* cbp, uint8_t* dst, int32_t len,
+                       int32_t* pos, uint8_t* flex, int32_t flexLen, int32_t* flexPos, int32_t trim) {
+  RVT_CHECK(CheckHPArgs(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim));
+  uint32_t ors[16 * 16];
+  if (HpBlockOrs(*st, coef, ors) >= (1u << 30)) RVT_CHECK(CheckRange(*st, coef, kHP));
+  const int64_t bound = 256 * st->channels * kBitsPerCoef + 64;
+  if (EndBits(len) - *pos < bound || (flex && EndBits(flexLen) - *flexPos < bound) ||
+      !ScanIsPermutation(*st, 1 + scan)) {
+    return EncodeHPChecked(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim);
+  }
+  const bool apart = Apart(st, dst, size_t(len)) && Apart(st, coef, 1024 * size_t(st->channels)) &&
+                     (!flex || (Apart(st, flex, size_t(flexLen)) && Apart(st, flexPos, sizeof(int32_t))));
+  State copy;
+  if (!apart) copy = *st;
+  State& s = apart ? *st : copy;
+  int32_t out[16];
+  RoomyWriter w(dst, *pos);
+  if (flex) {
+    RoomyWriter f(flex, *flexPos);
+    EncodeHPRoomy(w, f, trim, scan, coef, ors, s, out);
+    f.Flush();
+    *flexPos = int32_t(f.Pos());
+  } else {
+    EncodeHPRoomy(w, w, trim, scan, coef, ors, s, out);
+  }
+  w.Flush();
+  if (!apart) *st = s;
+  *pos = int32_t(w.Pos());
+  for (int ch = 0; ch < st->channels; ++ch) cbp[ch] = out[ch];
+  return rvtStatusOk;
+}
+
+}  // namespace rvt::vlc::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
 namespace rvt::vlc {
 namespace {
 
@@ -133,33 +236,6 @@ RvtResult EncodeLPFast(const int32_t* coef, State* st, uint8_t* dst, int32_t len
   });
 }
 
-// The HP encoder's argument checks, in argument order (the coefficient
-// range is checked after them, by each form its own way).
-RvtResult CheckHPArgs(const int32_t* coef, int32_t scan, State* st, int32_t* cbp, uint8_t* dst, int32_t len,
-                      int32_t* pos, uint8_t* flex, int32_t flexLen, int32_t* flexPos, int32_t trim) {
-  RVT_CHECK(CheckPtr(coef));
-  if (scan < 0 || scan > 1) return rvtStatusBadArg;
-  RVT_CHECK(CheckState(st));
-  RVT_CHECK(CheckPtr(cbp));
-  RVT_CHECK(CheckCursor(dst, len, pos));
-  if (flex) RVT_CHECK(CheckCursor(flex, flexLen, flexPos));
-  if (trim < 0 || trim > 15) return rvtStatusBadArg;
-  return rvtStatusOk;
-}
-
-// The reference encoding of checked arguments.
-RvtResult EncodeHPChecked(const int32_t* coef, int32_t scan, State* st, int32_t* cbp, uint8_t* dst, int32_t len,
-                          int32_t* pos, uint8_t* flex, int32_t flexLen, int32_t* flexPos, int32_t trim) {
-  int32_t out[16];
-  const RvtResult status =
-      EncodeBand(dst, len, pos, flex, flexLen, flexPos, st, 256 * st->channels,
-                 [&](Writer& w, Writer& f, State& s) { return EncodeHP(w, f, trim, scan, coef, s, out); });
-  if (status == rvtStatusOk) {
-    for (int ch = 0; ch < st->channels; ++ch) cbp[ch] = out[ch];
-  }
-  return status;
-}
-
 RvtResult EncodeHPEntry(const int32_t* coef, int32_t scan, State* st, int32_t* cbp, uint8_t* dst,
                         int32_t len, int32_t* pos, uint8_t* flex, int32_t flexLen, int32_t* flexPos,
                         int32_t trim) {
@@ -168,67 +244,20 @@ RvtResult EncodeHPEntry(const int32_t* coef, int32_t scan, State* st, int32_t* c
   return EncodeHPChecked(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim);
 }
 
-// HpBlockOr of every HP block into ors (16 ch + b); returns the OR of
-// them shifted by their model bits.  Below 2^30 no VLC part is out of the
-// escape's reach; else CheckRange settles it.
-uint32_t HpBlockOrs(const State& s, const int32_t* coef, uint32_t* ors) {
-  uint32_t any = 0;
-  for (int ch = 0; ch < s.channels; ++ch) {
-    const int bits = s.modelBits[kHP][ch > 0];
-    uint32_t acc = 0;
-    for (int b = 0; b < HpBlocks(s, ch); ++b) {
-      ors[16 * ch + b] = HpBlockOr(coef + 256 * ch + 16 * b);
-      acc |= ors[16 * ch + b];
-    }
-    any |= acc >> bits;
-  }
-  static_assert((1u << 30) <= kMaxLevel);
-  return any;
-}
-
-// The fast form: when the room left takes the worst case and the scan
-// order is one the coders keep, one run with the roomy writers; else the
-// reference's way.
-RvtResult EncodeHPFast(const int32_t* coef, int32_t scan, State* st, int32_t* cbp, uint8_t* dst, int32_t len,
-                       int32_t* pos, uint8_t* flex, int32_t flexLen, int32_t* flexPos, int32_t trim) {
-  RVT_CHECK(CheckHPArgs(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim));
-  uint32_t ors[16 * 16];
-  if (HpBlockOrs(*st, coef, ors) >= (1u << 30)) RVT_CHECK(CheckRange(*st, coef, kHP));
-  const int64_t bound = 256 * st->channels * kBitsPerCoef + 64;
-  if (EndBits(len) - *pos < bound || (flex && EndBits(flexLen) - *flexPos < bound) ||
-      !ScanIsPermutation(*st, 1 + scan)) {
-    return EncodeHPChecked(coef, scan, st, cbp, dst, len, pos, flex, flexLen, flexPos, trim);
-  }
-  const bool apart = Apart(st, dst, size_t(len)) && Apart(st, coef, 1024 * size_t(st->channels)) &&
-                     (!flex || (Apart(st, flex, size_t(flexLen)) && Apart(st, flexPos, sizeof(int32_t))));
-  State copy;
-  if (!apart) copy = *st;
-  State& s = apart ? *st : copy;
-  int32_t out[16];
-  RoomyWriter w(dst, *pos);
-  if (flex) {
-    RoomyWriter f(flex, *flexPos);
-    EncodeHPRoomy(w, f, trim, scan, coef, ors, s, out);
-    f.Flush();
-    *flexPos = int32_t(f.Pos());
-  } else {
-    EncodeHPRoomy(w, w, trim, scan, coef, ors, s, out);
-  }
-  w.Flush();
-  if (!apart) *st = s;
-  *pos = int32_t(w.Pos());
-  for (int ch = 0; ch < st->channels; ++ch) cbp[ch] = out[ch];
-  return rvtStatusOk;
-}
-
-RvtResult EncodeCbpHPEntry(const int32_t* cbp, const int32_t* left, const int32_t* top, State* st, uint8_t* dst,
-                           int32_t len, int32_t* pos) {
+// The pattern encoder's argument checks, in argument order.
+RvtResult CheckCbpHPArgs(const int32_t* cbp, State* st, uint8_t* dst, int32_t len, int32_t* pos) {
   RVT_CHECK(CheckPtr(cbp));
   RVT_CHECK(CheckState(st));
   RVT_CHECK(CheckCursor(dst, len, pos));
   for (int ch = 0; ch < st->channels; ++ch) {
     if (uint32_t(cbp[ch]) >> HpBlocks(*st, ch)) return rvtStatusBadArg;
   }
+  return rvtStatusOk;
+}
+
+RvtResult EncodeCbpHPEntry(const int32_t* cbp, const int32_t* left, const int32_t* top, State* st, uint8_t* dst,
+                           int32_t len, int32_t* pos) {
+  RVT_CHECK(CheckCbpHPArgs(cbp, st, dst, len, pos));
   int32_t c[16], l[16], t[16];
   for (int ch = 0; ch < st->channels; ++ch) {
     const bool quads = HpBlocks(*st, ch) == 16;
@@ -240,6 +269,37 @@ RvtResult EncodeCbpHPEntry(const int32_t* cbp, const int32_t* left, const int32_
     EncodeCbpHP(w, s, left ? l : nullptr, top ? t : nullptr, c);
     return rvtStatusOk;
   });
+}
+
+// The fast form: formats without chroma, when the room left takes the
+// reference's bound, in one run with the roomy writer, on the caller's
+// context when the output lies apart from it; else the reference's way.
+// The patterns in are read before anything is written.
+RvtResult EncodeCbpHPFast(const int32_t* cbp, const int32_t* left, const int32_t* top, State* st, uint8_t* dst,
+                          int32_t len, int32_t* pos) {
+  RVT_CHECK(CheckCbpHPArgs(cbp, st, dst, len, pos));
+  const int channels = st->channels;
+  if (IsColour(st->format) || EndBits(len) - *pos < (channels + 1) * kBitsPerCoef + 64) {
+    return EncodeCbpHPEntry(cbp, left, top, st, dst, len, pos);
+  }
+  int32_t c[16], l[16], t[16];
+  for (int ch = 0; ch < channels; ++ch) {
+    c[ch] = QuadToRaster(cbp[ch]);
+    if (left) l[ch] = QuadToRaster(left[ch]);
+    if (top) t[ch] = QuadToRaster(top[ch]);
+  }
+  RoomyWriter w(dst, *pos);
+  if (Apart(st, dst, size_t(len))) {
+    EncodeCbpHPRoomy(w, *st, left ? l : nullptr, top ? t : nullptr, c);
+    w.Flush();
+  } else {  // (the context last, over what the writer left)
+    State s = *st;
+    EncodeCbpHPRoomy(w, s, left ? l : nullptr, top ? t : nullptr, c);
+    w.Flush();
+    *st = s;
+  }
+  *pos = int32_t(w.Pos());
+  return rvtStatusOk;
 }
 
 }  // namespace
@@ -293,7 +353,8 @@ RVT_IMPL_FAST(rvtiVLCEncodeDC_JPEGXR_32s1u, vlc::EncodeDCFast, vlc::EncodeDCEntr
 RVT_IMPL_FAST(rvtiVLCDecodeLP_JPEGXR_1u32s, vlc::DecodeLPFast, vlc::DecodeLPRef);
 RVT_IMPL_FAST(rvtiVLCEncodeLP_JPEGXR_32s1u, vlc::EncodeLPFast, vlc::EncodeLPEntry);
 RVT_IMPL_FAST(rvtiVLCDecodeHP_JPEGXR_1u32s, vlc::DecodeHPFast, vlc::DecodeHPRef);
-RVT_IMPL_FAST(rvtiVLCEncodeHP_JPEGXR_32s1u, vlc::EncodeHPFast, vlc::EncodeHPEntry);
+RVT_IMPL_HWY(rvtiVLCEncodeHP_JPEGXR_32s1u, vlc, EncodeHPFast, EncodeHPEntry);
 RVT_IMPL_FAST(rvtiVLCDecodeCBPHP_JPEGXR_1u32s, vlc::DecodeCbpHPFast, vlc::DecodeCbpHPRef);
-RVT_IMPL_PLAIN(rvtiVLCEncodeCBPHP_JPEGXR_32s1u, vlc::EncodeCbpHPEntry);
+RVT_IMPL_FAST(rvtiVLCEncodeCBPHP_JPEGXR_32s1u, vlc::EncodeCbpHPFast, vlc::EncodeCbpHPEntry);
 }  // namespace rvt
+#endif  // HWY_ONCE

@@ -1567,14 +1567,13 @@ constexpr int MaxCoefBits() {
 static_assert(MaxCoefBits() <= 32);
 
 // EncodeBlockAt for the roomy writer over `mask`, the positions of the
-// nonzero values (bits first..15): each coefficient's magnitude, sign and
-// successor taken once, runs from one table, levels below the escape in
-// line.
-// kCount (HP): each coefficient's count in scan `scan` taken as it is
-// coded (the coder reads neither the counts nor the order).
-template <bool kCount = false>
-inline void EncodeBlockRoomy(RoomyWriter& out, State& s, int group, bool chroma, int first, const int32_t* val,
-                             uint32_t mask, int scan = 0) {
+// nonzero values (bits first..15), value(p) the signed value at position
+// p: each coefficient's magnitude, sign and successor taken once, runs
+// from one table, levels below the escape in line; count(p) after each
+// coefficient (the coder reads neither the counts nor the order).
+template <class Value, class Count>
+__attribute__((always_inline)) inline void EncodeBlockRoomy(RoomyWriter& out, State& s, int group, bool chroma,
+                                                            int first, Value value, uint32_t mask, Count count) {
   RoomyWriter w = out;  // (its fields stay in registers)
   RoomyAppender a{w};  // a coefficient's puts, settled once (kMaxCoefBits)
   static constexpr int8_t kSymOf[18] = {0, 0, 0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5};
@@ -1583,7 +1582,7 @@ inline void EncodeBlockRoomy(RoomyWriter& out, State& s, int group, bool chroma,
   int cont = 0, loc = first;
   for (uint32_t m = mask; m; m &= m - 1) {
     const int here = __builtin_ctz(m);
-    const int32_t v = val[here];
+    const int32_t v = value(here);
     const uint32_t mg = Mag(v);
     // what follows: nothing, the next position, or a run first
     const uint32_t rest = (m & (m - 1)) >> (here + 1);
@@ -1629,15 +1628,40 @@ inline void EncodeBlockRoomy(RoomyWriter& out, State& s, int group, bool chroma,
       a.PutFit(e & 0xFF, int(e >> 8));
     }
     w.Settle();
-    if constexpr (kCount) CountScan(s, scan, here);
+    count(here);
     loc = here + 1;
   }
   out = w;
 }
 
+// The value and count arguments of EncodeBlockRoomy for LP blocks: the
+// values gathered in scan order, no counts taken.
+struct ValueAt {
+  const int32_t* val;
+  __attribute__((always_inline)) int32_t operator()(int p) const { return val[p]; }
+};
+struct NoCount {
+  void operator()(int) const {}
+};
+// The value and count arguments of EncodeBlockRoomy for HP blocks: the
+// VLC part at scan place p, read at its turn (a block's counts move only
+// places it has passed), and CountScan.
+struct HpPartAt {
+  const int32_t* blk;
+  const uint8_t* order;
+  int bits;
+  __attribute__((always_inline)) int32_t operator()(int p) const { return VlcPart(blk[order[p]], bits); }
+};
+struct HpCount {
+  State& s;
+  int scan;
+  __attribute__((always_inline)) void operator()(int p) const { CountScan(s, scan, p); }
+};
+
 // The refinements of a block (EncodeRefine of each coefficient in the
 // refinement order) two coefficients a put when their codes fit together.
-inline void RefineRoomy(RoomyWriter& out, const int32_t* blk, uint32_t blockOr, int bits, int trim) {
+__attribute__((always_inline)) inline void RefineRoomy(RoomyWriter& out, const int32_t* blk, uint32_t blockOr,
+                                                       int bits, int trim) {
   RoomyWriter f = out;  // (its fields stay in registers)
   const int n0 = bits - trim;
   const uint32_t low = (1u << bits) - 1u;
@@ -1672,43 +1696,6 @@ inline void RefineRoomy(RoomyWriter& out, const int32_t* blk, uint32_t blockOr, 
   }
   for (; k < 16; ++k) f.PutFit(codes[kLowpassRefine[k]], int(lens[kLowpassRefine[k]]));
   out = f;
-}
-
-// EncodeHP with blocks whose VLC parts are all zero known from `ors`
-// (HpBlockOr of block b of channel ch at 16 ch + b), the nonzero positions
-// of the others gathered once as a mask (the coder and the scan counts
-// walk its set bits), refinements of blocks whose model bits are all
-// trimmed skipped, and the roomy writers.
-inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, const int32_t* coef,
-                          const uint32_t* ors, State& s, int32_t* cbp) {
-  int32_t lm[2] = {0, 0};
-  int32_t val[16];
-  const int sc = 1 + scan;
-  for (int ch = 0; ch < s.channels; ++ch) {
-    const int bits = s.modelBits[kHP][ch > 0];
-    const int blocks = HpBlocks(s, ch);
-    cbp[ch] = 0;
-    for (int i = 0; i < blocks; ++i) {
-      const int b = HpBlockAt(s, ch, i);
-      const int32_t* blk = coef + 256 * ch + 16 * b;
-      const uint32_t blockOr = ors[16 * ch + b];
-      if ((blockOr >> bits) != 0) {
-        int32_t part[16];
-        HpVlcParts(blk, bits, part);
-        uint32_t mask = 0;
-        val[0] = 0;
-        for (int p = 1; p < 16; ++p) {
-          val[p] = part[s.order[sc][p]];
-          mask |= uint32_t(val[p] != 0) << p;
-        }
-        cbp[ch] |= 1 << b;
-        EncodeBlockRoomy<true>(w, s, kHpFirst, ch > 0, 1, val, mask, sc);
-        lm[ch > 0] += Ones16(mask);
-      }
-      if (bits > trim) RefineRoomy(f, blk, blockOr, bits, trim);
-    }
-  }
-  UpdateModel(s, kHP, lm[0], lm[1]);
 }
 
 // EncodeLP for the roomy writer and coefficients whose range has been
@@ -1757,7 +1744,7 @@ inline void EncodeLPRoomy(RoomyWriter& w, State& s, const int32_t* coef) {
           mask |= uint32_t(val[p] != 0) << p;
         }
       }
-      EncodeBlockRoomy(w, s, kLpFirst, g > 0, first, val, mask);
+      EncodeBlockRoomy(w, s, kLpFirst, g > 0, first, ValueAt{val}, mask, NoCount{});
       lm[g > 0] += Ones16(mask);
       if (!shared) {
         for (uint32_t m = mask; m; m &= m - 1) CountScan(s, 0, __builtin_ctz(m));
@@ -2112,6 +2099,55 @@ inline RvtResult EncodeBand(uint8_t* dst, int32_t len, int32_t* pos, uint8_t* fl
   return rvtStatusOk;
 }
 
+// ------------------------------------------------------------ HP encoder: checks
+
+// The HP encoder's argument checks, in argument order (the coefficient
+// range is checked after them, by each form its own way).
+inline RvtResult CheckHPArgs(const int32_t* coef, int32_t scan, State* st, int32_t* cbp, uint8_t* dst,
+                             int32_t len, int32_t* pos, uint8_t* flex, int32_t flexLen, int32_t* flexPos,
+                             int32_t trim) {
+  RVT_CHECK(CheckPtr(coef));
+  if (scan < 0 || scan > 1) return rvtStatusBadArg;
+  RVT_CHECK(CheckState(st));
+  RVT_CHECK(CheckPtr(cbp));
+  RVT_CHECK(CheckCursor(dst, len, pos));
+  if (flex) RVT_CHECK(CheckCursor(flex, flexLen, flexPos));
+  if (trim < 0 || trim > 15) return rvtStatusBadArg;
+  return rvtStatusOk;
+}
+
+// The reference encoding of checked arguments.
+inline RvtResult EncodeHPChecked(const int32_t* coef, int32_t scan, State* st, int32_t* cbp, uint8_t* dst,
+                                 int32_t len, int32_t* pos, uint8_t* flex, int32_t flexLen, int32_t* flexPos,
+                                 int32_t trim) {
+  int32_t out[16];
+  const RvtResult status =
+      EncodeBand(dst, len, pos, flex, flexLen, flexPos, st, 256 * st->channels,
+                 [&](Writer& w, Writer& f, State& s) { return EncodeHP(w, f, trim, scan, coef, s, out); });
+  if (status == rvtStatusOk) {
+    for (int ch = 0; ch < st->channels; ++ch) cbp[ch] = out[ch];
+  }
+  return status;
+}
+
+// HpBlockOr of every HP block into ors (16 ch + b); returns the OR of
+// them shifted by their model bits.  Below 2^30 no VLC part is out of the
+// escape's reach; else CheckRange settles it.
+inline uint32_t HpBlockOrs(const State& s, const int32_t* coef, uint32_t* ors) {
+  uint32_t any = 0;
+  for (int ch = 0; ch < s.channels; ++ch) {
+    const int bits = s.modelBits[kHP][ch > 0];
+    uint32_t acc = 0;
+    for (int b = 0; b < HpBlocks(s, ch); ++b) {
+      ors[16 * ch + b] = HpBlockOr(coef + 256 * ch + 16 * b);
+      acc |= ors[16 * ch + b];
+    }
+    any |= acc >> bits;
+  }
+  static_assert((1u << 30) <= kMaxLevel);
+  return any;
+}
+
 // ------------------------------------------------------------ HP coded-block pattern: encoder
 
 // The coded difference that PredictCbp turns into `cbp` (coded bit order).
@@ -2244,6 +2280,81 @@ inline void EncodeCbpHP(Writer& w, State& s, const int32_t* left, const int32_t*
       }
     }
   }
+}
+
+// The pattern codes of a group without chroma (Y only, CMYK, N channels)
+// by table: a pattern of set quads (its count's 5-symbol code, then which
+// ones) and a quad's nibble (its class's 5-symbol code, then which one),
+// each as one put: the bits (0-15) and their count (16-23); and each
+// symbol's discriminant step (the 5-symbol alphabet's lower boundary is
+// the one both tables watch).
+struct CbpCodes {
+  uint32_t quads[2][16], nibble[2][16];
+  int8_t quadStep[16], nibbleStep[16];
+};
+constexpr CbpCodes MakeCbpCodes() {
+  constexpr int kCode[16] = {0, 4, 5, 2, 6, 8, 9, 12, 7, 10, 11, 13, 3, 14, 15, 1};
+  constexpr int kOff[6] = {0, 4, 2, 8, 12, 1};
+  constexpr int kFlc[6] = {0, 2, 1, 2, 2, 0};
+  CbpCodes cc{};
+  auto ones = [](int n) { return (n & 1) + ((n >> 1) & 1) + ((n >> 2) & 1) + ((n >> 3) & 1); };
+  auto step = [](int sym) { return int8_t(kAlpha5.code[0][sym].len - kAlpha5.code[1][sym].len); };
+  for (int n = 0; n < 16; ++n) {
+    const int k = ones(n);
+    uint32_t tail = 0;
+    int tailBits = 0;
+    if (k == 1 || k == 3) {
+      const int which = k == 1 ? n : ~n & 0xF;
+      tail = uint32_t(which == 1 ? 0 : which == 2 ? 1 : which == 4 ? 2 : 3), tailBits = 2;
+    } else if (k == 2) {
+      tail = n == 3 ? 0u : n == 5 ? 1u : n == 6 ? 4u : n == 9 ? 5u : n == 10 ? 6u : 7u;
+      tailBits = n == 3 || n == 5 ? 2 : 3;
+    }
+    cc.quadStep[n] = step(k);
+    int val = 0;
+    for (int v = 5; v >= 0; --v) {
+      if (kCode[n] >= kOff[v] && kCode[n] < kOff[v] + (1 << kFlc[v])) val = v;
+    }
+    const int bsym = val > 0 ? val - 1 : 0;  // (an empty quad is not coded)
+    cc.nibbleStep[n] = step(bsym);
+    for (int t = 0; t < 2; ++t) {
+      const Code q = kAlpha5.code[t][k], b = kAlpha5.code[t][bsym];
+      cc.quads[t][n] = (uint32_t(q.code) << tailBits | tail) | uint32_t(q.len + tailBits) << 16;
+      cc.nibble[t][n] = (uint32_t(b.code) << kFlc[val] | uint32_t(kCode[n] - kOff[val])) |
+                        uint32_t(b.len + kFlc[val]) << 16;
+    }
+  }
+  return cc;
+}
+inline constexpr CbpCodes kCbpCodes = MakeCbpCodes();
+static_assert(kAlpha5.tables == 2 && kAlpha5.symbols == 5);
+
+// EncodeCbpHP of a format without chroma for the roomy writer: each
+// channel's pattern a group, the quads' code and their nibbles' codes
+// appended and settled once (at most 7 + 4 * 6 bits).
+inline void EncodeCbpHPRoomy(RoomyWriter& out, State& s, const int32_t* left, const int32_t* top,
+                             const int32_t* cbp) {
+  RoomyWriter w = out;  // (its fields stay in registers)
+  const int tq = s.table[kNumCbp], tb = s.table[kNumBlkCbp];
+  uint32_t dq = uint32_t(s.disc[kNumCbp]), db = uint32_t(s.disc[kNumBlkCbp]);
+  for (int ch = 0; ch < s.channels; ++ch) {
+    const uint32_t y = uint32_t(UnpredictCbp(s, cbp[ch], ch, left, top));
+    const uint32_t quads = uint32_t((y & 0x000Fu) != 0) | uint32_t((y & 0x00F0u) != 0) << 1 |
+                           uint32_t((y & 0x0F00u) != 0) << 2 | uint32_t((y & 0xF000u) != 0) << 3;
+    const uint32_t e = kCbpCodes.quads[tq][quads];
+    w.Append(e & 0xFFFFu, int(e >> 16));
+    dq += uint32_t(int32_t(kCbpCodes.quadStep[quads]));
+    for (uint32_t m = quads; m; m &= m - 1) {
+      const uint32_t n = (y >> (4 * __builtin_ctz(m))) & 0xFu;
+      const uint32_t b = kCbpCodes.nibble[tb][n];
+      w.Append(b & 0xFFFFu, int(b >> 16));
+      db += uint32_t(int32_t(kCbpCodes.nibbleStep[n]));
+    }
+    w.Settle();
+  }
+  s.disc[kNumCbp] = int32_t(dq);
+  s.disc[kNumBlkCbp] = int32_t(db);
+  out = w;
 }
 
 }  // namespace rvt::vlc
