@@ -140,6 +140,33 @@ RVTJXR_CLONED void ConvertRgbSpan(const uint8_t* __restrict s, int32_t* __restri
   for (int x = 0; x < n; ++x) LiftRgb(s + 3 * x, x, ly, lu, lv, shift, mid);
 }
 
+// A macroblock of 8-bit grey pixels (16 pixels from x0 of each row, all in
+// the picture) converted as ConvertRow does into its place in the slot row
+// (`out` the macroblock's first value): four pixels a vector, stored as
+// the pairs of a block row (a, a + 1 and a + 5, a + 4).
+RVTJXR_CLONED void LoadGreyMacroblock(const uint8_t* const* rows, int x0, int32_t* out, int shift, int32_t mid) {
+  using V = int32_t __attribute__((vector_size(16)));
+  using B = uint8_t __attribute__((vector_size(16)));
+  const B z = {};
+  for (int r = 0; r < 16; ++r) {
+    int32_t* d = out + (r >> 2) * 16 + kInBlock[r & 3][0];
+    B b;
+    std::memcpy(&b, rows[r] + x0, 16);
+    // the pixels of block bx widened in the order they are stored
+    auto pairs = [&](auto bx) {
+      constexpr int i = 4 * decltype(bx)::value;
+      const B w = __builtin_shufflevector(b, z, i, 16, 16, 16, i + 1, 16, 16, 16, i + 3, 16, 16, 16, i + 2, 16, 16, 16);
+      const V v = (V(w) - mid) << shift;
+      std::memcpy(d + 16 * i, &v, 8);
+      std::memcpy(d + 16 * i + 4, reinterpret_cast<const char*>(&v) + 8, 8);
+    };
+    pairs(std::integral_constant<int, 0>{});
+    pairs(std::integral_constant<int, 1>{});
+    pairs(std::integral_constant<int, 2>{});
+    pairs(std::integral_constant<int, 3>{});
+  }
+}
+
 // A growing coefficient stream: a packet header, then what the coefficient
 // encoders append.
 struct Stream {
@@ -341,6 +368,12 @@ void Encoder::LoadRowOf(const S* pixels, int my) {
   for (int mx = 0; mx < mbw_; ++mx) {
     const int x0 = 16 * mx;
     const bool inside = x0 + 16 <= w;
+    if constexpr (cn == 1 && std::is_same_v<S, uint8_t>) {
+      if (inside) {
+        LoadGreyMacroblock(rows, x0, out[0] + size_t(mx) * 256, shift, mid);
+        continue;
+      }
+    }
     for (int k = 0; k < 16; ++k) xs[k] = std::min(x0 + k, w - 1);
     for (int r = 0; r < 16; ++r) {
       const S* src = rows[r];

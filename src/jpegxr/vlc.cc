@@ -60,7 +60,7 @@ inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, co
       if ((blockOr >> bits) != 0) {
         const uint32_t mask = HpScanMask(blk, order, bits);
         cbp[ch] |= 1 << b;
-        EncodeBlockRoomy(w, s, kHpFirst, ch > 0, 1, HpPartAt{blk, order, bits}, mask, HpCount{s, sc});
+        EncodeBlockRoomy(w, s, kHpFirst, ch > 0, 1, HpPartAt{blk, order, bits}, mask, HpCount{s.total[sc], s.order[sc]});
         lm[ch > 0] += Ones16(mask);
       }
       if (bits > trim) RefineRoomy(f, blk, blockOr, bits, trim);

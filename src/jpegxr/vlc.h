@@ -1566,9 +1566,14 @@ constexpr int MaxCoefBits() {
 }
 static_assert(MaxCoefBits() <= 32);
 
+// A nonzero value's magnitude and sign (1 when negative).
+struct MagSign {
+  uint32_t mag, sign;
+};
+
 // EncodeBlockAt for the roomy writer over `mask`, the positions of the
-// nonzero values (bits first..15), value(p) the signed value at position
-// p: each coefficient's magnitude, sign and successor taken once, runs
+// nonzero values (bits first..15), value(p) the value at position p as
+// MagSign: each coefficient's magnitude, sign and successor taken once, runs
 // from one table, levels below the escape in line; count(p) after each
 // coefficient (the coder reads neither the counts nor the order).
 template <class Value, class Count>
@@ -1582,13 +1587,13 @@ __attribute__((always_inline)) inline void EncodeBlockRoomy(RoomyWriter& out, St
   int cont = 0, loc = first;
   for (uint32_t m = mask; m; m &= m - 1) {
     const int here = __builtin_ctz(m);
-    const int32_t v = value(here);
-    const uint32_t mg = Mag(v);
+    const MagSign ms = value(here);
+    const uint32_t mg = ms.mag;
     // what follows: nothing, the next position, or a run first
     const uint32_t rest = (m & (m - 1)) >> (here + 1);
     const int srn = rest == 0 ? 0 : 2 - int(rest & 1);
     const bool sl = mg > 1;
-    const uint32_t sign = uint32_t(v) >> 31;
+    const uint32_t sign = ms.sign;
     if (m == mask) {
       const bool sr = here == first;
       PutCountedOf<12>(a, s, fst, int(sr) | (int(sl) << 1) | (srn << 2), sign, 1);
@@ -1638,24 +1643,38 @@ __attribute__((always_inline)) inline void EncodeBlockRoomy(RoomyWriter& out, St
 // values gathered in scan order, no counts taken.
 struct ValueAt {
   const int32_t* val;
-  __attribute__((always_inline)) int32_t operator()(int p) const { return val[p]; }
+  __attribute__((always_inline)) MagSign operator()(int p) const { return {Mag(val[p]), uint32_t(val[p]) >> 31}; }
 };
 struct NoCount {
   void operator()(int) const {}
 };
 // The value and count arguments of EncodeBlockRoomy for HP blocks: the
 // VLC part at scan place p, read at its turn (a block's counts move only
-// places it has passed), and CountScan.
+// places it has passed; a nonzero part has its coefficient's sign), and
+// CountScan on the scan's counts and order.
 struct HpPartAt {
   const int32_t* blk;
   const uint8_t* order;
   int bits;
-  __attribute__((always_inline)) int32_t operator()(int p) const { return VlcPart(blk[order[p]], bits); }
+  __attribute__((always_inline)) MagSign operator()(int p) const {
+    const int32_t v = blk[order[p]];
+    return {Mag(v) >> bits, uint32_t(v) >> 31};
+  }
 };
 struct HpCount {
-  State& s;
-  int scan;
-  __attribute__((always_inline)) void operator()(int p) const { CountScan(s, scan, p); }
+  int32_t* t;
+  uint8_t* o;
+  __attribute__((always_inline)) void operator()(int p) const {  // (CountScan)
+    ++t[p];
+    if (p > 1 && t[p] > t[p - 1]) {
+      const int32_t tt = t[p];
+      t[p] = t[p - 1];
+      t[p - 1] = tt;
+      const uint8_t oo = o[p];
+      o[p] = o[p - 1];
+      o[p - 1] = oo;
+    }
+  }
 };
 
 // The refinements of a block (EncodeRefine of each coefficient in the
