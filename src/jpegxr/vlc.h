@@ -991,9 +991,8 @@ inline void EncodeBlock(W& w, State& s, int group, bool chroma, int first, const
 // The adaptive scan: a coefficient found at scan index p counts there, and
 // an index whose count passes its predecessor's moves one place forward
 // (index 1 stays, the DC's place is never taken).
-inline void CountScan(State& s, int scan, int p) {
-  int32_t* t = s.total[scan];
-  uint8_t* o = s.order[scan];
+// (t, o: the scan's totals and order)
+inline void CountScanAt(int32_t* t, uint8_t* o, int p) {
   ++t[p];
   if (p > 1 && t[p] > t[p - 1]) {
     const int32_t tt = t[p];
@@ -1004,6 +1003,7 @@ inline void CountScan(State& s, int scan, int p) {
     o[p - 1] = oo;
   }
 }
+inline void CountScan(State& s, int scan, int p) { CountScanAt(s.total[scan], s.order[scan], p); }
 
 // ------------------------------------------------------------ macroblock layout
 
@@ -1651,7 +1651,7 @@ struct NoCount {
 // The value and count arguments of EncodeBlockRoomy for HP blocks: the
 // VLC part at scan place p, read at its turn (a block's counts move only
 // places it has passed; a nonzero part has its coefficient's sign), and
-// CountScan on the scan's counts and order.
+// CountScanAt on the scan's totals and order.
 struct HpPartAt {
   const int32_t* blk;
   const uint8_t* order;
@@ -1664,17 +1664,7 @@ struct HpPartAt {
 struct HpCount {
   int32_t* t;
   uint8_t* o;
-  __attribute__((always_inline)) void operator()(int p) const {  // (CountScan)
-    ++t[p];
-    if (p > 1 && t[p] > t[p - 1]) {
-      const int32_t tt = t[p];
-      t[p] = t[p - 1];
-      t[p - 1] = tt;
-      const uint8_t oo = o[p];
-      o[p] = o[p - 1];
-      o[p - 1] = oo;
-    }
-  }
+  __attribute__((always_inline)) void operator()(int p) const { CountScanAt(t, o, p); }
 };
 
 // The refinements of a block (EncodeRefine of each coefficient in the
