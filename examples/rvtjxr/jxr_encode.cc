@@ -167,22 +167,6 @@ RVTJXR_CLONED void LoadGreyMacroblock(const uint8_t* const* rows, int x0, int32_
   }
 }
 
-// A growing coefficient stream: a packet header, then what the coefficient
-// encoders append.
-struct Stream {
-  std::vector<uint8_t> bytes;
-  int32_t pos = 0;  // in bits
-  // keeps ample room for one more macroblock so the encoders never need
-  // their dry run
-  void Reserve() {
-    const size_t need = size_t(pos / 8) + (size_t(1) << 16);
-    if (bytes.size() < need) bytes.resize(std::max(need, bytes.size() * 2), 0);
-  }
-  uint8_t* p() { return bytes.data(); }
-  int32_t len() const { return int32_t(std::min<size_t>(bytes.size(), (size_t(1) << 28) - 1)); }
-  void Finish() { bytes.resize(size_t(pos + 7) / 8); }
-};
-
 // An allocator leaving new elements uninitialized: every plane element is
 // written before it is read, and zeroing them first costs a pass over the
 // image.
@@ -205,6 +189,31 @@ struct DefaultInit : std::allocator<T> {
   }
 };
 using Plane = std::vector<int32_t, DefaultInit<int32_t>>;
+
+// A growing coefficient stream: a packet header, then what the coefficient
+// encoders append.  The coders write every byte up to the position (of a
+// byte they start inside, the bits before it they keep), so the room they
+// have not reached needs no clearing.
+struct Stream {
+  std::vector<uint8_t, DefaultInit<uint8_t>> bytes;
+  int32_t pos = 0;  // in bits
+  // keeps ample room for one more macroblock so the encoders never need
+  // their dry run; a new buffer takes only the bytes written (what lies
+  // past them was never touched, and copying it would touch both pages)
+  void Reserve() {
+    const size_t need = size_t(pos / 8) + (size_t(1) << 16);
+    if (bytes.size() >= need) return;
+    std::vector<uint8_t, DefaultInit<uint8_t>> more(std::max({need, bytes.size() * 2, size_t(1) << 20}));
+    std::copy_n(bytes.data(), size_t(pos + 7) / 8, more.data());
+    bytes.swap(more);
+  }
+  uint8_t* p() { return bytes.data(); }
+  int32_t len() const { return int32_t(std::min<size_t>(bytes.size(), (size_t(1) << 28) - 1)); }
+  void Finish() { bytes.resize(size_t(pos + 7) / 8); }
+};
+
+// Room the coded image keeps for the container's header (134 bytes).
+constexpr size_t kContainerRoom = 256;
 
 class Encoder {
  public:
@@ -918,6 +927,7 @@ bool Encoder::Run(std::vector<uint8_t>* out, std::string* error) {
   }
   for (uint64_t o : offset) PutVlw(b, o);
   PutVlw(b, 0);  // nothing between the table and the packets
+  out->reserve(out->size() + at + kContainerRoom);
   for (int k = 0; k < nb; ++k) {
     for (auto& bands : packets) out->insert(out->end(), bands[size_t(k)].bytes.begin(), bands[size_t(k)].bytes.end());
   }
@@ -942,28 +952,29 @@ bool EncodeImage(const Picture& pic, const EncodeOptions& opt, std::vector<uint8
 
 namespace {
 
-// The container around the coded image.
-bool Contain(const Picture& pic, const std::vector<uint8_t>& image, std::vector<uint8_t>* out, std::string* error);
+// The container around the coded image (which it takes, its header going
+// in front of it: Run leaves room for that).
+bool Contain(const Picture& pic, std::vector<uint8_t>&& image, std::vector<uint8_t>* out, std::string* error);
 
 }  // namespace
 
 bool EncodeFile(const Picture& pic, const EncodeOptions& opt, std::vector<uint8_t>* out, std::string* error) {
   std::vector<uint8_t> image;
-  return EncodeImage(pic, opt, &image, error) && Contain(pic, image, out, error);
+  return EncodeImage(pic, opt, &image, error) && Contain(pic, std::move(image), out, error);
 }
 
 bool EncodeFile8(const Picture& shape, const uint8_t* pixels, const EncodeOptions& opt, std::vector<uint8_t>* out,
                  std::string* error) {
   std::vector<uint8_t> image;
   Encoder e(shape, pixels, opt);
-  return e.Run(&image, error) && Contain(shape, image, out, error);
+  return e.Run(&image, error) && Contain(shape, std::move(image), out, error);
 }
 
 namespace {
 
 // The container: header, the pixel format identifier, one directory with
 // its entries in ascending tag order, then the coded image.
-bool Contain(const Picture& pic, const std::vector<uint8_t>& image, std::vector<uint8_t>* out, std::string* error) {
+bool Contain(const Picture& pic, std::vector<uint8_t>&& image, std::vector<uint8_t>* out, std::string* error) {
   if (image.size() > 0xFFFFFF00u) {
     *error = "coded image too large for the container";
     return false;
@@ -972,14 +983,14 @@ bool Contain(const Picture& pic, const std::vector<uint8_t>& image, std::vector<
   static const uint8_t kFormat[15] = {0x24, 0xc3, 0xdd, 0x6f, 0x03, 0x4e, 0xfe, 0x4b,
                                       0xb1, 0x85, 0x3d, 0x77, 0x76, 0x8d, 0xc9};
   const uint8_t last = pic.channels == 1 ? (pic.bits == 8 ? 0x08 : 0x0b) : (pic.bits == 8 ? 0x0d : 0x15);
-  std::vector<uint8_t>& o = *out;
-  o.assign({'I', 'I', 0xBC, 0x01});
+  std::vector<uint8_t> o{'I', 'I', 0xBC, 0x01};
   Le32(o, 0x20);
   o.insert(o.end(), kFormat, kFormat + 15);
   o.push_back(last);
   o.resize(0x20, 0);
   const uint32_t entries = 8;
   const uint32_t imageAt = 0x20 + 2 + entries * 12 + 4;
+  static_assert(imageAt <= kContainerRoom);
   Le16(o, entries);
   auto entry = [&](uint32_t tag, uint32_t type, uint32_t count, uint32_t value) {
     Le16(o, tag);
@@ -996,7 +1007,8 @@ bool Contain(const Picture& pic, const std::vector<uint8_t>& image, std::vector<
   entry(0xBCC0, 4, 1, imageAt);
   entry(0xBCC1, 4, 1, uint32_t(image.size()));
   Le32(o, 0);  // no further directory
-  o.insert(o.end(), image.begin(), image.end());
+  image.insert(image.begin(), o.begin(), o.end());
+  *out = std::move(image);
   return true;
 }
 
