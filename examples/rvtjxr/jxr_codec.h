@@ -40,7 +40,7 @@ inline int32_t StepOf(int index, int shift, bool scaled) {
 // or 4 (R, G, B, A), `bits` 8 or 16.
 // Takes 8-bit rows as a decoder finishes them, top to bottom: `count` rows
 // of width * channels bytes each from `rows` (valid during the call).
-// Returning false stops the decode with an error.
+// Returning false makes the decode fail, and no rows follow.
 class RowSink {
  public:
   virtual bool Rows(const uint8_t* rows, int count) = 0;
