@@ -296,6 +296,16 @@ bool ReadFile(const std::string& path, std::vector<uint8_t>* data, std::string* 
     return false;
   }
   data->clear();
+  // room for the whole file at once: growing by doubling copies it again
+  // and faults in fresh pages at every step
+  if (std::fseek(f.get(), 0, SEEK_END) == 0) {
+    const long size = std::ftell(f.get());
+    if (size > 0) data->reserve(size_t(size));
+    if (std::fseek(f.get(), 0, SEEK_SET) != 0) {
+      *error = "read error on " + path;
+      return false;
+    }
+  }
   uint8_t buf[1 << 16];
   size_t n;
   while ((n = std::fread(buf, 1, sizeof(buf), f.get())) > 0) data->insert(data->end(), buf, buf + n);
