@@ -948,14 +948,6 @@ __attribute__((always_inline)) inline int DecodeBlockOn(FastReader& r, State& s,
   }
 }
 
-template <class Put>
-inline int DecodeBlockTo(FastReader& r, State& s, int group, bool chroma, int first, Put put) {
-  FastReader l = r;
-  const int n = DecodeBlockOn(l, s, group, chroma, first, put);
-  r = l;
-  return n;
-}
-
 // (`at`: the n positions of nonzero values, ascending)
 template <class W>
 inline void EncodeBlockAt(W& w, State& s, int group, bool chroma, int first, const int32_t* val, const int* at,
@@ -1235,7 +1227,7 @@ __attribute__((always_inline)) inline void RefineBlock(FastReader& f, int32_t* b
 // Group by group: the block's run/level code when its pattern bit is set,
 // then the model bits of the group's channels.
 template <class R>
-inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
+__attribute__((always_inline)) inline RvtResult DecodeLPOn(R& r, State& s, int32_t* coef) {
   int32_t lm[2] = {0, 0};
   const int n = LpGroups(s);
   const int cbp = DecodeLpCbp(r, s, n);
@@ -1253,7 +1245,7 @@ inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
       if ((cbp >> g) & 1) {
         const int first = shared ? ChromaFirst(s) : 1;
         const uint8_t* order = s.order[0];
-        const int cnt = DecodeBlockTo(r, s, kLpFirst, g > 0, first, [&](int p, int32_t v) {
+        const int cnt = DecodeBlockOn(r, s, kLpFirst, g > 0, first, [&](int p, int32_t v) {
           if (shared) {
             coef[16 * (1 + ((p - first) & 1)) + ChromaLpPos(s, (p - first) / 2)] = v;
           } else {
@@ -1312,6 +1304,19 @@ inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
   }
   UpdateModel(s, kLP, lm[0], lm[1]);
   return r.Short() ? rvtStatusOutOfBuffer : rvtStatusOk;
+}
+
+// The fast reader on a copy for the whole macroblock, as in DecodeHP.
+template <class R>
+inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
+  if constexpr (std::is_same_v<R, FastReader>) {
+    FastReader l = r;
+    const RvtResult status = DecodeLPOn(l, s, coef);
+    r = l;
+    return status;
+  } else {
+    return DecodeLPOn(r, s, coef);
+  }
 }
 
 template <class W>
