@@ -399,6 +399,28 @@ bool MappedPnm8::Open(const std::string& path) {
   return false;
 }
 
+bool MappedFile::Open(const std::string& path) {
+  Close();
+  const int fd = open(path.c_str(), O_RDONLY);
+  if (fd < 0) return false;
+  struct stat sb;
+  if (fstat(fd, &sb) == 0 && S_ISREG(sb.st_mode) && sb.st_size > 0) {
+    void* m = mmap(nullptr, size_t(sb.st_size), PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+    if (m != MAP_FAILED) {
+      data = static_cast<const uint8_t*>(m);
+      size = size_t(sb.st_size);
+    }
+  }
+  close(fd);
+  return data != nullptr;
+}
+
+void MappedFile::Close() {
+  if (data) munmap(const_cast<uint8_t*>(data), size);
+  data = nullptr;
+  size = 0;
+}
+
 void MappedPnm8::Close() {
   if (base_) munmap(const_cast<uint8_t*>(base_), size_);
   base_ = nullptr;

@@ -100,14 +100,18 @@ bool EndsWithPng(const std::string& path) {
 }
 
 int Decode(const std::string& in, const std::string& out) {
+  // the file's pages where they lie, else a copy
+  rvtjpeg::MappedFile mapped;
   std::vector<uint8_t> data;
   std::string error;
-  if (!rvtjpeg::ReadFile(in, &data, &error)) return Fail(error);
+  if (!mapped.Open(in) && !rvtjpeg::ReadFile(in, &data, &error)) return Fail(error);
+  const uint8_t* bytes = mapped.data ? mapped.data : data.data();
+  const size_t size = mapped.data ? mapped.size : data.size();
   rvtjxr::Picture pic;
   pic.narrow = true;
   PnmSink sink(out, pic);
   if (!EndsWithPng(out)) pic.sink = &sink;
-  if (!rvtjxr::DecodeFile(data.data(), data.size(), &pic, &error)) {
+  if (!rvtjxr::DecodeFile(bytes, size, &pic, &error)) {
     sink.Discard();
     return Fail(in + ": " + error);
   }
