@@ -296,6 +296,16 @@ bool ReadFile(const std::string& path, std::vector<uint8_t>* data, std::string* 
     return false;
   }
   data->clear();
+  // room for the whole file at once: growing by doubling copies it again
+  // and faults in fresh pages at every step
+  if (std::fseek(f.get(), 0, SEEK_END) == 0) {
+    const long size = std::ftell(f.get());
+    if (size > 0) data->reserve(size_t(size));
+    if (std::fseek(f.get(), 0, SEEK_SET) != 0) {
+      *error = "read error on " + path;
+      return false;
+    }
+  }
   uint8_t buf[1 << 16];
   size_t n;
   while ((n = std::fread(buf, 1, sizeof(buf), f.get())) > 0) data->insert(data->end(), buf, buf + n);
@@ -387,6 +397,28 @@ bool MappedPnm8::Open(const std::string& path) {
   if (base_ && Parse()) return true;
   Close();
   return false;
+}
+
+bool MappedFile::Open(const std::string& path) {
+  Close();
+  const int fd = open(path.c_str(), O_RDONLY);
+  if (fd < 0) return false;
+  struct stat sb;
+  if (fstat(fd, &sb) == 0 && S_ISREG(sb.st_mode) && sb.st_size > 0) {
+    void* m = mmap(nullptr, size_t(sb.st_size), PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+    if (m != MAP_FAILED) {
+      data = static_cast<const uint8_t*>(m);
+      size = size_t(sb.st_size);
+    }
+  }
+  close(fd);
+  return data != nullptr;
+}
+
+void MappedFile::Close() {
+  if (data) munmap(const_cast<uint8_t*>(data), size);
+  data = nullptr;
+  size = 0;
 }
 
 void MappedPnm8::Close() {

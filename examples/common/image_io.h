@@ -91,6 +91,22 @@ class MappedPnm8 {
   size_t size_ = 0;
 };
 
+// A whole regular file mapped read-only (its pages read ahead): no copy
+// into memory of the process's own.  Open returns false (leaving nothing
+// open) for an empty file or anything that cannot be mapped; ReadFile then
+// does.
+class MappedFile {
+ public:
+  MappedFile() = default;
+  MappedFile(const MappedFile&) = delete;
+  MappedFile& operator=(const MappedFile&) = delete;
+  ~MappedFile() { Close(); }
+  bool Open(const std::string& path);
+  void Close();
+  const uint8_t* data = nullptr;
+  size_t size = 0;
+};
+
 }  // namespace rvtjpeg
 
 #endif  // RVTJPEG_IMAGE_IO_H_

@@ -38,6 +38,17 @@ inline int32_t StepOf(int index, int shift, bool scaled) {
 
 // A decoded image: interleaved samples, `channels` 1 (grey), 3 (R, G, B)
 // or 4 (R, G, B, A), `bits` 8 or 16.
+// Takes 8-bit rows as a decoder finishes them, top to bottom: `count` rows
+// of width * channels bytes each from `rows` (valid during the call).
+// Returning false makes the decode fail, and no rows follow.
+class RowSink {
+ public:
+  virtual bool Rows(const uint8_t* rows, int count) = 0;
+
+ protected:
+  ~RowSink() = default;
+};
+
 struct Picture {
   int width = 0;
   int height = 0;
@@ -49,6 +60,12 @@ struct Picture {
   // touches.
   bool narrow = false;
   std::vector<uint8_t> bytes;
+  // Set by the caller too (with `narrow`): such images go to the sink a few
+  // rows at a time instead, and `bytes` stays empty.  A whole image in
+  // memory is written (and its pages faulted in) once more than rows
+  // passed on while in cache.  The size fields are set before the first
+  // rows arrive.
+  RowSink* sink = nullptr;
 };
 
 // Where the coded image sits in a container, and what the container says.

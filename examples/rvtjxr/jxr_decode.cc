@@ -475,7 +475,8 @@ class Decoder {
   // complete; Finish reconstructs the rest.
   void Begin(Picture* out);
   bool Run(size_t tilesAt, std::string* error);
-  void Finish();
+  // false when the sink refused rows
+  bool Finish();
 
  private:
   bool Tile(int tx, int ty, std::vector<Cursor>& band, std::string* error);
@@ -524,6 +525,13 @@ class Decoder {
   int corners_ = 0;  // corner rows reconstructed
   int earlyRow_ = -1, earlyX_ = 0;  // luma corners 0..earlyX_-1 of row earlyRow_ already run
   Picture* out_ = nullptr;
+  // rows for out_->sink: strip_ holds stripRows_ of them, nextRow_ the
+  // image row the next one is
+  std::vector<uint8_t> strip_;
+  int stripRows_ = 0, nextRow_ = 0;
+  bool sinkFailed_ = false;
+  static constexpr int kStripRows = 16;
+  void Pass();
   bool sub_ = false;  // 4:2:0 or 4:2:2
   bool ring_ = false;
   static constexpr int kChromaSlots = 16;
@@ -986,8 +994,19 @@ void Decoder::Begin(Picture* out) {
   const size_t n = size_t(out->width) * out->height * out->channels;
   out->samples.clear();
   out->bytes.clear();
-  if (out->narrow && !wide) out->bytes.resize(n);
-  else out->samples.resize(n);
+  if (out->narrow && !wide && out->sink) {
+    strip_.resize(size_t(out->width) * out->channels * kStripRows);
+  } else if (out->narrow && !wide) {
+    out->bytes.resize(n);
+  } else {
+    out->samples.resize(n);
+  }
+}
+
+// The strip's rows to the sink.
+void Decoder::Pass() {
+  if (stripRows_ > 0 && !sinkFailed_) sinkFailed_ = !out_->sink->Rows(strip_.data(), stripRows_);
+  stripRows_ = 0;
 }
 
 // Corner rows run (every channel) and their finished macroblock rows are
@@ -1022,7 +1041,18 @@ void Decoder::Advance(int rowsDecoded) {
   }
 }
 
-void Decoder::Finish() { Advance(mbh_); }
+bool Decoder::Finish() {
+  Advance(mbh_);
+  if (strip_.empty()) return true;
+  // rows never reconstructed read as zeros, as in `bytes`
+  const size_t rowBytes = strip_.size() / kStripRows;
+  for (; nextRow_ < out_->height; ++nextRow_) {
+    std::memset(strip_.data() + rowBytes * size_t(stripRows_), 0, rowBytes);
+    if (++stripRows_ == kStripRows) Pass();
+  }
+  Pass();
+  return !sinkFailed_;
+}
 
 // Luma-like corners of a row run a few macroblocks behind the decoder,
 // while their macroblocks are still in cache (the corner after macroblock
@@ -1227,7 +1257,17 @@ void Decoder::Emit(int py) {
   const int w = out->width;
   const int nc = h_.format != kYOnly ? 3 : 1;
   const size_t at = size_t(py - int(h_.extraTop)) * w * nc;
-  if (!out->bytes.empty()) {
+  if (!strip_.empty()) {
+    // rows come top to bottom; any skipped read as zeros
+    const size_t rowBytes = size_t(w) * nc;
+    for (; nextRow_ < py - int(h_.extraTop); ++nextRow_) {
+      std::memset(strip_.data() + rowBytes * size_t(stripRows_), 0, rowBytes);
+      if (++stripRows_ == kStripRows) Pass();
+    }
+    EmitAs(strip_.data() + rowBytes * size_t(stripRows_));
+    ++nextRow_;
+    if (++stripRows_ == kStripRows) Pass();
+  } else if (!out->bytes.empty()) {
     EmitAs(out->bytes.data() + at);
   } else {
     EmitAs(out->samples.data() + at);
@@ -1311,7 +1351,10 @@ bool DecodeImage(const uint8_t* data, size_t size, Picture* out, std::string* er
   Decoder d(h, data, size);
   d.Begin(out);
   if (!d.Run(b.pos / 8, error)) return false;
-  d.Finish();
+  if (!d.Finish()) {
+    *error = "the rows could not be passed on";
+    return false;
+  }
   return true;
 }
 

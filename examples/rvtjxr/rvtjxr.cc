@@ -58,14 +58,68 @@ int WriteRgbaPng(const std::string& path, const rvtjxr::Picture& pic) {
   return 0;
 }
 
+// 8-bit PNM written as the decoder passes its rows on, the bytes
+// rvtjpeg::WritePnm writes; the file is created with the first rows.
+class PnmSink : public rvtjxr::RowSink {
+ public:
+  PnmSink(const std::string& path, const rvtjxr::Picture& pic) : path_(path), pic_(pic) {}
+  ~PnmSink() {
+    if (f_) std::fclose(f_);
+  }
+  bool Rows(const uint8_t* rows, int count) override {
+    if (!f_) {
+      f_ = std::fopen(path_.c_str(), "wb");
+      if (!f_) return false;
+      std::fprintf(f_, "P%c\n%d %d\n255\n", pic_.channels == 3 ? '6' : '5', pic_.width, pic_.height);
+    }
+    const size_t n = size_t(pic_.width) * size_t(pic_.channels) * size_t(count);
+    return std::fwrite(rows, 1, n, f_) == n;
+  }
+  // Closes the file; true when every byte went out.
+  bool Close() {
+    const bool ok = f_ && std::fclose(f_) == 0;
+    f_ = nullptr;
+    return ok;
+  }
+  // A decode that failed half-way leaves no file.
+  void Discard() {
+    if (!f_) return;
+    std::fclose(f_);
+    f_ = nullptr;
+    std::remove(path_.c_str());
+  }
+
+ private:
+  std::string path_;
+  const rvtjxr::Picture& pic_;
+  FILE* f_ = nullptr;
+};
+
+bool EndsWithPng(const std::string& path) {
+  return path.size() >= 4 && path.compare(path.size() - 4, 4, ".png") == 0;
+}
+
 int Decode(const std::string& in, const std::string& out) {
+  // the file's pages where they lie, else a copy
+  rvtjpeg::MappedFile mapped;
   std::vector<uint8_t> data;
   std::string error;
-  if (!rvtjpeg::ReadFile(in, &data, &error)) return Fail(error);
+  if (!mapped.Open(in) && !rvtjpeg::ReadFile(in, &data, &error)) return Fail(error);
+  const uint8_t* bytes = mapped.data ? mapped.data : data.data();
+  const size_t size = mapped.data ? mapped.size : data.size();
   rvtjxr::Picture pic;
   pic.narrow = true;
-  if (!rvtjxr::DecodeFile(data.data(), data.size(), &pic, &error)) return Fail(in + ": " + error);
+  PnmSink sink(out, pic);
+  if (!EndsWithPng(out)) pic.sink = &sink;
+  if (!rvtjxr::DecodeFile(bytes, size, &pic, &error)) {
+    sink.Discard();
+    return Fail(in + ": " + error);
+  }
   if (pic.channels == 4) return WriteRgbaPng(out, pic);
+  if (pic.sink && pic.bits == 8) {
+    if (!sink.Close()) return Fail("write error on " + out);
+    return 0;
+  }
   if (pic.bits == 8) {
     rvtjpeg::Image img;
     img.width = pic.width;

@@ -285,16 +285,29 @@ constexpr Luts MakeLuts() {
 }
 inline constexpr Luts kLuts = MakeLuts();
 
+// The bits a look-up entry takes, held alone in its second byte: read as a
+// byte load of its own, the next position does not wait for the shifts
+// that unpack the rest of the entry.
+template <class T>
+__attribute__((always_inline)) inline uint32_t TakenBits(const T& e) {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+  return reinterpret_cast<const uint8_t*>(&e)[1];
+#else
+  return uint32_t(e >> 8) & 0xFFu;
+#endif
+}
+
 struct FastReader {
   const uint8_t* p;
   int64_t end;
   int64_t pos;
-  uint64_t word = 0;   // the 8 bytes from byte `at`, most significant first
-  int64_t at = -64;
+  uint64_t word = 0;   // the 8 bytes from bit `base` (a byte start), most significant first
+  int64_t base = -512;
   // At least 32 valid bits from the position, most significant first.
   __attribute__((always_inline)) uint64_t Window() {
-    if (pos - at * 8 > 32) {
-      at = pos >> 3;
+    int64_t off = pos - base;
+    if (off > 32) {
+      const int64_t at = pos >> 3;
       const int64_t bytes = end >> 3;
       if (at + 8 <= bytes) {
         std::memcpy(&word, p + at, 8);
@@ -302,8 +315,10 @@ struct FastReader {
       } else {
         word = TailWord(p, at, bytes);
       }
+      base = at * 8;
+      off = pos & 7;
     }
-    return word << (pos - at * 8);
+    return word << off;
   }
   // The 8 bytes from `at` near the end, zeros past it (out of line: the
   // reader's fields stay in registers around it).
@@ -325,8 +340,8 @@ struct FastReader {
   }
   bool Short() const { return pos > end; }
   int Symbol(const Alphabet& a, int t) {
-    const uint16_t e = kLuts.e[LutBase(a.symbols) + t][Window() >> 56];
-    pos += e >> 8;
+    const uint16_t& e = kLuts.e[LutBase(a.symbols) + t][Window() >> 56];
+    pos += TakenBits(e);
     return e & 0xFF;
   }
 };
@@ -579,8 +594,8 @@ inline int IndexAndSign(FastReader& r, int t, uint32_t& lo, uint32_t& hi, uint32
     if constexpr (N == 6) return kIndex6;
     else return kIndex12;
   }();
-  const uint32_t e = lut.e[t][r.Window() >> (64 - B)];
-  r.pos += (e >> 8) & 15;
+  const uint32_t& e = lut.e[t][r.Window() >> (64 - B)];
+  r.pos += TakenBits(e);
   lo += uint32_t(int32_t(int8_t(e >> 16)));
   hi += uint32_t(int32_t(int8_t(e >> 24)));
   *neg = (e >> 4) & 1u;
@@ -640,8 +655,8 @@ inline uint32_t LevelEscape(R& r);
 
 // A level from the fast reader: table `t`, the step added to `disc`.
 inline uint32_t LevelOf(FastReader& r, int t, uint32_t& disc) {
-  const uint32_t e = kLevels.e[t][r.Window() >> 56];
-  r.pos += (e >> 8) & 15;
+  const uint32_t& e = kLevels.e[t][r.Window() >> 56];
+  r.pos += TakenBits(e);
   disc += uint32_t(int32_t(int8_t(e >> 16)));
   if (e & 0xFF) return e & 0xFF;
   return LevelEscape(r);
@@ -759,8 +774,8 @@ inline int DecodeRun(R& r, State& s, int maxRun) {
       r.pos += maxRun - 1;
       return maxRun;
     }
-    const uint16_t e = kRuns.e[s.table[kRun]][RunBin(maxRun)][w >> 56];
-    r.pos += e >> 8;
+    const uint16_t& e = kRuns.e[s.table[kRun]][RunBin(maxRun)][w >> 56];
+    r.pos += TakenBits(e);
     return e & 0xFF;
   }
   if (maxRun < 5) {
@@ -864,7 +879,8 @@ inline int DecodeBlock(R& r, State& s, int group, bool chroma, int first, int32_
 // level) as it is decoded instead of through a zeroed array: no array to
 // clear and no second pass over the 15 positions.
 template <class Put>
-inline int DecodeBlockOn(FastReader& r, State& s, int group, bool chroma, int first, Put put) {
+__attribute__((always_inline)) inline int DecodeBlockOn(FastReader& r, State& s, int group, bool chroma, int first,
+                                                        Put put) {
   const int idx = group + (chroma ? kIndexChr : kIndexLum);
   const int fst = group + (chroma ? kFirstChr : kFirstLum);
   // each index comes with the sign of its coefficient
@@ -902,8 +918,8 @@ inline int DecodeBlockOn(FastReader& r, State& s, int group, bool chroma, int fi
       // a lone 1 right before its successor comes with the successor's
       // index, which is then still a table one (its position below 14)
       const int slot = idx + cont;
-      const uint32_t e = kPair6.e[s.table[slot]][r.Window() >> (64 - kPairBits)];
-      r.pos += (e >> 8) & 15;
+      const uint32_t& e = kPair6.e[s.table[slot]][r.Window() >> (64 - kPairBits)];
+      r.pos += TakenBits(e);
       s.disc[slot] = int32_t(uint32_t(s.disc[slot]) + uint32_t(int32_t(int8_t(e >> 16))));
       s.disc1[slot] = int32_t(uint32_t(s.disc1[slot]) + uint32_t(int32_t(int8_t(e >> 24))));
       sym = int(e & 15u);
@@ -930,14 +946,6 @@ inline int DecodeBlockOn(FastReader& r, State& s, int group, bool chroma, int fi
     sl = sym & 1;
     sr = true;  // its run is already read
   }
-}
-
-template <class Put>
-inline int DecodeBlockTo(FastReader& r, State& s, int group, bool chroma, int first, Put put) {
-  FastReader l = r;
-  const int n = DecodeBlockOn(l, s, group, chroma, first, put);
-  r = l;
-  return n;
 }
 
 // (`at`: the n positions of nonzero values, ascending)
@@ -1189,7 +1197,7 @@ inline int GroupLastChannel(const State& s, int g) { return Shared(s) && g == 1 
 // fast reader, with at least one bit coded a coefficient: fields are cut
 // from one window while it holds the next field and its sign (at most 16
 // bits) within its 32 valid bits, instead of a window per field.
-inline void RefineBlock(FastReader& f, int32_t* blk, int bits, int trim) {
+__attribute__((always_inline)) inline void RefineBlock(FastReader& f, int32_t* blk, int bits, int trim) {
   const int n = bits - trim;
   uint64_t w = f.Window();
   int used = 0;
@@ -1219,7 +1227,7 @@ inline void RefineBlock(FastReader& f, int32_t* blk, int bits, int trim) {
 // Group by group: the block's run/level code when its pattern bit is set,
 // then the model bits of the group's channels.
 template <class R>
-inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
+__attribute__((always_inline)) inline RvtResult DecodeLPOn(R& r, State& s, int32_t* coef) {
   int32_t lm[2] = {0, 0};
   const int n = LpGroups(s);
   const int cbp = DecodeLpCbp(r, s, n);
@@ -1237,7 +1245,7 @@ inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
       if ((cbp >> g) & 1) {
         const int first = shared ? ChromaFirst(s) : 1;
         const uint8_t* order = s.order[0];
-        const int cnt = DecodeBlockTo(r, s, kLpFirst, g > 0, first, [&](int p, int32_t v) {
+        const int cnt = DecodeBlockOn(r, s, kLpFirst, g > 0, first, [&](int p, int32_t v) {
           if (shared) {
             coef[16 * (1 + ((p - first) & 1)) + ChromaLpPos(s, (p - first) / 2)] = v;
           } else {
@@ -1296,6 +1304,19 @@ inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
   }
   UpdateModel(s, kLP, lm[0], lm[1]);
   return r.Short() ? rvtStatusOutOfBuffer : rvtStatusOk;
+}
+
+// The fast reader on a copy for the whole macroblock, as in DecodeHP.
+template <class R>
+inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
+  if constexpr (std::is_same_v<R, FastReader>) {
+    FastReader l = r;
+    const RvtResult status = DecodeLPOn(l, s, coef);
+    r = l;
+    return status;
+  } else {
+    return DecodeLPOn(r, s, coef);
+  }
 }
 
 template <class W>
@@ -1360,7 +1381,8 @@ inline RvtResult EncodeLP(W& w, State& s, const int32_t* coef) {
 inline int HpBlockAt(const State& s, int ch, int i) { return HpBlocks(s, ch) == 16 ? kHpBlockOrder[i] : i; }
 
 template <class R, class F>
-inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, State& s, int32_t* coef) {
+__attribute__((always_inline)) inline RvtResult DecodeHPOn(R& r, F& f, int trim, int scan, const int32_t* cbp,
+                                                          State& s, int32_t* coef) {
   int32_t lm[2] = {0, 0};
   int32_t val[16];
   const int sc = 1 + scan;
@@ -1378,7 +1400,7 @@ inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, St
         // maps through the order the block started with
         if ((pattern >> b) & 1) {
           const uint8_t* order = s.order[sc];
-          const int cnt = DecodeBlockTo(r, s, kHpFirst, ch > 0, 1, [&](int p, int32_t v) {
+          const int cnt = DecodeBlockOn(r, s, kHpFirst, ch > 0, 1, [&](int p, int32_t v) {
             blk[order[p]] = v;
             CountScan(s, sc, p);
           });
@@ -1409,6 +1431,28 @@ inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, St
   }
   UpdateModel(s, kHP, lm[0], lm[1]);
   return (r.Short() || f.Short()) ? rvtStatusOutOfBuffer : rvtStatusOk;
+}
+
+// The fast readers work on copies for the whole macroblock, their fields
+// in registers rather than behind the caller's references (one copy when
+// the flexbits share the coded parts' reader).
+template <class R, class F>
+inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, State& s, int32_t* coef) {
+  if constexpr (std::is_same_v<R, FastReader> && std::is_same_v<F, FastReader>) {
+    FastReader lr = r;
+    if (&f == &r) {
+      const RvtResult status = DecodeHPOn(lr, lr, trim, scan, cbp, s, coef);
+      r = lr;
+      return status;
+    }
+    FastReader lf = f;
+    const RvtResult status = DecodeHPOn(lr, lf, trim, scan, cbp, s, coef);
+    r = lr;
+    f = lf;
+    return status;
+  } else {
+    return DecodeHPOn(r, f, trim, scan, cbp, s, coef);
+  }
 }
 
 inline RvtResult EncodeHP(Writer& w, Writer& f, int trim, int scan, const int32_t* coef, State& s,
