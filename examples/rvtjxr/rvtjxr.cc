@@ -19,6 +19,7 @@
 // Anything it cannot do ends with a non-zero status and a one-line reason.
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -27,6 +28,8 @@
 #include <vector>
 
 #include <png.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "image_io.h"
 #include "jxr_codec.h"
@@ -59,38 +62,50 @@ int WriteRgbaPng(const std::string& path, const rvtjxr::Picture& pic) {
 }
 
 // 8-bit PNM written as the decoder passes its rows on, the bytes
-// rvtjpeg::WritePnm writes; the file is created with the first rows.
+// rvtjpeg::WritePnm writes.  A regular file (or a new one) is written under
+// a temporary name beside it and renamed over the path once every row is
+// out, so a decode that fails half-way leaves whatever was there before;
+// anything else (a pipe, a device) is written in place and never removed.
 class PnmSink : public rvtjxr::RowSink {
  public:
   PnmSink(const std::string& path, const rvtjxr::Picture& pic) : path_(path), pic_(pic) {}
-  ~PnmSink() {
-    if (f_) std::fclose(f_);
-  }
+  ~PnmSink() { Discard(); }
   bool Rows(const uint8_t* rows, int count) override {
     if (!f_) {
-      f_ = std::fopen(path_.c_str(), "wb");
-      if (!f_) return false;
+      struct stat st;
+      const bool regular = stat(path_.c_str(), &st) != 0 ? errno == ENOENT : S_ISREG(st.st_mode);
+      if (regular) temp_ = path_ + ".part" + std::to_string(getpid());
+      f_ = std::fopen((regular ? temp_ : path_).c_str(), "wb");
+      if (!f_) {
+        temp_.clear();
+        return false;
+      }
       std::fprintf(f_, "P%c\n%d %d\n255\n", pic_.channels == 3 ? '6' : '5', pic_.width, pic_.height);
     }
     const size_t n = size_t(pic_.width) * size_t(pic_.channels) * size_t(count);
     return std::fwrite(rows, 1, n, f_) == n;
   }
-  // Closes the file; true when every byte went out.
+  // Closes the file and puts it in place; true when every byte went out.
   bool Close() {
-    const bool ok = f_ && std::fclose(f_) == 0;
+    bool ok = f_ && std::fclose(f_) == 0;
     f_ = nullptr;
+    if (!temp_.empty()) {
+      ok = ok && std::rename(temp_.c_str(), path_.c_str()) == 0;
+      if (!ok) std::remove(temp_.c_str());
+      temp_.clear();
+    }
     return ok;
   }
-  // A decode that failed half-way leaves no file.
+  // A decode that failed half-way: drop what was written.
   void Discard() {
-    if (!f_) return;
-    std::fclose(f_);
+    if (f_) std::fclose(f_);
     f_ = nullptr;
-    std::remove(path_.c_str());
+    if (!temp_.empty()) std::remove(temp_.c_str());
+    temp_.clear();
   }
 
  private:
-  std::string path_;
+  std::string path_, temp_;
   const rvtjxr::Picture& pic_;
   FILE* f_ = nullptr;
 };
