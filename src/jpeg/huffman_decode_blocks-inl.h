@@ -592,7 +592,10 @@ inline RvtResult DecodeRun(const Args& a) {
   int unused;
   int* dp = done_out ? done_out : &unused;
   const ptrdiff_t dstep = done_out ? 1 : 0;
-  const hn::CappedTag<int16_t, 16> d;  // the blocks need not be 64-byte aligned
+  // Each block is zeroed with the widest stores, two a block with 512-bit
+  // vectors (unaligned: a block need not start a cache line, though a
+  // caller's row buffer usually does).
+  const hn::ScalableTag<int16_t> d;
   const Slot* sl = slots;
   const Slot* const slots_end = slots + nblocks;
   int16_t* const blocks_end = block + size_t(64) * size_t(nmcus) * size_t(nblocks);
