@@ -1203,6 +1203,13 @@ __attribute__((always_inline)) inline void RefineField(uint64_t w, int& used, in
   const int32_t q = kCoded ? c : 0;
   const uint32_t ref = uint32_t((w << used) >> (64 - n)) << trim;
   used += n;
+  if constexpr (!kCoded) {  // no test to mispredict: the sign bit read, kept when the field is not 0
+    const uint32_t some = ref != 0;
+    const uint32_t neg = uint32_t((w << used) >> 63) & some;
+    used += int(some);
+    c = int32_t(neg ? 0u - ref : ref);
+    return;
+  }
   if (q != 0) {
     const uint32_t m = (Mag(q) << bits) | ref;
     c = int32_t(q < 0 ? 0u - m : m);
