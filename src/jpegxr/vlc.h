@@ -1194,8 +1194,8 @@ inline int GroupFirstChannel(const State&, int g) { return g; }
 inline int GroupLastChannel(const State& s, int g) { return Shared(s) && g == 1 ? 2 : g; }
 
 // One field of RefineBlock: the k-th coefficient's n bits (and sign) at
-// `used` bits into w; `kCoded` false: the block has no coded part, every
-// coefficient's is 0.
+// `used` bits into w; `kCoded` false: the block has no coded part (every
+// coefficient's is 0) and the coefficient is written whatever its value.
 template <bool kCoded>
 __attribute__((always_inline)) inline void RefineField(uint64_t w, int& used, int32_t* blk, int k, int n, int bits,
                                                        int trim) {
@@ -1439,6 +1439,13 @@ __attribute__((always_inline)) inline RvtResult DecodeHPOn(R& r, F& f, int trim,
     for (int i = 0; i < nb; ++i) {
       const int b = nb == 16 ? kHpBlockOrder[i] : i;
       int32_t* blk = coef + 256 * ch + 16 * b;
+      if constexpr (std::is_same_v<F, FastReader>) {
+        // no coded part: the refinement writes every coefficient
+        if (!((pattern >> b) & 1) && bits > trim) {
+          RefineBlock<false>(f, blk, bits, trim);
+          continue;
+        }
+      }
       for (int k = 1; k < 16; ++k) blk[k] = 0;
       if constexpr (std::is_same_v<R, FastReader>) {
         // coefficients land in the block as they come; a count moves only
@@ -1467,8 +1474,7 @@ __attribute__((always_inline)) inline RvtResult DecodeHPOn(R& r, F& f, int trim,
       if (bits > 0) {  // trimmed bits still scale the coded part
         if constexpr (std::is_same_v<F, FastReader>) {
           if (bits > trim) {
-            if ((pattern >> b) & 1) RefineBlock(f, blk, bits, trim);
-            else RefineBlock<false>(f, blk, bits, trim);
+            RefineBlock(f, blk, bits, trim);
             continue;
           }
         }
