@@ -1273,6 +1273,49 @@ TEST(JpegXrVlc, FastReadersMatchTheReferenceInEveryTable) {
   }
 }
 
+// HP refinement fields of every width (model bits less trim, 1..15), in
+// long streams where whole blocks' fields come from fresh loads and in
+// streams cut so a block's fields run into the end; coded and uncoded
+// blocks, flexbits on their own stream or inline.  Both readers agree on
+// status, positions, coefficients and context.
+TEST(JpegXrVlc, RefinementFieldsOfEveryWidthMatchTheReference) {
+  test::Rng rng(53);
+  for (int t = 0; t < 1200; ++t) {
+    const Format f = kFormats[rng.Uniform(0, 6)];
+    std::vector<uint8_t> st = NewState(f.format, f.channels);
+    State& s0 = *reinterpret_cast<State*>(st.data());
+    const int32_t bits = int32_t(1 + t % 15), trim = int32_t(rng.Uniform(0, uint32_t(bits - 1)));
+    s0.modelBits[vlc::kHP][0] = s0.modelBits[vlc::kHP][1] = bits;
+    const bool cut = t % 4 == 3, sep = rng.Uniform(0, 1);
+    const int32_t len = cut ? int32_t(rng.Uniform(1, 40)) : 4096, flen = cut ? int32_t(rng.Uniform(1, 40)) : 4096;
+    std::vector<uint8_t> data(static_cast<size_t>(len)), flex(static_cast<size_t>(flen));
+    rng.Fill(data.data(), data.size(), uint8_t(0), uint8_t(255));
+    rng.Fill(flex.data(), flex.size(), uint8_t(0), uint8_t(255));
+    if (t % 3 == 0) {  // sparse: mostly zero fields, few signs
+      for (auto& b : flex) b = rng.Uniform(0, 3) ? uint8_t(0) : b;
+    }
+    std::vector<int32_t> cbp(16);
+    for (auto& c : cbp) c = rng.Uniform(0, 1) ? 0 : int32_t(rng.Uniform(0, 0xFFFF));
+    const int32_t at = int32_t(rng.Uniform(0, 7)), fat = int32_t(rng.Uniform(0, 7));
+    auto run = [&](auto reader, std::vector<int32_t>& coef, State& s, int32_t& pos, int32_t& fpos) {
+      using R = decltype(reader);
+      pos = at, fpos = fat;
+      return vlc::DecodeHPEntry<R>(data.data(), len, &pos, sep ? flex.data() : nullptr, sep ? flen : 0, &fpos, trim,
+                                   int32_t(t & 1), cbp.data(), &s, coef.data());
+    };
+    std::vector<int32_t> cr(4096, 7), cf(4096, 7);
+    State sr = s0, sf = s0;
+    int32_t pr = 0, pf = 0, fr = 0, ff = 0;
+    const RvtResult rr = run(vlc::RefReader{}, cr, sr, pr, fr);
+    const RvtResult rf = run(vlc::FastReader{}, cf, sf, pf, ff);
+    ASSERT_EQ(rr, rf) << "case " << t;
+    ASSERT_EQ(pr, pf) << "case " << t;
+    ASSERT_EQ(fr, ff) << "case " << t;
+    ASSERT_EQ(cr, cf) << "case " << t;
+    ASSERT_EQ(std::memcmp(&sr, &sf, sizeof(State)), 0) << "case " << t;
+  }
+}
+
 // The paired index look-up against the reference reader: every 10-bit
 // window of every 6-symbol table gives the code and sign the reference
 // reads, and after a lone 1 (no level, successor right after it) also the

@@ -1,6 +1,7 @@
 // JPEG XR coefficient coding: the entries and descriptors.  The decoders'
 // fast forms read through a 64-bit window and code tables indexed by the
-// next 8 bits (plain x86-64 code); the references read one bit at a time.
+// next 8 bits, built per target for its scalar instructions; the
+// references read one bit at a time.
 // The HP encoder's fast form is built per target: it finds a block's
 // nonzero positions in scan order with one byte shuffle.
 #undef HWY_TARGET_INCLUDE
@@ -102,6 +103,29 @@ RvtResult EncodeHPFast(const int32_t* coef, int32_t scan, State* st, int32_t* cb
   *pos = int32_t(w.Pos());
   for (int ch = 0; ch < st->channels; ++ch) cbp[ch] = out[ch];
   return rvtStatusOk;
+}
+
+// The decoders' fast forms built for each target, the whole call tree
+// inlined here: the readers shift their windows by a count in a register
+// for every code, one instruction with the AVX2 targets' BMI2.
+__attribute__((flatten)) RvtResult DecodeDCTarget(const uint8_t* src, int32_t len, int32_t* pos, State* st,
+                                                  int32_t* coef) {
+  return DecodeDCEntry<FastReader>(src, len, pos, st, coef);
+}
+__attribute__((flatten)) RvtResult DecodeCbpHPTarget(const uint8_t* src, int32_t len, int32_t* pos,
+                                                     const int32_t* left, const int32_t* top, State* st,
+                                                     int32_t* cbp) {
+  return DecodeCbpHPEntry<FastReader>(src, len, pos, left, top, st, cbp);
+}
+__attribute__((flatten)) RvtResult DecodeLPTarget(const uint8_t* src, int32_t len, int32_t* pos, State* st,
+                                                  int32_t* coef) {
+  return DecodeLPEntry<FastReader>(src, len, pos, st, coef);
+}
+__attribute__((flatten)) RvtResult DecodeHPTarget(const uint8_t* src, int32_t len, int32_t* pos,
+                                                  const uint8_t* flex, int32_t flexLen, int32_t* flexPos,
+                                                  int32_t trim, int32_t scan, const int32_t* cbp, State* st,
+                                                  int32_t* coef) {
+  return DecodeHPEntry<FastReader>(src, len, pos, flex, flexLen, flexPos, trim, scan, cbp, st, coef);
 }
 
 }  // namespace rvt::vlc::HWY_NAMESPACE
@@ -307,30 +331,16 @@ RvtResult EncodeCbpHPFast(const int32_t* cbp, const int32_t* left, const int32_t
 RvtResult DecodeDCRef(const uint8_t* a, int32_t b, int32_t* c, State* d, int32_t* e) {
   return DecodeDCEntry<RefReader>(a, b, c, d, e);
 }
-RvtResult DecodeDCFast(const uint8_t* a, int32_t b, int32_t* c, State* d, int32_t* e) {
-  return DecodeDCEntry<FastReader>(a, b, c, d, e);
-}
 RvtResult DecodeLPRef(const uint8_t* a, int32_t b, int32_t* c, State* d, int32_t* e) {
   return DecodeLPEntry<RefReader>(a, b, c, d, e);
-}
-RvtResult DecodeLPFast(const uint8_t* a, int32_t b, int32_t* c, State* d, int32_t* e) {
-  return DecodeLPEntry<FastReader>(a, b, c, d, e);
 }
 RvtResult DecodeCbpHPRef(const uint8_t* a, int32_t b, int32_t* c, const int32_t* d, const int32_t* e,
                          State* f, int32_t* g) {
   return DecodeCbpHPEntry<RefReader>(a, b, c, d, e, f, g);
 }
-RvtResult DecodeCbpHPFast(const uint8_t* a, int32_t b, int32_t* c, const int32_t* d, const int32_t* e,
-                          State* f, int32_t* g) {
-  return DecodeCbpHPEntry<FastReader>(a, b, c, d, e, f, g);
-}
 RvtResult DecodeHPRef(const uint8_t* a, int32_t b, int32_t* c, const uint8_t* d, int32_t e, int32_t* f,
                       int32_t g, int32_t h, const int32_t* i, State* j, int32_t* k) {
   return DecodeHPEntry<RefReader>(a, b, c, d, e, f, g, h, i, j, k);
-}
-RvtResult DecodeHPFast(const uint8_t* a, int32_t b, int32_t* c, const uint8_t* d, int32_t e, int32_t* f,
-                       int32_t g, int32_t h, const int32_t* i, State* j, int32_t* k) {
-  return DecodeHPEntry<FastReader>(a, b, c, d, e, f, g, h, i, j, k);
 }
 RvtResult FlcReadRef(const uint8_t* a, int32_t b, int32_t* c, int32_t d, uint32_t* e) {
   return FlcRead<RefReader>(a, b, c, d, e);
@@ -348,13 +358,13 @@ RVT_IMPL_PLAIN(rvtiVLCAdapt_JPEGXR, vlc::AdaptEntry);
 RVT_IMPL_PLAIN(rvtiVLCGetTables_JPEGXR, vlc::GetTables);
 RVT_IMPL_FAST(rvtiFLCRead_JPEGXR_1u32u, vlc::FlcReadFast, vlc::FlcReadRef);
 RVT_IMPL_PLAIN(rvtiFLCWrite_JPEGXR_32u1u, vlc::FlcWrite);
-RVT_IMPL_FAST(rvtiVLCDecodeDC_JPEGXR_1u32s, vlc::DecodeDCFast, vlc::DecodeDCRef);
+RVT_IMPL_HWY(rvtiVLCDecodeDC_JPEGXR_1u32s, vlc, DecodeDCTarget, DecodeDCRef);
 RVT_IMPL_FAST(rvtiVLCEncodeDC_JPEGXR_32s1u, vlc::EncodeDCFast, vlc::EncodeDCEntry);
-RVT_IMPL_FAST(rvtiVLCDecodeLP_JPEGXR_1u32s, vlc::DecodeLPFast, vlc::DecodeLPRef);
+RVT_IMPL_HWY(rvtiVLCDecodeLP_JPEGXR_1u32s, vlc, DecodeLPTarget, DecodeLPRef);
 RVT_IMPL_FAST(rvtiVLCEncodeLP_JPEGXR_32s1u, vlc::EncodeLPFast, vlc::EncodeLPEntry);
-RVT_IMPL_FAST(rvtiVLCDecodeHP_JPEGXR_1u32s, vlc::DecodeHPFast, vlc::DecodeHPRef);
+RVT_IMPL_HWY(rvtiVLCDecodeHP_JPEGXR_1u32s, vlc, DecodeHPTarget, DecodeHPRef);
 RVT_IMPL_HWY(rvtiVLCEncodeHP_JPEGXR_32s1u, vlc, EncodeHPFast, EncodeHPEntry);
-RVT_IMPL_FAST(rvtiVLCDecodeCBPHP_JPEGXR_1u32s, vlc::DecodeCbpHPFast, vlc::DecodeCbpHPRef);
+RVT_IMPL_HWY(rvtiVLCDecodeCBPHP_JPEGXR_1u32s, vlc, DecodeCbpHPTarget, DecodeCbpHPRef);
 RVT_IMPL_FAST(rvtiVLCEncodeCBPHP_JPEGXR_32s1u, vlc::EncodeCbpHPFast, vlc::EncodeCbpHPEntry);
 }  // namespace rvt
 #endif  // HWY_ONCE

@@ -1193,12 +1193,69 @@ inline int ChromaLpPos(const State& s, int i) {
 inline int GroupFirstChannel(const State&, int g) { return g; }
 inline int GroupLastChannel(const State& s, int g) { return Shared(s) && g == 1 ? 2 : g; }
 
+// One field of RefineBlock: the k-th coefficient's n bits (and sign) at
+// `used` bits into w; `kCoded` false: the block has no coded part (every
+// coefficient's is 0) and the coefficient is written whatever its value.
+template <bool kCoded>
+__attribute__((always_inline)) inline void RefineField(uint64_t w, int& used, int32_t* blk, int k, int n, int bits,
+                                                       int trim) {
+  int32_t& c = blk[kLowpassRefine[k]];
+  const int32_t q = kCoded ? c : 0;
+  const uint32_t ref = uint32_t((w << used) >> (64 - n)) << trim;
+  used += n;
+  if constexpr (!kCoded) {  // no test to mispredict: the sign bit read, kept when the field is not 0
+    const uint32_t some = ref != 0;
+    const uint32_t neg = uint32_t((w << used) >> 63) & some;
+    used += int(some);
+    c = int32_t(neg ? 0u - ref : ref);
+    return;
+  }
+  if (q != 0) {
+    const uint32_t m = (Mag(q) << bits) | ref;
+    c = int32_t(q < 0 ? 0u - m : m);
+  } else if (ref != 0) {
+    const bool neg = ((w << used) >> 63) != 0;
+    ++used;
+    c = int32_t(neg ? 0u - ref : ref);
+  }
+}
+// The 57 bits or more from bit `pos`, most significant first (8 bytes there).
+__attribute__((always_inline)) inline uint64_t RefineLoad(const uint8_t* p, int64_t pos) {
+  uint64_t v;
+  std::memcpy(&v, p + (pos >> 3), 8);
+  return __builtin_bswap64(v) << (pos & 7);
+}
+
 // Refine over a block's 15 HP (or a full LP block's) coefficients for the
 // fast reader, with at least one bit coded a coefficient: fields are cut
 // from one window while it holds the next field and its sign (at most 16
 // bits) within its 32 valid bits, instead of a window per field.
+template <bool kCoded = true>
 __attribute__((always_inline)) inline void RefineBlock(FastReader& f, int32_t* blk, int bits, int trim) {
   const int n = bits - trim;
+  // Fields of up to 6 bits and their signs, 7 bits each at most, from
+  // fresh loads of the 57 bits or more at the position without a check per
+  // field: 8 fields, then 7 from a second load (a single load holds the
+  // 45 bits of 15 fields of up to 2 bits).
+  const int64_t bytes = f.end >> 3;
+  if (n <= 6 && (f.pos >> 3) + 16 <= bytes) {
+    uint64_t w = RefineLoad(f.p, f.pos);
+    int used = 0;
+    if (n <= 2) {
+#pragma GCC unroll 15
+      for (int k = 1; k < 16; ++k) RefineField<kCoded>(w, used, blk, k, n, bits, trim);
+    } else {
+#pragma GCC unroll 8
+      for (int k = 1; k < 9; ++k) RefineField<kCoded>(w, used, blk, k, n, bits, trim);
+      f.pos += used;
+      w = RefineLoad(f.p, f.pos);
+      used = 0;
+#pragma GCC unroll 7
+      for (int k = 9; k < 16; ++k) RefineField<kCoded>(w, used, blk, k, n, bits, trim);
+    }
+    f.pos += used;
+    return;
+  }
   uint64_t w = f.Window();
   int used = 0;
 #pragma GCC unroll 15
@@ -1208,18 +1265,7 @@ __attribute__((always_inline)) inline void RefineBlock(FastReader& f, int32_t* b
       w = f.Window();
       used = 0;
     }
-    int32_t& c = blk[kLowpassRefine[k]];
-    const int32_t q = c;
-    const uint32_t ref = uint32_t((w << used) >> (64 - n)) << trim;
-    used += n;
-    if (q != 0) {
-      const uint32_t m = (Mag(q) << bits) | ref;
-      c = int32_t(q < 0 ? 0u - m : m);
-    } else if (ref != 0) {
-      const bool neg = ((w << used) >> 63) != 0;
-      ++used;
-      c = int32_t(neg ? 0u - ref : ref);
-    }
+    RefineField<kCoded>(w, used, blk, k, n, bits, trim);
   }
   f.pos += used;
 }
@@ -1393,6 +1439,13 @@ __attribute__((always_inline)) inline RvtResult DecodeHPOn(R& r, F& f, int trim,
     for (int i = 0; i < nb; ++i) {
       const int b = nb == 16 ? kHpBlockOrder[i] : i;
       int32_t* blk = coef + 256 * ch + 16 * b;
+      if constexpr (std::is_same_v<F, FastReader>) {
+        // no coded part: the refinement writes every coefficient
+        if (!((pattern >> b) & 1) && bits > trim) {
+          RefineBlock<false>(f, blk, bits, trim);
+          continue;
+        }
+      }
       for (int k = 1; k < 16; ++k) blk[k] = 0;
       if constexpr (std::is_same_v<R, FastReader>) {
         // coefficients land in the block as they come; a count moves only
