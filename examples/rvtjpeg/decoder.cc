@@ -164,6 +164,12 @@ struct Decoder::Impl {
   std::vector<RowScratch> row_scratch;  // per thread
   AlignedArray<uint8_t> states; // DecodeHuffmanState per thread
   int threads = 1;
+  // Rows of coefficients between the pipeline's two threads.  A photo's
+  // Huffman time per row swings with its detail over tens of rows while the
+  // pixel stages' stays put: 16 rows of slack (3 MB at 4K) let each side run
+  // ahead through the other's slow stretch, where 4 kept it waiting.  Even,
+  // for the pairs.
+  static constexpr int kPipelineRows = 16;
   // Outcome.
   DecodeStatus status = DecodeStatus::kOk;
   std::string message;
@@ -492,7 +498,7 @@ int Decoder::Impl::ReadyRows(const ScanLayout& sl, int my) const {
 // counters; a side finding nothing to do waits on the other's (a short
 // spin, then the kernel), and waking it costs a system call only then.
 void Decoder::Impl::PipelinedScan(const ScanLayout& sl, Reader* rd, StageTimes* st) {
-  constexpr int kRing = 4;
+  constexpr int kRing = kPipelineRows;
   const size_t rb = sl.row_blocks();
   std::atomic<int> produced{0}, consumed{0};
   StageTimes worker_times;
@@ -647,7 +653,7 @@ void Decoder::Impl::DecodeScan(Component** sc, int ns, Reader* rd, bool threaded
     rd->SeekMarker();
   } else {
     const bool pipelined = threaded && all;
-    const size_t slots = pipelined ? 4 : 1;
+    const size_t slots = pipelined ? kPipelineRows : 1;
     if (!coefs.Reserve(row_blocks * 64 * slots)) return Problem(DecodeStatus::kError, "out of memory");
     done.resize(row_blocks * slots);
     rd->Reset();
