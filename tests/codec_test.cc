@@ -258,6 +258,44 @@ TEST_F(Codec, ThreadsChangeNothing) {
   }
 }
 
+// The pipeline's Huffman side takes rows alone and in pairs: frames of one
+// to seven MCU rows (either parity, a pair last or not), and streams cut
+// short or with flipped bits, whose lost blocks go grey inside a pair as
+// they do row by row, give the serial decode's status and pixels.
+TEST_F(Codec, PipelineEndsAndDamage) {
+  const Image full = Load("chelsea.png");
+  for (Sampling s : {Sampling::k420, Sampling::k444, Sampling::kGrey}) {
+    const int mcu_h = s == Sampling::k420 ? 16 : 8;
+    for (int rows = 1; rows <= 7; ++rows) {
+      Image src;
+      src.Resize(full.width, mcu_h * rows - (rows & 1) * 3, full.channels);
+      std::copy(full.pixels.begin(), full.pixels.begin() + ptrdiff_t(src.pixels.size()), src.pixels.begin());
+      EncodeOptions opt;
+      opt.sampling = s;
+      std::vector<uint8_t> file;
+      std::string error;
+      ASSERT_TRUE(EncodeJpeg(src, opt, &file, &error)) << error;
+      std::vector<std::vector<uint8_t>> variants = {file};
+      variants.push_back(std::vector<uint8_t>(file.begin(), file.begin() + ptrdiff_t(file.size() * 3 / 4)));
+      std::vector<uint8_t> flipped = file;
+      for (size_t i = flipped.size() / 2; i + 2 < flipped.size(); i += 97) flipped[i] ^= 0x24;
+      variants.push_back(flipped);
+      for (size_t v = 0; v < variants.size(); ++v) {
+        const std::string what = std::string(SamplingName(s)) + " rows " + std::to_string(rows) + " variant " +
+                                 std::to_string(v);
+        Decoder decoder;
+        Image a, b;
+        DecodeOptions dopt;
+        const DecodeStatus serial = decoder.Decode(variants[v].data(), variants[v].size(), dopt, &a, &error);
+        if (v < 2) EXPECT_EQ(serial == DecodeStatus::kOk, v == 0) << what;
+        dopt.threads = 2;
+        ASSERT_EQ(decoder.Decode(variants[v].data(), variants[v].size(), dopt, &b, &error), serial) << what;
+        ASSERT_EQ(a.pixels, b.pixels) << what;
+      }
+    }
+  }
+}
+
 // The ends of the quality range (tables saturated at 255, or all 1 with the
 // largest magnitude categories) and luma-only coding of a colour image:
 // libjpeg reads back exactly what we coded.

@@ -12,9 +12,8 @@
 // of its blocks decode as flat grey) and decoding resumes at the next
 // restart marker; missing data leaves the rest of the image grey.
 #include <algorithm>
-#include <condition_variable>
+#include <atomic>
 #include <cstring>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -165,6 +164,12 @@ struct Decoder::Impl {
   std::vector<RowScratch> row_scratch;  // per thread
   AlignedArray<uint8_t> states; // DecodeHuffmanState per thread
   int threads = 1;
+  // Rows of coefficients between the pipeline's two threads.  A photo's
+  // Huffman time per row swings with its detail over tens of rows while the
+  // pixel stages' stays put: 16 rows of slack (3 MB at 4K) let each side run
+  // ahead through the other's slow stretch, where 4 kept it waiting.  Even,
+  // for the pairs.
+  static constexpr int kPipelineRows = 16;
   // Outcome.
   DecodeStatus status = DecodeStatus::kOk;
   std::string message;
@@ -201,7 +206,7 @@ struct Decoder::Impl {
   void DecodeRows(const ScanLayout& sl, int row_begin, int row_end, Reader* rd, int interval_begin,
                   int interval_end, int16_t* coef, int* done_list, RowScratch* scratch, StageTimes* st);
   void EntropyRow(const ScanLayout& sl, int my, Reader* rd, int interval_begin, int interval_end,
-                  int16_t* coef, int* done_list);
+                  int16_t* coef, int* done_list, int rows = 1);
   void TransformRow(const ScanLayout& sl, int my, int interval_begin, int interval_end,
                     const int16_t* coef, const int* done_list, RowScratch* scratch);
   int ReadyRows(const ScanLayout& sl, int my) const;
@@ -364,12 +369,15 @@ static void RowRange(int ri, int mcus_x, int my, int interval_begin, int interva
 }
 
 // Huffman-decodes the blocks of MCU row my (those of the reader's restart
-// intervals) into coef, with each block's count of coded positions.
+// intervals) into coef, with each block's count of coded positions.  A scan
+// without restart markers can take several rows in one call (rows > 1): they
+// follow one another in coef.
 void Decoder::Impl::EntropyRow(const ScanLayout& sl, int my, Reader* rd, int interval_begin,
-                               int interval_end, int16_t* coef, int* done_list) {
+                               int interval_end, int16_t* coef, int* done_list, int rows) {
   const int ri = restart_interval;
   int mx0, mx1;
   RowRange(ri, sl.mcus_x, my, interval_begin, interval_end, &mx0, &mx1);
+  if (ri == 0) mx1 = sl.mcus_x * rows;
   int16_t* blk = coef;
   int* dn = done_list;
   // The blocks' components and the scan's tables, for the run decoder.
@@ -482,44 +490,43 @@ int Decoder::Impl::ReadyRows(const ScanLayout& sl, int my) const {
 }
 
 // Two threads in a pipeline: this one Huffman-decodes MCU rows into a ring
-// of row buffers, the other transforms them and makes pixels.
+// of row buffers, the other transforms them and makes pixels.  Without
+// restart markers the rows go in pairs, one call a pair: each call builds
+// its lookups, a tenth of a row's decoding, and the pixel side, the faster
+// one, has time for the wait.  The first two rows and the last go alone, so
+// that neither side waits for a pair at the ends.  The rows pass by two
+// counters; a side finding nothing to do waits on the other's (a short
+// spin, then the kernel), and waking it costs a system call only then.
 void Decoder::Impl::PipelinedScan(const ScanLayout& sl, Reader* rd, StageTimes* st) {
-  constexpr int kRing = 4;
+  constexpr int kRing = kPipelineRows;
   const size_t rb = sl.row_blocks();
-  std::mutex mu;
-  std::condition_variable cv;
-  int produced = 0, consumed = 0;
+  std::atomic<int> produced{0}, consumed{0};
   StageTimes worker_times;
   const int intervals = restart_interval > 0 ? CeilDiv(sl.mcus_x * sl.mcus_y, restart_interval) : 1;
   std::thread worker([&] {
     for (int my = 0; my < sl.mcus_y; ++my) {
-      {
-        std::unique_lock<std::mutex> lock(mu);
-        cv.wait(lock, [&] { return produced > my; });
-      }
+      for (int p; (p = produced.load(std::memory_order_acquire)) <= my;) produced.wait(p, std::memory_order_acquire);
       StageClock clock(times != nullptr);
       const size_t slot = size_t(my % kRing);
       TransformRow(sl, my, 0, intervals, coefs.data() + slot * rb * 64, done.data() + slot * rb,
                    &row_scratch[0]);
       clock.Lap(&worker_times.transform);
       Emit(ReadyRows(sl, my), strip.data(), &worker_times);
-      std::lock_guard<std::mutex> lock(mu);
-      consumed = my + 1;
-      cv.notify_all();
+      consumed.store(my + 1, std::memory_order_release);
+      consumed.notify_one();
     }
   });
-  for (int my = 0; my < sl.mcus_y; ++my) {
-    {
-      std::unique_lock<std::mutex> lock(mu);
-      cv.wait(lock, [&] { return my - consumed < kRing; });
-    }
+  for (int my = 0, n; my < sl.mcus_y; my += n) {
+    // A pair starts at an even row: it never wraps round the ring.
+    n = restart_interval == 0 && my >= 2 && my % 2 == 0 && my + 2 < sl.mcus_y ? 2 : 1;
+    for (int c; my + n - (c = consumed.load(std::memory_order_acquire)) > kRing;)
+      consumed.wait(c, std::memory_order_acquire);
     StageClock clock(times != nullptr);
     const size_t slot = size_t(my % kRing);
-    EntropyRow(sl, my, rd, 0, intervals, coefs.data() + slot * rb * 64, done.data() + slot * rb);
+    EntropyRow(sl, my, rd, 0, intervals, coefs.data() + slot * rb * 64, done.data() + slot * rb, n);
     clock.Lap(&st->entropy);
-    std::lock_guard<std::mutex> lock(mu);
-    produced = my + 1;
-    cv.notify_all();
+    produced.store(my + n, std::memory_order_release);
+    produced.notify_one();
   }
   worker.join();
   st->transform += worker_times.transform;
@@ -646,7 +653,7 @@ void Decoder::Impl::DecodeScan(Component** sc, int ns, Reader* rd, bool threaded
     rd->SeekMarker();
   } else {
     const bool pipelined = threaded && all;
-    const size_t slots = pipelined ? 4 : 1;
+    const size_t slots = pipelined ? kPipelineRows : 1;
     if (!coefs.Reserve(row_blocks * 64 * slots)) return Problem(DecodeStatus::kError, "out of memory");
     done.resize(row_blocks * slots);
     rd->Reset();
