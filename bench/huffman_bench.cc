@@ -22,7 +22,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <new>
 
 #include <jpeglib.h>
 
@@ -176,17 +175,7 @@ int EncodeFrame(EncFn fn, std::vector<uint8_t>& out, bool s444 = false) {
 
 // Coefficient rows on 64-byte boundaries, as a codec keeps them (the run
 // decoder zeroes each block with whole-line stores).
-template <class T>
-struct Aligned64 {
-  using value_type = T;
-  Aligned64() = default;
-  template <class U>
-  Aligned64(const Aligned64<U>&) {}
-  T* allocate(size_t n) { return static_cast<T*>(::operator new(n * sizeof(T), std::align_val_t(64))); }
-  void deallocate(T* p, size_t) { ::operator delete(p, std::align_val_t(64)); }
-  bool operator==(const Aligned64&) const { return true; }
-};
-using Coefs = std::vector<int16_t, Aligned64<int16_t>>;
+using Coefs = std::vector<int16_t, test::Aligned64<int16_t>>;
 bool SameBlocks(const Coefs& a, const std::vector<int16_t>& b) {
   return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin());
 }
