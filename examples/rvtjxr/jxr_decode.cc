@@ -400,10 +400,15 @@ __attribute__((target_clones("avx2", "default"))) void ColourRow(const int32_t* 
 // dc[b] into the block layout: block (bx, by) at to + 16 * (bh bx + by),
 // kInBlock's order within it.  kInBlock keeps rows 0-1 in the first eight
 // places and rows 2-3 in the last eight, so each half is one shuffle.
-// Products within 32 bits (the caller has checked).
-__attribute__((target_clones("avx2", "default"))) void PlaceBlocks(const int32_t* coef, const int32_t* dc,
-                                                                   int32_t step, int bw, int bh, int32_t* to) {
+// Levels outside -most..most (most * step within 32 bits, most below
+// 2^31) fail the lot: false, and the macroblock holds unfinished products
+// (a damaged macroblock is never shown).
+__attribute__((target_clones("avx2", "default"))) bool PlaceBlocks(const int32_t* coef, const int32_t* dc,
+                                                                   int32_t step, uint32_t most, int bw, int bh,
+                                                                   int32_t* to) {
   typedef int32_t V8 __attribute__((vector_size(32)));
+  typedef uint32_t U8 __attribute__((vector_size(32)));
+  V8 lo{}, hi{};
   static_assert(kInBlock[0][2] == 5 && kInBlock[1][0] == 2 && kInBlock[3][1] == 9);
   for (int by = 0; by < bh; ++by) {
     for (int bx = 0; bx < bw; ++bx) {
@@ -411,14 +416,24 @@ __attribute__((target_clones("avx2", "default"))) void PlaceBlocks(const int32_t
       V8 a, c;
       std::memcpy(&a, coef + 16 * b, sizeof(a));
       std::memcpy(&c, coef + 16 * b + 8, sizeof(c));
-      a = __builtin_shufflevector(a, a, 0, 1, 4, 5, 3, 2, 7, 6) * step;
-      c = __builtin_shufflevector(c, c, 4, 5, 0, 1, 7, 6, 3, 2) * step;
+      lo = lo < a ? lo : a;
+      hi = hi > a ? hi : a;
+      lo = lo < c ? lo : c;
+      hi = hi > c ? hi : c;
+      // unsigned products: those of a failing macroblock may wrap
+      a = V8(U8(__builtin_shufflevector(a, a, 0, 1, 4, 5, 3, 2, 7, 6)) * uint32_t(step));
+      c = V8(U8(__builtin_shufflevector(c, c, 4, 5, 0, 1, 7, 6, 3, 2)) * uint32_t(step));
       a[0] = dc[b];
       int32_t* blk = to + 16 * (bh * bx + by);
       std::memcpy(blk, &a, sizeof(a));
       std::memcpy(blk + 8, &c, sizeof(c));
     }
   }
+  const V8 limit = V8{} + int32_t(most);
+  const V8 out = (hi > limit) | (lo < -limit);
+  int32_t any = 0;
+  for (int k = 0; k < 8; ++k) any |= out[k];
+  return any == 0;
 }
 
 // One grey line within +-2^28 to samples, built for AVX2 as ColourRow is.
@@ -974,12 +989,12 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     // the HP products: one bound for the lot, then 32-bit products
     const int32_t* src = hpc + 256 * ch;
     const uint32_t most = shp > 0 ? uint32_t(kMaxCoef / shp) : uint32_t(kMaxCoef);  // largest level
-    if (!ok || AnyOutside(src, 16 * nb, most)) return fail("dequantized coefficient");
+    if (!ok) return fail("dequantized coefficient");
     // chroma block DCs carry one bit less under scaled arithmetic
     if (h_.scaled && ch > 0) {
       for (int b = 0; b < nb; ++b) d[b] *= 2;
     }
-    PlaceBlocks(src, d, shp, bw, bh, Block(ch, mx, my, 0, 0));
+    if (!PlaceBlocks(src, d, shp, most, bw, bh, Block(ch, mx, my, 0, 0))) return fail("dequantized coefficient");
   }
   return true;
 }
