@@ -596,6 +596,9 @@ void Decoder::Impl::DecodeScan(Component** sc, int ns, Reader* rd, bool threaded
     std::vector<std::string> problems(static_cast<size_t>(nt));
     std::vector<std::pair<int, int>> spans(static_cast<size_t>(nt));  // rows converted per thread
     const int rows_per_mcu_row = ns == 1 ? 8 : 8 * vmax;
+    // Rows an earlier scan of every component already turned into pixels
+    // stay as they are, as on one thread.
+    const int shown = emitted;
     bool seam_rows = false;  // a row's chroma comes from the MCU row above too
     for (int c = 0; c < ncomp; ++c) seam_rows = seam_rows || comp[c].vs == 2;
     auto run = [&](int t) {
@@ -610,7 +613,7 @@ void Decoder::Impl::DecodeScan(Component** sc, int ns, Reader* rd, bool threaded
       // cache; the rows on the seams between threads are left for later.
       const int own_begin = CeilDiv(k0 * ri, sl.mcus_x);
       const int own_end = k1 == intervals ? sl.mcus_y : k1 * ri / sl.mcus_x;
-      int next = own_begin * rows_per_mcu_row + (own_begin > 0 && seam_rows ? 1 : 0);
+      int next = std::max(shown, own_begin * rows_per_mcu_row + (own_begin > 0 && seam_rows ? 1 : 0));
       spans[size_t(t)] = {next, next};
       uint8_t* scratch = strip.data() + size_t(comp[0].stride) * kStripRows * 2 * size_t(t);
       for (int my = row_begin; my < row_end; ++my) {
@@ -638,7 +641,7 @@ void Decoder::Impl::DecodeScan(Component** sc, int ns, Reader* rd, bool threaded
     }
     // The seams, and rows of MCU rows that two threads shared.
     if (all) {
-      int y = 0;
+      int y = shown;
       for (const auto& span : spans) {
         if (span.second <= span.first) continue;
         if (span.first > y) ConvertRows(y, span.first, strip.data(), st);
