@@ -547,6 +547,7 @@ class Decoder {
   bool sinkFailed_ = false;
   static constexpr int kStripRows = 16;
   void Pass();
+  void ZeroRowsTo(int row, size_t rowBytes);
   bool sub_ = false;  // 4:2:0 or 4:2:2
   bool ring_ = false;
   static constexpr int kChromaSlots = 16;
@@ -1024,6 +1025,15 @@ void Decoder::Pass() {
   stripRows_ = 0;
 }
 
+// Rows up to `row` never reconstructed go to the sink as zeros, as they
+// read in `bytes`.
+void Decoder::ZeroRowsTo(int row, size_t rowBytes) {
+  for (; nextRow_ < row; ++nextRow_) {
+    std::memset(strip_.data() + rowBytes * size_t(stripRows_), 0, rowBytes);
+    if (++stripRows_ == kStripRows) Pass();
+  }
+}
+
 // Corner rows run (every channel) and their finished macroblock rows are
 // converted as soon as the macroblock rows they read are decoded, while
 // those rows are still in cache.
@@ -1059,12 +1069,7 @@ void Decoder::Advance(int rowsDecoded) {
 bool Decoder::Finish() {
   Advance(mbh_);
   if (strip_.empty()) return true;
-  // rows never reconstructed read as zeros, as in `bytes`
-  const size_t rowBytes = strip_.size() / kStripRows;
-  for (; nextRow_ < out_->height; ++nextRow_) {
-    std::memset(strip_.data() + rowBytes * size_t(stripRows_), 0, rowBytes);
-    if (++stripRows_ == kStripRows) Pass();
-  }
+  ZeroRowsTo(out_->height, strip_.size() / kStripRows);
   Pass();
   return !sinkFailed_;
 }
@@ -1273,12 +1278,9 @@ void Decoder::Emit(int py) {
   const int nc = h_.format != kYOnly ? 3 : 1;
   const size_t at = size_t(py - int(h_.extraTop)) * w * nc;
   if (!strip_.empty()) {
-    // rows come top to bottom; any skipped read as zeros
+    // rows come top to bottom
     const size_t rowBytes = size_t(w) * nc;
-    for (; nextRow_ < py - int(h_.extraTop); ++nextRow_) {
-      std::memset(strip_.data() + rowBytes * size_t(stripRows_), 0, rowBytes);
-      if (++stripRows_ == kStripRows) Pass();
-    }
+    ZeroRowsTo(py - int(h_.extraTop), rowBytes);
     EmitAs(strip_.data() + rowBytes * size_t(stripRows_));
     ++nextRow_;
     if (++stripRows_ == kStripRows) Pass();

@@ -312,16 +312,14 @@ RvtResult EncodeCbpHPFast(const int32_t* cbp, const int32_t* left, const int32_t
     if (left) l[ch] = QuadToRaster(left[ch]);
     if (top) t[ch] = QuadToRaster(top[ch]);
   }
+  const bool apart = Apart(st, dst, size_t(len));
+  State copy;
+  if (!apart) copy = *st;
+  State& s = apart ? *st : copy;
   RoomyWriter w(dst, *pos);
-  if (Apart(st, dst, size_t(len))) {
-    EncodeCbpHPRoomy(w, *st, left ? l : nullptr, top ? t : nullptr, c);
-    w.Flush();
-  } else {  // (the context last, over what the writer left)
-    State s = *st;
-    EncodeCbpHPRoomy(w, s, left ? l : nullptr, top ? t : nullptr, c);
-    w.Flush();
-    *st = s;
-  }
+  EncodeCbpHPRoomy(w, s, left ? l : nullptr, top ? t : nullptr, c);
+  w.Flush();
+  if (!apart) *st = s;  // (the context last, over what the writer left)
   *pos = int32_t(w.Pos());
   return rvtStatusOk;
 }
