@@ -1453,9 +1453,19 @@ __attribute__((always_inline)) inline RvtResult DecodeHPOn(R& r, F& f, int trim,
         // maps through the order the block started with
         if ((pattern >> b) & 1) {
           const uint8_t* order = s.order[sc];
+          int32_t* total = s.total[sc];
           const int cnt = DecodeBlockOn(r, s, kHpFirst, ch > 0, 1, [&](int p, int32_t v) {
             blk[order[p]] = v;
-            CountScan(s, sc, p);
+            // (the DC's total is held above any other: no test of p)
+            ++total[p];
+            if (total[p] > total[p - 1]) {
+              const int32_t tt = total[p];
+              total[p] = total[p - 1];
+              total[p - 1] = tt;
+              const uint8_t oo = s.order[sc][p];
+              s.order[sc][p] = s.order[sc][p - 1];
+              s.order[sc][p - 1] = oo;
+            }
           });
           if (cnt < 0) return RvtResult(cnt);
           lm[ch > 0] += cnt;
@@ -1489,19 +1499,28 @@ __attribute__((always_inline)) inline RvtResult DecodeHPOn(R& r, F& f, int trim,
 // The fast readers work on copies for the whole macroblock, their fields
 // in registers rather than behind the caller's references (one copy when
 // the flexbits share the coded parts' reader).
+// The DC's total of the scan (never counted nor compared: the scans start
+// at 1) is held at its largest while the fast reader decodes, so a count
+// at position 1 never passes it and CountScan's test of the position
+// drops out; it is put back after.
 template <class R, class F>
 inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, State& s, int32_t* coef) {
   if constexpr (std::is_same_v<R, FastReader> && std::is_same_v<F, FastReader>) {
+    int32_t& dcTotal = s.total[1 + scan][0];
+    const int32_t keep = dcTotal;
+    dcTotal = INT32_MAX;
     FastReader lr = r;
+    RvtResult status;
     if (&f == &r) {
-      const RvtResult status = DecodeHPOn(lr, lr, trim, scan, cbp, s, coef);
+      status = DecodeHPOn(lr, lr, trim, scan, cbp, s, coef);
       r = lr;
-      return status;
+    } else {
+      FastReader lf = f;
+      status = DecodeHPOn(lr, lf, trim, scan, cbp, s, coef);
+      r = lr;
+      f = lf;
     }
-    FastReader lf = f;
-    const RvtResult status = DecodeHPOn(lr, lf, trim, scan, cbp, s, coef);
-    r = lr;
-    f = lf;
+    dcTotal = keep;
     return status;
   } else {
     return DecodeHPOn(r, f, trim, scan, cbp, s, coef);
@@ -2120,9 +2139,10 @@ inline RvtResult DecodeHPEntry(const uint8_t* src, int32_t len, int32_t* pos, co
     return flex ? DecodeHP(r, f, trim, scan, cbp, s, tmp) : DecodeHP(r, r, trim, scan, cbp, s, tmp);
   });
   if (status != rvtStatusOk) return status;
-  const State& s = *st;
-  for (int ch = 0; ch < s.channels; ++ch) {
-    const int nb = HpBlocks(s, ch);
+  // (the layout read once: the stores to coef may reach the context)
+  const int channels = st->channels, chromaBlocks = HpBlocks(*st, 1);
+  for (int ch = 0; ch < channels; ++ch) {
+    const int nb = ch == 0 ? 16 : chromaBlocks;
     for (int b = 0; b < nb; ++b) {
       std::memcpy(coef + 256 * ch + 16 * b + 1, tmp + 256 * ch + 16 * b + 1, 15 * sizeof(int32_t));
     }
