@@ -2110,11 +2110,13 @@ inline RvtResult DecodeLPEntry(const uint8_t* src, int32_t len, int32_t* pos, St
   RVT_CHECK(CheckState(st));
   RVT_CHECK(CheckPtr(coef));
   int32_t tmp[256];
-  const State& s0 = *st;
   const RvtResult status = DecodeBand<R>(src, len, pos, st, [&](R& r, State& s) { return DecodeLP(r, s, tmp); });
   if (status == rvtStatusOk) {
-    for (int ch = 0; ch < s0.channels; ++ch) {
-      for (int k = 1; k < LpCount(s0, ch); ++k) coef[16 * ch + k] = tmp[16 * ch + k];
+    // (the layout read once: the stores to coef may reach the context)
+    const int channels = st->channels, chromaCount = LpCount(*st, 1);
+    for (int ch = 0; ch < channels; ++ch) {
+      const int n = ch == 0 ? 16 : chromaCount;
+      for (int k = 1; k < n; ++k) coef[16 * ch + k] = tmp[16 * ch + k];
     }
   }
   return status;
