@@ -227,6 +227,7 @@ HWY_INLINE void TwoBlocks(D16 d16, const int16_t* a, const int16_t* b, uint8_t* 
   const hn::Repartition<int8_t, D16> d8;
   const hn::Repartition<uint8_t, D16> du8;
   hn::Vec<D16> y[8], z[8];
+  HWY_UNROLL(8)  // rolled, the rows go through the stack
   for (int v = 0; v < 8; ++v) y[v] = RowOfTwo(d16, a, b, q, v);
   ColumnPass(y, z);
   for (int r = 0; r < 8; r += 2) {
