@@ -1,6 +1,7 @@
 // Inverse 8x8 DCT fused with dequantization: the full 8-bit transform and
 // its shortcuts (DC only, 2x2 and 4x4 corners), the 1/2 and 1/4 scale
-// outputs, the unshifted 16-bit output and the 16-bit-sample transform.
+// outputs, the unshifted 16-bit output and the 16-bit-sample transform;
+// and the 8-bit transform of a run of blocks side by side in one call.
 //
 // The 8-bit transform: a row pass of 32-bit dot products with one table
 // per coefficient row (each row pre-scaled for the column pass) and a
