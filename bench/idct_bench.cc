@@ -130,6 +130,13 @@ int RegisterAll() {
              fn(d.out16s, d.table);
            });
 
+  // A run of blocks per call, reported per block: 8 blocks side by side,
+  // as a component's blocks of an MCU row come to it.
+  Register("Inv8x8LSBlocks8_16s8u", impl_rvtiDCTQuantInv8x8LSBlocks_JPEG_16s8u_C1R,
+           [&d](RvtResult (*fn)(const int16_t*, uint8_t*, int32_t, const uint16_t*, int32_t), int b) {
+             if (b % 8 == 0) fn(d.coef[b], d.out8, 64, d.table, 8);
+           });
+
   static TurboPeer peer;
   const double ref_ns = BestNsPerBlock([&](int b) { ls8(test::Reference(impl_rvtiDCTQuantInv8x8LS_JPEG_16s8u_C1R), b); });
   auto method = peer.cinfo.idct->inverse_DCT[0];

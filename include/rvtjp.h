@@ -1724,6 +1724,20 @@ RvtResult rvtiYCbCr420ToRGBRow_Triangle_JPEG_8u_P3C3R(const uint8_t* pY, const u
 RvtResult rvtiYCbCr422ToRGBRow_Triangle_JPEG_8u_P3C3R(const uint8_t* pY, const uint8_t* pCb,
                                                       const uint8_t* pCr, uint8_t* pDst,
                                                       int32_t width);
+/* ---------------------------- inverse DCT of a run of blocks (addition) */
+/* nBlocks blocks side by side, as a decoder holds a component's blocks of
+ * one MCU row: block i's 64 coefficients at pSrc + 64 * i (natural order),
+ * its 8x8 samples at pDst + 8 * i, row r at + r * dstStep; one inverse table
+ * for all.  Each block's samples are exactly those of
+ * rvtiDCTQuantInv8x8LS_JPEG_16s8u_C1R; one call saves the per-block calls
+ * and lets blocks share the work of the vector path.  Writes 8 rows of
+ * 8 * nBlocks bytes.  Checks: pSrc, pDst (rvtStatusNullPtr), dstStep < 1
+ * (rvtStatusStep), pQuantInvTable (rvtStatusNullPtr), then nBlocks < 1
+ * (rvtStatusSize). */
+RvtResult rvtiDCTQuantInv8x8LSBlocks_JPEG_16s8u_C1R(const int16_t* pSrc, uint8_t* pDst,
+                                                    int32_t dstStep,
+                                                    const uint16_t* pQuantInvTable,
+                                                    int32_t nBlocks);
 #ifdef __cplusplus
 }
 #endif

@@ -149,6 +149,31 @@ RVT_CHECKASM(rvtiDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R, LsCheck<uint8_t>(8));
 RVT_CHECKASM(rvtiDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R, LsCheck<uint8_t>(2));
 RVT_CHECKASM(rvtiDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R, LsCheck<uint8_t>(4));
 
+// Runs of 1 to 9 blocks (odd counts leave a single block after the pairs),
+// each block realistic or extreme, the row plane padded and misaligned.
+RVT_CHECKASM(rvtiDCTQuantInv8x8LSBlocks_JPEG_16s8u_C1R,
+             test::Cases{test::Trials(600,
+                                      [](Rng& rng, int n) {
+                                        test::Case k;
+                                        const int blocks = 1 + n % 9;
+                                        k.label = "case " + std::to_string(n) + ", " + std::to_string(blocks) + " blocks";
+                                        k.in.push_back(test::ArrayOf<int16_t>(64 * blocks, 2 * (n % 8)));
+                                        k.in.push_back(test::ArrayOf<uint16_t>(64, 2 * (n / 8 % 8)));
+                                        for (int b = 0; b < blocks; ++b) {
+                                          const Case c = (n + b) % 3 == 2 ? Extreme(rng) : Realistic(rng, b % 2 ? 255 : 16);
+                                          std::memcpy(k.in[0].as<int16_t>() + 64 * b, c.coef, sizeof(c.coef));
+                                          if (b == 0) std::memcpy(k.in[1].as<uint16_t>(), c.table, sizeof(c.table));
+                                        }
+                                        k.out.push_back(test::PlaneOf<uint8_t>(8 * blocks, 8, 8 * blocks + (n % 3) * 5, n % 5));
+                                        k.in.push_back(test::ArrayOf<int32_t>(1));
+                                        *k.in[2].as<int32_t>() = blocks;
+                                        return k;
+                                      }),
+                         [](auto fn, test::Case& k) {
+                           return fn(k.in[0].as<int16_t>(), k.out[0].as<uint8_t>(), k.out[0].step(),
+                                     k.in[1].as<uint16_t>(), *k.in[2].as<int32_t>());
+                         }});
+
 // The single-precision form also gets blocks whose outputs spread over the
 // whole 12-bit range, so that any change in the order of the float
 // operations moves some value across a rounding edge.
@@ -225,6 +250,32 @@ TEST(IdctForms, CornersEqualFullFormAndReadOnlyTheirCoefficients) {
       for (const auto& t : test::AllTargets(form.impl)) {
         const std::vector<int> got = Run8(t.fn, coef.data(), q.data());
         if (form.rows) ASSERT_EQ(got, Run8(test::Reference(kFull), zeroed.coef, zeroed.table)) << form.name << t.name;
+      }
+    }
+  }
+}
+
+// The run form through its export, every count up to 17, is the per-block
+// export block for block, and writes nothing beyond its 8 rows of 8n bytes.
+TEST(IdctForms, RunOfBlocksIsThePerBlockExportBlockForBlock) {
+  Rng rng(13);
+  for (int n = 1; n <= 17; ++n) {
+    for (int rep = 0; rep < 20; ++rep) {
+      std::vector<int16_t> coef(64 * size_t(n));
+      uint16_t table[64];
+      for (int b = 0; b < n; ++b) {
+        const Case c = (b + rep) % 3 == 0 ? Extreme(rng) : Realistic(rng, rep % 2 ? 255 : 16);
+        std::memcpy(coef.data() + 64 * b, c.coef, sizeof(c.coef));
+        if (b == rep % n) std::memcpy(table, c.table, sizeof(table));
+      }
+      GuardedPlane<uint8_t> run(8 * n, 8, 8 * n + rep % 4, rep % 3);
+      ASSERT_EQ(rvtiDCTQuantInv8x8LSBlocks_JPEG_16s8u_C1R(coef.data(), run.data(), run.step(), table, n),
+                rvtStatusOk);
+      ASSERT_TRUE(run.GuardsIntact()) << n;
+      for (int b = 0; b < n; ++b) {
+        uint8_t one[64];
+        ASSERT_EQ(rvtiDCTQuantInv8x8LS_JPEG_16s8u_C1R(coef.data() + 64 * b, one, 8, table), rvtStatusOk);
+        for (int i = 0; i < 64; ++i) ASSERT_EQ(run.get(8 * b + i % 8, i / 8), one[i]) << n << " block " << b;
       }
     }
   }

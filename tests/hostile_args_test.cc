@@ -79,6 +79,8 @@ struct Family {
 const Family kFamilies[] = {
     {"rvtiDCTQuantFwd8x8LS_JPEG_(8u|16u)16s_C1R", "pSrc pDst srcStep pQuantFwdTable",
      "the step follows both block pointers"},
+    {"rvtiDCTQuantInv8x8LSBlocks_JPEG_16s8u_C1R", "pSrc pDst dstStep pQuantInvTable nBlocks/<1=-6",
+     "the block count follows the checks of the one-block form"},
     {"rvtiQuantFwdRawTableInit_JPEG_8u", "pQuantRawTable qualityFactor/<1=-5",
      "quality below 1 is a bad argument"},
     {"rvti(RGB|BGR)ToYCbCr411_JPEG_8u_C[34]P3R|rvtiYCbCr411To(RGB|BGR)_JPEG_8u_P3C[34]R",

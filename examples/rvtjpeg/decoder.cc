@@ -460,8 +460,20 @@ void Decoder::Impl::TransformRow(const ScanLayout& sl, int my, int interval_begi
     rvtiDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R(j->blk, j->dst, j->stride, j->table);
   for (const GroupedJob* j = jobs + n; j < jobs + n + count[1]; ++j)
     rvtiDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R(j->blk, j->dst, j->stride, j->table);
-  for (const GroupedJob* j = jobs + 2 * n; j < jobs + 2 * n + count[2]; ++j)
-    rvtiDCTQuantInv8x8LS_JPEG_16s8u_C1R(j->blk, j->dst, j->stride, j->table);
+  // Full blocks whose coefficients follow each other and whose samples lie
+  // side by side (a single-component row, a subsampled luma MCU's pairs) go
+  // to the library as one run.
+  for (const GroupedJob *j = jobs + 2 * n, *end = j + count[2]; j < end;) {
+    int run = 1;
+    while (j + run < end && j[run].blk == j->blk + 64 * run && j[run].dst == j->dst + 8 * run &&
+           j[run].table == j->table && j[run].stride == j->stride)
+      ++run;
+    if (run == 1)
+      rvtiDCTQuantInv8x8LS_JPEG_16s8u_C1R(j->blk, j->dst, j->stride, j->table);
+    else
+      rvtiDCTQuantInv8x8LSBlocks_JPEG_16s8u_C1R(j->blk, j->dst, j->stride, j->table, run);
+    j += run;
+  }
 }
 
 void Decoder::Impl::DecodeRows(const ScanLayout& sl, int row_begin, int row_end, Reader* rd,

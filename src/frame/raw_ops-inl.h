@@ -136,6 +136,27 @@ HWY_INLINE hn::Vec<D16> PackS16Blockwise(D16 d16, V32 a, V32 b) {
 #endif
 }
 
+// int16 lanes to int8 with signed saturation, block by block as x86 packs:
+// each 16-byte block of the result holds the 8 lanes of a's block then the
+// 8 lanes of b's block (with one block per vector: a, then b).
+template <class D8, class V16>
+HWY_INLINE hn::Vec<D8> PackS8Blockwise(D8 d8, V16 a, V16 b) {
+#if RVT_RAW_X86
+  (void)d8;
+  if constexpr (sizeof(a.raw) == 64) {
+    return hn::Vec<D8>{_mm512_packs_epi16(a.raw, b.raw)};
+  } else if constexpr (sizeof(a.raw) == 32) {
+    return hn::Vec<D8>{_mm256_packs_epi16(a.raw, b.raw)};
+  } else {
+    return hn::Vec<D8>{_mm_packs_epi16(a.raw, b.raw)};
+  }
+#else
+  static_assert(hn::MaxLanes(D8()) <= 16, "portable form: one block per vector");
+  const hn::Half<D8> dh;
+  return hn::Combine(d8, hn::DemoteTo(dh, b), hn::DemoteTo(dh, a));
+#endif
+}
+
 // ------------------------------------------------------------ stores
 // Stores lo, hi whose 16-byte blocks alternate in memory: lo.0 hi.0 lo.1
 // hi.1 ..., the order InterleaveLower/Upper (block by block) leave results in.
@@ -158,6 +179,54 @@ HWY_INLINE void StoreAlternatingBlocks(V8 lo, V8 hi, uint8_t* p) {
   static_assert(RVT_RAW_X86 || hn::MaxLanes(d) <= 16, "portable form: one block per vector");
   hn::StoreU(lo, d, p);
   hn::StoreU(hi, d, p + hn::Lanes(d));
+}
+
+// The low 8 bytes of a 16-byte vector to lo, the high 8 bytes to hi (x86:
+// movq and movhps, no shuffle for the high half).
+template <class V8>
+HWY_INLINE void StoreHalves(V8 v, uint8_t* lo, uint8_t* hi) {
+#if RVT_RAW_X86
+  static_assert(sizeof(v.raw) == 16, "one block");
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(lo), v.raw);
+  _mm_storeh_pd(reinterpret_cast<double*>(hi), _mm_castsi128_pd(v.raw));
+#else
+  const hn::DFromV<V8> d;
+  const hn::Half<decltype(d)> dh;
+  hn::StoreU(hn::LowerHalf(dh, v), dh, lo);
+  hn::StoreU(hn::UpperHalf(dh, v), dh, hi);
+#endif
+}
+
+// Two 16-byte blocks a0 a1 | b0 b1 (8-byte halves): a0 b0 to row0 and a1 b1
+// to row1 - two 8-byte rows of two side-by-side items per pack.
+template <class V8>
+HWY_INLINE void StoreBlockHalves(V8 v, uint8_t* row0, uint8_t* row1) {
+#if RVT_RAW_X86
+  static_assert(sizeof(v.raw) == 32, "two blocks");
+  const __m256i t = _mm256_permute4x64_epi64(v.raw, 0xD8);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(row0), _mm256_castsi256_si128(t));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(row1), _mm256_extracti128_si256(t, 1));
+#else
+  const hn::DFromV<V8> d;
+  const hn::Half<decltype(d)> dh;
+  const hn::Half<decltype(dh)> dq;
+  const auto a = hn::LowerHalf(dh, v), b = hn::UpperHalf(dh, v);
+  hn::StoreU(hn::LowerHalf(dq, a), dq, row0);
+  hn::StoreU(hn::LowerHalf(dq, b), dq, row0 + 8);
+  hn::StoreU(hn::UpperHalf(dq, a), dq, row1);
+  hn::StoreU(hn::UpperHalf(dq, b), dq, row1 + 8);
+#endif
+}
+
+// A load the compiler may not replace by rebuilding the constant it holds:
+// vector constants then stay single loads (or memory operands) where the
+// compiler would otherwise materialize them from immediates.
+template <class D>
+HWY_INLINE hn::Vec<D> LoadKept(D d, const hn::TFromD<D>* p) {
+#if defined(__GNUC__) || defined(__clang__)
+  asm("" : "+r"(p));
+#endif
+  return hn::Load(d, p);
 }
 
 #undef RVT_RAW_X86

@@ -78,18 +78,33 @@ HWY_INLINE void RowPass(D16 d16, const int16_t* src, const uint16_t* q, int rows
   }
 }
 
-HWY_INLINE V128 AddS(V128 a, V128 b) { return hn::SaturatedAdd(a, b); }
-HWY_INLINE V128 SubS(V128 a, V128 b) { return hn::SaturatedSub(a, b); }
-HWY_INLINE V128 MulHi(V128 a, int16_t k) { return hn::MulHigh(a, hn::Set(D128(), k)); }
+template <class V>
+HWY_INLINE V AddS(V a, V b) { return hn::SaturatedAdd(a, b); }
+template <class V>
+HWY_INLINE V SubS(V a, V b) { return hn::SaturatedSub(a, b); }
 
-// Output rows from the column pass's intermediate terms.
-HWY_INLINE void Butterfly(V128 a0, V128 a1, V128 e2, V128 e6, V128 o17, V128 o71, V128 o53,
-                          V128 o35, V128* z) {
-  const V128 s1 = AddS(SubS(o17, o53), SubS(o71, o35));
-  const V128 s2 = SubS(SubS(o17, o53), SubS(o71, o35));
-  const V128 c1 = AddS(MulHi(s1, kIdctC4m), s1), c2 = AddS(MulHi(s2, kIdctC4m), s2);
-  const V128 ae = AddS(a0, e2), ad = SubS(a0, e2), be = AddS(a1, e6), bd = SubS(a1, e6);
-  const V128 oa = AddS(o17, o53), ob = AddS(o71, o35);
+// The column pass's multipliers as whole vectors in memory: the multiply
+// takes them as a memory operand, where a broadcast from an immediate costs
+// two instructions per constant and call.
+template <int16_t kK>
+struct Splat {
+  alignas(32) static constexpr int16_t v[16] = {kK, kK, kK, kK, kK, kK, kK, kK,
+                                                kK, kK, kK, kK, kK, kK, kK, kK};
+};
+template <int16_t kK, class V>
+HWY_INLINE V MulHi(V a) {
+  return hn::MulHigh(a, ops::LoadKept(hn::DFromV<V>(), Splat<kK>::v));
+}
+
+// Output rows from the column pass's intermediate terms.  The column pass
+// runs on one block per 128-bit half: wider vectors carry further blocks.
+template <class V>
+HWY_INLINE void Butterfly(V a0, V a1, V e2, V e6, V o17, V o71, V o53, V o35, V* z) {
+  const V s1 = AddS(SubS(o17, o53), SubS(o71, o35));
+  const V s2 = SubS(SubS(o17, o53), SubS(o71, o35));
+  const V c1 = AddS(MulHi<kIdctC4m>(s1), s1), c2 = AddS(MulHi<kIdctC4m>(s2), s2);
+  const V ae = AddS(a0, e2), ad = SubS(a0, e2), be = AddS(a1, e6), bd = SubS(a1, e6);
+  const V oa = AddS(o17, o53), ob = AddS(o71, o35);
   z[0] = AddS(ae, oa);
   z[7] = SubS(ae, oa);
   z[1] = AddS(be, c1);
@@ -100,32 +115,42 @@ HWY_INLINE void Butterfly(V128 a0, V128 a1, V128 e2, V128 e6, V128 o17, V128 o71
   z[4] = SubS(ad, ob);
 }
 
-HWY_INLINE void ColumnPass(const V128* y, V128* z) {
-  Butterfly(AddS(y[0], y[4]), SubS(y[0], y[4]), AddS(MulHi(y[6], kIdctT2), y[2]),
-            SubS(MulHi(y[2], kIdctT2), y[6]), AddS(MulHi(y[7], kIdctT1), y[1]),
-            SubS(MulHi(y[1], kIdctT1), y[7]), AddS(AddS(MulHi(y[5], kIdctT3m), y[5]), y[3]),
-            SubS(y[5], AddS(MulHi(y[3], kIdctT3m), y[3])), z);
+template <class V>
+HWY_INLINE void ColumnPass(const V* y, V* z) {
+  Butterfly(AddS(y[0], y[4]), SubS(y[0], y[4]), AddS(MulHi<kIdctT2>(y[6]), y[2]),
+            SubS(MulHi<kIdctT2>(y[2]), y[6]), AddS(MulHi<kIdctT1>(y[7]), y[1]),
+            SubS(MulHi<kIdctT1>(y[1]), y[7]), AddS(AddS(MulHi<kIdctT3m>(y[5]), y[5]), y[3]),
+            SubS(y[5], AddS(MulHi<kIdctT3m>(y[3]), y[3])), z);
 }
 
 // Rows 4..7 of the row pass are zero (coefficient rows 4..7 zero).
 HWY_INLINE void ColumnPass4(const V128* y, V128* z) {
   const V128 zero = hn::Zero(D128());
-  Butterfly(y[0], y[0], y[2], MulHi(y[2], kIdctT2), y[1], MulHi(y[1], kIdctT1), y[3],
-            SubS(zero, AddS(MulHi(y[3], kIdctT3m), y[3])), z);
+  Butterfly(y[0], y[0], y[2], MulHi<kIdctT2>(y[2]), y[1], MulHi<kIdctT1>(y[1]), y[3],
+            SubS(zero, AddS(MulHi<kIdctT3m>(y[3]), y[3])), z);
 }
 
 // Coefficient rows 2..7 zero: row 2 of the row pass is all 1 (its
 // rounder), rows 3..7 are zero.
 HWY_INLINE void ColumnPass2(const V128* y, V128* z) {
   const V128 zero = hn::Zero(D128()), one = hn::Set(D128(), 1);
-  Butterfly(y[0], y[0], one, zero, y[1], MulHi(y[1], kIdctT1), zero, zero, z);
+  Butterfly(y[0], y[0], one, zero, y[1], MulHi<kIdctT1>(y[1]), zero, zero, z);
 }
 
+alignas(32) inline constexpr int8_t kTopBits[32] = {
+    -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128,
+    -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128};
+
+// Two rows per pack: z >> 6 saturated to -128..127, then the top bit
+// flipped, is (z >> 6) + 128 clamped to 0..255.
 HWY_INLINE void StoreLs8(const V128* z, uint8_t* dst, int32_t step) {
-  const hn::Rebind<uint8_t, D128> d8;
-  const V128 bias = hn::Set(D128(), 128);
-  for (int r = 0; r < 8; ++r) {
-    hn::StoreU(hn::DemoteTo(d8, hn::Add(hn::ShiftRight<6>(z[r]), bias)), d8, RowPtr(dst, step, r));
+  const hn::Full128<int8_t> d8;
+  const hn::Full128<uint8_t> du8;
+  for (int r = 0; r < 8; r += 2) {
+    const auto b = hn::Xor(
+        ops::PackS8Blockwise(d8, hn::ShiftRight<6>(z[r]), hn::ShiftRight<6>(z[r + 1])),
+        ops::LoadKept(d8, kTopBits));
+    ops::StoreHalves(hn::BitCast(du8, b), RowPtr(dst, step, r), RowPtr(dst, step, r + 1));
   }
 }
 
@@ -163,6 +188,65 @@ inline void DcOnly(const int16_t* src, uint8_t* dst, int32_t step, const uint16_
   const hn::Full64<uint8_t> d8;
   const auto b = hn::Set(d8, uint8_t(v < 0 ? 0 : (v > 255 ? 255 : v)));
   for (int r = 0; r < 8; ++r) hn::StoreU(b, d8, RowPtr(dst, step, r));
+}
+
+// ---------------------------------------------------------------- runs of blocks
+
+// Row v of blocks a and b, one per 128-bit half: the row pass of the single
+// block with the row's tables in both halves, so its result is row v of
+// either block in the layout the column pass takes.
+template <class D16>
+HWY_INLINE hn::Vec<D16> RowOfTwo(D16 d16, const int16_t* a, const int16_t* b, const uint16_t* q,
+                                 int v) {
+  const hn::Repartition<int32_t, D16> d32;
+  const hn::Repartition<uint8_t, D16> d8;
+  const hn::Half<D16> dh;
+  alignas(16) static constexpr uint8_t kPerm[16] = {0, 1, 4, 5, 8, 9, 12, 13,
+                                                    2, 3, 6, 7, 10, 11, 14, 15};
+  const auto src = hn::Combine(d16, hn::LoadU(dh, b + 8 * v), hn::LoadU(dh, a + 8 * v));
+  const auto x = hn::Mul(src, hn::LoadDup128(d16, reinterpret_cast<const int16_t*>(q + 8 * v)));
+  const auto p = hn::BitCast(d32, hn::TableLookupBytes(hn::BitCast(d8, x), hn::LoadDup128(d8, kPerm)));
+  const auto x02 = hn::BitCast(d16, hn::Broadcast<0>(p));
+  const auto x46 = hn::BitCast(d16, hn::Broadcast<1>(p));
+  const auto x13 = hn::BitCast(d16, hn::Broadcast<2>(p));
+  const auto x57 = hn::BitCast(d16, hn::Broadcast<3>(p));
+  const auto e = hn::Add(hn::Add(MulPairs(d32, x02, hn::LoadDup128(d16, kIdctRowPairs.pair[0][v])),
+                                 MulPairs(d32, x46, hn::LoadDup128(d16, kIdctRowPairs.pair[1][v]))),
+                         hn::LoadDup128(d32, kIdctRowPairs.rounder[v]));
+  const auto o = hn::Add(MulPairs(d32, x13, hn::LoadDup128(d16, kIdctRowPairs.pair[2][v])),
+                         MulPairs(d32, x57, hn::LoadDup128(d16, kIdctRowPairs.pair[3][v])));
+  const auto lo = hn::ShiftRight<11>(hn::Add(e, o));
+  const auto hi = hn::Shuffle0123(hn::ShiftRight<11>(hn::Sub(e, o)));  // outputs 4..7
+  return ops::PackS16Blockwise(d16, lo, hi);
+}
+
+// Blocks a and b side by side: their samples at dst and dst + 8.
+template <class D16>
+HWY_INLINE void TwoBlocks(D16 d16, const int16_t* a, const int16_t* b, uint8_t* dst, int32_t step,
+                          const uint16_t* q) {
+  const hn::Repartition<int8_t, D16> d8;
+  const hn::Repartition<uint8_t, D16> du8;
+  hn::Vec<D16> y[8], z[8];
+  HWY_UNROLL(8)  // rolled, the rows go through the stack
+  for (int v = 0; v < 8; ++v) y[v] = RowOfTwo(d16, a, b, q, v);
+  ColumnPass(y, z);
+  for (int r = 0; r < 8; r += 2) {
+    const auto bytes = hn::Xor(
+        ops::PackS8Blockwise(d8, hn::ShiftRight<6>(z[r]), hn::ShiftRight<6>(z[r + 1])),
+        ops::LoadKept(d8, kTopBits));
+    ops::StoreBlockHalves(hn::BitCast(du8, bytes), RowPtr(dst, step, r), RowPtr(dst, step, r + 1));
+  }
+}
+
+inline void Ls8Blocks(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q, int32_t n) {
+  using D16 = hn::CappedTag<int16_t, 16>;
+  int32_t i = 0;
+  if constexpr (hn::MaxLanes(D16()) == 16) {
+    for (; i + 2 <= n; i += 2) {
+      TwoBlocks(D16(), src + 64 * size_t(i), src + 64 * size_t(i + 1), dst + 8 * size_t(i), step, q);
+    }
+  }
+  for (; i < n; ++i) Ls8Full(src + 64 * size_t(i), dst + 8 * size_t(i), step, q);
 }
 
 // ---------------------------------------------------------------- reduced

@@ -34,6 +34,9 @@ RvtResult InvLs16(const int16_t* s, uint16_t* d, int32_t st, const uint16_t* q) 
 }
 RvtResult InvPlain(const int16_t* s, int16_t* d, const uint16_t* q) { return Block<Plain16>(s, d, q); }
 RvtResult InvInPlace(int16_t* sd, const uint16_t* q) { return InPlace<Plain16>(sd, q); }
+RvtResult InvBlocks(const int16_t* s, uint8_t* d, int32_t st, const uint16_t* q, int32_t n) {
+  return Blocks<Ls8Blocks>(s, d, st, q, n);
+}
 
 }  // namespace rvt::dct_inv::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
@@ -49,5 +52,6 @@ RVT_IMPL_HWY(rvtiDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R, dct_inv, InvLs8Corner2, In
 RVT_IMPL_HWY(rvtiDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R, dct_inv, InvLs8Corner4, InvLs8Corner4Ref);
 RVT_IMPL_HWY(rvtiDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R, dct_inv, InvLs8To2x2, InvLs8To2x2Ref);
 RVT_IMPL_HWY(rvtiDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R, dct_inv, InvLs8To4x4, InvLs8To4x4Ref);
+RVT_IMPL_HWY(rvtiDCTQuantInv8x8LSBlocks_JPEG_16s8u_C1R, dct_inv, InvBlocks, InvBlocksRef);
 }  // namespace rvt
 #endif  // HWY_ONCE

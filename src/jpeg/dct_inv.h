@@ -1,6 +1,7 @@
 // Inverse 8x8 DCT fused with dequantization: the full 8-bit transform and
 // its shortcuts (DC only, 2x2 and 4x4 corners), the 1/2 and 1/4 scale
-// outputs, the unshifted 16-bit output and the 16-bit-sample transform.
+// outputs, the unshifted 16-bit output and the 16-bit-sample transform;
+// and the 8-bit transform of a run of blocks side by side in one call.
 //
 // The 8-bit transform: a row pass of 32-bit dot products with one table
 // per coefficient row (each row pre-scaled for the column pass) and a
@@ -230,6 +231,24 @@ RvtResult InPlace(int16_t* srcDst, const uint16_t* table) {
   return rvtStatusOk;
 }
 
+// A run of blocks: block i's 64 coefficients at src + 64 i, its 8x8
+// samples at dst + 8 i, one table for all.
+using BlocksKernel = void (*)(const int16_t*, uint8_t*, int32_t, const uint16_t*, int32_t);
+
+inline void BlocksRef(const int16_t* src, uint8_t* dst, int32_t step, const uint16_t* q, int32_t n) {
+  for (int32_t i = 0; i < n; ++i) Ls8RowsRef<8>(src + 64 * size_t(i), dst + 8 * size_t(i), step, q);
+}
+
+// The checks of the LS forms, then the count.
+template <BlocksKernel kKernel>
+RvtResult Blocks(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table,
+                 int32_t nBlocks) {
+  RVT_CHECK(CheckLs(src, dst, dstStep, table));
+  if (nBlocks < 1) return rvtStatusSize;
+  kKernel(src, dst, dstStep, table, nBlocks);
+  return rvtStatusOk;
+}
+
 // The reference entries.
 inline RvtResult InvLs8Ref(const int16_t* s, uint8_t* d, int32_t st, const uint16_t* q) {
   return Ls<uint8_t, Ls8RowsRef<8>>(s, d, st, q);
@@ -256,6 +275,9 @@ inline RvtResult InvPlainRef(const int16_t* s, int16_t* d, const uint16_t* q) {
   return Block<Plain16Ref>(s, d, q);
 }
 inline RvtResult InvInPlaceRef(int16_t* sd, const uint16_t* q) { return InPlace<Plain16Ref>(sd, q); }
+inline RvtResult InvBlocksRef(const int16_t* s, uint8_t* d, int32_t st, const uint16_t* q, int32_t n) {
+  return Blocks<BlocksRef>(s, d, st, q, n);
+}
 
 }  // namespace rvt::dct_inv
 
