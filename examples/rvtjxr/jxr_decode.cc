@@ -1,7 +1,7 @@
 // The rvtjxr decoder: image header, image plane header, index table, tile
 // packets and macroblocks; DC/LP/HP prediction, dequantization, the second
 // level transform and the overlap post filters here; the first level
-// inverse transform through rvtiPCTInv_JPEGXR_32s_C1IR and every
+// inverse transform through rvtiPCTInvBlocks_JPEGXR_32s_C1I and every
 // coefficient through the rvtiVLC/FLC decoders.
 //
 // Coefficients are kept per channel in macroblock rows of the padded image
@@ -974,7 +974,7 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     d[0] = dq(dclp[16 * ch], sdc);
     for (int k = 1; k < nb; ++k) d[k] = dq(dclp[16 * ch + k], slp);
     if (nb == 16) {
-      rvtiPCTInv_JPEGXR_32s_C1IR(d, 16, {4, 4});
+      InverseBlock(d);
     } else {
       // the chroma second level: 2x2 butterflies, 4:2:2 first undoing the
       // lifting pair between the two halves' DCs

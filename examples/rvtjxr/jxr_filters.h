@@ -79,8 +79,13 @@ inline size_t PixelAt(int x, int y, int mbw) {
          kInBlock[y & 3][x & 3];
 }
 
+// The photo core transform's inverse of one 4x4 block in raster order
+// (d[4 r + c]): rvtiPCTInv_JPEGXR_32s_C1IR's result, without the vector
+// set-up a lone block costs the library.  The decoder's second level.
+void InverseBlock(int32_t* d);
+
 // Runs the first-level inverse transform of every block (through the
-// library's photo core transform) and, for overlap 1 and 2, the post
+// library's photo core transform of block runs) and, for overlap 1 and 2, the post
 // filters; overlap 2 also filters the block DCs first.  The blocks' DCs
 // must already hold the second-level inverse transform's output.  `fine`:
 // the filters of codec subversion 1 and up (finer scaling, image corners
