@@ -405,7 +405,7 @@ __attribute__((target_clones("avx2", "default"))) void ColourRow(const int32_t* 
 // (a damaged macroblock is never shown).
 __attribute__((target_clones("avx2", "default"))) bool PlaceBlocks(const int32_t* coef, const int32_t* dc,
                                                                    int32_t step, uint32_t most, int bw, int bh,
-                                                                   int32_t* to) {
+                                                                   bool raster, int32_t* to) {
   typedef int32_t V8 __attribute__((vector_size(32)));
   typedef uint32_t U8 __attribute__((vector_size(32)));
   V8 lo{}, hi{};
@@ -421,8 +421,12 @@ __attribute__((target_clones("avx2", "default"))) bool PlaceBlocks(const int32_t
       lo = lo < c ? lo : c;
       hi = hi > c ? hi : c;
       // unsigned products: those of a failing macroblock may wrap
-      a = V8(U8(__builtin_shufflevector(a, a, 0, 1, 4, 5, 3, 2, 7, 6)) * uint32_t(step));
-      c = V8(U8(__builtin_shufflevector(c, c, 4, 5, 0, 1, 7, 6, 3, 2)) * uint32_t(step));
+      if (!raster) {
+        a = __builtin_shufflevector(a, a, 0, 1, 4, 5, 3, 2, 7, 6);
+        c = __builtin_shufflevector(c, c, 4, 5, 0, 1, 7, 6, 3, 2);
+      }
+      a = V8(U8(a) * uint32_t(step));
+      c = V8(U8(c) * uint32_t(step));
       a[0] = dc[b];
       int32_t* blk = to + 16 * (bh * bx + by);
       std::memcpy(blk, &a, sizeof(a));
@@ -995,7 +999,12 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     if (h_.scaled && ch > 0) {
       for (int b = 0; b < nb; ++b) d[b] *= 2;
     }
-    if (!PlaceBlocks(src, d, shp, most, bw, bh, Block(ch, mx, my, 0, 0))) return fail("dequantized coefficient");
+    // without DC filters nothing comes between a block's placing and its
+    // transform: both run here, while the macroblock is in cache
+    const bool now = h_.overlap < 2;
+    int32_t* to = Block(ch, mx, my, 0, 0);
+    if (!PlaceBlocks(src, d, shp, most, bw, bh, now, to)) return fail("dequantized coefficient");
+    if (now) InverseRasterBlocks(to, nb);
   }
   return true;
 }
@@ -1046,7 +1055,7 @@ void Decoder::Advance(int rowsDecoded) {
     const int from = earlyRow_ == y ? earlyX_ : 0;
     for (int ch = 0; ch < lumaLike; ++ch) {
       InverseTransformRowSpan(Row(ch, y - 1), Row(ch, y), mbw_, mbh_, h_.overlap, fine, hpStep_[size_t(ch)], hpAbsent,
-                              y, from, mbw_ + 1);
+                              y, from, mbw_ + 1, h_.overlap < 2);
     }
     if (!sub_) {
       if (y > 0) Convert(16 * (y - 1), 16 * y);
@@ -1055,7 +1064,7 @@ void Decoder::Advance(int rowsDecoded) {
       // the channel before
       for (int ch = 1; ch < 3; ++ch) {
         InverseTransformChromaRow(ChromaPlane(ch), mbw_, mbh_, h_.format == k420, h_.overlap, fine,
-                                  hpStep_[size_t(ch - 1)], hpAbsent, y);
+                                  hpStep_[size_t(ch - 1)], hpAbsent, y, h_.overlap < 2);
       }
       // 4:2:0 rows wait for the first chroma row below them
       const int lag = h_.format == k420 ? 2 : 1;
@@ -1088,7 +1097,7 @@ void Decoder::Early(int my, int mx) {
   const int lumaLike = sub_ ? 1 : h_.channels;
   for (int ch = 0; ch < lumaLike; ++ch) {
     InverseTransformRowSpan(Row(ch, my - 1), Row(ch, my), mbw_, mbh_, h_.overlap, fine, hpStep_[size_t(ch)], hpAbsent,
-                            my, earlyX_, mx + 1);
+                            my, earlyX_, mx + 1, h_.overlap < 2);
   }
   earlyX_ = mx + 1;
 }

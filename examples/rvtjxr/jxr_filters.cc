@@ -474,6 +474,8 @@ struct PostFilter {
   P quads[4 * kMaxWindows];
   int32_t steps[kMaxWindows];
 
+  bool transformed = false;  // the blocks are the decoder's, done already
+
   PostFilter(bool f, bool absent) : fine(f), hpAbsent(absent) {}
   void Flush() {
     blocks.Flush();
@@ -501,7 +503,9 @@ struct PostFilter {
   // Between macroblocks x - 1 and x, on DCs of blocks not transformed yet
   // and no pending window's: nothing to wait for.
   void CornerDC(P p0, P p1) { rvtjxr::CornerDC(p0, p1, fine); }
-  void Block(P p) { blocks.Add(p); }
+  void Block(P p) {
+    if (!transformed) blocks.Add(p);
+  }
   void Post2(P a, P b) {
     Flush();
     rvtjxr::Post2(a, b, fine);
@@ -533,6 +537,20 @@ int32_t StepAt(int x, int y, int mbw, int mbh, const std::vector<int32_t>& hpSte
 
 }  // namespace
 
+RVTJXR_FILTER_CLONED void InverseRasterBlocks(int32_t* p, int n) {
+  rvtiPCTInvBlocks_JPEGXR_32s_C1I(p, n);
+  for (int i = 0; i < n; ++i) {
+    int32_t* b = p + 16 * i;
+    V8 a, c;
+    std::memcpy(&a, b, sizeof(a));
+    std::memcpy(&c, b + 8, sizeof(c));
+    a = __builtin_shufflevector(a, a, 0, 1, 4, 5, 3, 2, 7, 6);
+    c = __builtin_shufflevector(c, c, 4, 5, 0, 1, 7, 6, 3, 2);
+    std::memcpy(b, &a, sizeof(a));
+    std::memcpy(b + 8, &c, sizeof(c));
+  }
+}
+
 void InverseBlock(int32_t* d) {
   OddOddInvStep(d[10], d[11], d[14], d[15]);
   RotInvStep(d[8], d[12], d[9], d[13]);
@@ -545,8 +563,10 @@ void InverseBlock(int32_t* d) {
 }
 
 RVTJXR_WALK_CLONED void InverseTransformRowSpan(int32_t* above, int32_t* here, int mbw, int mbh, int overlap, bool fine,
-                             const std::vector<int32_t>& hpStep, bool hpAbsent, int y, int x0, int x1) {
+                             const std::vector<int32_t>& hpStep, bool hpAbsent, int y, int x0, int x1,
+                             bool transformed) {
   PostFilter f(fine, hpAbsent);
+  f.transformed = transformed;
   for (int x = x0; x < x1; ++x) {
     f.step = StepAt(x, y, mbw, mbh, hpStep, hpAbsent);
     WalkCornerRows(f, above, here, mbw, mbh, overlap, fine, x, y);
@@ -569,8 +589,9 @@ void InverseTransform(int32_t* channel, int mbw, int mbh, int overlap, bool fine
 }
 
 RVTJXR_WALK_CLONED void InverseTransformChromaRow(int32_t* channel, int mbw, int mbh, bool is420, int overlap, bool fine,
-                               const std::vector<int32_t>& hpStep, bool hpAbsent, int y) {
+                               const std::vector<int32_t>& hpStep, bool hpAbsent, int y, bool transformed) {
   PostFilter f(fine, hpAbsent);
+  f.transformed = transformed;
   for (int x = 0; x <= mbw; ++x) {
     f.step = StepAt(x, y, mbw, mbh, hpStep, hpAbsent);
     WalkChromaCorner(f, channel, mbw, mbh, is420, overlap, fine, x, y);
