@@ -964,9 +964,12 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     if (!ok) return fail("HP level");
   }
 
-  // dequantize, second level inverse transform, into the planes
+  // dequantize, second level inverse transform, into the planes; the
+  // luma-like channels' second-level blocks (one each) go to the library
+  // together, a lone one to the decoder's scalar form
+  int32_t dd[16 * 16];
   for (int ch = 0; ch < nc; ++ch) {
-    int32_t d[16];
+    int32_t* d = dd + 16 * ch;
     const int32_t sdc = q.dc[size_t(ch)], slp = q.lp[size_t(lpIndex)][size_t(ch)];
     bool ok = true;
     auto dq = [&ok](int32_t level, int32_t step) {
@@ -974,12 +977,18 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
       ok &= InRange(v);
       return ok ? int32_t(v) : 0;
     };
-    const int bw = BlocksWide(ch), bh = BlocksHigh(ch), nb = bw * bh;
+    const int nb = BlocksWide(ch) * BlocksHigh(ch);
     d[0] = dq(dclp[16 * ch], sdc);
     for (int k = 1; k < nb; ++k) d[k] = dq(dclp[16 * ch + k], slp);
-    if (nb == 16) {
-      InverseBlock(d);
-    } else {
+    if (!ok) return fail("dequantized coefficient");
+  }
+  const int lumaLike = sub_ ? 1 : nc;
+  if (lumaLike == 1) InverseBlock(dd);
+  else rvtiPCTInvBlocks_JPEGXR_32s_C1I(dd, lumaLike);
+  for (int ch = 0; ch < nc; ++ch) {
+    int32_t* d = dd + 16 * ch;
+    const int bw = BlocksWide(ch), bh = BlocksHigh(ch), nb = bw * bh;
+    if (nb != 16) {
       // the chroma second level: 2x2 butterflies, 4:2:2 first undoing the
       // lifting pair between the two halves' DCs
       if (nb == 8) {
@@ -994,7 +1003,6 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     // the HP products: one bound for the lot, then 32-bit products
     const int32_t* src = hpc + 256 * ch;
     const uint32_t most = shp > 0 ? uint32_t(kMaxCoef / shp) : uint32_t(kMaxCoef);  // largest level
-    if (!ok) return fail("dequantized coefficient");
     // chroma block DCs carry one bit less under scaled arithmetic
     if (h_.scaled && ch > 0) {
       for (int b = 0; b < nb; ++b) d[b] *= 2;
