@@ -325,12 +325,14 @@ HWY_INLINE void RunGroup(D d, At at, int first) {
   }
 }
 
-// A run of `count` 32-bit blocks: full-width groups, then groups of four
-// blocks in 128-bit vectors, the last repeating the run's last block.
+// A run of `count` 32-bit blocks: groups of eight blocks (256-bit vectors
+// at most: building 512-bit rows from four 128-bit pieces costs more than
+// the wider arithmetic saves), then groups of four in 128-bit vectors, the
+// last repeating the run's last block.
 template <class T, bool kFwd>
 void Run(T* p, int count) {
   static_assert(sizeof(T) == 4, "one block row a 128-bit block");
-  const hn::ScalableTag<T> d;
+  const hn::CappedTag<T, 8> d;
   const int per = int(hn::Lanes(d));
   auto at = [p](int k) { return p + 16 * k; };
   int b = 0;
