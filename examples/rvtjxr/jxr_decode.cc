@@ -985,6 +985,9 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
   const int lumaLike = sub_ ? 1 : nc;
   if (lumaLike == 1) InverseBlock(dd);
   else rvtiPCTInvBlocks_JPEGXR_32s_C1I(dd, lumaLike);
+  const bool now = h_.overlap < 2;
+  int32_t run[16 * 256];  // the macroblock's blocks, channel after channel
+  int runBlocks = 0;
   for (int ch = 0; ch < nc; ++ch) {
     int32_t* d = dd + 16 * ch;
     const int bw = BlocksWide(ch), bh = BlocksHigh(ch), nb = bw * bh;
@@ -1008,11 +1011,23 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
       for (int b = 0; b < nb; ++b) d[b] *= 2;
     }
     // without DC filters nothing comes between a block's placing and its
-    // transform: both run here, while the macroblock is in cache
-    const bool now = h_.overlap < 2;
+    // transform: the channels' blocks go to one run and back into the
+    // planes transformed, while the macroblock is in cache
     int32_t* to = Block(ch, mx, my, 0, 0);
-    if (!PlaceBlocks(src, d, shp, most, bw, bh, now, to)) return fail("dequantized coefficient");
-    if (now) InverseRasterBlocks(to, nb);
+    if (now) {
+      if (!PlaceBlocks(src, d, shp, most, bw, bh, true, run + 16 * runBlocks)) return fail("dequantized coefficient");
+      runBlocks += nb;
+    } else if (!PlaceBlocks(src, d, shp, most, bw, bh, false, to)) {
+      return fail("dequantized coefficient");
+    }
+  }
+  if (now) {
+    rvtiPCTInvBlocks_JPEGXR_32s_C1I(run, runBlocks);
+    for (int ch = 0, b = 0; ch < nc; ++ch) {
+      const int nb = BlocksWide(ch) * BlocksHigh(ch);
+      RasterToLayout(run + 16 * b, nb, Block(ch, mx, my, 0, 0));
+      b += nb;
+    }
   }
   return true;
 }

@@ -522,7 +522,20 @@ int32_t StepAt(int x, int y, int mbw, int mbh, const std::vector<int32_t>& hpSte
 
 void InverseRasterBlocks(int32_t* p, int n) {
   rvtiPCTInvBlocks_JPEGXR_32s_C1I(p, n);
-  for (int i = 0; i < n; ++i) RowsToBlock(p + 16 * i, 4, p + 16 * i);
+  RasterToLayout(p, n, p);
+}
+
+RVTJXR_FILTER_CLONED void RasterToLayout(const int32_t* from, int n, int32_t* to) {
+  static_assert(kInBlock[0][2] == 5 && kInBlock[1][0] == 2 && kInBlock[2][0] == 10 && kInBlock[3][1] == 9);
+  for (int i = 0; i < n; ++i) {
+    V8 a, c;
+    std::memcpy(&a, from + 16 * i, sizeof(a));
+    std::memcpy(&c, from + 16 * i + 8, sizeof(c));
+    a = __builtin_shufflevector(a, a, 0, 1, 4, 5, 3, 2, 7, 6);
+    c = __builtin_shufflevector(c, c, 4, 5, 0, 1, 7, 6, 3, 2);
+    std::memcpy(to + 16 * i, &a, sizeof(a));
+    std::memcpy(to + 16 * i + 8, &c, sizeof(c));
+  }
 }
 
 void InverseBlock(int32_t* d) {

@@ -88,6 +88,10 @@ void InverseBlock(int32_t* d);
 // blocks one after another from p, each in raster order (p[16 i + 4 r +
 // c]), leaving them in the layout (kInBlock's order).
 void InverseRasterBlocks(int32_t* p, int n);
+// n blocks in raster order from `from` into the layout's order at `to`
+// (the same place or apart), one shuffle a half: kInBlock keeps rows 0-1
+// in the first eight places and rows 2-3 in the last eight.
+void RasterToLayout(const int32_t* from, int n, int32_t* to);
 
 // Runs the first-level inverse transform of every block (through the
 // library's photo core transform of block runs) and, for overlap 1 and 2, the post
