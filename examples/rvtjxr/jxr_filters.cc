@@ -235,10 +235,9 @@ void OddOddInvStep(int32_t& P0, int32_t& Q, int32_t& R, int32_t& S) {
 }
 
 // First-level inverse transforms, batched: the walk's blocks are gathered
-// into one run of blocks (raster order inside each) and handed to the
-// library in one call, which runs them a vector of blocks at a time.  The
-// moves go a block row (128 bits) at a time, as the library stores them:
-// a wider load of two just-stored rows would stall on the store buffer.  Block transforms are independent of each
+// into one run of blocks (raster order inside each, one shuffle a half, as
+// RasterToLayout) and handed to the library in one call, which runs them a
+// vector of blocks at a time.  Block transforms are independent of each
 // other, so deferring them until the next filter step (Flush) leaves every
 // result as it was.
 class BlockBatch {
@@ -249,9 +248,25 @@ class BlockBatch {
   }
   void Flush() {
     if (n_ == 0) return;
-    for (int i = 0; i < n_; ++i) BlockToRows(pending_[i], buf_ + 16 * i, 4);
+    for (int i = 0; i < n_; ++i) {
+      V8 a, c;
+      std::memcpy(&a, pending_[i], sizeof(a));
+      std::memcpy(&c, pending_[i] + 8, sizeof(c));
+      a = __builtin_shufflevector(a, a, 0, 1, 5, 4, 2, 3, 7, 6);
+      c = __builtin_shufflevector(c, c, 2, 3, 7, 6, 0, 1, 5, 4);
+      std::memcpy(buf_ + 16 * i, &a, sizeof(a));
+      std::memcpy(buf_ + 16 * i + 8, &c, sizeof(c));
+    }
     rvtiPCTInvBlocks_JPEGXR_32s_C1I(buf_, n_);
-    for (int i = 0; i < n_; ++i) RowsToBlock(buf_ + 16 * i, 4, pending_[i]);
+    for (int i = 0; i < n_; ++i) {
+      V8 a, c;
+      std::memcpy(&a, buf_ + 16 * i, sizeof(a));
+      std::memcpy(&c, buf_ + 16 * i + 8, sizeof(c));
+      a = __builtin_shufflevector(a, a, 0, 1, 4, 5, 3, 2, 7, 6);
+      c = __builtin_shufflevector(c, c, 4, 5, 0, 1, 7, 6, 3, 2);
+      std::memcpy(pending_[i], &a, sizeof(a));
+      std::memcpy(pending_[i] + 8, &c, sizeof(c));
+    }
     n_ = 0;
   }
 
