@@ -57,6 +57,20 @@ void RegisterMacroblocks(const std::string& name, const Impl<RvtResult (*)(T*, i
   });
 }
 
+// Block runs of `run` contiguous blocks (16 a 16x16 macroblock) over the
+// same number of blocks as the macroblock forms, cache-resident.
+void RegisterRuns(const std::string& name, const Impl<RvtResult (*)(int32_t*, int32_t)>& impl, int run) {
+  static Plane<int32_t> plane(256, 256);
+  bench::RegisterTargets(name + "/run" + std::to_string(run), impl, [run](benchmark::State& s, auto fn) {
+    const bench::LoopTimer timer;
+    for (auto _ : s) {
+      for (size_t k = 0; k + 16 * size_t(run) <= plane.px.size(); k += 16 * size_t(run)) fn(plane.px.data() + k, run);
+      benchmark::ClobberMemory();
+    }
+    s.counters["ns_per_block"] = timer.NsPerIteration(s) / plane.blocks();
+  });
+}
+
 // jxrlib's forward transform over the same number of blocks, laid out in
 // its own order (16 consecutive ints per block, no gathering timed).
 void RegisterJxrlib() {
@@ -88,6 +102,10 @@ int Register() {
   RVT_PCT_BENCH(int16_t, 16s);
   RVT_PCT_BENCH(int32_t, 32s);
   RegisterJxrlib();
+  for (const int run : {4, 16, 32}) {
+    RegisterRuns("PCTInvBlocks/32s", impl_rvtiPCTInvBlocks_JPEGXR_32s_C1I, run);
+    RegisterRuns("PCTFwdBlocks/32s", impl_rvtiPCTFwdBlocks_JPEGXR_32s_C1I, run);
+  }
   RVT_PCT_BENCH(float, 32f);
   return 0;
 }

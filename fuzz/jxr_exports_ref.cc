@@ -48,4 +48,5 @@ RvtResult rvtiVLCDecodeCBPHP_JPEGXR_1u32s(const uint8_t* a, int32_t b, int32_t* 
 RvtResult rvtiPCTInv_JPEGXR_32s_C1IR(int32_t* p, int32_t step, ImageSize roi) {
   return rvt::pct::Inv_32s_Ref(p, step, roi);
 }
+RvtResult rvtiPCTInvBlocks_JPEGXR_32s_C1I(int32_t* p, int32_t n) { return rvt::pct::InvBlocks_32s_Ref(p, n); }
 }

@@ -1738,6 +1738,18 @@ RvtResult rvtiDCTQuantInv8x8LSBlocks_JPEG_16s8u_C1R(const int16_t* pSrc, uint8_t
                                                     int32_t dstStep,
                                                     const uint16_t* pQuantInvTable,
                                                     int32_t nBlocks);
+/* ---------------------------- JPEG XR photo core transform of block runs (additions) */
+/* The photo core transform of rvtiPCTFwd_JPEGXR_32s_C1IR and
+ * rvtiPCTInv_JPEGXR_32s_C1IR (same network, 32-bit wrapping arithmetic),
+ * in place on numBlocks 4x4 blocks stored one after another: block k is the
+ * 16 elements from pSrcDst + 16 k, row by row (element 4 r + c is row r,
+ * column c).  Each block's result is that of the region form on the same
+ * block; a codec that keeps its blocks contiguous transforms them without
+ * moving them to image rows.  Elements may sit at any address.  Checks, in
+ * order: pSrcDst null (rvtStatusNullPtr), then numBlocks below 1
+ * (rvtStatusSize); nothing is written on a failed check. */
+RvtResult rvtiPCTFwdBlocks_JPEGXR_32s_C1I(int32_t* pSrcDst, int32_t numBlocks);
+RvtResult rvtiPCTInvBlocks_JPEGXR_32s_C1I(int32_t* pSrcDst, int32_t numBlocks);
 #ifdef __cplusplus
 }
 #endif

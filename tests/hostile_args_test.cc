@@ -128,6 +128,8 @@ const Family kFamilies[] = {
      "the planes first, then the row, the count, the planes' entries"},
     {"rvtiPCT(Fwd|Inv)_JPEGXR_(16s|32s|32f)_C1IR",
      "pSrcDst roiSize srcDstStep", "the step must hold a row of the region, so it follows it"},
+    {"rvtiPCT(Fwd|Inv)Blocks_JPEGXR_32s_C1I", "pSrcDst numBlocks",
+     "a run of blocks: the pointer, then the count"},
     {"rvtiTextureDecodeBlock", "pSrc pDst dstStep/==0 roiSize",
      "a negative step walks the destination upwards"},
     {"rvtiDiffPredFirstRow|rvtiReconstructPredFirstRow", "pSrc pDst width P/[2,16]=-5 Pt/<0=-5",

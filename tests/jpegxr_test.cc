@@ -2,6 +2,7 @@
 // 16-bit input included), the check order with nothing written, 16-bit
 // results against 32-bit ones, jxrlib's forward transform as an oracle,
 // and every target against the reference.
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -210,6 +211,46 @@ TEST(PhotoCoreTransform, ChecksInOrderWriteNothing) {
   EXPECT_EQ(rvtiPCTInv_JPEGXR_16s_C1IR(buf, 14, {8, 4}), rvtStatusStep);
 }
 
+// Block runs against the region form, block for block, on every target:
+// each of n blocks laid out as 16 contiguous elements must come out as the
+// region export makes the same block in an image row (a lane holding the
+// wrong block, a row from the neighbouring block or a transposed block
+// shows), both directions; then the checks in order, nothing written.
+TEST(PhotoCoreTransform, BlockRunsMatchTheRegionFormBlockForBlock) {
+  test::Rng rng(9);
+  for (const int n : {1, 3, 4, 5, 8, 13, 16, 17, 31, 32, 33, 47}) {
+    test::GuardedPlane<int32_t> row(4 * n, 4);
+    row.FillRandom(rng, Full<int32_t>(true), Full<int32_t>(false));
+    std::vector<int32_t> run(16 * size_t(n));
+    for (int k = 0; k < n; ++k)
+      for (int i = 0; i < 16; ++i) run[16 * size_t(k) + i] = row.get(4 * k + i % 4, i / 4);
+    for (const bool fwd : {false, true}) {
+      test::GuardedPlane<int32_t> want(4 * n, 4);
+      for (int y = 0; y < 4; ++y)
+        for (int x = 0; x < 4 * n; ++x) want.set(x, y, row.get(x, y));
+      ASSERT_EQ((fwd ? rvtiPCTFwd_JPEGXR_32s_C1IR : rvtiPCTInv_JPEGXR_32s_C1IR)(want.data(), want.step(), {4 * n, 4}),
+                rvtStatusOk);
+      for (const auto& t : test::AllTargets(fwd ? impl_rvtiPCTFwdBlocks_JPEGXR_32s_C1I
+                                                : impl_rvtiPCTInvBlocks_JPEGXR_32s_C1I)) {
+        std::vector<int32_t> got = run;
+        ASSERT_EQ(t.fn(got.data(), n), rvtStatusOk);
+        int bad = 0;
+        for (int k = 0; k < n; ++k)
+          for (int i = 0; i < 16; ++i) bad += got[16 * size_t(k) + i] != want.get(4 * k + i % 4, i / 4);
+        EXPECT_EQ(bad, 0) << t.name << (fwd ? " forward, " : " inverse, ") << n << " blocks";
+      }
+    }
+  }
+  int32_t buf[16] = {7};
+  for (auto fn : {rvtiPCTFwdBlocks_JPEGXR_32s_C1I, rvtiPCTInvBlocks_JPEGXR_32s_C1I}) {
+    EXPECT_EQ(fn(nullptr, 0), rvtStatusNullPtr);
+    EXPECT_EQ(fn(buf, 0), rvtStatusSize);
+    EXPECT_EQ(fn(buf, -1), rvtStatusSize);
+    EXPECT_EQ(buf[0], 7);
+    EXPECT_TRUE(std::all_of(buf + 1, buf + 16, [](int32_t v) { return v == 0; }));
+  }
+}
+
 // ------------------------------------------------------------ jxrlib
 
 // Our row-major position of each of jxrlib's 16 block slots (its Hadamard
@@ -324,6 +365,30 @@ auto BlockCases() {
 RVT_PCT_CHECKS(int16_t, 16s);
 RVT_PCT_CHECKS(int32_t, 32s);
 RVT_PCT_CHECKS(float, 32f);
+
+// Block runs of every length 1..70 (every remainder of every group width,
+// the 128-bit tail and its repeated last block), misaligned starts,
+// full-range and small samples, and a full-HD plane's worth of blocks.
+auto RunCases() {
+  return test::Cases{[](test::Rng& rng) {
+                       std::vector<test::Case> out;
+                       auto add = [&](int n, int mis, bool full) {
+                         test::Case c;
+                         c.label = std::to_string(n) + " blocks" + (full ? " full" : "");
+                         c.arg[0] = n;
+                         c.out.push_back(test::ArrayOf<int32_t>(16 * n, mis));
+                         if (full) c.out[0].Fill<int32_t>(rng, Full<int32_t>(true), Full<int32_t>(false));
+                         else c.out[0].Fill<int32_t>(rng, -300, 300);
+                         out.push_back(std::move(c));
+                       };
+                       for (int n = 1; n <= 70; ++n) add(n, n % 4, n % 3 != 0);
+                       add(1920 * 1080 / 16, 0, false);
+                       return out;
+                     },
+                     [](auto fn, test::Case& c) { return fn(c.out[0].as<int32_t>(), int32_t(c.arg[0])); }};
+}
+RVT_CHECKASM(rvtiPCTFwdBlocks_JPEGXR_32s_C1I, RunCases());
+RVT_CHECKASM(rvtiPCTInvBlocks_JPEGXR_32s_C1I, RunCases());
 
 }  // namespace
 }  // namespace rvt

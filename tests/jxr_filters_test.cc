@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "jxr_filters.h"
+#include "rvtjp.h"
 
 namespace {
 
@@ -91,6 +92,73 @@ TEST(RvtjxrLayout, BlocksToRasterRowsAndBack) {
     std::fill(back, back + 16, 0);
     rvtjxr::RowsToBlock(rows.data(), stride, back);
     EXPECT_TRUE(std::equal(back, back + 16, block)) << "stride " << stride;
+  }
+}
+
+// The decoder's inverse transforms against the library's per-region
+// export: its own second-level block (raster order), and every block of a
+// channel (overlap 0 leaves just the first-level transforms, gathered into
+// runs for the block-run export and put back in the block layout), with
+// batches part full.  Values over the whole 32-bit range make the lifting
+// steps wrap, so a step done in wider arithmetic, reordered or rounded
+// differently shows; so does a block put back shuffled or into another
+// block's place.
+TEST(RvtjxrInverseTransform, MatchesTheLibraryExport) {
+  std::mt19937 rng(11);
+  auto value = [&rng](int kind) {
+    switch (kind) {
+      case 0: return int32_t(rng() % 2048) - 1024;
+      case 1: return int32_t(rng());
+      default: return int32_t(rng() % 2 ? INT32_MAX - int32_t(rng() % 8) : INT32_MIN + int32_t(rng() % 8));
+    }
+  };
+  for (int kind = 0; kind < 3; ++kind) {
+    for (int trial = 0; trial < 200; ++trial) {
+      int32_t want[16], got[16];
+      for (int i = 0; i < 16; ++i) want[i] = got[i] = value(kind);
+      ASSERT_EQ(rvtiPCTInv_JPEGXR_32s_C1IR(want, 16, {4, 4}), rvtStatusOk);
+      rvtjxr::InverseBlock(got);
+      ASSERT_TRUE(std::equal(got, got + 16, want)) << "values " << kind << ", trial " << trial;
+    }
+    // luma (16 blocks a macroblock) and 4:2:0 / 4:2:2 chroma (4 and 8)
+    for (int layout = 0; layout < 3; ++layout) {
+      for (int mbw : {1, 3, 5}) {
+        const int mbSize = layout == 0 ? 256 : layout == 1 ? 64 : 128, mbh = 2;
+        const size_t n = size_t(mbw) * mbh * size_t(mbSize);
+        std::vector<int32_t> in(n);
+        for (int32_t& v : in) v = value(kind);
+        std::vector<int32_t> want = in, got = in;
+        for (size_t b = 0; b < n; b += 16) {
+          int32_t rows[16];
+          rvtjxr::BlockToRows(want.data() + b, rows, 4);
+          ASSERT_EQ(rvtiPCTInv_JPEGXR_32s_C1IR(rows, 16, {4, 4}), rvtStatusOk);
+          rvtjxr::RowsToBlock(rows, 4, want.data() + b);
+        }
+        const std::vector<int32_t> steps(size_t(mbw) * mbh, 8);
+        if (layout == 0) rvtjxr::InverseTransform(got.data(), mbw, mbh, 0, true, steps, false);
+        else rvtjxr::InverseTransformChroma(got.data(), mbw, mbh, layout == 1, 0, true, steps, false);
+        size_t i = 0;
+        while (i < n && got[i] == want[i]) ++i;
+        EXPECT_EQ(i, n) << "values " << kind << ", layout " << layout << ", " << mbw << " wide: first difference at "
+                        << i;
+        // the decoder's own order without DC filters: blocks placed in
+        // raster order, transformed at once into the layout, then only
+        // the filters (here overlap 1) over the corner rows
+        std::vector<int32_t> raster(n);
+        for (size_t b = 0; b < n; b += 16) rvtjxr::BlockToRows(in.data() + b, raster.data() + b, 4);
+        rvtjxr::InverseRasterBlocks(raster.data(), int(n / 16));
+        EXPECT_TRUE(raster == want) << "raster blocks, values " << kind << ", layout " << layout;
+        if (layout != 0) continue;
+        std::vector<int32_t> whole = in;
+        rvtjxr::InverseTransform(whole.data(), mbw, mbh, 1, kind != 1, steps, false);
+        const ptrdiff_t rowLen = ptrdiff_t(mbw) * 256;
+        for (int y = 0; y <= mbh; ++y) {
+          rvtjxr::InverseTransformRowSpan(raster.data() + (y - 1) * rowLen, raster.data() + y * rowLen, mbw, mbh, 1,
+                                          kind != 1, steps, false, y, 0, mbw + 1, true);
+        }
+        EXPECT_TRUE(raster == whole) << "filters after the transforms, values " << kind << ", " << mbw << " wide";
+      }
+    }
   }
 }
 

@@ -1,7 +1,7 @@
 // The rvtjxr decoder: image header, image plane header, index table, tile
 // packets and macroblocks; DC/LP/HP prediction, dequantization, the second
 // level transform and the overlap post filters here; the first level
-// inverse transform through rvtiPCTInv_JPEGXR_32s_C1IR and every
+// inverse transform through rvtiPCTInvBlocks_JPEGXR_32s_C1I and every
 // coefficient through the rvtiVLC/FLC decoders.
 //
 // Coefficients are kept per channel in macroblock rows of the padded image
@@ -405,7 +405,7 @@ __attribute__((target_clones("avx2", "default"))) void ColourRow(const int32_t* 
 // (a damaged macroblock is never shown).
 __attribute__((target_clones("avx2", "default"))) bool PlaceBlocks(const int32_t* coef, const int32_t* dc,
                                                                    int32_t step, uint32_t most, int bw, int bh,
-                                                                   int32_t* to) {
+                                                                   bool raster, int32_t* to) {
   typedef int32_t V8 __attribute__((vector_size(32)));
   typedef uint32_t U8 __attribute__((vector_size(32)));
   V8 lo{}, hi{};
@@ -421,8 +421,12 @@ __attribute__((target_clones("avx2", "default"))) bool PlaceBlocks(const int32_t
       lo = lo < c ? lo : c;
       hi = hi > c ? hi : c;
       // unsigned products: those of a failing macroblock may wrap
-      a = V8(U8(__builtin_shufflevector(a, a, 0, 1, 4, 5, 3, 2, 7, 6)) * uint32_t(step));
-      c = V8(U8(__builtin_shufflevector(c, c, 4, 5, 0, 1, 7, 6, 3, 2)) * uint32_t(step));
+      if (!raster) {
+        a = __builtin_shufflevector(a, a, 0, 1, 4, 5, 3, 2, 7, 6);
+        c = __builtin_shufflevector(c, c, 4, 5, 0, 1, 7, 6, 3, 2);
+      }
+      a = V8(U8(a) * uint32_t(step));
+      c = V8(U8(c) * uint32_t(step));
       a[0] = dc[b];
       int32_t* blk = to + 16 * (bh * bx + by);
       std::memcpy(blk, &a, sizeof(a));
@@ -960,9 +964,12 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     if (!ok) return fail("HP level");
   }
 
-  // dequantize, second level inverse transform, into the planes
+  // dequantize, second level inverse transform, into the planes; the
+  // luma-like channels' second-level blocks (one each) go to the library
+  // together, a lone one to the decoder's scalar form
+  int32_t dd[16 * 16];
   for (int ch = 0; ch < nc; ++ch) {
-    int32_t d[16];
+    int32_t* d = dd + 16 * ch;
     const int32_t sdc = q.dc[size_t(ch)], slp = q.lp[size_t(lpIndex)][size_t(ch)];
     bool ok = true;
     auto dq = [&ok](int32_t level, int32_t step) {
@@ -970,12 +977,21 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
       ok &= InRange(v);
       return ok ? int32_t(v) : 0;
     };
-    const int bw = BlocksWide(ch), bh = BlocksHigh(ch), nb = bw * bh;
+    const int nb = BlocksWide(ch) * BlocksHigh(ch);
     d[0] = dq(dclp[16 * ch], sdc);
     for (int k = 1; k < nb; ++k) d[k] = dq(dclp[16 * ch + k], slp);
-    if (nb == 16) {
-      rvtiPCTInv_JPEGXR_32s_C1IR(d, 16, {4, 4});
-    } else {
+    if (!ok) return fail("dequantized coefficient");
+  }
+  const int lumaLike = sub_ ? 1 : nc;
+  if (lumaLike == 1) InverseBlock(dd);
+  else rvtiPCTInvBlocks_JPEGXR_32s_C1I(dd, lumaLike);
+  const bool now = h_.overlap < 2;
+  int32_t run[16 * 256];  // the macroblock's blocks, channel after channel
+  int runBlocks = 0;
+  for (int ch = 0; ch < nc; ++ch) {
+    int32_t* d = dd + 16 * ch;
+    const int bw = BlocksWide(ch), bh = BlocksHigh(ch), nb = bw * bh;
+    if (nb != 16) {
       // the chroma second level: 2x2 butterflies, 4:2:2 first undoing the
       // lifting pair between the two halves' DCs
       if (nb == 8) {
@@ -990,12 +1006,28 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     // the HP products: one bound for the lot, then 32-bit products
     const int32_t* src = hpc + 256 * ch;
     const uint32_t most = shp > 0 ? uint32_t(kMaxCoef / shp) : uint32_t(kMaxCoef);  // largest level
-    if (!ok) return fail("dequantized coefficient");
     // chroma block DCs carry one bit less under scaled arithmetic
     if (h_.scaled && ch > 0) {
       for (int b = 0; b < nb; ++b) d[b] *= 2;
     }
-    if (!PlaceBlocks(src, d, shp, most, bw, bh, Block(ch, mx, my, 0, 0))) return fail("dequantized coefficient");
+    // without DC filters nothing comes between a block's placing and its
+    // transform: the channels' blocks go to one run and back into the
+    // planes transformed, while the macroblock is in cache
+    int32_t* to = Block(ch, mx, my, 0, 0);
+    if (now) {
+      if (!PlaceBlocks(src, d, shp, most, bw, bh, true, run + 16 * runBlocks)) return fail("dequantized coefficient");
+      runBlocks += nb;
+    } else if (!PlaceBlocks(src, d, shp, most, bw, bh, false, to)) {
+      return fail("dequantized coefficient");
+    }
+  }
+  if (now) {
+    rvtiPCTInvBlocks_JPEGXR_32s_C1I(run, runBlocks);
+    for (int ch = 0, b = 0; ch < nc; ++ch) {
+      const int nb = BlocksWide(ch) * BlocksHigh(ch);
+      RasterToLayout(run + 16 * b, nb, Block(ch, mx, my, 0, 0));
+      b += nb;
+    }
   }
   return true;
 }
@@ -1046,7 +1078,7 @@ void Decoder::Advance(int rowsDecoded) {
     const int from = earlyRow_ == y ? earlyX_ : 0;
     for (int ch = 0; ch < lumaLike; ++ch) {
       InverseTransformRowSpan(Row(ch, y - 1), Row(ch, y), mbw_, mbh_, h_.overlap, fine, hpStep_[size_t(ch)], hpAbsent,
-                              y, from, mbw_ + 1);
+                              y, from, mbw_ + 1, h_.overlap < 2);
     }
     if (!sub_) {
       if (y > 0) Convert(16 * (y - 1), 16 * y);
@@ -1055,7 +1087,7 @@ void Decoder::Advance(int rowsDecoded) {
       // the channel before
       for (int ch = 1; ch < 3; ++ch) {
         InverseTransformChromaRow(ChromaPlane(ch), mbw_, mbh_, h_.format == k420, h_.overlap, fine,
-                                  hpStep_[size_t(ch - 1)], hpAbsent, y);
+                                  hpStep_[size_t(ch - 1)], hpAbsent, y, h_.overlap < 2);
       }
       // 4:2:0 rows wait for the first chroma row below them
       const int lag = h_.format == k420 ? 2 : 1;
@@ -1088,7 +1120,7 @@ void Decoder::Early(int my, int mx) {
   const int lumaLike = sub_ ? 1 : h_.channels;
   for (int ch = 0; ch < lumaLike; ++ch) {
     InverseTransformRowSpan(Row(ch, my - 1), Row(ch, my), mbw_, mbh_, h_.overlap, fine, hpStep_[size_t(ch)], hpAbsent,
-                            my, earlyX_, mx + 1);
+                            my, earlyX_, mx + 1, h_.overlap < 2);
   }
   earlyX_ = mx + 1;
 }

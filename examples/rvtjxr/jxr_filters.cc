@@ -181,12 +181,65 @@ inline V4 Load4(const int32_t* p) {
 }
 inline void Store4(int32_t* p, V4 v) { std::memcpy(p, &v, sizeof(v)); }
 
+typedef int32_t V8 __attribute__((vector_size(32)));
+typedef uint32_t U8 __attribute__((vector_size(32)));
+
+// The photo core transform's inverse on one block, element (r, c) at
+// d[4 r + c]: the same lifting steps, in the same order and with the same
+// 32-bit wrapping (unsigned arithmetic), as rvtiPCTInv_JPEGXR_32s_C1IR, so
+// its results are the library's (the tests hold it to that).  The decoder's
+// second level has one such block a macroblock, too few to fill a vector.
+inline int32_t Wrap(uint32_t v) { return int32_t(v); }
+void HadInvStep(int32_t& A, int32_t& B, int32_t& C, int32_t& D, bool round) {
+  const uint32_t t = uint32_t(C);
+  const uint32_t a = uint32_t(A) + uint32_t(D), b = uint32_t(B) - t;
+  const uint32_t dn = uint32_t((Wrap(a - b + (round ? 1u : 0u)) >> 1)) - t;
+  const uint32_t c = dn + t - uint32_t(D);
+  B = Wrap(b + c);
+  A = Wrap(a - dn);
+  C = Wrap(c);
+  D = Wrap(dn);
+}
+inline uint32_t Lift(uint32_t x, uint32_t add, int shift) { return uint32_t(Wrap(3u * x + add) >> shift); }
+void RotInvStep(int32_t& X, int32_t& Y, int32_t& Z, int32_t& W) {
+  uint32_t x = uint32_t(X), y = uint32_t(Y), z = uint32_t(Z), w = uint32_t(W);
+  y += w;
+  x -= z;
+  w -= uint32_t(Wrap(y) >> 1);
+  z += uint32_t(Wrap(x + 1) >> 1);
+  x -= Lift(y, 4, 3);
+  y += Lift(x, 4, 3);
+  z -= Lift(w, 4, 3);
+  w += Lift(z, 4, 3);
+  z -= uint32_t(Wrap(y + 1) >> 1);
+  w = uint32_t(Wrap(x + 1) >> 1) - w;
+  y += z;
+  x -= w;
+  X = Wrap(x), Y = Wrap(y), Z = Wrap(z), W = Wrap(w);
+}
+void OddOddInvStep(int32_t& P0, int32_t& Q, int32_t& R, int32_t& S) {
+  uint32_t p = uint32_t(P0), q = uint32_t(Q), r = uint32_t(R), s = uint32_t(S);
+  s += p;
+  r -= q;
+  const uint32_t t1 = uint32_t(Wrap(s) >> 1), t2 = uint32_t(Wrap(r) >> 1);
+  p -= t1;
+  q += t2;
+  p -= Lift(q, 3, 3);
+  q += Lift(p, 3, 2);
+  p -= Lift(q, 4, 3);
+  q -= t2;
+  p += t1;
+  r += q;
+  s -= p;
+  P0 = Wrap(p), Q = Wrap(0u - q), R = Wrap(0u - r), S = Wrap(s);
+}
+
 // First-level inverse transforms, batched: the walk's blocks are gathered
-// into one row of blocks (raster order) and handed to the library in one
-// call, which runs them a vector group at a time; a lone 4x4 block would
-// fill a group with four copies of itself.  Block transforms are
-// independent of each other, so deferring them until the next filter step
-// (Flush) leaves every result as it was.
+// into one run of blocks (raster order inside each, one shuffle a half, as
+// RasterToLayout) and handed to the library in one call, which runs them a
+// vector of blocks at a time.  Block transforms are independent of each
+// other, so deferring them until the next filter step (Flush) leaves every
+// result as it was.
 class BlockBatch {
  public:
   void Add(P p) {
@@ -195,26 +248,24 @@ class BlockBatch {
   }
   void Flush() {
     if (n_ == 0) return;
-    const int w = 4 * n_;
-    // a block's quads to its rows and back
     for (int i = 0; i < n_; ++i) {
-      const P p = pending_[i];
-      const V4 q0 = Load4(p), q1 = Load4(p + 4), q2 = Load4(p + 8), q3 = Load4(p + 12);
-      int32_t* row = buf_ + 4 * i;
-      Store4(row, __builtin_shufflevector(q0, q1, 0, 1, 5, 4));
-      Store4(row + w, __builtin_shufflevector(q0, q1, 2, 3, 7, 6));
-      Store4(row + 2 * w, __builtin_shufflevector(q2, q3, 2, 3, 7, 6));
-      Store4(row + 3 * w, __builtin_shufflevector(q2, q3, 0, 1, 5, 4));
+      V8 a, c;
+      std::memcpy(&a, pending_[i], sizeof(a));
+      std::memcpy(&c, pending_[i] + 8, sizeof(c));
+      a = __builtin_shufflevector(a, a, 0, 1, 5, 4, 2, 3, 7, 6);
+      c = __builtin_shufflevector(c, c, 2, 3, 7, 6, 0, 1, 5, 4);
+      std::memcpy(buf_ + 16 * i, &a, sizeof(a));
+      std::memcpy(buf_ + 16 * i + 8, &c, sizeof(c));
     }
-    rvtiPCTInv_JPEGXR_32s_C1IR(buf_, int32_t(sizeof(int32_t)) * w, {w, 4});
+    rvtiPCTInvBlocks_JPEGXR_32s_C1I(buf_, n_);
     for (int i = 0; i < n_; ++i) {
-      const P p = pending_[i];
-      const int32_t* row = buf_ + 4 * i;
-      const V4 r0 = Load4(row), r1 = Load4(row + w), r2 = Load4(row + 2 * w), r3 = Load4(row + 3 * w);
-      Store4(p, __builtin_shufflevector(r0, r1, 0, 1, 4, 5));
-      Store4(p + 4, __builtin_shufflevector(r0, r1, 3, 2, 7, 6));
-      Store4(p + 8, __builtin_shufflevector(r3, r2, 0, 1, 4, 5));
-      Store4(p + 12, __builtin_shufflevector(r3, r2, 3, 2, 7, 6));
+      V8 a, c;
+      std::memcpy(&a, buf_ + 16 * i, sizeof(a));
+      std::memcpy(&c, buf_ + 16 * i + 8, sizeof(c));
+      a = __builtin_shufflevector(a, a, 0, 1, 4, 5, 3, 2, 7, 6);
+      c = __builtin_shufflevector(c, c, 4, 5, 0, 1, 7, 6, 3, 2);
+      std::memcpy(pending_[i], &a, sizeof(a));
+      std::memcpy(pending_[i] + 8, &c, sizeof(c));
     }
     n_ = 0;
   }
@@ -278,8 +329,6 @@ void Post2x2(P pa, P pb, P pc, P pd, bool fine) {
 // full or a step that might share samples with them comes; then they run
 // eight at a time, one window a lane (16 vectors: element k of quad q in
 // vector 4 q + k), with the blocks they read transformed first.
-typedef int32_t V8 __attribute__((vector_size(32)));
-typedef uint32_t U8 __attribute__((vector_size(32)));
 
 // quads and steps run on to a multiple of eight windows (the idle lanes
 // of the last group: any window, only read).
@@ -423,6 +472,8 @@ struct PostFilter {
   P quads[4 * kMaxWindows];
   int32_t steps[kMaxWindows];
 
+  bool transformed = false;  // the blocks are the decoder's, done already
+
   PostFilter(bool f, bool absent) : fine(f), hpAbsent(absent) {}
   void Flush() {
     blocks.Flush();
@@ -450,7 +501,9 @@ struct PostFilter {
   // Between macroblocks x - 1 and x, on DCs of blocks not transformed yet
   // and no pending window's: nothing to wait for.
   void CornerDC(P p0, P p1) { rvtjxr::CornerDC(p0, p1, fine); }
-  void Block(P p) { blocks.Add(p); }
+  void Block(P p) {
+    if (!transformed) blocks.Add(p);
+  }
   void Post2(P a, P b) {
     Flush();
     rvtjxr::Post2(a, b, fine);
@@ -482,9 +535,40 @@ int32_t StepAt(int x, int y, int mbw, int mbh, const std::vector<int32_t>& hpSte
 
 }  // namespace
 
+void InverseRasterBlocks(int32_t* p, int n) {
+  rvtiPCTInvBlocks_JPEGXR_32s_C1I(p, n);
+  RasterToLayout(p, n, p);
+}
+
+RVTJXR_FILTER_CLONED void RasterToLayout(const int32_t* from, int n, int32_t* to) {
+  static_assert(kInBlock[0][2] == 5 && kInBlock[1][0] == 2 && kInBlock[2][0] == 10 && kInBlock[3][1] == 9);
+  for (int i = 0; i < n; ++i) {
+    V8 a, c;
+    std::memcpy(&a, from + 16 * i, sizeof(a));
+    std::memcpy(&c, from + 16 * i + 8, sizeof(c));
+    a = __builtin_shufflevector(a, a, 0, 1, 4, 5, 3, 2, 7, 6);
+    c = __builtin_shufflevector(c, c, 4, 5, 0, 1, 7, 6, 3, 2);
+    std::memcpy(to + 16 * i, &a, sizeof(a));
+    std::memcpy(to + 16 * i + 8, &c, sizeof(c));
+  }
+}
+
+void InverseBlock(int32_t* d) {
+  OddOddInvStep(d[10], d[11], d[14], d[15]);
+  RotInvStep(d[8], d[12], d[9], d[13]);
+  RotInvStep(d[2], d[3], d[6], d[7]);
+  HadInvStep(d[0], d[1], d[4], d[5], true);
+  HadInvStep(d[5], d[6], d[9], d[10], false);
+  HadInvStep(d[4], d[7], d[8], d[11], false);
+  HadInvStep(d[1], d[2], d[13], d[14], false);
+  HadInvStep(d[0], d[3], d[12], d[15], false);
+}
+
 RVTJXR_WALK_CLONED void InverseTransformRowSpan(int32_t* above, int32_t* here, int mbw, int mbh, int overlap, bool fine,
-                             const std::vector<int32_t>& hpStep, bool hpAbsent, int y, int x0, int x1) {
+                             const std::vector<int32_t>& hpStep, bool hpAbsent, int y, int x0, int x1,
+                             bool transformed) {
   PostFilter f(fine, hpAbsent);
+  f.transformed = transformed;
   for (int x = x0; x < x1; ++x) {
     f.step = StepAt(x, y, mbw, mbh, hpStep, hpAbsent);
     WalkCornerRows(f, above, here, mbw, mbh, overlap, fine, x, y);
@@ -507,8 +591,9 @@ void InverseTransform(int32_t* channel, int mbw, int mbh, int overlap, bool fine
 }
 
 RVTJXR_WALK_CLONED void InverseTransformChromaRow(int32_t* channel, int mbw, int mbh, bool is420, int overlap, bool fine,
-                               const std::vector<int32_t>& hpStep, bool hpAbsent, int y) {
+                               const std::vector<int32_t>& hpStep, bool hpAbsent, int y, bool transformed) {
   PostFilter f(fine, hpAbsent);
+  f.transformed = transformed;
   for (int x = 0; x <= mbw; ++x) {
     f.step = StepAt(x, y, mbw, mbh, hpStep, hpAbsent);
     WalkChromaCorner(f, channel, mbw, mbh, is420, overlap, fine, x, y);

@@ -79,8 +79,22 @@ inline size_t PixelAt(int x, int y, int mbw) {
          kInBlock[y & 3][x & 3];
 }
 
+// The photo core transform's inverse of one 4x4 block in raster order
+// (d[4 r + c]): rvtiPCTInv_JPEGXR_32s_C1IR's result, without the vector
+// set-up a lone block costs the library.  The decoder's second level.
+void InverseBlock(int32_t* d);
+
+// The first-level inverse transform (the library's of block runs) of n
+// blocks one after another from p, each in raster order (p[16 i + 4 r +
+// c]), leaving them in the layout (kInBlock's order).
+void InverseRasterBlocks(int32_t* p, int n);
+// n blocks in raster order from `from` into the layout's order at `to`
+// (the same place or apart), one shuffle a half: kInBlock keeps rows 0-1
+// in the first eight places and rows 2-3 in the last eight.
+void RasterToLayout(const int32_t* from, int n, int32_t* to);
+
 // Runs the first-level inverse transform of every block (through the
-// library's photo core transform) and, for overlap 1 and 2, the post
+// library's photo core transform of block runs) and, for overlap 1 and 2, the post
 // filters; overlap 2 also filters the block DCs first.  The blocks' DCs
 // must already hold the second-level inverse transform's output.  `fine`:
 // the filters of codec subversion 1 and up (finer scaling, image corners
@@ -102,8 +116,12 @@ void InverseTransformRow(int32_t* above, int32_t* here, int mbw, int mbh, int ov
 // run in spans, in order, give its result.  Corner x reads macroblocks
 // x - 1 and x of both rows only, so a decoder can run it as soon as
 // macroblock x is decoded, while that is still in cache.
+// `transformed`: the blocks hold their first-level inverse transforms
+// already (a decoder without DC filters, overlap 0 or 1, may run them as
+// each macroblock is placed, InverseRasterBlocks); only the filters run.
 void InverseTransformRowSpan(int32_t* above, int32_t* here, int mbw, int mbh, int overlap, bool fine,
-                             const std::vector<int32_t>& hpStep, bool hpAbsent, int y, int x0, int x1);
+                             const std::vector<int32_t>& hpStep, bool hpAbsent, int y, int x0, int x1,
+                             bool transformed = false);
 
 // The same for a 4:2:0 (8x8 macroblocks, 2x2 blocks: block (bx, by) at
 // 16 * (2 bx + by), macroblock (x, y) at 64 * (y * mbw + x)) or 4:2:2 (8
@@ -119,7 +137,7 @@ void InverseTransformChroma(int32_t* channel, int mbw, int mbh, bool is420, int 
 // result): row y finishes macroblock row y - 1; only rows y - 1 and y of
 // `channel` are touched, so they may sit in a window of a few rows.
 void InverseTransformChromaRow(int32_t* channel, int mbw, int mbh, bool is420, int overlap, bool fine,
-                               const std::vector<int32_t>& hpStep, bool hpAbsent, int y);
+                               const std::vector<int32_t>& hpStep, bool hpAbsent, int y, bool transformed = false);
 
 // Index of pixel (x, y) of a chroma channel laid out as above.
 inline size_t ChromaAt(int x, int y, int mbw, bool is420) {

@@ -279,6 +279,69 @@ void Blocks(T* p, int32_t step) {
   for (int g = 0; g < chunks; g += 4) Group<kFwd>(d, chunk(g), chunk(g + 1), chunk(g + 2), chunk(g + 3), step);
 }
 
+// ------------------------------------------------------------ block runs
+
+// Blocks stored one after another, 16 samples each, row by row (32-bit
+// samples: one block row a 128-bit block).  A group's chunk i takes, in the
+// 128-bit block j of its row vector r, row r of block at(first + i + 4 j),
+// so after RowsToColumns lane L holds block first + L.  at() may repeat a
+// block (the last group of a run): its lanes load the same samples and
+// store the same results, all stores after all loads.
+template <class D, class At>
+HWY_INLINE hn::Vec<D> LoadBlockRows(D d, At at, int first, int r) {
+  if constexpr (hn::MaxLanes(d) <= 4) {
+    return hn::LoadU(d, at(first) + 4 * r);
+  } else {
+    const hn::Half<D> dh;
+    constexpr int kHalfBlocks = int(hn::MaxLanes(dh)) / 4;
+    return hn::Combine(d, LoadBlockRows(dh, at, first + 4 * kHalfBlocks, r), LoadBlockRows(dh, at, first, r));
+  }
+}
+template <class D, class At>
+HWY_INLINE void StoreBlockRows(D d, hn::Vec<D> v, At at, int first, int r) {
+  if constexpr (hn::MaxLanes(d) <= 4) {
+    hn::StoreU(v, d, at(first) + 4 * r);
+  } else {
+    const hn::Half<D> dh;
+    constexpr int kHalfBlocks = int(hn::MaxLanes(dh)) / 4;
+    StoreBlockRows(dh, hn::LowerHalf(dh, v), at, first, r);
+    StoreBlockRows(dh, hn::UpperHalf(dh, v), at, first + 4 * kHalfBlocks, r);
+  }
+}
+
+// Lanes(d) blocks, at(first) .. at(first + Lanes(d) - 1), in place.
+template <bool kFwd, class D, class At>
+HWY_INLINE void RunGroup(D d, At at, int first) {
+  hn::Vec<D> v[16];
+  for (int r = 0; r < 4; ++r) {
+    for (int i = 0; i < 4; ++i) v[4 * r + i] = LoadBlockRows(d, at, first + i, r);
+    RowsToColumns(d, v[4 * r], v[4 * r + 1], v[4 * r + 2], v[4 * r + 3]);
+  }
+  if constexpr (kFwd) Net<D>::Fwd(v);
+  else Net<D>::Inv(v);
+  for (int r = 0; r < 4; ++r) {
+    ColumnsToRows(d, v[4 * r], v[4 * r + 1], v[4 * r + 2], v[4 * r + 3]);
+    for (int i = 0; i < 4; ++i) StoreBlockRows(d, v[4 * r + i], at, first + i, r);
+  }
+}
+
+// A run of `count` 32-bit blocks: groups of eight blocks (256-bit vectors
+// at most: building 512-bit rows from four 128-bit pieces costs more than
+// the wider arithmetic saves), then groups of four in 128-bit vectors, the
+// last repeating the run's last block.
+template <class T, bool kFwd>
+void Run(T* p, int count) {
+  static_assert(sizeof(T) == 4, "one block row a 128-bit block");
+  const hn::CappedTag<T, 8> d;
+  const int per = int(hn::Lanes(d));
+  auto at = [p](int k) { return p + 16 * k; };
+  int b = 0;
+  for (; b + per <= count; b += per) RunGroup<kFwd>(d, at, b);
+  const int last = count - 1;
+  auto clamped = [p, last](int k) { return p + 16 * (k < last ? k : last); };
+  for (; b < count; b += 4) RunGroup<kFwd>(hn::CappedTag<T, 4>(), clamped, b);
+}
+
 }  // namespace rvt::pct::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 

@@ -40,6 +40,9 @@ RVT_PCT_ENTRIES(int32_t, 32s, 4)
 RVT_PCT_ENTRIES(float, 32f, 4)
 #undef RVT_PCT_ENTRIES
 
+RvtResult FwdBlocks_32s(int32_t* p, int32_t n) { return BlockRun<int32_t, Run<int32_t, true>>(p, n); }
+RvtResult InvBlocks_32s(int32_t* p, int32_t n) { return BlockRun<int32_t, Run<int32_t, false>>(p, n); }
+
 }  // namespace rvt::pct::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 
@@ -58,5 +61,7 @@ RVT_PCT_IMPLS(16s);
 RVT_PCT_IMPLS(32s);
 RVT_PCT_IMPLS(32f);
 #undef RVT_PCT_IMPLS
+RVT_IMPL_HWY(rvtiPCTFwdBlocks_JPEGXR_32s_C1I, pct, FwdBlocks_32s, FwdBlocks_32s_Ref);
+RVT_IMPL_HWY(rvtiPCTInvBlocks_JPEGXR_32s_C1I, pct, InvBlocks_32s, InvBlocks_32s_Ref);
 }  // namespace rvt
 #endif  // HWY_ONCE

@@ -1,6 +1,7 @@
 // The JPEG XR photo core transform of 4x4 blocks, forward and inverse, in
 // place: the scalar reference (the definition of every result), the
-// argument checks and the drivers over a region or one macroblock.
+// argument checks and the drivers over a region, one macroblock or a run
+// of blocks stored one after another.
 //
 // A block's samples are numbered row by row, 4r + c; rows a, b, c, d.
 // Stage 1 is a plain 2x2 Hadamard step on four groups, stage 2 a rounded
@@ -213,6 +214,12 @@ void StripRef(T* p, int32_t step, int blocks) {
   for (int k = 0; k < blocks; ++k) BlockRef<T, kFwd>(p + 4 * k, step);
 }
 
+// `count` blocks one after another from p, 16 elements each, row by row.
+template <class T, bool kFwd>
+void RunRef(T* p, int count) {
+  for (int k = 0; k < count; ++k) BlockRef<T, kFwd>(p + 16 * k, int32_t(4 * sizeof(T)));
+}
+
 // ------------------------------------------------------------ checks
 
 // Region exports: the pointer, the width then the height below 1, the step
@@ -233,6 +240,13 @@ RvtResult CheckBlock(const T* p, int32_t step) {
   return step < int32_t(sizeof(T)) * kWidth ? rvtStatusStep : rvtStatusOk;
 }
 
+// Block-run exports: the pointer, then a count below 1.
+template <class T>
+RvtResult CheckRun(const T* p, int32_t count) {
+  RVT_CHECK(CheckPtr(p));
+  return count < 1 ? rvtStatusSize : rvtStatusOk;
+}
+
 // ------------------------------------------------------------ drivers
 
 // Rows of blocks top to bottom, each handed to kStrip.
@@ -248,6 +262,14 @@ template <class T, int kWidth, void (*kBlocks)(T*, int32_t)>
 RvtResult Macroblock(T* p, int32_t step) {
   RVT_CHECK((CheckBlock<T, kWidth>(p, step)));
   kBlocks(p, step);
+  return rvtStatusOk;
+}
+
+// A run of `count` blocks, handed whole to kRun.
+template <class T, void (*kRun)(T*, int)>
+RvtResult BlockRun(T* p, int32_t count) {
+  RVT_CHECK(CheckRun(p, count));
+  kRun(p, count);
   return rvtStatusOk;
 }
 
@@ -284,6 +306,10 @@ void MacroblockRef(T* p, int32_t step) {
   inline RvtResult Inv8x8_##tag##_Ref(T* p, int32_t s) {                             \
     return Macroblock<T, 8, MacroblockRef<T, 8, 8, false>>(p, s);                    \
   }
+// The reference block runs (32-bit integer samples).
+inline RvtResult FwdBlocks_32s_Ref(int32_t* p, int32_t n) { return BlockRun<int32_t, RunRef<int32_t, true>>(p, n); }
+inline RvtResult InvBlocks_32s_Ref(int32_t* p, int32_t n) { return BlockRun<int32_t, RunRef<int32_t, false>>(p, n); }
+
 RVT_PCT_REF_ENTRIES(int16_t, 16s)
 RVT_PCT_REF_ENTRIES(int32_t, 32s)
 RVT_PCT_REF_ENTRIES(float, 32f)
