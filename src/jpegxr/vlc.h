@@ -1804,6 +1804,73 @@ __attribute__((always_inline)) inline void RefineRoomy(RoomyWriter& out, const i
   out = f;
 }
 
+// The HP coder's codes of a coefficient after a block's first, by the
+// index's table (0..3; 4 and 5 the fixed codes after positions 14 and 15),
+// what follows (0 nothing, 1 the next position, 2 a run) and whether the
+// level exceeds 1: the code with a 0 for its sign, its length with the
+// sign, and the discriminant steps packed as lower + upper * 2^32 (the
+// fixed codes step nothing).  A macroblock's sums of steps stay far below
+// 2^31, so they unpack exactly.
+struct PackedCode {
+  int64_t steps;
+  uint32_t code, len;
+};
+struct HpIndexCodes {
+  PackedCode e[6][3][2];
+};
+constexpr HpIndexCodes MakeHpIndexCodes() {
+  HpIndexCodes ic{};
+  for (int t = 0; t < 6; ++t) {
+    for (int srn = 0; srn < 3; ++srn) {
+      for (int sl = 0; sl < 2; ++sl) {
+        const int sym = sl | (srn << 1);
+        PackedCode& e = ic.e[t][srn][sl];
+        if (t < 4) {
+          const Code c = kAlpha6.code[t][sym];
+          e = {int64_t(kSteps6.lo[t][sym]) + int64_t(kSteps6.hi[t][sym]) * (int64_t(1) << 32),
+               uint32_t(c.code) << 1, uint32_t(c.len) + 1};
+        } else if (t == 4) {
+          constexpr uint32_t kCode[4] = {0, 12, 4, 14}, kLen[4] = {2, 4, 3, 4};
+          e = {0, sym < 4 ? kCode[sym] : 0u, sym < 4 ? kLen[sym] : 0u};
+        } else {
+          e = {0, uint32_t(sym) << 1, 2};
+        }
+      }
+    }
+  }
+  return ic;
+}
+inline constexpr HpIndexCodes kHpIndexCodes = MakeHpIndexCodes();
+
+// Levels 2..17 by level table (the code and its extra bits, the lower
+// discriminant's step); levels 0 and 1 code nothing.
+struct HpLevelCodes {
+  PackedCode e[2][18];
+};
+constexpr HpLevelCodes MakeHpLevelCodes() {
+  HpLevelCodes lc{};
+  constexpr int8_t kSymOf[18] = {0, 0, 0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5};
+  for (int t = 0; t < 2; ++t) {
+    for (int mg = 2; mg < 18; ++mg) {
+      const int sym = kSymOf[mg];
+      const Code c = kAlpha7.code[t][sym];
+      lc.e[t][mg] = {int64_t(kSteps7.lo[t][sym]),
+                     (uint32_t(c.code) << kLevelBits[sym]) | uint32_t(mg - kLevelBase[sym]),
+                     uint32_t(c.len + kLevelBits[sym])};
+    }
+  }
+  return lc;
+}
+inline constexpr HpLevelCodes kHpLevelCodes = MakeHpLevelCodes();
+
+// Adds packed steps to a slot's discriminants (wrapping, as Account does).
+inline void AddSteps(State& s, int slot, int64_t steps) {
+  const int32_t lo = int32_t(uint32_t(uint64_t(steps)));
+  const int32_t hi = int32_t((steps - lo) >> 32);
+  s.disc[slot] = int32_t(uint32_t(s.disc[slot]) + uint32_t(lo));
+  s.disc1[slot] = int32_t(uint32_t(s.disc1[slot]) + uint32_t(hi));
+}
+
 // EncodeLP for the roomy writer and coefficients whose range has been
 // checked: the layout's counts taken once, the blocks through
 // EncodeBlockRoomy, the refinements of unshared channels through
