@@ -94,7 +94,7 @@ __attribute__((always_inline)) inline void EncodeHpBlock(RoomyWriter& out, State
     rest &= rest - 1;
     const uint32_t b = parts[here], mg = b & 0x7Fu, sign = b >> 7;
     const int srn = rest == 0 ? 0 : 2 - int((rest >> (here + 1)) & 1);
-    if (here != loc) {
+    {  // (a run of 0 codes nothing: no branch on it)
       const uint32_t e = runs[16 * (15 - loc) + here - loc];
       w.Append(e & 0xFF, int(e >> 8));
     }
