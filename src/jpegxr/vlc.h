@@ -87,15 +87,20 @@ inline constexpr int8_t kSlotTables[kSlots] = {2, 1, 2, 2, 5, 4, 4, 5, 4, 4, 2,
 inline RvtResult CheckState(const State* s) {
   RVT_CHECK(CheckPtr(s));
   if (s->magic != kMagic || CheckFormat(s->format, s->channels) != rvtStatusOk) return rvtStatusBadArg;
-  // (32-bit limits: the loop runs as vectors)
-  static constexpr auto kLimits = [] {
-    std::array<uint32_t, kSlots> l{};
-    for (int k = 0; k < kSlots; ++k) l[size_t(k)] = uint32_t(kSlotTables[k]);
+  // a table index t is out of 0..last exactly when t or last - t is
+  // negative: their sign bits ORed over the slots, a loop that runs as
+  // vectors on every target
+  static constexpr auto kLast = [] {
+    std::array<int32_t, kSlots> l{};
+    for (int k = 0; k < kSlots; ++k) l[size_t(k)] = kSlotTables[k] - 1;
     return l;
   }();
   uint32_t bad = 0;
-  for (int k = 0; k < kSlots; ++k) bad |= uint32_t(uint32_t(s->table[k]) >= kLimits[size_t(k)]);
-  if (bad) return rvtStatusBadArg;
+  for (int k = 0; k < kSlots; ++k) {
+    const int32_t t = s->table[k];
+    bad |= uint32_t(t) | (uint32_t(kLast[size_t(k)]) - uint32_t(t));
+  }
+  if (bad >> 31) return rvtStatusBadArg;
   uint32_t bits = 0;
   for (int b = 0; b < 3; ++b) bits |= uint32_t(s->modelBits[b][0]) | uint32_t(s->modelBits[b][1]);
   if (bits > 15) return rvtStatusBadArg;
