@@ -1770,7 +1770,8 @@ struct HpCount {
 };
 
 // The refinements of a block (EncodeRefine of each coefficient in the
-// refinement order) two coefficients a put when their codes fit together.
+// refinement order) four or two coefficients a put when their codes fit
+// together.
 __attribute__((always_inline)) inline void RefineRoomy(RoomyWriter& out, const int32_t* blk, uint32_t blockOr,
                                                        int bits, int trim) {
   RoomyWriter f = out;  // (its fields stay in registers)
@@ -1799,6 +1800,17 @@ __attribute__((always_inline)) inline void RefineRoomy(RoomyWriter& out, const i
     std::memcpy(lens + i, &n, 16);
   }
   int k = 1;
+  if (n0 <= 7) {  // four codes of at most 8 bits a put, then three
+    auto join = [&](uint32_t v, int i) { return (v << lens[kLowpassRefine[i]]) | codes[kLowpassRefine[i]]; };
+    auto bitsOf = [&](int i) { return int(lens[kLowpassRefine[i]]); };
+    for (; k < 13; k += 4) {
+      f.PutFit(join(join(join(codes[kLowpassRefine[k]], k + 1), k + 2), k + 3),
+               bitsOf(k) + bitsOf(k + 1) + bitsOf(k + 2) + bitsOf(k + 3));
+    }
+    f.PutFit(join(join(codes[kLowpassRefine[13]], 14), 15), bitsOf(13) + bitsOf(14) + bitsOf(15));
+    out = f;
+    return;
+  }
   if (n0 <= 15) {
     for (; k < 15; k += 2) {
       const int a = kLowpassRefine[k], b = kLowpassRefine[k + 1];
