@@ -44,21 +44,22 @@ inline uint32_t HpScanParts(const int32_t* blk, const uint8_t* order, int bits, 
 }
 
 // EncodeBlockRoomy of an HP block (first position 1) from its parts in
-// scan order (HpScanParts): the codes of a coefficient after the first
-// (run, index with sign, level) from tables for the call's code tables,
-// their discriminant steps summed per slot in `steps` (slot - kHpFirst),
+// scan order (HpScanParts): each coefficient's codes (run, index with
+// sign, level) from tables for the call's code tables (`first`, `index`,
+// `level`: the first index's, the index's and the level's, by whether a
+// continuous start goes on), their discriminant steps summed per slot in
+// `steps` (slot - kHpFirst),
 // the scan's counts on the caller's order and totals.  A level from 18 on
 // goes through EncodeLevel with its magnitude read at its turn (the
 // counts so far moved only places before it).
 __attribute__((always_inline)) inline void EncodeHpBlock(RoomyWriter& out, State& s, bool chroma,
                                                          const int32_t* blk, int bits, const uint8_t* parts,
-                                                         uint32_t mask, const uint16_t* runs, const int* index,
-                                                         const int* level, int64_t* steps, int32_t* total,
-                                                         uint8_t* order) {
+                                                         uint32_t mask, const uint16_t* runs, int first,
+                                                         const int* index, const int* level, int64_t* steps,
+                                                         int32_t* total, uint8_t* order) {
   RoomyWriter w = out;  // (its fields stay in registers)
-  RoomyAppender a{w};
-  const int idx = (chroma ? kIndexChr : kIndexLum);
-  const int fst = int(kHpFirst) + (chroma ? kFirstChr : kFirstLum);
+  const int idx = chroma ? kIndexChr : kIndexLum;
+  const int fst = chroma ? kFirstChr : kFirstLum;
   auto levelOf = [&](uint32_t mg, int cont, int here) {
     if (mg < 18) {
       const PackedCode& e = kHpLevelCodes.e[level[cont]][mg];
@@ -78,7 +79,9 @@ __attribute__((always_inline)) inline void EncodeHpBlock(RoomyWriter& out, State
     const uint32_t b = parts[here], mg = b & 0x7Fu, sign = b >> 7;
     const int srn = rest == 0 ? 0 : 2 - int((rest >> (here + 1)) & 1);
     const bool sr = here == 1;
-    PutCountedOf<12>(a, s, fst, int(sr) | (int(mg > 1) << 1) | (srn << 2), sign, 1);
+    const PackedCode& e = kHpFirstCodes.e[first][int(sr) | (int(mg > 1) << 1) | (srn << 2)];
+    w.Append(e.code | sign, int(e.len));
+    steps[fst] += e.steps;
     cont = sr && srn == 1;
     levelOf(mg, cont, here);
     if (!sr) {
@@ -133,6 +136,7 @@ inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, co
     const bool chroma = ch > 0;
     const int idx = int(kHpFirst) + (chroma ? kIndexChr : kIndexLum);
     const int index[2] = {s.table[idx], s.table[idx + 1]};
+    const int first = s.table[int(kHpFirst) + (chroma ? kFirstChr : kFirstLum)];
     const int bits = s.modelBits[kHP][chroma];
     const int blocks = HpBlocks(s, ch);
     int32_t pattern = 0;
@@ -144,16 +148,14 @@ inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, co
         alignas(16) uint8_t parts[16];
         const uint32_t mask = HpScanParts(blk, order, bits, parts);
         pattern |= 1 << b;
-        EncodeHpBlock(w, s, chroma, blk, bits, parts, mask, runs, index, level, steps, total, order);
+        EncodeHpBlock(w, s, chroma, blk, bits, parts, mask, runs, first, index, level, steps, total, order);
         lm[chroma] += Ones16(mask);
       }
       if (bits > trim) RefineRoomy(f, blk, blockOr, bits, trim);
     }
     cbp[ch] = pattern;
   }
-  for (int k = 1; k < 8; ++k) {
-    if (k != kFirstChr) AddSteps(s, kHpFirst + k, steps[k]);
-  }
+  for (int k = 0; k < 8; ++k) AddSteps(s, kHpFirst + k, steps[k]);
   std::memcpy(s.order[sc], order, sizeof order);
   std::memcpy(s.total[sc], total, sizeof total);
   UpdateModel(s, kHP, lm[0], lm[1]);

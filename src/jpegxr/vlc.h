@@ -1859,6 +1859,23 @@ constexpr HpIndexCodes MakeHpIndexCodes() {
 }
 inline constexpr HpIndexCodes kHpIndexCodes = MakeHpIndexCodes();
 
+// A block's first index (12 symbols) by table and symbol, packed as above.
+struct HpFirstCodes {
+  PackedCode e[5][12];
+};
+constexpr HpFirstCodes MakeHpFirstCodes() {
+  HpFirstCodes fc{};
+  for (int t = 0; t < 5; ++t) {
+    for (int sym = 0; sym < 12; ++sym) {
+      const Code c = kAlpha12.code[t][sym];
+      fc.e[t][sym] = {int64_t(kSteps12.lo[t][sym]) + int64_t(kSteps12.hi[t][sym]) * (int64_t(1) << 32),
+                      uint32_t(c.code) << 1, uint32_t(c.len) + 1};
+    }
+  }
+  return fc;
+}
+inline constexpr HpFirstCodes kHpFirstCodes = MakeHpFirstCodes();
+
 // Levels 2..17 by level table (the code and its extra bits, the lower
 // discriminant's step); levels 0 and 1 code nothing.
 struct HpLevelCodes {
