@@ -2,8 +2,8 @@
 // fast forms read through a 64-bit window and code tables indexed by the
 // next 8 bits, built per target for its scalar instructions; the
 // references read one bit at a time.
-// The HP encoder's fast form is built per target: it finds a block's
-// nonzero positions in scan order with one byte shuffle.
+// The HP encoder's fast form is built per target: it gathers a block's
+// parts in scan order with one byte shuffle.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "jpegxr/vlc.cc"
 #include <hwy/foreach_target.h>  // IWYU pragma: keep

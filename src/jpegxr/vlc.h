@@ -1750,25 +1750,6 @@ struct ValueAt {
 struct NoCount {
   void operator()(int) const {}
 };
-// The value and count arguments of EncodeBlockRoomy for HP blocks: the
-// VLC part at scan place p, read at its turn (a block's counts move only
-// places it has passed; a nonzero part has its coefficient's sign), and
-// CountScanAt on the scan's totals and order.
-struct HpPartAt {
-  const int32_t* blk;
-  const uint8_t* order;
-  int bits;
-  __attribute__((always_inline)) MagSign operator()(int p) const {
-    const int32_t v = blk[order[p]];
-    return {Mag(v) >> bits, uint32_t(v) >> 31};
-  }
-};
-struct HpCount {
-  int32_t* t;
-  uint8_t* o;
-  __attribute__((always_inline)) void operator()(int p) const { CountScanAt(t, o, p); }
-};
-
 // The refinements of a block (EncodeRefine of each coefficient in the
 // refinement order) four or two coefficients a put when their codes fit
 // together.
