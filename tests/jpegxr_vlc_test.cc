@@ -1452,6 +1452,13 @@ std::vector<test::Case> EncodeHpCases(test::Rng& rng) {
                               INT32_MIN};
       m.hp[16 * rng.Uniform(0, 15) + rng.Uniform(1, 15)] = big[rng.Uniform(0, 3)];
     }
+    if (t % 9 == 8) {  // discriminants anywhere (a caller that never adapts): their sums wrap
+      auto* vs = reinterpret_cast<vlc::State*>(st.data());
+      for (int k = vlc::kHpFirst; k < vlc::kHpFirst + 8; ++k) {
+        vs->disc[k] = int32_t(rng.Uniform(0, 1) ? INT32_MAX - rng.Uniform(0, 40) : INT32_MIN + rng.Uniform(0, 40));
+        vs->disc1[k] = int32_t(rng.Uniform(0, 1) ? INT32_MAX - rng.Uniform(0, 40) : INT32_MIN + rng.Uniform(0, 40));
+      }
+    }
     if (t % 7 == 6) {  // scan orders no coder keeps, which a state may still hold
       auto* vs = reinterpret_cast<vlc::State*>(st.data());
       vs->order[1][rng.Uniform(1, 15)] = 0;  // the DC's place

@@ -2,8 +2,8 @@
 // fast forms read through a 64-bit window and code tables indexed by the
 // next 8 bits, built per target for its scalar instructions; the
 // references read one bit at a time.
-// The HP encoder's fast form is built per target: it finds a block's
-// nonzero positions in scan order with one byte shuffle.
+// The HP encoder's fast form is built per target: it gathers a block's
+// parts in scan order with one byte shuffle.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "jpegxr/vlc.cc"
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
@@ -16,57 +16,148 @@ HWY_BEFORE_NAMESPACE();
 namespace rvt::vlc::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// The scan-order mask of a block's nonzero VLC parts (bit p: the part at
-// order[p], p 1..15): their flags in block order as bytes, then one
-// shuffle by the order.
-inline uint32_t HpScanMask(const int32_t* blk, const uint8_t* order, int bits) {
+// A block's VLC parts in scan order as bytes: the magnitude above the
+// model bits, 18 for any from 18 on (the level escape's), in bits 0-6 and
+// the coefficient's sign in bit 7; their flags in block order as bytes,
+// then one shuffle by the order.  Returns the mask of the nonzero ones
+// (bit p: the part at order[p], p 1..15).
+inline uint32_t HpScanParts(const int32_t* blk, const uint8_t* order, int bits, uint8_t* parts) {
   const hn::Full128<int32_t> d32;
   const hn::Full128<uint32_t> du32;
   const hn::Full128<int16_t> d16;
-  const hn::Full64<int8_t> d8h;
-  const hn::Full128<int8_t> d8;
+  const hn::Full64<uint8_t> d8h;
   const hn::Full128<uint8_t> du8;
-  auto flags = [&](int i) {  // -1 where the part is nonzero
-    const auto m = hn::BitCast(du32, hn::Abs(hn::LoadU(d32, blk + i)));
-    return hn::BitCast(d32, hn::VecFromMask(du32, hn::Ne(hn::ShiftRightSame(m, bits), hn::Zero(du32))));
+  auto part = [&](int i) {
+    const auto v = hn::BitCast(du32, hn::LoadU(d32, blk + i));
+    const auto m = hn::BitCast(du32, hn::Abs(hn::BitCast(d32, v)));
+    const auto q = hn::Min(hn::ShiftRightSame(m, bits), hn::Set(du32, 18u));
+    return hn::BitCast(d32, hn::Or(q, hn::ShiftLeft<7>(hn::ShiftRight<31>(v))));
   };
-  const auto lo = hn::ReorderDemote2To(d16, flags(0), flags(4));
-  const auto hi = hn::ReorderDemote2To(d16, flags(8), flags(12));
-  const auto bytes = hn::BitCast(du8, hn::Combine(d8, hn::DemoteTo(d8h, hi), hn::DemoteTo(d8h, lo)));
+  const auto lo = hn::ReorderDemote2To(d16, part(0), part(4));
+  const auto hi = hn::ReorderDemote2To(d16, part(8), part(12));
+  const auto bytes = hn::Combine(du8, hn::DemoteTo(d8h, hi), hn::DemoteTo(d8h, lo));
   const auto scan = hn::TableLookupBytes(bytes, hn::LoadU(du8, order));
+  hn::StoreU(scan, du8, parts);
   uint8_t out[8];
-  hn::StoreMaskBits(du8, hn::Ne(scan, hn::Zero(du8)), out);
+  hn::StoreMaskBits(du8, hn::Ne(hn::And(scan, hn::Set(du8, uint8_t{0x7F})), hn::Zero(du8)), out);
   return (uint32_t(out[0]) | uint32_t(out[1]) << 8) & 0xFFFEu;
 }
 
+// EncodeBlockRoomy of an HP block (first position 1) from its parts in
+// scan order (HpScanParts): each coefficient's codes (run, index with
+// sign, level) from tables for the call's code tables (`first`, `index`,
+// `level`: the first index's, the index's and the level's, by whether a
+// continuous start goes on), their discriminant steps summed per slot in
+// `steps` (slot - kHpFirst),
+// the scan's counts on the caller's order and totals.  A level from 18 on
+// goes through EncodeLevel with its magnitude read at its turn (the
+// counts so far moved only places before it).
+__attribute__((always_inline)) inline void EncodeHpBlock(RoomyWriter& out, State& s, bool chroma,
+                                                         const int32_t* blk, int bits, const uint8_t* parts,
+                                                         uint32_t mask, const uint16_t* runs, int first,
+                                                         const int* index, const int* level, int64_t* steps,
+                                                         int32_t* total, uint8_t* order) {
+  RoomyWriter w = out;  // (its fields stay in registers)
+  const int idx = chroma ? kIndexChr : kIndexLum;
+  const int fst = chroma ? kFirstChr : kFirstLum;
+  auto levelOf = [&](uint32_t mg, int cont, int here) {
+    if (mg < 18) {
+      const PackedCode& e = kHpLevelCodes.e[level[cont]][mg];
+      w.Append(e.code, int(e.len));
+      steps[kLevel + cont] += e.steps;
+    } else {
+      w.Settle();
+      RoomyWriter e = w;
+      EncodeLevel(e, s, int(kHpFirst) + kLevel + cont, Mag(blk[order[here]]) >> bits);
+      w = e;
+    }
+  };
+  uint32_t rest = mask & (mask - 1);
+  int here = __builtin_ctz(mask);
+  int cont;
+  {
+    const uint32_t b = parts[here], mg = b & 0x7Fu, sign = b >> 7;
+    const int srn = rest == 0 ? 0 : 2 - int((rest >> (here + 1)) & 1);
+    const bool sr = here == 1;
+    const PackedCode& e = kHpFirstCodes.e[first][int(sr) | (int(mg > 1) << 1) | (srn << 2)];
+    w.Append(e.code | sign, int(e.len));
+    steps[fst] += e.steps;
+    cont = sr && srn == 1;
+    levelOf(mg, cont, here);
+    if (!sr) {
+      const uint32_t e = runs[16 * 14 + here - 1];
+      w.Append(e & 0xFF, int(e >> 8));
+    }
+    w.Settle();
+    CountScanAt(total, order, here);
+  }
+  int loc = here + 1;
+  while (rest) {
+    here = __builtin_ctz(rest);
+    rest &= rest - 1;
+    const uint32_t b = parts[here], mg = b & 0x7Fu, sign = b >> 7;
+    const int srn = rest == 0 ? 0 : 2 - int((rest >> (here + 1)) & 1);
+    {  // (a run of 0 codes nothing: no branch on it)
+      const uint32_t e = runs[16 * (15 - loc) + here - loc];
+      w.Append(e & 0xFF, int(e >> 8));
+    }
+    const int kind = here >= 14 ? here - 10 : index[cont];
+    const PackedCode& e = kHpIndexCodes.e[kind][srn][mg > 1];
+    w.Append(e.code | sign, int(e.len));
+    steps[idx + cont] += e.steps;
+    cont &= int(srn == 1);
+    levelOf(mg, cont, here);
+    w.Settle();
+    CountScanAt(total, order, here);
+    loc = here + 1;
+  }
+  out = w;
+}
+
 // EncodeHP with blocks whose VLC parts are all zero known from `ors`
-// (HpBlockOr of block b of channel ch at 16 ch + b), the nonzero positions
-// of the others gathered once as a scan-order mask (the coder and the scan
-// counts walk its set bits), each value read at its turn, refinements of
+// (HpBlockOr of block b of channel ch at 16 ch + b), the others' parts
+// gathered in scan order once (HpScanParts) and coded by EncodeHpBlock on
+// the scan's order and totals in locals (the writers' stores cannot reach
+// them), the discriminants summed per slot and added once, refinements of
 // blocks whose model bits are all trimmed skipped, and the roomy writers.
 // The scan order is a permutation (the caller checks).
 inline void EncodeHPRoomy(RoomyWriter& w, RoomyWriter& f, int trim, int scan, const int32_t* coef,
                           const uint32_t* ors, State& s, int32_t* cbp) {
   int32_t lm[2] = {0, 0};
   const int sc = 1 + scan;
-  const uint8_t* order = s.order[sc];
+  alignas(16) uint8_t order[16];
+  int32_t total[16];
+  std::memcpy(order, s.order[sc], sizeof order);
+  std::memcpy(total, s.total[sc], sizeof total);
+  const uint16_t* runs = &kRunCodes.e[s.table[kRun]][0][0];
+  const int level[2] = {s.table[int(kHpFirst) + kLevel], s.table[int(kHpFirst) + kLevel + 1]};
+  int64_t steps[8] = {};  // by slot - kHpFirst
   for (int ch = 0; ch < s.channels; ++ch) {
-    const int bits = s.modelBits[kHP][ch > 0];
+    const bool chroma = ch > 0;
+    const int idx = int(kHpFirst) + (chroma ? kIndexChr : kIndexLum);
+    const int index[2] = {s.table[idx], s.table[idx + 1]};
+    const int first = s.table[int(kHpFirst) + (chroma ? kFirstChr : kFirstLum)];
+    const int bits = s.modelBits[kHP][chroma];
     const int blocks = HpBlocks(s, ch);
-    cbp[ch] = 0;
+    int32_t pattern = 0;
     for (int i = 0; i < blocks; ++i) {
       const int b = HpBlockAt(s, ch, i);
       const int32_t* blk = coef + 256 * ch + 16 * b;
       const uint32_t blockOr = ors[16 * ch + b];
       if ((blockOr >> bits) != 0) {
-        const uint32_t mask = HpScanMask(blk, order, bits);
-        cbp[ch] |= 1 << b;
-        EncodeBlockRoomy(w, s, kHpFirst, ch > 0, 1, HpPartAt{blk, order, bits}, mask, HpCount{s.total[sc], s.order[sc]});
-        lm[ch > 0] += Ones16(mask);
+        alignas(16) uint8_t parts[16];
+        const uint32_t mask = HpScanParts(blk, order, bits, parts);
+        pattern |= 1 << b;
+        EncodeHpBlock(w, s, chroma, blk, bits, parts, mask, runs, first, index, level, steps, total, order);
+        lm[chroma] += Ones16(mask);
       }
       if (bits > trim) RefineRoomy(f, blk, blockOr, bits, trim);
     }
+    cbp[ch] = pattern;
   }
+  for (int k = 0; k < 8; ++k) AddSteps(s, kHpFirst + k, steps[k]);
+  std::memcpy(s.order[sc], order, sizeof order);
+  std::memcpy(s.total[sc], total, sizeof total);
   UpdateModel(s, kHP, lm[0], lm[1]);
 }
 

@@ -87,15 +87,20 @@ inline constexpr int8_t kSlotTables[kSlots] = {2, 1, 2, 2, 5, 4, 4, 5, 4, 4, 2,
 inline RvtResult CheckState(const State* s) {
   RVT_CHECK(CheckPtr(s));
   if (s->magic != kMagic || CheckFormat(s->format, s->channels) != rvtStatusOk) return rvtStatusBadArg;
-  // (32-bit limits: the loop runs as vectors)
-  static constexpr auto kLimits = [] {
-    std::array<uint32_t, kSlots> l{};
-    for (int k = 0; k < kSlots; ++k) l[size_t(k)] = uint32_t(kSlotTables[k]);
+  // a table index t is out of 0..last exactly when t or last - t is
+  // negative: their sign bits ORed over the slots, a loop that runs as
+  // vectors on every target
+  static constexpr auto kLast = [] {
+    std::array<int32_t, kSlots> l{};
+    for (int k = 0; k < kSlots; ++k) l[size_t(k)] = kSlotTables[k] - 1;
     return l;
   }();
   uint32_t bad = 0;
-  for (int k = 0; k < kSlots; ++k) bad |= uint32_t(uint32_t(s->table[k]) >= kLimits[size_t(k)]);
-  if (bad) return rvtStatusBadArg;
+  for (int k = 0; k < kSlots; ++k) {
+    const int32_t t = s->table[k];
+    bad |= uint32_t(t) | (uint32_t(kLast[size_t(k)]) - uint32_t(t));
+  }
+  if (bad >> 31) return rvtStatusBadArg;
   uint32_t bits = 0;
   for (int b = 0; b < 3; ++b) bits |= uint32_t(s->modelBits[b][0]) | uint32_t(s->modelBits[b][1]);
   if (bits > 15) return rvtStatusBadArg;
@@ -1764,27 +1769,9 @@ struct ValueAt {
 struct NoCount {
   void operator()(int) const {}
 };
-// The value and count arguments of EncodeBlockRoomy for HP blocks: the
-// VLC part at scan place p, read at its turn (a block's counts move only
-// places it has passed; a nonzero part has its coefficient's sign), and
-// CountScanAt on the scan's totals and order.
-struct HpPartAt {
-  const int32_t* blk;
-  const uint8_t* order;
-  int bits;
-  __attribute__((always_inline)) MagSign operator()(int p) const {
-    const int32_t v = blk[order[p]];
-    return {Mag(v) >> bits, uint32_t(v) >> 31};
-  }
-};
-struct HpCount {
-  int32_t* t;
-  uint8_t* o;
-  __attribute__((always_inline)) void operator()(int p) const { CountScanAt(t, o, p); }
-};
-
 // The refinements of a block (EncodeRefine of each coefficient in the
-// refinement order) two coefficients a put when their codes fit together.
+// refinement order) four or two coefficients a put when their codes fit
+// together.
 __attribute__((always_inline)) inline void RefineRoomy(RoomyWriter& out, const int32_t* blk, uint32_t blockOr,
                                                        int bits, int trim) {
   RoomyWriter f = out;  // (its fields stay in registers)
@@ -1813,6 +1800,17 @@ __attribute__((always_inline)) inline void RefineRoomy(RoomyWriter& out, const i
     std::memcpy(lens + i, &n, 16);
   }
   int k = 1;
+  if (n0 <= 7) {  // four codes of at most 8 bits a put, then three
+    auto join = [&](uint32_t v, int i) { return (v << lens[kLowpassRefine[i]]) | codes[kLowpassRefine[i]]; };
+    auto bitsOf = [&](int i) { return int(lens[kLowpassRefine[i]]); };
+    for (; k < 13; k += 4) {
+      f.PutFit(join(join(join(codes[kLowpassRefine[k]], k + 1), k + 2), k + 3),
+               bitsOf(k) + bitsOf(k + 1) + bitsOf(k + 2) + bitsOf(k + 3));
+    }
+    f.PutFit(join(join(codes[kLowpassRefine[13]], 14), 15), bitsOf(13) + bitsOf(14) + bitsOf(15));
+    out = f;
+    return;
+  }
   if (n0 <= 15) {
     for (; k < 15; k += 2) {
       const int a = kLowpassRefine[k], b = kLowpassRefine[k + 1];
@@ -1821,6 +1819,90 @@ __attribute__((always_inline)) inline void RefineRoomy(RoomyWriter& out, const i
   }
   for (; k < 16; ++k) f.PutFit(codes[kLowpassRefine[k]], int(lens[kLowpassRefine[k]]));
   out = f;
+}
+
+// The HP coder's codes of a coefficient after a block's first, by the
+// index's table (0..3; 4 and 5 the fixed codes after positions 14 and 15),
+// what follows (0 nothing, 1 the next position, 2 a run) and whether the
+// level exceeds 1: the code with a 0 for its sign, its length with the
+// sign, and the discriminant steps packed as lower + upper * 2^32 (the
+// fixed codes step nothing).  A macroblock's sums of steps stay far below
+// 2^31, so they unpack exactly.
+struct PackedCode {
+  int64_t steps;
+  uint32_t code, len;
+};
+struct HpIndexCodes {
+  PackedCode e[6][3][2];
+};
+constexpr HpIndexCodes MakeHpIndexCodes() {
+  HpIndexCodes ic{};
+  for (int t = 0; t < 6; ++t) {
+    for (int srn = 0; srn < 3; ++srn) {
+      for (int sl = 0; sl < 2; ++sl) {
+        const int sym = sl | (srn << 1);
+        PackedCode& e = ic.e[t][srn][sl];
+        if (t < 4) {
+          const Code c = kAlpha6.code[t][sym];
+          e = {int64_t(kSteps6.lo[t][sym]) + int64_t(kSteps6.hi[t][sym]) * (int64_t(1) << 32),
+               uint32_t(c.code) << 1, uint32_t(c.len) + 1};
+        } else if (t == 4) {
+          constexpr uint32_t kCode[4] = {0, 12, 4, 14}, kLen[4] = {2, 4, 3, 4};
+          e = {0, sym < 4 ? kCode[sym] : 0u, sym < 4 ? kLen[sym] : 0u};
+        } else {
+          e = {0, uint32_t(sym) << 1, 2};
+        }
+      }
+    }
+  }
+  return ic;
+}
+inline constexpr HpIndexCodes kHpIndexCodes = MakeHpIndexCodes();
+
+// A block's first index (12 symbols) by table and symbol, packed as above.
+struct HpFirstCodes {
+  PackedCode e[5][12];
+};
+constexpr HpFirstCodes MakeHpFirstCodes() {
+  HpFirstCodes fc{};
+  for (int t = 0; t < 5; ++t) {
+    for (int sym = 0; sym < 12; ++sym) {
+      const Code c = kAlpha12.code[t][sym];
+      fc.e[t][sym] = {int64_t(kSteps12.lo[t][sym]) + int64_t(kSteps12.hi[t][sym]) * (int64_t(1) << 32),
+                      uint32_t(c.code) << 1, uint32_t(c.len) + 1};
+    }
+  }
+  return fc;
+}
+inline constexpr HpFirstCodes kHpFirstCodes = MakeHpFirstCodes();
+
+// Levels 2..17 by level table (the code and its extra bits, the lower
+// discriminant's step); levels 0 and 1 code nothing.
+struct HpLevelCodes {
+  PackedCode e[2][18];
+};
+constexpr HpLevelCodes MakeHpLevelCodes() {
+  HpLevelCodes lc{};
+  constexpr int8_t kSymOf[18] = {0, 0, 0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5};
+  for (int t = 0; t < 2; ++t) {
+    for (int mg = 2; mg < 18; ++mg) {
+      const int sym = kSymOf[mg];
+      const Code c = kAlpha7.code[t][sym];
+      lc.e[t][mg] = {int64_t(kSteps7.lo[t][sym]),
+                     (uint32_t(c.code) << kLevelBits[sym]) | uint32_t(mg - kLevelBase[sym]),
+                     uint32_t(c.len + kLevelBits[sym])};
+    }
+  }
+  return lc;
+}
+inline constexpr HpLevelCodes kHpLevelCodes = MakeHpLevelCodes();
+
+// Adds packed steps to a slot's discriminants (wrapping, as Account does).
+inline void AddSteps(State& s, int slot, int64_t steps) {
+  const int32_t lo = int32_t(uint32_t(uint64_t(steps)));
+  const int32_t hi = int32_t((steps - lo) >> 32);
+  s.disc[slot] = int32_t(uint32_t(s.disc[slot]) + uint32_t(lo));
+  s.disc1[slot] = int32_t(uint32_t(s.disc1[slot]) + uint32_t(hi));
 }
 
 // EncodeLP for the roomy writer and coefficients whose range has been
