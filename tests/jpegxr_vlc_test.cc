@@ -1001,6 +1001,52 @@ RVT_CHECKASM(rvtiFLCRead_JPEGXR_1u32u,
                                      int32_t(k.arg[1]), k.out[1].as<uint32_t>());
                          }});
 
+// The fast pattern decoder resolves each code with the bits that follow it
+// in one look-up: every format, both tables of both alphabets, each
+// prediction mode, with and without neighbours, on bit strings that start
+// with every 12-bit prefix (so every entry of every look-up is reached),
+// whole or cut short, against the bit-at-a-time decoder: status, patterns,
+// position and context.
+TEST(JpegXrVlc, FastBlockPatternsMatchReference) {
+  test::Rng rng(77);
+  for (const Format& f : kFormats) {
+    for (int tables = 0; tables < 4; ++tables) {
+      std::vector<uint8_t> st = NewState(f.format, f.channels);
+      State& s = *reinterpret_cast<State*>(st.data());
+      s.table[vlc::kNumCbp] = tables & 1;
+      s.table[vlc::kNumBlkCbp] = tables >> 1;
+      s.disc[vlc::kNumCbp] = int32_t(rng.Uniform(0, 20)) - 10;
+      std::vector<int32_t> left(16), top(16);
+      for (int ch = 0; ch < 16; ++ch) {
+        const int32_t all = int32_t((1u << vlc::HpBlocks(s, ch < f.channels ? ch : 0)) - 1u);
+        left[size_t(ch)] = int32_t(rng.Uniform(0, all)), top[size_t(ch)] = int32_t(rng.Uniform(0, all));
+      }
+      for (uint32_t prefix = 0; prefix < 4096; ++prefix) {
+        uint8_t buf[72];
+        rng.Fill(buf, sizeof(buf), uint8_t(0), uint8_t(255));
+        buf[0] = uint8_t(prefix >> 4);
+        buf[1] = uint8_t((prefix & 15) << 4 | (buf[1] & 15));
+        s.cbpModel[4] = int32_t(prefix % 3);
+        s.cbpModel[5] = int32_t(prefix / 3 % 3);
+        const int32_t len = prefix % 7 == 0 ? int32_t(1 + prefix % 3) : 72;
+        const int32_t start = int32_t(prefix % 5);
+        const int32_t* l = prefix & 8 ? left.data() : nullptr;
+        const int32_t* t = prefix & 16 ? top.data() : nullptr;
+        std::vector<uint8_t> sr = st, sf = st;
+        int32_t pr = start, pf = start, cr[16], cf[16];
+        std::fill(cr, cr + 16, -1);
+        std::fill(cf, cf + 16, -1);
+        const RvtResult a = vlc::DecodeCbpHPEntry<vlc::RefReader>(buf, len, &pr, l, t, S(sr), cr);
+        const RvtResult b = vlc::DecodeCbpHPEntry<vlc::FastReader>(buf, len, &pf, l, t, S(sf), cf);
+        ASSERT_EQ(a, b) << f.format << " " << prefix;
+        ASSERT_EQ(pr, pf) << f.format << " " << prefix;
+        ASSERT_EQ(0, std::memcmp(cr, cf, sizeof(cr))) << f.format << " " << prefix;
+        ASSERT_EQ(sr, sf) << f.format << " " << prefix;
+      }
+    }
+  }
+}
+
 // ------------------------------------------------------------ HP coded-block pattern encoder
 
 // Patterns of a w x h tile in every format, in runs that are empty, full

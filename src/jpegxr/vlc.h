@@ -2124,6 +2124,187 @@ inline RvtResult DecodeCbpHP(R& r, State& s, const int32_t* left, const int32_t*
   return r.Short() ? rvtStatusOutOfBuffer : rvtStatusOk;
 }
 
+// The fast reader's pattern decoding: each code with the bits after it
+// that tell which blocks it sets resolved in one look-up.  Everything is
+// read before the context changes, so a short read leaves it untouched.
+
+// A constexpr bit source over the low `width` bits of v, most significant
+// first, for building the look-ups.
+struct TableBits {
+  uint32_t v;
+  int width, pos = 0;
+  constexpr uint32_t Bit() { return pos < width ? (v >> (width - 1 - pos++)) & 1u : (++pos, 0u); }
+  constexpr uint32_t Bits(int n) {
+    uint32_t x = 0;
+    for (int i = 0; i < n; ++i) x = x << 1 | Bit();
+    return x;
+  }
+};
+constexpr int TableNibble(TableBits& b, int sym) {
+  constexpr int kTwo[4] = {6, 9, 10, 12};
+  switch (sym) {
+    case 1: return 1 << b.Bits(2);
+    case 2: {
+      const int v = int(b.Bits(2));
+      return v == 0 ? 3 : v == 1 ? 5 : kTwo[v * 2 + int(b.Bit()) - 4];
+    }
+    case 3: return 0xF ^ (1 << b.Bits(2));
+    case 4: return 0xF;
+    default: return 0;
+  }
+}
+
+// Look-ups of the next bits, each entry the value (byte 0), the bits taken
+// (byte 1) and, for adaptive codes, the discriminant step (signed byte 2):
+// `quads` the set quads of a group (5-symbol code of table t and its
+// nibble bits, 7 bits); `blk9` a quad's luma nibble and chroma flags
+// (0x10, 0x20) after its 9-symbol code of table t, from the 6 bits that
+// follow the code; `blk5` a quad's nibble of a format without chroma
+// (5-symbol code of table t and its bits, 7 bits); `nib4` a 4:4:4 chroma
+// nibble (4-symbol code and its nibble bits, 6 bits).
+struct CbpLuts {
+  uint32_t quads[2][128], blk5[2][128];
+  uint16_t blk9[9][64];
+  uint16_t nib4[64];
+};
+constexpr CbpLuts MakeCbpLuts() {
+  CbpLuts l{};
+  for (int t = 0; t < 2; ++t) {
+    for (uint32_t v = 0; v < 128; ++v) {
+      const int sym = PrefixSymbol(kAlpha5, t, v, 7);
+      const int len = kAlpha5.code[t][sym].len;
+      TableBits b{v, 7, len};
+      const int n = TableNibble(b, sym);
+      const int step = kAlpha5.code[0][sym].len - kAlpha5.code[1][sym].len;
+      l.quads[t][v] = uint32_t(n) | uint32_t(b.pos) << 8 | uint32_t(uint8_t(int8_t(step))) << 16;
+    }
+  }
+  constexpr int kFlc[6] = {0, 2, 1, 2, 2, 0};
+  constexpr int kOff[6] = {0, 4, 2, 8, 12, 1};
+  constexpr int kOut[16] = {0, 15, 3, 12, 1, 2, 4, 8, 5, 6, 9, 10, 7, 11, 13, 14};
+  for (int sym = 0; sym < 9; ++sym) {
+    for (uint32_t v = 0; v < 64; ++v) {
+      TableBits b{v, 6};
+      int val = sym + 1, blk = 0;
+      if (val >= 6) {
+        blk = b.Bit() ? 0x10 : b.Bit() ? 0x20 : 0x30;
+        if (val == 9) val = b.Bit() ? 9 : b.Bit() ? 10 : 11;
+        val -= 6;
+      }
+      const int code = kOff[val] + int(b.Bits(kFlc[val]));
+      blk += kOut[code & 15];
+      l.blk9[sym][v] = uint16_t(blk | b.pos << 8);
+    }
+  }
+  for (int t = 0; t < 2; ++t) {
+    for (uint32_t v = 0; v < 128; ++v) {
+      const int sym = PrefixSymbol(kAlpha5, t, v, 7);
+      TableBits b{v, 7, kAlpha5.code[t][sym].len};
+      const int val = sym + 1;
+      const int code = kOff[val] + int(b.Bits(kFlc[val]));
+      const int step = kAlpha5.code[0][sym].len - kAlpha5.code[1][sym].len;
+      l.blk5[t][v] = uint32_t(kOut[code & 15]) | uint32_t(b.pos) << 8 | uint32_t(uint8_t(int8_t(step))) << 16;
+    }
+  }
+  for (uint32_t v = 0; v < 64; ++v) {
+    const int sym = PrefixSymbol(kAlpha4, 0, v, 6);
+    TableBits b{v, 6, kAlpha4.code[0][sym].len};
+    const int n = TableNibble(b, sym + 1);
+    l.nib4[v] = uint16_t(n | b.pos << 8);
+  }
+  return l;
+}
+inline constexpr CbpLuts kCbpLuts = MakeCbpLuts();
+static_assert(kAlpha9.tables == 2 && kAlpha4.tables == 1);
+
+// The 9-symbol code steps (one discriminant, both tables watching the one
+// boundary).
+constexpr std::array<int8_t, 9> MakeBlkSteps() {
+  std::array<int8_t, 9> st{};
+  for (int k = 0; k < 9; ++k) st[size_t(k)] = int8_t(kAlpha9.code[0][k].len - kAlpha9.code[1][k].len);
+  return st;
+}
+inline constexpr std::array<int8_t, 9> kBlkSteps = MakeBlkSteps();
+
+// `F` the format class: 0 no chroma, else k420, k422, k444.
+template <int F>
+__attribute__((always_inline)) inline bool DecodeCbpGroups(FastReader& r, const State& s, int32_t* diff,
+                                                           uint32_t& dq, uint32_t& db) {
+  const int groups = F == 0 && (s.format == kCmyk || s.format == kNChannel) ? s.channels : 1;
+  const int tq = s.table[kNumCbp], tb = s.table[kNumBlkCbp];
+  for (int g = 0; g < groups; ++g) {
+    uint32_t y = 0, u = 0, v = 0;
+    const uint32_t eq = kCbpLuts.quads[tq][r.Window() >> 57];
+    r.pos += TakenBits(eq);
+    dq += uint32_t(int32_t(int8_t(eq >> 16)));
+    for (uint32_t m = eq & 0xFu; m; m &= m - 1) {
+      const int q = __builtin_ctz(m);
+      uint32_t blk;
+      if constexpr (F == 0) {
+        const uint32_t e = kCbpLuts.blk5[tb][r.Window() >> 57];
+        r.pos += TakenBits(e);
+        db += uint32_t(int32_t(int8_t(e >> 16)));
+        blk = e & 0xFu;
+      } else {
+        const uint64_t w = r.Window();
+        const uint16_t& es = kLuts.e[LutBase(9) + tb][w >> 56];
+        const uint32_t len = TakenBits(es), sym = es & 0xFFu;
+        db += uint32_t(int32_t(kBlkSteps[sym]));
+        const uint16_t& e = kCbpLuts.blk9[sym][(w << len) >> 58];
+        r.pos += len + TakenBits(e);
+        blk = e & 0xFFu;
+      }
+      y |= (blk & 0xFu) << (4 * q);
+      if constexpr (F == k444) {
+        for (int k = 0; k < 2; ++k) {
+          if (!((blk >> (k + 4)) & 1u)) continue;
+          const uint16_t& e = kCbpLuts.nib4[r.Window() >> 58];
+          r.pos += TakenBits(e);
+          (k == 0 ? u : v) |= uint32_t(e & 0xFu) << (4 * q);
+        }
+      } else if constexpr (F == k420) {
+        u |= ((blk >> 4) & 1u) << q;
+        v |= ((blk >> 5) & 1u) << q;
+      } else if constexpr (F == k422) {
+        constexpr int kShift[4] = {0, 1, 4, 5};
+        for (int k = 0; k < 2; ++k) {
+          if (!((blk >> (k + 4)) & 1u)) continue;
+          const uint32_t b2 = uint32_t(r.Window() >> 62);
+          r.pos += b2 >= 2 ? 1 : 2;
+          const uint32_t n = b2 >= 2 ? 1u : b2 == 1 ? 4u : 5u;
+          (k == 0 ? u : v) |= n << kShift[q];
+        }
+      }
+    }
+    diff[g] = int32_t(y);
+    if constexpr (F != 0) {
+      diff[1] = int32_t(u);
+      diff[2] = int32_t(v);
+    }
+  }
+  return !r.Short();
+}
+
+// DecodeCbpHP for the fast reader; the context changes only when the
+// pattern decoded.
+inline RvtResult DecodeCbpHPFast(FastReader& r, State& s, const int32_t* left, const int32_t* top,
+                                 int32_t* cbp) {
+  int32_t diff[16];
+  uint32_t dq = uint32_t(s.disc[kNumCbp]), db = uint32_t(s.disc[kNumBlkCbp]);
+  bool ok;
+  switch (s.format) {
+    case k444: ok = DecodeCbpGroups<k444>(r, s, diff, dq, db); break;
+    case k420: ok = DecodeCbpGroups<k420>(r, s, diff, dq, db); break;
+    case k422: ok = DecodeCbpGroups<k422>(r, s, diff, dq, db); break;
+    default: ok = DecodeCbpGroups<0>(r, s, diff, dq, db); break;
+  }
+  if (!ok) return rvtStatusOutOfBuffer;
+  s.disc[kNumCbp] = int32_t(dq);
+  s.disc[kNumBlkCbp] = int32_t(db);
+  for (int ch = 0; ch < s.channels; ++ch) cbp[ch] = PredictCbp(s, diff[ch], ch, left, top);
+  return rvtStatusOk;
+}
+
 // ------------------------------------------------------------ checks and entries
 
 // A cursor: buffer, length, position pointer, then the position's range.
@@ -2249,10 +2430,17 @@ inline RvtResult DecodeCbpHPEntry(const uint8_t* src, int32_t len, int32_t* pos,
     if (left) l[ch] = quads ? QuadToRaster(left[ch]) : left[ch];
     if (top) t[ch] = quads ? QuadToRaster(top[ch]) : top[ch];
   }
+  if constexpr (std::is_same_v<R, FastReader>) {
+    // (no copy of the context: it changes only once every bit is read)
+    FastReader r{src, EndBits(len), *pos};
+    RVT_CHECK(DecodeCbpHPFast(r, *st, left ? l : nullptr, top ? t : nullptr, out));
+    *pos = int32_t(r.pos);
+  } else {
   const RvtResult status = DecodeBand<R>(src, len, pos, st, [&](R& r, State& c) {
     return DecodeCbpHP(r, c, left ? l : nullptr, top ? t : nullptr, out);
   });
   if (status != rvtStatusOk) return status;
+  }
   for (int ch = 0; ch < s.channels; ++ch) cbp[ch] = HpBlocks(s, ch) == 16 ? QuadToRaster(out[ch]) : out[ch];
   return rvtStatusOk;
 }
