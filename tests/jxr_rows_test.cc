@@ -94,25 +94,35 @@ TEST(RvtjxrRows, RefusedRowsFailTheDecodeAndWideImagesKeepTheirSamples) {
 
 // Lossless files must come back sample for sample, through the byte
 // output and the sink: widths that end mid-block and run past the
-// converter's 256-pixel spans, heights that end mid-block.
+// converter's 256-pixel spans, heights that end mid-block.  Sub-sampled
+// chroma is exact for pixels a fixed offset from grey (constant chroma).
 TEST(RvtjxrRows, LosslessRoundTripsThroughBothOutputs) {
-  for (const int channels : {1, 3}) {
+  const struct {
+    int channels, chroma;
+  } kinds[] = {{1, 444}, {3, 444}, {3, 420}, {3, 422}};
+  for (const auto& kind : kinds) {
     for (const int w : {5, 18, 301}) {
       const int h = 37;
-      SCOPED_TRACE(std::to_string(channels) + " channels, " + std::to_string(w) + " wide");
+      SCOPED_TRACE(std::to_string(kind.chroma) + ", " + std::to_string(kind.channels) + " channels, " +
+                   std::to_string(w) + " wide");
       rvtjxr::Picture src;
       src.width = w;
       src.height = h;
-      src.channels = channels;
+      src.channels = kind.channels;
       src.bits = 8;
       uint32_t seed = 12345;
-      for (int i = 0; i < w * h * channels; ++i) {
-        seed = seed * 1664525u + 1013904223u;
-        src.samples.push_back(uint16_t(seed >> 24));
+      auto next = [&seed] { return int((seed = seed * 1664525u + 1013904223u) >> 24); };
+      static const int kOffset[3] = {17, 0, -9};
+      for (int i = 0; i < w * h; ++i) {
+        const int grey = 20 + next() * 200 / 256;
+        for (int c = 0; c < kind.channels; ++c) {
+          src.samples.push_back(uint16_t(kind.chroma == 444 ? next() : grey + kOffset[c]));
+        }
       }
       rvtjxr::EncodeOptions opt;
       opt.quality = 1;
       opt.overlap = 0;
+      opt.chroma = kind.chroma;
       std::vector<uint8_t> file;
       std::string error;
       ASSERT_TRUE(rvtjxr::EncodeFile(src, opt, &file, &error)) << error;
@@ -126,5 +136,4 @@ TEST(RvtjxrRows, LosslessRoundTripsThroughBothOutputs) {
     }
   }
 }
-
 }  // namespace

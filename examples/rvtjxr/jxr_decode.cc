@@ -493,6 +493,60 @@ __attribute__((target("avx2"))) bool GreyGroupAvx2(const int32_t* ly, int n16, i
   return true;
 }
 
+// One pixel row of two neighbouring blocks (blk, blk + 64), from the half
+// of each block that holds it (blk points there): idx puts the row's four
+// samples in both 128-bit halves, in order.
+RVTJXR_AVX2 __m256i LayoutRowEight(const int32_t* blk, __m256i idx) {
+  const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(blk));
+  const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(blk + 64));
+  return _mm256_blend_epi32(_mm256_permutevar8x32_epi32(a, idx), _mm256_permutevar8x32_epi32(b, idx), 0xF0);
+}
+// Eight half-width samples (and the one after) to 16: each, then the mean
+// of it and the next rounded up.
+RVTJXR_AVX2 void WidenEight(const int32_t* h, __m256i one, __m256i& f0, __m256i& f1) {
+  const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h));
+  const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + 1));
+  const __m256i mean = _mm256_srai_epi32(_mm256_add_epi32(_mm256_add_epi32(a, b), one), 1);
+  const __m256i lo = _mm256_unpacklo_epi32(a, mean), hi = _mm256_unpackhi_epi32(a, mean);
+  f0 = _mm256_permute2x128_si256(lo, hi, 0x20);
+  f1 = _mm256_permute2x128_si256(lo, hi, 0x31);
+}
+
+// ColourRowAvx2 for a 4:2:0 or 4:2:2 row, 16 pixels a step for n16 steps:
+// luma straight from the layout (m: the row's place in its first block,
+// blocks 64 elements apart; outer: a block's row 0 or 3), chroma from the
+// half-width rows hu and hv, widened on the way as WidenRowAvx2 does (their
+// sample after the last step read).  false when a sample (luma or widened
+// chroma) lies outside -2^28..2^28; the pixels written are then not
+// meaningful.
+__attribute__((target("avx2"))) bool SubColourAvx2(const int32_t* m, bool outer, const int32_t* hu, const int32_t* hv,
+                                                   int n16, int32_t bias, int shift, uint8_t* o) {
+  const __m256i idx = outer ? _mm256_setr_epi32(0, 1, 5, 4, 0, 1, 5, 4) : _mm256_setr_epi32(2, 3, 7, 6, 2, 3, 7, 6);
+  const __m256i vbias = _mm256_set1_epi32(bias), one = _mm256_set1_epi32(1);
+  const __m128i count = _mm_cvtsi32_si128(shift);
+  __m128i mask[3][3];
+  for (int k = 0; k < 3; ++k) {
+    for (int c = 0; c < 3; ++c) mask[k][c] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kInterleave.m[k][c]));
+  }
+  __m256i lo = _mm256_setzero_si256(), hi = lo;
+  for (int s = 0; s < n16; ++s) {
+    __m256i in[6];
+    in[0] = LayoutRowEight(m + 256 * s, idx);
+    in[3] = LayoutRowEight(m + 256 * s + 128, idx);
+    WidenEight(hu + 8 * s, one, in[1], in[4]);
+    WidenEight(hv + 8 * s, one, in[2], in[5]);
+    for (const __m256i& v : in) {
+      lo = _mm256_min_epi32(lo, v);
+      hi = _mm256_max_epi32(hi, v);
+    }
+    ColourSixteen(in[0], in[1], in[2], in[3], in[4], in[5], vbias, count, mask, o + 48 * s);
+  }
+  constexpr int32_t kSafe = int32_t(1) << 28;
+  const __m256i out = _mm256_or_si256(_mm256_cmpgt_epi32(hi, _mm256_set1_epi32(kSafe)),
+                                      _mm256_cmpgt_epi32(_mm256_set1_epi32(-kSafe), lo));
+  return _mm256_testz_si256(out, out);
+}
+
 void ColourRow(const int32_t* ly, const int32_t* lu, const int32_t* lv, int w, int32_t bias, int shift, int32_t top,
                uint8_t* o) {
   static const bool avx2 = __builtin_cpu_supports("avx2");
@@ -595,6 +649,7 @@ class Decoder {
       planes_[1].assign(chromaRowLen_ * chromaSlots_, 0);
       planes_[2].assign(chromaRowLen_ * chromaSlots_, 0);
       half_.assign(size_t(pw_), 0);
+      below_.assign(size_t(pw_ / 2), 0);
     }
     for (std::vector<int32_t>& line : lines_) line.assign(size_t(pw_), 0);
     if (!sub_) group_.assign(size_t(12 * 4 * kGroupBlocks), 0);
@@ -623,6 +678,10 @@ class Decoder {
   template <class T>
   void EmitSpan(const int32_t* ly, const int32_t* lu, const int32_t* lv, int w, T* o);
   bool ConvertGroup(int py);
+  template <class T>
+  void SubRowAs(T* o);
+  void WidenLine(const int32_t* half, int32_t* f) const;
+  int subPy_ = 0;  // the row SubRowAs converts
   template <class T>
   void GroupAs(int py, T* o, size_t rowLen);
   void Slide(int my);  // makes room for chroma macroblock row my
@@ -676,6 +735,7 @@ class Decoder {
   size_t chromaRowLen_ = 0;
   std::vector<int32_t> lines_[3];  // one padded pixel row of each channel
   std::vector<int32_t> half_;      // two chroma rows at half width
+  std::vector<int32_t> below_;     // the chroma row below, for 4:2:0
   // ConvertGroup's lines: four rows of each channel, kGroupBlocks blocks wide
   static constexpr int kGroupBlocks = 64;
   std::vector<int32_t> group_;
@@ -1387,28 +1447,87 @@ void Decoder::ConvertSub(int my) {
   const bool q = h_.format == k420;
   const int cw = pw_ / 2;
   const int first = std::max(16 * my, int(h_.extraTop)), last = std::min(16 * my + 16, int(h_.extraTop) + out_->height);
-  const int32_t* luma = Row(0, my);
-  int32_t* half = half_.data();  // chroma rows at half width
-  int32_t* below = half + cw;
+  int32_t* below = below_.data();
   for (int py = first; py < last; ++py) {
-    LumaLine(luma, py & 15, lines_[0].data());
     for (int c = 1; c < 3; ++c) {
+      int32_t* half = half_.data() + size_t(c - 1) * size_t(cw);  // chroma rows at half width
       const int cy = q ? py >> 1 : py;
       ChromaLine(c, cy, half);
       if (q && (py & 1) && py < ph_ - 1) {
         ChromaLine(c, cy + 1, below);
         for (int x = 0; x < cw; ++x) half[x] = (half[x] + below[x] + 1) >> 1;
       }
-      int32_t* f = lines_[size_t(c)].data();
-      static const bool avx2 = __builtin_cpu_supports("avx2");
-      for (int x = avx2 ? WidenRowAvx2(half, cw, f) : 0; x < cw - 1; ++x) {
-        f[2 * x] = half[x];
-        f[2 * x + 1] = (half[x] + half[x + 1] + 1) >> 1;
-      }
-      f[pw_ - 2] = f[pw_ - 1] = half[cw - 1];
     }
+    subPy_ = py;
     Emit(py);
   }
+}
+
+// A chroma row at half width to full width in f: each sample, then the
+// mean of it and the next rounded up; the last column repeats the one
+// before it.
+void Decoder::WidenLine(const int32_t* half, int32_t* f) const {
+  const int cw = pw_ / 2;
+  static const bool avx2 = __builtin_cpu_supports("avx2");
+  for (int x = avx2 ? WidenRowAvx2(half, cw, f) : 0; x < cw - 1; ++x) {
+    f[2 * x] = half[x];
+    f[2 * x + 1] = (half[x] + half[x + 1] + 1) >> 1;
+  }
+  f[pw_ - 2] = f[pw_ - 1] = half[cw - 1];
+}
+
+// Padded row subPy_ of 4:2:0 or 4:2:2 (its chroma at half width in half_,
+// one channel after the other) to output samples: 8-bit output with AVX2
+// straight from the luma layout and the half rows, without the full-width
+// lines, but for a few columns at the ends.
+template <class T>
+void Decoder::SubRowAs(T* o) {
+  const int py = subPy_, cw = pw_ / 2, x0 = int(h_.extraLeft), x1 = x0 + out_->width, yy = py & 15;
+  const int32_t* luma = Row(0, py >> 4);
+  const int32_t* hu = half_.data();
+  const int32_t* hv = hu + cw;
+  int f0 = x0, f1 = x0;  // columns f0..f1 - 1 done straight
+  if constexpr (std::is_same_v<T, uint8_t>) {
+    static const bool avx2 = __builtin_cpu_supports("avx2");
+    if (avx2 && h_.outDepth != 2) {
+      f0 = (x0 + 3) & ~3;
+      // a step's widening reads the half sample after it: never the last
+      const int n16 = std::max(0, (std::min(x1, pw_ - 1) - f0) / 16);
+      const int r = yy & 3;
+      const int32_t* m = luma + 16 * (yy >> 2) + (r >= 2 ? 8 : 0) + 64 * ptrdiff_t(f0 >> 2);
+      const int shift = h_.scaled ? 3 : 0;
+      const int32_t bias = h_.scaled ? (128 << 3) + 3 : 128;
+      if (n16 > 0 && SubColourAvx2(m, r == 0 || r == 3, hu + f0 / 2, hv + f0 / 2, n16, bias, shift,
+                                   o + 3 * size_t(f0 - x0))) {
+        f1 = f0 + 16 * n16;
+      } else {
+        f0 = f1 = x0;
+      }
+    }
+  }
+  if (f0 == x0 && f1 == x0) {  // the whole row through the lines
+    LumaLine(luma, yy, lines_[0].data());
+    WidenLine(hu, lines_[1].data());
+    WidenLine(hv, lines_[2].data());
+    EmitSpan(lines_[0].data() + x0, lines_[1].data() + x0, lines_[2].data() + x0, x1 - x0, o);
+    return;
+  }
+  auto piece = [&](int a, int b) {
+    if (a >= b) return;
+    const int b0 = a >> 2, b1 = (b + 3) >> 2;
+    LumaSpan(luma, yy, b0, b1 - b0, lines_[0].data() + 4 * b0);
+    for (int c = 1; c < 3; ++c) {
+      const int32_t* h = half_.data() + size_t(c - 1) * size_t(cw);
+      int32_t* f = lines_[size_t(c)].data();
+      for (int x = a; x < b; ++x) {
+        const int i = x >> 1;
+        f[x] = !(x & 1) ? h[i] : x == pw_ - 1 ? h[cw - 1] : (h[i] + h[i + 1] + 1) >> 1;
+      }
+    }
+    EmitSpan(lines_[0].data() + a, lines_[1].data() + a, lines_[2].data() + a, b - a, o + 3 * size_t(a - x0));
+  };
+  piece(x0, f0);
+  piece(f1, x1);
 }
 
 // Padded rows py0..py1 of grey and 4:4:4 (those inside the image) to
@@ -1523,6 +1642,10 @@ void Decoder::Emit(int py) {
 
 template <class T>
 void Decoder::EmitAs(T* o) {
+  if (sub_) {
+    SubRowAs(o);
+    return;
+  }
   const int x0 = int(h_.extraLeft);
   EmitSpan(lines_[0].data() + x0, lines_[1].data() + x0, lines_[2].data() + x0, out_->width, o);
 }
