@@ -17,7 +17,6 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
-#include <initializer_list>
 #include <type_traits>
 
 #include <immintrin.h>
@@ -392,9 +391,15 @@ __attribute__((target("avx2"))) int ColourRowAvx2(const int32_t* ly, const int32
 // The two pixel rows of a block half (rows 0-1 or 2-3) of two neighbouring
 // blocks (blk, blk + 64; blk points at the half): idx puts each block's
 // upper row in the low 128 bits and its lower row in the high, in order.
-RVTJXR_AVX2 void LayoutRowPair(const int32_t* blk, __m256i idx, __m256i& upper, __m256i& lower) {
-  const __m256i a = _mm256_permutevar8x32_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(blk)), idx);
-  const __m256i b = _mm256_permutevar8x32_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(blk + 64)), idx);
+// lo and hi keep the lane-wise smallest and largest samples read.
+RVTJXR_AVX2 void LayoutRowPair(const int32_t* blk, __m256i idx, __m256i& upper, __m256i& lower, __m256i& lo,
+                               __m256i& hi) {
+  const __m256i ra = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(blk));
+  const __m256i rb = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(blk + 64));
+  lo = _mm256_min_epi32(lo, _mm256_min_epi32(ra, rb));
+  hi = _mm256_max_epi32(hi, _mm256_max_epi32(ra, rb));
+  const __m256i a = _mm256_permutevar8x32_epi32(ra, idx);
+  const __m256i b = _mm256_permutevar8x32_epi32(rb, idx);
   upper = _mm256_permute2x128_si256(a, b, 0x20);
   lower = _mm256_permute2x128_si256(a, b, 0x31);
 }
@@ -412,18 +417,9 @@ RVTJXR_AVX2 void ColourSixteen(__m256i y0, __m256i u0, __m256i v0, __m256i y1, _
   }
 }
 
-// Whether the samples of n blocks 64 elements apart (all 16 of each) lie
-// within -2^28..2^28, the 32-bit lanes' range.
-RVTJXR_AVX2 bool BlocksInside(std::initializer_list<const int32_t*> channels, int n) {
-  __m256i lo = _mm256_setzero_si256(), hi = lo;
-  for (const int32_t* p : channels) {
-    for (int i = 0; i < n; ++i) {
-      const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 64 * i));
-      const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 64 * i + 8));
-      lo = _mm256_min_epi32(lo, _mm256_min_epi32(a, c));
-      hi = _mm256_max_epi32(hi, _mm256_max_epi32(a, c));
-    }
-  }
+// Whether lane-wise smallest and largest samples lo and hi lie within
+// -2^28..2^28, the 32-bit lanes' range.
+RVTJXR_AVX2 bool RangeInside(__m256i lo, __m256i hi) {
   constexpr int32_t kSafe = int32_t(1) << 28;
   const __m256i out = _mm256_or_si256(_mm256_cmpgt_epi32(hi, _mm256_set1_epi32(kSafe)),
                                       _mm256_cmpgt_epi32(_mm256_set1_epi32(-kSafe), lo));
@@ -433,12 +429,12 @@ RVTJXR_AVX2 bool BlocksInside(std::initializer_list<const int32_t*> channels, in
 // ColourRowAvx2 for the four rows of a block row straight from the layout
 // (ly, lu, lv: a channel's first block; its blocks 64 elements apart), 16
 // pixels (four blocks) a step for n16 steps; rows rowLen bytes apart.
-// Nothing is written, and false returned, when a sample lies outside
-// -2^28..2^28 (the 32-bit lanes' range).
+// false when a sample lies outside -2^28..2^28 (the 32-bit lanes' range);
+// the pixels written are then not meaningful.
 __attribute__((target("avx2"))) bool ColourGroupAvx2(const int32_t* ly, const int32_t* lu, const int32_t* lv, int n16,
                                                      int32_t bias, int shift, uint8_t* o, size_t rowLen) {
   static_assert(kInBlock[0][2] == 5 && kInBlock[1][0] == 2 && kInBlock[2][0] == 10 && kInBlock[3][1] == 9);
-  if (!BlocksInside({ly, lu, lv}, 4 * n16)) return false;
+  __m256i lo = _mm256_setzero_si256(), hi = lo;
   const __m256i vbias = _mm256_set1_epi32(bias);
   const __m128i count = _mm_cvtsi32_si128(shift);
   __m128i mask[3][3];
@@ -453,17 +449,17 @@ __attribute__((target("avx2"))) bool ColourGroupAvx2(const int32_t* ly, const in
     for (int s = 0; s < n16; ++s) {
       const int at = 256 * s + 8 * half;
       __m256i y0, y1, u0, u1, v0, v1, y2, y3, u2, u3, v2, v3;  // 0, 1: upper row; 2, 3: lower
-      LayoutRowPair(ly + at, idx, y0, y2);
-      LayoutRowPair(ly + at + 128, idx, y1, y3);
-      LayoutRowPair(lu + at, idx, u0, u2);
-      LayoutRowPair(lu + at + 128, idx, u1, u3);
-      LayoutRowPair(lv + at, idx, v0, v2);
-      LayoutRowPair(lv + at + 128, idx, v1, v3);
+      LayoutRowPair(ly + at, idx, y0, y2, lo, hi);
+      LayoutRowPair(ly + at + 128, idx, y1, y3, lo, hi);
+      LayoutRowPair(lu + at, idx, u0, u2, lo, hi);
+      LayoutRowPair(lu + at + 128, idx, u1, u3, lo, hi);
+      LayoutRowPair(lv + at, idx, v0, v2, lo, hi);
+      LayoutRowPair(lv + at + 128, idx, v1, v3, lo, hi);
       ColourSixteen(y0, u0, v0, y1, u1, v1, vbias, count, mask, upper + 48 * s);
       ColourSixteen(y2, u2, v2, y3, u3, v3, vbias, count, mask, lower + 48 * s);
     }
   }
-  return true;
+  return RangeInside(lo, hi);
 }
 
 // 16 grey samples (two 8-lane vectors) to clamped bytes, as GreyRow.
@@ -474,7 +470,7 @@ RVTJXR_AVX2 __m128i GreyBytes(__m256i a, __m256i b, __m256i bias, __m128i count)
 // The same for grey 8-bit samples (GreyRow's arithmetic).
 __attribute__((target("avx2"))) bool GreyGroupAvx2(const int32_t* ly, int n16, int32_t bias, int shift, uint8_t* o,
                                                    size_t rowLen) {
-  if (!BlocksInside({ly}, 4 * n16)) return false;
+  __m256i lo = _mm256_setzero_si256(), hi = lo;
   const __m256i vbias = _mm256_set1_epi32(bias);
   const __m128i count = _mm_cvtsi32_si128(shift);
   for (int half = 0; half < 2; ++half) {
@@ -484,13 +480,13 @@ __attribute__((target("avx2"))) bool GreyGroupAvx2(const int32_t* ly, int n16, i
     for (int s = 0; s < n16; ++s) {
       const int at = 256 * s + 8 * half;
       __m256i y0, y1, y2, y3;
-      LayoutRowPair(ly + at, idx, y0, y2);
-      LayoutRowPair(ly + at + 128, idx, y1, y3);
+      LayoutRowPair(ly + at, idx, y0, y2, lo, hi);
+      LayoutRowPair(ly + at + 128, idx, y1, y3, lo, hi);
       _mm_storeu_si128(reinterpret_cast<__m128i*>(upper + 16 * s), GreyBytes(y0, y1, vbias, count));
       _mm_storeu_si128(reinterpret_cast<__m128i*>(lower + 16 * s), GreyBytes(y2, y3, vbias, count));
     }
   }
-  return true;
+  return RangeInside(lo, hi);
 }
 
 // One pixel row of two neighbouring blocks (blk, blk + 64), from the half
@@ -502,10 +498,19 @@ RVTJXR_AVX2 __m256i LayoutRowEight(const int32_t* blk, __m256i idx) {
   return _mm256_blend_epi32(_mm256_permutevar8x32_epi32(a, idx), _mm256_permutevar8x32_epi32(b, idx), 0xF0);
 }
 // Eight half-width samples (and the one after) to 16: each, then the mean
-// of it and the next rounded up.
-RVTJXR_AVX2 void WidenEight(const int32_t* h, __m256i one, __m256i& f0, __m256i& f1) {
-  const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h));
-  const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + 1));
+// of it and the next rounded up.  kPair: the samples are the means,
+// rounded up, of those of rows h and h2 (4:2:0's rows between two chroma
+// rows).
+template <bool kPair>
+RVTJXR_AVX2 void WidenEight(const int32_t* h, const int32_t* h2, __m256i one, __m256i& f0, __m256i& f1) {
+  __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h));
+  __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + 1));
+  if constexpr (kPair) {
+    const __m256i a2 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h2));
+    const __m256i b2 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h2 + 1));
+    a = _mm256_srai_epi32(_mm256_add_epi32(_mm256_add_epi32(a, a2), one), 1);
+    b = _mm256_srai_epi32(_mm256_add_epi32(_mm256_add_epi32(b, b2), one), 1);
+  }
   const __m256i mean = _mm256_srai_epi32(_mm256_add_epi32(_mm256_add_epi32(a, b), one), 1);
   const __m256i lo = _mm256_unpacklo_epi32(a, mean), hi = _mm256_unpackhi_epi32(a, mean);
   f0 = _mm256_permute2x128_si256(lo, hi, 0x20);
@@ -515,12 +520,15 @@ RVTJXR_AVX2 void WidenEight(const int32_t* h, __m256i one, __m256i& f0, __m256i&
 // ColourRowAvx2 for a 4:2:0 or 4:2:2 row, 16 pixels a step for n16 steps:
 // luma straight from the layout (m: the row's place in its first block,
 // blocks 64 elements apart; outer: a block's row 0 or 3), chroma from the
-// half-width rows hu and hv, widened on the way as WidenRowAvx2 does (their
-// sample after the last step read).  false when a sample (luma or widened
+// half-width rows hu and hv (with kPair, the means of those and hu2, hv2),
+// widened on the way as WidenRowAvx2 does (their sample after the last
+// step read).  false when a sample (luma or widened
 // chroma) lies outside -2^28..2^28; the pixels written are then not
 // meaningful.
+template <bool kPair>
 __attribute__((target("avx2"))) bool SubColourAvx2(const int32_t* m, bool outer, const int32_t* hu, const int32_t* hv,
-                                                   int n16, int32_t bias, int shift, uint8_t* o) {
+                                                   const int32_t* hu2, const int32_t* hv2, int n16, int32_t bias,
+                                                   int shift, uint8_t* o) {
   const __m256i idx = outer ? _mm256_setr_epi32(0, 1, 5, 4, 0, 1, 5, 4) : _mm256_setr_epi32(2, 3, 7, 6, 2, 3, 7, 6);
   const __m256i vbias = _mm256_set1_epi32(bias), one = _mm256_set1_epi32(1);
   const __m128i count = _mm_cvtsi32_si128(shift);
@@ -533,18 +541,15 @@ __attribute__((target("avx2"))) bool SubColourAvx2(const int32_t* m, bool outer,
     __m256i in[6];
     in[0] = LayoutRowEight(m + 256 * s, idx);
     in[3] = LayoutRowEight(m + 256 * s + 128, idx);
-    WidenEight(hu + 8 * s, one, in[1], in[4]);
-    WidenEight(hv + 8 * s, one, in[2], in[5]);
+    WidenEight<kPair>(hu + 8 * s, hu2 + 8 * s, one, in[1], in[4]);
+    WidenEight<kPair>(hv + 8 * s, hv2 + 8 * s, one, in[2], in[5]);
     for (const __m256i& v : in) {
       lo = _mm256_min_epi32(lo, v);
       hi = _mm256_max_epi32(hi, v);
     }
     ColourSixteen(in[0], in[1], in[2], in[3], in[4], in[5], vbias, count, mask, o + 48 * s);
   }
-  constexpr int32_t kSafe = int32_t(1) << 28;
-  const __m256i out = _mm256_or_si256(_mm256_cmpgt_epi32(hi, _mm256_set1_epi32(kSafe)),
-                                      _mm256_cmpgt_epi32(_mm256_set1_epi32(-kSafe), lo));
-  return _mm256_testz_si256(out, out);
+  return RangeInside(lo, hi);
 }
 
 void ColourRow(const int32_t* ly, const int32_t* lu, const int32_t* lv, int w, int32_t bias, int shift, int32_t top,
@@ -649,7 +654,7 @@ class Decoder {
       planes_[1].assign(chromaRowLen_ * chromaSlots_, 0);
       planes_[2].assign(chromaRowLen_ * chromaSlots_, 0);
       half_.assign(size_t(pw_), 0);
-      below_.assign(size_t(pw_ / 2), 0);
+      chromaRows_.assign(size_t(2 * pw_), 0);
     }
     for (std::vector<int32_t>& line : lines_) line.assign(size_t(pw_), 0);
     if (!sub_) group_.assign(size_t(12 * 4 * kGroupBlocks), 0);
@@ -735,7 +740,9 @@ class Decoder {
   size_t chromaRowLen_ = 0;
   std::vector<int32_t> lines_[3];  // one padded pixel row of each channel
   std::vector<int32_t> half_;      // two chroma rows at half width
-  std::vector<int32_t> below_;     // the chroma row below, for 4:2:0
+  std::vector<int32_t> chromaRows_;  // ConvertSub's two chroma rows at half width
+  const int32_t* subA_ = nullptr;    // SubRowAs' chroma rows
+  const int32_t* subB_ = nullptr;
   // ConvertGroup's lines: four rows of each channel, kGroupBlocks blocks wide
   static constexpr int kGroupBlocks = 64;
   std::vector<int32_t> group_;
@@ -1447,17 +1454,22 @@ void Decoder::ConvertSub(int my) {
   const bool q = h_.format == k420;
   const int cw = pw_ / 2;
   const int first = std::max(16 * my, int(h_.extraTop)), last = std::min(16 * my + 16, int(h_.extraTop) + out_->height);
-  int32_t* below = below_.data();
-  for (int py = first; py < last; ++py) {
-    for (int c = 1; c < 3; ++c) {
-      int32_t* half = half_.data() + size_t(c - 1) * size_t(cw);  // chroma rows at half width
-      const int cy = q ? py >> 1 : py;
-      ChromaLine(c, cy, half);
-      if (q && (py & 1) && py < ph_ - 1) {
-        ChromaLine(c, cy + 1, below);
-        for (int x = 0; x < cw; ++x) half[x] = (half[x] + below[x] + 1) >> 1;
-      }
+  // chroma rows at half width (both channels, one after the other) in two
+  // slots: each read from the layout once for the two or three rows using it
+  int slotRow[2] = {-1, -1};
+  auto rowOf = [&](int cy) {
+    int32_t* p = chromaRows_.data() + size_t(cy & 1) * size_t(pw_);
+    if (slotRow[cy & 1] != cy) {
+      ChromaLine(1, cy, p);
+      ChromaLine(2, cy, p + cw);
+      slotRow[cy & 1] = cy;
     }
+    return p;
+  };
+  for (int py = first; py < last; ++py) {
+    const int cy = q ? py >> 1 : py;
+    subA_ = rowOf(cy);
+    subB_ = q && (py & 1) && py < ph_ - 1 ? rowOf(cy + 1) : nullptr;
     subPy_ = py;
     Emit(py);
   }
@@ -1476,15 +1488,16 @@ void Decoder::WidenLine(const int32_t* half, int32_t* f) const {
   f[pw_ - 2] = f[pw_ - 1] = half[cw - 1];
 }
 
-// Padded row subPy_ of 4:2:0 or 4:2:2 (its chroma at half width in half_,
-// one channel after the other) to output samples: 8-bit output with AVX2
-// straight from the luma layout and the half rows, without the full-width
-// lines, but for a few columns at the ends.
+// Padded row subPy_ of 4:2:0 or 4:2:2 (its chroma at half width in subA_,
+// one channel after the other, or the means of those and subB_'s) to
+// output samples: 8-bit output with AVX2 straight from the luma layout and
+// the half rows, without the full-width lines, but for a few columns at
+// the ends.
 template <class T>
 void Decoder::SubRowAs(T* o) {
   const int py = subPy_, cw = pw_ / 2, x0 = int(h_.extraLeft), x1 = x0 + out_->width, yy = py & 15;
   const int32_t* luma = Row(0, py >> 4);
-  const int32_t* hu = half_.data();
+  const int32_t* hu = subA_;
   const int32_t* hv = hu + cw;
   int f0 = x0, f1 = x0;  // columns f0..f1 - 1 done straight
   if constexpr (std::is_same_v<T, uint8_t>) {
@@ -1497,8 +1510,13 @@ void Decoder::SubRowAs(T* o) {
       const int32_t* m = luma + 16 * (yy >> 2) + (r >= 2 ? 8 : 0) + 64 * ptrdiff_t(f0 >> 2);
       const int shift = h_.scaled ? 3 : 0;
       const int32_t bias = h_.scaled ? (128 << 3) + 3 : 128;
-      if (n16 > 0 && SubColourAvx2(m, r == 0 || r == 3, hu + f0 / 2, hv + f0 / 2, n16, bias, shift,
-                                   o + 3 * size_t(f0 - x0))) {
+      const int h0 = f0 / 2;
+      uint8_t* to = o + 3 * size_t(f0 - x0);
+      const bool done = n16 > 0 && (subB_ ? SubColourAvx2<true>(m, r == 0 || r == 3, hu + h0, hv + h0, subB_ + h0,
+                                                                subB_ + cw + h0, n16, bias, shift, to)
+                                          : SubColourAvx2<false>(m, r == 0 || r == 3, hu + h0, hv + h0, hu, hv, n16,
+                                                                 bias, shift, to));
+      if (done) {
         f1 = f0 + 16 * n16;
       } else {
         f0 = f1 = x0;
@@ -1506,6 +1524,11 @@ void Decoder::SubRowAs(T* o) {
     }
   }
   if (f0 == x0 && f1 == x0) {  // the whole row through the lines
+    if (subB_) {
+      for (size_t i = 0; i < size_t(pw_); ++i) half_[i] = (subA_[i] + subB_[i] + 1) >> 1;
+      hu = half_.data();
+      hv = hu + cw;
+    }
     LumaLine(luma, yy, lines_[0].data());
     WidenLine(hu, lines_[1].data());
     WidenLine(hv, lines_[2].data());
@@ -1517,11 +1540,13 @@ void Decoder::SubRowAs(T* o) {
     const int b0 = a >> 2, b1 = (b + 3) >> 2;
     LumaSpan(luma, yy, b0, b1 - b0, lines_[0].data() + 4 * b0);
     for (int c = 1; c < 3; ++c) {
-      const int32_t* h = half_.data() + size_t(c - 1) * size_t(cw);
+      const int32_t* ha = subA_ + size_t(c - 1) * size_t(cw);
+      const int32_t* hb = subB_ ? subB_ + size_t(c - 1) * size_t(cw) : ha;
+      auto h = [&](int i) { return subB_ ? (ha[i] + hb[i] + 1) >> 1 : ha[i]; };
       int32_t* f = lines_[size_t(c)].data();
       for (int x = a; x < b; ++x) {
         const int i = x >> 1;
-        f[x] = !(x & 1) ? h[i] : x == pw_ - 1 ? h[cw - 1] : (h[i] + h[i + 1] + 1) >> 1;
+        f[x] = !(x & 1) ? h(i) : x == pw_ - 1 ? h(cw - 1) : (h(i) + h(i + 1) + 1) >> 1;
       }
     }
     EmitSpan(lines_[0].data() + a, lines_[1].data() + a, lines_[2].data() + a, b - a, o + 3 * size_t(a - x0));
