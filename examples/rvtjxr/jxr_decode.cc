@@ -522,9 +522,8 @@ RVTJXR_AVX2 void WidenEight(const int32_t* h, const int32_t* h2, __m256i one, __
 // blocks 64 elements apart; outer: a block's row 0 or 3), chroma from the
 // half-width rows hu and hv (with kPair, the means of those and hu2, hv2),
 // widened on the way as WidenRowAvx2 does (their sample after the last
-// step read).  false when a sample (luma or widened
-// chroma) lies outside -2^28..2^28; the pixels written are then not
-// meaningful.
+// step read).  false when a sample (luma or widened chroma) lies outside
+// -2^28..2^28; the pixels written are then not meaningful.
 template <bool kPair>
 __attribute__((target("avx2"))) bool SubColourAvx2(const int32_t* m, bool outer, const int32_t* hu, const int32_t* hv,
                                                    const int32_t* hu2, const int32_t* hv2, int n16, int32_t bias,
