@@ -17,6 +17,7 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <type_traits>
 
 #include <immintrin.h>
 
@@ -337,11 +338,9 @@ inline constexpr InterleaveMasks kInterleave = MakeInterleaveMasks();
 // 0..255), interleaved by byte shuffles.  Returns the pixels done.
 #define RVTJXR_AVX2 __attribute__((target("avx2"), always_inline)) inline
 // Eight pixels' R, G, B (shifted, not clamped) from 32-bit lanes.
-RVTJXR_AVX2 void ColourEight(const int32_t* ly, const int32_t* lu, const int32_t* lv, __m256i bias, __m128i count,
-                             __m256i& r, __m256i& g, __m256i& b) {
-  const __m256i y = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(ly));
-  const __m256i u = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(lu));
-  b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(lv));
+RVTJXR_AVX2 void ColourEightOf(__m256i y, __m256i u, __m256i v, __m256i bias, __m128i count, __m256i& r, __m256i& g,
+                               __m256i& b) {
+  b = v;
   r = _mm256_sub_epi32(_mm256_setzero_si256(), u);
   g = _mm256_sub_epi32(_mm256_add_epi32(y, bias), _mm256_srai_epi32(r, 1));
   r = _mm256_sub_epi32(r, _mm256_sub_epi32(_mm256_srai_epi32(_mm256_add_epi32(b, _mm256_set1_epi32(1)), 1), g));
@@ -349,6 +348,12 @@ RVTJXR_AVX2 void ColourEight(const int32_t* ly, const int32_t* lu, const int32_t
   r = _mm256_sra_epi32(r, count);
   g = _mm256_sra_epi32(g, count);
   b = _mm256_sra_epi32(b, count);
+}
+RVTJXR_AVX2 void ColourEight(const int32_t* ly, const int32_t* lu, const int32_t* lv, __m256i bias, __m128i count,
+                             __m256i& r, __m256i& g, __m256i& b) {
+  ColourEightOf(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(ly)),
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(lu)),
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(lv)), bias, count, r, g, b);
 }
 // 16 lanes to 16 clamped bytes, in order.
 RVTJXR_AVX2 __m128i ClampedBytes(__m256i lo, __m256i hi) {
@@ -381,6 +386,169 @@ __attribute__((target("avx2"))) int ColourRowAvx2(const int32_t* ly, const int32
     }
   }
   return x;
+}
+
+// The two pixel rows of a block half (rows 0-1 or 2-3) of two neighbouring
+// blocks (blk, blk + 64; blk points at the half): idx puts each block's
+// upper row in the low 128 bits and its lower row in the high, in order.
+// lo and hi keep the lane-wise smallest and largest samples read.
+RVTJXR_AVX2 void LayoutRowPair(const int32_t* blk, __m256i idx, __m256i& upper, __m256i& lower, __m256i& lo,
+                               __m256i& hi) {
+  const __m256i ra = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(blk));
+  const __m256i rb = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(blk + 64));
+  lo = _mm256_min_epi32(lo, _mm256_min_epi32(ra, rb));
+  hi = _mm256_max_epi32(hi, _mm256_max_epi32(ra, rb));
+  const __m256i a = _mm256_permutevar8x32_epi32(ra, idx);
+  const __m256i b = _mm256_permutevar8x32_epi32(rb, idx);
+  upper = _mm256_permute2x128_si256(a, b, 0x20);
+  lower = _mm256_permute2x128_si256(a, b, 0x31);
+}
+// 16 pixels (two 8-lane vectors of each channel) to 48 interleaved bytes.
+RVTJXR_AVX2 void ColourSixteen(__m256i y0, __m256i u0, __m256i v0, __m256i y1, __m256i u1, __m256i v1, __m256i bias,
+                               __m128i count, const __m128i (*mask)[3], uint8_t* o) {
+  __m256i r0, g0, b0, r1, g1, b1;
+  ColourEightOf(y0, u0, v0, bias, count, r0, g0, b0);
+  ColourEightOf(y1, u1, v1, bias, count, r1, g1, b1);
+  const __m128i r = ClampedBytes(r0, r1), g = ClampedBytes(g0, g1), b = ClampedBytes(b0, b1);
+  for (int j = 0; j < 3; ++j) {
+    const __m128i v = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(r, mask[j][0]), _mm_shuffle_epi8(g, mask[j][1])),
+                                   _mm_shuffle_epi8(b, mask[j][2]));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 16 * j), v);
+  }
+}
+
+// Whether lane-wise smallest and largest samples lo and hi lie within
+// -2^28..2^28, the 32-bit lanes' range.
+RVTJXR_AVX2 bool RangeInside(__m256i lo, __m256i hi) {
+  constexpr int32_t kSafe = int32_t(1) << 28;
+  const __m256i out = _mm256_or_si256(_mm256_cmpgt_epi32(hi, _mm256_set1_epi32(kSafe)),
+                                      _mm256_cmpgt_epi32(_mm256_set1_epi32(-kSafe), lo));
+  return _mm256_testz_si256(out, out);
+}
+
+// ColourRowAvx2 for the four rows of a block row straight from the layout
+// (ly, lu, lv: a channel's first block; its blocks 64 elements apart), 16
+// pixels (four blocks) a step for n16 steps; rows rowLen bytes apart.
+// false when a sample lies outside -2^28..2^28 (the 32-bit lanes' range);
+// the pixels written are then not meaningful.
+__attribute__((target("avx2"))) bool ColourGroupAvx2(const int32_t* ly, const int32_t* lu, const int32_t* lv, int n16,
+                                                     int32_t bias, int shift, uint8_t* o, size_t rowLen) {
+  static_assert(kInBlock[0][2] == 5 && kInBlock[1][0] == 2 && kInBlock[2][0] == 10 && kInBlock[3][1] == 9);
+  __m256i lo = _mm256_setzero_si256(), hi = lo;
+  const __m256i vbias = _mm256_set1_epi32(bias);
+  const __m128i count = _mm_cvtsi32_si128(shift);
+  __m128i mask[3][3];
+  for (int k = 0; k < 3; ++k) {
+    for (int c = 0; c < 3; ++c) mask[k][c] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kInterleave.m[k][c]));
+  }
+  // rows 0 and 3 lie at places 0, 1, 5, 4 of their half, rows 1 and 2 at 2, 3, 7, 6
+  for (int half = 0; half < 2; ++half) {
+    const __m256i idx = half == 0 ? _mm256_setr_epi32(0, 1, 5, 4, 2, 3, 7, 6) : _mm256_setr_epi32(2, 3, 7, 6, 0, 1, 5, 4);
+    uint8_t* upper = o + rowLen * size_t(2 * half);
+    uint8_t* lower = upper + rowLen;
+    for (int s = 0; s < n16; ++s) {
+      const int at = 256 * s + 8 * half;
+      __m256i y0, y1, u0, u1, v0, v1, y2, y3, u2, u3, v2, v3;  // 0, 1: upper row; 2, 3: lower
+      LayoutRowPair(ly + at, idx, y0, y2, lo, hi);
+      LayoutRowPair(ly + at + 128, idx, y1, y3, lo, hi);
+      LayoutRowPair(lu + at, idx, u0, u2, lo, hi);
+      LayoutRowPair(lu + at + 128, idx, u1, u3, lo, hi);
+      LayoutRowPair(lv + at, idx, v0, v2, lo, hi);
+      LayoutRowPair(lv + at + 128, idx, v1, v3, lo, hi);
+      ColourSixteen(y0, u0, v0, y1, u1, v1, vbias, count, mask, upper + 48 * s);
+      ColourSixteen(y2, u2, v2, y3, u3, v3, vbias, count, mask, lower + 48 * s);
+    }
+  }
+  return RangeInside(lo, hi);
+}
+
+// 16 grey samples (two 8-lane vectors) to clamped bytes, as GreyRow.
+RVTJXR_AVX2 __m128i GreyBytes(__m256i a, __m256i b, __m256i bias, __m128i count) {
+  return ClampedBytes(_mm256_sra_epi32(_mm256_add_epi32(a, bias), count),
+                      _mm256_sra_epi32(_mm256_add_epi32(b, bias), count));
+}
+// The same for grey 8-bit samples (GreyRow's arithmetic).
+__attribute__((target("avx2"))) bool GreyGroupAvx2(const int32_t* ly, int n16, int32_t bias, int shift, uint8_t* o,
+                                                   size_t rowLen) {
+  __m256i lo = _mm256_setzero_si256(), hi = lo;
+  const __m256i vbias = _mm256_set1_epi32(bias);
+  const __m128i count = _mm_cvtsi32_si128(shift);
+  for (int half = 0; half < 2; ++half) {
+    const __m256i idx = half == 0 ? _mm256_setr_epi32(0, 1, 5, 4, 2, 3, 7, 6) : _mm256_setr_epi32(2, 3, 7, 6, 0, 1, 5, 4);
+    uint8_t* upper = o + rowLen * size_t(2 * half);
+    uint8_t* lower = upper + rowLen;
+    for (int s = 0; s < n16; ++s) {
+      const int at = 256 * s + 8 * half;
+      __m256i y0, y1, y2, y3;
+      LayoutRowPair(ly + at, idx, y0, y2, lo, hi);
+      LayoutRowPair(ly + at + 128, idx, y1, y3, lo, hi);
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(upper + 16 * s), GreyBytes(y0, y1, vbias, count));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(lower + 16 * s), GreyBytes(y2, y3, vbias, count));
+    }
+  }
+  return RangeInside(lo, hi);
+}
+
+// One pixel row of two neighbouring blocks (blk, blk + 64), from the half
+// of each block that holds it (blk points there): idx puts the row's four
+// samples in both 128-bit halves, in order.
+RVTJXR_AVX2 __m256i LayoutRowEight(const int32_t* blk, __m256i idx) {
+  const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(blk));
+  const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(blk + 64));
+  return _mm256_blend_epi32(_mm256_permutevar8x32_epi32(a, idx), _mm256_permutevar8x32_epi32(b, idx), 0xF0);
+}
+// Eight half-width samples (and the one after) to 16: each, then the mean
+// of it and the next rounded up.  kPair: the samples are the means,
+// rounded up, of those of rows h and h2 (4:2:0's rows between two chroma
+// rows).
+template <bool kPair>
+RVTJXR_AVX2 void WidenEight(const int32_t* h, const int32_t* h2, __m256i one, __m256i& f0, __m256i& f1) {
+  __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h));
+  __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + 1));
+  if constexpr (kPair) {
+    const __m256i a2 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h2));
+    const __m256i b2 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h2 + 1));
+    a = _mm256_srai_epi32(_mm256_add_epi32(_mm256_add_epi32(a, a2), one), 1);
+    b = _mm256_srai_epi32(_mm256_add_epi32(_mm256_add_epi32(b, b2), one), 1);
+  }
+  const __m256i mean = _mm256_srai_epi32(_mm256_add_epi32(_mm256_add_epi32(a, b), one), 1);
+  const __m256i lo = _mm256_unpacklo_epi32(a, mean), hi = _mm256_unpackhi_epi32(a, mean);
+  f0 = _mm256_permute2x128_si256(lo, hi, 0x20);
+  f1 = _mm256_permute2x128_si256(lo, hi, 0x31);
+}
+
+// ColourRowAvx2 for a 4:2:0 or 4:2:2 row, 16 pixels a step for n16 steps:
+// luma straight from the layout (m: the row's place in its first block,
+// blocks 64 elements apart; outer: a block's row 0 or 3), chroma from the
+// half-width rows hu and hv (with kPair, the means of those and hu2, hv2),
+// widened on the way as WidenRowAvx2 does (their sample after the last
+// step read).  false when a sample (luma or widened chroma) lies outside
+// -2^28..2^28; the pixels written are then not meaningful.
+template <bool kPair>
+__attribute__((target("avx2"))) bool SubColourAvx2(const int32_t* m, bool outer, const int32_t* hu, const int32_t* hv,
+                                                   const int32_t* hu2, const int32_t* hv2, int n16, int32_t bias,
+                                                   int shift, uint8_t* o) {
+  const __m256i idx = outer ? _mm256_setr_epi32(0, 1, 5, 4, 0, 1, 5, 4) : _mm256_setr_epi32(2, 3, 7, 6, 2, 3, 7, 6);
+  const __m256i vbias = _mm256_set1_epi32(bias), one = _mm256_set1_epi32(1);
+  const __m128i count = _mm_cvtsi32_si128(shift);
+  __m128i mask[3][3];
+  for (int k = 0; k < 3; ++k) {
+    for (int c = 0; c < 3; ++c) mask[k][c] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kInterleave.m[k][c]));
+  }
+  __m256i lo = _mm256_setzero_si256(), hi = lo;
+  for (int s = 0; s < n16; ++s) {
+    __m256i in[6];
+    in[0] = LayoutRowEight(m + 256 * s, idx);
+    in[3] = LayoutRowEight(m + 256 * s + 128, idx);
+    WidenEight<kPair>(hu + 8 * s, hu2 + 8 * s, one, in[1], in[4]);
+    WidenEight<kPair>(hv + 8 * s, hv2 + 8 * s, one, in[2], in[5]);
+    for (const __m256i& v : in) {
+      lo = _mm256_min_epi32(lo, v);
+      hi = _mm256_max_epi32(hi, v);
+    }
+    ColourSixteen(in[0], in[1], in[2], in[3], in[4], in[5], vbias, count, mask, o + 48 * s);
+  }
+  return RangeInside(lo, hi);
 }
 
 void ColourRow(const int32_t* ly, const int32_t* lu, const int32_t* lv, int w, int32_t bias, int shift, int32_t top,
@@ -485,8 +653,10 @@ class Decoder {
       planes_[1].assign(chromaRowLen_ * chromaSlots_, 0);
       planes_[2].assign(chromaRowLen_ * chromaSlots_, 0);
       half_.assign(size_t(pw_), 0);
+      chromaRows_.assign(size_t(2 * pw_), 0);
     }
     for (std::vector<int32_t>& line : lines_) line.assign(size_t(pw_), 0);
+    if (!sub_) group_.assign(size_t(12 * 4 * kGroupBlocks), 0);
     hpStep_.assign(size_t(h.channels), std::vector<int32_t>(size_t(mbw_) * mbh_, 0));
   }
 
@@ -505,9 +675,19 @@ class Decoder {
   void ConvertSub(int my);  // macroblock row my, up-sampling its chroma
   void ChromaLine(int c, int cy, int32_t* to);
   void LumaLine(const int32_t* row, int yy, int32_t* to) const;
+  void LumaSpan(const int32_t* row, int yy, int b0, int n, int32_t* to) const;
   void Emit(int py);  // the lines of padded row py into the output
   template <class T>
   void EmitAs(T* o);
+  template <class T>
+  void EmitSpan(const int32_t* ly, const int32_t* lu, const int32_t* lv, int w, T* o);
+  bool ConvertGroup(int py);
+  template <class T>
+  void SubRowAs(T* o);
+  void WidenLine(const int32_t* half, int32_t* f) const;
+  int subPy_ = 0;  // the row SubRowAs converts
+  template <class T>
+  void GroupAs(int py, T* o, size_t rowLen);
   void Slide(int my);  // makes room for chroma macroblock row my
   bool ReadTileQp(Cursor& dc, Cursor& lp, Cursor& hp, TileQp* q);
   bool Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band, std::vector<PredInfo>& row,
@@ -559,6 +739,12 @@ class Decoder {
   size_t chromaRowLen_ = 0;
   std::vector<int32_t> lines_[3];  // one padded pixel row of each channel
   std::vector<int32_t> half_;      // two chroma rows at half width
+  std::vector<int32_t> chromaRows_;  // ConvertSub's two chroma rows at half width
+  const int32_t* subA_ = nullptr;    // SubRowAs' chroma rows
+  const int32_t* subB_ = nullptr;
+  // ConvertGroup's lines: four rows of each channel, kGroupBlocks blocks wide
+  static constexpr int kGroupBlocks = 64;
+  std::vector<int32_t> group_;
   int BlocksWide(int ch) const { return sub_ && ch > 0 ? 2 : 4; }
   int BlocksHigh(int ch) const { return sub_ && ch > 0 && h_.format == k420 ? 2 : 4; }
 };
@@ -1229,16 +1415,18 @@ void Decoder::ChromaLine(int c, int cy, int32_t* to) {
 // Pixel row yy of a macroblock row of luma layout into `to` (padded width):
 // a block's row lies in two of its 2x2 quads, rows 0 and 1 in the first
 // two, 2 and 3 in the last two (see kInBlock), one shuffle each.
-void Decoder::LumaLine(const int32_t* row, int yy, int32_t* to) const {
+void Decoder::LumaLine(const int32_t* row, int yy, int32_t* to) const { LumaSpan(row, yy, 0, 4 * mbw_, to); }
+
+// The same for the n blocks (columns of four pixels) from block b0 on.
+void Decoder::LumaSpan(const int32_t* row, int yy, int b0, int n, int32_t* to) const {
   typedef int32_t V4 __attribute__((vector_size(16)));
   const int r = yy & 3;
-  const int32_t* m = row + 16 * (yy >> 2) + (r >= 2 ? 8 : 0);
+  const int32_t* m = row + 16 * (yy >> 2) + (r >= 2 ? 8 : 0) + 64 * ptrdiff_t(b0);
   auto at = [](const int32_t* p) {
     V4 v;
     std::memcpy(&v, p, sizeof(v));
     return v;
   };
-  const int n = 4 * mbw_;  // blocks left to right
   static const bool avx2 = __builtin_cpu_supports("avx2");
   const int done = avx2 ? BlockLineAvx2(m, n, r == 1 || r == 2, to) : 0;
   m += 64 * done;
@@ -1265,37 +1453,190 @@ void Decoder::ConvertSub(int my) {
   const bool q = h_.format == k420;
   const int cw = pw_ / 2;
   const int first = std::max(16 * my, int(h_.extraTop)), last = std::min(16 * my + 16, int(h_.extraTop) + out_->height);
-  const int32_t* luma = Row(0, my);
-  int32_t* half = half_.data();  // chroma rows at half width
-  int32_t* below = half + cw;
-  for (int py = first; py < last; ++py) {
-    LumaLine(luma, py & 15, lines_[0].data());
-    for (int c = 1; c < 3; ++c) {
-      const int cy = q ? py >> 1 : py;
-      ChromaLine(c, cy, half);
-      if (q && (py & 1) && py < ph_ - 1) {
-        ChromaLine(c, cy + 1, below);
-        for (int x = 0; x < cw; ++x) half[x] = (half[x] + below[x] + 1) >> 1;
-      }
-      int32_t* f = lines_[size_t(c)].data();
-      static const bool avx2 = __builtin_cpu_supports("avx2");
-      for (int x = avx2 ? WidenRowAvx2(half, cw, f) : 0; x < cw - 1; ++x) {
-        f[2 * x] = half[x];
-        f[2 * x + 1] = (half[x] + half[x + 1] + 1) >> 1;
-      }
-      f[pw_ - 2] = f[pw_ - 1] = half[cw - 1];
+  // chroma rows at half width (both channels, one after the other) in two
+  // slots: each read from the layout once for the two or three rows using it
+  int slotRow[2] = {-1, -1};
+  auto rowOf = [&](int cy) {
+    int32_t* p = chromaRows_.data() + size_t(cy & 1) * size_t(pw_);
+    if (slotRow[cy & 1] != cy) {
+      ChromaLine(1, cy, p);
+      ChromaLine(2, cy, p + cw);
+      slotRow[cy & 1] = cy;
     }
+    return p;
+  };
+  for (int py = first; py < last; ++py) {
+    const int cy = q ? py >> 1 : py;
+    subA_ = rowOf(cy);
+    subB_ = q && (py & 1) && py < ph_ - 1 ? rowOf(cy + 1) : nullptr;
+    subPy_ = py;
     Emit(py);
   }
+}
+
+// A chroma row at half width to full width in f: each sample, then the
+// mean of it and the next rounded up; the last column repeats the one
+// before it.
+void Decoder::WidenLine(const int32_t* half, int32_t* f) const {
+  const int cw = pw_ / 2;
+  static const bool avx2 = __builtin_cpu_supports("avx2");
+  for (int x = avx2 ? WidenRowAvx2(half, cw, f) : 0; x < cw - 1; ++x) {
+    f[2 * x] = half[x];
+    f[2 * x + 1] = (half[x] + half[x + 1] + 1) >> 1;
+  }
+  f[pw_ - 2] = f[pw_ - 1] = half[cw - 1];
+}
+
+// Padded row subPy_ of 4:2:0 or 4:2:2 (its chroma at half width in subA_,
+// one channel after the other, or the means of those and subB_'s) to
+// output samples: 8-bit output with AVX2 straight from the luma layout and
+// the half rows, without the full-width lines, but for a few columns at
+// the ends.
+template <class T>
+void Decoder::SubRowAs(T* o) {
+  const int py = subPy_, cw = pw_ / 2, x0 = int(h_.extraLeft), x1 = x0 + out_->width, yy = py & 15;
+  const int32_t* luma = Row(0, py >> 4);
+  const int32_t* hu = subA_;
+  const int32_t* hv = hu + cw;
+  int f0 = x0, f1 = x0;  // columns f0..f1 - 1 done straight
+  if constexpr (std::is_same_v<T, uint8_t>) {
+    static const bool avx2 = __builtin_cpu_supports("avx2");
+    if (avx2 && h_.outDepth != 2) {
+      f0 = (x0 + 3) & ~3;
+      // a step's widening reads the half sample after it: never the last
+      const int n16 = std::max(0, (std::min(x1, pw_ - 1) - f0) / 16);
+      const int r = yy & 3;
+      const int32_t* m = luma + 16 * (yy >> 2) + (r >= 2 ? 8 : 0) + 64 * ptrdiff_t(f0 >> 2);
+      const int shift = h_.scaled ? 3 : 0;
+      const int32_t bias = h_.scaled ? (128 << 3) + 3 : 128;
+      const int h0 = f0 / 2;
+      uint8_t* to = o + 3 * size_t(f0 - x0);
+      const bool done = n16 > 0 && (subB_ ? SubColourAvx2<true>(m, r == 0 || r == 3, hu + h0, hv + h0, subB_ + h0,
+                                                                subB_ + cw + h0, n16, bias, shift, to)
+                                          : SubColourAvx2<false>(m, r == 0 || r == 3, hu + h0, hv + h0, hu, hv, n16,
+                                                                 bias, shift, to));
+      if (done) {
+        f1 = f0 + 16 * n16;
+      } else {
+        f0 = f1 = x0;
+      }
+    }
+  }
+  if (f0 == x0 && f1 == x0) {  // the whole row through the lines
+    if (subB_) {
+      for (size_t i = 0; i < size_t(pw_); ++i) half_[i] = (subA_[i] + subB_[i] + 1) >> 1;
+      hu = half_.data();
+      hv = hu + cw;
+    }
+    LumaLine(luma, yy, lines_[0].data());
+    WidenLine(hu, lines_[1].data());
+    WidenLine(hv, lines_[2].data());
+    EmitSpan(lines_[0].data() + x0, lines_[1].data() + x0, lines_[2].data() + x0, x1 - x0, o);
+    return;
+  }
+  auto piece = [&](int a, int b) {
+    if (a >= b) return;
+    const int b0 = a >> 2, b1 = (b + 3) >> 2;
+    LumaSpan(luma, yy, b0, b1 - b0, lines_[0].data() + 4 * b0);
+    for (int c = 1; c < 3; ++c) {
+      const int32_t* ha = subA_ + size_t(c - 1) * size_t(cw);
+      const int32_t* hb = subB_ ? subB_ + size_t(c - 1) * size_t(cw) : ha;
+      auto h = [&](int i) { return subB_ ? (ha[i] + hb[i] + 1) >> 1 : ha[i]; };
+      int32_t* f = lines_[size_t(c)].data();
+      for (int x = a; x < b; ++x) {
+        const int i = x >> 1;
+        f[x] = !(x & 1) ? h(i) : x == pw_ - 1 ? h(cw - 1) : (h(i) + h(i + 1) + 1) >> 1;
+      }
+    }
+    EmitSpan(lines_[0].data() + a, lines_[1].data() + a, lines_[2].data() + a, b - a, o + 3 * size_t(a - x0));
+  };
+  piece(x0, f0);
+  piece(f1, x1);
 }
 
 // Padded rows py0..py1 of grey and 4:4:4 (those inside the image) to
 // output samples.
 void Decoder::Convert(int py0, int py1) {
   const int first = std::max(py0, int(h_.extraTop)), last = std::min(py1, int(h_.extraTop) + out_->height);
-  for (int py = first; py < last; ++py) {
+  for (int py = first; py < last;) {
+    if ((py & 3) == 0 && py + 4 <= last && ConvertGroup(py)) {
+      py += 4;
+      continue;
+    }
     for (int c = 0; c < h_.channels; ++c) LumaLine(Row(c, py >> 4), py & 15, lines_[size_t(c)].data());
     Emit(py);
+    ++py;
+  }
+}
+
+// Padded rows py..py+3 (one block row, all inside the image) of grey and
+// 4:4:4 to the output, a span of kGroupBlocks blocks at a time: each
+// block's cache line is read once for its four rows, and the span's lines
+// stay in L1 between their making and their conversion.  false (and
+// nothing written) when the sink's strip has no room for all four.
+bool Decoder::ConvertGroup(int py) {
+  Picture* out = out_;
+  const size_t rowLen = size_t(out->width) * size_t(h_.channels);
+  const int row0 = py - int(h_.extraTop);
+  if (!strip_.empty()) {
+    ZeroRowsTo(row0, rowLen);
+    if (stripRows_ + 4 > kStripRows) return false;
+    GroupAs(py, strip_.data() + rowLen * size_t(stripRows_), rowLen);
+    nextRow_ += 4;
+    stripRows_ += 4;
+    if (stripRows_ == kStripRows) Pass();
+  } else if (!out->bytes.empty()) {
+    GroupAs(py, out->bytes.data() + rowLen * size_t(row0), rowLen);
+  } else {
+    GroupAs(py, out->samples.data() + rowLen * size_t(row0), rowLen);
+  }
+  return true;
+}
+
+template <class T>
+void Decoder::GroupAs(int py, T* o, size_t rowLen) {
+  const int x0 = int(h_.extraLeft), x1 = x0 + out_->width, nc = h_.channels;
+  constexpr int kSpan = 4 * kGroupBlocks;
+  int32_t* g = group_.data();  // line of row k, channel c at g + kSpan * (3 k + c)
+  const int32_t* rows[3] = {};
+  for (int c = 0; c < nc; ++c) rows[c] = Row(c, py >> 4);
+  const int end = (x1 + 3) >> 2;  // blocks holding image columns: x0 >> 2 .. end - 1
+  for (int b0 = x0 >> 2; b0 < end; b0 += kGroupBlocks) {
+    const int n = std::min(kGroupBlocks, end - b0);
+    const int px0 = std::max(4 * b0, x0), px1 = std::min(4 * (b0 + n), x1);
+    int f0 = px0, f1 = px0;  // columns f0..f1 - 1 done straight from the layout
+    if constexpr (std::is_same_v<T, uint8_t>) {
+      static const bool avx2 = __builtin_cpu_supports("avx2");
+      if (avx2 && h_.outDepth != 2) {
+        f0 = (px0 + 3) & ~3;
+        const int n16 = (px1 - f0) / 16;
+        const ptrdiff_t in = 16 * ((py & 15) >> 2) + 64 * ptrdiff_t(f0 >> 2);
+        const int shift = h_.scaled ? 3 : 0;
+        const int32_t bias = h_.scaled ? (128 << 3) + 3 : 128;
+        const bool done = n16 > 0 && (nc == 3 ? ColourGroupAvx2(rows[0] + in, rows[1] + in, rows[2] + in, n16, bias,
+                                                                shift, o + size_t(f0 - x0) * 3, rowLen)
+                                              : GreyGroupAvx2(rows[0] + in, n16, bias, shift, o + size_t(f0 - x0), rowLen));
+        if (done) {
+          f1 = f0 + 16 * n16;
+        } else {
+          f0 = f1 = px0;
+        }
+      }
+    }
+    if (f0 == px0 && f1 == px1) continue;
+    for (int k = 0; k < 4; ++k) {
+      for (int c = 0; c < nc; ++c) LumaSpan(rows[c], (py & 15) + k, b0, n, g + kSpan * (3 * k + c));
+    }
+    for (int k = 0; k < 4; ++k) {
+      const int32_t* l = g + kSpan * 3 * k;
+      T* to = o + rowLen * size_t(k);
+      auto emit = [&](int a, int b) {
+        if (a < b) EmitSpan(l + (a - 4 * b0), l + kSpan + (a - 4 * b0), l + 2 * kSpan + (a - 4 * b0), b - a,
+                            to + size_t(a - x0) * size_t(nc));
+      };
+      emit(px0, f0);
+      emit(f1, px1);
+    }
   }
 }
 
@@ -1325,8 +1666,17 @@ void Decoder::Emit(int py) {
 
 template <class T>
 void Decoder::EmitAs(T* o) {
-  Picture* out = out_;
-  const int w = out->width, x0 = int(h_.extraLeft);
+  if (sub_) {
+    SubRowAs(o);
+    return;
+  }
+  const int x0 = int(h_.extraLeft);
+  EmitSpan(lines_[0].data() + x0, lines_[1].data() + x0, lines_[2].data() + x0, out_->width, o);
+}
+
+// w samples of each channel's line (ly, lu, lv) to output samples.
+template <class T>
+void Decoder::EmitSpan(const int32_t* ly, const int32_t* lu, const int32_t* lv, int w, T* o) {
   const bool wide = h_.outDepth == 2;
   const int shift = h_.scaled ? 3 : 0;
   const int32_t mid = wide ? 32768 : 128, top = wide ? 65535 : 255;
@@ -1335,8 +1685,8 @@ void Decoder::EmitAs(T* o) {
   const int nc = colour ? 3 : 1;
   constexpr int32_t kSafe = int32_t(1) << 28;
   bool outside = false;
-  for (int c = 0; c < nc; ++c) outside |= AnyOutside(lines_[size_t(c)].data() + x0, w, uint32_t(kSafe));
-  const int32_t* ly = lines_[0].data() + x0;
+  const int32_t* const lines[3] = {ly, lu, lv};
+  for (int c = 0; c < nc; ++c) outside |= AnyOutside(lines[c], w, uint32_t(kSafe));
   if (!colour) {
     if (outside) {
       for (int x = 0; x < w; ++x) {
@@ -1348,8 +1698,6 @@ void Decoder::EmitAs(T* o) {
     GreyRow(ly, w, bias, shift, top, o);
     return;
   }
-  const int32_t* lu = lines_[1].data() + x0;
-  const int32_t* lv = lines_[2].data() + x0;
   if (outside) {
     auto clip = [top](int64_t v) { return T(v < 0 ? 0 : v > top ? top : v); };
     for (int x = 0; x < w; ++x) {
