@@ -184,6 +184,27 @@ inline void Store4(int32_t* p, V4 v) { std::memcpy(p, &v, sizeof(v)); }
 typedef int32_t V8 __attribute__((vector_size(32)));
 typedef uint32_t U8 __attribute__((vector_size(32)));
 
+// One block between the decoder's layout and raster order (element 4 r + c
+// at r, c), one shuffle a half each way.
+inline void LayoutBlockToRaster(const int32_t* from, int32_t* to) {
+  V8 a, c;
+  std::memcpy(&a, from, sizeof(a));
+  std::memcpy(&c, from + 8, sizeof(c));
+  a = __builtin_shufflevector(a, a, 0, 1, 5, 4, 2, 3, 7, 6);
+  c = __builtin_shufflevector(c, c, 2, 3, 7, 6, 0, 1, 5, 4);
+  std::memcpy(to, &a, sizeof(a));
+  std::memcpy(to + 8, &c, sizeof(c));
+}
+inline void RasterBlockToLayout(const int32_t* from, int32_t* to) {
+  V8 a, c;
+  std::memcpy(&a, from, sizeof(a));
+  std::memcpy(&c, from + 8, sizeof(c));
+  a = __builtin_shufflevector(a, a, 0, 1, 4, 5, 3, 2, 7, 6);
+  c = __builtin_shufflevector(c, c, 4, 5, 0, 1, 7, 6, 3, 2);
+  std::memcpy(to, &a, sizeof(a));
+  std::memcpy(to + 8, &c, sizeof(c));
+}
+
 // The photo core transform's inverse on one block, element (r, c) at
 // d[4 r + c]: the same lifting steps, in the same order and with the same
 // 32-bit wrapping (unsigned arithmetic), as rvtiPCTInv_JPEGXR_32s_C1IR, so
@@ -248,25 +269,9 @@ class BlockBatch {
   }
   void Flush() {
     if (n_ == 0) return;
-    for (int i = 0; i < n_; ++i) {
-      V8 a, c;
-      std::memcpy(&a, pending_[i], sizeof(a));
-      std::memcpy(&c, pending_[i] + 8, sizeof(c));
-      a = __builtin_shufflevector(a, a, 0, 1, 5, 4, 2, 3, 7, 6);
-      c = __builtin_shufflevector(c, c, 2, 3, 7, 6, 0, 1, 5, 4);
-      std::memcpy(buf_ + 16 * i, &a, sizeof(a));
-      std::memcpy(buf_ + 16 * i + 8, &c, sizeof(c));
-    }
+    for (int i = 0; i < n_; ++i) LayoutBlockToRaster(pending_[i], buf_ + 16 * i);
     rvtiPCTInvBlocks_JPEGXR_32s_C1I(buf_, n_);
-    for (int i = 0; i < n_; ++i) {
-      V8 a, c;
-      std::memcpy(&a, buf_ + 16 * i, sizeof(a));
-      std::memcpy(&c, buf_ + 16 * i + 8, sizeof(c));
-      a = __builtin_shufflevector(a, a, 0, 1, 4, 5, 3, 2, 7, 6);
-      c = __builtin_shufflevector(c, c, 4, 5, 0, 1, 7, 6, 3, 2);
-      std::memcpy(pending_[i], &a, sizeof(a));
-      std::memcpy(pending_[i] + 8, &c, sizeof(c));
-    }
+    for (int i = 0; i < n_; ++i) RasterBlockToLayout(buf_ + 16 * i, pending_[i]);
     n_ = 0;
   }
 
@@ -542,15 +547,7 @@ void InverseRasterBlocks(int32_t* p, int n) {
 
 RVTJXR_FILTER_CLONED void RasterToLayout(const int32_t* from, int n, int32_t* to) {
   static_assert(kInBlock[0][2] == 5 && kInBlock[1][0] == 2 && kInBlock[2][0] == 10 && kInBlock[3][1] == 9);
-  for (int i = 0; i < n; ++i) {
-    V8 a, c;
-    std::memcpy(&a, from + 16 * i, sizeof(a));
-    std::memcpy(&c, from + 16 * i + 8, sizeof(c));
-    a = __builtin_shufflevector(a, a, 0, 1, 4, 5, 3, 2, 7, 6);
-    c = __builtin_shufflevector(c, c, 4, 5, 0, 1, 7, 6, 3, 2);
-    std::memcpy(to + 16 * i, &a, sizeof(a));
-    std::memcpy(to + 16 * i + 8, &c, sizeof(c));
-  }
+  for (int i = 0; i < n; ++i) RasterBlockToLayout(from + 16 * i, to + 16 * i);
 }
 
 void InverseBlock(int32_t* d) {
