@@ -182,13 +182,15 @@ HWY_INLINE void StoreAlternatingBlocks(V8 lo, V8 hi, uint8_t* p) {
 }
 
 // The low 8 bytes of a 16-byte vector to lo, the high 8 bytes to hi (x86:
-// movq and movhps, no shuffle for the high half).
+// movq and movhps, no shuffle for the high half; the movhps intrinsic, as
+// the pointer may sit at any address: the double-typed one stores through
+// a double lvalue, which needs 8-byte alignment).
 template <class V8>
 HWY_INLINE void StoreHalves(V8 v, uint8_t* lo, uint8_t* hi) {
 #if RVT_RAW_X86
   static_assert(sizeof(v.raw) == 16, "one block");
   _mm_storel_epi64(reinterpret_cast<__m128i*>(lo), v.raw);
-  _mm_storeh_pd(reinterpret_cast<double*>(hi), _mm_castsi128_pd(v.raw));
+  _mm_storeh_pi(reinterpret_cast<__m64*>(hi), _mm_castsi128_ps(v.raw));
 #else
   const hn::DFromV<V8> d;
   const hn::Half<decltype(d)> dh;
