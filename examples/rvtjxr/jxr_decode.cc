@@ -332,10 +332,6 @@ constexpr InterleaveMasks MakeInterleaveMasks() {
 }
 inline constexpr InterleaveMasks kInterleave = MakeInterleaveMasks();
 
-// ColourRowBody for 8-bit samples (top 255) with AVX2, 16 pixels a step:
-// the same arithmetic in 32-bit lanes, clamped by the saturating packs to
-// 16 bits and then to 0..255 (which for any 32-bit value is the clamp to
-// 0..255), interleaved by byte shuffles.  Returns the pixels done.
 #define RVTJXR_AVX2 __attribute__((target("avx2"), always_inline)) inline
 // Eight pixels' R, G, B (shifted, not clamped) from 32-bit lanes.
 RVTJXR_AVX2 void ColourEightOf(__m256i y, __m256i u, __m256i v, __m256i bias, __m128i count, __m256i& r, __m256i& g,
@@ -349,16 +345,31 @@ RVTJXR_AVX2 void ColourEightOf(__m256i y, __m256i u, __m256i v, __m256i bias, __
   g = _mm256_sra_epi32(g, count);
   b = _mm256_sra_epi32(b, count);
 }
-RVTJXR_AVX2 void ColourEight(const int32_t* ly, const int32_t* lu, const int32_t* lv, __m256i bias, __m128i count,
-                             __m256i& r, __m256i& g, __m256i& b) {
-  ColourEightOf(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(ly)),
-                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(lu)),
-                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(lv)), bias, count, r, g, b);
-}
+RVTJXR_AVX2 __m256i Lanes8(const int32_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
 // 16 lanes to 16 clamped bytes, in order.
 RVTJXR_AVX2 __m128i ClampedBytes(__m256i lo, __m256i hi) {
   const __m256i s = _mm256_permute4x64_epi64(_mm256_packs_epi32(lo, hi), 0xD8);
   return _mm_packus_epi16(_mm256_castsi256_si128(s), _mm256_extracti128_si256(s, 1));
+}
+
+// 16 pixels (two 8-lane vectors of each channel) to 48 interleaved bytes.
+RVTJXR_AVX2 void ColourSixteen(__m256i y0, __m256i u0, __m256i v0, __m256i y1, __m256i u1, __m256i v1, __m256i bias,
+                               __m128i count, const __m128i (*mask)[3], uint8_t* o) {
+  __m256i r0, g0, b0, r1, g1, b1;
+  ColourEightOf(y0, u0, v0, bias, count, r0, g0, b0);
+  ColourEightOf(y1, u1, v1, bias, count, r1, g1, b1);
+  const __m128i r = ClampedBytes(r0, r1), g = ClampedBytes(g0, g1), b = ClampedBytes(b0, b1);
+  for (int j = 0; j < 3; ++j) {
+    const __m128i v = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(r, mask[j][0]), _mm_shuffle_epi8(g, mask[j][1])),
+                                   _mm_shuffle_epi8(b, mask[j][2]));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 16 * j), v);
+  }
+}
+// The byte shuffles that interleave R, G and B bytes, as ColourSixteen takes them.
+RVTJXR_AVX2 void LoadInterleave(__m128i (*mask)[3]) {
+  for (int k = 0; k < 3; ++k) {
+    for (int c = 0; c < 3; ++c) mask[k][c] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kInterleave.m[k][c]));
+  }
 }
 
 // ColourRowBody for 8-bit samples (top 255) with AVX2, 16 pixels a step:
@@ -370,20 +381,11 @@ __attribute__((target("avx2"))) int ColourRowAvx2(const int32_t* ly, const int32
   const __m256i vbias = _mm256_set1_epi32(bias);
   const __m128i count = _mm_cvtsi32_si128(shift);
   __m128i mask[3][3];
-  for (int k = 0; k < 3; ++k) {
-    for (int c = 0; c < 3; ++c) mask[k][c] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kInterleave.m[k][c]));
-  }
+  LoadInterleave(mask);
   int x = 0;
   for (; x + 16 <= w; x += 16) {
-    __m256i r0, g0, b0, r1, g1, b1;
-    ColourEight(ly + x, lu + x, lv + x, vbias, count, r0, g0, b0);
-    ColourEight(ly + x + 8, lu + x + 8, lv + x + 8, vbias, count, r1, g1, b1);
-    const __m128i r = ClampedBytes(r0, r1), g = ClampedBytes(g0, g1), b = ClampedBytes(b0, b1);
-    for (int k = 0; k < 3; ++k) {
-      const __m128i v = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(r, mask[k][0]), _mm_shuffle_epi8(g, mask[k][1])),
-                                     _mm_shuffle_epi8(b, mask[k][2]));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 3 * x + 16 * k), v);
-    }
+    ColourSixteen(Lanes8(ly + x), Lanes8(lu + x), Lanes8(lv + x), Lanes8(ly + x + 8), Lanes8(lu + x + 8),
+                  Lanes8(lv + x + 8), vbias, count, mask, o + 3 * x);
   }
   return x;
 }
@@ -402,19 +404,6 @@ RVTJXR_AVX2 void LayoutRowPair(const int32_t* blk, __m256i idx, __m256i& upper, 
   const __m256i b = _mm256_permutevar8x32_epi32(rb, idx);
   upper = _mm256_permute2x128_si256(a, b, 0x20);
   lower = _mm256_permute2x128_si256(a, b, 0x31);
-}
-// 16 pixels (two 8-lane vectors of each channel) to 48 interleaved bytes.
-RVTJXR_AVX2 void ColourSixteen(__m256i y0, __m256i u0, __m256i v0, __m256i y1, __m256i u1, __m256i v1, __m256i bias,
-                               __m128i count, const __m128i (*mask)[3], uint8_t* o) {
-  __m256i r0, g0, b0, r1, g1, b1;
-  ColourEightOf(y0, u0, v0, bias, count, r0, g0, b0);
-  ColourEightOf(y1, u1, v1, bias, count, r1, g1, b1);
-  const __m128i r = ClampedBytes(r0, r1), g = ClampedBytes(g0, g1), b = ClampedBytes(b0, b1);
-  for (int j = 0; j < 3; ++j) {
-    const __m128i v = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(r, mask[j][0]), _mm_shuffle_epi8(g, mask[j][1])),
-                                   _mm_shuffle_epi8(b, mask[j][2]));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 16 * j), v);
-  }
 }
 
 // Whether lane-wise smallest and largest samples lo and hi lie within
@@ -438,9 +427,7 @@ __attribute__((target("avx2"))) bool ColourGroupAvx2(const int32_t* ly, const in
   const __m256i vbias = _mm256_set1_epi32(bias);
   const __m128i count = _mm_cvtsi32_si128(shift);
   __m128i mask[3][3];
-  for (int k = 0; k < 3; ++k) {
-    for (int c = 0; c < 3; ++c) mask[k][c] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kInterleave.m[k][c]));
-  }
+  LoadInterleave(mask);
   // rows 0 and 3 lie at places 0, 1, 5, 4 of their half, rows 1 and 2 at 2, 3, 7, 6
   for (int half = 0; half < 2; ++half) {
     const __m256i idx = half == 0 ? _mm256_setr_epi32(0, 1, 5, 4, 2, 3, 7, 6) : _mm256_setr_epi32(2, 3, 7, 6, 0, 1, 5, 4);
@@ -532,9 +519,7 @@ __attribute__((target("avx2"))) bool SubColourAvx2(const int32_t* m, bool outer,
   const __m256i vbias = _mm256_set1_epi32(bias), one = _mm256_set1_epi32(1);
   const __m128i count = _mm_cvtsi32_si128(shift);
   __m128i mask[3][3];
-  for (int k = 0; k < 3; ++k) {
-    for (int c = 0; c < 3; ++c) mask[k][c] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kInterleave.m[k][c]));
-  }
+  LoadInterleave(mask);
   __m256i lo = _mm256_setzero_si256(), hi = lo;
   for (int s = 0; s < n16; ++s) {
     __m256i in[6];
