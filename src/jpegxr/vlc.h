@@ -1432,8 +1432,7 @@ inline RvtResult EncodeLP(W& w, State& s, const int32_t* coef) {
 inline int HpBlockAt(const State& s, int ch, int i) { return HpBlocks(s, ch) == 16 ? kHpBlockOrder[i] : i; }
 
 template <class R, class F>
-__attribute__((always_inline)) inline RvtResult DecodeHPOn(R& r, F& f, int trim, int scan, const int32_t* cbp,
-                                                          State& s, int32_t* coef) {
+inline RvtResult DecodeHPOn(R& r, F& f, int trim, int scan, const int32_t* cbp, State& s, int32_t* coef) {
   int32_t lm[2] = {0, 0};
   int32_t val[16];
   const int sc = 1 + scan;
@@ -1444,38 +1443,8 @@ __attribute__((always_inline)) inline RvtResult DecodeHPOn(R& r, F& f, int trim,
     for (int i = 0; i < nb; ++i) {
       const int b = nb == 16 ? kHpBlockOrder[i] : i;
       int32_t* blk = coef + 256 * ch + 16 * b;
-      if constexpr (std::is_same_v<F, FastReader>) {
-        // no coded part: the refinement writes every coefficient
-        if (!((pattern >> b) & 1) && bits > trim) {
-          RefineBlock<false>(f, blk, bits, trim);
-          continue;
-        }
-      }
       for (int k = 1; k < 16; ++k) blk[k] = 0;
-      if constexpr (std::is_same_v<R, FastReader>) {
-        // coefficients land in the block as they come; a count moves only
-        // entries at or before its own position, so each position still
-        // maps through the order the block started with
-        if ((pattern >> b) & 1) {
-          const uint8_t* order = s.order[sc];
-          int32_t* total = s.total[sc];
-          const int cnt = DecodeBlockOn(r, s, kHpFirst, ch > 0, 1, [&](int p, int32_t v) {
-            blk[order[p]] = v;
-            // (the DC's total is held above any other: no test of p)
-            ++total[p];
-            if (total[p] > total[p - 1]) {
-              const int32_t tt = total[p];
-              total[p] = total[p - 1];
-              total[p - 1] = tt;
-              const uint8_t oo = s.order[sc][p];
-              s.order[sc][p] = s.order[sc][p - 1];
-              s.order[sc][p - 1] = oo;
-            }
-          });
-          if (cnt < 0) return RvtResult(cnt);
-          lm[ch > 0] += cnt;
-        }
-      } else if ((pattern >> b) & 1) {
+      if ((pattern >> b) & 1) {
         std::memset(val, 0, sizeof(val));
         const int cnt = DecodeBlock(r, s, kHpFirst, ch > 0, 1, val);
         if (cnt < 0) return RvtResult(cnt);
@@ -1487,12 +1456,6 @@ __attribute__((always_inline)) inline RvtResult DecodeHPOn(R& r, F& f, int trim,
         }
       }
       if (bits > 0) {  // trimmed bits still scale the coded part
-        if constexpr (std::is_same_v<F, FastReader>) {
-          if (bits > trim) {
-            RefineBlock(f, blk, bits, trim);
-            continue;
-          }
-        }
         for (int k = 1; k < 16; ++k) blk[kLowpassRefine[k]] = Refine(f, blk[kLowpassRefine[k]], bits, trim);
       }
     }
@@ -1501,31 +1464,238 @@ __attribute__((always_inline)) inline RvtResult DecodeHPOn(R& r, F& f, int trim,
   return (r.Short() || f.Short()) ? rvtStatusOutOfBuffer : rvtStatusOk;
 }
 
+// Runs of a block with fewer than 5 places left (the longest run 1..4: up
+// to that less one zeros ended by a one, the longest run without its one)
+// as entries of the run table, so that every run is one look-up in a row
+// picked by the places left.
+struct ShortRunLut {
+  uint16_t e[5][256];
+};
+constexpr ShortRunLut MakeShortRunLut() {
+  ShortRunLut l{};
+  for (int m = 1; m < 5; ++m) {
+    for (int v = 0; v < 256; ++v) {
+      int z = 0;
+      while (z < 8 && !((v << z) & 0x80)) ++z;
+      const int run = z < m - 1 ? z + 1 : m, taken = z < m - 1 ? z + 1 : m - 1;
+      l.e[m][v] = uint16_t(run | taken << 8);
+    }
+  }
+  return l;
+}
+inline constexpr ShortRunLut kShortRuns = MakeShortRunLut();
+
+// The HP slots as the fast decoder holds them for a macroblock: the tables
+// never change within it, so each code's look-up row is picked once; the
+// discriminant steps are summed apart and added once; the scan's order and
+// totals are copies (the coefficient stores cannot reach them).  Slots by
+// their place after kHpFirst: first index (0 lum, 3 chroma), index (1, 4,
+// plus the continuation), level (6 plus the continuation).
+struct HpRows {
+  const uint32_t* first[2];  // kIndex12 rows by chroma
+  const uint32_t* pair[4];   // kPair6 rows by 2 chroma + continuation
+  const uint32_t* index[4];  // kIndex6 rows, the same way
+  const uint32_t* level[2];  // kLevels rows by continuation
+  const uint16_t* run[16];   // run rows by the longest run 1..14
+  uint32_t lo[8], hi[8];     // the steps of the lower and upper discriminants
+  int32_t total[16];
+  uint8_t order[16];
+};
+
+inline void LoadHpRows(HpRows& h, const State& s, int sc) {
+  for (int c = 0; c < 2; ++c) {
+    const int base = kHpFirst + 3 * c;
+    h.first[c] = kIndex12.e[s.table[base]];
+    for (int k = 0; k < 2; ++k) {
+      h.pair[2 * c + k] = kPair6.e[s.table[base + 1 + k]];
+      h.index[2 * c + k] = kIndex6.e[s.table[base + 1 + k]];
+    }
+  }
+  for (int k = 0; k < 2; ++k) h.level[k] = kLevels.e[s.table[int(kHpFirst) + kLevel + k]];
+  h.run[0] = h.run[15] = kShortRuns.e[0];  // (never looked up)
+  for (int m = 1; m < 5; ++m) h.run[m] = kShortRuns.e[m];
+  for (int m = 5; m < 15; ++m) h.run[m] = kRuns.e[s.table[kRun]][RunBin(m)];
+  for (int k = 0; k < 8; ++k) h.lo[k] = h.hi[k] = 0;
+  std::memcpy(h.total, s.total[sc], sizeof h.total);
+  std::memcpy(h.order, s.order[sc], sizeof h.order);
+  // The DC's total (never counted nor compared: the scans start at 1) is
+  // held at its largest, so a count at position 1 never passes it.
+  h.total[0] = INT32_MAX;
+}
+
+inline void StoreHpRows(const HpRows& h, State& s, int sc) {
+  for (int k = 0; k < 8; ++k) {
+    s.disc[kHpFirst + k] = int32_t(uint32_t(s.disc[kHpFirst + k]) + h.lo[k]);
+    s.disc1[kHpFirst + k] = int32_t(uint32_t(s.disc1[kHpFirst + k]) + h.hi[k]);
+  }
+  std::memcpy(&s.total[sc][1], &h.total[1], 15 * sizeof(int32_t));
+  std::memcpy(s.order[sc], h.order, sizeof h.order);
+}
+
+// DecodeBlock of an HP block (first position 1) for the fast reader on the
+// rows above, each coefficient put in the block through the scan as it
+// comes (a count moves only entries at or before its own position, so each
+// position still maps through the order the block started with).
+__attribute__((always_inline)) inline int DecodeHpBlock(FastReader& r, HpRows& h, int c, int32_t* blk) {
+  int count = 0;
+  auto put = [&](int p, int32_t v) {
+    blk[h.order[p]] = v;
+    ++count;
+    const int32_t t = ++h.total[p];
+    if (t > h.total[p - 1]) {
+      h.total[p] = h.total[p - 1];
+      h.total[p - 1] = t;
+      const uint8_t o = h.order[p];
+      h.order[p] = h.order[p - 1];
+      h.order[p - 1] = o;
+    }
+  };
+  auto level = [&](int cont) -> uint32_t {
+    const uint32_t& e = h.level[cont][r.Window() >> 56];
+    r.pos += TakenBits(e);
+    h.lo[kLevel + cont] += uint32_t(int32_t(int8_t(e >> 16)));
+    if (e & 0xFF) return e & 0xFF;
+    return LevelEscape(r);
+  };
+  auto run = [&](int maxRun) -> int {
+    const uint16_t& e = h.run[maxRun][r.Window() >> 56];
+    r.pos += TakenBits(e);
+    return e & 0xFF;
+  };
+  const int idx = 1 + 3 * c, fst = 3 * c;
+  int sym, cont, loc = 1;
+  uint32_t neg;
+  {
+    const uint32_t& e = h.first[c][r.Window() >> (64 - 9)];
+    r.pos += TakenBits(e);
+    h.lo[fst] += uint32_t(int32_t(int8_t(e >> 16)));
+    h.hi[fst] += uint32_t(int32_t(int8_t(e >> 24)));
+    neg = (e >> 4) & 1u;
+    sym = int(e & 15u);
+    const int srn = sym >> 2;
+    cont = (sym & 1) && srn == 1;
+    const uint32_t mag = (sym & 2) ? level(cont) : 1u;
+    if (!(sym & 1)) loc += run(14);  // (a run of at most 14: within the block)
+    put(loc, int32_t(neg ? 0u - mag : mag));
+    ++loc;
+    if (srn == 0) return count;
+    if (srn == 2) {
+      if (loc > 14) return rvtStatusErr;
+      loc += run(15 - loc);
+      if (loc > 15) return rvtStatusErr;
+    } else if (loc > 15) {
+      return rvtStatusErr;
+    }
+  }
+  for (;;) {
+    // `loc` is the next coefficient's position; its index follows.
+    const int after = loc + 1;
+    const int slot = idx + cont;
+    if (after < 14) {
+      // a lone 1 right before its successor comes with the successor's
+      // index, which is then still a table one (its position below 14)
+      const uint32_t& e = h.pair[2 * c + cont][r.Window() >> (64 - kPairBits)];
+      r.pos += TakenBits(e);
+      h.lo[slot] += uint32_t(int32_t(int8_t(e >> 16)));
+      h.hi[slot] += uint32_t(int32_t(int8_t(e >> 24)));
+      sym = int(e & 15u);
+      neg = (e >> 4) & 1u;
+      if (e & 32u) {
+        put(loc, (e & 64u) ? -1 : 1);
+        ++loc;
+      }
+    } else if (after == 14) {
+      const uint32_t& e = h.index[2 * c + cont][r.Window() >> (64 - 6)];
+      r.pos += TakenBits(e);
+      h.lo[slot] += uint32_t(int32_t(int8_t(e >> 16)));
+      h.hi[slot] += uint32_t(int32_t(int8_t(e >> 24)));
+      sym = int(e & 15u);
+      neg = (e >> 4) & 1u;
+    } else {
+      if (after == 15) {
+        if (!r.Bit()) sym = 0;
+        else if (!r.Bit()) sym = 2;
+        else sym = 1 + 2 * int(r.Bit());
+      } else {
+        sym = int(r.Bit());
+      }
+      neg = r.Bit();
+    }
+    const int srn = sym >> 1;
+    cont &= int(srn == 1);
+    const uint32_t mag = (sym & 1) ? level(cont) : 1u;
+    put(loc, int32_t(neg ? 0u - mag : mag));
+    ++loc;
+    if (srn == 0) return count;
+    if (srn == 2) {
+      if (loc > 14) return rvtStatusErr;
+      loc += run(15 - loc);
+      if (loc > 15) return rvtStatusErr;
+    } else if (loc > 15) {
+      return rvtStatusErr;
+    }
+  }
+}
+
+// DecodeHPOn for the fast readers (`f` may be `r`): the rows above, blocks
+// without a coded part left to the refinement, which then writes every
+// coefficient.
+template <class F>
+__attribute__((always_inline)) inline RvtResult DecodeHPFast(FastReader& r, F& f, int trim, int scan,
+                                                            const int32_t* cbp, State& s, int32_t* coef) {
+  int32_t lm[2] = {0, 0};
+  const int sc = 1 + scan;
+  HpRows h;
+  LoadHpRows(h, s, sc);
+  for (int ch = 0; ch < s.channels; ++ch) {
+    const int c = ch > 0;
+    const int bits = s.modelBits[kHP][c];
+    const int nb = HpBlocks(s, ch);
+    const int32_t pattern = cbp[ch];
+    for (int i = 0; i < nb; ++i) {
+      const int b = nb == 16 ? kHpBlockOrder[i] : i;
+      int32_t* blk = coef + 256 * ch + 16 * b;
+      if (!((pattern >> b) & 1) && bits > trim) {
+        RefineBlock<false>(f, blk, bits, trim);
+        continue;
+      }
+      for (int k = 1; k < 16; ++k) blk[k] = 0;
+      if ((pattern >> b) & 1) {
+        const int cnt = DecodeHpBlock(r, h, c, blk);
+        if (cnt < 0) return RvtResult(cnt);
+        lm[c] += cnt;
+      }
+      if (bits > 0) {  // trimmed bits still scale the coded part
+        if (bits > trim) {
+          RefineBlock(f, blk, bits, trim);
+          continue;
+        }
+        for (int k = 1; k < 16; ++k) blk[kLowpassRefine[k]] = Refine(f, blk[kLowpassRefine[k]], bits, trim);
+      }
+    }
+  }
+  StoreHpRows(h, s, sc);
+  UpdateModel(s, kHP, lm[0], lm[1]);
+  return (r.Short() || f.Short()) ? rvtStatusOutOfBuffer : rvtStatusOk;
+}
+
 // The fast readers work on copies for the whole macroblock, their fields
 // in registers rather than behind the caller's references (one copy when
 // the flexbits share the coded parts' reader).
-// The DC's total of the scan (never counted nor compared: the scans start
-// at 1) is held at its largest while the fast reader decodes, so a count
-// at position 1 never passes it and CountScan's test of the position
-// drops out; it is put back after.
 template <class R, class F>
 inline RvtResult DecodeHP(R& r, F& f, int trim, int scan, const int32_t* cbp, State& s, int32_t* coef) {
   if constexpr (std::is_same_v<R, FastReader> && std::is_same_v<F, FastReader>) {
-    int32_t& dcTotal = s.total[1 + scan][0];
-    const int32_t keep = dcTotal;
-    dcTotal = INT32_MAX;
     FastReader lr = r;
     RvtResult status;
     if (&f == &r) {
-      status = DecodeHPOn(lr, lr, trim, scan, cbp, s, coef);
+      status = DecodeHPFast(lr, lr, trim, scan, cbp, s, coef);
       r = lr;
     } else {
       FastReader lf = f;
-      status = DecodeHPOn(lr, lf, trim, scan, cbp, s, coef);
+      status = DecodeHPFast(lr, lf, trim, scan, cbp, s, coef);
       r = lr;
       f = lf;
     }
-    dcTotal = keep;
     return status;
   } else {
     return DecodeHPOn(r, f, trim, scan, cbp, s, coef);
