@@ -1210,19 +1210,21 @@ __attribute__((always_inline)) inline void RefineField(uint64_t w, int& used, in
   used += n;
   if constexpr (!kCoded) {  // no test to mispredict: the sign bit read, kept when the field is not 0
     const uint32_t some = ref != 0;
-    const uint32_t neg = uint32_t((w << used) >> 63) & some;
+    const uint32_t minus = 0u - (uint32_t((w << used) >> 63) & some);
     used += int(some);
-    c = int32_t(neg ? 0u - ref : ref);
+    c = int32_t((ref ^ minus) - minus);
     return;
   }
-  if (q != 0) {
-    const uint32_t m = (Mag(q) << bits) | ref;
-    c = int32_t(q < 0 ? 0u - m : m);
-  } else if (ref != 0) {
-    const bool neg = ((w << used) >> 63) != 0;
-    ++used;
-    c = int32_t(neg ? 0u - ref : ref);
-  }
+  // a coded part (then m its magnitude scaled, the field below) or, when
+  // it is 0, the field alone with the sign that follows it unless the field
+  // is 0 too: selected, not branched on (whether a part is 0 is the data's
+  // coin toss)
+  const uint32_t sign = uint32_t(q == 0) & uint32_t(ref != 0);
+  const uint32_t neg = uint32_t((w << used) >> 63) & sign;
+  used += int(sign);
+  const uint32_t m = (Mag(q) << bits) | ref;
+  const uint32_t minus = uint32_t(q >> 31) | (0u - neg);  // (all ones: negate)
+  c = int32_t((m ^ minus) - minus);
 }
 // The 57 bits or more from bit `pos`, most significant first (8 bytes there).
 __attribute__((always_inline)) inline uint64_t RefineLoad(const uint8_t* p, int64_t pos) {
@@ -1535,14 +1537,54 @@ inline void StoreHpRows(const HpRows& h, State& s, int sc) {
 // DecodeBlock of an HP block (first position 1) for the fast reader on the
 // rows above, each coefficient put in the block through the scan as it
 // comes (a count moves only entries at or before its own position, so each
-// position still maps through the order the block started with).
+// position still maps through the order the block started with).  A
+// coefficient's codes (the run before it, its index and sign, its level)
+// take at most 26 bits: one window serves them all, each code taken by a
+// shift of the window in a register.  Whether a level or a run comes
+// is the data's coin toss: both are looked up always and taken or not by
+// masks, no branch to mispredict (nor for a lone 1 the pair look-up brings).
 __attribute__((always_inline)) inline int DecodeHpBlock(FastReader& r, HpRows& h, int c, int32_t* blk) {
   int count = 0;
-  auto put = [&](int p, int32_t v) {
-    blk[h.order[p]] = v;
-    ++count;
-    const int32_t t = ++h.total[p];
-    if (t > h.total[p - 1]) {
+  uint64_t w;
+  auto take = [&](uint32_t n) {
+    w <<= n;
+    r.pos += n;
+  };
+  // A coefficient's window, loaded afresh (57 bits or more) rather than
+  // when the last one runs short: whether it does is the data's coin toss.
+  const int64_t bytes = r.end >> 3;
+  auto fresh = [&] {
+    const int64_t at = r.pos >> 3;
+    if (at + 8 <= bytes) {
+      w = RefineLoad(r.p, r.pos);
+    } else {
+      w = r.Window();
+    }
+  };
+  // The level when `some` (all ones) or 1 (zero): an escaped level reads on
+  // through the reader, then a new window.
+  auto level = [&](int cont, uint32_t some) -> uint32_t {
+    const uint32_t& e = h.level[cont][w >> 56];
+    take(TakenBits(e) & some);
+    h.lo[kLevel + cont] += uint32_t(int32_t(int8_t(e >> 16))) & some;
+    const uint32_t mag = (e & 0xFF & some) | (1u & ~some);
+    if (mag != 0) return mag;
+    const uint32_t big = LevelEscape(r);
+    w = r.Window();
+    return big;
+  };
+  // The run (0 when not `some`) of at most maxRun (0..14).
+  auto run = [&](int maxRun, uint32_t some) -> int {
+    const uint16_t& e = h.run[maxRun][w >> 56];
+    take(TakenBits(e) & some);
+    return int(e & 0xFF & some);
+  };
+  // (the total's test comes last: mostly false, and never true without `one`)
+  auto count1 = [&](int p, uint32_t one) {
+    count += int(one);
+    const int32_t t = h.total[p] + int32_t(one);
+    h.total[p] = t;
+    if (one & uint32_t(t > h.total[p - 1])) {
       h.total[p] = h.total[p - 1];
       h.total[p - 1] = t;
       const uint8_t o = h.order[p];
@@ -1550,90 +1592,83 @@ __attribute__((always_inline)) inline int DecodeHpBlock(FastReader& r, HpRows& h
       h.order[p - 1] = o;
     }
   };
-  auto level = [&](int cont) -> uint32_t {
-    const uint32_t& e = h.level[cont][r.Window() >> 56];
-    r.pos += TakenBits(e);
-    h.lo[kLevel + cont] += uint32_t(int32_t(int8_t(e >> 16)));
-    if (e & 0xFF) return e & 0xFF;
-    return LevelEscape(r);
-  };
-  auto run = [&](int maxRun) -> int {
-    const uint16_t& e = h.run[maxRun][r.Window() >> 56];
-    r.pos += TakenBits(e);
-    return e & 0xFF;
-  };
   const int idx = 1 + 3 * c, fst = 3 * c;
-  int sym, cont, loc = 1;
-  uint32_t neg;
+  int cont, loc = 1;
+  uint32_t more;  // whether a run comes before the next coefficient's index
   {
-    const uint32_t& e = h.first[c][r.Window() >> (64 - 9)];
-    r.pos += TakenBits(e);
+    fresh();
+    const uint32_t& e = h.first[c][w >> (64 - 9)];
+    take(TakenBits(e));
     h.lo[fst] += uint32_t(int32_t(int8_t(e >> 16)));
     h.hi[fst] += uint32_t(int32_t(int8_t(e >> 24)));
-    neg = (e >> 4) & 1u;
-    sym = int(e & 15u);
+    const uint32_t neg = (e >> 4) & 1u;
+    const int sym = int(e & 15u);
     const int srn = sym >> 2;
     cont = (sym & 1) && srn == 1;
-    const uint32_t mag = (sym & 2) ? level(cont) : 1u;
-    if (!(sym & 1)) loc += run(14);  // (a run of at most 14: within the block)
-    put(loc, int32_t(neg ? 0u - mag : mag));
+    const uint32_t mag = level(cont, 0u - ((e >> 1) & 1u));
+    loc += run(14, (e & 1u) - 1u);  // (a run of at most 14: within the block)
+    blk[h.order[loc]] = int32_t(neg ? 0u - mag : mag);
+    count1(loc, 1);
     ++loc;
     if (srn == 0) return count;
-    if (srn == 2) {
-      if (loc > 14) return rvtStatusErr;
-      loc += run(15 - loc);
-      if (loc > 15) return rvtStatusErr;
-    } else if (loc > 15) {
-      return rvtStatusErr;
-    }
+    more = srn == 2;
+    if (loc + int(more) > 15) return rvtStatusErr;
   }
   for (;;) {
-    // `loc` is the next coefficient's position; its index follows.
+    fresh();
+    loc += run(15 - loc, 0u - more);
+    if (loc > 15) return rvtStatusErr;  // a run longer than the block allows
+    // `loc` is now the next coefficient's position; its index follows.
     const int after = loc + 1;
     const int slot = idx + cont;
+    int sym;
+    uint32_t neg;
     if (after < 14) {
       // a lone 1 right before its successor comes with the successor's
-      // index, which is then still a table one (its position below 14)
-      const uint32_t& e = h.pair[2 * c + cont][r.Window() >> (64 - kPairBits)];
-      r.pos += TakenBits(e);
+      // index, which is then still a table one (its position below 14); the
+      // lone 1's store, when there is none, is the successor's to overwrite
+      const uint32_t& e = h.pair[2 * c + cont][w >> (64 - kPairBits)];
+      take(TakenBits(e));
       h.lo[slot] += uint32_t(int32_t(int8_t(e >> 16)));
       h.hi[slot] += uint32_t(int32_t(int8_t(e >> 24)));
       sym = int(e & 15u);
       neg = (e >> 4) & 1u;
-      if (e & 32u) {
-        put(loc, (e & 64u) ? -1 : 1);
-        ++loc;
-      }
+      const uint32_t lone = (e >> 5) & 1u;
+      blk[h.order[loc]] = (e & 64u) ? -1 : 1;
+      count1(loc, lone);
+      loc += int(lone);
     } else if (after == 14) {
-      const uint32_t& e = h.index[2 * c + cont][r.Window() >> (64 - 6)];
-      r.pos += TakenBits(e);
+      const uint32_t& e = h.index[2 * c + cont][w >> (64 - 6)];
+      take(TakenBits(e));
       h.lo[slot] += uint32_t(int32_t(int8_t(e >> 16)));
       h.hi[slot] += uint32_t(int32_t(int8_t(e >> 24)));
       sym = int(e & 15u);
       neg = (e >> 4) & 1u;
     } else {
+      // fixed codes: after 15 positions 0, 10, 110, 111 (symbols 0, 2, 1,
+      // 3), after 16 one bit; then the sign
+      const uint32_t top = uint32_t(w >> 61);
+      uint32_t n;
       if (after == 15) {
-        if (!r.Bit()) sym = 0;
-        else if (!r.Bit()) sym = 2;
-        else sym = 1 + 2 * int(r.Bit());
+        sym = top < 4 ? 0 : top < 6 ? 2 : top == 6 ? 1 : 3;
+        n = top < 4 ? 1 : top < 6 ? 2 : 3;
       } else {
-        sym = int(r.Bit());
+        sym = int(top >> 2);
+        n = 1;
       }
-      neg = r.Bit();
+      take(n);
+      neg = uint32_t(w >> 63);
+      take(1);
     }
     const int srn = sym >> 1;
     cont &= int(srn == 1);
-    const uint32_t mag = (sym & 1) ? level(cont) : 1u;
-    put(loc, int32_t(neg ? 0u - mag : mag));
+    const uint32_t mag = level(cont, 0u - uint32_t(sym & 1));
+    blk[h.order[loc]] = int32_t(neg ? 0u - mag : mag);
+    count1(loc, 1);
     ++loc;
     if (srn == 0) return count;
-    if (srn == 2) {
-      if (loc > 14) return rvtStatusErr;
-      loc += run(15 - loc);
-      if (loc > 15) return rvtStatusErr;
-    } else if (loc > 15) {
-      return rvtStatusErr;
-    }
+    more = srn == 2;
+    if (loc + int(more) > 15) return rvtStatusErr;
   }
 }
 
