@@ -1461,6 +1461,71 @@ TEST(JpegXrVlc, StretchesOfOnesDecodeAnywhereInTheBlock) {
   }
 }
 
+// HP macroblocks of every kind of block (sparse to full, levels up to the
+// escapes, refinement bits) that end at the end of their buffer, and the
+// same cut short by one byte: the fast reader takes a coefficient's codes
+// from a fresh load while 8 bytes remain and from the careful window after
+// that, so the last codes of a stream come through both; both readers
+// agree on status, positions, coefficients and context, and a whole
+// stream gives back what was coded.
+TEST(JpegXrVlc, HpMacroblocksEndingAtTheBufferEnd) {
+  test::Rng rng(67);
+  for (int t = 0; t < 300; ++t) {
+    const Format f = kFormats[rng.Uniform(0, 6)];
+    std::vector<uint8_t> enc = NewState(f.format, f.channels);
+    State& s = *reinterpret_cast<State*>(enc.data());
+    for (auto& b : s.modelBits[vlc::kHP]) b = int32_t(rng.Uniform(0, 3));
+    const State start = s;
+    const int scan = int(rng.Uniform(0, 1)), density = int(rng.Uniform(1, 16));
+    std::vector<int32_t> hp(256 * size_t(f.channels), 0);
+    for (int ch = 0; ch < f.channels; ++ch) {
+      for (int b = 0; b < vlc::HpBlocks(s, ch); ++b) {
+        for (int k = 1; k < 16; ++k) {
+          if (int(rng.Uniform(1, 16)) > density) continue;
+          const uint32_t pick = rng.Uniform(0, 15);
+          const int32_t v = int32_t(pick < 9 ? 1 : pick < 14 ? rng.Uniform(2, 40) : rng.Uniform(18, 1 << 20));
+          hp[256 * size_t(ch) + 16 * size_t(b) + size_t(k)] = rng.Uniform(0, 1) ? -v : v;
+        }
+      }
+    }
+    std::vector<uint8_t> buf(1 << 16, 0);
+    int32_t end = int32_t(rng.Uniform(0, 7));
+    const int32_t from = end;
+    std::vector<int32_t> cbp(16, 0);
+    ASSERT_EQ(rvtiVLCEncodeHP_JPEGXR_32s1u(hp.data(), scan, S(enc), cbp.data(), buf.data(), 1 << 16, &end, nullptr,
+                                           0, nullptr, 0),
+              rvtStatusOk);
+    const int32_t whole = (end + 7) / 8;
+    for (int32_t len : {whole, whole - 1}) {
+      if (len < 1) continue;
+      const std::vector<uint8_t> data(buf.begin(), buf.begin() + len);
+      auto decode = [&](auto reader, std::vector<int32_t>& out, State& st, int32_t& pos) {
+        using R = decltype(reader);
+        int32_t fpos = 0;
+        pos = from;
+        return vlc::DecodeHPEntry<R>(data.data(), len, &pos, nullptr, 0, &fpos, 0, scan, cbp.data(), &st,
+                                     out.data());
+      };
+      std::vector<int32_t> cr(hp.size(), 7), cf(hp.size(), 7);
+      State sr = start, sf = start;
+      int32_t pr = 0, pf = 0;
+      const RvtResult rr = decode(vlc::RefReader{}, cr, sr, pr);
+      ASSERT_EQ(decode(vlc::FastReader{}, cf, sf, pf), rr) << "case " << t << " length " << len;
+      ASSERT_EQ(pf, pr) << "case " << t;
+      ASSERT_EQ(cf, cr) << "case " << t;
+      ASSERT_EQ(std::memcmp(&sf, &sr, sizeof(State)), 0) << "case " << t;
+      if (len == whole) {
+        ASSERT_EQ(rr, rvtStatusOk) << "case " << t;
+        ASSERT_EQ(pr, end) << "case " << t;
+        for (size_t k = 0; k < hp.size(); ++k) {
+          const bool held = k % 16 && int(k % 256 / 16) < vlc::HpBlocks(start, int(k / 256));
+          if (held) ASSERT_EQ(cr[k], hp[k]) << "case " << t << " coefficient " << k;
+        }
+      }
+    }
+  }
+}
+
 // HP macroblocks coded from a context that has moved (model bits over and
 // under the trim), into buffers with bits before the start to keep, with
 // room to spare (the fast run) or barely any (the careful one), flexbits
