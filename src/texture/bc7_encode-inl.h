@@ -3,8 +3,10 @@
 // channel.  Sums are exact integers; the projections take the reference's
 // float operations in its order, and their extremes do not depend on the
 // order; the palette is built in lanes of entries, then each entry is
-// broadcast and its squared distance compared with the best so far, the
-// lower index kept on a tie, exactly as the reference walks the entries.
+// broadcast and its squared distance (exact in floats) keyed with its
+// number, the least key kept, so the lower index wins a tie exactly as
+// the reference walks the entries; a grey window's pairs read the gap
+// table by gathers, one pair at a time.
 #if defined(RVT_TEXTURE_BC7_ENCODE_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef RVT_TEXTURE_BC7_ENCODE_INL_H_
 #undef RVT_TEXTURE_BC7_ENCODE_INL_H_
@@ -163,52 +165,86 @@ HWY_INLINE int NearestSplitLanes(uint32_t split) {
   return 0;
 }
 
+// Distances in float lanes, exact (integers below 2^24), so no 32-bit
+// integer multiply (two operations and a long latency on x86).  A distance
+// below 2^19 leaves the low 5 bits of its float clear: with the entry's
+// number there, the least key (as an integer) is the nearest entry, the
+// lowest number on a tie, as the reference walks them.
 template <int kChans>
 HWY_INLINE uint32_t PaletteChans(const Tile& t, const int v[2][4], int bits, uint32_t mask, uint8_t idx[16]) {
   const hn::ScalableTag<int32_t> d;
+  const hn::ScalableTag<float> df;
   constexpr size_t kMax = 16;
   const size_t N = hn::Lanes(d) < kMax ? hn::Lanes(d) : kMax;
   const int n = 1 << bits;
-  Palette pal;
+  alignas(64) float pal[4][16];
   for (size_t j = 0; j < size_t(n); j += N) {
     const auto w = hn::Load(d, kWeightLanes[bits - 2] + j);
     const auto w0 = hn::Sub(hn::Set(d, 64), w);
     for (int c = 0; c < 4; ++c) {
       if (!(kChans >> c & 1)) continue;
       const auto e = hn::Add(hn::Add(hn::Mul(w0, hn::Set(d, v[0][c])), hn::Mul(w, hn::Set(d, v[1][c]))), hn::Set(d, 32));
-      hn::Store(hn::ShiftRight<6>(e), d, pal.c[c] + j);
+      hn::Store(hn::ConvertTo(df, hn::ShiftRight<6>(e)), df, pal[c] + j);
     }
   }
-  alignas(64) int32_t bi_all[16];
-  auto sum = hn::Zero(d);
+  auto sum = hn::Zero(df);
   const auto lane_mask = hn::Set(d, int32_t(mask));
+  const hn::Rebind<uint8_t, decltype(d)> d8;
   for (size_t i = 0; i < 16; i += N) {
     decltype(sum) px[4];
     for (int c = 0; c < 4; ++c) {
-      if (kChans >> c & 1) px[c] = hn::LoadU(d, t.c[c] + i);
+      if (kChans >> c & 1) px[c] = hn::ConvertTo(df, hn::LoadU(d, t.c[c] + i));
     }
     auto best = hn::Set(d, INT32_MAX);
-    auto bi = hn::Zero(d);
     for (int k = 0; k < n; ++k) {
-      auto dist = hn::Zero(d);
+      auto dist = hn::Zero(df);
       for (int c = 0; c < 4; ++c) {
         if (!(kChans >> c & 1)) continue;
-        const auto e = hn::Sub(px[c], hn::Set(d, pal.c[c][k]));
+        const auto e = hn::Sub(px[c], hn::Set(df, pal[c][k]));
         dist = hn::Add(dist, hn::Mul(e, e));
       }
-      const auto lt = hn::Lt(dist, best);
-      best = hn::IfThenElse(lt, dist, best);
-      bi = hn::IfThenElse(lt, hn::Set(d, k), bi);
+      best = hn::Min(best, hn::Or(hn::BitCast(d, dist), hn::Set(d, k)));
     }
-    hn::StoreU(bi, d, bi_all + i);
-    const auto in = hn::TestBit(lane_mask, hn::LoadU(d, kLaneBit + i));
-    sum = hn::Add(sum, hn::IfThenElseZero(in, best));
+    hn::StoreU(hn::DemoteTo(d8, hn::And(best, hn::Set(d, 15))), d8, idx + i);
+    const auto in = hn::RebindMask(df, hn::TestBit(lane_mask, hn::LoadU(d, kLaneBit + i)));
+    sum = hn::Add(sum, hn::IfThenElseZero(in, hn::BitCast(df, hn::AndNot(hn::Set(d, 15), best))));
   }
-  for (int p = 0; p < 16; ++p) idx[p] = uint8_t(bi_all[p]);
-  return uint32_t(hn::GetLane(hn::SumOfLanes(d, sum)));
+  return uint32_t(hn::GetLane(hn::SumOfLanes(df, sum)));
+}
+
+// The grey errors with the pixels in lanes: each pair's offsets into the
+// gap table (the pixel clamped to the span) read by a gather of 32 bits
+// whose low half is the entry, the distance outside the span added.
+HWY_INLINE void GreyLanes(const int* xs, int n, int bits, const int* va, const int* vb, int count, uint32_t* err) {
+  const hn::ScalableTag<int32_t> d;
+  using V = decltype(hn::Zero(d));
+  constexpr size_t kMax = 16;
+  const size_t N = hn::Lanes(d) < kMax ? hn::Lanes(d) : kMax;
+  alignas(64) int32_t x[16] = {};
+  std::memcpy(x, xs, sizeof(int) * size_t(n));
+  const int32_t* base = reinterpret_cast<const int32_t*>(kGap.e[bits - 3]);
+  const V zero = hn::Zero(d), low = hn::Set(d, 0xFFFF);
+  for (int i = 0; i < count; ++i) {
+    const int lo = va[i] < vb[i] ? va[i] : vb[i], span = va[i] < vb[i] ? vb[i] - va[i] : va[i] - vb[i];
+    const V vlo = hn::Set(d, lo), vspan = hn::Set(d, span), row = hn::Set(d, span * (span + 1));
+    V sum = zero;
+    for (size_t j = 0; j < size_t(n); j += N) {
+      const V y = hn::Sub(hn::Load(d, x + j), vlo);
+      const V z = hn::Min(hn::Max(y, zero), vspan);
+      const V g = hn::And(hn::GatherOffset(d, base, hn::Add(row, hn::Add(z, z))), low);
+      const V out = hn::Sub(y, z);
+      const V e = hn::Add(g, hn::Mul(out, out));
+      sum = hn::Add(sum, hn::IfThenElseZero(hn::FirstN(d, size_t(n) - j), e));
+    }
+    err[i] = uint32_t(hn::GetLane(hn::SumOfLanes(d, sum)));
+  }
 }
 
 struct Kernel {
+  static HWY_NOINLINE void Grey(const int* xs, int n, int bits, const int* va, const int* vb, int count,
+                                uint32_t* err) {
+    GreyLanes(xs, n, bits, va, vb, count, err);
+  }
   static HWY_NOINLINE int NearestSplit(uint32_t split) { return NearestSplitLanes(split); }
   static HWY_NOINLINE void Rough(const Points& pts, const Spread& all, int subsets, int count, float* rough) {
     RoughLanes(pts, all, subsets, count, rough);

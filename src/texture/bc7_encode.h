@@ -6,8 +6,9 @@
 // texture encoders.  The steps that run over the
 // pixels of a tile or over the partitions are the kernels the driver is
 // templated on: the sums of a pixel set (exact integers), the extremes of
-// its projections on an axis, the first ranking of the partitions, and
-// each pixel's nearest entry of a palette with the squared error.
+// its projections on an axis, the first ranking of the partitions, the
+// errors of the endpoint pairs of a grey tile's window, and each pixel's
+// nearest entry of a palette with the squared error.
 // RefKernel here, a vector form per target in bc7_encode-inl.h.  The float
 // fitting between them runs in the driver, compiled once, so every kernel
 // sees the same values and the blocks come out identical.
@@ -897,6 +898,7 @@ inline int GreyNearest(const GreySet& s, float x) {
 // table serves every pair.
 struct GapTable {
   uint16_t e[2][32896];
+  uint16_t pad[2];  // 32-bit reads of the last entry stay inside
 };
 inline constexpr GapTable MakeGapTable() {
   GapTable t{};
@@ -932,6 +934,11 @@ inline uint32_t GreyError(const int* xs, int n, int bits, int va, int vb) {
   return total;
 }
 
+// The errors of `count` pairs of endpoint values va[i], vb[i].
+inline void GreyErrorsRef(const int* xs, int n, int bits, const int* va, const int* vb, int count, uint32_t* err) {
+  for (int i = 0; i < count; ++i) err[i] = GreyError(xs, n, bits, va[i], vb[i]);
+}
+
 // A one-channel fit: the codes of the two endpoints, the error (channel 0)
 // and the indices.
 struct GreyFit {
@@ -960,6 +967,7 @@ GreyFit FitGrey(const Tile& t, uint32_t mask, const GreySet& s, int bits, int re
     const uint32_t before = best.err;
     const int ca = GreyNearest(s, A), cb = GreyNearest(s, B);
     seen[round][0] = ca, seen[round][1] = cb;
+    int pa[49], pb[49], va[49], vb[49], np = 0;
     for (int a = ca - reach; a <= ca + reach; ++a) {
       if (a < 0 || a >= s.count) continue;
       for (int b = cb - reach; b <= cb + reach; ++b) {
@@ -969,9 +977,13 @@ GreyFit FitGrey(const Tile& t, uint32_t mask, const GreySet& s, int bits, int re
           again |= std::abs(a - seen[r][0]) <= reach && std::abs(b - seen[r][1]) <= reach;
         }
         if (again) continue;
-        const uint32_t err = GreyError(xs, n, bits, GreyValue(s, a), GreyValue(s, b));
-        if (err < best.err) best.err = err, best.code[0] = a, best.code[1] = b;
+        pa[np] = a, pb[np] = b, va[np] = GreyValue(s, a), vb[np] = GreyValue(s, b), ++np;
       }
+    }
+    uint32_t errs[49];
+    K::Grey(xs, n, bits, va, vb, np, errs);
+    for (int i = 0; i < np; ++i) {
+      if (errs[i] < best.err) best.err = errs[i], best.code[0] = pa[i], best.code[1] = pb[i];
     }
     if (best.err >= before) break;
     // The indices of the best pair (the error is the table's).
@@ -1135,6 +1147,9 @@ struct RefKernel {
   }
   static void Rough(const Points& pts, const Spread& all, int subsets, int count, float* rough) {
     RoughRef(pts, all, subsets, count, rough);
+  }
+  static void Grey(const int* xs, int n, int bits, const int* va, const int* vb, int count, uint32_t* err) {
+    GreyErrorsRef(xs, n, bits, va, vb, count, err);
   }
   static uint32_t Run(const Tile& t, const int v[2][4], int bits, int chans, uint32_t mask, uint8_t idx[16]) {
     return PaletteRef(t, v, bits, chans, mask, idx);
