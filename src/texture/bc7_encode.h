@@ -213,6 +213,7 @@ struct Effort {
   int refits;        // least squares rounds while the error drops
   bool all_pbits;    // every p-bit combination measured (else the one of least rounding error)
   bool local;        // codes moved by one while the error drops
+  int axis_steps = 4;  // power steps toward the principal axis
 };
 
 // A fitted set of endpoints and the indices of the pixels it serves.
@@ -320,15 +321,15 @@ inline bool Refit(const Tile& t, const Format& f, uint32_t mask, const Fit& fit,
   return true;
 }
 
-// Power iteration from the channel of the widest spread over the first
-// kChans channels (the covariance of the others is 0, and so is their
-// share of the axis).
+// `steps` of power iteration from the channel of the widest spread over
+// the first kChans channels (the covariance of the others is 0, and so is
+// their share of the axis).
 template <int kChans>
-void PrincipalAxis(const float cov[4][4], float axis[4]) {
+void PrincipalAxis(const float cov[4][4], int steps, float axis[4]) {
   int widest = 0;
   for (int c = 1; c < 4; ++c) widest = cov[c][c] > cov[widest][widest] ? c : widest;
   for (int c = 0; c < 4; ++c) axis[c] = cov[widest][c];
-  for (int it = 0; it < 4; ++it) {
+  for (int it = 0; it < steps; ++it) {
     float next[kChans], m = 0;
     for (int i = 0; i < kChans; ++i) {
       next[i] = cov[i][0] * axis[0];
@@ -370,9 +371,9 @@ Fit FitSubset(const Tile& t, const Format& f, uint32_t mask, const Effort& eff) 
   }
   float axis[4];
   if (f.chans == 7) {
-    PrincipalAxis<3>(cov, axis);
+    PrincipalAxis<3>(cov, eff.axis_steps, axis);
   } else {
-    PrincipalAxis<4>(cov, axis);
+    PrincipalAxis<4>(cov, eff.axis_steps, axis);
   }
   float lo = 0, hi = 0, len = 0;
   for (int c = 0; c < 4; ++c) len += axis[c] * axis[c];
@@ -950,9 +951,10 @@ struct GreyFit {
 // Codes of the pixels in `mask` for set `s` and `bits`-bit indices: from
 // the codes nearest the least and greatest pixel, every pair within
 // `reach` codes of the centre measured, then the least-squares endpoints
-// of the best pair's indices as the next centre, while the error drops.
+// of the best pair's indices as the next centre, while the error drops
+// (`rounds` windows at most).
 template <class K>
-GreyFit FitGrey(const Tile& t, uint32_t mask, const GreySet& s, int bits, int reach) {
+GreyFit FitGrey(const Tile& t, uint32_t mask, const GreySet& s, int bits, int reach, int rounds) {
   GreyFit best;
   int lo = 255, hi = 0, xs[16], n = 0;
   for (uint32_t m = mask; m; m &= m - 1) {
@@ -963,7 +965,7 @@ GreyFit FitGrey(const Tile& t, uint32_t mask, const GreySet& s, int bits, int re
   float A = float(lo), B = float(hi);
   const Format f{{8, 8, 8, 0}, 0, bits, 1};
   int seen[3][2];  // centres of the windows measured before
-  for (int round = 0; round < 3 && best.err > 0; ++round) {
+  for (int round = 0; round < rounds && best.err > 0; ++round) {
     const uint32_t before = best.err;
     const int ca = GreyNearest(s, A), cb = GreyNearest(s, B);
     seen[round][0] = ca, seen[round][1] = cb;
@@ -989,7 +991,7 @@ GreyFit FitGrey(const Tile& t, uint32_t mask, const GreySet& s, int bits, int re
     // The indices of the best pair (the error is the table's).
     const int v[2][4] = {{GreyValue(s, best.code[0]), 0, 0, 0}, {GreyValue(s, best.code[1]), 0, 0, 0}};
     K::Run(t, v, bits, 1, mask, best.idx);
-    if (best.err == 0) break;
+    if (best.err == 0 || round + 1 == rounds) break;
     Fit fit;
     std::memcpy(fit.idx, best.idx, 16);
     float a4[4], b4[4];
@@ -1001,14 +1003,14 @@ GreyFit FitGrey(const Tile& t, uint32_t mask, const GreySet& s, int bits, int re
 
 // A grey tile in mode 6, 1 or 0 with the given partition.
 template <class K>
-void TryGrey(const Tile& t, int mode, int partition, int reach, Block* best) {
+void TryGrey(const Tile& t, int mode, int partition, int reach, int rounds, Block* best) {
   const bptc_decode::Bc7Mode& m = kBc7Modes[mode];
   const GreySet s{mode == 6 ? 128 : mode == 1 ? 128 : 32, mode == 1, mode};
   Block b;
   b.mode = mode, b.partition = partition, b.err = 0;
   for (int k = 0; k < m.subsets; ++k) {
     const uint32_t mask = SubsetMask(m.subsets, partition, k);
-    const GreyFit fit = FitGrey<K>(t, mask, s, m.index_bits, reach);
+    const GreyFit fit = FitGrey<K>(t, mask, s, m.index_bits, reach, rounds);
     if (fit.err >= best->err) return;
     b.err += 3 * fit.err;
     if (b.err >= best->err) return;
@@ -1031,18 +1033,19 @@ void TryGrey(const Tile& t, int mode, int partition, int reach, Block* best) {
 // at the middle of mode 6's palette; above it mode 1 over the 4 or 8
 // partitions of least spread about their subsets' means and mode 0 over
 // the 2 or 4 (quality 1, 2).  The codes are searched within 1, 2 or 3 of
-// each centre.
+// each centre, quality 0 in the first window only (its least squares
+// rounds gain little there), the others in up to 3.
 template <class K>
 void EncodeGrey(const Tile& t, int quality, uint8_t out[16]) {
   static constexpr int kReach[3] = {1, 2, 3}, kMode1[3] = {0, 4, 8}, kMode0[3] = {0, 2, 4};
-  const int reach = kReach[quality];
+  const int reach = kReach[quality], rounds = quality == 0 ? 1 : 3;
   Block best;
-  TryGrey<K>(t, 6, 0, reach, &best);
+  TryGrey<K>(t, 6, 0, reach, rounds, &best);
   if (quality == 0) {
     if (best.err > 256) {
       uint32_t split = 0;
       for (int p = 0; p < 16; ++p) split |= uint32_t(best.idx[p] >= 8) << p;
-      TryGrey<K>(t, 1, K::NearestSplit(split), reach, &best);
+      TryGrey<K>(t, 1, K::NearestSplit(split), reach, rounds, &best);
     }
   } else if (best.err > 0) {
     Points pts;
@@ -1053,10 +1056,10 @@ void EncodeGrey(const Tile& t, int quality, uint8_t out[16]) {
     for (int k = 0; k < 64; ++k) order[k] = k;
     K::Rough(pts, all, 2, 64, rough);
     const int n1 = Least(rough, order, 64, kMode1[quality], parts);
-    for (int i = 0; i < n1 && best.err > 0; ++i) TryGrey<K>(t, 1, parts[i], reach, &best);
+    for (int i = 0; i < n1 && best.err > 0; ++i) TryGrey<K>(t, 1, parts[i], reach, rounds, &best);
     K::Rough(pts, all, 3, 16, rough);
     const int n0 = Least(rough, order, 16, kMode0[quality], parts);
-    for (int i = 0; i < n0 && best.err > 0; ++i) TryGrey<K>(t, 0, parts[i], reach, &best);
+    for (int i = 0; i < n0 && best.err > 0; ++i) TryGrey<K>(t, 0, parts[i], reach, rounds, &best);
   }
   Pack(best, out);
 }
@@ -1081,7 +1084,9 @@ void EncodeTile(const Tile& t, int quality, uint8_t out[16]) {
   bool opaque = true, grey = true;
   for (int p = 0; p < 16; ++p) opaque &= t.c[3][p] == 255, grey &= t.c[0][p] == t.c[1][p] && t.c[0][p] == t.c[2][p];
   if (opaque && grey) return EncodeGrey<K>(t, quality, out);
-  const Effort eff{quality == 0 ? 0 : 1, false, false};
+  // Quality 0: one power step (the axis it gives fits about as well) and no
+  // least squares round.
+  const Effort eff{quality == 0 ? 0 : 1, false, false, quality == 0 ? 1 : 4};
   Block best;
   TryPartitioned<K>(t, 6, 0, opaque, eff, &best);
   if (best.err == 0) return Pack(best, out);
