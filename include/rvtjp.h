@@ -1675,7 +1675,8 @@ RvtResult rvtiVLCDecodeCBPHP_JPEGXR_1u32s(const uint8_t* pSrc, int32_t srcLen, i
  * Grey opaque tiles (R = G = B) take a one-channel search instead: mode 6, then mode 1 as quality
  * 0 picks it, or (quality 1, 2) over the 4 or 8 partitions of least spread about their subsets'
  * means and mode 0 over the 2 or 4, each subset's codes and p-bits searched around its fit (quality
- * 0 in one window, 1 and 2 re-centred on the least-squares fit while the error drops). */
+ * 0: the codes either side of each end; 1 and 2: windows re-centred on the least-squares fit while the
+ * error drops). */
 RvtResult rvtiTextureEncodeBlockFromRGBA_BC7_8u_C4C1R(const uint8_t* pSrc, int32_t srcStep,
                                                       uint8_t* pDst, ImageSize roiSize, int quality);
 /* ---------------------------- JPEG XR coefficient coding: HP block pattern encoder */

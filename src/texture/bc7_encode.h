@@ -952,7 +952,8 @@ struct GreyFit {
 // the codes nearest the least and greatest pixel, every pair within
 // `reach` codes of the centre measured, then the least-squares endpoints
 // of the best pair's indices as the next centre, while the error drops
-// (`rounds` windows at most).
+// (`rounds` windows at most).  Reach 0 (one round): the two codes either
+// side of the least pixel against the two either side of the greatest.
 template <class K>
 GreyFit FitGrey(const Tile& t, uint32_t mask, const GreySet& s, int bits, int reach, int rounds) {
   GreyFit best;
@@ -970,9 +971,14 @@ GreyFit FitGrey(const Tile& t, uint32_t mask, const GreySet& s, int bits, int re
     const int ca = GreyNearest(s, A), cb = GreyNearest(s, B);
     seen[round][0] = ca, seen[round][1] = cb;
     int pa[49], pb[49], va[49], vb[49], np = 0;
-    for (int a = ca - reach; a <= ca + reach; ++a) {
+    int a0 = ca - reach, a1 = ca + reach, b0 = cb - reach, b1 = cb + reach;
+    if (reach == 0) {
+      a0 = float(GreyValue(s, ca)) > A ? ca - 1 : ca, a1 = a0 + 1;
+      b1 = float(GreyValue(s, cb)) < B ? cb + 1 : cb, b0 = b1 - 1;
+    }
+    for (int a = a0; a <= a1; ++a) {
       if (a < 0 || a >= s.count) continue;
-      for (int b = cb - reach; b <= cb + reach; ++b) {
+      for (int b = b0; b <= b1; ++b) {
         if (b < 0 || b >= s.count || (s.shared && ((a ^ b) & 1))) continue;
         bool again = false;
         for (int r = 0; r < round; ++r) {
@@ -1032,12 +1038,12 @@ void TryGrey(const Tile& t, int mode, int partition, int reach, int rounds, Bloc
 // 256 left) mode 1 over the partition nearest to the split of the pixels
 // at the middle of mode 6's palette; above it mode 1 over the 4 or 8
 // partitions of least spread about their subsets' means and mode 0 over
-// the 2 or 4 (quality 1, 2).  The codes are searched within 1, 2 or 3 of
-// each centre, quality 0 in the first window only (its least squares
-// rounds gain little there), the others in up to 3.
+// the 2 or 4 (quality 1, 2).  The codes are searched within 2 or 3 of
+// each centre in up to 3 windows (quality 1, 2); quality 0 measures the
+// codes either side of each end, one window.
 template <class K>
 void EncodeGrey(const Tile& t, int quality, uint8_t out[16]) {
-  static constexpr int kReach[3] = {1, 2, 3}, kMode1[3] = {0, 4, 8}, kMode0[3] = {0, 2, 4};
+  static constexpr int kReach[3] = {0, 2, 3}, kMode1[3] = {0, 4, 8}, kMode0[3] = {0, 2, 4};
   const int reach = kReach[quality], rounds = quality == 0 ? 1 : 3;
   Block best;
   TryGrey<K>(t, 6, 0, reach, rounds, &best);
