@@ -240,7 +240,40 @@ HWY_INLINE void GreyLanes(const int* xs, int n, int bits, const int* va, const i
   }
 }
 
+// Each pixel's four bytes in a 32-bit lane, a channel by shift and mask.
+HWY_INLINE void LoadLanes(const uint8_t* at, ptrdiff_t step, Tile* t) {
+  const hn::ScalableTag<int32_t> d;
+  constexpr size_t kMax = 16;
+  const size_t N = hn::Lanes(d) < kMax ? hn::Lanes(d) : kMax;
+  alignas(64) int32_t px[16];
+  for (int r = 0; r < 4; ++r) std::memcpy(px + 4 * r, at + step * r, 16);
+  const auto low = hn::Set(d, 255);
+  for (size_t i = 0; i < 16; i += N) {
+    const auto v = hn::Load(d, px + i);
+    hn::Store(hn::And(v, low), d, t->c[0] + i);
+    hn::Store(hn::And(hn::ShiftRight<8>(v), low), d, t->c[1] + i);
+    hn::Store(hn::And(hn::ShiftRight<16>(v), low), d, t->c[2] + i);
+    hn::Store(hn::BitCast(d, hn::ShiftRight<24>(hn::BitCast(hn::RebindToUnsigned<decltype(d)>(), v))), d,
+              t->c[3] + i);
+  }
+}
+
+HWY_INLINE int KindLanes(const Tile& t) {
+  const hn::ScalableTag<int32_t> d;
+  constexpr size_t kMax = 16;
+  const size_t N = hn::Lanes(d) < kMax ? hn::Lanes(d) : kMax;
+  bool opaque = true, grey = true;
+  for (size_t i = 0; i < 16; i += N) {
+    const auto r = hn::Load(d, t.c[0] + i);
+    opaque &= hn::AllTrue(d, hn::Eq(hn::Load(d, t.c[3] + i), hn::Set(d, 255)));
+    grey &= hn::AllTrue(d, hn::And(hn::Eq(r, hn::Load(d, t.c[1] + i)), hn::Eq(r, hn::Load(d, t.c[2] + i))));
+  }
+  return int(opaque) | int(grey) << 1;
+}
+
 struct Kernel {
+  static HWY_NOINLINE void Load(const uint8_t* at, ptrdiff_t step, Tile* t) { LoadLanes(at, step, t); }
+  static HWY_NOINLINE int Kind(const Tile& t) { return KindLanes(t); }
   static HWY_NOINLINE void Grey(const int* xs, int n, int bits, const int* va, const int* vb, int count,
                                 uint32_t* err) {
     GreyLanes(xs, n, bits, va, vb, count, err);

@@ -5,7 +5,8 @@
 // packing, with the argument checks and the region walk of the other
 // texture encoders.  The steps that run over the
 // pixels of a tile or over the partitions are the kernels the driver is
-// templated on: the sums of a pixel set (exact integers), the extremes of
+// templated on: the load of a tile into channel planes and its kind
+// (opaque, grey), the sums of a pixel set (exact integers), the extremes of
 // its projections on an axis, the first ranking of the partitions, the
 // errors of the endpoint pairs of a grey tile's window, and each pixel's
 // nearest entry of a palette with the squared error.
@@ -1087,8 +1088,8 @@ void EncodeGrey(const Tile& t, int quality, uint8_t out[16]) {
 // one-channel search of EncodeGrey at every level instead.
 template <class K>
 void EncodeTile(const Tile& t, int quality, uint8_t out[16]) {
-  bool opaque = true, grey = true;
-  for (int p = 0; p < 16; ++p) opaque &= t.c[3][p] == 255, grey &= t.c[0][p] == t.c[1][p] && t.c[0][p] == t.c[2][p];
+  const int kind = K::Kind(t);
+  const bool opaque = kind & 1, grey = kind >> 1 & 1;
   if (opaque && grey) return EncodeGrey<K>(t, quality, out);
   // Quality 0: one power step (the axis it gives fits about as well) and no
   // least squares round.
@@ -1149,8 +1150,26 @@ inline int NearestSplitRef(uint32_t split) {
   return part;
 }
 
+// A tile from 4 rows of 4 RGBA pixels `step` bytes apart.
+inline void LoadRef(const uint8_t* at, ptrdiff_t step, Tile* t) {
+  for (int r = 0; r < 4; ++r, at += step) {
+    for (int k = 0; k < 4; ++k) {
+      for (int c = 0; c < 4; ++c) t->c[c][4 * r + k] = at[4 * k + c];
+    }
+  }
+}
+
+// Bit 0: every alpha 255; bit 1: R = G = B in every pixel.
+inline int KindRef(const Tile& t) {
+  bool opaque = true, grey = true;
+  for (int p = 0; p < 16; ++p) opaque &= t.c[3][p] == 255, grey &= t.c[0][p] == t.c[1][p] && t.c[0][p] == t.c[2][p];
+  return int(opaque) | int(grey) << 1;
+}
+
 // The reference kernels.
 struct RefKernel {
+  static void Load(const uint8_t* at, ptrdiff_t step, Tile* t) { LoadRef(at, step, t); }
+  static int Kind(const Tile& t) { return KindRef(t); }
   static int NearestSplit(uint32_t split) { return NearestSplitRef(split); }
   static void Sum(const Tile& t, uint32_t mask, Sums* out) { SumsRef(t, mask, out); }
   static void Extent(const Tile& t, uint32_t mask, const float mean[4], const float axis[4], float* lo, float* hi) {
@@ -1177,12 +1196,7 @@ RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, 
   for (int64_t y = 0; y < roi.height; y += 4) {
     for (int64_t x = 0; x < roi.width; x += 4, dst += 16) {
       if (x + 4 <= roi.width && y + 4 <= roi.height) {
-        const uint8_t* at = src + ptrdiff_t(y) * step + 4 * x;
-        for (int r = 0; r < 4; ++r, at += step) {
-          for (int k = 0; k < 4; ++k) {
-            for (int c = 0; c < 4; ++c) t.c[c][4 * r + k] = at[4 * k + c];
-          }
-        }
+        K::Load(src + ptrdiff_t(y) * step + 4 * x, step, &t);
       } else {
         for (int c = 0; c < 4; ++c) {
           bc_encode::Gather(src, step, roi, x, y, 4, c, v);
