@@ -3,8 +3,8 @@
 // channel.  Sums are exact integers; the projections take the reference's
 // float operations in its order, and their extremes do not depend on the
 // order; the palette is built in lanes of entries, then each entry is
-// broadcast and its squared distance (exact in floats) keyed with its
-// number, the least key kept, so the lower index wins a tie exactly as
+// broadcast and its squared distance (exact in floats, by multiply-adds)
+// keyed with its number, the least key kept, so the lower index wins a tie exactly as
 // the reference walks the entries; a grey window's pairs read the gap
 // table by gathers, one pair at a time.
 #if defined(RVT_TEXTURE_BC7_ENCODE_INL_H_) == defined(HWY_TARGET_TOGGLE)
@@ -165,11 +165,13 @@ HWY_INLINE int NearestSplitLanes(uint32_t split) {
   return 0;
 }
 
-// Distances in float lanes, exact (integers below 2^24), so no 32-bit
-// integer multiply (two operations and a long latency on x86).  A distance
-// below 2^19 leaves the low 5 bits of its float clear: with the entry's
-// number there, the least key (as an integer) is the nearest entry, the
-// lowest number on a tie, as the reference walks them.
+// Distances in float lanes as |e|^2 + |x|^2 - 2 x.e for pixel x and
+// entry e: every term and partial sum an integer below 2^24, so each is
+// exact in any order and with fused multiply-adds, and no 32-bit integer
+// multiply (two operations and a long latency on x86).  A distance below
+// 2^19 leaves the low 5 bits of its float clear: with the entry's number
+// there, the least key (as an integer) is the nearest entry, the lowest
+// number on a tie, as the reference walks them.
 template <int kChans>
 HWY_INLINE uint32_t PaletteChans(const Tile& t, const int v[2][4], int bits, uint32_t mask, uint8_t idx[16]) {
   const hn::ScalableTag<int32_t> d;
@@ -177,31 +179,37 @@ HWY_INLINE uint32_t PaletteChans(const Tile& t, const int v[2][4], int bits, uin
   constexpr size_t kMax = 16;
   const size_t N = hn::Lanes(d) < kMax ? hn::Lanes(d) : kMax;
   const int n = 1 << bits;
-  alignas(64) float pal[4][16];
+  alignas(64) float twice[4][16];  // -2 e
+  alignas(64) float sq[16];         // |e|^2
   for (size_t j = 0; j < size_t(n); j += N) {
     const auto w = hn::Load(d, kWeightLanes[bits - 2] + j);
     const auto w0 = hn::Sub(hn::Set(d, 64), w);
+    auto len = hn::Zero(df);
     for (int c = 0; c < 4; ++c) {
       if (!(kChans >> c & 1)) continue;
       const auto e = hn::Add(hn::Add(hn::Mul(w0, hn::Set(d, v[0][c])), hn::Mul(w, hn::Set(d, v[1][c]))), hn::Set(d, 32));
-      hn::Store(hn::ConvertTo(df, hn::ShiftRight<6>(e)), df, pal[c] + j);
+      const auto ef = hn::ConvertTo(df, hn::ShiftRight<6>(e));
+      len = hn::MulAdd(ef, ef, len);
+      hn::Store(hn::Mul(ef, hn::Set(df, -2.0f)), df, twice[c] + j);
     }
+    hn::Store(len, df, sq + j);
   }
   auto sum = hn::Zero(df);
   const auto lane_mask = hn::Set(d, int32_t(mask));
   const hn::Rebind<uint8_t, decltype(d)> d8;
   for (size_t i = 0; i < 16; i += N) {
     decltype(sum) px[4];
+    auto len = hn::Zero(df);
     for (int c = 0; c < 4; ++c) {
-      if (kChans >> c & 1) px[c] = hn::ConvertTo(df, hn::LoadU(d, t.c[c] + i));
+      if (!(kChans >> c & 1)) continue;
+      px[c] = hn::ConvertTo(df, hn::LoadU(d, t.c[c] + i));
+      len = hn::MulAdd(px[c], px[c], len);
     }
     auto best = hn::Set(d, INT32_MAX);
     for (int k = 0; k < n; ++k) {
-      auto dist = hn::Zero(df);
+      auto dist = hn::Add(len, hn::Set(df, sq[k]));
       for (int c = 0; c < 4; ++c) {
-        if (!(kChans >> c & 1)) continue;
-        const auto e = hn::Sub(px[c], hn::Set(df, pal[c][k]));
-        dist = hn::Add(dist, hn::Mul(e, e));
+        if (kChans >> c & 1) dist = hn::MulAdd(px[c], hn::Set(df, twice[c][k]), dist);
       }
       best = hn::Min(best, hn::Or(hn::BitCast(d, dist), hn::Set(d, k)));
     }
