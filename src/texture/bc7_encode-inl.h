@@ -141,6 +141,90 @@ HWY_INLINE void RoughLanes(const Points& pts, const Spread& all, int subsets, in
   }
 }
 
+// The line spread of a subset per lane from its moment sums a[k] and
+// count n, each float operation the reference's in its order; the lanes
+// that leave the reference's loop early keep the value it returns there.
+template <int ch, class D, class V = decltype(hn::Zero(D()))>
+HWY_INLINE V LineSpreadLanes(D df, const V* a, V nf, decltype(hn::Lt(V(), V())) few) {
+  const V zero = hn::Zero(df);
+  const V inv = hn::Div(hn::Set(df, 1.0f), nf);
+  V cov[4][4];
+  int k = ch;
+  for (int i = 0; i < ch; ++i) {
+    for (int j = i; j < ch; ++j, ++k) cov[i][j] = cov[j][i] = hn::Sub(a[k], hn::Mul(hn::Mul(a[i], a[j]), inv));
+  }
+  V trace = zero, v[4];
+  for (int i = 0; i < ch; ++i) trace = hn::Add(trace, cov[i][i]), v[i] = cov[i][i];
+  auto flat = hn::Le(trace, zero);  // the reference returns 0
+  auto stopped = hn::Lt(zero, zero);  // the reference returned the trace
+  for (int it = 0; it < 3; ++it) {
+    V nv[4], m = zero;
+    for (int i = 0; i < ch; ++i) {
+      nv[i] = zero;
+      for (int j = 0; j < ch; ++j) nv[i] = hn::Add(nv[i], hn::Mul(cov[i][j], v[j]));
+      const V x = hn::Abs(nv[i]);
+      m = hn::IfThenElse(hn::Gt(x, m), x, m);
+    }
+    stopped = hn::Or(stopped, hn::Le(m, zero));
+    const V inv_m = hn::Div(hn::Set(df, 1.0f), m);
+    for (int i = 0; i < ch; ++i) v[i] = hn::IfThenElse(stopped, v[i], hn::Mul(nv[i], inv_m));
+  }
+  V vv = zero, vcv = zero;
+  for (int i = 0; i < ch; ++i) {
+    vv = hn::Add(vv, hn::Mul(v[i], v[i]));
+    for (int j = 0; j < ch; ++j) vcv = hn::Add(vcv, hn::Mul(hn::Mul(v[i], cov[i][j]), v[j]));
+  }
+  const V line = hn::IfThenElse(stopped, trace, hn::Sub(trace, hn::Div(vcv, vv)));
+  return hn::IfThenZeroElse(hn::Or(few, flat), line);
+}
+
+// The estimates with one listed partition per lane: each subset's moment
+// sums gathered pixel by pixel (subset 0's as the tile's less the others',
+// in integers), then the line spreads summed in subset order.
+template <int ch>
+HWY_INLINE void EstimateChans(const Moments& mo, int subsets, const int* parts, int count, float* est) {
+  const hn::ScalableTag<int32_t> d;
+  const hn::ScalableTag<float> df;
+  const hn::RebindToUnsigned<decltype(d)> du;
+  using V = decltype(hn::Zero(d));
+  using VF = decltype(hn::Zero(df));
+  constexpr int kCount = ch + ch * (ch + 1) / 2;
+  const size_t N = hn::Lanes(d);
+  alignas(64) int32_t part[64 + 16] = {};
+  alignas(64) float out[64 + 16];
+  std::memcpy(part, parts, sizeof(int) * size_t(count));
+  for (size_t i = 0; i < size_t(count); i += N) {
+    const V k = hn::Load(d, part + i);
+    const V m1 = hn::GatherIndex(d, subsets == 2 ? kMaskLanes.two : kMaskLanes.three[0], k);
+    const V m2 = subsets == 2 ? hn::Zero(d) : hn::GatherIndex(d, kMaskLanes.three[1], k);
+    V acc[3][kCount];
+    for (int j = 0; j < kCount; ++j) acc[1][j] = acc[2][j] = hn::Zero(d);
+    for (int p = 0; p < 16; ++p) {
+      const V bit = hn::Set(d, 1 << p);
+      const auto in1 = hn::TestBit(m1, bit), in2 = hn::TestBit(m2, bit);
+      for (int j = 0; j < kCount; ++j) {
+        const V x = hn::Set(d, mo.s[p][j]);
+        acc[1][j] = hn::Add(acc[1][j], hn::IfThenElseZero(in1, x));
+        if (subsets == 3) acc[2][j] = hn::Add(acc[2][j], hn::IfThenElseZero(in2, x));
+      }
+    }
+    for (int j = 0; j < kCount; ++j) acc[0][j] = hn::Sub(hn::Sub(hn::Set(d, mo.total[j]), acc[1][j]), acc[2][j]);
+    V n[3];
+    n[1] = hn::BitCast(d, hn::PopulationCount(hn::BitCast(du, m1)));
+    n[2] = hn::BitCast(d, hn::PopulationCount(hn::BitCast(du, m2)));
+    n[0] = hn::Sub(hn::Sub(hn::Set(d, 16), n[1]), n[2]);
+    VF total = hn::Zero(df);
+    for (int u = 0; u < subsets; ++u) {
+      VF a[kCount];
+      for (int j = 0; j < kCount; ++j) a[j] = hn::ConvertTo(df, acc[u][j]);
+      const auto few = hn::RebindMask(df, hn::Lt(n[u], hn::Set(d, 2)));
+      total = hn::Add(total, LineSpreadLanes<ch>(df, a, hn::ConvertTo(df, n[u]), few));
+    }
+    hn::Store(total, df, out + i);
+  }
+  for (int i = 0; i < count; ++i) est[parts[i]] = out[i];
+}
+
 // One partition per lane: the pixels apart from the split (or from its
 // complement), their least over the lanes, then the first lane holding it.
 HWY_INLINE int NearestSplitLanes(uint32_t split) {
@@ -280,6 +364,13 @@ HWY_INLINE int KindLanes(const Tile& t) {
 }
 
 struct Kernel {
+  static HWY_NOINLINE void Estimate(const Moments& mo, int subsets, const int* parts, int count, float* est) {
+    if (mo.chans == 3) {
+      EstimateChans<3>(mo, subsets, parts, count, est);
+    } else {
+      EstimateChans<4>(mo, subsets, parts, count, est);
+    }
+  }
   static HWY_NOINLINE void Load(const uint8_t* at, ptrdiff_t step, Tile* t) { LoadLanes(at, step, t); }
   static HWY_NOINLINE int Kind(const Tile& t) { return KindLanes(t); }
   static HWY_NOINLINE void Grey(const int* xs, int n, int bits, const int* va, const int* vb, int count,

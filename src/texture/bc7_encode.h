@@ -7,8 +7,8 @@
 // pixels of a tile or over the partitions are the kernels the driver is
 // templated on: the load of a tile into channel planes and its kind
 // (opaque, grey), the sums of a pixel set (exact integers), the extremes of
-// its projections on an axis, the first ranking of the partitions, the
-// errors of the endpoint pairs of a grey tile's window, and each pixel's
+// its projections on an axis, the first ranking of the partitions and
+// their line estimates, the errors of the endpoint pairs of a grey tile's window, and each pixel's
 // nearest entry of a palette with the squared error.
 // RefKernel here, a vector form per target in bc7_encode-inl.h.  The float
 // fitting between them runs in the driver, compiled once, so every kernel
@@ -800,6 +800,12 @@ inline float MeanSpread(const Points& pts, int chans, const Spread& all, int sub
   return total;
 }
 
+// The estimates of the `count` partitions listed in `parts`, each at its
+// number in `est`.
+inline void EstimateRef(const Moments& mo, int subsets, const int* parts, int count, float* est) {
+  for (int i = 0; i < count; ++i) est[parts[i]] = PartitionEstimate(mo, subsets, parts[i]);
+}
+
 // The first ranking of the first `count` partitions of `subsets` subsets.
 inline void RoughRef(const Points& pts, const Spread& all, int subsets, int count, float* rough) {
   for (int k = 0; k < count; ++k) rough[k] = MeanSpread(pts, 4, all, subsets, k);
@@ -841,7 +847,7 @@ int Preselect(const Tile& t, const Moments& mo, int subsets, int count, int keep
   for (int k = 0; k < count; ++k) order[k] = k;
   const int wide = Least(rough, order, count, 2 * keep + 4 < count ? 2 * keep + 4 : count, listed);
   std::sort(listed, listed + wide);
-  for (int i = 0; i < wide; ++i) est[listed[i]] = PartitionEstimate(mo, subsets, listed[i]);
+  K::Estimate(mo, subsets, listed, wide, est);
   return Least(est, listed, wide, keep, out);
 }
 
@@ -1180,6 +1186,9 @@ struct RefKernel {
   }
   static void Grey(const int* xs, int n, int bits, const int* va, const int* vb, int count, uint32_t* err) {
     GreyErrorsRef(xs, n, bits, va, vb, count, err);
+  }
+  static void Estimate(const Moments& mo, int subsets, const int* parts, int count, float* est) {
+    EstimateRef(mo, subsets, parts, count, est);
   }
   static uint32_t Run(const Tile& t, const int v[2][4], int bits, int chans, uint32_t mask, uint8_t idx[16]) {
     return PaletteRef(t, v, bits, chans, mask, idx);
