@@ -256,8 +256,8 @@ HWY_INLINE int NearestSplitLanes(uint32_t split) {
 // 2^19 leaves the low 5 bits of its float clear: with the entry's number
 // there, the least key (as an integer) is the nearest entry, the lowest
 // number on a tie, as the reference walks them.
-template <int kChans>
-HWY_INLINE uint32_t PaletteChans(const Tile& t, const int v[2][4], int bits, uint32_t mask, uint8_t idx[16]) {
+template <int kChans, int bits>
+HWY_INLINE uint32_t PaletteChans(const Tile& t, const int v[2][4], uint32_t mask, uint8_t idx[16]) {
   const hn::ScalableTag<int32_t> d;
   const hn::ScalableTag<float> df;
   constexpr size_t kMax = 16;
@@ -388,11 +388,18 @@ struct Kernel {
   }
   static HWY_NOINLINE uint32_t Run(const Tile& t, const int v[2][4], int bits, int chans, uint32_t mask,
                                    uint8_t idx[16]) {
-    switch (chans) {
-      case 1: return PaletteChans<1>(t, v, bits, mask, idx);
-      case 7: return PaletteChans<7>(t, v, bits, mask, idx);
-      case 8: return PaletteChans<8>(t, v, bits, mask, idx);
-      case 15: return PaletteChans<15>(t, v, bits, mask, idx);
+    // The entries' loop unrolled per index width.
+    switch (chans << 3 | bits) {
+      case 1 << 3 | 3: return PaletteChans<1, 3>(t, v, mask, idx);
+      case 1 << 3 | 4: return PaletteChans<1, 4>(t, v, mask, idx);
+      case 7 << 3 | 2: return PaletteChans<7, 2>(t, v, mask, idx);
+      case 7 << 3 | 3: return PaletteChans<7, 3>(t, v, mask, idx);
+      case 7 << 3 | 4: return PaletteChans<7, 4>(t, v, mask, idx);
+      case 8 << 3 | 2: return PaletteChans<8, 2>(t, v, mask, idx);
+      case 8 << 3 | 3: return PaletteChans<8, 3>(t, v, mask, idx);
+      case 15 << 3 | 2: return PaletteChans<15, 2>(t, v, mask, idx);
+      case 15 << 3 | 3: return PaletteChans<15, 3>(t, v, mask, idx);
+      case 15 << 3 | 4: return PaletteChans<15, 4>(t, v, mask, idx);
       default: return PaletteRef(t, v, bits, chans, mask, idx);
     }
   }
