@@ -457,6 +457,7 @@ inline int AnchorOf(int subsets, int partition, int s) {
 }
 
 inline uint32_t SubsetMask(int subsets, int partition, int s);
+inline int SubsetOf(int subsets, int partition, int p);
 
 // Endpoint pairs swapped (over channels c0..c1) and indices mirrored where
 // an anchor's index has its top bit set, then the 128 bits in the order
@@ -579,19 +580,25 @@ void TryPartitioned(const Tile& t, int mode, int partition, bool opaque, const E
     f.pbits_one = true;
     f.chans = 7;
   }
-  Block b;
-  b.mode = mode, b.partition = partition, b.err = 0;
+  // The winner's indices are gathered from its subsets' fits only when it
+  // wins (whole 16-byte moves: byte merges into a block that is read
+  // whole stall the store forwarding).
+  Fit fit[3];
+  uint32_t err = 0;
   for (int s = 0; s < m.subsets; ++s) {
-    const uint32_t mask = SubsetMask(m.subsets, partition, s);
-    const Fit fit = FitSubset<K>(t, f, mask, eff);
-    b.err += fit.err;
-    if (b.err >= best->err) return;
-    b.e[s] = fit.e;
-    for (int p = 0; p < 16; ++p) {
-      if (mask >> p & 1) b.idx[p] = fit.idx[p];
-    }
+    fit[s] = FitSubset<K>(t, f, SubsetMask(m.subsets, partition, s), eff);
+    err += fit[s].err;
+    if (err >= best->err) return;
   }
-  *best = b;
+  best->err = err, best->mode = mode, best->partition = partition, best->rotation = 0, best->selection = 0;
+  for (int s = 0; s < m.subsets; ++s) best->e[s] = fit[s].e;
+  if (m.subsets == 1) {
+    std::memcpy(best->idx, fit[0].idx, 16);
+  } else {
+    uint8_t idx[16];
+    for (int p = 0; p < 16; ++p) idx[p] = fit[SubsetOf(m.subsets, partition, p)].idx[p];
+    std::memcpy(best->idx, idx, 16);
+  }
 }
 
 // Mode 4 or 5 with a rotation (alpha swapped with channel rotation - 1
@@ -705,6 +712,12 @@ inline constexpr Split3Table MakeSplit3Table() {
   return t;
 }
 inline constexpr Split3Table kSplit3 = MakeSplit3Table();
+
+// The subset of pixel p.
+inline int SubsetOf(int subsets, int partition, int p) {
+  if (subsets == 2) return bptc_decode::kPartition2[partition] >> (2 * p) & 1;
+  return bptc_decode::kPartition3[partition] >> (2 * p) & 3;
+}
 
 // Pixels of subset s of a partition, bit p for pixel p.
 inline uint32_t SubsetMask(int subsets, int partition, int s) {
@@ -1019,26 +1032,32 @@ template <class K>
 void TryGrey(const Tile& t, int mode, int partition, int reach, int rounds, Block* best) {
   const bptc_decode::Bc7Mode& m = kBc7Modes[mode];
   const GreySet s{mode == 6 ? 128 : mode == 1 ? 128 : 32, mode == 1, mode};
-  Block b;
-  b.mode = mode, b.partition = partition, b.err = 0;
+  GreyFit fit[3];
+  uint32_t err = 0;
   for (int k = 0; k < m.subsets; ++k) {
-    const uint32_t mask = SubsetMask(m.subsets, partition, k);
-    const GreyFit fit = FitGrey<K>(t, mask, s, m.index_bits, reach, rounds);
-    if (fit.err >= best->err) return;
-    b.err += 3 * fit.err;
-    if (b.err >= best->err) return;
+    fit[k] = FitGrey<K>(t, SubsetMask(m.subsets, partition, k), s, m.index_bits, reach, rounds);
+    if (fit[k].err >= best->err) return;
+    err += 3 * fit[k].err;
+    if (err >= best->err) return;
+  }
+  best->err = err, best->mode = mode, best->partition = partition, best->rotation = 0, best->selection = 0;
+  for (int k = 0; k < m.subsets; ++k) {
     for (int e = 0; e < 2; ++e) {
-      const int i = fit.code[e];
+      const int i = fit[k].code[e];
       const int q = mode == 6 ? i : i >> 1;
-      for (int c = 0; c < 3; ++c) b.e[k].q[e][c] = q;
-      b.e[k].q[e][3] = mode == 6 ? 127 : 0;
-      b.e[k].p[e] = mode == 6 ? 1 : i & 1;
-    }
-    for (int p = 0; p < 16; ++p) {
-      if (mask >> p & 1) b.idx[p] = fit.idx[p];
+      for (int c = 0; c < 3; ++c) best->e[k].q[e][c] = q;
+      best->e[k].q[e][3] = mode == 6 ? 127 : 0;
+      best->e[k].p[e] = mode == 6 ? 1 : i & 1;
     }
   }
-  *best = b;
+  // As TryPartitioned gathers them.
+  if (m.subsets == 1) {
+    std::memcpy(best->idx, fit[0].idx, 16);
+  } else {
+    uint8_t idx[16];
+    for (int p = 0; p < 16; ++p) idx[p] = fit[SubsetOf(m.subsets, partition, p)].idx[p];
+    std::memcpy(best->idx, idx, 16);
+  }
 }
 
 // A grey tile's block: mode 6, then at quality 0 (a squared error above
