@@ -325,8 +325,10 @@ inline bool Refit(const Tile& t, const Format& f, uint32_t mask, const Fit& fit,
 // `steps` of power iteration from the channel of the widest spread over
 // the first kChans channels (the covariance of the others is 0, and so is
 // their share of the axis).
+// Inlined: its caller reads the axis back as a whole vector, which would
+// wait out the forwarding of four single stores.
 template <int kChans>
-void PrincipalAxis(const float cov[4][4], int steps, float axis[4]) {
+inline __attribute__((always_inline)) void PrincipalAxis(const float cov[4][4], int steps, float axis[4]) {
   int widest = 0;
   for (int c = 1; c < 4; ++c) widest = cov[c][c] > cov[widest][widest] ? c : widest;
   for (int c = 0; c < 4; ++c) axis[c] = cov[widest][c];
