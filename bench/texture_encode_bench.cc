@@ -9,7 +9,8 @@
 // from the DDS it writes and decoded by our decoder.  Mpix/s cpu is per CPU
 // second (the peer's: of its whole process, reading the PNG included, over
 // the threads it runs, printed beside it); Mpix/s is per wall second (the
-// peer's: of the encoding time it prints).  Set RVT_BC7_PEER to the
+// peer's: of the encoding time it prints).  The peer runs pinned to one CPU
+// (taskset) when it can, so its printed time is per thread like ours.  Set RVT_BC7_PEER to the
 // binary's path (default:
 // /opt/npm-peer/node_modules/@gpu-tex-enc/bc/bin/linux/bc7enc).  The
 // machine is shared: read the ratios within one run.
@@ -95,10 +96,10 @@ void Seconds(Fn fn, int repeats, double* cpu, double* wall) {
 // The peer on `png`: its PSNR through our decoder, its Mpix/s per CPU
 // second of the whole process (reading the PNG included) and per second of
 // the encoding time it prints; false when it cannot run.
-bool Peer(const std::string& bin, const Image& im, const std::string& png, int level, Quality* db, double* cpu_mps,
-          double* mps, int* threads) {
+bool Peer(const std::string& bin, const Image& im, const std::string& png, int level, bool pinned, Quality* db,
+          double* cpu_mps, double* mps, int* threads) {
   const std::string dds = png + ".u" + std::to_string(level) + ".dds";
-  const std::string cmd = "'" + bin + "' -g -u" + std::to_string(level) + " '" + png + "' '" + dds + "' 2>&1";
+  const std::string cmd = std::string(pinned ? "taskset -c 0 " : "") + "'" + bin + "' -g -u" + std::to_string(level) + " '" + png + "' '" + dds + "' 2>&1";
   const double c0 = ChildCpu();
   FILE* f = popen(cmd.c_str(), "r");
   if (!f) return false;
@@ -136,6 +137,7 @@ int Run(const char* only) {
   const char* env = std::getenv("RVT_BC7_PEER");
   const std::string peer = env ? env : "/opt/npm-peer/node_modules/@gpu-tex-enc/bc/bin/linux/bc7enc";
   const bool have_peer = access(peer.c_str(), X_OK) == 0;
+  const bool pinned = have_peer && std::system("taskset -c 0 true >/dev/null 2>&1") == 0;
   std::vector<Image> images;
   for (const char* name : {"coffee.png", "chelsea.png", "astronaut.png", "camera.png"}) {
     if (only && !std::strstr(name, only)) continue;
@@ -180,7 +182,7 @@ int Run(const char* only) {
       Quality db;
       double cpu_mps = 0, mps = 0;
       int threads = 0;
-      if (Peer(peer, im, png, level, &db, &cpu_mps, &mps, &threads)) {
+      if (Peer(peer, im, png, level, pinned, &db, &cpu_mps, &mps, &threads)) {
         std::printf("%-18s peer -u%-5d %8.2f %8.2f %8zu %10.3f %10.3f %8d\n", im.name.c_str(), level, db.rgb, db.rgba,
                     db.translucent, cpu_mps, mps, threads);
       }

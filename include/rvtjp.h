@@ -1662,7 +1662,8 @@ RvtResult rvtiVLCDecodeCBPHP_JPEGXR_1u32s(const uint8_t* pSrc, int32_t srcLen, i
  * modes 6 and 7 keep their p-bits at 1.  Quality 0 (fastest): mode 6, and
  * for opaque tiles it leaves a squared error above 256 mode 1 over the
  * partition nearest to the split of the pixels along mode 6's line, both
- * with the principal-axis endpoints (no least-squares round).  Quality 1
+ * with the endpoints of one power step toward the principal axis (no
+ * least-squares round).  Quality 1
  * (the default to use): the partitions are ranked by the spread of the
  * pixels about their subsets' means, and the best of that ranking by how
  * close their subsets lie to lines; opaque tiles try modes 6, 1 and 3 over
@@ -1673,7 +1674,9 @@ RvtResult rvtiVLCDecodeCBPHP_JPEGXR_1u32s(const uint8_t* pSrc, int32_t srcLen, i
  * (alpha kept at 255), then each endpoint code and p-bit moved by one while the error drops.
  * Grey opaque tiles (R = G = B) take a one-channel search instead: mode 6, then mode 1 as quality
  * 0 picks it, or (quality 1, 2) over the 4 or 8 partitions of least spread about their subsets'
- * means and mode 0 over the 2 or 4, each subset's codes and p-bits searched around its fit. */
+ * means and mode 0 over the 2 or 4, each subset's codes and p-bits searched around its fit (quality
+ * 0: the codes either side of each end; 1 and 2: windows re-centred on the least-squares fit while the
+ * error drops). */
 RvtResult rvtiTextureEncodeBlockFromRGBA_BC7_8u_C4C1R(const uint8_t* pSrc, int32_t srcStep,
                                                       uint8_t* pDst, ImageSize roiSize, int quality);
 /* ---------------------------- JPEG XR coefficient coding: HP block pattern encoder */

@@ -141,7 +141,7 @@ TEST(Bc7Encode, GreyTilesSearchedInOneChannel) {
       const int parts = mode == 6 ? 1 : mode == 0 ? 16 : 64;
       for (int k = 0; k < parts; ++k) {
         be::Block b;
-        be::TryGrey<RefKernel>(t, mode, k, 1 + trial % 3, &b);
+        be::TryGrey<RefKernel>(t, mode, k, trial % 4, trial % 4 && trial % 2 ? 3 : 1, &b);
         ASSERT_NE(b.err, UINT32_MAX);
         uint8_t blk[16], px[64];
         be::Pack(b, blk);

@@ -3,8 +3,10 @@
 // channel.  Sums are exact integers; the projections take the reference's
 // float operations in its order, and their extremes do not depend on the
 // order; the palette is built in lanes of entries, then each entry is
-// broadcast and its squared distance compared with the best so far, the
-// lower index kept on a tie, exactly as the reference walks the entries.
+// broadcast and its squared distance (exact in floats, by multiply-adds)
+// keyed with its number, the least key kept, so the lower index wins a tie exactly as
+// the reference walks the entries; a grey window's pairs read the gap
+// table by gathers, one pair at a time.
 #if defined(RVT_TEXTURE_BC7_ENCODE_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef RVT_TEXTURE_BC7_ENCODE_INL_H_
 #undef RVT_TEXTURE_BC7_ENCODE_INL_H_
@@ -139,6 +141,90 @@ HWY_INLINE void RoughLanes(const Points& pts, const Spread& all, int subsets, in
   }
 }
 
+// The line spread of a subset per lane from its moment sums a[k] and
+// count n, each float operation the reference's in its order; the lanes
+// that leave the reference's loop early keep the value it returns there.
+template <int ch, class D, class V = decltype(hn::Zero(D()))>
+HWY_INLINE V LineSpreadLanes(D df, const V* a, V nf, decltype(hn::Lt(V(), V())) few) {
+  const V zero = hn::Zero(df);
+  const V inv = hn::Div(hn::Set(df, 1.0f), nf);
+  V cov[4][4];
+  int k = ch;
+  for (int i = 0; i < ch; ++i) {
+    for (int j = i; j < ch; ++j, ++k) cov[i][j] = cov[j][i] = hn::Sub(a[k], hn::Mul(hn::Mul(a[i], a[j]), inv));
+  }
+  V trace = zero, v[4];
+  for (int i = 0; i < ch; ++i) trace = hn::Add(trace, cov[i][i]), v[i] = cov[i][i];
+  auto flat = hn::Le(trace, zero);  // the reference returns 0
+  auto stopped = hn::Lt(zero, zero);  // the reference returned the trace
+  for (int it = 0; it < 3; ++it) {
+    V nv[4], m = zero;
+    for (int i = 0; i < ch; ++i) {
+      nv[i] = zero;
+      for (int j = 0; j < ch; ++j) nv[i] = hn::Add(nv[i], hn::Mul(cov[i][j], v[j]));
+      const V x = hn::Abs(nv[i]);
+      m = hn::IfThenElse(hn::Gt(x, m), x, m);
+    }
+    stopped = hn::Or(stopped, hn::Le(m, zero));
+    const V inv_m = hn::Div(hn::Set(df, 1.0f), m);
+    for (int i = 0; i < ch; ++i) v[i] = hn::IfThenElse(stopped, v[i], hn::Mul(nv[i], inv_m));
+  }
+  V vv = zero, vcv = zero;
+  for (int i = 0; i < ch; ++i) {
+    vv = hn::Add(vv, hn::Mul(v[i], v[i]));
+    for (int j = 0; j < ch; ++j) vcv = hn::Add(vcv, hn::Mul(hn::Mul(v[i], cov[i][j]), v[j]));
+  }
+  const V line = hn::IfThenElse(stopped, trace, hn::Sub(trace, hn::Div(vcv, vv)));
+  return hn::IfThenZeroElse(hn::Or(few, flat), line);
+}
+
+// The estimates with one listed partition per lane: each subset's moment
+// sums gathered pixel by pixel (subset 0's as the tile's less the others',
+// in integers), then the line spreads summed in subset order.
+template <int ch>
+HWY_INLINE void EstimateChans(const Moments& mo, int subsets, const int* parts, int count, float* est) {
+  const hn::ScalableTag<int32_t> d;
+  const hn::ScalableTag<float> df;
+  const hn::RebindToUnsigned<decltype(d)> du;
+  using V = decltype(hn::Zero(d));
+  using VF = decltype(hn::Zero(df));
+  constexpr int kCount = ch + ch * (ch + 1) / 2;
+  const size_t N = hn::Lanes(d);
+  alignas(64) int32_t part[64 + 16] = {};
+  alignas(64) float out[64 + 16];
+  std::memcpy(part, parts, sizeof(int) * size_t(count));
+  for (size_t i = 0; i < size_t(count); i += N) {
+    const V k = hn::Load(d, part + i);
+    const V m1 = hn::GatherIndex(d, subsets == 2 ? kMaskLanes.two : kMaskLanes.three[0], k);
+    const V m2 = subsets == 2 ? hn::Zero(d) : hn::GatherIndex(d, kMaskLanes.three[1], k);
+    V acc[3][kCount];
+    for (int j = 0; j < kCount; ++j) acc[1][j] = acc[2][j] = hn::Zero(d);
+    for (int p = 0; p < 16; ++p) {
+      const V bit = hn::Set(d, 1 << p);
+      const auto in1 = hn::TestBit(m1, bit), in2 = hn::TestBit(m2, bit);
+      for (int j = 0; j < kCount; ++j) {
+        const V x = hn::Set(d, mo.s[p][j]);
+        acc[1][j] = hn::Add(acc[1][j], hn::IfThenElseZero(in1, x));
+        if (subsets == 3) acc[2][j] = hn::Add(acc[2][j], hn::IfThenElseZero(in2, x));
+      }
+    }
+    for (int j = 0; j < kCount; ++j) acc[0][j] = hn::Sub(hn::Sub(hn::Set(d, mo.total[j]), acc[1][j]), acc[2][j]);
+    V n[3];
+    n[1] = hn::BitCast(d, hn::PopulationCount(hn::BitCast(du, m1)));
+    n[2] = hn::BitCast(d, hn::PopulationCount(hn::BitCast(du, m2)));
+    n[0] = hn::Sub(hn::Sub(hn::Set(d, 16), n[1]), n[2]);
+    VF total = hn::Zero(df);
+    for (int u = 0; u < subsets; ++u) {
+      VF a[kCount];
+      for (int j = 0; j < kCount; ++j) a[j] = hn::ConvertTo(df, acc[u][j]);
+      const auto few = hn::RebindMask(df, hn::Lt(n[u], hn::Set(d, 2)));
+      total = hn::Add(total, LineSpreadLanes<ch>(df, a, hn::ConvertTo(df, n[u]), few));
+    }
+    hn::Store(total, df, out + i);
+  }
+  for (int i = 0; i < count; ++i) est[parts[i]] = out[i];
+}
+
 // One partition per lane: the pixels apart from the split (or from its
 // complement), their least over the lanes, then the first lane holding it.
 HWY_INLINE int NearestSplitLanes(uint32_t split) {
@@ -163,52 +249,134 @@ HWY_INLINE int NearestSplitLanes(uint32_t split) {
   return 0;
 }
 
-template <int kChans>
-HWY_INLINE uint32_t PaletteChans(const Tile& t, const int v[2][4], int bits, uint32_t mask, uint8_t idx[16]) {
+// Distances in float lanes as |e|^2 + |x|^2 - 2 x.e for pixel x and
+// entry e: every term and partial sum an integer below 2^24, so each is
+// exact in any order and with fused multiply-adds, and no 32-bit integer
+// multiply (two operations and a long latency on x86).  A distance below
+// 2^19 leaves the low 5 bits of its float clear: with the entry's number
+// there, the least key (as an integer) is the nearest entry, the lowest
+// number on a tie, as the reference walks them.
+template <int kChans, int bits>
+HWY_INLINE uint32_t PaletteChans(const Tile& t, const int v[2][4], uint32_t mask, uint8_t idx[16]) {
   const hn::ScalableTag<int32_t> d;
+  const hn::ScalableTag<float> df;
   constexpr size_t kMax = 16;
   const size_t N = hn::Lanes(d) < kMax ? hn::Lanes(d) : kMax;
   const int n = 1 << bits;
-  Palette pal;
+  alignas(64) float twice[4][16];  // -2 e
+  alignas(64) float sq[16];         // |e|^2
   for (size_t j = 0; j < size_t(n); j += N) {
     const auto w = hn::Load(d, kWeightLanes[bits - 2] + j);
     const auto w0 = hn::Sub(hn::Set(d, 64), w);
+    auto len = hn::Zero(df);
     for (int c = 0; c < 4; ++c) {
       if (!(kChans >> c & 1)) continue;
       const auto e = hn::Add(hn::Add(hn::Mul(w0, hn::Set(d, v[0][c])), hn::Mul(w, hn::Set(d, v[1][c]))), hn::Set(d, 32));
-      hn::Store(hn::ShiftRight<6>(e), d, pal.c[c] + j);
+      const auto ef = hn::ConvertTo(df, hn::ShiftRight<6>(e));
+      len = hn::MulAdd(ef, ef, len);
+      hn::Store(hn::Mul(ef, hn::Set(df, -2.0f)), df, twice[c] + j);
     }
+    hn::Store(len, df, sq + j);
   }
-  alignas(64) int32_t bi_all[16];
-  auto sum = hn::Zero(d);
+  auto sum = hn::Zero(df);
   const auto lane_mask = hn::Set(d, int32_t(mask));
+  const hn::Rebind<uint8_t, decltype(d)> d8;
   for (size_t i = 0; i < 16; i += N) {
     decltype(sum) px[4];
+    auto len = hn::Zero(df);
     for (int c = 0; c < 4; ++c) {
-      if (kChans >> c & 1) px[c] = hn::LoadU(d, t.c[c] + i);
+      if (!(kChans >> c & 1)) continue;
+      px[c] = hn::ConvertTo(df, hn::LoadU(d, t.c[c] + i));
+      len = hn::MulAdd(px[c], px[c], len);
     }
     auto best = hn::Set(d, INT32_MAX);
-    auto bi = hn::Zero(d);
     for (int k = 0; k < n; ++k) {
-      auto dist = hn::Zero(d);
+      auto dist = hn::Add(len, hn::Set(df, sq[k]));
       for (int c = 0; c < 4; ++c) {
-        if (!(kChans >> c & 1)) continue;
-        const auto e = hn::Sub(px[c], hn::Set(d, pal.c[c][k]));
-        dist = hn::Add(dist, hn::Mul(e, e));
+        if (kChans >> c & 1) dist = hn::MulAdd(px[c], hn::Set(df, twice[c][k]), dist);
       }
-      const auto lt = hn::Lt(dist, best);
-      best = hn::IfThenElse(lt, dist, best);
-      bi = hn::IfThenElse(lt, hn::Set(d, k), bi);
+      best = hn::Min(best, hn::Or(hn::BitCast(d, dist), hn::Set(d, k)));
     }
-    hn::StoreU(bi, d, bi_all + i);
-    const auto in = hn::TestBit(lane_mask, hn::LoadU(d, kLaneBit + i));
-    sum = hn::Add(sum, hn::IfThenElseZero(in, best));
+    hn::StoreU(hn::DemoteTo(d8, hn::And(best, hn::Set(d, 15))), d8, idx + i);
+    const auto in = hn::RebindMask(df, hn::TestBit(lane_mask, hn::LoadU(d, kLaneBit + i)));
+    sum = hn::Add(sum, hn::IfThenElseZero(in, hn::BitCast(df, hn::AndNot(hn::Set(d, 15), best))));
   }
-  for (int p = 0; p < 16; ++p) idx[p] = uint8_t(bi_all[p]);
-  return uint32_t(hn::GetLane(hn::SumOfLanes(d, sum)));
+  return uint32_t(hn::GetLane(hn::SumOfLanes(df, sum)));
+}
+
+// The grey errors with the pixels in lanes: each pair's offsets into the
+// gap table (the pixel clamped to the span) read by a gather of 32 bits
+// whose low half is the entry, the distance outside the span added.
+HWY_INLINE void GreyLanes(const int* xs, int n, int bits, const int* va, const int* vb, int count, uint32_t* err) {
+  const hn::ScalableTag<int32_t> d;
+  using V = decltype(hn::Zero(d));
+  constexpr size_t kMax = 16;
+  const size_t N = hn::Lanes(d) < kMax ? hn::Lanes(d) : kMax;
+  alignas(64) int32_t x[16] = {};
+  std::memcpy(x, xs, sizeof(int) * size_t(n));
+  const int32_t* base = reinterpret_cast<const int32_t*>(kGap.e[bits - 3]);
+  const V zero = hn::Zero(d), low = hn::Set(d, 0xFFFF);
+  for (int i = 0; i < count; ++i) {
+    const int lo = va[i] < vb[i] ? va[i] : vb[i], span = va[i] < vb[i] ? vb[i] - va[i] : va[i] - vb[i];
+    const V vlo = hn::Set(d, lo), vspan = hn::Set(d, span), row = hn::Set(d, span * (span + 1));
+    V sum = zero;
+    for (size_t j = 0; j < size_t(n); j += N) {
+      const V y = hn::Sub(hn::Load(d, x + j), vlo);
+      const V z = hn::Min(hn::Max(y, zero), vspan);
+      const V g = hn::And(hn::GatherOffset(d, base, hn::Add(row, hn::Add(z, z))), low);
+      const V out = hn::Sub(y, z);
+      const V e = hn::Add(g, hn::Mul(out, out));
+      sum = hn::Add(sum, hn::IfThenElseZero(hn::FirstN(d, size_t(n) - j), e));
+    }
+    err[i] = uint32_t(hn::GetLane(hn::SumOfLanes(d, sum)));
+  }
+}
+
+// Each pixel's four bytes in a 32-bit lane, a channel by shift and mask.
+HWY_INLINE void LoadLanes(const uint8_t* at, ptrdiff_t step, Tile* t) {
+  const hn::ScalableTag<int32_t> d;
+  constexpr size_t kMax = 16;
+  const size_t N = hn::Lanes(d) < kMax ? hn::Lanes(d) : kMax;
+  alignas(64) int32_t px[16];
+  for (int r = 0; r < 4; ++r) std::memcpy(px + 4 * r, at + step * r, 16);
+  const auto low = hn::Set(d, 255);
+  for (size_t i = 0; i < 16; i += N) {
+    const auto v = hn::Load(d, px + i);
+    hn::Store(hn::And(v, low), d, t->c[0] + i);
+    hn::Store(hn::And(hn::ShiftRight<8>(v), low), d, t->c[1] + i);
+    hn::Store(hn::And(hn::ShiftRight<16>(v), low), d, t->c[2] + i);
+    hn::Store(hn::BitCast(d, hn::ShiftRight<24>(hn::BitCast(hn::RebindToUnsigned<decltype(d)>(), v))), d,
+              t->c[3] + i);
+  }
+}
+
+HWY_INLINE int KindLanes(const Tile& t) {
+  const hn::ScalableTag<int32_t> d;
+  constexpr size_t kMax = 16;
+  const size_t N = hn::Lanes(d) < kMax ? hn::Lanes(d) : kMax;
+  bool opaque = true, grey = true;
+  for (size_t i = 0; i < 16; i += N) {
+    const auto r = hn::Load(d, t.c[0] + i);
+    opaque &= hn::AllTrue(d, hn::Eq(hn::Load(d, t.c[3] + i), hn::Set(d, 255)));
+    grey &= hn::AllTrue(d, hn::And(hn::Eq(r, hn::Load(d, t.c[1] + i)), hn::Eq(r, hn::Load(d, t.c[2] + i))));
+  }
+  return int(opaque) | int(grey) << 1;
 }
 
 struct Kernel {
+  static HWY_NOINLINE void Estimate(const Moments& mo, int subsets, const int* parts, int count, float* est) {
+    if (mo.chans == 3) {
+      EstimateChans<3>(mo, subsets, parts, count, est);
+    } else {
+      EstimateChans<4>(mo, subsets, parts, count, est);
+    }
+  }
+  static HWY_NOINLINE void Load(const uint8_t* at, ptrdiff_t step, Tile* t) { LoadLanes(at, step, t); }
+  static HWY_NOINLINE int Kind(const Tile& t) { return KindLanes(t); }
+  static HWY_NOINLINE void Grey(const int* xs, int n, int bits, const int* va, const int* vb, int count,
+                                uint32_t* err) {
+    GreyLanes(xs, n, bits, va, vb, count, err);
+  }
   static HWY_NOINLINE int NearestSplit(uint32_t split) { return NearestSplitLanes(split); }
   static HWY_NOINLINE void Rough(const Points& pts, const Spread& all, int subsets, int count, float* rough) {
     RoughLanes(pts, all, subsets, count, rough);
@@ -220,11 +388,18 @@ struct Kernel {
   }
   static HWY_NOINLINE uint32_t Run(const Tile& t, const int v[2][4], int bits, int chans, uint32_t mask,
                                    uint8_t idx[16]) {
-    switch (chans) {
-      case 1: return PaletteChans<1>(t, v, bits, mask, idx);
-      case 7: return PaletteChans<7>(t, v, bits, mask, idx);
-      case 8: return PaletteChans<8>(t, v, bits, mask, idx);
-      case 15: return PaletteChans<15>(t, v, bits, mask, idx);
+    // The entries' loop unrolled per index width.
+    switch (chans << 3 | bits) {
+      case 1 << 3 | 3: return PaletteChans<1, 3>(t, v, mask, idx);
+      case 1 << 3 | 4: return PaletteChans<1, 4>(t, v, mask, idx);
+      case 7 << 3 | 2: return PaletteChans<7, 2>(t, v, mask, idx);
+      case 7 << 3 | 3: return PaletteChans<7, 3>(t, v, mask, idx);
+      case 7 << 3 | 4: return PaletteChans<7, 4>(t, v, mask, idx);
+      case 8 << 3 | 2: return PaletteChans<8, 2>(t, v, mask, idx);
+      case 8 << 3 | 3: return PaletteChans<8, 3>(t, v, mask, idx);
+      case 15 << 3 | 2: return PaletteChans<15, 2>(t, v, mask, idx);
+      case 15 << 3 | 3: return PaletteChans<15, 3>(t, v, mask, idx);
+      case 15 << 3 | 4: return PaletteChans<15, 4>(t, v, mask, idx);
       default: return PaletteRef(t, v, bits, chans, mask, idx);
     }
   }

@@ -5,9 +5,11 @@
 // packing, with the argument checks and the region walk of the other
 // texture encoders.  The steps that run over the
 // pixels of a tile or over the partitions are the kernels the driver is
-// templated on: the sums of a pixel set (exact integers), the extremes of
-// its projections on an axis, the first ranking of the partitions, and
-// each pixel's nearest entry of a palette with the squared error.
+// templated on: the load of a tile into channel planes and its kind
+// (opaque, grey), the sums of a pixel set (exact integers), the extremes of
+// its projections on an axis, the first ranking of the partitions and
+// their line estimates, the errors of the endpoint pairs of a grey tile's window, and each pixel's
+// nearest entry of a palette with the squared error.
 // RefKernel here, a vector form per target in bc7_encode-inl.h.  The float
 // fitting between them runs in the driver, compiled once, so every kernel
 // sees the same values and the blocks come out identical.
@@ -212,6 +214,7 @@ struct Effort {
   int refits;        // least squares rounds while the error drops
   bool all_pbits;    // every p-bit combination measured (else the one of least rounding error)
   bool local;        // codes moved by one while the error drops
+  int axis_steps = 4;  // power steps toward the principal axis
 };
 
 // A fitted set of endpoints and the indices of the pixels it serves.
@@ -319,15 +322,17 @@ inline bool Refit(const Tile& t, const Format& f, uint32_t mask, const Fit& fit,
   return true;
 }
 
-// Power iteration from the channel of the widest spread over the first
-// kChans channels (the covariance of the others is 0, and so is their
-// share of the axis).
+// `steps` of power iteration from the channel of the widest spread over
+// the first kChans channels (the covariance of the others is 0, and so is
+// their share of the axis).
+// Inlined: its caller reads the axis back as a whole vector, which would
+// wait out the forwarding of four single stores.
 template <int kChans>
-void PrincipalAxis(const float cov[4][4], float axis[4]) {
+inline __attribute__((always_inline)) void PrincipalAxis(const float cov[4][4], int steps, float axis[4]) {
   int widest = 0;
   for (int c = 1; c < 4; ++c) widest = cov[c][c] > cov[widest][widest] ? c : widest;
   for (int c = 0; c < 4; ++c) axis[c] = cov[widest][c];
-  for (int it = 0; it < 4; ++it) {
+  for (int it = 0; it < steps; ++it) {
     float next[kChans], m = 0;
     for (int i = 0; i < kChans; ++i) {
       next[i] = cov[i][0] * axis[0];
@@ -369,9 +374,9 @@ Fit FitSubset(const Tile& t, const Format& f, uint32_t mask, const Effort& eff) 
   }
   float axis[4];
   if (f.chans == 7) {
-    PrincipalAxis<3>(cov, axis);
+    PrincipalAxis<3>(cov, eff.axis_steps, axis);
   } else {
-    PrincipalAxis<4>(cov, axis);
+    PrincipalAxis<4>(cov, eff.axis_steps, axis);
   }
   float lo = 0, hi = 0, len = 0;
   for (int c = 0; c < 4; ++c) len += axis[c] * axis[c];
@@ -454,6 +459,7 @@ inline int AnchorOf(int subsets, int partition, int s) {
 }
 
 inline uint32_t SubsetMask(int subsets, int partition, int s);
+inline int SubsetOf(int subsets, int partition, int p);
 
 // Endpoint pairs swapped (over channels c0..c1) and indices mirrored where
 // an anchor's index has its top bit set, then the 128 bits in the order
@@ -576,19 +582,25 @@ void TryPartitioned(const Tile& t, int mode, int partition, bool opaque, const E
     f.pbits_one = true;
     f.chans = 7;
   }
-  Block b;
-  b.mode = mode, b.partition = partition, b.err = 0;
+  // The winner's indices are gathered from its subsets' fits only when it
+  // wins (whole 16-byte moves: byte merges into a block that is read
+  // whole stall the store forwarding).
+  Fit fit[3];
+  uint32_t err = 0;
   for (int s = 0; s < m.subsets; ++s) {
-    const uint32_t mask = SubsetMask(m.subsets, partition, s);
-    const Fit fit = FitSubset<K>(t, f, mask, eff);
-    b.err += fit.err;
-    if (b.err >= best->err) return;
-    b.e[s] = fit.e;
-    for (int p = 0; p < 16; ++p) {
-      if (mask >> p & 1) b.idx[p] = fit.idx[p];
-    }
+    fit[s] = FitSubset<K>(t, f, SubsetMask(m.subsets, partition, s), eff);
+    err += fit[s].err;
+    if (err >= best->err) return;
   }
-  *best = b;
+  best->err = err, best->mode = mode, best->partition = partition, best->rotation = 0, best->selection = 0;
+  for (int s = 0; s < m.subsets; ++s) best->e[s] = fit[s].e;
+  if (m.subsets == 1) {
+    std::memcpy(best->idx, fit[0].idx, 16);
+  } else {
+    uint8_t idx[16];
+    for (int p = 0; p < 16; ++p) idx[p] = fit[SubsetOf(m.subsets, partition, p)].idx[p];
+    std::memcpy(best->idx, idx, 16);
+  }
 }
 
 // Mode 4 or 5 with a rotation (alpha swapped with channel rotation - 1
@@ -703,6 +715,12 @@ inline constexpr Split3Table MakeSplit3Table() {
 }
 inline constexpr Split3Table kSplit3 = MakeSplit3Table();
 
+// The subset of pixel p.
+inline int SubsetOf(int subsets, int partition, int p) {
+  if (subsets == 2) return bptc_decode::kPartition2[partition] >> (2 * p) & 1;
+  return bptc_decode::kPartition3[partition] >> (2 * p) & 3;
+}
+
 // Pixels of subset s of a partition, bit p for pixel p.
 inline uint32_t SubsetMask(int subsets, int partition, int s) {
   if (subsets == 1) return 0xFFFF;
@@ -797,6 +815,12 @@ inline float MeanSpread(const Points& pts, int chans, const Spread& all, int sub
   return total;
 }
 
+// The estimates of the `count` partitions listed in `parts`, each at its
+// number in `est`.
+inline void EstimateRef(const Moments& mo, int subsets, const int* parts, int count, float* est) {
+  for (int i = 0; i < count; ++i) est[parts[i]] = PartitionEstimate(mo, subsets, parts[i]);
+}
+
 // The first ranking of the first `count` partitions of `subsets` subsets.
 inline void RoughRef(const Points& pts, const Spread& all, int subsets, int count, float* rough) {
   for (int k = 0; k < count; ++k) rough[k] = MeanSpread(pts, 4, all, subsets, k);
@@ -838,7 +862,7 @@ int Preselect(const Tile& t, const Moments& mo, int subsets, int count, int keep
   for (int k = 0; k < count; ++k) order[k] = k;
   const int wide = Least(rough, order, count, 2 * keep + 4 < count ? 2 * keep + 4 : count, listed);
   std::sort(listed, listed + wide);
-  for (int i = 0; i < wide; ++i) est[listed[i]] = PartitionEstimate(mo, subsets, listed[i]);
+  K::Estimate(mo, subsets, listed, wide, est);
   return Least(est, listed, wide, keep, out);
 }
 
@@ -897,6 +921,7 @@ inline int GreyNearest(const GreySet& s, float x) {
 // table serves every pair.
 struct GapTable {
   uint16_t e[2][32896];
+  uint16_t pad[2];  // 32-bit reads of the last entry stay inside
 };
 inline constexpr GapTable MakeGapTable() {
   GapTable t{};
@@ -932,6 +957,11 @@ inline uint32_t GreyError(const int* xs, int n, int bits, int va, int vb) {
   return total;
 }
 
+// The errors of `count` pairs of endpoint values va[i], vb[i].
+inline void GreyErrorsRef(const int* xs, int n, int bits, const int* va, const int* vb, int count, uint32_t* err) {
+  for (int i = 0; i < count; ++i) err[i] = GreyError(xs, n, bits, va[i], vb[i]);
+}
+
 // A one-channel fit: the codes of the two endpoints, the error (channel 0)
 // and the indices.
 struct GreyFit {
@@ -943,9 +973,11 @@ struct GreyFit {
 // Codes of the pixels in `mask` for set `s` and `bits`-bit indices: from
 // the codes nearest the least and greatest pixel, every pair within
 // `reach` codes of the centre measured, then the least-squares endpoints
-// of the best pair's indices as the next centre, while the error drops.
+// of the best pair's indices as the next centre, while the error drops
+// (`rounds` windows at most).  Reach 0 (one round): the two codes either
+// side of the least pixel against the two either side of the greatest.
 template <class K>
-GreyFit FitGrey(const Tile& t, uint32_t mask, const GreySet& s, int bits, int reach) {
+GreyFit FitGrey(const Tile& t, uint32_t mask, const GreySet& s, int bits, int reach, int rounds) {
   GreyFit best;
   int lo = 255, hi = 0, xs[16], n = 0;
   for (uint32_t m = mask; m; m &= m - 1) {
@@ -956,28 +988,38 @@ GreyFit FitGrey(const Tile& t, uint32_t mask, const GreySet& s, int bits, int re
   float A = float(lo), B = float(hi);
   const Format f{{8, 8, 8, 0}, 0, bits, 1};
   int seen[3][2];  // centres of the windows measured before
-  for (int round = 0; round < 3 && best.err > 0; ++round) {
+  for (int round = 0; round < rounds && best.err > 0; ++round) {
     const uint32_t before = best.err;
     const int ca = GreyNearest(s, A), cb = GreyNearest(s, B);
     seen[round][0] = ca, seen[round][1] = cb;
-    for (int a = ca - reach; a <= ca + reach; ++a) {
+    int pa[49], pb[49], va[49], vb[49], np = 0;
+    int a0 = ca - reach, a1 = ca + reach, b0 = cb - reach, b1 = cb + reach;
+    if (reach == 0) {
+      a0 = float(GreyValue(s, ca)) > A ? ca - 1 : ca, a1 = a0 + 1;
+      b1 = float(GreyValue(s, cb)) < B ? cb + 1 : cb, b0 = b1 - 1;
+    }
+    for (int a = a0; a <= a1; ++a) {
       if (a < 0 || a >= s.count) continue;
-      for (int b = cb - reach; b <= cb + reach; ++b) {
+      for (int b = b0; b <= b1; ++b) {
         if (b < 0 || b >= s.count || (s.shared && ((a ^ b) & 1))) continue;
         bool again = false;
         for (int r = 0; r < round; ++r) {
           again |= std::abs(a - seen[r][0]) <= reach && std::abs(b - seen[r][1]) <= reach;
         }
         if (again) continue;
-        const uint32_t err = GreyError(xs, n, bits, GreyValue(s, a), GreyValue(s, b));
-        if (err < best.err) best.err = err, best.code[0] = a, best.code[1] = b;
+        pa[np] = a, pb[np] = b, va[np] = GreyValue(s, a), vb[np] = GreyValue(s, b), ++np;
       }
+    }
+    uint32_t errs[49];
+    K::Grey(xs, n, bits, va, vb, np, errs);
+    for (int i = 0; i < np; ++i) {
+      if (errs[i] < best.err) best.err = errs[i], best.code[0] = pa[i], best.code[1] = pb[i];
     }
     if (best.err >= before) break;
     // The indices of the best pair (the error is the table's).
     const int v[2][4] = {{GreyValue(s, best.code[0]), 0, 0, 0}, {GreyValue(s, best.code[1]), 0, 0, 0}};
     K::Run(t, v, bits, 1, mask, best.idx);
-    if (best.err == 0) break;
+    if (best.err == 0 || round + 1 == rounds) break;
     Fit fit;
     std::memcpy(fit.idx, best.idx, 16);
     float a4[4], b4[4];
@@ -989,48 +1031,55 @@ GreyFit FitGrey(const Tile& t, uint32_t mask, const GreySet& s, int bits, int re
 
 // A grey tile in mode 6, 1 or 0 with the given partition.
 template <class K>
-void TryGrey(const Tile& t, int mode, int partition, int reach, Block* best) {
+void TryGrey(const Tile& t, int mode, int partition, int reach, int rounds, Block* best) {
   const bptc_decode::Bc7Mode& m = kBc7Modes[mode];
   const GreySet s{mode == 6 ? 128 : mode == 1 ? 128 : 32, mode == 1, mode};
-  Block b;
-  b.mode = mode, b.partition = partition, b.err = 0;
+  GreyFit fit[3];
+  uint32_t err = 0;
   for (int k = 0; k < m.subsets; ++k) {
-    const uint32_t mask = SubsetMask(m.subsets, partition, k);
-    const GreyFit fit = FitGrey<K>(t, mask, s, m.index_bits, reach);
-    if (fit.err >= best->err) return;
-    b.err += 3 * fit.err;
-    if (b.err >= best->err) return;
+    fit[k] = FitGrey<K>(t, SubsetMask(m.subsets, partition, k), s, m.index_bits, reach, rounds);
+    if (fit[k].err >= best->err) return;
+    err += 3 * fit[k].err;
+    if (err >= best->err) return;
+  }
+  best->err = err, best->mode = mode, best->partition = partition, best->rotation = 0, best->selection = 0;
+  for (int k = 0; k < m.subsets; ++k) {
     for (int e = 0; e < 2; ++e) {
-      const int i = fit.code[e];
+      const int i = fit[k].code[e];
       const int q = mode == 6 ? i : i >> 1;
-      for (int c = 0; c < 3; ++c) b.e[k].q[e][c] = q;
-      b.e[k].q[e][3] = mode == 6 ? 127 : 0;
-      b.e[k].p[e] = mode == 6 ? 1 : i & 1;
-    }
-    for (int p = 0; p < 16; ++p) {
-      if (mask >> p & 1) b.idx[p] = fit.idx[p];
+      for (int c = 0; c < 3; ++c) best->e[k].q[e][c] = q;
+      best->e[k].q[e][3] = mode == 6 ? 127 : 0;
+      best->e[k].p[e] = mode == 6 ? 1 : i & 1;
     }
   }
-  *best = b;
+  // As TryPartitioned gathers them.
+  if (m.subsets == 1) {
+    std::memcpy(best->idx, fit[0].idx, 16);
+  } else {
+    uint8_t idx[16];
+    for (int p = 0; p < 16; ++p) idx[p] = fit[SubsetOf(m.subsets, partition, p)].idx[p];
+    std::memcpy(best->idx, idx, 16);
+  }
 }
 
 // A grey tile's block: mode 6, then at quality 0 (a squared error above
 // 256 left) mode 1 over the partition nearest to the split of the pixels
 // at the middle of mode 6's palette; above it mode 1 over the 4 or 8
 // partitions of least spread about their subsets' means and mode 0 over
-// the 2 or 4 (quality 1, 2).  The codes are searched within 1, 2 or 3 of
-// each centre.
+// the 2 or 4 (quality 1, 2).  The codes are searched within 2 or 3 of
+// each centre in up to 3 windows (quality 1, 2); quality 0 measures the
+// codes either side of each end, one window.
 template <class K>
 void EncodeGrey(const Tile& t, int quality, uint8_t out[16]) {
-  static constexpr int kReach[3] = {1, 2, 3}, kMode1[3] = {0, 4, 8}, kMode0[3] = {0, 2, 4};
-  const int reach = kReach[quality];
+  static constexpr int kReach[3] = {0, 2, 3}, kMode1[3] = {0, 4, 8}, kMode0[3] = {0, 2, 4};
+  const int reach = kReach[quality], rounds = quality == 0 ? 1 : 3;
   Block best;
-  TryGrey<K>(t, 6, 0, reach, &best);
+  TryGrey<K>(t, 6, 0, reach, rounds, &best);
   if (quality == 0) {
     if (best.err > 256) {
       uint32_t split = 0;
       for (int p = 0; p < 16; ++p) split |= uint32_t(best.idx[p] >= 8) << p;
-      TryGrey<K>(t, 1, K::NearestSplit(split), reach, &best);
+      TryGrey<K>(t, 1, K::NearestSplit(split), reach, rounds, &best);
     }
   } else if (best.err > 0) {
     Points pts;
@@ -1041,10 +1090,10 @@ void EncodeGrey(const Tile& t, int quality, uint8_t out[16]) {
     for (int k = 0; k < 64; ++k) order[k] = k;
     K::Rough(pts, all, 2, 64, rough);
     const int n1 = Least(rough, order, 64, kMode1[quality], parts);
-    for (int i = 0; i < n1 && best.err > 0; ++i) TryGrey<K>(t, 1, parts[i], reach, &best);
+    for (int i = 0; i < n1 && best.err > 0; ++i) TryGrey<K>(t, 1, parts[i], reach, rounds, &best);
     K::Rough(pts, all, 3, 16, rough);
     const int n0 = Least(rough, order, 16, kMode0[quality], parts);
-    for (int i = 0; i < n0 && best.err > 0; ++i) TryGrey<K>(t, 0, parts[i], reach, &best);
+    for (int i = 0; i < n0 && best.err > 0; ++i) TryGrey<K>(t, 0, parts[i], reach, rounds, &best);
   }
   Pack(best, out);
 }
@@ -1066,10 +1115,12 @@ void EncodeGrey(const Tile& t, int quality, uint8_t out[16]) {
 // one-channel search of EncodeGrey at every level instead.
 template <class K>
 void EncodeTile(const Tile& t, int quality, uint8_t out[16]) {
-  bool opaque = true, grey = true;
-  for (int p = 0; p < 16; ++p) opaque &= t.c[3][p] == 255, grey &= t.c[0][p] == t.c[1][p] && t.c[0][p] == t.c[2][p];
+  const int kind = K::Kind(t);
+  const bool opaque = kind & 1, grey = kind >> 1 & 1;
   if (opaque && grey) return EncodeGrey<K>(t, quality, out);
-  const Effort eff{quality == 0 ? 0 : 1, false, false};
+  // Quality 0: one power step (the axis it gives fits about as well) and no
+  // least squares round.
+  const Effort eff{quality == 0 ? 0 : 1, false, false, quality == 0 ? 1 : 4};
   Block best;
   TryPartitioned<K>(t, 6, 0, opaque, eff, &best);
   if (best.err == 0) return Pack(best, out);
@@ -1126,8 +1177,26 @@ inline int NearestSplitRef(uint32_t split) {
   return part;
 }
 
+// A tile from 4 rows of 4 RGBA pixels `step` bytes apart.
+inline void LoadRef(const uint8_t* at, ptrdiff_t step, Tile* t) {
+  for (int r = 0; r < 4; ++r, at += step) {
+    for (int k = 0; k < 4; ++k) {
+      for (int c = 0; c < 4; ++c) t->c[c][4 * r + k] = at[4 * k + c];
+    }
+  }
+}
+
+// Bit 0: every alpha 255; bit 1: R = G = B in every pixel.
+inline int KindRef(const Tile& t) {
+  bool opaque = true, grey = true;
+  for (int p = 0; p < 16; ++p) opaque &= t.c[3][p] == 255, grey &= t.c[0][p] == t.c[1][p] && t.c[0][p] == t.c[2][p];
+  return int(opaque) | int(grey) << 1;
+}
+
 // The reference kernels.
 struct RefKernel {
+  static void Load(const uint8_t* at, ptrdiff_t step, Tile* t) { LoadRef(at, step, t); }
+  static int Kind(const Tile& t) { return KindRef(t); }
   static int NearestSplit(uint32_t split) { return NearestSplitRef(split); }
   static void Sum(const Tile& t, uint32_t mask, Sums* out) { SumsRef(t, mask, out); }
   static void Extent(const Tile& t, uint32_t mask, const float mean[4], const float axis[4], float* lo, float* hi) {
@@ -1135,6 +1204,12 @@ struct RefKernel {
   }
   static void Rough(const Points& pts, const Spread& all, int subsets, int count, float* rough) {
     RoughRef(pts, all, subsets, count, rough);
+  }
+  static void Grey(const int* xs, int n, int bits, const int* va, const int* vb, int count, uint32_t* err) {
+    GreyErrorsRef(xs, n, bits, va, vb, count, err);
+  }
+  static void Estimate(const Moments& mo, int subsets, const int* parts, int count, float* est) {
+    EstimateRef(mo, subsets, parts, count, est);
   }
   static uint32_t Run(const Tile& t, const int v[2][4], int bits, int chans, uint32_t mask, uint8_t idx[16]) {
     return PaletteRef(t, v, bits, chans, mask, idx);
@@ -1151,12 +1226,7 @@ RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, 
   for (int64_t y = 0; y < roi.height; y += 4) {
     for (int64_t x = 0; x < roi.width; x += 4, dst += 16) {
       if (x + 4 <= roi.width && y + 4 <= roi.height) {
-        const uint8_t* at = src + ptrdiff_t(y) * step + 4 * x;
-        for (int r = 0; r < 4; ++r, at += step) {
-          for (int k = 0; k < 4; ++k) {
-            for (int c = 0; c < 4; ++c) t.c[c][4 * r + k] = at[4 * k + c];
-          }
-        }
+        K::Load(src + ptrdiff_t(y) * step + 4 * x, step, &t);
       } else {
         for (int c = 0; c < 4; ++c) {
           bc_encode::Gather(src, step, roi, x, y, 4, c, v);
