@@ -705,6 +705,9 @@ class Decoder {
   std::vector<std::vector<int32_t>> planes_;
   std::vector<uint8_t> state_;
   std::vector<std::vector<int32_t>> hpStep_;  // per channel, per macroblock
+  uint32_t mostKnown_ = 0;                  // channels (bits) with most_ found
+  std::array<int32_t, 16> mostStep_{};      // per channel: the HP step most_ was found for
+  std::array<uint32_t, 16> most_{};         // ... and the largest level it allows
   int trim_ = 0;
   int corners_ = 0;  // corner rows reconstructed
   int earlyRow_ = -1, earlyX_ = 0;  // luma corners 0..earlyX_-1 of row earlyRow_ already run
@@ -1109,11 +1112,16 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     // kMaxCoef); those the prediction below adds to are bounded here, before
     // and after, and their predecessors are either bounded sums or levels
     // left for that later test.
-    bool ok = true;
-    auto add = [&ok](int32_t& to, int32_t from) {
-      const int64_t v = int64_t(to) + from;
-      ok &= InRange(to) & InRange(v);
-      to = ok ? int32_t(v) : 0;
+    // The sums run in 32 bits, wrapping, each level and sum mapped to
+    // level + kMaxCoef (unsigned) and the largest kept: one over 2 kMaxCoef
+    // is out of range.  Until the first such, every value is as in 64
+    // bits; a wrapped sum of an in-range level lands out of range too; and
+    // after one the macroblock fails whatever it holds.
+    uint32_t worst = 0;
+    auto add = [&worst](int32_t& to, int32_t from) {
+      const uint32_t v = uint32_t(to) + uint32_t(from);
+      worst = std::max(worst, std::max(uint32_t(to) + uint32_t(kMaxCoef), v + uint32_t(kMaxCoef)));
+      to = int32_t(v);
     };
     for (int ch = 0; ch < nc; ++ch) {
       int32_t* p = hpc + 256 * ch;
@@ -1132,7 +1140,7 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
         }
       }
     }
-    if (!ok) return fail("HP level");
+    if (worst > uint32_t(2 * kMaxCoef)) return fail("HP level");
   }
 
   // dequantize, second level inverse transform, into the planes; the
@@ -1176,7 +1184,14 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     hpStep_[size_t(ch)][size_t(my) * mbw_ + mx] = shp;
     // the HP products: one bound for the lot, then 32-bit products
     const int32_t* src = hpc + 256 * ch;
-    const uint32_t most = shp > 0 ? uint32_t(kMaxCoef / shp) : uint32_t(kMaxCoef);  // largest level
+    // largest level (the quotient kept per channel: a division a
+    // macroblock was a few percent of its time)
+    if (!((mostKnown_ >> ch) & 1u) || shp != mostStep_[size_t(ch)]) {
+      mostKnown_ |= 1u << ch;
+      mostStep_[size_t(ch)] = shp;
+      most_[size_t(ch)] = shp > 0 ? uint32_t(kMaxCoef / shp) : uint32_t(kMaxCoef);
+    }
+    const uint32_t most = most_[size_t(ch)];
     // chroma block DCs carry one bit less under scaled arithmetic
     if (h_.scaled && ch > 0) {
       for (int b = 0; b < nb; ++b) d[b] *= 2;
