@@ -2356,7 +2356,7 @@ inline RvtResult OnContext(State* st, bool apart, Body body) {
   return status;
 }
 
-// What decoding a DC or LP band can change of a context: the
+// What decoding an LP band can change of a context: the
 // discriminants, model states and bits and the LP pattern counters (one run
 // of fields), and the LP scan's order and totals; about half the context,
 // kept in vectors rather than by a string copy of the whole.
@@ -2378,15 +2378,33 @@ struct LowBandKeep {
   }
 };
 
+// What the fast form's DC decoding can change: the discriminants of the
+// two level tables and the DC model (the pattern of colour DCs is coded
+// with a fixed table).
+struct DcBandKeep {
+  static_assert(kDcLevelChr == kDcLevelLum + 1);
+  int32_t disc[2], state[2], bits[2];
+  explicit DcBandKeep(const State& s) {
+    std::memcpy(disc, s.disc + kDcLevelLum, sizeof(disc));
+    std::memcpy(state, s.modelState[kDC], sizeof(state));
+    std::memcpy(bits, s.modelBits[kDC], sizeof(bits));
+  }
+  void Put(State& s) const {
+    std::memcpy(s.disc + kDcLevelLum, disc, sizeof(disc));
+    std::memcpy(s.modelState[kDC], state, sizeof(state));
+    std::memcpy(s.modelBits[kDC], bits, sizeof(bits));
+  }
+};
+
 // Decoding of one DC or LP band into scratch coefficients, the caller
 // copying what the band writes; the fast form on a context apart from the
-// band keeps only what the band can change.
-template <class R, class Body>
+// band keeps only what the band can change (Keep).
+template <class R, class Keep = LowBandKeep, class Body>
 inline RvtResult DecodeBand(const uint8_t* src, int32_t len, int32_t* pos, State* st, Body body) {
   R r{src, EndBits(len), *pos};
   RvtResult status;
   if (std::is_same_v<R, FastReader> && Apart(st, src, size_t(len))) {
-    const LowBandKeep keep(*st);
+    const Keep keep(*st);
     status = body(r, *st);
     if (status != rvtStatusOk) keep.Put(*st);
   } else {
@@ -2402,7 +2420,8 @@ inline RvtResult DecodeDCEntry(const uint8_t* src, int32_t len, int32_t* pos, St
   RVT_CHECK(CheckState(st));
   RVT_CHECK(CheckPtr(coef));
   int32_t tmp[256];
-  const RvtResult status = DecodeBand<R>(src, len, pos, st, [&](R& r, State& s) { return DecodeDC(r, s, tmp); });
+  const RvtResult status =
+      DecodeBand<R, DcBandKeep>(src, len, pos, st, [&](R& r, State& s) { return DecodeDC(r, s, tmp); });
   if (status == rvtStatusOk) {
     for (int ch = 0; ch < st->channels; ++ch) coef[16 * ch] = tmp[16 * ch];
   }
