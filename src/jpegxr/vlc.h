@@ -2356,23 +2356,30 @@ inline RvtResult OnContext(State* st, bool apart, Body body) {
   return status;
 }
 
-// What decoding an LP band can change of a context: the
-// discriminants, model states and bits and the LP pattern counters (one run
-// of fields), and the LP scan's order and totals; about half the context,
-// kept in vectors rather than by a string copy of the whole.
+// What the fast form's LP decoding can change of a context: the
+// discriminants of the LP tables (the run table keeps its first code), the
+// LP model, the pattern counters and the LP scan's order and totals.
 struct LowBandKeep {
-  static constexpr size_t kFrom = offsetof(State, disc), kTo = offsetof(State, cbpModel);
-  static_assert(offsetof(State, disc1) > kFrom && offsetof(State, cbpCountMax) < kTo);
-  uint8_t fields[kTo - kFrom];
+  static constexpr int kN = kHpFirst - kLpFirst;
+  static_assert(offsetof(State, cbpCountMax) == offsetof(State, cbpCountZero) + sizeof(int32_t));
+  int32_t disc[kN], disc1[kN], state[2], bits[2], counts[2];
   uint8_t order[16];
   int32_t total[16];
   explicit LowBandKeep(const State& s) {
-    std::memcpy(fields, reinterpret_cast<const uint8_t*>(&s) + kFrom, sizeof(fields));
+    std::memcpy(disc, s.disc + kLpFirst, sizeof(disc));
+    std::memcpy(disc1, s.disc1 + kLpFirst, sizeof(disc1));
+    std::memcpy(state, s.modelState[kLP], sizeof(state));
+    std::memcpy(bits, s.modelBits[kLP], sizeof(bits));
+    std::memcpy(counts, &s.cbpCountZero, sizeof(counts));
     std::memcpy(order, s.order[0], sizeof(order));
     std::memcpy(total, s.total[0], sizeof(total));
   }
   void Put(State& s) const {
-    std::memcpy(reinterpret_cast<uint8_t*>(&s) + kFrom, fields, sizeof(fields));
+    std::memcpy(s.disc + kLpFirst, disc, sizeof(disc));
+    std::memcpy(s.disc1 + kLpFirst, disc1, sizeof(disc1));
+    std::memcpy(s.modelState[kLP], state, sizeof(state));
+    std::memcpy(s.modelBits[kLP], bits, sizeof(bits));
+    std::memcpy(&s.cbpCountZero, counts, sizeof(counts));
     std::memcpy(s.order[0], order, sizeof(order));
     std::memcpy(s.total[0], total, sizeof(total));
   }
