@@ -650,12 +650,7 @@ class Decoder {
     // whole planes.
     ring_ = h.tileX.size() == 1;
     const int lumaRows = ring_ ? (sub_ ? 3 : 2) : mbh_;
-    // (each plane sized once: no zeroed prototype copied into every
-    // channel, nor chroma planes made twice)
-    planes_.resize(size_t(h.channels));
-    for (int ch = 0; ch < h.channels; ++ch) {
-      if (!sub_ || ch == 0) planes_[size_t(ch)].assign(size_t(pw_) * 16 * lumaRows, 0);
-    }
+    planes_.assign(size_t(h.channels), std::vector<int32_t>(size_t(pw_) * 16 * lumaRows, 0));
     if (sub_) {
       chromaSlots_ = ring_ ? std::min(kChromaSlots, mbh_) : mbh_;
       chromaRowLen_ = size_t(mbw_) * (h.format == k420 ? 64 : 128);
