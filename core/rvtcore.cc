@@ -103,11 +103,23 @@ int32_t DetectMaxCache() {
 
 std::atomic<int32_t> g_thread_cap{0};
 
+// Detected once, on first use, into an atomic: a second thread racing the
+// first only repeats the same cpuid reads and stores the same value.  (No
+// guarded local static: that would tie the library to the C++ runtime's
+// guard functions, and every program using it to loading that runtime.)
+constexpr uint64_t kFeaturesKnown = uint64_t(1) << 63;  // above every RVT_CPU_ bit
+std::atomic<uint64_t> g_features{0};
+std::atomic<int32_t> g_max_cache{-1};
+
 }  // namespace
 
 RVT_API uint64_t rvtGetEnabledCpuFeatures(void) {
-  static const uint64_t mask = DetectFeatures();
-  return mask;
+  uint64_t mask = g_features.load(std::memory_order_relaxed);
+  if (mask == 0) {
+    mask = DetectFeatures() | kFeaturesKnown;
+    g_features.store(mask, std::memory_order_relaxed);
+  }
+  return mask & ~kFeaturesKnown;
 }
 
 RVT_API void* rvtMalloc(int32_t len) {
@@ -121,7 +133,11 @@ RVT_API void rvtFree(void* ptr) { std::free(ptr); }
 
 RVT_API int32_t rvtGetMaxCacheSizeB(int32_t* pSize) {
   if (!pSize) return -8;
-  static const int32_t size = DetectMaxCache();
+  int32_t size = g_max_cache.load(std::memory_order_relaxed);
+  if (size < 0) {
+    size = DetectMaxCache();
+    g_max_cache.store(size, std::memory_order_relaxed);
+  }
   if (size <= 0) return -1;
   *pSize = size;
   return 0;

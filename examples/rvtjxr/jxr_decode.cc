@@ -449,28 +449,47 @@ __attribute__((target("avx2"))) bool ColourGroupAvx2(const int32_t* ly, const in
   return RangeInside(lo, hi);
 }
 
-// 16 grey samples (two 8-lane vectors) to clamped bytes, as GreyRow.
-RVTJXR_AVX2 __m128i GreyBytes(__m256i a, __m256i b, __m256i bias, __m128i count) {
-  return ClampedBytes(_mm256_sra_epi32(_mm256_add_epi32(a, bias), count),
-                      _mm256_sra_epi32(_mm256_add_epi32(b, bias), count));
+// Grey samples to output levels before clamping, as GreyRow.
+RVTJXR_AVX2 __m256i GreyLevels(__m256i v, __m256i bias, __m128i count) {
+  return _mm256_sra_epi32(_mm256_add_epi32(v, bias), count);
 }
-// The same for grey 8-bit samples (GreyRow's arithmetic).
+// The same for grey 8-bit samples (GreyRow's arithmetic).  A step takes
+// the half (two pixel rows) of four neighbouring blocks A..D as they lie,
+// packs them to bytes with the clamping packs (16 bits, then 8) and sorts
+// the bytes into the two rows with a byte shuffle, a dword permute and a
+// byte shuffle (fewer shuffles than sorting the samples first).  After the
+// packs a lane holds the bytes of A..D's elements 0-3 (or 4-7), a row being
+// elements 0, 1, 5, 4 or 2, 3, 7, 6 (kInBlock).
 __attribute__((target("avx2"))) bool GreyGroupAvx2(const int32_t* ly, int n16, int32_t bias, int shift, uint8_t* o,
                                                    size_t rowLen) {
   __m256i lo = _mm256_setzero_si256(), hi = lo;
   const __m256i vbias = _mm256_set1_epi32(bias);
   const __m128i count = _mm_cvtsi32_si128(shift);
+  // the first two and last two bytes of each element run of four: A0 A1 B0
+  // B1 C0 C1 D0 D1, then A2 A3 B2 B3 C2 C3 D2 D3 (lane by lane)
+  const __m256i split = _mm256_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15, 0, 1, 4, 5, 8, 9, 12,
+                                         13, 2, 3, 6, 7, 10, 11, 14, 15);
+  // elements 0, 1 beside 4, 5 (lane 0) and 2, 3 beside 6, 7 (lane 1)
+  const __m256i join = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+  // each block's four: A0 A1 A5 A4 B0 B1 B5 B4 ... (or 2, 3, 7, 6)
+  const __m256i order = _mm256_setr_epi8(0, 1, 5, 4, 2, 3, 7, 6, 8, 9, 13, 12, 10, 11, 15, 14, 0, 1, 5, 4, 2, 3, 7, 6,
+                                         8, 9, 13, 12, 10, 11, 15, 14);
   for (int half = 0; half < 2; ++half) {
-    const __m256i idx = half == 0 ? _mm256_setr_epi32(0, 1, 5, 4, 2, 3, 7, 6) : _mm256_setr_epi32(2, 3, 7, 6, 0, 1, 5, 4);
-    uint8_t* upper = o + rowLen * size_t(2 * half);
-    uint8_t* lower = upper + rowLen;
+    // lane 0 holds rows 0 (half 0) or 3 (half 1), lane 1 rows 1 or 2
+    uint8_t* first = o + rowLen * size_t(half == 0 ? 0 : 3);
+    uint8_t* second = o + rowLen * size_t(half == 0 ? 1 : 2);
     for (int s = 0; s < n16; ++s) {
-      const int at = 256 * s + 8 * half;
-      __m256i y0, y1, y2, y3;
-      LayoutRowPair(ly + at, idx, y0, y2, lo, hi);
-      LayoutRowPair(ly + at + 128, idx, y1, y3, lo, hi);
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(upper + 16 * s), GreyBytes(y0, y1, vbias, count));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(lower + 16 * s), GreyBytes(y2, y3, vbias, count));
+      const int32_t* p = ly + 256 * s + 8 * half;
+      const __m256i a = Lanes8(p), b = Lanes8(p + 64), c = Lanes8(p + 128), d = Lanes8(p + 192);
+      lo = _mm256_min_epi32(lo, _mm256_min_epi32(_mm256_min_epi32(a, b), _mm256_min_epi32(c, d)));
+      hi = _mm256_max_epi32(hi, _mm256_max_epi32(_mm256_max_epi32(a, b), _mm256_max_epi32(c, d)));
+      const __m256i ab = _mm256_packs_epi32(GreyLevels(a, vbias, count), GreyLevels(b, vbias, count));
+      const __m256i cd = _mm256_packs_epi32(GreyLevels(c, vbias, count), GreyLevels(d, vbias, count));
+      const __m256i bytes = _mm256_packus_epi16(ab, cd);
+      const __m256i rows = _mm256_shuffle_epi8(
+          _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(bytes, split), join), order);
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(first + 16 * s), _mm256_castsi256_si128(rows));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(second + 16 * s), _mm256_extracti128_si256(rows, 1));
     }
   }
   return RangeInside(lo, hi);
@@ -705,6 +724,9 @@ class Decoder {
   std::vector<std::vector<int32_t>> planes_;
   std::vector<uint8_t> state_;
   std::vector<std::vector<int32_t>> hpStep_;  // per channel, per macroblock
+  uint32_t mostKnown_ = 0;                  // channels (bits) with most_ found
+  std::array<int32_t, 16> mostStep_{};      // per channel: the HP step most_ was found for
+  std::array<uint32_t, 16> most_{};         // ... and the largest level it allows
   int trim_ = 0;
   int corners_ = 0;  // corner rows reconstructed
   int earlyRow_ = -1, earlyX_ = 0;  // luma corners 0..earlyX_-1 of row earlyRow_ already run
@@ -1109,11 +1131,16 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     // kMaxCoef); those the prediction below adds to are bounded here, before
     // and after, and their predecessors are either bounded sums or levels
     // left for that later test.
-    bool ok = true;
-    auto add = [&ok](int32_t& to, int32_t from) {
-      const int64_t v = int64_t(to) + from;
-      ok &= InRange(to) & InRange(v);
-      to = ok ? int32_t(v) : 0;
+    // The sums run in 32 bits, wrapping, each level and sum mapped to
+    // level + kMaxCoef (unsigned) and the largest kept: one over 2 kMaxCoef
+    // is out of range.  Until the first such, every value is as in 64
+    // bits; a wrapped sum of an in-range level lands out of range too; and
+    // after one the macroblock fails whatever it holds.
+    uint32_t worst = 0;
+    auto add = [&worst](int32_t& to, int32_t from) {
+      const uint32_t v = uint32_t(to) + uint32_t(from);
+      worst = std::max(worst, std::max(uint32_t(to) + uint32_t(kMaxCoef), v + uint32_t(kMaxCoef)));
+      to = int32_t(v);
     };
     for (int ch = 0; ch < nc; ++ch) {
       int32_t* p = hpc + 256 * ch;
@@ -1132,7 +1159,7 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
         }
       }
     }
-    if (!ok) return fail("HP level");
+    if (worst > uint32_t(2 * kMaxCoef)) return fail("HP level");
   }
 
   // dequantize, second level inverse transform, into the planes; the
@@ -1176,7 +1203,14 @@ bool Decoder::Macroblock(int mx, int my, int x0, int y0, TileQp& q, Cursor* band
     hpStep_[size_t(ch)][size_t(my) * mbw_ + mx] = shp;
     // the HP products: one bound for the lot, then 32-bit products
     const int32_t* src = hpc + 256 * ch;
-    const uint32_t most = shp > 0 ? uint32_t(kMaxCoef / shp) : uint32_t(kMaxCoef);  // largest level
+    // largest level (the quotient kept per channel: a division a
+    // macroblock was a few percent of its time)
+    if (!((mostKnown_ >> ch) & 1u) || shp != mostStep_[size_t(ch)]) {
+      mostKnown_ |= 1u << ch;
+      mostStep_[size_t(ch)] = shp;
+      most_[size_t(ch)] = shp > 0 ? uint32_t(kMaxCoef / shp) : uint32_t(kMaxCoef);
+    }
+    const uint32_t most = most_[size_t(ch)];
     // chroma block DCs carry one bit less under scaled arithmetic
     if (h_.scaled && ch > 0) {
       for (int b = 0; b < nb; ++b) d[b] *= 2;

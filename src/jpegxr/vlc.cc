@@ -208,9 +208,25 @@ __attribute__((flatten)) RvtResult DecodeCbpHPTarget(const uint8_t* src, int32_t
                                                      int32_t* cbp) {
   return DecodeCbpHPEntry<FastReader>(src, len, pos, left, top, st, cbp);
 }
+// The LP coder once for each common format, its layout constants folded:
+// three in the entry, the rest on their own (one function holding them all
+// spilled more).
+template <int F>
+__attribute__((noinline, flatten)) RvtResult DecodeLPFormat(FastReader& __restrict r, State& __restrict s,
+                                                           int32_t* __restrict coef) {
+  return DecodeLP<FastReader, F>(r, s, coef);
+}
 __attribute__((flatten)) RvtResult DecodeLPTarget(const uint8_t* src, int32_t len, int32_t* pos, State* st,
                                                   int32_t* coef) {
-  return DecodeLPEntry<FastReader>(src, len, pos, st, coef);
+  return DecodeLPEntry<FastReader>(src, len, pos, st, coef, [](FastReader& r, State& s, int32_t* c) {
+    switch (s.format) {
+      case kYOnly: return DecodeLP<FastReader, kYOnly>(r, s, c);
+      case k422: return DecodeLP<FastReader, k422>(r, s, c);
+      case k444: return DecodeLP<FastReader, k444>(r, s, c);
+      case k420: return DecodeLPFormat<k420>(r, s, c);
+      default: return DecodeLPFormat<-1>(r, s, c);
+    }
+  });
 }
 __attribute__((flatten)) RvtResult DecodeHPTarget(const uint8_t* src, int32_t len, int32_t* pos,
                                                   const uint8_t* flex, int32_t flexLen, int32_t* flexPos,

@@ -13,6 +13,7 @@
 #define RVT_JPEGXR_VLC_H_
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -1279,14 +1280,24 @@ __attribute__((always_inline)) inline void RefineBlock(FastReader& f, int32_t* b
 
 // Group by group: the block's run/level code when its pattern bit is set,
 // then the model bits of the group's channels.
-template <class R>
+// (F: the context's format when the caller knows it, else -1)
+template <class R, int F = -1>
 __attribute__((always_inline)) inline RvtResult DecodeLPOn(R& r, State& s, int32_t* coef) {
+  if constexpr (F >= 0) {
+    if (s.format != F || s.channels != (F == kYOnly ? 1 : 3)) __builtin_unreachable();
+  }
   int32_t lm[2] = {0, 0};
   const int n = LpGroups(s);
   const int cbp = DecodeLpCbp(r, s, n);
   CountLpCbp(s, n, cbp);
   int32_t val[16];
   for (int ch = 0; ch < s.channels; ++ch) {
+    if constexpr (std::is_same_v<R, FastReader>) {
+      // (the fast form's coef is the entry's scratch: the whole block
+      // cleared in two vector stores, not a string store of 15 elements)
+      std::memset(coef + 16 * ch, 0, 16 * sizeof(int32_t));
+      continue;
+    }
     const int m = LpCount(s, ch);
     for (int k = 1; k < m; ++k) coef[16 * ch + k] = 0;
   }
@@ -1359,12 +1370,13 @@ __attribute__((always_inline)) inline RvtResult DecodeLPOn(R& r, State& s, int32
   return r.Short() ? rvtStatusOutOfBuffer : rvtStatusOk;
 }
 
-// The fast reader on a copy for the whole macroblock, as in DecodeHP.
-template <class R>
+// The fast reader on a copy for the whole macroblock, as in DecodeHP
+// (F: the context's format when the caller knows it, else -1).
+template <class R, int F = -1>
 inline RvtResult DecodeLP(R& r, State& s, int32_t* coef) {
   if constexpr (std::is_same_v<R, FastReader>) {
     FastReader l = r;
-    const RvtResult status = DecodeLPOn(l, s, coef);
+    const RvtResult status = DecodeLPOn<R, F>(l, s, coef);
     r = l;
     return status;
   } else {
@@ -2549,12 +2561,67 @@ inline RvtResult OnContext(State* st, bool apart, Body body) {
   return status;
 }
 
-// Decoding of one band into scratch coefficients, the caller copying what
-// the band writes.
-template <class R, class Body>
+// What the fast form's LP decoding can change of a context: the
+// discriminants of the LP tables (the run table keeps its first code), the
+// LP model, the pattern counters and the LP scan's order and totals.
+struct LowBandKeep {
+  static constexpr int kN = kHpFirst - kLpFirst;
+  static_assert(offsetof(State, cbpCountMax) == offsetof(State, cbpCountZero) + sizeof(int32_t));
+  int32_t disc[kN], disc1[kN], state[2], bits[2], counts[2];
+  uint8_t order[16];
+  int32_t total[16];
+  explicit LowBandKeep(const State& s) {
+    std::memcpy(disc, s.disc + kLpFirst, sizeof(disc));
+    std::memcpy(disc1, s.disc1 + kLpFirst, sizeof(disc1));
+    std::memcpy(state, s.modelState[kLP], sizeof(state));
+    std::memcpy(bits, s.modelBits[kLP], sizeof(bits));
+    std::memcpy(counts, &s.cbpCountZero, sizeof(counts));
+    std::memcpy(order, s.order[0], sizeof(order));
+    std::memcpy(total, s.total[0], sizeof(total));
+  }
+  void Put(State& s) const {
+    std::memcpy(s.disc + kLpFirst, disc, sizeof(disc));
+    std::memcpy(s.disc1 + kLpFirst, disc1, sizeof(disc1));
+    std::memcpy(s.modelState[kLP], state, sizeof(state));
+    std::memcpy(s.modelBits[kLP], bits, sizeof(bits));
+    std::memcpy(&s.cbpCountZero, counts, sizeof(counts));
+    std::memcpy(s.order[0], order, sizeof(order));
+    std::memcpy(s.total[0], total, sizeof(total));
+  }
+};
+
+// What the fast form's DC decoding can change: the discriminants of the
+// two level tables and the DC model (the pattern of colour DCs is coded
+// with a fixed table).
+struct DcBandKeep {
+  static_assert(kDcLevelChr == kDcLevelLum + 1);
+  int32_t disc[2], state[2], bits[2];
+  explicit DcBandKeep(const State& s) {
+    std::memcpy(disc, s.disc + kDcLevelLum, sizeof(disc));
+    std::memcpy(state, s.modelState[kDC], sizeof(state));
+    std::memcpy(bits, s.modelBits[kDC], sizeof(bits));
+  }
+  void Put(State& s) const {
+    std::memcpy(s.disc + kDcLevelLum, disc, sizeof(disc));
+    std::memcpy(s.modelState[kDC], state, sizeof(state));
+    std::memcpy(s.modelBits[kDC], bits, sizeof(bits));
+  }
+};
+
+// Decoding of one DC or LP band into scratch coefficients, the caller
+// copying what the band writes; the fast form on a context apart from the
+// band keeps only what the band can change (Keep).
+template <class R, class Keep = LowBandKeep, class Body>
 inline RvtResult DecodeBand(const uint8_t* src, int32_t len, int32_t* pos, State* st, Body body) {
   R r{src, EndBits(len), *pos};
-  const RvtResult status = OnContext<R>(st, Apart(st, src, size_t(len)), [&](State& s) { return body(r, s); });
+  RvtResult status;
+  if (std::is_same_v<R, FastReader> && Apart(st, src, size_t(len))) {
+    const Keep keep(*st);
+    status = body(r, *st);
+    if (status != rvtStatusOk) keep.Put(*st);
+  } else {
+    status = OnContext<R>(st, false, [&](State& s) { return body(r, s); });
+  }
   if (status == rvtStatusOk) *pos = int32_t(r.pos);
   return status;
 }
@@ -2565,20 +2632,23 @@ inline RvtResult DecodeDCEntry(const uint8_t* src, int32_t len, int32_t* pos, St
   RVT_CHECK(CheckState(st));
   RVT_CHECK(CheckPtr(coef));
   int32_t tmp[256];
-  const RvtResult status = DecodeBand<R>(src, len, pos, st, [&](R& r, State& s) { return DecodeDC(r, s, tmp); });
+  const RvtResult status =
+      DecodeBand<R, DcBandKeep>(src, len, pos, st, [&](R& r, State& s) { return DecodeDC(r, s, tmp); });
   if (status == rvtStatusOk) {
     for (int ch = 0; ch < st->channels; ++ch) coef[16 * ch] = tmp[16 * ch];
   }
   return status;
 }
 
-template <class R>
-inline RvtResult DecodeLPEntry(const uint8_t* src, int32_t len, int32_t* pos, State* st, int32_t* coef) {
+// (decode: the band's coder, (R&, State&, int32_t*) -> RvtResult)
+template <class R, class Decode>
+inline RvtResult DecodeLPEntry(const uint8_t* src, int32_t len, int32_t* pos, State* st, int32_t* coef,
+                               Decode decode) {
   RVT_CHECK(CheckCursor(src, len, pos));
   RVT_CHECK(CheckState(st));
   RVT_CHECK(CheckPtr(coef));
   int32_t tmp[256];
-  const RvtResult status = DecodeBand<R>(src, len, pos, st, [&](R& r, State& s) { return DecodeLP(r, s, tmp); });
+  const RvtResult status = DecodeBand<R>(src, len, pos, st, [&](R& r, State& s) { return decode(r, s, tmp); });
   if (status == rvtStatusOk) {
     // (the layout read once: the stores to coef may reach the context)
     const int channels = st->channels, chromaCount = LpCount(*st, 1);
@@ -2588,6 +2658,11 @@ inline RvtResult DecodeLPEntry(const uint8_t* src, int32_t len, int32_t* pos, St
     }
   }
   return status;
+}
+
+template <class R>
+inline RvtResult DecodeLPEntry(const uint8_t* src, int32_t len, int32_t* pos, State* st, int32_t* coef) {
+  return DecodeLPEntry<R>(src, len, pos, st, coef, [](R& r, State& s, int32_t* c) { return DecodeLP(r, s, c); });
 }
 
 template <class R>
