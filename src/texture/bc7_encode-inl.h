@@ -364,30 +364,30 @@ HWY_INLINE int KindLanes(const Tile& t) {
 }
 
 struct Kernel {
-  static HWY_NOINLINE void Estimate(const Moments& mo, int subsets, const int* parts, int count, float* est) {
+  static HWY_INLINE void Estimate(const Moments& mo, int subsets, const int* parts, int count, float* est) {
     if (mo.chans == 3) {
       EstimateChans<3>(mo, subsets, parts, count, est);
     } else {
       EstimateChans<4>(mo, subsets, parts, count, est);
     }
   }
-  static HWY_NOINLINE void Load(const uint8_t* at, ptrdiff_t step, Tile* t) { LoadLanes(at, step, t); }
-  static HWY_NOINLINE int Kind(const Tile& t) { return KindLanes(t); }
-  static HWY_NOINLINE void Grey(const int* xs, int n, int bits, const int* va, const int* vb, int count,
-                                uint32_t* err) {
+  static HWY_INLINE void Load(const uint8_t* at, ptrdiff_t step, Tile* t) { LoadLanes(at, step, t); }
+  static HWY_INLINE int Kind(const Tile& t) { return KindLanes(t); }
+  static HWY_INLINE void Grey(const int* xs, int n, int bits, const int* va, const int* vb, int count,
+                              uint32_t* err) {
     GreyLanes(xs, n, bits, va, vb, count, err);
   }
-  static HWY_NOINLINE int NearestSplit(uint32_t split) { return NearestSplitLanes(split); }
-  static HWY_NOINLINE void Rough(const Points& pts, const Spread& all, int subsets, int count, float* rough) {
+  static HWY_INLINE int NearestSplit(uint32_t split) { return NearestSplitLanes(split); }
+  static HWY_INLINE void Rough(const Points& pts, const Spread& all, int subsets, int count, float* rough) {
     RoughLanes(pts, all, subsets, count, rough);
   }
-  static HWY_NOINLINE void Sum(const Tile& t, uint32_t mask, Sums* out) { SumLanes(t, mask, out); }
-  static HWY_NOINLINE void Extent(const Tile& t, uint32_t mask, const float mean[4], const float axis[4], float* lo,
-                                  float* hi) {
+  static HWY_INLINE void Sum(const Tile& t, uint32_t mask, Sums* out) { SumLanes(t, mask, out); }
+  static HWY_INLINE void Extent(const Tile& t, uint32_t mask, const float mean[4], const float axis[4], float* lo,
+                                float* hi) {
     ExtentLanes(t, mask, mean, axis, lo, hi);
   }
-  static HWY_NOINLINE uint32_t Run(const Tile& t, const int v[2][4], int bits, int chans, uint32_t mask,
-                                   uint8_t idx[16]) {
+  static HWY_INLINE uint32_t Run(const Tile& t, const int v[2][4], int bits, int chans, uint32_t mask,
+                                 uint8_t idx[16]) {
     // The entries' loop unrolled per index width.
     switch (chans << 3 | bits) {
       case 1 << 3 | 3: return PaletteChans<1, 3>(t, v, mask, idx);
@@ -404,6 +404,8 @@ struct Kernel {
     }
   }
 };
+
+#include "texture/bc7_encode-search.h"  // IWYU pragma: keep
 
 }  // namespace rvt::bc7_encode::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
