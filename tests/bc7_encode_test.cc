@@ -353,7 +353,9 @@ TEST(Bc7Encode, PhotosPerQuality) {
 // ------------------------------------------------------------ differential
 
 // Regions 1..13 square and a few wide ones, each quality, images of noise,
-// gradients with and without alpha and grey gradients; every third upwards.
+// gradients with and without alpha, grey gradients and, on the wide ones,
+// tiles of every kind side by side (quality 0 fits a row's opaque colour
+// tiles together, the others apart); every third upwards.
 auto EncodeCases() {
   return test::Cases{
       [](test::Rng& rng) {
@@ -362,6 +364,8 @@ auto EncodeCases() {
         for (int s = 1; s <= 13; ++s) sizes.push_back({s, s});
         sizes.push_back({64, 8});
         sizes.push_back({37, 5});
+        sizes.push_back({100, 12});
+        sizes.push_back({69, 9});
         for (size_t i = 0; i < sizes.size(); ++i) {
           for (int q = 0; q <= be::kMaxQuality; ++q) {
             const ImageSize roi = sizes[i];
@@ -373,10 +377,12 @@ auto EncodeCases() {
                       (c.arg[0] ? ", negative step" : "");
             c.in.push_back(test::PlaneOf<uint8_t>(roi.width * 4, roi.height, roi.width * 4 + int(i % 5), int(i % 3)));
             test::Buf& b = c.in[0];
-            const int kind = int(i + q) % 4;  // 3: grey and opaque
+            const bool mixed = roi.width > 64;
             for (int y = 0; y < roi.height; ++y) {
               uint8_t* row = b.row<uint8_t>(y);
               for (int x = 0; x < roi.width; ++x) {
+                // 3: grey and opaque.
+                const int kind = mixed ? (x / 4 * 5 + y / 4 * 3 + int(i)) % 7 % 4 : int(i + q) % 4;
                 for (int ch = 0; ch < 4; ++ch) {
                   const int g = (x * 13 + y * 7 + ch * 50) & 255;
                   row[4 * x + ch] = kind == 0   ? uint8_t(rng.Uniform(0, 255))

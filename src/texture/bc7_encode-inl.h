@@ -6,7 +6,8 @@
 // broadcast and its squared distance (exact in floats, by multiply-adds)
 // keyed with its number, the least key kept, so the lower index wins a tie exactly as
 // the reference walks the entries; a grey window's pairs read the gap
-// table by gathers, one pair at a time.
+// table by gathers, one pair at a time.  Quality 0 runs the mode 6 fit of
+// a row's opaque colour tiles one tile per lane (Mode6Group).
 #if defined(RVT_TEXTURE_BC7_ENCODE_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef RVT_TEXTURE_BC7_ENCODE_INL_H_
 #undef RVT_TEXTURE_BC7_ENCODE_INL_H_
@@ -406,6 +407,206 @@ struct Kernel {
 };
 
 #include "texture/bc7_encode-search.h"  // IWYU pragma: keep
+
+// Mode 6 codes with p-bits of 1 for each half step of 0..255: the code
+// (as QuantOf(7, 1, true) gives it) in the low byte, its value above.
+struct Mode6Codes {
+  alignas(64) int32_t e[512];
+};
+inline constexpr Mode6Codes MakeMode6Codes() {
+  Mode6Codes t{};
+  const QuantTable& q = kQuant.t[3][2];
+  for (int x = 0; x < 511; ++x) t.e[x] = q.q[x] | int32_t(kExpand.v[3][2][q.q[x]]) << 8;
+  return t;
+}
+inline constexpr Mode6Codes kMode6Codes = MakeMode6Codes();
+
+// Quality 0 over a row of tiles, one tile per lane: the opaque tiles
+// that are not grey get EncodeTile's mode 6 fit (one power step, codes
+// with p-bits of 1, the nearest of the 16 entries), each float step the
+// one FitSubset takes in its order; the mode 1 trial and every other tile
+// go through EncodeTile's steps one tile at a time.
+template <class D>
+HWY_INLINE void Mode6Group(D d, const uint8_t* at, int32_t step, int count, uint8_t* dst) {
+  const hn::Rebind<float, D> df;
+  const hn::RebindToUnsigned<D> du;
+  using V = decltype(hn::Zero(d));
+  using VF = decltype(hn::Zero(df));
+  alignas(64) uint32_t rows[4][64] = {};
+  for (int r = 0; r < 4; ++r) std::memcpy(rows[r], at + ptrdiff_t(step) * r, size_t(count) * 16);
+  // x[c][p]: channel c of pixel p of each lane's tile.
+  V x[4][16];
+  for (int r = 0; r < 4; ++r) {
+    decltype(hn::Zero(du)) v[4];
+    hn::LoadInterleaved4(du, rows[r], v[0], v[1], v[2], v[3]);
+    for (int k = 0; k < 4; ++k) {
+      const V px = hn::BitCast(d, v[k]);
+      x[0][4 * r + k] = hn::And(px, hn::Set(d, 255));
+      x[1][4 * r + k] = hn::And(hn::ShiftRight<8>(px), hn::Set(d, 255));
+      x[2][4 * r + k] = hn::And(hn::ShiftRight<16>(px), hn::Set(d, 255));
+      x[3][4 * r + k] = hn::BitCast(d, hn::ShiftRight<24>(v[k]));
+    }
+  }
+  auto opaque = hn::Eq(x[3][0], hn::Set(d, 255)), grey = hn::Eq(x[0][0], x[1][0]);
+  for (int p = 0; p < 16; ++p) {
+    opaque = hn::And(opaque, hn::Eq(x[3][p], hn::Set(d, 255)));
+    grey = hn::And(grey, hn::And(hn::Eq(x[0][p], x[1][p]), hn::Eq(x[0][p], x[2][p])));
+  }
+  const auto fit = hn::AndNot(grey, opaque);
+  const auto live = hn::FirstN(d, size_t(count));
+  alignas(64) int32_t fitted[16] = {};
+  hn::Store(hn::VecFromMask(d, hn::And(fit, live)), d, fitted);
+  alignas(64) int32_t codes[2][4][16], err[16];
+  alignas(64) int32_t key[16][16];
+  if (!hn::AllFalse(d, hn::And(fit, live))) {
+    // Sums (the alpha sum: 16 times 255 on these tiles).
+    V s[3], pr[6];
+    for (int c = 0; c < 3; ++c) s[c] = hn::Zero(d);
+    for (V& v : pr) v = hn::Zero(d);
+    for (int p = 0; p < 16; ++p) {
+      for (int c = 0; c < 3; ++c) s[c] = hn::Add(s[c], x[c][p]);
+      for (int i = 0, k = 0; i < 3; ++i) {
+        for (int j = i; j < 3; ++j, ++k) pr[k] = hn::Add(pr[k], hn::Mul(x[i][p], x[j][p]));
+      }
+    }
+    const VF n = hn::Set(df, 16.0f), zero = hn::Zero(df);
+    VF mean[4], cov[3][3];
+    for (int c = 0; c < 3; ++c) mean[c] = hn::Div(hn::ConvertTo(df, s[c]), n);
+    mean[3] = hn::Div(hn::Set(df, 16.0f * 255.0f), n);
+    for (int i = 0, k = 0; i < 3; ++i) {
+      for (int j = i; j < 3; ++j, ++k) {
+        cov[i][j] = cov[j][i] = hn::ConvertTo(df, hn::Sub(hn::ShiftLeft<4>(pr[k]), hn::Mul(s[i], s[j])));
+      }
+    }
+    // The widest channel's row, one power step.
+    const auto w1 = hn::Gt(cov[1][1], cov[0][0]);
+    const VF dw = hn::IfThenElse(w1, cov[1][1], cov[0][0]);
+    const auto w2 = hn::Gt(cov[2][2], dw);
+    VF axis[3];
+    for (int c = 0; c < 3; ++c) axis[c] = hn::IfThenElse(w2, cov[2][c], hn::IfThenElse(w1, cov[1][c], cov[0][c]));
+    VF next[3], m = zero;
+    for (int i = 0; i < 3; ++i) {
+      next[i] = hn::Mul(cov[i][0], axis[0]);
+      next[i] = hn::Add(next[i], hn::Mul(cov[i][1], axis[1]));
+      next[i] = hn::Add(next[i], hn::Mul(cov[i][2], axis[2]));
+      const VF a = hn::Abs(next[i]);
+      m = hn::IfThenElse(hn::Gt(a, m), a, m);
+    }
+    const auto moved = hn::Gt(m, zero);
+    const VF inv = hn::Div(hn::Set(df, 1.0f), m);
+    for (int i = 0; i < 3; ++i) axis[i] = hn::IfThenElse(moved, hn::Mul(next[i], inv), axis[i]);
+    VF len = hn::Mul(axis[0], axis[0]);
+    len = hn::Add(len, hn::Mul(axis[1], axis[1]));
+    len = hn::Add(len, hn::Mul(axis[2], axis[2]));
+    len = hn::Add(len, hn::Mul(zero, zero));
+    VF lo = hn::Set(df, 1e30f), hi = hn::Set(df, -1e30f);
+    for (int p = 0; p < 16; ++p) {
+      VF t = hn::Mul(hn::Sub(hn::ConvertTo(df, x[0][p]), mean[0]), axis[0]);
+      t = hn::Add(t, hn::Mul(hn::Sub(hn::ConvertTo(df, x[1][p]), mean[1]), axis[1]));
+      t = hn::Add(t, hn::Mul(hn::Sub(hn::ConvertTo(df, x[2][p]), mean[2]), axis[2]));
+      t = hn::Add(t, hn::Mul(hn::Sub(hn::ConvertTo(df, x[3][p]), mean[3]), zero));
+      lo = hn::Min(lo, t), hi = hn::Max(hi, t);
+    }
+    const auto line = hn::Gt(len, zero);
+    lo = hn::IfThenElseZero(line, hn::Div(lo, len));
+    hi = hn::IfThenElseZero(line, hn::Div(hi, len));
+    // Codes and values of both endpoints, then the palette.
+    V val[2][4];
+    for (int e = 0; e < 2; ++e) {
+      const VF t = e ? hi : lo;
+      for (int c = 0; c < 4; ++c) {
+        VF a = hn::Add(mean[c], hn::Mul(t, c < 3 ? axis[c] : zero));
+        const VF top = hn::Set(df, 255.0f);
+        a = hn::IfThenElse(hn::Lt(a, zero), zero, hn::IfThenElse(hn::Gt(a, top), top, a));
+        const V h = hn::ConvertTo(d, hn::Add(hn::Mul(a, hn::Set(df, 2.0f)), hn::Set(df, 0.5f)));
+        const V q = hn::GatherIndex(d, kMode6Codes.e, hn::IfThenElseZero(hn::And(fit, live), h));
+        hn::Store(hn::And(q, hn::Set(d, 255)), d, codes[e][c]);
+        val[e][c] = hn::ShiftRight<8>(q);
+      }
+    }
+    VF sq[16], twice[16][3];
+    for (int k = 0; k < 16; ++k) {
+      const V w = hn::Set(d, kWeightLanes[2][k]), w0 = hn::Set(d, 64 - kWeightLanes[2][k]);
+      VF l = zero;
+      for (int c = 0; c < 3; ++c) {
+        const V e =
+            hn::ShiftRight<6>(hn::Add(hn::Add(hn::Mul(w0, val[0][c]), hn::Mul(w, val[1][c])), hn::Set(d, 32)));
+        const VF ef = hn::ConvertTo(df, e);
+        l = hn::MulAdd(ef, ef, l);
+        twice[k][c] = hn::Mul(ef, hn::Set(df, -2.0f));
+      }
+      sq[k] = l;
+    }
+    VF total = zero;
+    for (int p = 0; p < 16; ++p) {
+      VF px[3], l = zero;
+      for (int c = 0; c < 3; ++c) px[c] = hn::ConvertTo(df, x[c][p]), l = hn::MulAdd(px[c], px[c], l);
+      V best = hn::Set(d, INT32_MAX);
+      for (int k = 0; k < 16; ++k) {
+        VF dist = hn::Add(l, sq[k]);
+        for (int c = 0; c < 3; ++c) dist = hn::MulAdd(px[c], twice[k][c], dist);
+        best = hn::Min(best, hn::Or(hn::BitCast(d, dist), hn::Set(d, k)));
+      }
+      hn::Store(best, d, key[p]);
+      total = hn::Add(total, hn::BitCast(df, hn::AndNot(hn::Set(d, 15), best)));
+    }
+    hn::Store(hn::ConvertTo(d, total), d, err);
+  }
+  const Effort eff{0, false, false, 1};
+  Tile t;
+  for (int j = 0; j < count; ++j, dst += 16) {
+    if (!fitted[j]) {
+      Kernel::Load(at + 16 * j, step, &t);
+      (EncodeTile<Kernel>)(t, 0, dst);
+      continue;
+    }
+    Block best;
+    best.err = uint32_t(err[j]), best.mode = 6, best.partition = 0, best.rotation = 0, best.selection = 0;
+    for (int e = 0; e < 2; ++e) {
+      for (int c = 0; c < 4; ++c) best.e[0].q[e][c] = codes[e][c][j];
+      best.e[0].p[e] = 1;
+    }
+    uint32_t split = 0;
+    for (int p = 0; p < 16; ++p) {
+      best.idx[p] = uint8_t(key[p][j] & 15);
+      split |= uint32_t(best.idx[p] >= 8) << p;
+    }
+    if (best.err > 256) {
+      Kernel::Load(at + 16 * j, step, &t);
+      (TryPartitioned<Kernel>)(t, 1, Kernel::NearestSplit(split), true, eff, &best);
+    }
+    Pack(best, dst);
+  }
+}
+
+// Quality 0 with the whole tiles of each row in groups of one per lane;
+// the partial tiles at the edges as Encode takes them.
+HWY_INLINE RvtResult EncodeFast(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi) {
+  RVT_CHECK(bc_encode::Check(src, step, dst, roi, 0));
+  const hn::CappedTag<int32_t, 16> d;
+  const int64_t lanes = int64_t(hn::Lanes(d));
+  Tile t;
+  uint8_t v[16];
+  for (int64_t y = 0; y < roi.height; y += 4) {
+    int64_t x = 0;
+    if (y + 4 <= roi.height) {
+      while (x + 4 <= roi.width) {
+        const int64_t whole = (roi.width - x) / 4;
+        const int count = int(whole < lanes ? whole : lanes);
+        Mode6Group(d, src + ptrdiff_t(y) * step + 4 * x, step, count, dst);
+        x += 4 * count, dst += 16 * count;
+      }
+    }
+    for (; x < roi.width; x += 4, dst += 16) {
+      for (int c = 0; c < 4; ++c) {
+        bc_encode::Gather(src, step, roi, x, y, 4, c, v);
+        for (int p = 0; p < 16; ++p) t.c[c][p] = v[p];
+      }
+      (EncodeTile<Kernel>)(t, 0, dst);
+    }
+  }
+  return rvtStatusOk;
+}
 
 }  // namespace rvt::bc7_encode::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();

@@ -12,7 +12,7 @@ HWY_BEFORE_NAMESPACE();
 namespace rvt::bc7_encode::HWY_NAMESPACE {
 
 RvtResult Bc7Entry(const uint8_t* s, int32_t step, uint8_t* d, ImageSize roi, int q) {
-  return Encode<Kernel>(s, step, d, roi, q);
+  return q == 0 ? EncodeFast(s, step, d, roi) : Encode<Kernel>(s, step, d, roi, q);
 }
 
 }  // namespace rvt::bc7_encode::HWY_NAMESPACE
