@@ -334,15 +334,32 @@ HWY_INLINE void GreyLanes(const int* xs, int n, int bits, const int* va, const i
 }
 
 // Each pixel's four bytes in a 32-bit lane, a channel by shift and mask.
+// The rows go into the lanes by 16-byte loads joined in registers (a
+// wide load of a copy made by narrower stores would wait for them).
 HWY_INLINE void LoadLanes(const uint8_t* at, ptrdiff_t step, Tile* t) {
   const hn::ScalableTag<int32_t> d;
+  using V = decltype(hn::Zero(d));
   constexpr size_t kMax = 16;
   const size_t N = hn::Lanes(d) < kMax ? hn::Lanes(d) : kMax;
-  alignas(64) int32_t px[16];
-  for (int r = 0; r < 4; ++r) std::memcpy(px + 4 * r, at + step * r, 16);
+  V px[4];
+#if HWY_ARCH_X86 && (HWY_MAX_BYTES == 64 || HWY_MAX_BYTES == 32)
+  const hn::Full128<int32_t> d4;
+  const hn::Twice<decltype(d4)> d8;
+  auto row = [&](int r) { return hn::LoadU(d4, reinterpret_cast<const int32_t*>(at + step * r)); };
+  const auto r01 = hn::Combine(d8, row(1), row(0)), r23 = hn::Combine(d8, row(3), row(2));
+#if HWY_MAX_BYTES == 64
+  px[0] = hn::Combine(d, r23, r01);
+#else
+  px[0] = r01, px[1] = r23;
+#endif
+#else
+  alignas(64) int32_t buf[16];
+  for (int r = 0; r < 4; ++r) std::memcpy(buf + 4 * r, at + step * r, 16);
+  for (size_t i = 0; i < 16; i += N) px[i / N] = hn::Load(d, buf + i);
+#endif
   const auto low = hn::Set(d, 255);
   for (size_t i = 0; i < 16; i += N) {
-    const auto v = hn::Load(d, px + i);
+    const auto v = px[i / N];
     hn::Store(hn::And(v, low), d, t->c[0] + i);
     hn::Store(hn::And(hn::ShiftRight<8>(v), low), d, t->c[1] + i);
     hn::Store(hn::And(hn::ShiftRight<16>(v), low), d, t->c[2] + i);
@@ -432,33 +449,41 @@ HWY_INLINE void Mode6Group(D d, const uint8_t* at, int32_t step, int count, uint
   const hn::RebindToUnsigned<D> du;
   using V = decltype(hn::Zero(d));
   using VF = decltype(hn::Zero(df));
-  alignas(64) uint32_t rows[4][64] = {};
-  for (int r = 0; r < 4; ++r) std::memcpy(rows[r], at + ptrdiff_t(step) * r, size_t(count) * 16);
-  // x[c][p]: channel c of pixel p of each lane's tile.
-  V x[4][16];
+  alignas(64) uint32_t rows[4][64];
+  for (int r = 0; r < 4; ++r) {
+    std::memcpy(rows[r], at + ptrdiff_t(step) * r, size_t(count) * 16);
+    std::memset(rows[r] + 4 * count, 0, size_t(16 - count) * 16);
+  }
+  // Each lane's tile's pixels, RGBA in 32 bits: opaque where every alpha
+  // byte is 255, grey where R ^ G and G ^ B are 0.
+  V px[16];
   for (int r = 0; r < 4; ++r) {
     decltype(hn::Zero(du)) v[4];
     hn::LoadInterleaved4(du, rows[r], v[0], v[1], v[2], v[3]);
-    for (int k = 0; k < 4; ++k) {
-      const V px = hn::BitCast(d, v[k]);
-      x[0][4 * r + k] = hn::And(px, hn::Set(d, 255));
-      x[1][4 * r + k] = hn::And(hn::ShiftRight<8>(px), hn::Set(d, 255));
-      x[2][4 * r + k] = hn::And(hn::ShiftRight<16>(px), hn::Set(d, 255));
-      x[3][4 * r + k] = hn::BitCast(d, hn::ShiftRight<24>(v[k]));
-    }
+    for (int k = 0; k < 4; ++k) px[4 * r + k] = hn::BitCast(d, v[k]);
   }
-  auto opaque = hn::Eq(x[3][0], hn::Set(d, 255)), grey = hn::Eq(x[0][0], x[1][0]);
-  for (int p = 0; p < 16; ++p) {
-    opaque = hn::And(opaque, hn::Eq(x[3][p], hn::Set(d, 255)));
-    grey = hn::And(grey, hn::And(hn::Eq(x[0][p], x[1][p]), hn::Eq(x[0][p], x[2][p])));
+  const V ones = hn::Set(d, -1), rgb = hn::Set(d, 0xFFFFFF), low = hn::Set(d, 0xFFFF);
+  auto opaque = hn::Eq(hn::Or(px[0], rgb), ones);
+  auto grey = hn::Eq(hn::And(hn::Xor(px[0], hn::ShiftRight<8>(px[0])), low), hn::Zero(d));
+  for (int p = 1; p < 16; ++p) {
+    opaque = hn::And(opaque, hn::Eq(hn::Or(px[p], rgb), ones));
+    grey = hn::And(grey, hn::Eq(hn::And(hn::Xor(px[p], hn::ShiftRight<8>(px[p])), low), hn::Zero(d)));
   }
   const auto fit = hn::AndNot(grey, opaque);
   const auto live = hn::FirstN(d, size_t(count));
-  alignas(64) int32_t fitted[16] = {};
+  alignas(64) int32_t fitted[16], flat[16];  // flat: grey and opaque
   hn::Store(hn::VecFromMask(d, hn::And(fit, live)), d, fitted);
+  hn::Store(hn::VecFromMask(d, hn::And(opaque, grey)), d, flat);
   alignas(64) int32_t codes[2][4][16], err[16];
   alignas(64) int32_t key[16][16];
   if (!hn::AllFalse(d, hn::And(fit, live))) {
+    // x[c][p]: channel c of pixel p (alpha 255 on these tiles).
+    V x[3][16];
+    for (int p = 0; p < 16; ++p) {
+      x[0][p] = hn::And(px[p], hn::Set(d, 255));
+      x[1][p] = hn::And(hn::ShiftRight<8>(px[p]), hn::Set(d, 255));
+      x[2][p] = hn::And(hn::ShiftRight<16>(px[p]), hn::Set(d, 255));
+    }
     // Sums (the alpha sum: 16 times 255 on these tiles).
     V s[3], pr[6];
     for (int c = 0; c < 3; ++c) s[c] = hn::Zero(d);
@@ -504,7 +529,7 @@ HWY_INLINE void Mode6Group(D d, const uint8_t* at, int32_t step, int count, uint
       VF t = hn::Mul(hn::Sub(hn::ConvertTo(df, x[0][p]), mean[0]), axis[0]);
       t = hn::Add(t, hn::Mul(hn::Sub(hn::ConvertTo(df, x[1][p]), mean[1]), axis[1]));
       t = hn::Add(t, hn::Mul(hn::Sub(hn::ConvertTo(df, x[2][p]), mean[2]), axis[2]));
-      t = hn::Add(t, hn::Mul(hn::Sub(hn::ConvertTo(df, x[3][p]), mean[3]), zero));
+      t = hn::Add(t, hn::Mul(hn::Sub(hn::Set(df, 255.0f), mean[3]), zero));
       lo = hn::Min(lo, t), hi = hn::Max(hi, t);
     }
     const auto line = hn::Gt(len, zero);
@@ -557,7 +582,11 @@ HWY_INLINE void Mode6Group(D d, const uint8_t* at, int32_t step, int count, uint
   for (int j = 0; j < count; ++j, dst += 16) {
     if (!fitted[j]) {
       Kernel::Load(at + 16 * j, step, &t);
-      (EncodeTile<Kernel>)(t, 0, dst);
+      if (flat[j]) {
+        (EncodeGrey<Kernel>)(t, 0, dst);
+      } else {
+        (EncodeTile<Kernel>)(t, 0, dst);
+      }
       continue;
     }
     Block best;
