@@ -333,6 +333,25 @@ HWY_INLINE void GreyLanes(const int* xs, int n, int bits, const int* va, const i
   }
 }
 
+// A whole tile's channel 0 copied by vectors, its extremes over the
+// lanes (the order does not matter to them); a subset's as the reference
+// takes it.
+HWY_INLINE int GreyValuesLanes(const Tile& t, uint32_t mask, int xs[16], int* lo, int* hi) {
+  if (mask != 0xFFFF) return GreyValuesRef(t, mask, xs, lo, hi);
+  const hn::ScalableTag<int32_t> d;
+  constexpr size_t kMax = 16;
+  const size_t N = hn::Lanes(d) < kMax ? hn::Lanes(d) : kMax;
+  auto l = hn::Set(d, 255), h = hn::Zero(d);
+  for (size_t i = 0; i < 16; i += N) {
+    const auto v = hn::Load(d, t.c[0] + i);
+    hn::StoreU(v, d, xs + i);
+    l = hn::Min(l, v), h = hn::Max(h, v);
+  }
+  *lo = hn::GetLane(hn::MinOfLanes(d, l));
+  *hi = hn::GetLane(hn::MaxOfLanes(d, h));
+  return 16;
+}
+
 // Each pixel's four bytes in a 32-bit lane, a channel by shift and mask.
 // The rows go into the lanes by 16-byte loads joined in registers (a
 // wide load of a copy made by narrower stores would wait for them).
@@ -394,6 +413,9 @@ struct Kernel {
   static HWY_INLINE void Grey(const int* xs, int n, int bits, const int* va, const int* vb, int count,
                               uint32_t* err) {
     GreyLanes(xs, n, bits, va, vb, count, err);
+  }
+  static HWY_INLINE int GreyValues(const Tile& t, uint32_t mask, int xs[16], int* lo, int* hi) {
+    return GreyValuesLanes(t, mask, xs, lo, hi);
   }
   static HWY_INLINE int NearestSplit(uint32_t split) { return NearestSplitLanes(split); }
   static HWY_INLINE void Rough(const Points& pts, const Spread& all, int subsets, int count, float* rough) {

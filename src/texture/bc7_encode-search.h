@@ -266,12 +266,8 @@ void TryShape(const Tile& t, const Shape& sh, bool opaque, const Effort& eff, Bl
 template <class K>
 GreyFit FitGrey(const Tile& t, uint32_t mask, const GreySet& s, int bits, int reach, int rounds) {
   GreyFit best;
-  int lo = 255, hi = 0, xs[16], n = 0;
-  for (uint32_t m = mask; m; m &= m - 1) {
-    const int x = t.c[0][__builtin_ctz(m)];
-    xs[n++] = x;
-    lo = x < lo ? x : lo, hi = x > hi ? x : hi;
-  }
+  int lo, hi, xs[16];
+  const int n = K::GreyValues(t, mask, xs, &lo, &hi);
   float A = float(lo), B = float(hi);
   const Format f{{8, 8, 8, 0}, 0, bits, 1};
   int seen[3][2];  // centres of the windows measured before

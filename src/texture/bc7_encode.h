@@ -8,7 +8,8 @@
 // templated on: the load of a tile into channel planes and its kind
 // (opaque, grey), the sums of a pixel set (exact integers), the extremes of
 // its projections on an axis, the first ranking of the partitions and
-// their line estimates, the errors of the endpoint pairs of a grey tile's window, and each pixel's
+// their line estimates, a grey pixel set's values and extremes, the errors
+// of the endpoint pairs of a grey tile's window, and each pixel's
 // nearest entry of a palette with the squared error.
 // RefKernel here, a vector form per target in bc7_encode-inl.h.  The
 // search and the float fitting between the kernels (bc7_encode-search.h)
@@ -707,6 +708,19 @@ inline uint32_t GreyError(const int* xs, int n, int bits, int va, int vb) {
   return total;
 }
 
+// Channel 0 of the pixels in `mask` in pixel order, and its least and
+// greatest; returns how many.
+inline int GreyValuesRef(const Tile& t, uint32_t mask, int xs[16], int* lo, int* hi) {
+  int l = 255, h = 0, n = 0;
+  for (uint32_t m = mask; m; m &= m - 1) {
+    const int x = t.c[0][__builtin_ctz(m)];
+    xs[n++] = x;
+    l = x < l ? x : l, h = x > h ? x : h;
+  }
+  *lo = l, *hi = h;
+  return n;
+}
+
 // The errors of `count` pairs of endpoint values va[i], vb[i].
 inline void GreyErrorsRef(const int* xs, int n, int bits, const int* va, const int* vb, int count, uint32_t* err) {
   for (int i = 0; i < count; ++i) err[i] = GreyError(xs, n, bits, va[i], vb[i]);
@@ -762,6 +776,9 @@ struct RefKernel {
   }
   static void Grey(const int* xs, int n, int bits, const int* va, const int* vb, int count, uint32_t* err) {
     GreyErrorsRef(xs, n, bits, va, vb, count, err);
+  }
+  static int GreyValues(const Tile& t, uint32_t mask, int xs[16], int* lo, int* hi) {
+    return GreyValuesRef(t, mask, xs, lo, hi);
   }
   static void Estimate(const Moments& mo, int subsets, const int* parts, int count, float* est) {
     EstimateRef(mo, subsets, parts, count, est);
