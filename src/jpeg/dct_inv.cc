@@ -32,8 +32,8 @@ RvtResult InvLs8To4x4(const int16_t* s, uint8_t* d, int32_t st, const uint16_t* 
 RvtResult InvLs16(const int16_t* s, uint16_t* d, int32_t st, const uint16_t* q) {
   return Ls<uint16_t, Ls16u>(s, d, st, q);
 }
-RvtResult InvPlain(const int16_t* s, int16_t* d, const uint16_t* q) { return Block<Plain16>(s, d, q); }
-RvtResult InvInPlace(int16_t* sd, const uint16_t* q) { return InPlace<Plain16>(sd, q); }
+RvtResult InvPlain(const int16_t* s, int16_t* d, const uint16_t* q) { return Block<Plain16<false>>(s, d, q); }
+RvtResult InvInPlace(int16_t* sd, const uint16_t* q) { return InPlace<Plain16<true>>(sd, q); }
 RvtResult InvBlocks(const int16_t* s, uint8_t* d, int32_t st, const uint16_t* q, int32_t n) {
   return Blocks<Ls8Blocks>(s, d, st, q, n);
 }
