@@ -160,6 +160,20 @@ Fit FitSubset(const Tile& t, const Format& f, uint32_t mask, const Effort& eff) 
   return best;
 }
 
+// A winner's indices from its subsets' fits (Fit or GreyFit), by whole
+// 16-byte moves: byte merges into a block that is read whole stall the
+// store forwarding.
+template <class F>
+void GatherIndices(const F* fit, int subsets, int partition, Block* best) {
+  if (subsets == 1) {
+    std::memcpy(best->idx, fit[0].idx, 16);
+    return;
+  }
+  uint8_t idx[16];
+  for (int p = 0; p < 16; ++p) idx[p] = fit[SubsetOf(subsets, partition, p)].idx[p];
+  std::memcpy(best->idx, idx, 16);
+}
+
 // A partitioned mode (or mode 6, one subset) with the given partition.
 // Opaque tiles stay opaque: their alpha endpoints keep p-bits of 1.
 template <class K>
@@ -172,9 +186,7 @@ void TryPartitioned(const Tile& t, int mode, int partition, bool opaque, const E
     f.pbits_one = true;
     f.chans = 7;
   }
-  // The winner's indices are gathered from its subsets' fits only when it
-  // wins (whole 16-byte moves: byte merges into a block that is read
-  // whole stall the store forwarding).
+  // (the winner's indices gathered from its subsets' fits only when it wins)
   Fit fit[3];
   uint32_t err = 0;
   for (int s = 0; s < m.subsets; ++s) {
@@ -184,13 +196,7 @@ void TryPartitioned(const Tile& t, int mode, int partition, bool opaque, const E
   }
   best->err = err, best->mode = mode, best->partition = partition, best->rotation = 0, best->selection = 0;
   for (int s = 0; s < m.subsets; ++s) best->e[s] = fit[s].e;
-  if (m.subsets == 1) {
-    std::memcpy(best->idx, fit[0].idx, 16);
-  } else {
-    uint8_t idx[16];
-    for (int p = 0; p < 16; ++p) idx[p] = fit[SubsetOf(m.subsets, partition, p)].idx[p];
-    std::memcpy(best->idx, idx, 16);
-  }
+  (GatherIndices)(fit, m.subsets, partition, best);
 }
 
 // Mode 4 or 5 with a rotation (alpha swapped with channel rotation - 1
@@ -335,14 +341,7 @@ void TryGrey(const Tile& t, int mode, int partition, int reach, int rounds, Bloc
       best->e[k].p[e] = mode == 6 ? 1 : i & 1;
     }
   }
-  // As TryPartitioned gathers them.
-  if (m.subsets == 1) {
-    std::memcpy(best->idx, fit[0].idx, 16);
-  } else {
-    uint8_t idx[16];
-    for (int p = 0; p < 16; ++p) idx[p] = fit[SubsetOf(m.subsets, partition, p)].idx[p];
-    std::memcpy(best->idx, idx, 16);
-  }
+  (GatherIndices)(fit, m.subsets, partition, best);
 }
 
 // A grey tile's block: mode 6, then at quality 0 (a squared error above
