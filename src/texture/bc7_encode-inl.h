@@ -637,7 +637,6 @@ HWY_INLINE RvtResult EncodeFast(const uint8_t* src, int32_t step, uint8_t* dst, 
   const hn::CappedTag<int32_t, 16> d;
   const int64_t lanes = int64_t(hn::Lanes(d));
   Tile t;
-  uint8_t v[16];
   for (int64_t y = 0; y < roi.height; y += 4) {
     int64_t x = 0;
     if (y + 4 <= roi.height) {
@@ -649,10 +648,7 @@ HWY_INLINE RvtResult EncodeFast(const uint8_t* src, int32_t step, uint8_t* dst, 
       }
     }
     for (; x < roi.width; x += 4, dst += 16) {
-      for (int c = 0; c < 4; ++c) {
-        bc_encode::Gather(src, step, roi, x, y, 4, c, v);
-        for (int p = 0; p < 16; ++p) t.c[c][p] = v[p];
-      }
+      (GatherTile)(src, step, roi, x, y, &t);
       (EncodeTile<Kernel>)(t, 0, dst);
     }
   }

@@ -447,20 +447,27 @@ void EncodeTile(const Tile& t, int quality, uint8_t out[16]) {
   Pack(best, out);
 }
 
+// A tile at x, y of the region, its last row and column repeated where
+// the region ends inside it.
+template <class T>
+void GatherTile(const uint8_t* src, int32_t step, ImageSize roi, int64_t x, int64_t y, T* t) {
+  uint8_t v[16];
+  for (int c = 0; c < 4; ++c) {
+    bc_encode::Gather(src, step, roi, x, y, 4, c, v);
+    for (int p = 0; p < 16; ++p) t->c[c][p] = v[p];
+  }
+}
+
 template <class K>
 RvtResult Encode(const uint8_t* src, int32_t step, uint8_t* dst, ImageSize roi, int quality) {
   RVT_CHECK(bc_encode::Check(src, step, dst, roi, quality));
   Tile t;
-  uint8_t v[16];
   for (int64_t y = 0; y < roi.height; y += 4) {
     for (int64_t x = 0; x < roi.width; x += 4, dst += 16) {
       if (x + 4 <= roi.width && y + 4 <= roi.height) {
         K::Load(src + ptrdiff_t(y) * step + 4 * x, step, &t);
       } else {
-        for (int c = 0; c < 4; ++c) {
-          bc_encode::Gather(src, step, roi, x, y, 4, c, v);
-          for (int p = 0; p < 16; ++p) t.c[c][p] = v[p];
-        }
+        (GatherTile)(src, step, roi, x, y, &t);
       }
       (EncodeTile<K>)(t, quality, dst);
     }
